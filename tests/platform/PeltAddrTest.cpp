@@ -1,0 +1,363 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Pelt/EthAddr.h"
+#include "Pelt/IpAddr.h"
+#include "Pelt/Prefix.h"
+
+#include "Kiv/Exception.h"
+#include "Kiv/Text.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <type_traits>
+#include <vector>
+
+namespace {
+
+using namespace Pelt;
+using namespace std::literals;
+
+static_assert( sizeof( EthAddr ) == 8 && sizeof( IpAddr ) == 4 && sizeof( Ip6Addr ) == 16 );
+static_assert( sizeof( Prefix ) == 8 && sizeof( Ip6Prefix ) == 24 && sizeof( IpGenPrefix ) == 24 );
+static_assert( std::is_trivially_copyable_v< EthAddrWithMask > );
+static_assert( std::is_trivially_copyable_v< IpGenAddr > );
+static_assert( std::is_trivially_copyable_v< IpGenPrefix > );
+static_assert( Prefix( IpAddr( 10, 1, 2, 3 ), 8 ).contains( IpAddr( 10, 255, 0, 0 ) ) );
+
+struct Bad {
+   std::string_view text;
+   std::string_view message; // a part of the error
+};
+
+template< class T >
+void
+expectRefused( std::vector< Bad > const & rows ) {
+   for( Bad const & row : rows ) {
+      try {
+         T value = Kiv::fromText< T >( row.text );
+         ADD_FAILURE() << row.text << " was read as " << Kiv::toText( value );
+      } catch( Kiv::ParseError const & e ) {
+         std::string_view what = e.what();
+         EXPECT_NE( what.find( row.message ), what.npos ) << what;
+         EXPECT_EQ( what.find( '\n' ), what.npos ) << what;
+         EXPECT_LT( what.size(), 300u );
+      }
+   }
+}
+
+template< class T >
+void
+expectRoundTrip( std::vector< char const * > const & texts ) {
+   std::set< std::size_t > hashes;
+   std::set< T > values;
+   for( char const * text : texts ) {
+      T value = Kiv::fromText< T >( text );
+      EXPECT_EQ( Kiv::toText( value ), text );
+      EXPECT_TRUE( values.insert( value ).second ) << text;
+      EXPECT_TRUE( hashes.insert( value.hash() ).second ) << text;
+   }
+}
+
+// The texts are in ascending order of the values.
+template< class T >
+void
+expectAscending( std::vector< char const * > const & texts ) {
+   for( std::size_t i = 1; i < texts.size(); ++i ) {
+      EXPECT_LT( T::parse( texts[ i - 1 ] ), T::parse( texts[ i ] ) ) << texts[ i ];
+   }
+}
+
+TEST( PeltEthAddr, ReadsAllFormsAndPrintsOne ) {
+   EthAddr addr( 0x001c73aabbccull );
+   for( char const * text :
+        { "00:1c:73:aa:bb:cc", "00-1C-73-AA-BB-CC", "001c.73AA.bbcc", "00:1C:73:aa:BB:cc" } ) {
+      EXPECT_EQ( EthAddr::parse( text ), addr ) << text;
+   }
+   EXPECT_EQ( Kiv::toText( addr ), "00:1c:73:aa:bb:cc" );
+   EXPECT_EQ( EthAddr( addr.octets() ), addr );
+   EXPECT_EQ( addr.octets()[ 2 ], 0x73 );
+   expectRoundTrip< EthAddr >( { "00:00:00:00:00:00", "00:00:00:00:00:01", "ff:ff:ff:ff:ff:ff" } );
+   EXPECT_THROW( EthAddr( EthAddr::maxValue + 1 ), Kiv::RangeException );
+}
+
+TEST( PeltEthAddr, Classes ) {
+   struct Row {
+      char const * text;
+      bool zero, multicast, broadcast, unicast;
+   };
+   for( Row const & row : { Row{ "00:00:00:00:00:00", true, false, false, false },
+                            Row{ "00:00:00:00:00:01", false, false, false, true },
+                            Row{ "01:00:5e:00:00:01", false, true, false, false },
+                            Row{ "fe:ff:ff:ff:ff:ff", false, false, false, true },
+                            Row{ "ff:ff:ff:ff:ff:ff", false, true, true, false } } ) {
+      EthAddr addr = EthAddr::parse( row.text );
+      EXPECT_EQ( addr.isZero(), row.zero ) << row.text;
+      EXPECT_EQ( addr.isMulticast(), row.multicast ) << row.text;
+      EXPECT_EQ( addr.isBroadcast(), row.broadcast ) << row.text;
+      EXPECT_EQ( addr.isUnicast(), row.unicast ) << row.text;
+   }
+}
+
+TEST( PeltEthAddr, BadTextIsRefused ) {
+   std::string const huge( 100000, 'a' );
+   expectRefused< EthAddr >( {
+         { "", "\"\" is not an Ethernet address" },
+         { "00:1c:73:aa:bb", "six groups" },
+         { "00:1c:73:aa:bb:cc:dd", "six groups" },
+         { "00:1c:73:aa:bb:c", "six groups" },
+         { "00:1c:73:aa:bb:cg", "six groups" },
+         { "00:1c:73-aa:bb:cc", "six groups" },
+         { "00:1c:73:aa:bb:cc\0"sv, "cc\\x00\" is not" },
+         { "00:1c:73:aa:bb\0cc"sv, "bb\\x00cc\" is not" },
+         { "001c.73aa.bbc:", "six groups" },
+         { "001c73aabbcc", "six groups" },
+         { "0x:1c:73:aa:bb:cc", "six groups" },
+         { "\xc3\xa9:1c:73:aa:bb:cc", "\\xc3\\xa9" },
+         { huge, "...\" is not" },
+   } );
+}
+
+TEST( PeltEthAddrWithMask, MatchesMaskedBitsOnly ) {
+   EthAddrWithMask none;
+   EXPECT_EQ( Kiv::toText( none ), "00:00:00:00:00:00/ff:ff:ff:ff:ff:ff" );
+   EXPECT_TRUE( none.matches( EthAddr() ) );
+   EXPECT_FALSE( none.matches( EthAddr( 1 ) ) );
+   auto oui = EthAddrWithMask::parse( "00:1c:73:00:00:99/ff:ff:ff:00:00:00" );
+   EXPECT_TRUE( oui.matches( EthAddr::parse( "00:1c:73:12:34:56" ) ) );
+   EXPECT_FALSE( oui.matches( EthAddr::parse( "00:1c:72:12:34:56" ) ) );
+   EXPECT_EQ( EthAddrWithMask::parse( "00:1c:73:00:00:01" ).mask(), EthAddr::broadcast() );
+   expectRoundTrip< EthAddrWithMask >(
+         { "00:1c:73:00:00:99/ff:ff:ff:00:00:00", "00:1c:73:00:00:99/00:00:00:00:00:00" } );
+   expectRefused< EthAddrWithMask >( {
+         { "", "expected at the beginning" },
+         { "00:1c:73:00:00:99/", "expected after \"/\"" },
+         { "00:1c:73:00:00:99/24", "expected after \"/\"" },
+         { "/00:1c:73:00:00:99", "expected at the beginning" },
+         { "0:0/0:0/0:0", "expected at the beginning" },
+         { "00:1c:73:00:00:99/ff:ff:ff:ff:ff:ff/", "expected after \"/\"" },
+   } );
+}
+
+TEST( PeltIpAddr, TextAndClasses ) {
+   expectRoundTrip< IpAddr >( { "0.0.0.0", "10.1.2.3", "255.255.255.255", "1.0.0.0", "0.0.0.1" } );
+   expectAscending< IpAddr >( { "0.0.0.0", "9.255.255.255", "10.0.0.0", "200.0.0.0" } );
+   EXPECT_EQ( IpAddr( 10, 1, 2, 3 ).value(), 0x0a010203u );
+   EXPECT_TRUE( IpAddr::parse( "224.0.0.1" ).isMulticast() );
+   EXPECT_TRUE( IpAddr::parse( "239.255.255.255" ).isMulticast() );
+   EXPECT_FALSE( IpAddr::parse( "240.0.0.0" ).isMulticast() );
+   EXPECT_TRUE( IpAddr::parse( "169.254.9.9" ).isLinkLocal() );
+   EXPECT_TRUE( IpAddr::parse( "127.9.9.9" ).isLoopback() );
+   expectRefused< IpAddr >( {
+         { "", "each number is expected to be from 0 to 255" },
+         { "1.2.3", "four numbers" },
+         { "1.2.3.", "from 0 to 255" },
+         { "1.2.3.4.5", "the end is expected" },
+         { "1.2.3.4 ", "the end is expected" },
+         { "1.2.3.4\0"sv, "4\\x00\" is not an IPv4 address" },
+         { "1.2.3.256", "from 0 to 255" },
+         { "1.2.3.99999999999999999999", "from 0 to 255" },
+         { "01.2.3.4", "leading zeros" },
+         { "1.2.3.00", "leading zeros" },
+         { "-1.2.3.4", "from 0 to 255" },
+         { "1..2.3", "from 0 to 255" },
+         { "0x1.2.3.4", "four numbers" },
+         { "10.1.2.3/24", "the end is expected" },
+         { "\xd9\xa1.2.3.4", "\\xd9\\xa1" },
+   } );
+}
+
+TEST( PeltIp6Addr, PrintsTheShortestForm ) {
+   struct Row {
+      char const * text;
+      char const * printed;
+   };
+   std::vector< Row > rows{
+         { "::", "::" },
+         { "0:0:0:0:0:0:0:0", "::" },
+         { "::1", "::1" },
+         { "1::", "1::" },
+         { "2001:0DB8:0000:0000:0000:0000:0000:0001", "2001:db8::1" },
+         { "2001:db8:0:1:1:1:1:1", "2001:db8:0:1:1:1:1:1" }, // one group is not shortened
+         { "2001:db8::1:1:1:1:1", "2001:db8:0:1:1:1:1:1" },
+         { "2001:0:0:1:0:0:0:1", "2001:0:0:1::1" },       // the longest run
+         { "2001:db8:0:0:1:0:0:1", "2001:db8::1:0:0:1" }, // the first of two equal runs
+         { "1:2:3:4:5:6:7::", "1:2:3:4:5:6:7:0" },
+         { "::2:3:4:5:6:7:8", "0:2:3:4:5:6:7:8" },
+         { "1:0:0:0:0:0:0:0", "1::" },
+         { "1:2:3:4:5:6:0:0", "1:2:3:4:5:6::" },
+         { "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff", "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff" },
+         { "::ffff:10.1.2.3", "::ffff:10.1.2.3" },
+         { "::ffff:a01:203", "::ffff:10.1.2.3" },
+         { "::ffff:0:0", "::ffff:0.0.0.0" },
+         { "64:ff9b::10.1.2.3", "64:ff9b::a01:203" },
+         { "1:2:3:4:5:6:7.8.9.10", "1:2:3:4:5:6:708:90a" },
+         { "::ffff", "::ffff" },
+         { "fe80::1", "fe80::1" },
+   };
+   for( Row const & row : rows ) {
+      Ip6Addr addr = Ip6Addr::parse( row.text );
+      EXPECT_EQ( Kiv::toText( addr ), row.printed ) << row.text;
+      EXPECT_EQ( Ip6Addr::parse( row.printed ), addr ) << row.text;
+   }
+   EXPECT_EQ( Ip6Addr::parse( "1:2:3:4:5:6:7:8" ), Ip6Addr( 0x1000200030004, 0x5000600070008 ) );
+   expectAscending< Ip6Addr >( { "::", "::1", "0:0:0:1::", "1::", "fe80::1" } );
+   Ip6Addr::Octets octets{ 0xff, 2 };
+   octets[ 15 ] = 1;
+   EXPECT_EQ( Kiv::toText( Ip6Addr( octets ) ), "ff02::1" );
+}
+
+// With one bit set, and with one bit clear, every printed form must lead back to its address.
+TEST( PeltIp6Addr, EveryBitRoundTrips ) {
+   for( unsigned bit = 0; bit < 128; ++bit ) {
+      Ip6Addr one( bit < 64 ? 1ull << bit : 0, bit < 64 ? 0 : 1ull << ( bit - 64 ) );
+      Ip6Addr rest( ~one.high(), ~one.low() );
+      for( Ip6Addr addr : { one, rest } ) {
+         EXPECT_EQ( Ip6Addr::parse( Kiv::toText( addr ) ), addr );
+      }
+   }
+}
+
+TEST( PeltIp6Addr, BadTextIsRefused ) {
+   std::string const huge( 100000, ':' );
+   expectRefused< Ip6Addr >( {
+         { "", "eight groups" },
+         { ":", "groups of one to four" },
+         { ":::", "groups of one to four" },
+         { "1:::2", "groups of one to four" },
+         { "1::2::3", "only once" },
+         { "1:2:3:4:5:6:7", "eight groups" },
+         { "1:2:3:4:5:6:7:", "after the last" },
+         { "1:2:3:4:5:6:7:8:9", "at most eight" },
+         { "1:2:3:4:5:6:7:8::", "at least one group" },
+         { "::1:2:3:4:5:6:7:8", "at least one group" },
+         { ":1::2", "groups of one to four" },
+         { "1::2:", "after the last" },
+         { "12345::", "groups of one to four" },
+         { "00001::", "groups of one to four" },
+         { "g::", "groups of one to four" },
+         { "-1::", "groups of one to four" },
+         { "fe80::1%eth0", "a zone is no part" },
+         { "::1/64", "groups of one to four" },
+         { "::1 ", "groups of one to four" },
+         { "::1\0"sv, "\\x00" },
+         { "::\xff", "\\xff" },
+         { "::1.2.3", "four numbers" },
+         { "::1.2.3.4.5", "the end is expected after the fourth" },
+         { "::1.2.3.256", "from 0 to 255" },
+         { "1.2.3.4::", "groups of one to four" },
+         { "1:2:3:4:5:6:7:1.2.3.4", "at most eight" },
+         { huge, "...\" is not an IPv6 address" },
+   } );
+}
+
+TEST( PeltIpGenAddr, HoldsEitherFamilyOrNone ) {
+   IpGenAddr none;
+   IpGenAddr v4 = IpAddr( 0, 0, 0, 1 );
+   IpGenAddr v6 = Ip6Addr( 0, 1 );
+   EXPECT_FALSE( none );
+   EXPECT_EQ( Kiv::fromText< IpGenAddr >( "" ), none );
+   EXPECT_NE( v4, v6 ); // though their bits are the same
+   EXPECT_NE( IpGenAddr( IpAddr() ), none );
+   EXPECT_LT( none, IpGenAddr( IpAddr() ) );
+   EXPECT_LT( IpGenAddr( IpAddr( 0xffffffff ) ), IpGenAddr( Ip6Addr() ) );
+   expectRoundTrip< IpGenAddr >( { "", "0.0.0.0", "::", "0.0.0.1", "::1", "10.1.2.3" } );
+   EXPECT_EQ( v4.v4Addr(), IpAddr( 1 ) );
+   EXPECT_THROW( v4.v6Addr(), Kiv::RangeException );
+   EXPECT_THROW( v6.v4Addr(), Kiv::RangeException );
+   EXPECT_THROW( none.v4Addr(), Kiv::RangeException );
+   EXPECT_TRUE( IpGenAddr::parse( "224.0.0.5" ).isMulticast() );
+   EXPECT_TRUE( IpGenAddr::parse( "ff02::5" ).isMulticast() );
+   EXPECT_FALSE( none.isMulticast() );
+   expectRefused< IpGenAddr >( { { "host", "an IPv4 or IPv6 address" },
+                                 { "1.2.3.4.5", "an IPv4 or IPv6 address" },
+                                 { "1:2", "an IPv6 address: eight groups" } } );
+}
+
+TEST( PeltPrefix, TextRefusesHostBitsAndConstructorsClearThem ) {
+   expectRoundTrip< Prefix >(
+         { "0.0.0.0/0", "0.0.0.0/32", "10.0.0.0/8", "10.0.0.0/9", "10.1.2.3/32" } );
+   expectRoundTrip< Ip6Prefix >( { "::/0", "::/128", "2001:db8::/32", "fe80::/10", "::1/128" } );
+   EXPECT_EQ( Kiv::toText( Prefix( IpAddr( 10, 1, 2, 3 ), 31 ) ), "10.1.2.2/31" );
+   EXPECT_EQ( Prefix( IpAddr( 0xffffffff ), 0 ), Prefix() );
+   EXPECT_EQ( Kiv::toText( Prefix( IpAddr( 10, 1, 2, 3 ) ) ), "10.1.2.3/32" );
+   EXPECT_EQ( Kiv::toText( Prefix::parseClearing( "10.1.2.3/24" ) ), "10.1.2.0/24" );
+   EXPECT_EQ( Kiv::toText( Ip6Prefix::parseClearing( "fc00::1:71/126" ) ), "fc00::1:70/126" );
+   EXPECT_EQ( Kiv::toText( Ip6Prefix( Ip6Addr( ~0ull, ~0ull ), 64 ) ), "ffff:ffff:ffff:ffff::/64" );
+   EXPECT_EQ( Kiv::toText( Ip6Prefix( Ip6Addr( ~0ull, ~0ull ), 65 ) ),
+              "ffff:ffff:ffff:ffff:8000::/65" );
+   EXPECT_THROW( Prefix( IpAddr(), 33 ), Kiv::RangeException );
+   EXPECT_THROW( Ip6Prefix( Ip6Addr(), 129 ), Kiv::RangeException );
+   expectRefused< Prefix >( {
+         { "10.1.2.3/24", "no bits set beyond the length are expected, as in 10.1.2.0/24" },
+         { "", "\"/\" and a length are expected" },
+         { "10.0.0.0", "\"/\" and a length are expected" },
+         { "10.0.0.0/", "a length from 0 to 32" },
+         { "10.0.0.0/33", "a length from 0 to 32" },
+         { "10.0.0.0/08", "a length from 0 to 32" },
+         { "10.0.0.0/99999999999999999999", "a length from 0 to 32" },
+         { "10.0.0.0/-1", "a length from 0 to 32" },
+         { "10.0.0.0/8/8", "a length from 0 to 32" },
+         { "10.0.0.0/8\0"sv, "a length from 0 to 32" },
+         { "10.0.0.0/255.0.0.0", "a length from 0 to 32" },
+         { "10.0.0/8", "\"10.0.0\" is not an IPv4 address" },
+         { "::/0", "\"::\" is not an IPv4 address" },
+   } );
+   expectRefused< Ip6Prefix >( {
+         { "fe80::1/10", "no bits set beyond the length are expected, as in fe80::/10" },
+         { "2001:db8::/129", "a length from 0 to 128" },
+         { "10.0.0.0/8", "not an IPv6 address" },
+   } );
+}
+
+TEST( PeltPrefix, ContainsAndSortsParentsFirst ) {
+   struct Row {
+      char const * outer;
+      char const * inner;
+      bool contains;
+   };
+   std::vector< Row > rows{
+         { "0.0.0.0/0", "0.0.0.0/0", true },
+         { "0.0.0.0/0", "255.255.255.255/32", true },
+         { "10.0.0.0/8", "10.255.0.0/16", true },
+         { "10.0.0.0/8", "11.0.0.0/16", false },
+         { "10.0.0.0/16", "10.0.0.0/8", false },
+         { "10.1.2.3/32", "10.1.2.3/32", true },
+         { "::/0", "2001:db8::/32", true },
+         { "2001:db8::/64", "2001:db8::1/128", true },
+         { "2001:db8::/65", "2001:db8:0:0:8000::/65", false },
+         { "::/0", "0.0.0.0/0", false },
+         { "0.0.0.0/0", "::/0", false },
+         { "", "", false },
+         { "", "0.0.0.0/0", false },
+   };
+   for( Row const & row : rows ) {
+      SCOPED_TRACE( std::string( row.outer ) + " and " + row.inner );
+      auto outer = IpGenPrefix::parse( row.outer );
+      auto inner = IpGenPrefix::parse( row.inner );
+      EXPECT_EQ( outer.contains( inner ), row.contains );
+      if( outer.isV4() && inner.isV4() ) {
+         EXPECT_EQ( outer.v4Prefix().contains( inner.v4Prefix() ), row.contains );
+      }
+      if( row.contains ) {
+         EXPECT_TRUE( outer.contains( inner.addr() ) );
+         EXPECT_LE( outer, inner );
+      }
+   }
+   expectAscending< IpGenPrefix >( { "", "0.0.0.0/0", "0.0.0.0/8", "10.0.0.0/8", "10.0.0.0/24",
+                                     "10.0.1.0/24", "::/0", "::/1" } );
+}
+
+TEST( PeltIpGenPrefix, ReadsEitherFamily ) {
+   expectRoundTrip< IpGenPrefix >(
+         { "", "0.0.0.0/0", "::/0", "0.0.0.0/32", "::/32", "10.0.0.0/8" } );
+   EXPECT_EQ( IpGenPrefix( IpGenAddr( IpAddr( 10, 1, 2, 3 ) ), 24 ),
+              IpGenPrefix( Prefix::parse( "10.1.2.0/24" ) ) );
+   EXPECT_EQ( IpGenPrefix::parse( "2001:db8::/32" ).v6Prefix().len(), 32u );
+   EXPECT_THROW( IpGenPrefix::parse( "::/0" ).v4Prefix(), Kiv::RangeException );
+   EXPECT_THROW( IpGenPrefix( IpGenAddr( IpAddr() ), 33 ), Kiv::RangeException );
+   EXPECT_THROW( IpGenPrefix( IpGenAddr(), 0 ), Kiv::RangeException );
+   expectRefused< IpGenPrefix >(
+         { { "10.1.2.3/24", "an IPv4 prefix" }, { "::1/64", "an IPv6 prefix" } } );
+}
+
+} // namespace
