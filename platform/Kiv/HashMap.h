@@ -1,0 +1,348 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Keyed hash collections that may be changed while they are walked.
+//
+//    HashMap< Key, Value >    members { key, value }
+//    HashSet< Key >           members are the keys
+//
+// - Order. A walk visits the members in the order of their insertion. Assigning to a member does
+//   not move it; erasing and inserting it again moves it to the end.
+// - Change during a walk. The body of a loop may insert, assign and erase anything, the member it
+//   is at included, and clear() or destroy the collection. A member that is removed before the
+//   walk reaches it is not visited, one that is inserted is, since it stands at the end. A walk
+//   ends as soon as its body stops inserting. Walks nest, and iterators may be kept.
+// - References and pointers to a member (its key, its value) stay valid until that member is
+//   removed: nothing else, growth included, invalidates them. Moving or swapping the collection
+//   takes its members along, iterators too.
+// - What a removed member owns is let go when the collection no longer knows the member and is
+//   complete again, so the destructors of keys and values may use the collection in any way. (A
+//   Value that cannot be moved is destroyed where it stands: its destructor may do anything but
+//   clear or destroy the collection.)
+// - An empty collection is one pointer. Memory comes with the first member and goes with clear().
+// - Keys need == and Kiv::hashOf. Collections of std::string are searched by std::string_view.
+// - One thread only, const operations included: a walk enrols with its collection.
+//
+// Nothing throws but allocation, the constructors of keys and values, and Kiv::Exception at more
+// than 1073741824 members; a failed insertion changes nothing.
+
+#include "Kiv/Hash.h"
+#include "Kiv/HashTable.h"
+#include "Kiv/Member.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <optional>
+#include <type_traits>
+#include <utility>
+
+namespace Kiv {
+
+namespace Detail {
+
+// The upper half of a folded product: a hash() that mixes badly must not make a slow collection.
+template< class Key >
+std::uint32_t
+tableHash( Key const & key ) {
+   return static_cast< std::uint32_t >( hashOf( key ) >> 32 );
+}
+
+template< class Key >
+struct SetMember {
+   Key const key;
+
+   template< class K >
+   explicit SetMember( K const & k ) : key( k ) {}
+
+   static auto moveOut( SetMember & m ) { return Detail::moveOut( m.key ); }
+};
+
+// What maps and sets have in common. `Visible` is what a walk shows of a member.
+template< class Key, class Member, class Visible >
+class HashCollection {
+   using Table = HashTable< Member >;
+   using Entry = typename Table::Entry;
+   using Cursor = typename Table::Cursor;
+
+ public:
+   using key_type = Key;
+   using value_type = std::remove_const_t< Visible >;
+   using size_type = std::uint32_t;
+
+   // Copies stand on the same member and walk on by themselves. Stepping on from a member that was
+   // removed goes to the member that followed it; so does comparing with end().
+   template< class Shown >
+   class Iterator {
+    public:
+      using iterator_concept = std::forward_iterator_tag;
+      using iterator_category = std::forward_iterator_tag;
+      using value_type = std::remove_const_t< Shown >;
+      using difference_type = std::ptrdiff_t;
+      using pointer = Shown *;
+      using reference = Shown &;
+
+      Iterator() = default; // at the end
+
+      // The member must not have been removed.
+      Shown & operator*() const { return shown( cursor_.member() ); }
+      Shown * operator->() const { return &**this; }
+
+      Iterator & operator++() {
+         cursor_.advance();
+         return *this;
+      }
+      Iterator operator++( int ) {
+         auto was = *this;
+         cursor_.advance();
+         return was;
+      }
+
+      friend bool operator==( Iterator const & a, std::default_sentinel_t ) {
+         return a.cursor_.atEnd();
+      }
+      friend bool operator==( Iterator const & a, Iterator const & b ) {
+         return a.cursor_.sameAs( b.cursor_ );
+      }
+
+    private:
+      friend HashCollection;
+      Iterator( Table * table, std::uint32_t place ) : cursor_( table, place ) {}
+      mutable Cursor cursor_;
+   };
+
+   using iterator = Iterator< Visible >;
+   using const_iterator = Iterator< Visible const >;
+
+   HashCollection() = default;
+   // In the order of the other.
+   HashCollection( HashCollection const & other ) : HashCollection() {
+      Cursor from( other.table_, other.firstPlace() );
+      for( ; !from.atEnd(); from.advance() ) {
+         table().append( from.entry().hash, from.member() );
+      }
+   }
+   HashCollection( HashCollection && other ) noexcept
+         : table_( std::exchange( other.table_, nullptr ) ) {}
+   // Iterators of what was here are at their end.
+   HashCollection & operator=( HashCollection other ) noexcept {
+      swap( other );
+      return *this;
+   }
+   ~HashCollection() {
+      // Again when the last words of a member inserted something.
+      while( table_ ) {
+         delete std::exchange( table_, nullptr );
+      }
+   }
+
+   void swap( HashCollection & other ) noexcept { std::swap( table_, other.table_ ); }
+
+   std::uint32_t size() const { return table_ ? table_->storage.size() : 0; }
+   bool empty() const { return size() == 0; }
+   bool has( KeyArgument< Key > key ) const { return lookup( key ) != nullptr; }
+
+   iterator begin() { return iterator( table_, firstPlace() ); }
+   const_iterator begin() const { return const_iterator( table_, firstPlace() ); }
+   std::default_sentinel_t end() const { return {}; }
+
+   // On that member; at the end when there is none.
+   iterator iteratorAt( KeyArgument< Key > key ) { return at< iterator >( key ); }
+   const_iterator iteratorAt( KeyArgument< Key > key ) const { return at< const_iterator >( key ); }
+
+   // The member that was inserted first; nullptr when there is none.
+   Visible * first() { return empty() ? nullptr : &shown( firstMember() ); }
+   Visible const * first() const { return empty() ? nullptr : &shown( firstMember() ); }
+
+   // Whether the member was there.
+   bool erase( KeyArgument< Key > key ) {
+      auto * entry = lookup( key );
+      if( !entry ) {
+         return false;
+      }
+      [[maybe_unused]] auto gone = takeOut( *entry );
+      return true;
+   }
+
+   // Keeps no memory, unless somebody is walking.
+   void clear() {
+      if( !table_ ) {
+         return;
+      }
+      if( table_->cursors ) {
+         auto gone = table_->takeAll();
+      } else {
+         delete std::exchange( table_, nullptr );
+      }
+   }
+
+ protected:
+   Entry * lookup( KeyArgument< Key > key ) const { return lookup( key, tableHash( key ) ); }
+   Entry * lookup( KeyArgument< Key > key, std::uint32_t hash ) const {
+      return table_ ? table_->storage.find( hash, key ) : nullptr;
+   }
+
+   Table & table() {
+      if( !table_ ) {
+         table_ = new Table;
+      }
+      return *table_;
+   }
+
+   // Removes the entry and returns what it owned, for the caller to let go last of all.
+   auto takeOut( Entry & entry ) {
+      auto owned = Member::moveOut( entry.member );
+      auto slot = table_->unlink( entry );
+      std::destroy_at( &entry.member );
+      table_->storage.release( slot );
+      return owned;
+   }
+
+   Table * table_ = nullptr;
+
+ private:
+   std::uint32_t firstPlace() const { return table_ ? table_->storage.firstPlace() : 0; }
+
+   template< class Wanted >
+   Wanted at( KeyArgument< Key > key ) const {
+      auto * entry = lookup( key );
+      return entry ? Wanted( table_, entry->place ) : Wanted();
+   }
+
+   Member & firstMember() const {
+      return table_->storage.entryAtPlace( table_->storage.firstPlace() ).member;
+   }
+
+   static Visible & shown( Member & member ) {
+      if constexpr( std::is_same_v< std::remove_const_t< Visible >, Key > ) {
+         return member.key;
+      } else {
+         return member;
+      }
+   }
+};
+
+} // namespace Detail
+
+template< class Key, class Value >
+class HashMap : public Detail::HashCollection< Key, Detail::MapMember< Key, Value >,
+                                               Detail::MapMember< Key, Value > > {
+   using Base = Detail::HashCollection< Key, Detail::MapMember< Key, Value >,
+                                        Detail::MapMember< Key, Value > >;
+
+ public:
+   using mapped_type = Value;
+   // { Key const key; Value value; }: what a walk shows, also as `auto & [ key, value ]`.
+   using Member = Detail::MapMember< Key, Value >;
+
+   struct Inserted {
+      Value * value; // where the value is now
+      bool inserted; // false: the key was there before
+   };
+
+   // nullptr when there is no such key.
+   Value * find( Detail::KeyArgument< Key > key ) {
+      auto * entry = this->lookup( key );
+      return entry ? &entry->member.value : nullptr;
+   }
+   Value const * find( Detail::KeyArgument< Key > key ) const {
+      auto * entry = this->lookup( key );
+      return entry ? &entry->member.value : nullptr;
+   }
+
+   // Leaves a member that is there alone, args included; makes its value from them otherwise.
+   template< class... Args >
+   Inserted tryEmplace( Detail::KeyArgument< Key > key, Args &&... args ) {
+      auto const hash = Detail::tableHash( key );
+      if( auto * entry = this->lookup( key, hash ) ) {
+         return { &entry->member.value, false };
+      }
+      if constexpr( std::is_trivially_constructible_v< Value, Args... > ||
+                    !std::is_move_constructible_v< Value > ) {
+         return append( hash, key, std::forward< Args >( args )... );
+      } else {
+         // Constructors may use the collection too: look again.
+         Value value( std::forward< Args >( args )... );
+         if( auto * entry = this->lookup( key, hash ) ) {
+            return { &entry->member.value, false };
+         }
+         return append( hash, key, std::move( value ) );
+      }
+   }
+
+   // The value that is replaced is let go last, as a removed one is. If that removes the member,
+   // the returned pointer is of no use.
+   Inserted insertOrAssign( Detail::KeyArgument< Key > key, Value value ) {
+      auto const hash = Detail::tableHash( key );
+      if( auto * entry = this->lookup( key, hash ) ) {
+         if constexpr( std::is_trivially_destructible_v< Value > ) {
+            entry->member.value = std::move( value );
+         } else {
+            std::swap( entry->member.value, value );
+         }
+         return { &entry->member.value, false };
+      }
+      return append( hash, key, std::move( value ) );
+   }
+
+   // Removes the member and returns its value; nullopt when there is none.
+   std::optional< Value > extract( Detail::KeyArgument< Key > key ) {
+      auto * entry = this->lookup( key );
+      if( !entry ) {
+         return std::nullopt;
+      }
+      std::optional< Value > value( std::move( entry->member.value ) );
+      [[maybe_unused]] auto gone = this->takeOut( *entry );
+      return value;
+   }
+
+   // The same keys with equal values, in whatever order.
+   friend bool operator==( HashMap const & a, HashMap const & b ) {
+      if( a.size() != b.size() ) {
+         return false;
+      }
+      for( auto const & [ key, value ] : a ) {
+         auto * other = b.find( key );
+         if( !other || !( *other == value ) ) {
+            return false;
+         }
+      }
+      return true;
+   }
+
+ private:
+   template< class... Args >
+   Inserted append( std::uint32_t hash, Detail::KeyArgument< Key > key, Args &&... args ) {
+      auto & entry = this->table().append( hash, key, std::forward< Args >( args )... );
+      return { &entry.member.value, true };
+   }
+};
+
+template< class Key >
+class HashSet : public Detail::HashCollection< Key, Detail::SetMember< Key >, Key const > {
+ public:
+   // Whether the key was not there before.
+   bool insert( Detail::KeyArgument< Key > key ) {
+      auto const hash = Detail::tableHash( key );
+      if( this->lookup( key, hash ) ) {
+         return false;
+      }
+      this->table().append( hash, key );
+      return true;
+   }
+
+   // The same keys, in whatever order.
+   friend bool operator==( HashSet const & a, HashSet const & b ) {
+      if( a.size() != b.size() ) {
+         return false;
+      }
+      for( auto const & key : a ) {
+         if( !b.has( key ) ) {
+            return false;
+         }
+      }
+      return true;
+   }
+};
+
+} // namespace Kiv

@@ -1,0 +1,392 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// A keyed collection in ascending order of its keys that may be changed while it is walked.
+//
+// - Order is that of `<` on keys.
+// - Change during a walk. The body of a loop may insert, assign and erase anything, the member it
+//   is at included, and clear() or destroy the collection. A walk goes on behind the key that it
+//   was at, whether or not that is still here: it visits what lives there when it arrives, and
+//   nothing that was inserted before it. An iterator that has reached the end stays there.
+// - References and pointers to a member (its key, its value) stay valid until that member is
+//   removed. Moving or swapping the collection takes its members along, iterators too.
+// - What a removed member owns is let go when the collection no longer knows the member and is
+//   complete again, so the destructors of keys and values may use the collection in any way.
+// - An empty collection is one pointer. Memory comes with the first member and goes with clear().
+// - Keys need < and a copy constructor. Collections of std::string are searched by
+//   std::string_view.
+// - One thread only, const operations included: a walk enrols with its collection.
+//
+// Nothing throws but allocation and the constructors of keys and values; a failed insertion
+// changes nothing.
+
+#include "Kiv/Cursor.h"
+#include "Kiv/Member.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <optional>
+#include <set>
+#include <type_traits>
+#include <utility>
+
+namespace Kiv {
+
+namespace Detail {
+
+template< class Key, class Value >
+struct OrderedTree {
+   using Member = MapMember< Key, Value >;
+
+   struct ByKey {
+      using is_transparent = void;
+      bool operator()( Member const & a, Member const & b ) const { return a.key < b.key; }
+      template< class K >
+      bool operator()( Member const & a, K const & b ) const {
+         return a.key < b;
+      }
+      template< class K >
+      bool operator()( K const & a, Member const & b ) const {
+         return a < b.key;
+      }
+   };
+   using Nodes = std::set< Member, ByKey >;
+   using Node = typename Nodes::iterator;
+
+   // On a member; or behind the key of one that was removed; or at the end.
+   class Cursor : public CursorLink {
+    public:
+      Cursor() = default;
+      Cursor( OrderedTree * tree, Node node ) : tree_( tree ), node_( node ) { enrol(); }
+      Cursor( Cursor const & other )
+            : CursorLink(), tree_( other.tree_ ), node_( other.node_ ), behind_( other.behind_ ) {
+         enrol();
+      }
+      Cursor & operator=( Cursor const & other ) {
+         if( this != &other ) {
+            unlink();
+            tree_ = other.tree_;
+            node_ = other.node_;
+            behind_.reset();
+            if( other.behind_ ) {
+               behind_.emplace( *other.behind_ );
+            }
+            enrol();
+         }
+         return *this;
+      }
+
+      bool atEnd() {
+         if( tree_ && behind_ ) {
+            toNext();
+         }
+         return !tree_ || node_ == tree_->nodes.end();
+      }
+
+      void advance() {
+         if( behind_ ) {
+            toNext();
+         } else {
+            ++node_;
+         }
+      }
+
+      Node node() const { return node_; }
+
+      bool sameAs( Cursor & other ) {
+         auto end = atEnd();
+         return end == other.atEnd() && ( end || ( tree_ == other.tree_ && node_ == other.node_ ) );
+      }
+
+      void nodeGoes( Node node ) {
+         if( !behind_ && node_ == node ) {
+            behind_.emplace( node->key );
+         }
+      }
+
+      void allGo() {
+         if( !atEnd() ) {
+            behind_.emplace( node_->key );
+         }
+      }
+
+      void treeGoes() {
+         unlink();
+         tree_ = nullptr;
+         behind_.reset();
+      }
+
+    private:
+      void enrol() {
+         if( tree_ ) {
+            link( tree_->cursors );
+         }
+      }
+
+      void toNext() {
+         node_ = tree_->nodes.upper_bound( *behind_ );
+         behind_.reset();
+      }
+
+      OrderedTree * tree_ = nullptr;
+      Node node_{};
+      std::optional< Key > behind_; // the key of the member that was removed here
+   };
+
+   OrderedTree() = default;
+   OrderedTree( OrderedTree const & ) = delete;
+   OrderedTree & operator=( OrderedTree const & ) = delete;
+   ~OrderedTree() {
+      while( cursors ) {
+         static_cast< Cursor & >( *cursors ).treeGoes();
+      }
+   }
+
+   // The member, for the caller to let go.
+   auto take( Node node ) {
+      for( auto link = cursors; link; link = link->nextLink() ) {
+         static_cast< Cursor & >( *link ).nodeGoes( node );
+      }
+      return nodes.extract( node );
+   }
+
+   Nodes takeAll() {
+      for( auto link = cursors; link; link = link->nextLink() ) {
+         static_cast< Cursor & >( *link ).allGo();
+      }
+      return std::exchange( nodes, Nodes() );
+   }
+
+   // A set shows its elements as const for the sake of their order, which is the key's alone.
+   static Member & member( Node node ) { return const_cast< Member & >( *node ); }
+
+   Nodes nodes;
+   CursorLink * cursors = nullptr;
+};
+
+} // namespace Detail
+
+template< class Key, class Value >
+class OrderedMap {
+   using Tree = Detail::OrderedTree< Key, Value >;
+   using Node = typename Tree::Node;
+   using KeyArgument = Detail::KeyArgument< Key >;
+
+ public:
+   using key_type = Key;
+   using mapped_type = Value;
+   using size_type = std::uint32_t;
+   // { Key const key; Value value; }: what a walk shows, also as `auto & [ key, value ]`.
+   using Member = typename Tree::Member;
+   using value_type = Member;
+
+   struct Inserted {
+      Value * value; // where the value is now
+      bool inserted; // false: the key was there before
+   };
+
+   // Copies stand on the same member and walk on by themselves. Stepping on from a member that was
+   // removed goes to the first one behind its key; so does comparing with end().
+   template< class Shown >
+   class Iterator {
+    public:
+      using iterator_concept = std::forward_iterator_tag;
+      using iterator_category = std::forward_iterator_tag;
+      using value_type = Member;
+      using difference_type = std::ptrdiff_t;
+      using pointer = Shown *;
+      using reference = Shown &;
+
+      Iterator() = default; // at the end
+
+      // The member must not have been removed.
+      Shown & operator*() const { return Tree::member( cursor_.node() ); }
+      Shown * operator->() const { return &**this; }
+
+      Iterator & operator++() {
+         cursor_.advance();
+         return *this;
+      }
+      Iterator operator++( int ) {
+         auto was = *this;
+         cursor_.advance();
+         return was;
+      }
+
+      friend bool operator==( Iterator const & a, std::default_sentinel_t ) {
+         return a.cursor_.atEnd();
+      }
+      friend bool operator==( Iterator const & a, Iterator const & b ) {
+         return a.cursor_.sameAs( b.cursor_ );
+      }
+
+    private:
+      friend OrderedMap;
+      Iterator( Tree * tree, Node node ) : cursor_( tree, node ) {}
+      mutable typename Tree::Cursor cursor_;
+   };
+
+   using iterator = Iterator< Member >;
+   using const_iterator = Iterator< Member const >;
+
+   OrderedMap() = default;
+   OrderedMap( OrderedMap const & other ) : OrderedMap() {
+      for( auto const & [ key, value ] : other ) {
+         append( key, value );
+      }
+   }
+   OrderedMap( OrderedMap && other ) noexcept : tree_( std::exchange( other.tree_, nullptr ) ) {}
+   // Iterators of what was here are at their end.
+   OrderedMap & operator=( OrderedMap other ) noexcept {
+      swap( other );
+      return *this;
+   }
+   ~OrderedMap() {
+      // Again when the last words of a member inserted something.
+      while( tree_ ) {
+         delete std::exchange( tree_, nullptr );
+      }
+   }
+
+   void swap( OrderedMap & other ) noexcept { std::swap( tree_, other.tree_ ); }
+
+   std::uint32_t size() const {
+      return tree_ ? static_cast< std::uint32_t >( tree_->nodes.size() ) : 0;
+   }
+   bool empty() const { return size() == 0; }
+   bool has( KeyArgument key ) const { return lookup( key ) != nullptr; }
+
+   // nullptr when there is no such key.
+   Value * find( KeyArgument key ) { return valueOf( lookup( key ) ); }
+   Value const * find( KeyArgument key ) const { return valueOf( lookup( key ) ); }
+
+   // The members with the smallest and the largest key; nullptr when there is none.
+   Member * first() { return firstMember(); }
+   Member const * first() const { return firstMember(); }
+   Member * last() { return lastMember(); }
+   Member const * last() const { return lastMember(); }
+
+   iterator begin() { return tree_ ? iterator( tree_, tree_->nodes.begin() ) : iterator(); }
+   const_iterator begin() const {
+      return tree_ ? const_iterator( tree_, tree_->nodes.begin() ) : const_iterator();
+   }
+   std::default_sentinel_t end() const { return {}; }
+
+   // On that member; at the end when there is none.
+   iterator iteratorAt( KeyArgument key ) { return at< iterator >( key ); }
+   const_iterator iteratorAt( KeyArgument key ) const { return at< const_iterator >( key ); }
+
+   // On the first member whose key is not less; at the end when there is none.
+   iterator lowerBound( KeyArgument key ) {
+      return tree_ ? iterator( tree_, tree_->nodes.lower_bound( key ) ) : iterator();
+   }
+   const_iterator lowerBound( KeyArgument key ) const {
+      return tree_ ? const_iterator( tree_, tree_->nodes.lower_bound( key ) ) : const_iterator();
+   }
+
+   // Leaves a member that is there alone, args included; makes its value from them otherwise.
+   template< class... Args >
+   Inserted tryEmplace( KeyArgument key, Args &&... args ) {
+      if( auto * member = lookup( key ) ) {
+         return { &member->value, false };
+      }
+      return append( key, std::forward< Args >( args )... );
+   }
+
+   // The value that is replaced is let go last, as a removed one is. If that removes the member,
+   // the returned pointer is of no use.
+   Inserted insertOrAssign( KeyArgument key, Value value ) {
+      if( auto * member = lookup( key ) ) {
+         std::swap( member->value, value );
+         return { &member->value, false };
+      }
+      return append( key, std::move( value ) );
+   }
+
+   // Whether the member was there.
+   bool erase( KeyArgument key ) {
+      if( !tree_ ) {
+         return false;
+      }
+      auto node = tree_->nodes.find( key );
+      if( node == tree_->nodes.end() ) {
+         return false;
+      }
+      auto gone = tree_->take( node );
+      return true;
+   }
+
+   // Removes the member and returns its value; nullopt when there is none.
+   std::optional< Value > extract( KeyArgument key ) {
+      if( !has( key ) ) {
+         return std::nullopt;
+      }
+      auto gone = tree_->take( tree_->nodes.find( key ) );
+      return std::optional< Value >( std::move( gone.value().value ) );
+   }
+
+   // Keeps no memory, unless somebody is walking.
+   void clear() {
+      if( !tree_ ) {
+         return;
+      }
+      if( tree_->cursors ) {
+         auto gone = tree_->takeAll();
+      } else {
+         delete std::exchange( tree_, nullptr );
+      }
+   }
+
+   friend bool operator==( OrderedMap const & a, OrderedMap const & b ) {
+      if( a.size() != b.size() ) {
+         return false;
+      }
+      for( auto const & [ key, value ] : a ) {
+         auto * other = b.find( key );
+         if( !other || !( *other == value ) ) {
+            return false;
+         }
+      }
+      return true;
+   }
+
+ private:
+   static Value * valueOf( Member * member ) { return member ? &member->value : nullptr; }
+
+   Member * lookup( KeyArgument key ) const {
+      if( !tree_ ) {
+         return nullptr;
+      }
+      auto node = tree_->nodes.find( key );
+      return node == tree_->nodes.end() ? nullptr : &Tree::member( node );
+   }
+
+   Member * firstMember() const {
+      return empty() ? nullptr : &Tree::member( tree_->nodes.begin() );
+   }
+   Member * lastMember() const {
+      return empty() ? nullptr : &Tree::member( std::prev( tree_->nodes.end() ) );
+   }
+
+   template< class Wanted >
+   Wanted at( KeyArgument key ) const {
+      return tree_ ? Wanted( tree_, tree_->nodes.find( key ) ) : Wanted();
+   }
+
+   // The member is complete before the tree sees it: its constructors may use the collection too.
+   template< class... Args >
+   Inserted append( KeyArgument key, Args &&... args ) {
+      typename Tree::Nodes alone;
+      auto made = alone.extract( alone.emplace( key, std::forward< Args >( args )... ).first );
+      if( !tree_ ) {
+         tree_ = new Tree;
+      }
+      auto [ node, inserted, refused ] = tree_->nodes.insert( std::move( made ) );
+      return { &Tree::member( node ).value, inserted };
+   }
+
+   Tree * tree_ = nullptr;
+};
+
+} // namespace Kiv
