@@ -44,7 +44,7 @@ constexpr std::array kindInfos{
 constexpr bool
 kindsInOrder() {
    for( std::size_t i = 0; i < kindInfos.size(); ++i ) {
-      if( static_cast< std::size_t >( kindInfos[i].kind ) != i ) {
+      if( static_cast< std::size_t >( kindInfos[ i ].kind ) != i ) {
          return false;
       }
    }
@@ -72,7 +72,7 @@ constexpr std::array aliases{
 
 KindInfo const &
 info( Kind kind ) {
-   return kindInfos[static_cast< std::size_t >( kind )];
+   return kindInfos[ static_cast< std::size_t >( kind ) ];
 }
 
 bool
@@ -107,7 +107,7 @@ class IntfIdParser {
  private:
    Kind parseKind() {
       std::size_t length = 0;
-      while( length < rest_.size() && !isDigit( rest_[length] ) ) {
+      while( length < rest_.size() && !isDigit( rest_[ length ] ) ) {
          ++length;
       }
       std::string_view word = rest_.substr( 0, length );
@@ -134,7 +134,7 @@ class IntfIdParser {
       std::array< std::uint64_t, 3 > numbers{};
       unsigned count = 0;
       if( row.maxNumbers > 0 ) {
-         numbers[count++] = parseNumber( 0, row.maxNumber );
+         numbers[ count++ ] = parseNumber( 0, row.maxNumber );
       }
       while( count > 0 && !rest_.empty() && rest_.front() == '/' ) {
          if( count == row.maxNumbers ) {
@@ -143,19 +143,20 @@ class IntfIdParser {
          }
          rest_.remove_prefix( 1 );
          slash_ = true;
-         numbers[count++] = parseNumber( 0, IntfId::maxNextNumber );
+         numbers[ count++ ] = parseNumber( 0, IntfId::maxNextNumber );
       }
       if( count < row.minNumbers ) {
          failed( "\"/\" and a second number are expected after the first" );
       }
       if( !IntfId::hasUpToThree( row.kind ) ) {
-         return IntfId::single( row.kind, numbers[0], row.maxNumber );
+         return IntfId::single( row.kind, numbers[ 0 ], row.maxNumber );
       }
       if( count == 1 ) {
-         return IntfId::upToThree( row.kind, { numbers[0] } );
+         return IntfId::upToThree( row.kind, { numbers[ 0 ] } );
       }
-      return count == 2 ? IntfId::upToThree( row.kind, { numbers[0], numbers[1] } )
-                        : IntfId::upToThree( row.kind, { numbers[0], numbers[1], numbers[2] } );
+      return count == 2
+                   ? IntfId::upToThree( row.kind, { numbers[ 0 ], numbers[ 1 ] } )
+                   : IntfId::upToThree( row.kind, { numbers[ 0 ], numbers[ 1 ], numbers[ 2 ] } );
    }
 
    IntfId parseSubIntf( IntfId parent ) {
@@ -169,7 +170,7 @@ class IntfIdParser {
 
    std::uint64_t parseNumber( std::uint64_t min, std::uint64_t max ) {
       std::uint64_t value = 0;
-      auto [end, error] = std::from_chars( rest_.data(), rest_.data() + rest_.size(), value );
+      auto [ end, error ] = std::from_chars( rest_.data(), rest_.data() + rest_.size(), value );
       if( error != std::errc{} || value < min || value > max ) {
          std::string_view after = dot_ ? "." : slash_ ? "/" : before_;
          failed( numberRange( min, max ) + " is expected after \"" + std::string( after ) + "\"" );

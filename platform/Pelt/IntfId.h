@@ -137,7 +137,7 @@ class IntfId {
 // What the classes of one kind of interface share. They add no state and convert to IntfId; the
 // way back is explicit and throws Kiv::RangeException for an id of another kind. There is no empty
 // id of a kind. A subinterface is of no kind but SubIntfId: ask for its parent first.
-template < class Self, IntfId::Kind... kinds >
+template< class Self, IntfId::Kind... kinds >
 class IntfIdOfKind : public IntfId {
  public:
    constexpr explicit IntfIdOfKind( IntfId id ) : IntfId( id ) {

@@ -113,4 +113,13 @@ IpGenPrefix::parse( std::string_view text ) {
                                         : IpGenPrefix( Ip6Prefix::parse( text ) );
 }
 
+IpGenPrefix
+IpGenPrefix::parseClearing( std::string_view text ) {
+   if( text.empty() ) {
+      return IpGenPrefix();
+   }
+   return text.find( ':' ) == text.npos ? IpGenPrefix( Prefix::parseClearing( text ) )
+                                        : IpGenPrefix( Ip6Prefix::parseClearing( text ) );
+}
+
 } // namespace Pelt

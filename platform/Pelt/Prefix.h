@@ -129,6 +129,8 @@ class IpGenPrefix {
    void print( std::string & out ) const;
    // The way back: text with a ":" is read as IPv6, "" as none. Throws Kiv::ParseError.
    static IpGenPrefix parse( std::string_view text );
+   // The same, but clears bits beyond the length: the subnet of an interface address.
+   static IpGenPrefix parseClearing( std::string_view text );
 
  private:
    AddressFamily family_ = AddressFamily::none; // family and length first: 24 bytes in all

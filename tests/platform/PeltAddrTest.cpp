@@ -352,6 +352,8 @@ TEST( PeltIpGenPrefix, ReadsEitherFamily ) {
          { "", "0.0.0.0/0", "::/0", "0.0.0.0/32", "::/32", "10.0.0.0/8" } );
    EXPECT_EQ( IpGenPrefix( IpGenAddr( IpAddr( 10, 1, 2, 3 ) ), 24 ),
               IpGenPrefix( Prefix::parse( "10.1.2.0/24" ) ) );
+   EXPECT_EQ( IpGenPrefix::parseClearing( "10.1.2.3/24" ), IpGenPrefix::parse( "10.1.2.0/24" ) );
+   EXPECT_EQ( IpGenPrefix::parseClearing( "fe80::1/10" ), IpGenPrefix::parse( "fe80::/10" ) );
    EXPECT_EQ( IpGenPrefix::parse( "2001:db8::/32" ).v6Prefix().len(), 32u );
    EXPECT_THROW( IpGenPrefix::parse( "::/0" ).v4Prefix(), Kiv::RangeException );
    EXPECT_THROW( IpGenPrefix( IpGenAddr( IpAddr() ), 33 ), Kiv::RangeException );
