@@ -91,8 +91,8 @@ class Ip6Addr {
    constexpr std::strong_ordering operator<=>( Ip6Addr const & ) const = default;
    std::size_t hash() const { return Kiv::hashCombine( Kiv::hashOf( high_ ), low_ ); }
 
-   // Appends the form of RFC 5952: lower case, no leading zeros, the longest run of two or more zero
-   // groups (the first of equals) as "::", and ::ffff:10.1.2.3 for an address that holds an IPv4 one.
+   // Appends the form of RFC 5952: lower case, no leading zeros, the longest run of two or more
+   // zero groups (the first of equals) as "::", and ::ffff:10.1.2.3 where an IPv4 address is held.
    void print( std::string & out ) const;
    // Reads every form of RFC 4291, section 2.2, in either case of letter. A zone ("%eth0") is
    // refused: it is no part of an address. Throws Kiv::ParseError.
@@ -105,8 +105,8 @@ class Ip6Addr {
 
 enum class AddressFamily : std::uint8_t { none, ipv4, ipv6 };
 
-// An IPv4 or an IPv6 address, or none (the default; prints as "" and tests false). None sorts first,
-// then the IPv4 addresses, then the IPv6 ones.
+// An IPv4 or an IPv6 address, or none (the default; prints as "" and tests false). None sorts
+// first, then the IPv4 addresses, then the IPv6 ones.
 class IpGenAddr {
  public:
    constexpr IpGenAddr() = default;

@@ -97,7 +97,7 @@ TEST( PeltIntfId, SortsByKindThenNumbersThenSubinterface ) {
          "Recirc-Channel1", "Vlan5",          "Vlan10",           "Cpu",
          "PeerEthernet1" };
    for( std::size_t i = 1; i < names.size(); ++i ) {
-      EXPECT_LT( IntfId( names[i - 1] ), IntfId( names[i] ) ) << names[i];
+      EXPECT_LT( IntfId( names[ i - 1 ] ), IntfId( names[ i ] ) ) << names[ i ];
    }
 }
 
