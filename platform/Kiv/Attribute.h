@@ -1,0 +1,460 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// The kinds of attributes that an entity can declare, one line each, in declaration order.
+//
+//    KIV_ATTRIBUTE( T, x, default... )      x(), xIs( v )
+//    KIV_ANNOUNCED( T, x, default... )      the same, but every xIs() notifies, changed or not
+//    KIV_COUNTER( T, x )                    x(), xIs( v ), xInc( n ), xDec( n ): return the new value
+//    KIV_SET( K, x )                        x(), xHas( k ), xIs( k ), xDel( k ), xDelAll()
+//    KIV_COLLECTION( K, V, x, option... )   x(), x( k ), xHas( k ), xIs( k, v ), xDel( k ), xDelAll()
+//    KIV_COUNTERS( K, T, x )                the same, and xInc( k, n ), xDec( k, n )
+//    KIV_KEYED( V, K, key, x )              a collection whose key is the value's member `key`: xIs( v )
+//    KIV_ORDERED( K, V, x )                 a collection that iterates in ascending order of its keys
+//    KIV_QUEUE( T, x )                      x(), xEnq( v ), xDeq(), xFront(), xBack()
+//    KIV_STACK( T, x )                      x(), xPush( v ), xPop(), xTop(), xBottom()
+//    KIV_CHILD( E, x )                      an entity: x(), xIs( args... ) makes it, xIs( ptr ), xDel()
+//    KIV_CHILDREN( K, E, x )                entities: x(), x( k ), xIs( k ) makes it, xIs( k, ptr ), xDel( k ), xDelAll()
+//
+// Looking up a key that is not there yields the value type's default (null for entities). A type
+// with commas in it needs a name of its own. Options of a collection:
+//    Kiv::everySet                   every xIs() notifies, changed or not
+//    Kiv::onEverySet( &E::handler )  every xIs() calls the entity's own handler( key ), changed or
+//                                    not; reactors still hear changes only
+//
+// An attribute is identified by the address of its descriptor, E::xAttr, which knows entity, key
+// and value type: a reactor's table names it, and a handler that does not fit does not compile.
+//
+// Every declaration adds one overload to a chain of kivCount() functions, so that the declarations
+// of a class can be counted and walked at compile time, without a second list.
+
+#include "Kiv/HashMap.h"
+#include "Kiv/OrderedMap.h"
+#include "Kiv/Ptr.h"
+#include "Kiv/Queue.h"
+
+#include <cstdint>
+#include <type_traits>
+#include <vector>
+
+namespace Kiv {
+
+template< unsigned n >
+struct Rank : Rank< n - 1 > {};
+template<>
+struct Rank< 0 > {};
+
+template< unsigned n >
+struct Count {
+   static constexpr unsigned value = n;
+};
+
+// As many attributes or fields as one class can have.
+using MaxRank = Rank< 96 >;
+
+enum class AttributeKind : std::uint8_t {
+   scalar, counter, set, map, counters, keyed, ordered, queue, stack, child, children
+};
+
+struct AttributeId {
+   char const * name;
+   std::uint16_t index; // among the attributes of its class, in declaration order
+   AttributeKind kind;
+};
+
+template< class EntityT, class KeyT, class ValueT, AttributeKind kindOf, unsigned indexOf >
+struct Attribute : AttributeId {
+   using Entity = EntityT;
+   using Key = KeyT; // void for scalars
+   using Value = ValueT;
+   static constexpr auto fixedKind = kindOf;
+   static constexpr unsigned fixedIndex = indexOf;
+
+   consteval explicit Attribute( char const * text )
+         : AttributeId{ text, static_cast< std::uint16_t >( indexOf ), kindOf } {}
+};
+
+struct EverySet {};
+inline constexpr EverySet everySet{};
+
+template< class Handler >
+struct OnEverySet {
+   Handler handler;
+};
+template< class Handler >
+constexpr OnEverySet< Handler >
+onEverySet( Handler handler ) {
+   return { handler };
+}
+
+// Setters take small values by value, the others by reference.
+template< class T >
+using Param = std::conditional_t< std::is_trivially_copyable_v< T > && sizeof( T ) <= 16, T, T const & >;
+
+// What a lookup answers when nothing is there.
+template< class V >
+V const &
+absentValue() {
+   static V const value{};
+   return value;
+}
+
+template< class Map, class Key >
+auto const &
+valueOrDefault( Map const & map, Key const & key ) {
+   auto const * value = map.find( key );
+   return value ? *value : absentValue< std::remove_cvref_t< decltype( *value ) > >();
+}
+
+// What a walk over a map or a set shows, reduced to the key.
+template< class Key, class Member >
+Key const &
+memberKey( Member const & member ) {
+   if constexpr( std::is_same_v< Key, Member > ) {
+      return member;
+   } else {
+      return member.key;
+   }
+}
+
+template< class Map >
+std::vector< typename Map::key_type >
+keysOf( Map const & map ) {
+   std::vector< typename Map::key_type > keys;
+   keys.reserve( map.size() );
+   for( auto const & member : map ) {
+      keys.push_back( memberKey< typename Map::key_type >( member ) );
+   }
+   return keys;
+}
+
+} // namespace Kiv
+
+#define KIV_COUNT_NOW decltype( kivCount( ::Kiv::MaxRank{} ) )::value
+
+// Opens an entity class: its name as it stands in messages, and, if it derives from another entity
+// class than Kiv::Entity, that class.
+#define KIV_ENTITY( Name, ... )                                                                    \
+ public:                                                                                           \
+   using KivSelf = Name;                                                                           \
+   using KivBase = ::Kiv::BaseOf< ::Kiv::Entity __VA_OPT__(, ) __VA_ARGS__ >::type;                \
+   static ::Kiv::Type const & kivType();                                                           \
+   ::Kiv::Type const & fwkType() const override;                                                   \
+   static ::Kiv::Count< 0 > kivCount( ::Kiv::Rank< 0 > )
+
+#define KIV_DESCRIBE( Kind, Key, Value, attr )                                                     \
+   static constexpr ::Kiv::Attribute< KivSelf, Key, Value, ::Kiv::AttributeKind::Kind,             \
+                                      KIV_COUNT_NOW >                                              \
+         attr##Attr{ #attr };                                                                      \
+   static constexpr auto const & kivAttribute( ::Kiv::Count< KIV_COUNT_NOW > ) {                   \
+      return attr##Attr;                                                                           \
+   }                                                                                               \
+   static auto const & kivGet( ::Kiv::Count< KIV_COUNT_NOW >, KivSelf const & self ) {             \
+      return self.attr##_;                                                                         \
+   }
+
+// Counts one more declaration; it comes last, since KIV_COUNT_NOW is one more after it.
+#define KIV_NEXT()                                                                                 \
+   static ::Kiv::Count< KIV_COUNT_NOW + 1 > kivCount( ::Kiv::Rank< KIV_COUNT_NOW + 1 > )
+
+#define KIV_SCALAR_( Kind, set, T, attr, ... )                                                     \
+ private:                                                                                          \
+   T attr##_{ __VA_ARGS__ };                                                                       \
+                                                                                                   \
+ public:                                                                                           \
+   KIV_DESCRIBE( Kind, void, T, attr )                                                             \
+   T const & attr() const { return attr##_; }                                                      \
+   void attr##Is( ::Kiv::Param< T > value ) { set }                                                \
+   static void kivPut( ::Kiv::Count< KIV_COUNT_NOW >, KivSelf & self, T const & value ) {          \
+      self.attr##Is( value );                                                                      \
+   }
+
+#define KIV_ATTRIBUTE( T, attr, ... )                                                              \
+   KIV_SCALAR_( scalar,                                                                            \
+                if( !( attr##_ == value ) ) {                                                      \
+                   attr##_ = value;                                                                \
+                   this->kivChanged( attr##Attr );                                                 \
+                },                                                                                 \
+                T, attr, __VA_ARGS__ )                                                             \
+   KIV_NEXT()
+
+#define KIV_ANNOUNCED( T, attr, ... )                                                              \
+   KIV_SCALAR_( scalar, attr##_ = value; this->kivChanged( attr##Attr );, T, attr, __VA_ARGS__ )   \
+   KIV_NEXT()
+
+#define KIV_COUNTER( T, attr )                                                                     \
+   KIV_SCALAR_( counter,                                                                           \
+                if( attr##_ != value ) {                                                           \
+                   attr##_ = value;                                                                \
+                   this->kivChanged( attr##Attr );                                                 \
+                },                                                                                 \
+                T, attr, 0 )                                                                       \
+   T attr##Inc( T by ) {                                                                           \
+      attr##Is( static_cast< T >( attr##_ + by ) );                                                \
+      return attr##_;                                                                              \
+   }                                                                                               \
+   T attr##Dec( T by ) {                                                                           \
+      attr##Is( static_cast< T >( attr##_ - by ) );                                                \
+      return attr##_;                                                                              \
+   }                                                                                               \
+   KIV_NEXT()
+
+// What all keyed attributes have in common.
+#define KIV_MEMBERS_( Kind, Key, Value, attr, ... )                                                \
+ private:                                                                                          \
+   __VA_ARGS__ attr##_;                                                                                \
+                                                                                                   \
+ public:                                                                                           \
+   KIV_DESCRIBE( Kind, Key, Value, attr )                                                          \
+   __VA_ARGS__ const & attr() const { return attr##_; }                                            \
+   bool attr##Has( Key const & key ) const { return attr##_.has( key ); }                          \
+   void attr##Del( Key const & key ) {                                                             \
+      ::Kiv::eraseMember( attr##_, key, KIV_NOTIFIER_( attr ) );                                   \
+   }                                                                                               \
+   void attr##DelAll() { ::Kiv::eraseAll( attr##_, KIV_NOTIFIER_( attr ) ); }                      \
+   static void kivErase( ::Kiv::Count< KIV_COUNT_NOW >, KivSelf & self, Key const & key ) {        \
+      self.attr##Del( key );                                                                       \
+   }
+
+#define KIV_NOTIFIER_( attr )                                                                      \
+   [ this ]( auto const & kivKey ) { this->kivChanged( attr##Attr, &kivKey ); }
+
+#define KIV_PUT_MEMBER_( Key, Value, attr )                                                        \
+   static void kivPut( ::Kiv::Count< KIV_COUNT_NOW >, KivSelf & self, Key const & key,             \
+                       Value const & value ) {                                                     \
+      self.attr##Is( key, value );                                                                 \
+   }
+
+#define KIV_SET( Key, attr )                                                                       \
+   KIV_MEMBERS_( set, Key, bool, attr, ::Kiv::HashSet< Key > )                                     \
+   void attr##Is( Key const & key ) {                                                              \
+      ::Kiv::insertMember( attr##_, key, KIV_NOTIFIER_( attr ) );                                  \
+   }                                                                                               \
+   static void kivPut( ::Kiv::Count< KIV_COUNT_NOW >, KivSelf & self, Key const & key ) {          \
+      self.attr##Is( key );                                                                        \
+   }                                                                                               \
+   KIV_NEXT()
+
+#define KIV_MAP_( Kind, Map, Key, Value, attr, ... )                                               \
+   KIV_MEMBERS_( Kind, Key, Value, attr, Map< Key, Value > )                                       \
+   Value const & attr( Key const & key ) const { return ::Kiv::valueOrDefault( attr##_, key ); }   \
+   void attr##Is( Key const & key, Value const & value ) {                                         \
+      ::Kiv::putMember( attr##_, key, value,                                                       \
+                        KIV_NOTIFIER_( attr ) __VA_OPT__(, *this, ) __VA_ARGS__ );                 \
+   }                                                                                               \
+   KIV_PUT_MEMBER_( Key, Value, attr )
+
+#define KIV_COLLECTION( Key, Value, attr, ... )                                                    \
+   KIV_MAP_( map, ::Kiv::HashMap, Key, Value, attr, __VA_ARGS__ )                                  \
+   KIV_NEXT()
+
+#define KIV_ORDERED( Key, Value, attr, ... )                                                       \
+   KIV_MAP_( ordered, ::Kiv::OrderedMap, Key, Value, attr, __VA_ARGS__ )                           \
+   KIV_NEXT()
+
+#define KIV_COUNTERS( Key, T, attr )                                                               \
+   KIV_MAP_( counters, ::Kiv::HashMap, Key, T, attr )                                              \
+   T attr##Inc( Key const & key, T by ) {                                                          \
+      T value = static_cast< T >( attr( key ) + by );                                              \
+      attr##Is( key, value );                                                                      \
+      return value;                                                                                \
+   }                                                                                               \
+   T attr##Dec( Key const & key, T by ) {                                                          \
+      T value = static_cast< T >( attr( key ) - by );                                              \
+      attr##Is( key, value );                                                                      \
+      return value;                                                                                \
+   }                                                                                               \
+   KIV_NEXT()
+
+#define KIV_KEYED( Value, Key, keyMember, attr )                                                   \
+   KIV_MEMBERS_( keyed, Key, Value, attr, ::Kiv::HashMap< Key, Value > )                           \
+   Value const & attr( Key const & key ) const { return ::Kiv::valueOrDefault( attr##_, key ); }   \
+   void attr##Is( Value const & value ) {                                                          \
+      ::Kiv::putMember( attr##_, value.keyMember, value, KIV_NOTIFIER_( attr ) );                  \
+   }                                                                                               \
+   static void kivPut( ::Kiv::Count< KIV_COUNT_NOW >, KivSelf & self, Value const & value ) {      \
+      self.attr##Is( value );                                                                      \
+   }                                                                                               \
+   KIV_NEXT()
+
+// Queues and stacks notify with the position of the element that came or went: counted from the
+// first element ever queued, and from the bottom of the stack.
+#define KIV_QUEUE( T, attr )                                                                       \
+ private:                                                                                          \
+   ::Kiv::Queue< T > attr##_;                                                                      \
+   std::uint32_t attr##Head_ = 0;                                                                  \
+                                                                                                   \
+ public:                                                                                           \
+   KIV_DESCRIBE( queue, std::uint32_t, T, attr )                                                   \
+   ::Kiv::Queue< T > const & attr() const { return attr##_; }                                      \
+   T const & attr##Front() const { return attr##_.front(); }                                       \
+   T const & attr##Back() const { return attr##_.back(); }                                         \
+   void attr##Enq( T const & value ) {                                                             \
+      std::uint32_t position = attr##Head_ + static_cast< std::uint32_t >( attr##_.size() );       \
+      attr##_.enq( value );                                                                        \
+      this->kivChanged( attr##Attr, &position );                                                   \
+   }                                                                                               \
+   T attr##Deq() {                                                                                 \
+      T value = attr##_.deq();                                                                     \
+      std::uint32_t position = attr##Head_++;                                                      \
+      this->kivChanged( attr##Attr, &position );                                                   \
+      return value;                                                                                \
+   }                                                                                               \
+   KIV_NEXT()
+
+#define KIV_STACK( T, attr )                                                                       \
+ private:                                                                                          \
+   ::Kiv::Stack< T > attr##_;                                                                      \
+                                                                                                   \
+ public:                                                                                           \
+   KIV_DESCRIBE( stack, std::uint32_t, T, attr )                                                   \
+   ::Kiv::Stack< T > const & attr() const { return attr##_; }                                      \
+   T const & attr##Top() const { return attr##_.top(); }                                           \
+   T const & attr##Bottom() const { return attr##_.bottom(); }                                     \
+   void attr##Push( T const & value ) {                                                            \
+      auto position = static_cast< std::uint32_t >( attr##_.size() );                              \
+      attr##_.push( value );                                                                       \
+      this->kivChanged( attr##Attr, &position );                                                   \
+   }                                                                                               \
+   T attr##Pop() {                                                                                 \
+      T value = attr##_.pop();                                                                     \
+      auto position = static_cast< std::uint32_t >( attr##_.size() );                              \
+      this->kivChanged( attr##Attr, &position );                                                   \
+      return value;                                                                                \
+   }                                                                                               \
+   KIV_NEXT()
+
+#define KIV_CHILD( E, attr )                                                                       \
+ private:                                                                                          \
+   ::Kiv::Ptr< E > attr##_;                                                                        \
+                                                                                                   \
+ public:                                                                                           \
+   KIV_DESCRIBE( child, void, E, attr )                                                            \
+   ::Kiv::Ptr< E > const & attr() { return attr##_; }                                              \
+   ::Kiv::Ptr< E const > attr() const { return attr##_; }                                          \
+   void attr##Is( ::Kiv::Ptr< E > const & entity ) {                                               \
+      if( attr##_ != entity ) {                                                                    \
+         auto replaced = ::std::exchange( attr##_, entity );                                       \
+         this->kivChanged( attr##Attr );                                                           \
+      }                                                                                            \
+   }                                                                                               \
+   template< class... Args >                                                                       \
+      requires( ::std::is_constructible_v< E, Args const &... > )                                  \
+   ::Kiv::Ptr< E > attr##Is( Args const &... args ) {                                              \
+      if( !attr##_ ) {                                                                             \
+         attr##Is( ::Kiv::make< E >( args... ) );                                                  \
+      }                                                                                            \
+      return attr##_;                                                                              \
+   }                                                                                               \
+   void attr##Del() { attr##Is( ::Kiv::Ptr< E >() ); }                                             \
+   static auto kivChild( ::Kiv::Count< KIV_COUNT_NOW >, KivSelf & self ) { return self.attr(); }   \
+   KIV_NEXT()
+
+#define KIV_CHILDREN( Key, E, attr )                                                               \
+   KIV_MEMBERS_( children, Key, E, attr, ::Kiv::HashMap< Key, ::Kiv::Ptr< E > > )                  \
+   ::Kiv::Ptr< E > attr( Key const & key ) { return ::Kiv::valueOrDefault( attr##_, key ); }       \
+   ::Kiv::Ptr< E const > attr( Key const & key ) const {                                           \
+      return ::Kiv::valueOrDefault( attr##_, key );                                                \
+   }                                                                                               \
+   void attr##Is( Key const & key, ::Kiv::Ptr< E > const & entity ) {                              \
+      ::Kiv::putMember( attr##_, key, entity, KIV_NOTIFIER_( attr ) );                             \
+   }                                                                                               \
+   template< class KivE = E >                                                                      \
+      requires( ::std::is_constructible_v< KivE, Key const & > )                                   \
+   ::Kiv::Ptr< KivE > attr##Is( Key const & key ) {                                                \
+      if( auto const * present = attr##_.find( key ) ) {                                           \
+         return *present;                                                                          \
+      }                                                                                            \
+      auto entity = ::Kiv::make< KivE >( key );                                                    \
+      attr##Is( key, entity );                                                                     \
+      return entity;                                                                               \
+   }                                                                                               \
+   static auto kivChild( ::Kiv::Count< KIV_COUNT_NOW >, KivSelf & self, Key const & key ) {        \
+      return self.attr( key );                                                                     \
+   }                                                                                               \
+   static auto kivMakeChild( ::Kiv::Count< KIV_COUNT_NOW >, auto & self, Key const & key ) {       \
+      return self.attr##Is( key );                                                                 \
+   }                                                                                               \
+   KIV_NEXT()
+
+namespace Kiv {
+
+class Entity;
+
+template< class Default, class... Given >
+struct BaseOf {
+   using type = Default;
+};
+template< class Default, class Given >
+struct BaseOf< Default, Given > {
+   using type = Given;
+};
+
+// The writes behind the accessors. Each stores first and notifies after, with a copy of the key:
+// the caller's may live in the very member that a handler removes.
+
+template< class Key, class E >
+bool
+announceSet( Key const &, bool, E &, EverySet const & ) {
+   return true;
+}
+
+template< class Key, class E, class Handler >
+bool
+announceSet( Key const & key, bool changed, E & entity, OnEverySet< Handler > const & option ) {
+   ( entity.*option.handler )( key );
+   return changed;
+}
+
+template< class Map, class Key, class Value, class Notify, class... EntityAndOption >
+void
+putMember( Map & map, Key const & key, Value const & value, Notify notify,
+           EntityAndOption &&... entityAndOption ) {
+   Key const stable = key;
+   auto [ member, changed ] = map.tryEmplace( stable, value );
+   if( !changed && !( *member == value ) ) {
+      *member = value;
+      changed = true;
+   }
+   bool announce = changed;
+   if constexpr( sizeof...( entityAndOption ) == 2 ) {
+      announce = announceSet( stable, changed, entityAndOption... );
+   }
+   if( announce ) {
+      notify( stable );
+   }
+}
+
+template< class Set, class Key, class Notify >
+void
+insertMember( Set & set, Key const & key, Notify notify ) {
+   Key const stable = key;
+   if( set.insert( stable ) ) {
+      notify( stable );
+   }
+}
+
+template< class Map, class Key, class Notify >
+void
+eraseMember( Map & map, Key const & key, Notify notify ) {
+   Key const stable = key;
+   if constexpr( requires { map.extract( stable ); } ) {
+      // The value outlives the notification: handlers may still hold on to what it points at.
+      if( auto gone = map.extract( stable ) ) {
+         notify( stable );
+      }
+   } else if( map.erase( stable ) ) {
+      notify( stable );
+   }
+}
+
+// Removes what is there now; what handlers insert meanwhile stays.
+template< class Map, class Notify >
+void
+eraseAll( Map & map, Notify notify ) {
+   for( auto const & key : keysOf( map ) ) {
+      eraseMember( map, key, notify );
+   }
+}
+
+} // namespace Kiv

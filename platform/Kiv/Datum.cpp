@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Kiv/Datum.h"
+
+namespace Kiv {
+
+Datum const *
+Datum::find( std::string_view name ) const {
+   if( auto const * object = as< Object >() ) {
+      for( auto const & [ member, value ] : *object ) {
+         if( member == name ) {
+            return &value;
+         }
+      }
+   }
+   return nullptr;
+}
+
+void
+Datum::add( String name, Datum value ) {
+   if( isNull() ) {
+      value_ = Object{};
+   }
+   std::get< Object >( value_ ).emplace_back( std::move( name ), std::move( value ) );
+}
+
+std::string_view
+Datum::shape() const {
+   constexpr std::string_view names[] = { "nothing",  "a boolean", "a number", "a number",
+                                          "a number", "a string",  "a list",   "an object" };
+   return names[ value_.index() ];
+}
+
+void
+wrongShape( Datum const & datum, std::string_view expected ) {
+   if( auto const * text = datum.as< String >() ) {
+      parseFailed( *text, expected );
+   }
+   throw ParseError( String( datum.shape() ) + " is not " + String( expected ) );
+}
+
+namespace {
+
+template< class Number >
+Number
+boundedFrom( Datum const & datum, Number min, Number max ) {
+   auto range = [ & ] {
+      return "a whole number from " + std::to_string( min ) + " to " + std::to_string( max );
+   };
+   if( auto const * value = datum.as< std::int64_t >() ) {
+      if( std::in_range< Number >( *value ) && std::cmp_less_equal( min, *value ) &&
+          std::cmp_less_equal( *value, max ) ) {
+         return static_cast< Number >( *value );
+      }
+      throw ParseError( std::to_string( *value ) + " is not " + range() );
+   }
+   if( auto const * value = datum.as< std::uint64_t >() ) {
+      if( std::in_range< Number >( *value ) && std::cmp_less_equal( *value, max ) ) {
+         return static_cast< Number >( *value );
+      }
+      throw ParseError( std::to_string( *value ) + " is not " + range() );
+   }
+   if( auto const * value = datum.as< double >() ) {
+      throw ParseError( toText( *value ) + " is not " + range() );
+   }
+   wrongShape( datum, range() );
+}
+
+} // namespace
+
+std::int64_t
+integerFrom( Datum const & datum, std::int64_t min, std::int64_t max ) {
+   return boundedFrom( datum, min, max );
+}
+
+std::uint64_t
+integerFrom( Datum const & datum, std::uint64_t min, std::uint64_t max ) {
+   return boundedFrom( datum, min, max );
+}
+
+} // namespace Kiv

@@ -1,0 +1,191 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Values without their types: what reflection hands to readers and takes from writers. The shapes
+// are those of JSON; how they become text is the business of whoever talks to the outside.
+//
+//    toDatum( value )            numbers, booleans and strings as themselves; types with a printed
+//                                form as strings; value types as objects, field by field
+//    fromDatum< T >( datum )     the way back: throws ParseError, which names the field. Fields that
+//                                an object leaves out keep their defaults; unknown ones are refused.
+
+#include "Kiv/Ptr.h"
+#include "Kiv/Text.h"
+
+#include <cstdint>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace Kiv {
+
+class Entity;
+
+class Datum {
+ public:
+   using Array = std::vector< Datum >;
+   using Object = std::vector< std::pair< String, Datum > >; // in the order given
+
+   Datum() = default;
+   Datum( bool value ) : value_( value ) {}
+   Datum( double value ) : value_( value ) {}
+   Datum( String value ) : value_( std::move( value ) ) {}
+   Datum( char const * value ) : value_( String( value ) ) {}
+   Datum( std::string_view value ) : value_( String( value ) ) {}
+   Datum( Array value ) : value_( std::move( value ) ) {}
+   Datum( Object value ) : value_( std::move( value ) ) {}
+   template< class Integer >
+      requires( std::is_integral_v< Integer > && !std::is_same_v< Integer, bool > )
+   Datum( Integer value ) {
+      if constexpr( std::is_signed_v< Integer > ) {
+         value_ = static_cast< std::int64_t >( value );
+      } else {
+         value_ = static_cast< std::uint64_t >( value );
+      }
+   }
+
+   // Null when the datum is of another shape.
+   template< class T >
+   T const * as() const {
+      return std::get_if< T >( &value_ );
+   }
+   bool isNull() const { return std::holds_alternative< std::monostate >( value_ ); }
+   // The member of an object; null when there is none, or this is no object.
+   Datum const * find( std::string_view name ) const;
+   // Appends to an object; a null datum becomes one.
+   void add( String name, Datum value );
+
+   // "a number", "a string", "an object" ..., for messages.
+   std::string_view shape() const;
+
+   bool operator==( Datum const & ) const = default;
+
+   template< class Visitor >
+   decltype( auto ) visit( Visitor && visitor ) const {
+      return std::visit( std::forward< Visitor >( visitor ), value_ );
+   }
+
+ private:
+   std::variant< std::monostate, bool, std::int64_t, std::uint64_t, double, String, Array, Object >
+         value_;
+};
+
+// What a type looks like as a datum, for messages and for readers that have only text.
+enum class DatumShape : std::uint8_t { boolean, integer, number, string, structure };
+
+std::int64_t integerFrom( Datum const & datum, std::int64_t min, std::int64_t max );
+std::uint64_t integerFrom( Datum const & datum, std::uint64_t min, std::uint64_t max );
+[[noreturn]] void wrongShape( Datum const & datum, std::string_view expected );
+// Runs `read`; a ParseError or RangeException gets "<place>: " put before it.
+template< class Read >
+decltype( auto )
+inPlace( std::string_view place, Read read ) {
+   try {
+      return read();
+   } catch( RangeException const & error ) {
+      throw RangeException( String( place ) + ": " + error.what() );
+   } catch( ParseError const & error ) {
+      throw ParseError( String( place ) + ": " + error.what() );
+   }
+}
+
+template< class T >
+concept FieldedValue = requires { typename T::KivFields; };
+
+template< class T >
+inline constexpr bool isPtr = false;
+template< class T >
+inline constexpr bool isPtr< Ptr< T > > = true;
+template< class T >
+inline constexpr bool isVector = false;
+template< class T >
+inline constexpr bool isVector< std::vector< T > > = true;
+
+template< class T >
+consteval DatumShape
+datumShape() {
+   if constexpr( std::is_same_v< T, bool > ) {
+      return DatumShape::boolean;
+   } else if constexpr( std::is_integral_v< T > ) {
+      return DatumShape::integer;
+   } else if constexpr( std::is_floating_point_v< T > ) {
+      return DatumShape::number;
+   } else if constexpr( FieldedValue< T > || isVector< T > ) {
+      return DatumShape::structure;
+   } else {
+      return DatumShape::string;
+   }
+}
+
+template< class T >
+Datum
+toDatum( T const & value ) {
+   if constexpr( isPtr< T > ) {
+      // A reference to an entity shows its name; to anything else, that it is there.
+      if( !value ) {
+         return {};
+      }
+      if constexpr( std::is_convertible_v< decltype( value.get() ), Entity const * > ) {
+         return value->name();
+      } else {
+         return value->fwkType().name();
+      }
+   } else if constexpr( FieldedValue< T > ) {
+      return T::KivFields::toDatum( value );
+   } else if constexpr( isVector< T > ) {
+      Datum::Array array;
+      for( auto const & element : value ) {
+         array.push_back( toDatum( element ) );
+      }
+      return array;
+   } else if constexpr( std::is_arithmetic_v< T > ) {
+      return Datum( value );
+   } else {
+      return toText( value );
+   }
+}
+
+template< class T >
+T
+fromDatum( Datum const & datum ) {
+   if constexpr( isPtr< T > ) {
+      throw ParseError( "a reference to an entity cannot be written" );
+   } else if constexpr( FieldedValue< T > ) {
+      return T::KivFields::fromDatum( datum );
+   } else if constexpr( isVector< T > ) {
+      auto const * array = datum.as< Datum::Array >();
+      if( !array ) {
+         wrongShape( datum, "a list" );
+      }
+      T values;
+      for( auto const & element : *array ) {
+         values.push_back( fromDatum< typename T::value_type >( element ) );
+      }
+      return values;
+   } else if constexpr( std::is_same_v< T, bool > ) {
+      auto const * value = datum.as< bool >();
+      if( !value ) {
+         wrongShape( datum, "true or false" );
+      }
+      return *value;
+   } else if constexpr( std::is_integral_v< T > ) {
+      using Wide = std::conditional_t< std::is_signed_v< T >, std::int64_t, std::uint64_t >;
+      using Limits = std::numeric_limits< T >;
+      return static_cast< T >( integerFrom( datum, static_cast< Wide >( Limits::min() ),
+                                            static_cast< Wide >( Limits::max() ) ) );
+   } else if constexpr( std::is_floating_point_v< T > ) {
+      if( auto const * value = datum.as< double >() ) {
+         return static_cast< T >( *value );
+      }
+      return static_cast< T >( integerFrom( datum, std::numeric_limits< std::int64_t >::min(),
+                                            std::numeric_limits< std::int64_t >::max() ) );
+   } else {
+      auto const * text = datum.as< String >();
+      if( !text ) {
+         wrongShape( datum, "a string" );
+      }
+      return fromText< T >( *text );
+   }
+}
+
+} // namespace Kiv

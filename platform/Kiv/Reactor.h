@@ -1,0 +1,378 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Reactors: what a machine hears of one entity. A reactor declares its handlers in one table, which
+// is the order of the initial synchronisation and the dispatch table in one:
+//
+//    class KivIntfConfig : public Kiv::Reactor< KivIntfConfig, IntfConfig const, StormControlSm, Pelt::IntfId > {
+//       void handleBroadcast();
+//     public:
+//       static constexpr auto handlers = Kiv::handlers(
+//             Kiv::on< IntfConfig::broadcastAttr, &KivIntfConfig::handleBroadcast >() );
+//    };
+//
+//    KIV_REACTOR( KivConfig, config );                          config(), configIs( entity ), configDel()
+//    KIV_REACTORS( Pelt::IntfId, KivIntfConfig, intfConfig );   intfConfig(), intfConfig( k ), intfConfigIs( k, entity ),
+//                                                               intfConfigDel( k ), intfConfigDelAll()
+//
+// Rows of the table:
+//    on< attr, &C::handler >()              runs at synchronisation (for keyed attributes once for
+//                                           each key) and on every change
+//    onChange< attr, &C::handler >()        on changes only
+//    onAny< &C::handler, attr, attr... >()  several attributes, one handler: once at synchronisation
+//
+// A handler is a member of the reactor or of its owner. It takes nothing, or the key of the changed
+// member of a keyed attribute, or, in a keyed reactor whose handler is its owner's, the reactor's
+// key. Anything else does not compile.
+//
+// A reactor may delete itself, its siblings or its owner from inside a handler: what is removed
+// hears nothing more and is destroyed when the outermost notification has returned.
+
+#include "Kiv/DispatchRecorder.h"
+#include "Kiv/Entity.h"
+
+namespace Kiv {
+
+// The key of a reactor that stands alone.
+struct NoKey {};
+
+template< class DerivedT, class WatchedT, class OwnerT, class KeyT = NoKey >
+class Reactor : public PtrInterface::NotifieeConst {
+ public:
+   using Watched = WatchedT;
+   using Owner = OwnerT;
+   using Key = KeyT;
+
+   Type const & fwkType() const override { return typeInstance< DerivedT >; }
+
+   // The entity watched. Null before the first notifierIs().
+   WatchedT * notifier() const { return static_cast< WatchedT * >( const_cast< Entity * >( watched() ) ); }
+   OwnerT & owner() const { return *owner_; }
+   KeyT const & key() const { return key_; }
+
+   // Watches `entity` instead of what was watched so far and runs the table's handlers once, in
+   // order. Nothing happens if it is watched already; null unregisters and runs nothing.
+   void notifierIs( Ptr< WatchedT > const & entity ) {
+      if( entity == notifier() ) {
+         return;
+      }
+      isRegisteredNotifieeIs( false );
+      watch( entity.get() );
+      if( entity ) {
+         DerivedT::handlers.synchronise( static_cast< DerivedT & >( *this ) );
+         isRegisteredNotifieeIs( !kivMarkedForDeletion() );
+      }
+   }
+
+   void onAttribute( AttributeId const & attribute, void const * key ) final {
+      if( live() ) {
+         DerivedT::handlers.dispatch( static_cast< DerivedT & >( *this ), attribute, key );
+      }
+   }
+
+   // For the slot that made this reactor.
+   void kivOwnerIs( OwnerT & owner, KeyT const & key = {} ) {
+      owner_ = &owner;
+      key_ = key;
+   }
+
+ private:
+   OwnerT * owner_ = nullptr;
+   [[no_unique_address]] KeyT key_{};
+};
+
+template< auto handler >
+consteval std::string_view
+handlerName() {
+   std::string_view text = __PRETTY_FUNCTION__;
+   auto begin = text.find( '&' ) + 1;
+   return text.substr( begin, text.find_first_of( ";])}", begin ) - begin );
+}
+
+template< class Handler >
+struct HandlerClass;
+template< class C, class... Args >
+struct HandlerClass< void ( C::* )( Args... ) > {
+   using type = C;
+};
+
+// Calls `handler` on the reactor or on its owner, with what it takes: see the head of this file.
+template< auto handler, class R, class... AttributeKey >
+void
+callHandler( R & reactor, AttributeKey const &... key ) {
+   auto & target = [ & ]() -> auto & {
+      if constexpr( std::is_base_of_v< typename HandlerClass< decltype( handler ) >::type, R > ) {
+         return reactor;
+      } else {
+         return reactor.owner();
+      }
+   }();
+   using Target = decltype( target );
+   using ReactorKey = typename R::Key;
+   DispatchRecorder::Scope recorded( DispatchRecorder::Kind::handler, handlerName< handler >() );
+   if constexpr( std::is_invocable_v< decltype( handler ), Target, AttributeKey const &... > ) {
+      ( target.*handler )( key... );
+   } else if constexpr( std::is_invocable_v< decltype( handler ), Target > ) {
+      ( target.*handler )();
+   } else {
+      static_assert( std::is_invocable_v< decltype( handler ), Target, ReactorKey const & >,
+                     "a handler takes nothing, the attribute's key, or the reactor's key" );
+      ( target.*handler )( reactor.key() );
+   }
+}
+
+template< auto const & attribute >
+using AttributeType = std::remove_cvref_t< decltype( attribute ) >;
+
+// Calls `handler` for a change of a member of `attribute`, whose key comes untyped.
+template< auto handler, auto const & attribute, class R >
+void
+callForChange( R & reactor, [[maybe_unused]] void const * key ) {
+   using A = AttributeType< attribute >;
+   static_assert( std::is_base_of_v< typename A::Entity, typename R::Watched >,
+                  "this attribute does not belong to the watched entity" );
+   if constexpr( std::is_void_v< typename A::Key > ) {
+      callHandler< handler >( reactor );
+   } else {
+      callHandler< handler >( reactor, *static_cast< typename A::Key const * >( key ) );
+   }
+}
+
+template< auto const & attribute, auto handler, bool synchronises >
+struct OnRow {
+   template< class R >
+   static void dispatch( R & reactor, AttributeId const & changed, void const * key ) {
+      if( &changed == &attribute ) {
+         callForChange< handler, attribute >( reactor, key );
+      }
+   }
+
+   template< class R >
+   static void synchronise( R & reactor ) {
+      if constexpr( synchronises ) {
+         using A = AttributeType< attribute >;
+         using Key = typename A::Key;
+         if constexpr( std::is_void_v< Key > ||
+                       std::is_invocable_v< decltype( handler ), typename HandlerClass< decltype( handler ) >::type & > ) {
+            callHandler< handler >( reactor );
+         } else {
+            auto const & members =
+                  A::Entity::kivGet( Count< A::fixedIndex >{}, *reactor.notifier() );
+            for( auto const & member : members ) {
+               // Handlers may remove the member that they are told of.
+               Key const key = memberKey< Key >( member );
+               callHandler< handler >( reactor, key );
+               if( reactor.kivMarkedForDeletion() ) {
+                  return;
+               }
+            }
+         }
+      }
+   }
+};
+
+template< auto handler, auto const &... attributes >
+struct OnAnyRow {
+   template< class R >
+   static void dispatch( R & reactor, AttributeId const & changed, void const * key ) {
+      ( void )( ( &changed == &attributes
+                        ? ( callForChange< handler, attributes >( reactor, key ), true )
+                        : false ) ||
+                ... );
+   }
+   template< class R >
+   static void synchronise( R & reactor ) {
+      callHandler< handler >( reactor );
+   }
+};
+
+template< auto const & attribute, auto handler >
+consteval OnRow< attribute, handler, true >
+on() {
+   return {};
+}
+template< auto const & attribute, auto handler >
+consteval OnRow< attribute, handler, false >
+onChange() {
+   return {};
+}
+template< auto handler, auto const &... attributes >
+consteval OnAnyRow< handler, attributes... >
+onAny() {
+   return {};
+}
+
+template< class... Rows >
+struct Handlers {
+   template< class R >
+   static void dispatch( R & reactor, AttributeId const & changed, void const * key ) {
+      ( Rows::dispatch( reactor, changed, key ), ... );
+   }
+   // A handler that deletes its own reactor ends the synchronisation.
+   template< class R >
+   static void synchronise( R & reactor ) {
+      ( void )( ( reactor.kivMarkedForDeletion() ? false
+                                                 : ( Rows::synchronise( reactor ), true ) ) &&
+                ... );
+   }
+};
+
+template< class... Rows >
+consteval Handlers< Rows... >
+handlers( Rows... ) {
+   return {};
+}
+
+// Makes a reactor for `owner` in the owner's present state of notification.
+template< class R >
+Ptr< R >
+makeReactor( typename R::Owner & owner, typename R::Key const & key = {} ) {
+   auto reactor = make< R >();
+   reactor->kivOwnerIs( owner, key );
+   reactor->hasNotificationActiveIs( owner.hasNotificationActive() );
+   return reactor;
+}
+
+// The owner holds `reactor` and is initialized: the reactor's first full pass is due.
+template< class R >
+void
+initializeReactor( R & reactor ) {
+   if( !reactor.kivMarkedForDeletion() && reactor.owner().initialized() && !reactor.initialized() ) {
+      reactor.handleInitialized();
+   }
+}
+
+template< class R >
+class ReactorSlot final : public ReactorSlotBase {
+ public:
+   explicit ReactorSlot( typename R::Owner & owner ) : ReactorSlotBase( owner ), owner_( owner ) {}
+   ~ReactorSlot() override { del(); }
+
+   R * get() const { return reactor_.get(); }
+
+   // Null removes the reactor.
+   void notifierIs( Ptr< typename R::Watched > const & entity ) {
+      if( !entity ) {
+         del();
+         return;
+      }
+      if( !reactor_ ) {
+         reactor_ = makeReactor< R >( owner_ );
+      }
+      auto reactor = reactor_;
+      reactor->notifierIs( entity );
+      initializeReactor( *reactor );
+   }
+   void del() {
+      if( auto gone = std::move( reactor_ ) ) {
+         gone->kivDoZombieReactors( true );
+      }
+   }
+
+ private:
+   void activeIs( bool active ) override {
+      if( auto reactor = reactor_ ) {
+         reactor->hasNotificationActiveIs( active );
+      }
+   }
+   void zombieIs( bool marked ) override {
+      if( auto reactor = reactor_ ) {
+         reactor->kivDoZombieReactors( marked );
+      }
+   }
+   void initialize() override {
+      if( auto reactor = reactor_ ) {
+         initializeReactor( *reactor );
+      }
+   }
+
+   typename R::Owner & owner_;
+   Ptr< R > reactor_;
+};
+
+template< class R >
+class ReactorMap final : public ReactorSlotBase {
+ public:
+   using Key = typename R::Key;
+   explicit ReactorMap( typename R::Owner & owner ) : ReactorSlotBase( owner ), owner_( owner ) {}
+   ~ReactorMap() override { delAll(); }
+
+   HashMap< Key, Ptr< R > > const & all() const { return reactors_; }
+   R * get( Key const & key ) const {
+      auto const * reactor = reactors_.find( key );
+      return reactor ? reactor->get() : nullptr;
+   }
+
+   // The reactor of `key` watches `entity`; it is made if there is none. Null removes it.
+   void notifierIs( Key const & key, Ptr< typename R::Watched > const & entity ) {
+      if( !entity ) {
+         del( key );
+         return;
+      }
+      Ptr< R > reactor = get( key );
+      if( !reactor ) {
+         reactor = makeReactor< R >( owner_, key );
+         // In place before it synchronises: its handlers may look for it, or remove it.
+         reactors_.tryEmplace( key, reactor );
+      }
+      reactor->notifierIs( entity );
+      initializeReactor( *reactor );
+   }
+   void del( Key const & key ) {
+      if( auto gone = reactors_.extract( key ) ) {
+         ( *gone )->kivDoZombieReactors( true );
+      }
+   }
+   void delAll() {
+      for( auto const & key : keysOf( reactors_ ) ) {
+         del( key );
+      }
+   }
+
+ private:
+   void activeIs( bool active ) override {
+      for( auto const & [ key, reactor ] : reactors_ ) {
+         reactor->hasNotificationActiveIs( active );
+      }
+   }
+   void zombieIs( bool marked ) override {
+      for( auto const & [ key, reactor ] : reactors_ ) {
+         reactor->kivDoZombieReactors( marked );
+      }
+   }
+   void initialize() override {
+      for( auto const & [ key, member ] : reactors_ ) {
+         auto reactor = member;
+         initializeReactor( *reactor );
+      }
+   }
+
+   typename R::Owner & owner_;
+   HashMap< Key, Ptr< R > > reactors_;
+};
+
+} // namespace Kiv
+
+#define KIV_REACTOR( R, field )                                                                    \
+ private:                                                                                          \
+   ::Kiv::ReactorSlot< R > field##_{ *this };                                                      \
+                                                                                                   \
+ public:                                                                                           \
+   R * field() const { return field##_.get(); }                                                    \
+   void field##Is( ::Kiv::Ptr< R::Watched > const & entity ) { field##_.notifierIs( entity ); }    \
+   void field##Del() { field##_.del(); }                                                           \
+   static_assert( true )
+
+#define KIV_REACTORS( K, R, field )                                                                \
+ private:                                                                                          \
+   ::Kiv::ReactorMap< R > field##_{ *this };                                                       \
+                                                                                                   \
+ public:                                                                                           \
+   ::Kiv::HashMap< K, ::Kiv::Ptr< R > > const & field() const { return field##_.all(); }           \
+   R * field( K const & key ) const { return field##_.get( key ); }                                \
+   void field##Is( K const & key, ::Kiv::Ptr< R::Watched > const & entity ) {                      \
+      field##_.notifierIs( key, entity );                                                          \
+   }                                                                                               \
+   void field##Del( K const & key ) { field##_.del( key ); }                                       \
+   void field##DelAll() { field##_.delAll(); }                                                     \
+   static_assert( true )

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// The run-time identity of a class: its name, how many objects of it live, and, for entities, its
+// reflection. fwkType() of every framework object answers with the Type of its class.
+
+#include <atomic>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+namespace Kiv {
+
+class EntityReflection;
+
+// Reference counts and allocation counts are atomic only while this is set. A process that shares
+// framework objects between threads sets it before it starts the second thread.
+inline bool threadSafePtrs = false;
+
+inline void
+threadSafePtrsIs( bool enabled ) {
+   threadSafePtrs = enabled;
+}
+
+class Type {
+ public:
+   // Not copied: `text` must outlive the type (it is a literal).
+   constexpr explicit Type( std::string_view text,
+                            EntityReflection const & ( *reflect )() = nullptr )
+         : name_( text ), reflection_( reflect ) {}
+   Type( Type const & ) = delete;
+   Type & operator=( Type const & ) = delete;
+
+   std::string_view name() const { return name_; }
+   // Objects that exist now, and objects made since the process started.
+   std::uint64_t live() const { return live_.load( std::memory_order_relaxed ); }
+   std::uint64_t made() const { return made_.load( std::memory_order_relaxed ); }
+   // Null for everything but entities.
+   EntityReflection const * reflection() const {
+      return reflection_ ? &reflection_() : nullptr;
+   }
+
+   void allocated() const {
+      if( made_.load( std::memory_order_relaxed ) == 0 ) {
+         enrol();
+      }
+      add( made_, 1 );
+      add( live_, 1 );
+   }
+   void released() const { add( live_, static_cast< std::uint64_t >( -1 ) ); }
+
+   // Every type of which an object was ever made, by name.
+   static std::vector< Type const * > all();
+
+ private:
+   static void add( std::atomic< std::uint64_t > & counter, std::uint64_t n ) {
+      if( threadSafePtrs ) {
+         counter.fetch_add( n, std::memory_order_relaxed );
+      } else {
+         counter.store( counter.load( std::memory_order_relaxed ) + n, std::memory_order_relaxed );
+      }
+   }
+   void enrol() const;
+
+   std::string_view name_;
+   EntityReflection const & ( *reflection_ )();
+   mutable std::atomic< std::uint64_t > live_{ 0 };
+   mutable std::atomic< std::uint64_t > made_{ 0 };
+   mutable std::atomic< bool > enrolled_{ false };
+};
+
+// The qualified name of T as the compiler spells it.
+template< class T >
+consteval std::string_view
+typeName() {
+   std::string_view text = __PRETTY_FUNCTION__;
+   auto begin = text.find( "T = " ) + 4;
+   auto end = text.find_first_of( ";]", begin );
+   return text.substr( begin, end - begin );
+}
+
+// The Type of a class that needs no reflection (machines, reactors, helpers).
+template< class T >
+inline constinit Type typeInstance{ typeName< T >() };
+
+} // namespace Kiv

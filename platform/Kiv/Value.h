@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Value types. One declaration of the fields, in order, yields equality, ordering, a hash, the
+// printed form "Value('Name', ** {'field': value, ...})" and the datum form (Kiv/Datum.h):
+//
+//    struct Threshold {
+//       KIV_VALUE( Bridging::StormControl::Threshold );
+//       KIV_FIELD( std::uint32_t, mode, 0 );
+//       KIV_FIELD( std::uint32_t, level, 10000 );
+//    };
+//
+// The fields are public members; the type stays an aggregate: Threshold{ 0, 250 }.
+//
+// Numbers with bounds: KIV_RANGED( VlanId, std::uint16_t, 1, 4094, 1, "text of the range exception" )
+// Enumerations that print and parse by name: KIV_ENUM( Name, std::uint8_t, a = 0, b, ... ) in a
+// namespace, KIV_MEMBER_ENUM in a class. Initialisers are plain numbers.
+
+#include "Kiv/Attribute.h"
+#include "Kiv/Datum.h"
+#include "Kiv/Hash.h"
+
+#include <compare>
+#include <vector>
+
+namespace Kiv {
+
+template< class V, class T >
+struct FieldOf {
+   char const * name;
+   T V::*member;
+};
+
+// The fields of the value type V, walked at compile time.
+template< class V >
+struct FieldsOf {
+   template< class Visit >
+   static void forEach( Visit visit ) {
+      [ & ]< unsigned... i >( std::integer_sequence< unsigned, i... > ) {
+         ( visit( V::kivField( Count< i >{} ) ), ... );
+      }( std::make_integer_sequence< unsigned, decltype( V::kivCount( MaxRank{} ) )::value >{} );
+   }
+
+   static void print( std::string & out, V const & value ) {
+      out += "Value('";
+      out += V::kivName;
+      out += "', ** {";
+      char const * separator = "'";
+      forEach( [ & ]( auto field ) {
+         out += separator;
+         out += field.name;
+         out += "': ";
+         Kiv::print( out, value.*field.member );
+         separator = ", '";
+      } );
+      out += "})";
+   }
+
+   static std::size_t hash( V const & value ) {
+      std::size_t seed = 0;
+      forEach( [ & ]( auto field ) {
+         seed = hashCombine( seed, hashOf( value.*field.member ) );
+      } );
+      return seed;
+   }
+
+   static Datum toDatum( V const & value ) {
+      Datum datum( Datum::Object{} );
+      forEach( [ & ]( auto field ) {
+         datum.add( field.name, Kiv::toDatum( value.*field.member ) );
+      } );
+      return datum;
+   }
+
+   static V fromDatum( Datum const & datum ) {
+      auto const * object = datum.as< Datum::Object >();
+      if( !object ) {
+         wrongShape( datum, "an object with the fields " + fieldNames() );
+      }
+      V value;
+      for( auto const & member : *object ) {
+         read( value, member.first, member.second );
+      }
+      return value;
+   }
+
+   static void read( V & value, String const & name, Datum const & datum ) {
+      bool known = false;
+      forEach( [ & ]( auto field ) {
+         if( name == field.name ) {
+            using T = std::remove_cvref_t< decltype( value.*field.member ) >;
+            value.*field.member = inPlace( name, [ & ] { return Kiv::fromDatum< T >( datum ); } );
+            known = true;
+         }
+      } );
+      if( !known ) {
+         parseFailed( name, "one of the fields " + fieldNames() );
+      }
+   }
+
+   static String fieldNames() {
+      String names;
+      forEach( [ & ]( auto field ) {
+         names += names.empty() ? "" : ", ";
+         names += field.name;
+      } );
+      return names;
+   }
+};
+
+// Names and values of an enumeration, out of the text of its declaration.
+class EnumNames {
+ public:
+   EnumNames( std::string_view type, std::string_view enumerators );
+   // A value without a name prints as its number.
+   void print( std::string & out, std::int64_t value ) const;
+   // Takes a name; throws ParseError with all names.
+   std::int64_t parse( std::string_view text ) const;
+   std::vector< std::pair< String, std::int64_t > > const & all() const { return names_; }
+
+ private:
+   String type_;
+   std::vector< std::pair< String, std::int64_t > > names_;
+};
+
+// A number with bounds; Derived brings the text of the exception, `rangeText`.
+template< class Derived, class Rep, Rep minimum, Rep maximum, Rep initial >
+class Ranged {
+ public:
+   static constexpr Rep min = minimum;
+   static constexpr Rep max = maximum;
+
+   constexpr Ranged() = default;
+   // Throws RangeException outside [min, max].
+   template< class Number >
+      requires std::is_integral_v< Number >
+   constexpr explicit Ranged( Number number ) : value_( static_cast< Rep >( number ) ) {
+      if( std::cmp_less( number, minimum ) || std::cmp_greater( number, maximum ) ) {
+         throw RangeException( Derived::rangeText );
+      }
+   }
+
+   constexpr Rep value() const { return value_; }
+
+   friend constexpr bool operator==( Ranged const &, Ranged const & ) = default;
+   friend constexpr auto operator<=>( Ranged const &, Ranged const & ) = default;
+   std::size_t hash() const { return hashOf( value_ ); }
+   void print( std::string & out ) const { Kiv::print( out, value_ ); }
+   // ParseError for what is no number, RangeException for a number outside the bounds.
+   static Derived parse( std::string_view text ) { return Derived( fromText< std::int64_t >( text ) ); }
+
+ private:
+   Rep value_ = initial;
+};
+
+} // namespace Kiv
+
+#define KIV_VALUE( Name )                                                                          \
+   using KivSelf = Name;                                                                           \
+   using KivFields = ::Kiv::FieldsOf< Name >;                                                      \
+   static constexpr ::std::string_view kivName = #Name;                                            \
+   static ::Kiv::Count< 0 > kivCount( ::Kiv::Rank< 0 > );                                          \
+   friend bool operator==( Name const &, Name const & ) = default;                                 \
+   friend auto operator<=>( Name const &, Name const & ) = default;                                \
+   void print( ::std::string & kivOut ) const { KivFields::print( kivOut, *this ); }               \
+   ::std::size_t hash() const { return KivFields::hash( *this ); }                                 \
+   static_assert( true )
+
+#define KIV_FIELD( T, field, ... )                                                                 \
+   static constexpr auto kivField( ::Kiv::Count< KIV_COUNT_NOW > ) {                               \
+      return ::Kiv::FieldOf< KivSelf, T >{ #field, &KivSelf::field };                              \
+   }                                                                                               \
+   KIV_NEXT();                                                                                     \
+   T field { __VA_ARGS__ }
+
+#define KIV_ENUM( Name, Rep, ... )                                                                 \
+   enum Name : Rep { __VA_ARGS__ };                                                                \
+   inline KIV_ENUM_NAMES_( Name, #__VA_ARGS__ )
+#define KIV_MEMBER_ENUM( Name, Rep, ... )                                                          \
+   enum Name : Rep { __VA_ARGS__ };                                                                \
+   friend KIV_ENUM_NAMES_( Name, #__VA_ARGS__ )
+#define KIV_ENUM_NAMES_( Name, text )                                                              \
+   ::Kiv::EnumNames const & kivEnumNames( Name ) {                                                 \
+      static ::Kiv::EnumNames const names( #Name, text );                                          \
+      return names;                                                                                \
+   }                                                                                               \
+   static_assert( true )
+
+#define KIV_RANGED( Name, Rep, minimum, maximum, initial, text )                                   \
+   class Name : public ::Kiv::Ranged< Name, Rep, minimum, maximum, initial > {                     \
+    public:                                                                                        \
+      using Ranged::Ranged;                                                                        \
+      static constexpr char const * rangeText = text;                                              \
+   }
