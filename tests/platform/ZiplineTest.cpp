@@ -1,0 +1,550 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Zipline/Zipline.h"
+#include "Zipline/Reader.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <ctime>
+#include <limits>
+#include <memory>
+#include <vector>
+
+ZIPLINE_HANDLE( ZiplineTest );
+
+// A second file's handle, as far as Zipline can tell.
+namespace Elsewhere {
+
+ZIPLINE_HANDLE( ZiplineElsewhere );
+
+void
+speak( int value ) {
+   ZTRACE( 1, "elsewhere ", value );
+}
+
+} // namespace Elsewhere
+
+namespace {
+
+using Zipline::Levels;
+using Zipline::Query;
+using Zipline::Record;
+
+enum class Color : std::uint8_t { red = 3 };
+
+// Trivially copyable, so it is printed when it is read.
+struct Point {
+   int x;
+   int y;
+   void print( std::string & out ) const {
+      out += '(' + std::to_string( x ) + ',' + std::to_string( y ) + ')';
+   }
+};
+
+// Larger than what travels in registers, with padding, and without a default constructor.
+struct Wide {
+   explicit Wide( char c ) : tag( c ) {}
+   char tag;
+   std::int64_t numbers[ 4 ] = { 1, 2, 3, 4 };
+   void print( std::string & out ) const { out += tag + std::to_string( numbers[ 3 ] ); }
+};
+
+// Not trivially copyable: printed when it is traced. Its print traces, and may fail.
+struct Chatty {
+   std::string name;
+   void print( std::string & out ) const {
+      if( name.empty() ) {
+         throw Kiv::Exception( "no name" );
+      }
+      ZTRACE( 2, "printing ", name );
+      out += '<' + name + '>';
+   }
+};
+
+// Printed when it is read, and traces then.
+struct LateChatty {
+   int value;
+   void print( std::string & out ) const {
+      ZTRACE( 2, "late ", value );
+      out += '#' + std::to_string( value );
+   }
+};
+
+// Trivially copyable, but what it points to may be gone when somebody reads.
+struct Pointing {
+   int const * target;
+   void print( std::string & out ) const { out += std::to_string( *target ); }
+};
+
+Kiv::Seconds virtualTime;
+
+class ZiplineTest : public ::testing::Test {
+ protected:
+   void SetUp() override {
+      Zipline::capacityIs( Zipline::minCapacity );
+      Zipline::levelsIs( "ZiplineTest", Levels( Zipline::allLevelBits ) );
+      virtualTime = 0;
+      Zipline::timeSourceIs( []( void * ) { return virtualTime; } );
+      start_ = Zipline::extent().end;
+   }
+   void TearDown() override {
+      Zipline::sinkIs( nullptr );
+      Zipline::timeSourceIs( nullptr );
+      Zipline::levelsDel( "ZiplineTest" );
+      Zipline::levelsDel( "ZiplineElsewhere" );
+      Zipline::defaultLevelsIs( Levels::upTo( 2 ) );
+   }
+
+   std::vector< std::string > messages( Query query = {} ) const {
+      query.since = std::max( query.since, start_ );
+      std::vector< std::string > all;
+      Zipline::visit( query, [ & ]( Record const & record ) {
+         all.emplace_back( record.message );
+         return true;
+      } );
+      return all;
+   }
+   // The message of the only record since the last call.
+   std::string message() {
+      auto const all = messages();
+      start_ = Zipline::extent().end;
+      return all.size() == 1 ? all.front() : std::to_string( all.size() ) + " records";
+   }
+
+   std::uint64_t start_ = 0;
+};
+
+using Texts = std::vector< std::string >;
+
+} // namespace
+
+namespace Zipline {
+template<>
+inline constexpr bool printsLater< Pointing > = false;
+} // namespace Zipline
+
+TEST_F( ZiplineTest, PiecesOfEveryKind ) {
+   ZTRACE( 9, "Added event to queue with index ", 17 );
+   EXPECT_EQ( message(), "Added event to queue with index 17" );
+   ZTRACE( 0, std::int8_t{ -5 }, ' ', std::uint64_t{ 1 } << 63, " ", 0.1, " ", true, Color::red );
+   EXPECT_EQ( message(), "-5 9223372036854775808 0.1 true3" );
+   ZTRACE( 0, "", ( Point{ 1, -2 } ), Wide( 'w' ), "x" );
+   EXPECT_EQ( message(), "(1,-2)w4x" );
+   struct {
+      unsigned bits : 3;
+   } const field{ 5 };
+   ZTRACE( 0, field.bits );
+   EXPECT_EQ( message(), "5" );
+   ZTRACE( 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9,
+           0, "|", 2 );
+   EXPECT_EQ( message(), "123456789012345678901234567890|2" );
+}
+
+TEST_F( ZiplineTest, TextsAreCopied ) {
+   {
+      char buffer[] = "buffer";
+      char const constant[] = "constant";
+      auto heap = std::make_unique< std::string >( "heap" );
+      char const * null = nullptr;
+      ZTRACE( 1, buffer, ",", constant, ",", *heap, ",", std::string_view( *heap ).substr( 2 ), ",",
+              null, ",", heap ? "yes" : "no", ",", *heap + "!" );
+      buffer[ 0 ] = 'B';
+   }
+   EXPECT_EQ( message(), "buffer,constant,heap,ap,(null),yes,heap!" );
+
+   struct Case {
+      std::string text;
+      std::string read;
+   };
+   std::string const x252( 252, 'x' );
+   Case const cases[] = {
+         { std::string( 255, 'x' ), std::string( 255, 'x' ) },
+         { std::string( 256, 'x' ), x252 + "..." },
+         { std::string( 70'000, 'x' ), x252 + "..." },
+         // Not cut in the middle of a two-byte character.
+         { std::string( 251, 'x' ) + "\u00e9" + x252, std::string( 251, 'x' ) + "..." },
+         { std::string( "a\0b", 3 ), std::string( "a\0b", 3 ) },
+   };
+   for( auto const & [ text, read ] : cases ) {
+      ZTRACE( 1, "<", text, ">", 42, text );
+      EXPECT_EQ( message(), "<" + read + ">42" + read );
+   }
+}
+
+TEST_F( ZiplineTest, DisabledStatementEvaluatesNothing ) {
+   Zipline::levelsIs( "ZiplineTest", Levels::parse( "0-5,9" ) );
+   int evaluated = 0;
+   ZTRACE( 6, ++evaluated );
+   ZTRACE_AT( 5 + 1, ++evaluated );
+   ZTRACE_ENTRY( 8 );
+   EXPECT_EQ( evaluated, 0 );
+   EXPECT_EQ( messages(), Texts{} );
+   ZTRACE( 9, ++evaluated );
+   ZTRACE( 5, "twice? ", evaluated++ );
+   EXPECT_EQ( evaluated, 2 );
+   EXPECT_EQ( messages(), ( Texts{ "1", "twice? 1" } ) );
+}
+
+TEST_F( ZiplineTest, LevelKnownOnlyAtRunTime ) {
+   for( int level : { -1, 3, 9, 200 } ) {
+      ZTRACE_AT( level, "asked for ", level, std::string( "." ) );
+   }
+   std::vector< int > levels;
+   Zipline::visit( { .since = start_ }, [ & ]( Record const & record ) {
+      levels.push_back( record.level );
+      return true;
+   } );
+   EXPECT_EQ( levels, ( std::vector< int >{ 0, 3, 9, 9 } ) );
+   EXPECT_EQ( messages( { .levels = Levels::upTo( 3 ) } ),
+              ( Texts{ "asked for -1.", "asked for 3." } ) );
+}
+
+namespace Hoba {
+struct Machine {
+   void handleInitialized();
+   template< class T >
+   void handle( T value ) {
+      [ &value ] { ZTRACE( 4, "handling ", value ); }();
+      ZTRACE_ENTRY( 8 );
+   }
+};
+void
+Machine::handleInitialized() {
+   ZTRACE_ENTRY( 8 );
+}
+} // namespace Hoba
+
+TEST_F( ZiplineTest, EntryTracesTheSignature ) {
+   Hoba::Machine machine;
+   machine.handleInitialized();
+   EXPECT_EQ( message(), "void Hoba::Machine::handleInitialized()" );
+   machine.handle( 5 );
+   EXPECT_EQ( messages().front(), "handling 5" );
+   EXPECT_NE( messages().back().find( "Hoba::Machine::handle(T)" ), std::string::npos );
+}
+
+TEST_F( ZiplineTest, LineShowsWhereAndWhen ) {
+   virtualTime = 1'795'228'801.123456;
+   unsigned const line = __LINE__ + 1;
+   ZTRACE( 5, "two\nlines\x1b[2J" );
+   EXPECT_EQ( Zipline::text( { .since = start_ } ),
+              "2026-11-21 02:40:01.123456 ZiplineTest 5 TestBody:" + std::to_string( line ) +
+                    " two\\nlines\\x1b[2J\n" );
+   Zipline::visit( { .since = start_ }, [ & ]( Record const & record ) {
+      EXPECT_EQ( record.file, "ZiplineTest.cpp" );
+      EXPECT_EQ( record.line, line );
+      return true;
+   } );
+   struct Case {
+      Kiv::Seconds time;
+      std::string begin;
+   };
+   Case const cases[] = {
+         { 951'782'399.9999996, "2000-02-29 00:00:00.000000" },
+         { 951'868'799.5, "2000-02-29 23:59:59.500000" },
+         { 4'107'542'400, "2100-03-01 00:00:00.000000" },
+         { -1, "1970-01-01 00:00:00.000000" },
+         { std::numeric_limits< double >::quiet_NaN(), "1970-01-01 00:00:00.000000" },
+         { 1e300, "9999-12-31 23:59:59.000000" },
+   };
+   for( auto const & [ time, begin ] : cases ) {
+      Record record{};
+      record.time = time;
+      EXPECT_EQ( Kiv::toText( record ).substr( 0, 26 ), begin );
+   }
+}
+
+TEST_F( ZiplineTest, ProcessorTimeIsNearTheClockAndInOrder ) {
+   Zipline::timeSourceIs( nullptr );
+   timespec before{};
+   clock_gettime( CLOCK_REALTIME, &before );
+   for( int i = 0; i < 3000; ++i ) { // more than a block
+      ZTRACE( 1, i );
+   }
+   std::vector< Kiv::Seconds > times;
+   Zipline::visit( { .since = start_ }, [ & ]( Record const & record ) {
+      times.push_back( record.time );
+      return true;
+   } );
+   timespec after{};
+   clock_gettime( CLOCK_REALTIME, &after );
+   ASSERT_FALSE( times.empty() );
+   EXPECT_TRUE( std::is_sorted( times.begin(), times.end() ) );
+   EXPECT_GE( times.front(), static_cast< double >( before.tv_sec ) - 1 );
+   EXPECT_LE( times.back(), static_cast< double >( after.tv_sec ) + 2 );
+
+   // Both kinds of stamps in one ring.
+   start_ = Zipline::extent().end;
+   virtualTime = 7;
+   Zipline::timeSourceIs( []( void * at ) { return *static_cast< double * >( at ); },
+                          &virtualTime );
+   ZTRACE( 1, "virtual" );
+   Zipline::timeSourceIs( nullptr );
+   Zipline::sinkIs( []( Record const & ) {} ); // must not open the fast path into the old block
+   Zipline::sinkIs( nullptr );
+   ZTRACE( 1, "real" );
+   times.clear();
+   Zipline::visit( { .since = start_ }, [ & ]( Record const & record ) {
+      times.push_back( record.time );
+      return true;
+   } );
+   ASSERT_EQ( times.size(), 2u );
+   EXPECT_EQ( times[ 0 ], 7 );
+   EXPECT_GT( times[ 1 ], 1e9 );
+}
+
+// Records of many sizes through a ring that holds a few hundred of them: whatever is still held
+// must be the newest, complete and in order, at every moment.
+TEST_F( ZiplineTest, WrapsAroundWithRecordsOfManySizes ) {
+   auto const textOf = []( unsigned i ) {
+      return std::string( i * 7919 % 300 % 256, 'a' + i % 26 );
+   };
+   for( bool sourced : { true, false } ) {
+      if( !sourced ) {
+         Zipline::timeSourceIs( nullptr );
+      }
+      std::uint64_t const first = Zipline::extent().end;
+      for( unsigned i = 0; i < 5000; ++i ) {
+         if( i % 3 == 0 ) {
+            ZTRACE( 1, i );
+         } else {
+            ZTRACE( 2, i, " ", textOf( i ), ( Point{ 1, 2 } ), textOf( i + 1 ) );
+         }
+         if( i % 611 != 0 && i != 4999 ) {
+            continue;
+         }
+         auto const [ begin, end ] = Zipline::extent();
+         ASSERT_EQ( end, first + i + 1 );
+         std::uint64_t sequence = begin;
+         auto const progress = Zipline::visit( {}, [ & ]( Record const & record ) {
+            EXPECT_EQ( record.sequence, sequence++ );
+            if( record.sequence < first ) {
+               return true;
+            }
+            auto const n = static_cast< unsigned >( record.sequence - first );
+            std::string expected = std::to_string( n );
+            if( n % 3 != 0 ) {
+               expected += " " + textOf( n ) + "(1,2)" + textOf( n + 1 );
+            }
+            EXPECT_EQ( record.message, expected );
+            return true;
+         } );
+         ASSERT_EQ( sequence, end );
+         ASSERT_EQ( progress.next, end );
+         ASSERT_EQ( progress.lost, begin );
+      }
+      // Three quarters of the ring at the least are in use.
+      EXPECT_GT( Zipline::extent().end - Zipline::extent().begin, 140u );
+   }
+}
+
+TEST_F( ZiplineTest, ReaderThatFellBehindLearnsWhatItLost ) {
+   for( int i = 0; i < 10; ++i ) {
+      ZTRACE( 1, i );
+   }
+   auto const some = Zipline::visit( { .since = start_ }, [ & ]( Record const & record ) {
+      return record.sequence < start_ + 3;
+   } );
+   EXPECT_EQ( some.next, start_ + 4 );
+   EXPECT_EQ( some.lost, 0u );
+   EXPECT_EQ( messages( { .since = some.next } ).front(), "4" );
+
+   for( int i = 10; i < 10'000; ++i ) {
+      ZTRACE( 1, i );
+   }
+   std::uint64_t visited = 0;
+   auto const rest = Zipline::visit( { .since = some.next },
+                                     [ & ]( Record const & ) { return ++visited > 0; } );
+   EXPECT_GT( rest.lost, 0u );
+   EXPECT_EQ( rest.lost + visited, 10'000u - 4 );
+   EXPECT_EQ( rest.next, start_ + 10'000 );
+
+   // A reader from the future, and a ring emptied under a reader.
+   auto const none = []( Record const & ) { return ADD_FAILURE(), true; };
+   auto const future = Zipline::visit( { .since = rest.next + 50 }, none );
+   EXPECT_EQ( future.next, rest.next );
+   ZTRACE( 1, "gone" );
+   Zipline::recordsDelAll();
+   auto const emptied = Zipline::visit( { .since = rest.next }, none );
+   EXPECT_EQ( emptied.lost, 1u );
+   EXPECT_EQ( emptied.next, rest.next + 1 );
+}
+
+TEST_F( ZiplineTest, RingTurnsOrGoesUnderTheVisitor ) {
+   auto const fill = [] {
+      for( int i = 0; i < 5000; ++i ) {
+         ZTRACE( 1, "fill ", i );
+      }
+   };
+   struct Case {
+      std::function< void() > during;
+      std::size_t visited;
+   };
+   Case const cases[] = {
+         { fill, 1 },
+         { [] { Zipline::recordsDelAll(); }, 1 },
+         { [] { Zipline::capacityIs( 200'000 ); }, 1 },
+         { [] { ZTRACE( 1, "one more" ); }, 100 },
+   };
+   for( Case const & each : cases ) {
+      Zipline::capacityIs( Zipline::minCapacity );
+      std::uint64_t const first = Zipline::extent().end;
+      for( int i = 0; i < 100; ++i ) {
+         ZTRACE( 1, std::string( 50, 'x' ), i );
+      }
+      std::size_t count = 0;
+      auto const progress = Zipline::visit( { .since = first }, [ & ]( Record const & record ) {
+         each.during();
+         EXPECT_EQ( record.message, std::string( 50, 'x' ) + std::to_string( count ) );
+         return ++count > 0;
+      } );
+      EXPECT_EQ( count, each.visited );
+      EXPECT_EQ( progress.next, first + 100 );
+      EXPECT_EQ( progress.lost, 100 - each.visited );
+   }
+   EXPECT_EQ( Zipline::capacity(), Zipline::minCapacity );
+   Zipline::capacityIs( 200'000 );
+   EXPECT_EQ( Zipline::capacity(), 262'144u );
+   EXPECT_THROW( Zipline::capacityIs( 100 ), Kiv::RangeException );
+   EXPECT_EQ( Zipline::capacity(), 262'144u );
+}
+
+TEST_F( ZiplineTest, PrintFunctionsMayTraceAndFail ) {
+   Chatty named{ "bob" };
+   ZTRACE( 1, "hello ", named );
+   named.name = "changed";
+   EXPECT_EQ( messages(), ( Texts{ "printing bob", "hello <bob>" } ) );
+
+   start_ = Zipline::extent().end;
+   ZTRACE( 1, "hello ", Chatty{}, 7 );
+   EXPECT_EQ( message(), "hello <not printable: no name>7" );
+
+   ZTRACE( 1, LateChatty{ 1 }, LateChatty{ 2 } );
+   EXPECT_EQ( messages(), Texts{ "#1#2" } );
+   // The traces of the reading itself are for the next reading.
+   EXPECT_EQ( messages(), ( Texts{ "#1#2", "late 1", "late 2" } ) );
+
+   start_ = Zipline::extent().end;
+   int value = 1;
+   ZTRACE( 1, Pointing{ &value } );
+   value = 2;
+   EXPECT_EQ( message(), "1" );
+}
+
+TEST_F( ZiplineTest, SinkSeesEveryRecordAtOnce ) {
+   Texts seen;
+   Zipline::sinkIs( [ & ]( Record const & record ) {
+      ZTRACE( 1, "from inside" );
+      seen.emplace_back( record.message );
+   } );
+   ZTRACE( 1, "one ", std::string( "x" ) );
+   EXPECT_EQ( seen, Texts{ "one x" } );
+   ZTRACE( 1, LateChatty{ 3 } );
+   EXPECT_EQ( seen, ( Texts{ "one x", "#3" } ) );
+
+   Zipline::sinkIs( []( Record const & ) { throw Kiv::Exception( "full" ); } );
+   auto const trace = [] { ZTRACE( 1, "kept" ); };
+   EXPECT_THROW( trace(), Kiv::Exception );
+   Zipline::sinkIs( [ & ]( Record const & record ) {
+      Zipline::sinkIs( nullptr );
+      seen.emplace_back( record.message );
+   } );
+   ZTRACE( 1, "last" );
+   ZTRACE( 1, "unseen" );
+   EXPECT_EQ( seen, ( Texts{ "one x", "#3", "last" } ) );
+   EXPECT_EQ( messages( { .last = 3 } ), ( Texts{ "kept", "last", "unseen" } ) );
+}
+
+TEST_F( ZiplineTest, QueriesNarrow ) {
+   ZTRACE( 1, "apple ", 1 );
+   ZTRACE( 7, "apple ", 2 );
+   Elsewhere::speak( 3 );
+   ZTRACE( 1, "pear" );
+   EXPECT_EQ( messages( { .handle = "ZiplineElsewhere" } ), Texts{ "elsewhere 3" } );
+   EXPECT_EQ( messages( { .text = "apple" } ), ( Texts{ "apple 1", "apple 2" } ) );
+   EXPECT_EQ( messages( { .text = "apple", .last = 1 } ), Texts{ "apple 2" } );
+   EXPECT_EQ( messages( { .last = 2 } ), ( Texts{ "elsewhere 3", "pear" } ) );
+   EXPECT_EQ( messages( { .last = 0 } ), Texts{} );
+   EXPECT_EQ( messages( { .handle = "ZiplineTest", .levels = Levels::parse( "7" ) } ),
+              Texts{ "apple 2" } );
+}
+
+TEST_F( ZiplineTest, SameRunSameText ) {
+   auto const run = [ this ] {
+      Zipline::recordsDelAll();
+      start_ = Zipline::extent().end;
+      virtualTime = 10;
+      for( int i = 0; i < 4000; ++i ) {
+         virtualTime += 0.125;
+         ZTRACE( 3, "step ", i, Wide( 'w' ) );
+      }
+      return Zipline::text( { .since = start_ } );
+   };
+   std::string const once = run();
+   EXPECT_EQ( once, run() );
+   EXPECT_NE( once.find( "1970-01-01 00:08:30.000000" ), std::string::npos );
+}
+
+TEST_F( ZiplineTest, HandleConfiguredBeforeItExists ) {
+   Zipline::levelsIs( "ZiplineFuture", Levels::parse( "3,8" ) );
+   Zipline::Handle handle( "ZiplineFuture" );
+   EXPECT_TRUE( handle.enabled( 0 ) ); // not enrolled yet: what a handle begins with
+   Zipline::Handle twin( "ZiplineFuture" );
+   {
+      Zipline::Enrolment const enrolment( handle );
+      Zipline::Enrolment const twinEnrolment( twin );
+      EXPECT_EQ( Levels( handle.levelBits() ), Levels::parse( "3,8" ) );
+      Zipline::levelsIs( "ZiplineFuture", Levels::upTo( 4 ) );
+      EXPECT_EQ( Levels( twin.levelBits() ), Levels::upTo( 4 ) );
+      Zipline::levelsDel( "ZiplineFuture" );
+      Zipline::defaultLevelsIs( Levels::parse( "9" ) );
+      EXPECT_EQ( Levels( handle.levelBits() ), Levels::parse( "9" ) );
+      Elsewhere::speak( 1 );
+      EXPECT_EQ( messages(), Texts{} );
+      EXPECT_EQ( Zipline::levels( "ZiplineTest" ), Levels( Zipline::allLevelBits ) );
+   }
+   EXPECT_EQ( handle.levelBits(), 0 );
+}
+
+TEST_F( ZiplineTest, HandlesAreListedByName ) {
+   Zipline::levelsIs( "ZiplineZ", Levels::upTo( 0 ) );
+   Zipline::levelsIs( "ZiplineA", Levels() );
+   std::string list;
+   for( auto const & [ name, levels, configured, count ] : Zipline::handles() ) {
+      list += name + " " + Kiv::toText( levels ) + ( configured ? " set " : " default " ) +
+              std::to_string( count ) + "\n";
+   }
+   EXPECT_EQ( list, "ZiplineA none set 0\n"
+                    "ZiplineElsewhere 0-2 default 1\n"
+                    "ZiplineTest 0-9 set 1\n"
+                    "ZiplineZ 0 set 0\n" );
+   Zipline::levelsDel( "ZiplineZ" );
+   Zipline::levelsDel( "ZiplineA" );
+   EXPECT_EQ( Zipline::handles().size(), 2u );
+   for( std::string const & name : { std::string(), std::string( "a b" ), std::string( "9a" ),
+                                     std::string( "a*" ), std::string( 129, 'a' ) } ) {
+      EXPECT_THROW( Zipline::levelsIs( name, Levels() ), Kiv::ParseError ) << name;
+   }
+   EXPECT_EQ( Zipline::handles().size(), 2u );
+}
+
+TEST( ZiplineLevelsTest, TextForms ) {
+   struct Case {
+      char const * text;
+      char const * printed;
+   };
+   Case const good[] = { { "0-5,9", "0-5,9" },    { "9,0-5", "0-5,9" }, { "none", "none" },
+                         { "all", "0-9" },        { "1,2,3", "1-3" },   { "4-4", "4" },
+                         { "0,2,4-8", "0,2,4-8" } };
+   for( auto const & [ text, printed ] : good ) {
+      EXPECT_EQ( Kiv::toText( Kiv::fromText< Levels >( text ) ), printed );
+   }
+   for( char const * text : { "", ",", "1,", ",1", "10", "5-3", "1-", "-1", "a", "0 - 5", "0-5,",
+                              "1--2", "ALL", "\xff" } ) {
+      EXPECT_THROW( Kiv::fromText< Levels >( text ), Kiv::ParseError ) << text;
+   }
+   EXPECT_EQ( Levels::upTo( 9 ), Levels::parse( "all" ) );
+   EXPECT_THROW( Levels::upTo( 10 ), Kiv::RangeException );
+   EXPECT_THROW( Levels::upTo( -1 ), Kiv::RangeException );
+   EXPECT_FALSE( Levels::parse( "all" ).has( 10 ) );
+}
