@@ -21,6 +21,11 @@ hashMix( std::uint64_t a, std::uint64_t b ) {
 
 inline constexpr std::uint64_t hashSeed = 0x9e3779b97f4a7c15ull;
 
+inline std::size_t
+hashCombine( std::size_t seed, std::size_t next ) {
+   return hashMix( seed ^ hashSeed, next + 0xe7037ed1a0b428dbull );
+}
+
 template< class T >
 concept HashMember = requires( T const & value ) {
    { value.hash() } -> std::convertible_to< std::size_t >;
@@ -37,14 +42,15 @@ hashOf( T const & value ) {
       return hashMix( static_cast< std::uint64_t >( value ) ^ hashSeed, 0xd6e8feb86659fd93ull );
    } else if constexpr( std::convertible_to< T const &, std::string_view > ) {
       return std::hash< std::string_view >{}( std::string_view( value ) );
+   } else if constexpr( requires { value.begin(); } ) {
+      std::size_t seed = value.size();
+      for( auto const & element : value ) {
+         seed = hashCombine( seed, hashOf( element ) );
+      }
+      return seed;
    } else {
       return std::hash< T >{}( value );
    }
-}
-
-inline std::size_t
-hashCombine( std::size_t seed, std::size_t next ) {
-   return hashMix( seed ^ hashSeed, next + 0xe7037ed1a0b428dbull );
 }
 
 } // namespace Kiv

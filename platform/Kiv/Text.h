@@ -37,6 +37,13 @@ concept ParseMember = requires( std::string_view text ) {
    { T::parse( text ) } -> std::convertible_to< T >;
 };
 
+// Vectors and their like print as [a, b].
+template< class T >
+concept PrintableRange = !std::convertible_to< T const &, std::string_view > && requires( T const & value ) {
+   value.begin();
+   value.end();
+};
+
 // Enumerations made with KIV_ENUM have these two, found through their namespace.
 template< class T >
 concept PrintableEnum = std::is_enum_v< T > && requires( T value ) { kivEnumNames( value ); };
@@ -71,6 +78,14 @@ print( std::string & out, T const & value ) {
       printInteger( out, static_cast< std::uint64_t >( value ) );
    } else if constexpr( std::is_floating_point_v< T > ) {
       printDouble( out, static_cast< double >( value ) );
+   } else if constexpr( PrintableRange< T > ) {
+      char const * separator = "[";
+      for( auto const & element : value ) {
+         out += separator;
+         print( out, element );
+         separator = ", ";
+      }
+      out += value.begin() == value.end() ? "[]" : "]";
    } else {
       static_assert( std::convertible_to< T const &, std::string_view >,
                      "this type has no printed form: give it void print( std::string & ) const" );

@@ -155,15 +155,20 @@ class Ranged {
 
 } // namespace Kiv
 
-#define KIV_VALUE( Name )                                                                          \
+// A value type that prints its own way, for instance as a key in a path: it brings print() and parse().
+#define KIV_PLAIN_VALUE( Name )                                                                    \
    using KivSelf = Name;                                                                           \
    using KivFields = ::Kiv::FieldsOf< Name >;                                                      \
    static constexpr ::std::string_view kivName = #Name;                                            \
    static ::Kiv::Count< 0 > kivCount( ::Kiv::Rank< 0 > );                                          \
    friend bool operator==( Name const &, Name const & ) = default;                                 \
    friend auto operator<=>( Name const &, Name const & ) = default;                                \
-   void print( ::std::string & kivOut ) const { KivFields::print( kivOut, *this ); }               \
    ::std::size_t hash() const { return KivFields::hash( *this ); }                                 \
+   static_assert( true )
+
+#define KIV_VALUE( Name )                                                                          \
+   KIV_PLAIN_VALUE( Name );                                                                        \
+   void print( ::std::string & kivOut ) const { KivFields::print( kivOut, *this ); }               \
    static_assert( true )
 
 #define KIV_FIELD( T, field, ... )                                                                 \

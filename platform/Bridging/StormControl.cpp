@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Bridging/StormControl.h"
+
+#include "Kiv/Reflect.h"
+
+KIV_DEFINE( Bridging::StormControl::IntfConfig );
+KIV_DEFINE( Bridging::StormControl::AggregateTcConfig );
+KIV_DEFINE( Bridging::StormControl::BurstConfig );
+KIV_DEFINE( Bridging::StormControl::Config );
+KIV_DEFINE( Bridging::StormControl::IntfStatus );
+KIV_DEFINE( Bridging::StormControl::Status );
+
+namespace Bridging::StormControl {
+
+std::uint64_t
+Threshold::rateKbps() const {
+   if( mode != meteringBps ) {
+      return 0;
+   }
+   switch( unit ) {
+   case unitBps:
+      return rate / 1000;
+   case unitMbps:
+      return std::uint64_t( rate ) * 1000;
+   default:
+      return rate;
+   }
+}
+
+} // namespace Bridging::StormControl
