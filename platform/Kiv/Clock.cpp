@@ -13,12 +13,14 @@ namespace Kiv {
 
 TimerNode *
 TimerHeap::meld( TimerNode * a, TimerNode * b ) {
-   if( b->firesBefore( *a ) )
+   if( b->firesBefore( *a ) ) {
       std::swap( a, b );
+}
    b->prev = a;
    b->next = a->child;
-   if( a->child )
+   if( a->child ) {
       a->child->prev = b;
+}
    a->child = b;
    return a;
 }
@@ -47,8 +49,9 @@ TimerHeap::meldSiblings( TimerNode * first ) {
       root = root ? meld( root, pairs ) : pairs;
       pairs = rest;
    }
-   if( root )
+   if( root ) {
       root->prev = nullptr;
+}
    return root;
 }
 
@@ -74,47 +77,55 @@ TimerHeap::remove( TimerNode & node ) {
       pop();
       return;
    }
-   if( node.prev->child == &node )
+   if( node.prev->child == &node ) {
       node.prev->child = node.next;
-   else
+   } else {
       node.prev->next = node.next;
-   if( node.next )
+}
+   if( node.next ) {
       node.next->prev = node.prev;
-   if( TimerNode * orphans = meldSiblings( node.child ) )
+}
+   if( TimerNode * orphans = meldSiblings( node.child ) ) {
       root_ = meld( root_, orphans );
+}
    node.next = node.prev = node.child = nullptr;
    node.where = TimerNode::unarmed;
 }
 
 void
 Timer::timeMinIs( Seconds when ) {
-   if( std::isnan( when ) )
+   if( std::isnan( when ) ) {
       throw RangeException( "a timer's time is not a number: expected seconds, or never" );
-   if( when == never )
+}
+   if( when == never ) {
       disarm();
-   else
+   } else {
       clock_.arm( *this, when );
+}
 }
 
 void
 Timer::disarm() {
    // An unarmed timer may have outlived its clock.
-   if( armed() )
+   if( armed() ) {
       clock_.disarm( *this );
+}
 }
 
 Clock::Clock() : Clock( ClockDriver::ambient() ) {}
 
-Clock::Clock( ClockDriver & driver ) { attach( driver ); }
+Clock::Clock( ClockDriver & driver ) : Entity( "clock" ) { attach( driver ); }
 
 Clock::~Clock() {
    // Derived clocks have already let go of what they held themselves.
    auto forget = []( TimerHeap & heap ) {
-      while( !heap.empty() )
+      while( !heap.empty() ) {
          heap.pop().time = never;
+}
    };
-   if( driver_ )
+   if( driver_ ) {
       detach( 0 );
+}
    forget( heap_ );
 }
 
@@ -130,16 +141,18 @@ Clock::nextTimeout() const {
 
 void
 Clock::driverIs( ClockDriver & driver ) {
-   if( driver_ == &driver )
+   if( driver_ == &driver ) {
       return;
+}
    driverDel();
    attach( driver );
 }
 
 void
 Clock::driverDel() {
-   if( driver_ )
+   if( driver_ ) {
       detach( driver_->now() );
+}
 }
 
 void
@@ -159,10 +172,11 @@ Clock::detach( Seconds last ) {
    TimerHeap others;
    while( !driver.due_.empty() ) {
       TimerNode & node = driver.due_.pop();
-      if( &static_cast< Timer & >( node ).clock_ == this )
+      if( &static_cast< Timer & >( node ).clock_ == this ) {
          heap_.push( node, TimerNode::inHeap );
-      else
+      } else {
          others.push( node, TimerNode::inDue );
+}
    }
    driver.due_ = others;
 
@@ -177,28 +191,31 @@ Clock::detach( Seconds last ) {
 
 void
 Clock::arm( Timer & timer, Seconds when ) {
-   if( timer.where == TimerNode::inDue )
+   if( timer.where == TimerNode::inDue ) {
       driver_->due_.remove( timer );
-   else if( timer.where == TimerNode::unarmed )
+   } else if( timer.where == TimerNode::unarmed ) {
       ++timers_;
+}
    timer.arming = driver_ ? ++driver_->arming_ : ++arming_;
    place( timer, when );
 }
 
 void
 Clock::disarm( Timer & timer ) {
-   if( timer.where == TimerNode::inDue )
+   if( timer.where == TimerNode::inDue ) {
       driver_->due_.remove( timer );
-   else
+   } else {
       remove( timer );
+}
    timer.time = never;
    --timers_;
 }
 
 void
 Clock::place( TimerNode & node, Seconds when ) {
-   if( node.where == TimerNode::inHeap )
+   if( node.where == TimerNode::inHeap ) {
       heap_.remove( node );
+}
    node.time = when;
    heap_.push( node, TimerNode::inHeap );
 }
@@ -210,8 +227,9 @@ Clock::remove( TimerNode & node ) {
 
 void
 Clock::collectDue( Seconds now, TimerHeap & due ) {
-   while( !heap_.empty() && heap_.top().time <= now )
+   while( !heap_.empty() && heap_.top().time <= now ) {
       due.push( heap_.pop(), TimerNode::inDue );
+}
 }
 
 } // namespace Kiv

@@ -18,7 +18,7 @@
 //
 // Clocks, timers and drivers belong to one thread, that of the event loop.
 
-#include "Kiv/Text.h"
+#include "Kiv/Entity.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -112,13 +112,13 @@ class Timer : private TimerNode {
 //
 // A clock whose driver has gone stands still: now() keeps the last time of that driver, timers
 // may be armed and disarmed, and nothing fires until driverIs() gives it another driver.
-class Clock {
+class Clock : public Entity {
  public:
+   Type const & fwkType() const override { return typeInstance< Clock >; }
+
    Clock(); // attaches to the ambient driver
    explicit Clock( ClockDriver & driver );
-   virtual ~Clock(); // disarms its timers
-   Clock( Clock const & ) = delete;
-   Clock & operator=( Clock const & ) = delete;
+   ~Clock() override; // disarms its timers
 
    // Seconds, with the driver's origin.
    Seconds now() const;

@@ -24,6 +24,8 @@ namespace Mox {
 
 class TimerWheel : public Kiv::Clock {
  public:
+   Kiv::Type const & fwkType() const override { return Kiv::typeInstance< TimerWheel >; }
+
    // A power of two, so that between seconds and ticks nothing is rounded but the fraction.
    static constexpr Kiv::Seconds ticksPerSecond = 1024;
 
