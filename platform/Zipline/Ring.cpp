@@ -72,6 +72,13 @@ cutText( std::string_view text ) {
             static_cast< std::uint8_t >( kept + 3 ) };
 }
 
+void
+copyText( char * to, char const * from, std::size_t bytes ) {
+   if( bytes > 0 ) { // an empty view may point nowhere
+      std::memcpy( to, from, bytes );
+   }
+}
+
 Ring &
 ring() {
    static Ring & instance = *new Ring;

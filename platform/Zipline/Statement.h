@@ -272,6 +272,10 @@ struct Text {
 
 Text cutText( std::string_view text );
 
+// memcpy, called: knowing that a text is short, g++ would copy it with a `rep movs` in place, whose
+// start alone takes longer than all the rest of a statement.
+void copyText( char * to, char const * from, std::size_t bytes );
+
 inline Text
 textOf( std::string_view text ) {
    if( text.size() > maxTextBytes ) [[unlikely]] {
@@ -353,9 +357,10 @@ template< class T >
 putText( char *& tail, T const & value ) {
    if constexpr( isStoredText< T > ) {
       Text text = asText( value );
-      std::memcpy( tail, text.data, text.copied );
-      std::memcpy( tail + text.copied, "...",
-                   static_cast< std::size_t >( text.bytes - text.copied ) );
+      copyText( tail, text.data, text.copied );
+      if( text.copied != text.bytes ) [[unlikely]] {
+         std::memcpy( tail + text.copied, "...", 3 );
+      }
       tail += text.bytes;
    }
 }

@@ -152,6 +152,9 @@ TEST_F( ZiplineTest, TextsAreCopied ) {
    }
    EXPECT_EQ( message(), "buffer,constant,heap,ap,(null),yes,heap!" );
 
+   ZTRACE( 1, std::string_view(), "." );
+   EXPECT_EQ( message(), "." );
+
    struct Case {
       std::string text;
       std::string read;
