@@ -56,7 +56,7 @@ Progress visit( Query const & query, std::function< bool( Record const & ) > con
 std::string text( Query const & query = {} );
 
 // The sequences that the ring holds at present: begin up to but not including end. As many as
-// `begin` have been overwritten since the process began.
+// `begin` have been overwritten or dropped since the process began.
 struct Extent {
    std::uint64_t begin;
    std::uint64_t end;

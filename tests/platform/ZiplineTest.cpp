@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Zipline/Zipline.h"
+#include "Kiv/Value.h"
 #include "Zipline/Reader.h"
 
 #include <gtest/gtest.h>
@@ -31,6 +32,7 @@ using Zipline::Query;
 using Zipline::Record;
 
 enum class Color : std::uint8_t { red = 3 };
+KIV_ENUM( Mood, std::uint8_t, calm, wild = 7 );
 
 // Trivially copyable, so it is printed when it is read.
 struct Point {
@@ -126,8 +128,9 @@ inline constexpr bool printsLater< Pointing > = false;
 TEST_F( ZiplineTest, PiecesOfEveryKind ) {
    ZTRACE( 9, "Added event to queue with index ", 17 );
    EXPECT_EQ( message(), "Added event to queue with index 17" );
-   ZTRACE( 0, std::int8_t{ -5 }, ' ', std::uint64_t{ 1 } << 63, " ", 0.1, " ", true, Color::red );
-   EXPECT_EQ( message(), "-5 9223372036854775808 0.1 true3" );
+   ZTRACE( 0, std::int8_t{ -5 }, ' ', std::uint64_t{ 1 } << 63, " ", 0.1, " ", true, Color::red,
+           wild );
+   EXPECT_EQ( message(), "-5 9223372036854775808 0.1 true3wild" );
    ZTRACE( 0, "", ( Point{ 1, -2 } ), Wide( 'w' ), "x" );
    EXPECT_EQ( message(), "(1,-2)w4x" );
    struct {
@@ -504,9 +507,13 @@ TEST_F( ZiplineTest, HandleConfiguredBeforeItExists ) {
       EXPECT_EQ( Levels( handle.levelBits() ), Levels::parse( "9" ) );
       Elsewhere::speak( 1 );
       EXPECT_EQ( messages(), Texts{} );
+      ZTRACE( 1, "enabled by name" );
+      EXPECT_EQ( messages(), Texts{ "enabled by name" } );
       EXPECT_EQ( Zipline::levels( "ZiplineTest" ), Levels( Zipline::allLevelBits ) );
    }
+   // A handle goes with its library, and the sites that records point at with it.
    EXPECT_EQ( handle.levelBits(), 0 );
+   EXPECT_EQ( Zipline::extent().begin, Zipline::extent().end );
 }
 
 TEST_F( ZiplineTest, HandlesAreListedByName ) {
