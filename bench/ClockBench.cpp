@@ -64,8 +64,9 @@ BM_Rearm( benchmark::State & state ) {
    AnyClock clock( driver );
    std::deque< IdleTimer > timers;
    auto const plan = draws( timersOf( state ) );
-   for( std::size_t i = 0; i < timersOf( state ); ++i )
+   for( std::size_t i = 0; i < timersOf( state ); ++i ) {
       timers.emplace_back( clock ).timeMinIs( clock.now() + plan[ i % plan.size() ].delay );
+   }
    std::size_t at = 0;
    for( auto _ : state ) {
       Draw const & draw = plan[ at++ % plan.size() ];
@@ -85,12 +86,14 @@ BM_ArmAndFire( benchmark::State & state ) {
    AnyClock clock( driver );
    std::deque< IdleTimer > timers;
    auto const plan = draws( timersOf( state ) );
-   for( std::size_t i = 0; i < timersOf( state ); ++i )
+   for( std::size_t i = 0; i < timersOf( state ); ++i ) {
       timers.emplace_back( clock );
+   }
    std::size_t at = 0;
    for( auto _ : state ) {
-      for( IdleTimer & timer : timers )
+      for( IdleTimer & timer : timers ) {
          timer.timeMinIs( clock.now() + plan[ at++ % plan.size() ].delay );
+      }
       for( int tick = 0; tick < 100'000; ++tick ) {
          driver.timeIs( driver.now() + 0.001 );
          driver.run();
@@ -115,13 +118,15 @@ toTimeval( Seconds delay ) {
 class EventLoop {
  public:
    explicit EventLoop( std::size_t timers ) : base_( event_base_new() ) {
-      for( std::size_t i = 0; i < timers; ++i )
+      for( std::size_t i = 0; i < timers; ++i ) {
          events_.push_back( evtimer_new(
                base_, []( evutil_socket_t, short, void * ) {}, nullptr ) );
+      }
    }
    ~EventLoop() {
-      for( event * each : events_ )
+      for( event * each : events_ ) {
          event_free( each );
+      }
       event_base_free( base_ );
    }
    EventLoop( EventLoop const & ) = delete;
@@ -154,12 +159,14 @@ BM_RearmLibevent( benchmark::State & state ) {
    std::vector< timeval > delays;
    for( Draw const & draw : plan ) {
       timeval delay = toTimeval( commonTimeouts ? draw.commonDelay : draw.delay );
-      if( commonTimeouts )
+      if( commonTimeouts ) {
          delay = *event_base_init_common_timeout( loop.base_, &delay );
+      }
       delays.push_back( delay );
    }
-   for( std::size_t i = 0; i < loop.events_.size(); ++i )
+   for( std::size_t i = 0; i < loop.events_.size(); ++i ) {
       evtimer_add( loop.events_[ i ], &delays[ i % delays.size() ] );
+   }
    auto measure = [ & ] {
       std::size_t at = 0;
       for( auto _ : state ) {
@@ -167,10 +174,11 @@ BM_RearmLibevent( benchmark::State & state ) {
          evtimer_add( loop.events_[ plan[ i ].timer ], &delays[ i ] );
       }
    };
-   if( cachedTime )
+   if( cachedTime ) {
       loop.inside( measure );
-   else
+   } else {
       measure();
+   }
    state.SetItemsProcessed( state.iterations() );
 }
 BENCHMARK( BM_RearmLibevent< true, false > )->Arg( 1000 )->Arg( 100'000 );

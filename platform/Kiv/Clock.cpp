@@ -15,12 +15,12 @@ TimerNode *
 TimerHeap::meld( TimerNode * a, TimerNode * b ) {
    if( b->firesBefore( *a ) ) {
       std::swap( a, b );
-}
+   }
    b->prev = a;
    b->next = a->child;
    if( a->child ) {
       a->child->prev = b;
-}
+   }
    a->child = b;
    return a;
 }
@@ -51,7 +51,7 @@ TimerHeap::meldSiblings( TimerNode * first ) {
    }
    if( root ) {
       root->prev = nullptr;
-}
+   }
    return root;
 }
 
@@ -81,13 +81,13 @@ TimerHeap::remove( TimerNode & node ) {
       node.prev->child = node.next;
    } else {
       node.prev->next = node.next;
-}
+   }
    if( node.next ) {
       node.next->prev = node.prev;
-}
+   }
    if( TimerNode * orphans = meldSiblings( node.child ) ) {
       root_ = meld( root_, orphans );
-}
+   }
    node.next = node.prev = node.child = nullptr;
    node.where = TimerNode::unarmed;
 }
@@ -96,12 +96,12 @@ void
 Timer::timeMinIs( Seconds when ) {
    if( std::isnan( when ) ) {
       throw RangeException( "a timer's time is not a number: expected seconds, or never" );
-}
+   }
    if( when == never ) {
       disarm();
    } else {
       clock_.arm( *this, when );
-}
+   }
 }
 
 void
@@ -109,7 +109,7 @@ Timer::disarm() {
    // An unarmed timer may have outlived its clock.
    if( armed() ) {
       clock_.disarm( *this );
-}
+   }
 }
 
 Clock::Clock() : Clock( ClockDriver::ambient() ) {}
@@ -121,11 +121,11 @@ Clock::~Clock() {
    auto forget = []( TimerHeap & heap ) {
       while( !heap.empty() ) {
          heap.pop().time = never;
-}
+      }
    };
    if( driver_ ) {
       detach( 0 );
-}
+   }
    forget( heap_ );
 }
 
@@ -143,7 +143,7 @@ void
 Clock::driverIs( ClockDriver & driver ) {
    if( driver_ == &driver ) {
       return;
-}
+   }
    driverDel();
    attach( driver );
 }
@@ -152,7 +152,7 @@ void
 Clock::driverDel() {
    if( driver_ ) {
       detach( driver_->now() );
-}
+   }
 }
 
 void
@@ -176,7 +176,7 @@ Clock::detach( Seconds last ) {
          heap_.push( node, TimerNode::inHeap );
       } else {
          others.push( node, TimerNode::inDue );
-}
+      }
    }
    driver.due_ = others;
 
@@ -195,7 +195,7 @@ Clock::arm( Timer & timer, Seconds when ) {
       driver_->due_.remove( timer );
    } else if( timer.where == TimerNode::unarmed ) {
       ++timers_;
-}
+   }
    timer.arming = driver_ ? ++driver_->arming_ : ++arming_;
    place( timer, when );
 }
@@ -206,7 +206,7 @@ Clock::disarm( Timer & timer ) {
       driver_->due_.remove( timer );
    } else {
       remove( timer );
-}
+   }
    timer.time = never;
    --timers_;
 }
@@ -215,7 +215,7 @@ void
 Clock::place( TimerNode & node, Seconds when ) {
    if( node.where == TimerNode::inHeap ) {
       heap_.remove( node );
-}
+   }
    node.time = when;
    heap_.push( node, TimerNode::inHeap );
 }
@@ -229,7 +229,7 @@ void
 Clock::collectDue( Seconds now, TimerHeap & due ) {
    while( !heap_.empty() && heap_.top().time <= now ) {
       due.push( heap_.pop(), TimerNode::inDue );
-}
+   }
 }
 
 } // namespace Kiv

@@ -42,8 +42,9 @@ class ClockDriver::Run {
 
 ClockDriver::~ClockDriver() {
    clocksDelAll( lastRun_ );
-   if( ambientDriver == this )
+   if( ambientDriver == this ) {
       ambientDriver = nullptr;
+   }
 }
 
 void
@@ -52,34 +53,39 @@ ClockDriver::clocksDelAll( Seconds last ) {
       std::fputs( "a clock driver was destroyed from inside a timer's callback\n", stderr );
       std::abort();
    }
-   while( !clocks_.empty() )
+   while( !clocks_.empty() ) {
       clocks_.back()->detach( last );
+   }
 }
 
 Seconds
 ClockDriver::nextTimeout() const {
    Seconds earliest = never;
-   for( Clock const * clock : clocks_ )
+   for( Clock const * clock : clocks_ ) {
       earliest = std::min( earliest, clock->nextTimeout() );
+   }
    return earliest;
 }
 
 std::size_t
 ClockDriver::timers() const {
    std::size_t count = 0;
-   for( Clock const * clock : clocks_ )
+   for( Clock const * clock : clocks_ ) {
       count += clock->timers();
+   }
    return count;
 }
 
 std::size_t
 ClockDriver::run() {
-   if( running_ )
+   if( running_ ) {
       throw Exception( "a clock driver was run from inside a timer's callback" );
+   }
    Run run( *this );
    lastRun_ = now();
-   for( Clock * clock : clocks_ )
+   for( Clock * clock : clocks_ ) {
       clock->collectDue( lastRun_, due_ );
+   }
    std::size_t fired = 0;
    while( !due_.empty() ) {
       auto & timer = static_cast< Timer & >( due_.pop() );
@@ -93,8 +99,9 @@ ClockDriver::run() {
 
 ClockDriver &
 ClockDriver::ambient() {
-   if( ambientDriver )
+   if( ambientDriver ) {
       return *ambientDriver;
+   }
    // Never destroyed, so that clocks with static lifetime find it whenever they end.
    static auto * const own = new RealDriver;
    return *own;
@@ -127,25 +134,28 @@ RealDriver::pollTimeout() const {
    // Long waits are cut: the loop comes round once a day and asks again.
    constexpr Seconds longest = 24 * 60 * 60;
    Seconds next = nextTimeout();
-   if( next == never )
+   if( next == never ) {
       return -1;
+   }
    Seconds wait = std::clamp( next - now(), 0.0, longest );
    return static_cast< int >( std::ceil( wait * 1000 ) );
 }
 
 VirtualDriver::VirtualDriver( Seconds start ) : now_( start ) {
-   if( !std::isfinite( start ) )
+   if( !std::isfinite( start ) ) {
       throw RangeException( "virtual time cannot start at " + toText( start ) +
                             ": expected a finite time" );
+   }
 }
 
 VirtualDriver::~VirtualDriver() { clocksDelAll( now_ ); }
 
 void
 VirtualDriver::checkTime( Seconds time ) const {
-   if( !std::isfinite( time ) || time < now_ )
+   if( !std::isfinite( time ) || time < now_ ) {
       throw RangeException( "virtual time cannot go from " + toText( now_ ) + " to " +
                             toText( time ) + ": expected a finite time, not before now" );
+   }
 }
 
 void
@@ -172,16 +182,18 @@ VirtualDriver::runUntilIdle( Seconds limit ) {
    Seconds end = now_ + limit;
    checkTime( end );
    stepTo( end );
-   if( nextTimeout() == never )
+   if( nextTimeout() == never ) {
       return true;
+   }
    now_ = std::max( now_, end );
    return false;
 }
 
 std::size_t
 VirtualDriver::stepTo( Seconds end ) {
-   if( running() )
+   if( running() ) {
       throw Exception( "virtual time was advanced from inside a timer's callback" );
+   }
    std::size_t fired = 0;
    std::size_t runsNow = 0;
    for( Seconds next = nextTimeout(); next <= end; next = nextTimeout() ) {
