@@ -142,6 +142,11 @@ class Ptr {
    T * object_ = nullptr;
 };
 
+template< class T >
+inline constexpr bool isPtr = false;
+template< class T >
+inline constexpr bool isPtr< Ptr< T > > = true;
+
 // Allocates an object and counts it under its type.
 template< class T, class... Args >
 Ptr< T >
@@ -158,3 +163,9 @@ dynamicCast( Ptr< U > const & ptr ) {
 }
 
 } // namespace Kiv
+
+// fwkType() of a class that is not an entity; one line in its declaration.
+#define KIV_TYPE( Name )                                                                           \
+   ::Kiv::Type const & fwkType() const override { return ::Kiv::typeInstance< Name >; }            \
+   template< class KivT, class... KivArgs >                                                        \
+   friend ::Kiv::Ptr< KivT > Kiv::make( KivArgs &&... )

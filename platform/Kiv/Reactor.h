@@ -16,8 +16,8 @@
 //                                                               intfConfigDel( k ), intfConfigDelAll()
 //
 // Rows of the table:
-//    on< attr, &C::handler >()              runs at synchronisation (for keyed attributes once for
-//                                           each key) and on every change
+//    on< attr, &C::handler >()              runs at synchronisation (once for each key there is, if
+//                                           it takes the attribute's key) and on every change
 //    onChange< attr, &C::handler >()        on changes only
 //    onAny< &C::handler, attr, attr... >()  several attributes, one handler: once at synchronisation
 //
@@ -25,20 +25,41 @@
 // member of a keyed attribute, or, in a keyed reactor whose handler is its owner's, the reactor's
 // key. Anything else does not compile.
 //
+// The initial synchronisation is a notification like any other. It ends when a handler deletes the
+// reactor or its owner, or turns the reactor to another entity.
+//
 // A reactor may delete itself, its siblings or its owner from inside a handler: what is removed
 // hears nothing more and is destroyed when the outermost notification has returned.
 
 #include "Kiv/DispatchRecorder.h"
 #include "Kiv/Entity.h"
 
+#include <algorithm>
+#include <array>
+
 namespace Kiv {
 
 // The key of a reactor that stands alone.
 struct NoKey {};
 
+// Whether `owner`, or the owner of that reactor in turn, is on its way out.
+template< class Owner >
+bool
+ownerMarked( Owner const & owner ) {
+   bool marked = false;
+   if constexpr( std::is_base_of_v< PtrInterface, Owner > ) {
+      marked = owner.kivMarkedForDeletion();
+   }
+   if constexpr( requires { typename Owner::KivReactor; } ) {
+      marked = marked || ownerMarked( owner.owner() );
+   }
+   return marked;
+}
+
 template< class DerivedT, class WatchedT, class OwnerT, class KeyT = NoKey >
 class Reactor : public PtrInterface::NotifieeConst {
  public:
+   using KivReactor = Reactor;
    using Watched = WatchedT;
    using Owner = OwnerT;
    using Key = KeyT;
@@ -53,14 +74,20 @@ class Reactor : public PtrInterface::NotifieeConst {
    // Watches `entity` instead of what was watched so far and runs the table's handlers once, in
    // order. Nothing happens if it is watched already; null unregisters and runs nothing.
    void notifierIs( Ptr< WatchedT > const & entity ) {
-      if( entity == notifier() ) {
+      // Handlers may remove what holds `entity`.
+      auto * const target = entity.get();
+      if( target == notifier() ) {
          return;
       }
-      isRegisteredNotifieeIs( false );
-      watch( entity.get() );
-      if( entity ) {
-         DerivedT::handlers.synchronise( static_cast< DerivedT & >( *this ) );
-         isRegisteredNotifieeIs( !kivMarkedForDeletion() );
+      if( !target ) {
+         watch( nullptr );
+         return;
+      }
+      Dispatch::Frame frame;
+      watch( target );
+      DerivedT::handlers.synchronise( static_cast< DerivedT & >( *this ), *target );
+      if( kivSynchronises( *target ) ) {
+         isRegisteredNotifieeIs( true );
       }
    }
 
@@ -68,6 +95,13 @@ class Reactor : public PtrInterface::NotifieeConst {
       if( live() ) {
          DerivedT::handlers.dispatch( static_cast< DerivedT & >( *this ), attribute, key );
       }
+   }
+
+   // Whether a change of `entity` still concerns this reactor.
+   bool kivHears( WatchedT const * entity ) const { return live() && notifier() == entity; }
+   // Whether the handlers of a pass over `entity` still have somebody to run for.
+   bool kivSynchronises( WatchedT const & entity ) const {
+      return !kivMarkedForDeletion() && notifier() == &entity && !( owner_ && ownerMarked( *owner_ ) );
    }
 
    // For the slot that made this reactor.
@@ -124,6 +158,13 @@ callHandler( R & reactor, AttributeKey const &... key ) {
 template< auto const & attribute >
 using AttributeType = std::remove_cvref_t< decltype( attribute ) >;
 
+template< auto handler, class Key >
+inline constexpr bool takesKey =
+      std::is_invocable_v< decltype( handler ), typename HandlerClass< decltype( handler ) >::type &,
+                           Key const & >;
+template< auto handler >
+inline constexpr bool takesKey< handler, void > = false;
+
 // Calls `handler` for a change of a member of `attribute`, whose key comes untyped.
 template< auto handler, auto const & attribute, class R >
 void
@@ -140,29 +181,31 @@ callForChange( R & reactor, [[maybe_unused]] void const * key ) {
 
 template< auto const & attribute, auto handler, bool synchronises >
 struct OnRow {
+   static constexpr std::array< AttributeId const *, 1 > attributes{ &attribute };
+
+   // Whether the change was this row's.
    template< class R >
-   static void dispatch( R & reactor, AttributeId const & changed, void const * key ) {
-      if( &changed == &attribute ) {
-         callForChange< handler, attribute >( reactor, key );
+   static bool dispatch( R & reactor, AttributeId const & changed, void const * key ) {
+      if( &changed != &attribute ) {
+         return false;
       }
+      callForChange< handler, attribute >( reactor, key );
+      return true;
    }
 
    template< class R >
-   static void synchronise( R & reactor ) {
+   static void synchronise( R & reactor, typename R::Watched & entity ) {
       if constexpr( synchronises ) {
          using A = AttributeType< attribute >;
          using Key = typename A::Key;
-         if constexpr( std::is_void_v< Key > ||
-                       std::is_invocable_v< decltype( handler ), typename HandlerClass< decltype( handler ) >::type & > ) {
+         if constexpr( !takesKey< handler, Key > ) {
             callHandler< handler >( reactor );
          } else {
-            auto const & members =
-                  A::Entity::kivGet( Count< A::fixedIndex >{}, *reactor.notifier() );
-            for( auto const & member : members ) {
+            for( auto const & member : A::Entity::kivGet( Count< A::fixedIndex >{}, entity ) ) {
                // Handlers may remove the member that they are told of.
                Key const key = memberKey< Key >( member );
                callHandler< handler >( reactor, key );
-               if( reactor.kivMarkedForDeletion() ) {
+               if( !reactor.kivSynchronises( entity ) ) {
                   return;
                }
             }
@@ -171,17 +214,17 @@ struct OnRow {
    }
 };
 
-template< auto handler, auto const &... attributes >
+template< auto handler, auto const &... attribute >
 struct OnAnyRow {
+   static constexpr std::array< AttributeId const *, sizeof...( attribute ) > attributes{
+         &attribute... };
+
    template< class R >
-   static void dispatch( R & reactor, AttributeId const & changed, void const * key ) {
-      ( void )( ( &changed == &attributes
-                        ? ( callForChange< handler, attributes >( reactor, key ), true )
-                        : false ) ||
-                ... );
+   static bool dispatch( R & reactor, AttributeId const & changed, void const * key ) {
+      return ( OnRow< attribute, handler, true >::dispatch( reactor, changed, key ) || ... );
    }
    template< class R >
-   static void synchronise( R & reactor ) {
+   static void synchronise( R & reactor, typename R::Watched & ) {
       callHandler< handler >( reactor );
    }
 };
@@ -205,15 +248,37 @@ onAny() {
 template< class... Rows >
 struct Handlers {
    template< class R >
-   static void dispatch( R & reactor, AttributeId const & changed, void const * key ) {
-      ( Rows::dispatch( reactor, changed, key ), ... );
+   static void dispatch( [[maybe_unused]] R & reactor, [[maybe_unused]] AttributeId const & changed,
+                         [[maybe_unused]] void const * key ) {
+      if constexpr( eachAttributeOnce() ) {
+         ( void )( Rows::dispatch( reactor, changed, key ) || ... );
+      } else {
+         auto const * entity = reactor.notifier();
+         ( void )( ( Rows::dispatch( reactor, changed, key ), reactor.kivHears( entity ) ) && ... );
+      }
    }
-   // A handler that deletes its own reactor ends the synchronisation.
    template< class R >
-   static void synchronise( R & reactor ) {
-      ( void )( ( reactor.kivMarkedForDeletion() ? false
-                                                 : ( Rows::synchronise( reactor ), true ) ) &&
+   static void synchronise( [[maybe_unused]] R & reactor,
+                            [[maybe_unused]] typename R::Watched & entity ) {
+      ( void )( ( reactor.kivSynchronises( entity ) &&
+                  ( Rows::synchronise( reactor, entity ), true ) ) &&
                 ... );
+   }
+
+ private:
+   // The common case, in which no row must ask what the handler of another row did.
+   static consteval bool eachAttributeOnce() {
+      std::vector< std::string_view > names;
+      ( addNames( names, Rows::attributes ), ... );
+      std::sort( names.begin(), names.end() );
+      return std::adjacent_find( names.begin(), names.end() ) == names.end();
+   }
+   template< std::size_t n >
+   static consteval void addNames( std::vector< std::string_view > & names,
+                                   std::array< AttributeId const *, n > const & attributes ) {
+      for( auto const * attribute : attributes ) {
+         names.push_back( attribute->name );
+      }
    }
 };
 
@@ -237,7 +302,8 @@ makeReactor( typename R::Owner & owner, typename R::Key const & key = {} ) {
 template< class R >
 void
 initializeReactor( R & reactor ) {
-   if( !reactor.kivMarkedForDeletion() && reactor.owner().initialized() && !reactor.initialized() ) {
+   if( !reactor.kivMarkedForDeletion() && !ownerMarked( reactor.owner() ) &&
+       reactor.owner().initialized() && !reactor.initialized() ) {
       reactor.handleInitialized();
    }
 }
@@ -256,10 +322,11 @@ class ReactorSlot final : public ReactorSlotBase {
          del();
          return;
       }
+      Dispatch::Frame frame;
       if( !reactor_ ) {
          reactor_ = makeReactor< R >( owner_ );
       }
-      auto reactor = reactor_;
+      auto * reactor = reactor_.get();
       reactor->notifierIs( entity );
       initializeReactor( *reactor );
    }
@@ -309,11 +376,13 @@ class ReactorMap final : public ReactorSlotBase {
          del( key );
          return;
       }
-      Ptr< R > reactor = get( key );
+      Dispatch::Frame frame;
+      auto * reactor = get( key );
       if( !reactor ) {
-         reactor = makeReactor< R >( owner_, key );
          // In place before it synchronises: its handlers may look for it, or remove it.
-         reactors_.tryEmplace( key, reactor );
+         auto made = makeReactor< R >( owner_, key );
+         reactor = made.get();
+         reactors_.tryEmplace( key, std::move( made ) );
       }
       reactor->notifierIs( entity );
       initializeReactor( *reactor );

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Hoba/HobaBaseSm.h"
+
+#include "Hoba/HobaAssert.h"
+#include "Hoba/HobaCommon.h"
+
+namespace Hoba {
+
+HobaBaseSm::HobaBaseSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData )
+      : PtrInterface( Lifetime::eventLoop ), commonSmData_( commonSmData ) {}
+
+HobaBaseSm::~HobaBaseSm() = default;
+
+Kiv::Ptr< HobaBaseSm >
+HobaBaseSm::HobaBaseSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData ) {
+   struct Sm : HobaBaseSm {
+      explicit Sm( Kiv::Ptr< HobaCommonSmData > const & data ) : HobaBaseSm( data ) {}
+   };
+   return smIs< Sm >( commonSmData );
+}
+
+Kiv::Type const &
+HobaBaseSm::fwkType() const {
+   return Kiv::typeInstance< HobaBaseSm >;
+}
+
+void
+HobaBaseSm::hasNotificationActiveIs( bool active ) {
+   if( active != hasNotificationActive() ) {
+      PtrInterface::hasNotificationActiveIs( active );
+      reactorsActiveIs( active );
+   }
+}
+
+void
+HobaBaseSm::kivDoZombieReactors( bool marked ) {
+   if( marked != kivMarkedForDeletion() ) {
+      reactorsZombieIs( marked );
+      kivMarkedForDeletionIs( marked );
+   }
+}
+
+void
+HobaBaseSm::initializedIs( bool initialized ) {
+   if( initialized != initialized_ ) {
+      // The first pass may make somebody drop the last reference to this machine.
+      Kiv::Ptr< HobaBaseSm > const self( this );
+      initialized_ = initialized;
+      handleInitialized();
+   }
+}
+
+void
+HobaBaseSm::hobaAssert( Kiv::String const & message ) const {
+   Hoba::hobaAssert( message );
+}
+
+} // namespace Hoba

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Calls of hardware hooks, so that a record of the dispatch shows them with their arguments:
+//
+//    callHook< &StormControlSmHelper::setHwRate >( *helper, levelType, intf, parent, speed, threshold );
+
+#include "Kiv/Reactor.h"
+
+namespace Hoba {
+
+template< class T >
+Kiv::String
+hookArgument( T const & argument ) {
+   if constexpr( std::is_base_of_v< Kiv::Entity, T > ) {
+      return argument.name();
+   } else {
+      return Kiv::toText( argument );
+   }
+}
+
+template< auto hook, class Target, class... Args >
+decltype( auto )
+callHook( Target & target, Args const &... args ) {
+   Kiv::DispatchRecorder::Scope recorded( Kiv::DispatchRecorder::Kind::hook, [ & ] {
+      Kiv::String text( Kiv::handlerName< hook >() );
+      char const * separator = "( ";
+      ( ( text += separator, text += hookArgument( args ), separator = ", " ), ... );
+      return text + ( sizeof...( args ) == 0 ? "()" : " )" );
+   } );
+   return ( target.*hook )( args... );
+}
+
+} // namespace Hoba

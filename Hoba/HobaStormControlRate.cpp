@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Hoba/HobaStormControlRate.h"
+
+namespace Hoba {
+
+using namespace Bridging::StormControl;
+
+std::string_view
+levelText( LevelType levelType ) {
+   constexpr std::string_view texts[] = { " broadcast", " multicast", " uucast", " all" };
+   return levelType < levelTypeMax ? texts[ levelType ] : " none";
+}
+
+Threshold const &
+configuredThreshold( IntfConfig const & config, LevelType levelType ) {
+   switch( levelType ) {
+   case levelTypeBroadcast:
+      return config.broadcast();
+   case levelTypeMulticast:
+      return config.multicast();
+   case levelTypeUUcast:
+      return config.uucast();
+   default:
+      return config.all();
+   }
+}
+
+bool
+levelSupported( StormControlSmHelper const & platform, LevelType levelType ) {
+   switch( levelType ) {
+   case levelTypeUUcast:
+      return platform.uucastLevelEnabled();
+   case levelTypeAll:
+      return platform.allLevelEnabled();
+   default:
+      return true;
+   }
+}
+
+namespace {
+
+bool
+meteringSupported( StormControlSmHelper const & platform, MeteringMode mode ) {
+   switch( mode ) {
+   case meteringPercent:
+      return true;
+   case meteringPps:
+      return platform.ppsMeteringEnabled();
+   case meteringBps:
+      return platform.bpsMeteringEnabled();
+   }
+   return false;
+}
+
+} // namespace
+
+LevelDecision
+decideLevel( StormControlSmHelper const & platform, LevelType levelType,
+             Threshold const & asked ) {
+   if( !levelSupported( platform, levelType ) ) {
+      return { asked.isDefault() ? notConfigured : levelNotSupported, {} };
+   }
+   if( !meteringSupported( platform, asked.mode ) ) {
+      return { meteringModeNotSupported, {} };
+   }
+   if( asked.level == 0 && asked.rate == 0 && !platform.zeroRateEnabled() ) {
+      return { zeroRateNotSupported, {} };
+   }
+   return { asked.isDefault() ? notConfigured : programmed, asked };
+}
+
+std::uint64_t
+rateOf( std::uint32_t speedKbps, Threshold const & threshold ) {
+   constexpr std::uint64_t wholeLink = 10000; // in hundredths of a percent
+   return threshold.mode == meteringPercent
+                ? std::uint64_t( speedKbps ) * threshold.level / wholeLink
+                : 0;
+}
+
+bool
+broadcastSkips( StormControlSmHelper const & platform, IntfConfig const & config ) {
+   return decideLevel( platform, levelTypeAll, config.all() ).threshold.isDefault() &&
+          !decideLevel( platform, levelTypeMulticast, config.multicast() ).threshold.isDefault();
+}
+
+} // namespace Hoba
