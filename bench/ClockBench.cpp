@@ -55,8 +55,9 @@ timersOf( benchmark::State const & state ) {
 }
 
 // The clock's time is read for each arming, as a machine does that waits for a delay. With virtual
-// time that costs nothing, as in a libevent loop that has its time cached; with real time it
-// compares with a libevent loop that has not.
+// time that costs nothing, as in a libevent loop that has its time cached. With real time most of
+// the cost is the system's precise monotonic clock; a libevent loop without cached time reads the
+// coarse one, which is cheaper and some milliseconds late.
 template< class AnyClock, class Driver >
 void
 BM_Rearm( benchmark::State & state ) {
