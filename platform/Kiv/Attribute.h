@@ -28,9 +28,9 @@
 // Every declaration adds one overload to a chain of kivCount() functions, so that the declarations
 // of a class can be counted and walked at compile time, without a second list.
 
+#include "Kiv/Dispatch.h"
 #include "Kiv/HashMap.h"
 #include "Kiv/OrderedMap.h"
-#include "Kiv/Ptr.h"
 #include "Kiv/Queue.h"
 
 #include <cstdint>
@@ -90,6 +90,23 @@ onEverySet( Handler handler ) {
 // Setters take small values by value, the others by reference.
 template< class T >
 using Param = std::conditional_t< std::is_trivially_copyable_v< T > && sizeof( T ) <= 16, T, T const & >;
+
+// What a write puts away until all have heard of it: the object that a pointer no longer points at,
+// since handlers may still hold on to it. Other values go at once.
+struct NothingReplaced {};
+template< class T >
+using Replaced = std::conditional_t< isPtr< T >, T, NothingReplaced >;
+
+template< class T >
+Replaced< T >
+replace( T & stored, T const & value ) {
+   if constexpr( isPtr< T > ) {
+      return std::exchange( stored, value );
+   } else {
+      stored = value;
+      return {};
+   }
+}
 
 // What a lookup answers when nothing is there.
 template< class V >
@@ -172,7 +189,7 @@ keysOf( Map const & map ) {
 #define KIV_ATTRIBUTE( T, attr, ... )                                                              \
    KIV_SCALAR_( scalar,                                                                            \
                 if( !( attr##_ == value ) ) {                                                      \
-                   attr##_ = value;                                                                \
+                   [[maybe_unused]] auto const kivGone = ::Kiv::replace< T >( attr##_, value );    \
                    this->kivChanged( attr##Attr );                                                 \
                 },                                                                                 \
                 T, attr, __VA_ARGS__ )                                                             \
@@ -190,19 +207,21 @@ keysOf( Map const & map ) {
                 },                                                                                 \
                 T, attr, 0 )                                                                       \
    T attr##Inc( T by ) {                                                                           \
-      attr##Is( static_cast< T >( attr##_ + by ) );                                                \
-      return attr##_;                                                                              \
+      T value = static_cast< T >( attr##_ + by );                                                  \
+      attr##Is( value );                                                                           \
+      return value;                                                                                \
    }                                                                                               \
    T attr##Dec( T by ) {                                                                           \
-      attr##Is( static_cast< T >( attr##_ - by ) );                                                \
-      return attr##_;                                                                              \
+      T value = static_cast< T >( attr##_ - by );                                                  \
+      attr##Is( value );                                                                           \
+      return value;                                                                                \
    }                                                                                               \
    KIV_NEXT()
 
 // What all keyed attributes have in common.
 #define KIV_MEMBERS_( Kind, Key, Value, attr, ... )                                                \
  private:                                                                                          \
-   __VA_ARGS__ attr##_;                                                                                \
+   __VA_ARGS__ attr##_;                                                                            \
                                                                                                    \
  public:                                                                                           \
    KIV_DESCRIBE( Kind, Key, Value, attr )                                                          \
@@ -275,6 +294,9 @@ keysOf( Map const & map ) {
    static void kivPut( ::Kiv::Count< KIV_COUNT_NOW >, KivSelf & self, Value const & value ) {      \
       self.attr##Is( value );                                                                      \
    }                                                                                               \
+   static auto const & kivKeyOf( ::Kiv::Count< KIV_COUNT_NOW >, Value const & value ) {            \
+      return value.keyMember;                                                                      \
+   }                                                                                               \
    KIV_NEXT()
 
 // Queues and stacks notify with the position of the element that came or went: counted from the
@@ -341,10 +363,12 @@ keysOf( Map const & map ) {
    template< class... Args >                                                                       \
       requires( ::std::is_constructible_v< E, Args const &... > )                                  \
    ::Kiv::Ptr< E > attr##Is( Args const &... args ) {                                              \
-      if( !attr##_ ) {                                                                             \
-         attr##Is( ::Kiv::make< E >( args... ) );                                                  \
+      auto entity = attr##_;                                                                       \
+      if( !entity ) {                                                                              \
+         entity = ::Kiv::make< E >( args... );                                                     \
+         attr##Is( entity );                                                                       \
       }                                                                                            \
-      return attr##_;                                                                              \
+      return entity;                                                                               \
    }                                                                                               \
    void attr##Del() { attr##Is( ::Kiv::Ptr< E >() ); }                                             \
    static auto kivChild( ::Kiv::Count< KIV_COUNT_NOW >, KivSelf & self ) { return self.attr(); }   \
@@ -391,7 +415,8 @@ struct BaseOf< Default, Given > {
 };
 
 // The writes behind the accessors. Each stores first and notifies after, with a copy of the key:
-// the caller's may live in the very member that a handler removes.
+// the caller's may live in the very member that a handler removes. Once it has notified, a write
+// looks at its entity no more: handlers may have dropped it.
 
 template< class Key, class E >
 bool
@@ -412,8 +437,9 @@ putMember( Map & map, Key const & key, Value const & value, Notify notify,
            EntityAndOption &&... entityAndOption ) {
    Key const stable = key;
    auto [ member, changed ] = map.tryEmplace( stable, value );
+   [[maybe_unused]] Replaced< Value > replaced;
    if( !changed && !( *member == value ) ) {
-      *member = value;
+      replaced = replace( *member, value );
       changed = true;
    }
    bool announce = changed;
@@ -448,10 +474,12 @@ eraseMember( Map & map, Key const & key, Notify notify ) {
    }
 }
 
-// Removes what is there now; what handlers insert meanwhile stays.
+// Removes what is there now; what handlers insert meanwhile stays. One notification as a whole, so
+// that the entity outlives it.
 template< class Map, class Notify >
 void
 eraseAll( Map & map, Notify notify ) {
+   Dispatch::Frame frame;
    for( auto const & key : keysOf( map ) ) {
       eraseMember( map, key, notify );
    }

@@ -93,10 +93,6 @@ template< class T >
 concept FieldedValue = requires { typename T::KivFields; };
 
 template< class T >
-inline constexpr bool isPtr = false;
-template< class T >
-inline constexpr bool isPtr< Ptr< T > > = true;
-template< class T >
 inline constexpr bool isVector = false;
 template< class T >
 inline constexpr bool isVector< std::vector< T > > = true;

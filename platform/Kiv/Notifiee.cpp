@@ -29,6 +29,8 @@ ReactorOwner::reactorsZombieIs( bool marked ) {
 
 void
 ReactorOwner::reactorsInitialize() {
+   // Handlers run: the owner, and so this walk, outlives them.
+   Dispatch::Frame frame;
    for( auto * slot = firstSlot_; slot; slot = slot->nextSlot_ ) {
       slot->initialize();
    }

@@ -8,7 +8,6 @@
 #include "Kiv/Datum.h"
 #include "Kiv/Entity.h"
 
-#include <algorithm>
 #include <memory>
 #include <optional>
 #include <span>
@@ -48,12 +47,16 @@ class AttributeInfo {
    virtual std::optional< Datum > member( Entity const & entity, std::string_view key ) const = 0;
    virtual void setMember( Entity & entity, std::string_view key, Datum const & value ) const = 0;
    virtual void checkMember( std::string_view key, Datum const & value ) const = 0;
+   // Throws ParseError or RangeException unless `key` is the text of a key of this attribute.
+   virtual void checkKey( std::string_view key ) const = 0;
    // False when there was no such member.
    virtual bool delMember( Entity & entity, std::string_view key ) const = 0;
 
    // Child entities; null when there is none. `key` is ignored for a single child.
    virtual Entity * child( Entity & entity, std::string_view key ) const = 0;
    virtual Entity * makeChild( Entity & entity, std::string_view key ) const = 0;
+   // Whether makeChild() can make one: children by key, of a class that is made from its key.
+   virtual bool makesChildren() const = 0;
    // The class of the child entities; null for other attributes and for children of any class.
    virtual Type const * childType() const = 0;
 
@@ -121,6 +124,13 @@ class AttributeInfoOf final : public AttributeInfo {
       return E::kivGet( Count< i >{}, static_cast< E const & >( entity ) );
    }
    static E & typed( Entity & entity ) { return static_cast< E & >( entity ); }
+   static constexpr bool madeByKey() {
+      if constexpr( children ) {
+         return std::is_constructible_v< Value, Key const & >;
+      } else {
+         return false;
+      }
+   }
    [[noreturn]] void notWritable( std::string_view how ) const {
       throw ParseError( String( attribute.name ) + " cannot be written " + String( how ) );
    }
@@ -156,7 +166,7 @@ class AttributeInfoOf final : public AttributeInfo {
    void set( Entity & entity, Datum const & value ) const override {
       if constexpr( single ) {
          E::kivPut( Count< i >{}, typed( entity ), fromDatum< Value >( value ) );
-      } else if constexpr( mapped || set_ ) {
+      } else if constexpr( mapped || set_ || keyed ) {
          check( value );
          replaceMembers( entity, value );
       } else {
@@ -172,7 +182,7 @@ class AttributeInfoOf final : public AttributeInfo {
             fromDatum< String >( key );
             fromText< Key >( *key.as< String >() );
          }
-      } else if constexpr( mapped ) {
+      } else if constexpr( mapped || keyed ) {
          for( auto const & [ key, member ] : members( value ) ) {
             checkMember( key, member );
          }
@@ -213,8 +223,7 @@ class AttributeInfoOf final : public AttributeInfo {
          checkMember( key, value );
          E::kivPut( Count< i >{}, typed( entity ), fromText< Key >( key ) );
       } else if constexpr( keyed ) {
-         auto typedValue = fromDatum< Value >( value );
-         E::kivPut( Count< i >{}, typed( entity ), typedValue );
+         E::kivPut( Count< i >{}, typed( entity ), keyedValue( key, value ) );
       } else {
          notWritable( "by member" );
       }
@@ -230,9 +239,17 @@ class AttributeInfoOf final : public AttributeInfo {
             wrongShape( value, "true (a member of a set is there, or is deleted)" );
          }
       } else if constexpr( keyed ) {
-         fromDatum< Value >( value );
+         keyedValue( key, value );
       } else {
          notWritable( "by member" );
+      }
+   }
+
+   void checkKey( [[maybe_unused]] std::string_view key ) const override {
+      if constexpr( hasMembers ) {
+         fromText< Key >( key );
+      } else {
+         throw ParseError( String( attribute.name ) + " has no members" );
       }
    }
 
@@ -262,16 +279,17 @@ class AttributeInfoOf final : public AttributeInfo {
 
    Entity * makeChild( [[maybe_unused]] Entity & entity,
                        [[maybe_unused]] std::string_view key ) const override {
-      if constexpr( children ) {
-         if constexpr( std::is_constructible_v< Value, Key const & > ) {
-            return E::kivMakeChild( Count< i >{}, typed( entity ), fromText< Key >( key ) ).get();
-         }
+      if constexpr( madeByKey() ) {
+         return E::kivMakeChild( Count< i >{}, typed( entity ), fromText< Key >( key ) ).get();
+      } else {
+         return nullptr;
       }
-      return nullptr;
    }
 
+   bool makesChildren() const override { return madeByKey(); }
+
    Type const * childType() const override {
-      if constexpr( child_ || children ) {
+      if constexpr( ( child_ || children ) && !std::is_same_v< Value, Entity > ) {
          return &Value::kivType();
       } else {
          return nullptr;
@@ -302,28 +320,42 @@ class AttributeInfoOf final : public AttributeInfo {
       return *object;
    }
 
-   // `value` has been checked. What is no longer there goes first.
+   // A value that brings its key with it must bring the one that it is filed under.
+   static Value keyedValue( std::string_view key, Datum const & value ) {
+      auto typedValue = fromDatum< Value >( value );
+      auto const & own = E::kivKeyOf( Count< i >{}, typedValue );
+      if( !( own == fromText< Key >( key ) ) ) {
+         throw ParseError( "the value carries the key " + toText( own ) + ", not " + String( key ) );
+      }
+      return typedValue;
+   }
+
+   // `value` has been checked. What is no longer there goes first. One notification as a whole, so
+   // that the entity outlives it.
    void replaceMembers( Entity & entity, Datum const & value ) const {
-      std::vector< String > wanted;
+      Dispatch::Frame frame;
+      HashSet< String > wanted;
       if constexpr( set_ ) {
          for( auto const & key : elements( value ) ) {
-            wanted.push_back( toText( fromText< Key >( *key.as< String >() ) ) );
+            wanted.insert( toText( fromText< Key >( *key.as< String >() ) ) );
          }
       } else {
          for( auto const & [ key, member ] : members( value ) ) {
-            wanted.push_back( toText( fromText< Key >( key ) ) );
+            wanted.insert( toText( fromText< Key >( key ) ) );
          }
       }
       for( auto const & key : keys( entity ) ) {
-         if( std::find( wanted.begin(), wanted.end(), key ) == wanted.end() ) {
+         if( !wanted.has( key ) ) {
             delMember( entity, key );
          }
       }
-      for( std::size_t n = 0; n != wanted.size(); ++n ) {
-         if constexpr( set_ ) {
-            setMember( entity, wanted[ n ], Datum( true ) );
-         } else {
-            setMember( entity, wanted[ n ], members( value )[ n ].second );
+      if constexpr( set_ ) {
+         for( auto const & key : wanted ) {
+            setMember( entity, key, Datum( true ) );
+         }
+      } else {
+         for( auto const & [ key, member ] : members( value ) ) {
+            setMember( entity, key, member );
          }
       }
    }

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "KivExample.h"
+
+#include "Kiv/Reflect.h"
+
+namespace Example {
+
+KIV_DEFINE( Example::Leaf );
+KIV_DEFINE( Example::Node );
+KIV_DEFINE( Example::WideNode );
+
+Listener::Listener( Kiv::Entity const & entity, Log & log ) : log_( log ) {
+   watch( &entity );
+   isRegisteredNotifieeIs( true );
+   hasNotificationActiveIs( true );
+}
+
+void
+Listener::onAttribute( Kiv::AttributeId const & attribute, void const * key ) {
+   auto const * info = watched()->fwkType().reflection()->attribute( attribute );
+   std::string text = attribute.name;
+   if( key ) {
+      text += '[' + info->keyText( key ) + ']';
+   }
+   log_.push_back( text );
+}
+
+} // namespace Example

@@ -1,0 +1,176 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Entities, values and a machine for the tests of the object framework: one attribute of every
+// kind, and reactors whose handlers do what the test at hand tells them.
+
+#include "Kiv/Entity.h"
+#include "Kiv/Reactor.h"
+#include "Kiv/Value.h"
+
+#include <functional>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Example {
+
+KIV_ENUM( Colour, std::uint8_t, red, green = 4, blue );
+KIV_RANGED( Percent, std::uint8_t, 1, 100, 10, "Example::Percent::value < 1 or > 100 not allowed" );
+
+struct Point {
+   KIV_VALUE( Example::Point );
+   KIV_FIELD( std::int32_t, x, 1 );
+   KIV_FIELD( std::uint8_t, y );
+   KIV_FIELD( Colour, colour, green );
+};
+
+struct Shape {
+   KIV_VALUE( Example::Shape );
+   KIV_FIELD( Kiv::String, label );
+   KIV_FIELD( Point, origin );
+   KIV_FIELD( Percent, share );
+   KIV_FIELD( bool, filled, true );
+   KIV_FIELD( double, scale, 0.5 );
+};
+
+class Leaf : public Kiv::Entity {
+   KIV_ENTITY( Example::Leaf );
+   KIV_ATTRIBUTE( std::uint32_t, level, 7 );
+
+ public:
+   explicit Leaf( Kiv::String const & leafName ) : Entity( leafName ) {}
+};
+
+class Node : public Kiv::Entity {
+   KIV_ENTITY( Example::Node );
+   KIV_ATTRIBUTE( std::int32_t, a );
+   KIV_ATTRIBUTE( std::int32_t, b, 5 );
+   KIV_ATTRIBUTE( Kiv::String, text, "none" );
+   KIV_ATTRIBUTE( Shape, shape );
+   KIV_ATTRIBUTE( Kiv::Ptr< Leaf const >, peer );
+   KIV_ANNOUNCED( std::uint16_t, pulse );
+   KIV_COUNTER( std::uint32_t, reviews );
+   KIV_SET( std::uint16_t, tag );
+   KIV_COLLECTION( Kiv::String, Point, point );
+   KIV_COLLECTION( int, int, loud, Kiv::everySet );
+   KIV_COLLECTION( int, int, own, Kiv::onEverySet( &Node::handleOwn ) );
+   KIV_COUNTERS( Colour, std::uint64_t, seen );
+   KIV_KEYED( Shape, Kiv::String, label, byLabel );
+   KIV_ORDERED( std::uint32_t, Kiv::String, line );
+   KIV_QUEUE( std::uint8_t, job );
+   KIV_STACK( Kiv::String, undo );
+   KIV_CHILD( Leaf, leaf );
+   KIV_CHILDREN( Kiv::String, Leaf, leaves );
+
+ public:
+   explicit Node( Kiv::String const & nodeName = "n" ) : Entity( nodeName ) {}
+   virtual void handleOwn( int const & key ) { ownSets.push_back( key ); }
+   std::vector< int > ownSets;
+};
+
+class WideNode : public Node {
+   KIV_ENTITY( Example::WideNode, Example::Node );
+   KIV_ATTRIBUTE( bool, wide, true );
+
+ public:
+   explicit WideNode( Kiv::String const & nodeName ) : Node( nodeName ) {}
+};
+
+using Log = std::vector< std::string >;
+
+// Hears every attribute of one entity.
+class Listener : public Kiv::PtrInterface::NotifieeConst {
+ public:
+   Listener( Kiv::Entity const & entity, Log & log );
+   Kiv::Type const & fwkType() const override { return Kiv::typeInstance< Listener >; }
+   void onAttribute( Kiv::AttributeId const & attribute, void const * key ) override;
+
+ private:
+   Log & log_;
+};
+
+// What handlers write to, and what they do besides: the action is found by the text written.
+struct Script {
+   Log log;
+   std::map< std::string, std::function< void() > > actions;
+
+   void heard( std::string const & what ) {
+      log.push_back( what );
+      if( auto found = actions.find( what ); found != actions.end() ) {
+         auto action = found->second;
+         action();
+      }
+   }
+   Log take() { return std::exchange( log, {} ); }
+};
+
+class Machine : public Kiv::PtrInterface, public Kiv::ReactorOwner {
+ public:
+   void handleReviews() { script.heard( "reviews" ); }
+   void handleLevel( int key ) { script.heard( "level" + std::to_string( key ) ); }
+
+   class KivLeaf : public Kiv::Reactor< KivLeaf, Leaf const, Machine, int > {
+    public:
+      static constexpr auto handlers =
+            Kiv::handlers( Kiv::on< Leaf::levelAttr, &Machine::handleLevel >() );
+   };
+
+   class KivNode : public Kiv::Reactor< KivNode, Node const, Machine, int > {
+      void heard( char const * what ) { owner().script.heard( what + std::to_string( key() ) ); }
+      void handleA() { heard( "a" ); }
+      void handleText() { heard( "text" ); }
+      void handleTag( std::uint16_t const & tag ) {
+         owner().script.heard( "tag" + std::to_string( tag ) );
+      }
+      void handlePoint() { heard( "point" ); }
+      void handleB() { heard( "b" ); }
+      void handleAgain() { heard( "again" ); }
+
+    public:
+      static constexpr auto handlers =
+            Kiv::handlers( Kiv::on< Node::aAttr, &KivNode::handleA >(),
+                           Kiv::onAny< &KivNode::handleText, Node::textAttr, Node::pulseAttr >(),
+                           Kiv::on< Node::tagAttr, &KivNode::handleTag >(),
+                           Kiv::on< Node::pointAttr, &KivNode::handlePoint >(),
+                           Kiv::onChange< Node::bAttr, &KivNode::handleB >(),
+                           Kiv::on< Node::reviewsAttr, &Machine::handleReviews >(),
+                           Kiv::onChange< Node::bAttr, &KivNode::handleAgain >() );
+      void handleInitialized() override {
+         heard( "init" );
+         initializedIs( true );
+      }
+   };
+
+   explicit Machine( Script & theScript )
+         : PtrInterface( Lifetime::eventLoop ), script( theScript ) {}
+   Kiv::Type const & fwkType() const override { return Kiv::typeInstance< Machine >; }
+   void hasNotificationActiveIs( bool active ) override {
+      PtrInterface::hasNotificationActiveIs( active );
+      reactorsActiveIs( active );
+   }
+   bool initialized() const { return initialized_; }
+   void initializedIs( bool initialized ) {
+      initialized_ = initialized;
+      reactorsInitialize();
+   }
+
+   Script & script;
+
+ private:
+   bool initialized_ = false;
+
+   KIV_REACTOR( KivNode, first );
+   KIV_REACTORS( int, KivNode, node );
+   KIV_REACTORS( int, KivLeaf, leaf );
+};
+
+inline Kiv::Ptr< Machine >
+machineIs( Script & script ) {
+   auto machine = Kiv::make< Machine >( script );
+   machine->hasNotificationActiveIs( true );
+   return machine;
+}
+
+} // namespace Example
