@@ -24,7 +24,7 @@ decltype( auto )
 callHook( Target & target, Args const &... args ) {
    Kiv::DispatchRecorder::Scope recorded( Kiv::DispatchRecorder::Kind::hook, [ & ] {
       Kiv::String text( Kiv::handlerName< hook >() );
-      char const * separator = "( ";
+      [[maybe_unused]] char const * separator = "( ";
       ( ( text += separator, text += hookArgument( args ), separator = ", " ), ... );
       return text + ( sizeof...( args ) == 0 ? "()" : " )" );
    } );

@@ -101,8 +101,8 @@ class IntfStatus : public Kiv::Entity {
    KIV_ATTRIBUTE( LevelStatus, multicast );
    KIV_ATTRIBUTE( LevelStatus, uucast );
    KIV_ATTRIBUTE( LevelStatus, all );
-   // In kbps; 0 when it is not known.
-   KIV_ATTRIBUTE( std::uint32_t, speed, 0 );
+   // In kbps; 0 when it is not known. For a LAG the sum over its members.
+   KIV_ATTRIBUTE( std::uint64_t, speed, 0 );
    // Packets dropped, as read last. For a LAG, over its members.
    KIV_ATTRIBUTE( std::uint64_t, uucastDrop, 0 );
    KIV_ATTRIBUTE( std::uint64_t, broadcastDrop, 0 );

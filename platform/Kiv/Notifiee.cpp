@@ -36,6 +36,13 @@ ReactorOwner::reactorsInitialize() {
    }
 }
 
+void
+ReactorOwner::reactorsUninitialize() {
+   for( auto * slot = firstSlot_; slot; slot = slot->nextSlot_ ) {
+      slot->uninitialize();
+   }
+}
+
 PtrInterface::NotifieeConst::NotifieeConst() : PtrInterface( Lifetime::eventLoop ) {}
 
 PtrInterface::NotifieeConst::~NotifieeConst() {

@@ -27,6 +27,8 @@ class ReactorOwner {
    void reactorsZombieIs( bool marked );
    // Every present reactor that is not initialized yet has its handleInitialized() called.
    void reactorsInitialize();
+   // Every reactor is as before its first full pass.
+   void reactorsUninitialize();
 
  private:
    friend class ReactorSlotBase;
@@ -48,6 +50,7 @@ class ReactorSlotBase {
    virtual void activeIs( bool active ) = 0;
    virtual void zombieIs( bool marked ) = 0;
    virtual void initialize() = 0;
+   virtual void uninitialize() = 0;
 
    ReactorSlotBase * nextSlot_ = nullptr;
 };

@@ -1,0 +1,612 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Hoba/HobaStormControlSm.h"
+
+#include "Hoba/HobaHelper.h"
+#include "Hoba/HobaHook.h"
+#include "Hoba/HobaStormControlRate.h"
+#include "Zipline/Zipline.h"
+
+ZIPLINE_HANDLE( HobaStormControlSm );
+
+namespace Hoba {
+
+using namespace Bridging::StormControl;
+using Helper = StormControlSmHelper;
+
+namespace {
+
+LevelStatus const &
+levelStatus( IntfStatus const & status, LevelType levelType ) {
+   switch( levelType ) {
+   case levelTypeBroadcast:
+      return status.broadcast();
+   case levelTypeMulticast:
+      return status.multicast();
+   case levelTypeUUcast:
+      return status.uucast();
+   default:
+      return status.all();
+   }
+}
+
+void
+levelStatusIs( IntfStatus & status, LevelType levelType, LevelStatus const & value ) {
+   switch( levelType ) {
+   case levelTypeBroadcast:
+      return status.broadcastIs( value );
+   case levelTypeMulticast:
+      return status.multicastIs( value );
+   case levelTypeUUcast:
+      return status.uucastIs( value );
+   default:
+      return status.allIs( value );
+   }
+}
+
+} // namespace
+
+// ---- Life
+
+StormControlSm::StormControlSm(
+      Kiv::Ptr< HobaCommonSmData > const & commonSmData, Kiv::Ptr< Config const > const & config,
+      Kiv::Ptr< Interface::AllEthPhyIntfStatusDir const > const & ethPhyIntfStatusDir,
+      Kiv::Ptr< Status > const & status, Kiv::Ptr< StormControlSmHelper > const & platformHelper,
+      Kiv::Ptr< Lag::Input::Config const > const & lagInputConfig,
+      Kiv::Ptr< Mox::TimerWheel const > const & clock )
+      : HobaVerifiedSm( commonSmData, "StormControlSm" ), status_( status ),
+        platformHelper_( platformHelper ) {
+   configIs( config );
+   ethPhyIntfStatusDirIs( ethPhyIntfStatusDir );
+   lagInputConfigIs( lagInputConfig );
+   clockIs( clock );
+   followVerification();
+   bogusAcsdIs( commonSmData );
+}
+
+Kiv::Ptr< StormControlSm >
+StormControlSm::StormControlSmIs(
+      Kiv::Ptr< HobaCommonSmData > const & commonSmData, Kiv::Ptr< Config const > const & config,
+      Kiv::Ptr< Interface::AllEthPhyIntfStatusDir const > const & ethPhyIntfStatusDir,
+      Kiv::Ptr< Status > const & status, Kiv::Ptr< StormControlSmHelper > const & platformHelper,
+      Kiv::Ptr< Lag::Input::Config const > const & lagInputConfig,
+      Kiv::Ptr< Mox::TimerWheel const > const & clock ) {
+   return smIs< StormControlSm >( commonSmData, config, ethPhyIntfStatusDir, status,
+                                  platformHelper, lagInputConfig, clock );
+}
+
+void
+StormControlSm::handleInitialized() {
+   ZTRACE_ENTRY( 8 );
+   if( !initialized() ) {
+      clock()->timeMinIs( Kiv::never );
+      reactorsUninitialize();
+      return;
+   }
+   callHook< &Helper::hwInit >( platform() );
+   if( !platform().chipStormControlEnabled() ) {
+      callHook< &Helper::installRules >( platform() );
+   }
+   removeOrphanedStatus();
+   for( auto const & [ intf, lag ] : lagInputConfig()->notifier()->ethPhyIntfLagConfig() ) {
+      handleEthPhyIntfLagConfig( intf );
+   }
+   reactorsInitialize();
+   handlePeriod();
+}
+
+void
+StormControlSm::removeOrphanedStatus() {
+   for( auto const & [ intf, status ] : status_->intfStatus() ) {
+      if( !intfConfig( intf ) ) {
+         ZTRACE( 3, "Removing orphaned status for ", intf );
+         status_->intfStatusDel( intf );
+      }
+   }
+}
+
+// ---- What is configured
+
+void
+StormControlSm::handleIntfConfig( Pelt::IntfId const & intf ) {
+   if( auto const entity = config()->notifier()->intfConfig( intf ) ) {
+      intfConfigIs( intf, entity );
+   } else if( auto * reactor = intfConfig( intf ) ) {
+      reactor->doCleanup();
+      intfConfigDel( intf );
+   }
+}
+
+void
+StormControlSm::KivIntfConfig::handleInitialized() {
+   auto & sm = owner();
+   if( !sm.status_->intfStatusHas( key() ) ) {
+      ZTRACE( 3, "Creating status for ", key() );
+      sm.status_->intfStatusIs( key() );
+   }
+   if( !sm.intfExists( key() ) ) {
+      ZTRACE( 3, "Interface doesn't exists in platform, skip initializing the sm" );
+      sm.resetStormControlStatusForIntf( key() );
+      return;
+   }
+   initializedIs( true );
+   applyConfig();
+}
+
+void
+StormControlSm::KivIntfConfig::doCleanup() {
+   auto & sm = owner();
+   if( isPortChannel( key() ) ) {
+      ZTRACE( 3, key(), " removed. Disabling reactor" );
+   }
+   // What stands on a member of a LAG is the LAG's.
+   if( initialized() && !sm.lagIntfForIntf( key() ) ) {
+      sm.disable( key() );
+   }
+   initializedIs( false );
+   if( sm.status_->intfStatusHas( key() ) ) {
+      ZTRACE( 3, "Deleting status for ", key() );
+      sm.status_->intfStatusDel( key() );
+   }
+}
+
+template< LevelType levelType >
+void
+StormControlSm::KivIntfConfig::handleLevel() {
+   if( initialized() && isPortChannel( key() ) ) {
+      ZTRACE( 5, key(), " updated. Reapplying config" );
+   }
+   updateLevel( levelType );
+}
+
+// The all-traffic level goes first, so that it supersedes others or gives way to them.
+void
+StormControlSm::KivIntfConfig::handleAllLevel() {
+   handleLevel< levelTypeAll >();
+   if( notifier()->all().isDefault() ) {
+      updateLevel( levelTypeUUcast );
+      updateLevel( levelTypeBroadcast );
+      updateLevel( levelTypeMulticast );
+   }
+}
+
+void
+StormControlSm::KivIntfConfig::applyConfig() {
+   for( auto levelType : allLevelTypes ) {
+      updateLevel( levelType );
+   }
+}
+
+// ---- Programming a level
+
+void
+StormControlSm::KivIntfConfig::updateLevel( LevelType levelType ) {
+   if( !initialized() ) {
+      return;
+   }
+   auto & sm = owner();
+   auto const decision = decideLevel( sm.platform(), levelType,
+                                      configuredThreshold( *notifier(), levelType ) );
+   if( !decision.program() ) {
+      stateIs( levelType, decision.state );
+      return;
+   }
+   if( auto const why = obstacle(); why != programmed ) {
+      stateIs( levelType, decision.state == notConfigured ? notConfigured : why );
+      return;
+   }
+   program( levelType, decision.threshold, decision.state );
+   if( levelType == levelTypeAll && !decision.threshold.isDefault() ) {
+      for( auto superseded : { levelTypeBroadcast, levelTypeUUcast } ) {
+         if( levelSupported( sm.platform(), superseded ) ) {
+            bool const asked = !configuredThreshold( *notifier(), superseded ).isDefault();
+            program( superseded, {}, asked ? supersededByAll : notConfigured );
+         }
+      }
+   }
+   callHook< &Helper::updateBcastSkipRule >( sm.platform(), key(),
+                                             broadcastSkips( sm.platform(), *notifier() ) );
+}
+
+// A LAG's members stand in its way one by one, not as a whole.
+LevelState
+StormControlSm::KivIntfConfig::obstacle() const {
+   auto const & sm = owner();
+   if( !sm.intfExists( key() ) ) {
+      return intfNotPresent;
+   }
+   if( isPortChannel( key() ) ) {
+      return programmed;
+   }
+   if( sm.lagIntfForIntf( key() ) ) {
+      return memberOfLag;
+   }
+   if( !active() ) {
+      return intfInactive;
+   }
+   return sm.calculateSpeedForIntf( key() ) == 0 ? LevelState::speedUnknown : programmed;
+}
+
+// Programs the ports whose speed is known, and says so in the status.
+void
+StormControlSm::KivIntfConfig::program( LevelType levelType, Threshold const & threshold,
+                                        LevelState state ) {
+   auto & sm = owner();
+   auto const ports = sm.portsOf( key() );
+   bool const isLag = isPortChannel( key() );
+   if( isLag ) {
+      ZTRACE( 5, "Updating levels for lag ", key() );
+   }
+   std::uint64_t rate = 0;
+   std::uint64_t speed = 0;
+   for( auto port : ports ) {
+      if( auto const portSpeed = sm.calculateSpeedForIntf( port ) ) {
+         speed += portSpeed;
+         rate += rateOf( portSpeed, threshold );
+         sm.setHwRate( levelType, port, key(), portSpeed, threshold );
+      }
+   }
+   if( speed == 0 && state != notConfigured ) {
+      state = ports.empty() ? lagHasNoMember : LevelState::speedUnknown;
+   }
+   auto const status = sm.status_->intfStatus( key() );
+   status->speedIs( speed );
+   levelStatusIs( *status, levelType, { threshold, rate, state } );
+}
+
+// What the hardware holds stays what it was.
+void
+StormControlSm::KivIntfConfig::stateIs( LevelType levelType, LevelState state ) {
+   auto const status = owner().status_->intfStatus( key() );
+   auto value = levelStatus( *status, levelType );
+   value.state = state;
+   levelStatusIs( *status, levelType, value );
+   status->speedIs( owner().calculateSpeedForIntf( key() ) );
+}
+
+void
+StormControlSm::setHwRate( LevelType levelType, Pelt::IntfId intf, Pelt::IntfId parentIntf,
+                           std::uint32_t speedKbps, Threshold const & threshold ) {
+   ZTRACE( 5, "Setting ", intf, levelText( levelType ), " level threshold to ", threshold );
+   callHook< &Helper::setHwRate >( platform(), levelType, intf, parentIntf, speedKbps, threshold );
+}
+
+void
+StormControlSm::enable( Pelt::IntfId intf ) {
+   if( auto * reactor = intfConfig( intf ) ) {
+      reactor->applyConfig();
+   }
+}
+
+void
+StormControlSm::disable( Pelt::IntfId intf ) {
+   for( auto port : portsOf( intf ) ) {
+      for( auto levelType : allLevelTypes ) {
+         if( levelSupported( platform(), levelType ) ) {
+            setHwRate( levelType, port, intf, calculateSpeedForIntf( port ), {} );
+         }
+      }
+   }
+   callHook< &Helper::updateBcastSkipRule >( platform(), intf, false );
+}
+
+void
+StormControlSm::resetStormControlStatusForIntf( Pelt::IntfId intf ) {
+   auto const status = status_->intfStatus( intf );
+   auto const * reactor = intfConfig( intf );
+   if( !status || !reactor ) {
+      ZTRACE( 5, "No status found, returning...." );
+      return;
+   }
+   for( auto levelType : allLevelTypes ) {
+      bool const asked = !configuredThreshold( *reactor->notifier(), levelType ).isDefault();
+      levelStatusIs( *status, levelType,
+                     { {}, 0, asked ? reactor->obstacle() : notConfigured } );
+   }
+}
+
+// ---- Ports
+
+std::uint32_t
+StormControlSm::calculateSpeedForIntf( Pelt::IntfId intf ) const {
+   auto const * reactor = ethPhyIntfStatus( intf );
+   return reactor ? Interface::speedToKbps( reactor->notifier()->speed() ) : 0;
+}
+
+bool
+StormControlSm::intfExists( Pelt::IntfId intf ) const {
+   return isPortChannel( intf ) || commonSmData()->intfHas( intf );
+}
+
+bool
+StormControlSm::intfActive( Pelt::IntfId intf ) const {
+   auto const * reactor = ethPhyIntfStatus( intf );
+   return !platform().platformSupportsDynamicLogicalPorts() ||
+          ( reactor && reactor->notifier()->active() );
+}
+
+bool
+StormControlSm::KivIntfConfig::active() const {
+   return isPortChannel( key() ) || owner().intfActive( key() );
+}
+
+std::vector< Pelt::IntfId >
+StormControlSm::portsOf( Pelt::IntfId intf ) const {
+   if( !isPortChannel( intf ) ) {
+      return { intf };
+   }
+   auto ports = commonSmData()->lagToPort( intf ).port;
+   std::erase_if( ports, [ this ]( Pelt::IntfId port ) { return !intfActive( port ); } );
+   return ports;
+}
+
+void
+StormControlSm::handleEthPhyIntfStatus( Pelt::IntfId const & intf ) {
+   ethPhyIntfStatusIs( intf, ethPhyIntfStatusDir()->notifier()->ethPhyIntfStatus( intf ) );
+   handleSpeed( intf );
+}
+
+void
+StormControlSm::handleSpeed( Pelt::IntfId const & intf ) {
+   if( initialized() ) {
+      reprogram( intf );
+   }
+}
+
+void
+StormControlSm::reprogram( Pelt::IntfId intf ) {
+   auto const lag = lagIntfForIntf( intf );
+   enable( lag ? lag : intf );
+}
+
+void
+StormControlSm::handleEthIntf( Pelt::IntfId const & intf ) {
+   if( !initialized() ) {
+      return;
+   }
+   if( !platform().platformSupportsDynamicLogicalPorts() ) {
+      ZTRACE( 5, "Platform doesn't support DLP, returning...." );
+      return;
+   }
+   if( intfActive( intf ) ) {
+      ZTRACE( 3, intf, ": Interface has become active, reprogram storm control" );
+   } else {
+      ZTRACE( 3, intf, ": Interface has become inactive, clear storm control" );
+      disable( intf );
+      resetStormControlStatusForIntf( intf );
+   }
+   // Also when it is gone: its share of a LAG's rate is.
+   reprogram( intf );
+}
+
+void
+StormControlSm::handleIntf( Pelt::IntfId const & intf ) {
+   auto * reactor = intfConfig( intf );
+   if( !initialized() || !reactor || reactor->initialized() == intfExists( intf ) ) {
+      return;
+   }
+   if( !reactor->initialized() ) {
+      reactor->handleInitialized();
+   } else {
+      reactor->initializedIs( false );
+      resetStormControlStatusForIntf( intf );
+   }
+}
+
+// ---- LAGs
+
+Pelt::IntfId
+StormControlSm::lagIntfForIntf( Pelt::IntfId intf ) const {
+   return commonSmData()->portToLag( intf );
+}
+
+Bridging::StormControl::IntfConfig const *
+StormControlSm::KivIntfConfig::activeConfig() const {
+   auto const lag = owner().lagIntfForIntf( key() );
+   if( !lag ) {
+      return notifier();
+   }
+   auto const * lagConfig = owner().intfConfig( lag );
+   return lagConfig ? lagConfig->notifier() : nullptr;
+}
+
+void
+StormControlSm::handlePortToLag( Pelt::IntfId const & intf ) {
+   if( !initialized() ) {
+      return;
+   }
+   if( auto const lag = lagIntfForIntf( intf ) ) {
+      joinLag( intf, lag );
+   } else {
+      leaveLag( intf );
+   }
+}
+
+void
+StormControlSm::joinLag( Pelt::IntfId intf, Pelt::IntfId lag ) {
+   ZTRACE( 3, "Disabling storm control on ", intf,
+           " because it is part of a lag, and lag config takes precedence" );
+   disable( intf );
+   resetStormControlStatusForIntf( intf );
+   if( intfConfig( lag ) ) {
+      ZTRACE( 3, lag, " config exists, reapplying config" );
+      enable( lag );
+   }
+}
+
+// The LAG's levels must not stay on the port: its own take their place, or the default.
+void
+StormControlSm::leaveLag( Pelt::IntfId intf ) {
+   auto * own = intfConfig( intf );
+   if( !own || own->obstacle() != programmed ) {
+      disable( intf );
+      resetStormControlStatusForIntf( intf );
+   } else {
+      ZTRACE( 3, "Applying config to ", intf, " because it left a lag" );
+      own->applyConfig();
+   }
+}
+
+void
+StormControlSm::handleLagToPort( Pelt::IntfId const & lag ) {
+   if( initialized() ) {
+      enable( lag );
+   }
+}
+
+void
+StormControlSm::handleEthPhyIntfLagConfig( Pelt::IntfId const & intf ) {
+   if( initialized() ) {
+      callHook< &Helper::handleEthPhyIntfLagConfig >( platform(), intf );
+   }
+}
+
+// ---- Traffic classes and bursts
+
+void
+StormControlSm::handleAggregateTcConfig( std::uint16_t const & trafficClass ) {
+   auto const entity = config()->notifier()->aggregateTcConfig( trafficClass );
+   aggregateTcConfigIs( trafficClass, entity );
+   if( !entity && initialized() ) {
+      callHook< &Helper::programTcAggregateHwRate >( platform(), trafficClass, Threshold{} );
+   }
+}
+
+void
+StormControlSm::KivAggregateTcConfig::handleInitialized() {
+   initializedIs( true );
+   handleLevel();
+}
+
+void
+StormControlSm::KivAggregateTcConfig::handleLevel() {
+   if( initialized() ) {
+      ZTRACE( 5, "Setting level of traffic class ", key(), " to ", notifier()->level() );
+      callHook< &Helper::programTcAggregateHwRate >( owner().platform(), key(),
+                                                     notifier()->level() );
+   }
+}
+
+void
+StormControlSm::handleBurstConfig( Kiv::String const & burst ) {
+   auto const entity = config()->notifier()->burstConfig( burst );
+   burstConfigIs( burst, entity );
+   if( !entity && initialized() && platform().burstEnabled() ) {
+      callHook< &Helper::setBurstTime >( platform(), *Kiv::make< BurstConfig >( burst ) );
+   }
+}
+
+void
+StormControlSm::KivBurstConfig::handleInitialized() {
+   initializedIs( true );
+   handleBurstTime();
+}
+
+void
+StormControlSm::KivBurstConfig::handleBurstTime() {
+   if( initialized() && owner().platform().burstEnabled() ) {
+      ZTRACE( 5, key(), " burstTime: ", notifier()->burstTime() );
+      callHook< &Helper::setBurstTime >( owner().platform(), *notifier() );
+   }
+}
+
+// ---- Drop counters
+
+void
+StormControlSm::handlePeriod() {
+   if( !initialized() ) {
+      return;
+   }
+   auto const period = config()->notifier()->period();
+   clock()->timeMinIs( period > 0 ? clock()->now() + period : Kiv::never );
+}
+
+void
+StormControlSm::handleTime() {
+   if( platform().dropCountEnabled() ) {
+      for( auto const & [ intf, reactor ] : intfConfig() ) {
+         reactor->handleTime();
+      }
+   }
+   handlePeriod();
+}
+
+void
+StormControlSm::KivIntfConfig::handleTime() {
+   if( !initialized() ) {
+      return;
+   }
+   auto const & platform = owner().platform();
+   std::uint64_t uucast = 0, broadcast = 0, multicast = 0, all = 0;
+   for( auto port : owner().portsOf( key() ) ) {
+      uucast += platform.getUUcastDropCnt( port );
+      broadcast += platform.getBcastDropCnt( port );
+      multicast += platform.getMcastDropCnt( port );
+      all += platform.getAllDropCnt( port );
+   }
+   ZTRACE( 8, key(), " uucastDrop: ", uucast, " broadcastDrop: ", broadcast,
+           " multicastDrop: ", multicast, " allDrop: ", all );
+   auto const status = owner().status_->intfStatus( key() );
+   status->uucastDropIs( uucast );
+   status->broadcastDropIs( broadcast );
+   status->multicastDropIs( multicast );
+   status->allDropIs( all );
+}
+
+// ---- Verification
+
+void
+StormControlSm::handleVerify() {
+   ZTRACE_ENTRY( 8 );
+   for( auto const & [ intf, reactor ] : intfConfig() ) {
+      reactor->handleVerify();
+   }
+   for( auto const & [ trafficClass, reactor ] : aggregateTcConfig() ) {
+      reportVerify( "traffic class " + Kiv::toText( trafficClass ),
+                    callHook< &Helper::verifyAggregateTc >( platform(), trafficClass,
+                                                            *reactor->notifier() ) );
+   }
+   reportVerify( "platform", callHook< &Helper::verifyPlatformStormControl >(
+                                   platform(), *config()->notifier(), *status_ ) );
+}
+
+void
+StormControlSm::KivIntfConfig::handleVerify() {
+   if( !initialized() ) {
+      return;
+   }
+   auto & sm = owner();
+   auto verifyPort = [ & ]( Pelt::IntfId port, Pelt::IntfId parent, IntfConfig const & config ) {
+      sm.reportVerify( Kiv::toText( port ),
+                       callHook< &Helper::verifyPort >( sm.platform(), port, parent,
+                                                        sm.calculateSpeedForIntf( port ), config ) );
+   };
+   auto const lag = sm.lagIntfForIntf( key() );
+   if( isPortChannel( key() ) ) {
+      ZTRACE( 5, key(), " is a LAG, verify individual interfaces" );
+      for( auto port : sm.portsOf( key() ) ) {
+         verifyPort( port, key(), *notifier() );
+      }
+   } else if( auto const * config = activeConfig(); !config ) {
+      ZTRACE( 5, key(), ": There is no LAG storm-control config, make sure storm-control is disabled" );
+      sm.reportVerify( Kiv::toText( key() ),
+                       callHook< &Helper::verifyEnabled >( sm.platform(), key(), false ) );
+   } else if( lag ) {
+      ZTRACE( 5, key(), ": Verify storm-control config matches the LAG's config and not the "
+                        "individual config" );
+      verifyPort( key(), lag, *config );
+   } else {
+      ZTRACE( 5, key(), " is not part of a LAG, verify its individual config" );
+      verifyPort( key(), key(), *config );
+   }
+}
+
+void
+StormControlSm::reportVerify( Kiv::String const & item, Kiv::String const & mismatch ) {
+   if( !mismatch.empty() ) {
+      ZTRACE( 0, "Storm control of ", item, " differs from the hardware: ", mismatch );
+   }
+   verifyData()->updateCliVerifyOutput( "storm control " + item,
+                                        mismatch.empty() ? "ok" : mismatch );
+}
+
+} // namespace Hoba

@@ -1,0 +1,236 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Storm control: limits on the broadcast, multicast and unknown unicast traffic that a port lets
+// in, and on all traffic together.
+//
+// The operator sets levels for interfaces, which are ports or LAGs. The hardware knows ports only,
+// and a level in percent means something else at every speed. So the machine programs the member
+// ports of a LAG, each by its own speed; it programs a port again when its speed changes; and while
+// a port is an active member of a LAG, the LAG's levels hold for it, and its own wait.
+//
+// What may be programmed is decided in Hoba/HobaStormControlRate.h, without doing anything about
+// it. What was programmed, and why anything was not, stands in the status of each configured
+// interface.
+
+#include "Bridging/StormControl.h"
+#include "Hoba/HobaStormControlSmHelper.h"
+#include "Hoba/HobaVerifiedSm.h"
+#include "Interface/EthPhyIntfStatus.h"
+#include "Kiv/ClockReactor.h"
+#include "Lag/Lag.h"
+#include "Mox/TimerWheel.h"
+
+namespace Hoba {
+
+class StormControlSm : public HobaVerifiedSm {
+ public:
+   using Config = Bridging::StormControl::Config;
+   using IntfConfig = Bridging::StormControl::IntfConfig;
+   using AggregateTcConfig = Bridging::StormControl::AggregateTcConfig;
+   using BurstConfig = Bridging::StormControl::BurstConfig;
+   using Status = Bridging::StormControl::Status;
+   using IntfStatus = Bridging::StormControl::IntfStatus;
+   using LevelState = Bridging::StormControl::LevelState;
+   using Threshold = Bridging::StormControl::Threshold;
+
+   // Reads `config`, the ports' status and the LAG configuration; writes `status`; calls
+   // `platformHelper`. Drop counters are read on `clock`. Nothing is programmed before the owner
+   // says initializedIs( true ).
+   static Kiv::Ptr< StormControlSm >
+   StormControlSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
+                     Kiv::Ptr< Config const > const & config,
+                     Kiv::Ptr< Interface::AllEthPhyIntfStatusDir const > const & ethPhyIntfStatusDir,
+                     Kiv::Ptr< Status > const & status,
+                     Kiv::Ptr< StormControlSmHelper > const & platformHelper,
+                     Kiv::Ptr< Lag::Input::Config const > const & lagInputConfig,
+                     Kiv::Ptr< Mox::TimerWheel const > const & clock );
+   KIV_TYPE( StormControlSm );
+
+   void handleInitialized() override;
+   void handleVerify() override;
+
+   // Applies the configuration of the interface, if it has one.
+   void enable( Pelt::IntfId intf );
+   // Takes all limits of the interface away, whatever its configuration, its speed, or its LAG.
+   void disable( Pelt::IntfId intf );
+
+   // The port's speed in kbps, 0 when it is not known.
+   std::uint32_t calculateSpeedForIntf( Pelt::IntfId intf ) const;
+   // The LAG that the port is an active member of; the empty id for none.
+   Pelt::IntfId lagIntfForIntf( Pelt::IntfId intf ) const;
+   // Whether limits can be put on the interface: it is a LAG, or a port of this agent.
+   bool intfExists( Pelt::IntfId intf ) const;
+   // Whether the port takes part. Where ports do not come and go, all do.
+   bool intfActive( Pelt::IntfId intf ) const;
+
+ protected:
+   StormControlSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
+                   Kiv::Ptr< Config const > const & config,
+                   Kiv::Ptr< Interface::AllEthPhyIntfStatusDir const > const & ethPhyIntfStatusDir,
+                   Kiv::Ptr< Status > const & status,
+                   Kiv::Ptr< StormControlSmHelper > const & platformHelper,
+                   Kiv::Ptr< Lag::Input::Config const > const & lagInputConfig,
+                   Kiv::Ptr< Mox::TimerWheel const > const & clock );
+
+ private:
+   // Of the configuration: what is configured came or went.
+   void handleIntfConfig( Pelt::IntfId const & intf );
+   void handleAggregateTcConfig( std::uint16_t const & trafficClass );
+   void handleBurstConfig( Kiv::String const & burst );
+   // Of the ports.
+   void handleEthPhyIntfStatus( Pelt::IntfId const & intf );
+   void handleEthIntf( Pelt::IntfId const & intf );
+   void handleSpeed( Pelt::IntfId const & intf );
+   void handleIntf( Pelt::IntfId const & intf );
+   // Of the LAGs.
+   void handlePortToLag( Pelt::IntfId const & intf );
+   void handleLagToPort( Pelt::IntfId const & lag );
+   void handleEthPhyIntfLagConfig( Pelt::IntfId const & intf );
+   // Of time.
+   void handleTime();
+   void handlePeriod();
+
+   void removeOrphanedStatus();
+   // Nothing is programmed on the interface any more: says so, and why.
+   void resetStormControlStatusForIntf( Pelt::IntfId intf );
+   // Programs the port again: by its own levels, or by those of its LAG.
+   void reprogram( Pelt::IntfId intf );
+   void joinLag( Pelt::IntfId intf, Pelt::IntfId lag );
+   void leaveLag( Pelt::IntfId intf );
+   void setHwRate( LevelType levelType, Pelt::IntfId intf, Pelt::IntfId parentIntf,
+                   std::uint32_t speedKbps, Threshold const & threshold );
+   void reportVerify( Kiv::String const & item, Kiv::String const & mismatch );
+   // The ports on which limits of the interface are put: the members of a LAG, a port itself.
+   std::vector< Pelt::IntfId > portsOf( Pelt::IntfId intf ) const;
+   StormControlSmHelper & platform() const { return *platformHelper_; }
+
+   class KivConfig : public Kiv::Reactor< KivConfig, Config const, StormControlSm > {
+    public:
+      static constexpr auto handlers = Kiv::handlers(
+            Kiv::on< Config::intfConfigAttr, &StormControlSm::handleIntfConfig >(),
+            Kiv::on< Config::aggregateTcConfigAttr, &StormControlSm::handleAggregateTcConfig >(),
+            Kiv::on< Config::burstConfigAttr, &StormControlSm::handleBurstConfig >(),
+            Kiv::on< Config::periodAttr, &StormControlSm::handlePeriod >() );
+   };
+
+   // The levels of one interface. The reactor is initialized while the interface exists.
+   class KivIntfConfig
+         : public Kiv::Reactor< KivIntfConfig, IntfConfig const, StormControlSm, Pelt::IntfId > {
+    public:
+      void handleInitialized() override;
+      // Programs all levels.
+      void applyConfig();
+      // Programs one level, as far as it can be, and says in the status what came of it.
+      void updateLevel( LevelType levelType );
+      // The interface takes part. A LAG always does.
+      bool active() const;
+      // The configuration that holds for the interface: a LAG's for its members. Null for none.
+      IntfConfig const * activeConfig() const;
+      // Reads the drop counters.
+      void handleTime();
+      void handleVerify();
+      // The interface is no longer there, or no longer configured.
+      void doCleanup();
+      // What keeps the interface from being programmed at all: `programmed` when nothing does.
+      LevelState obstacle() const;
+
+    private:
+      template< LevelType levelType >
+      void handleLevel();
+      void handleAllLevel();
+
+      void stateIs( LevelType levelType, LevelState state );
+      void program( LevelType levelType, Threshold const & threshold, LevelState state );
+
+    public:
+      static constexpr auto handlers = Kiv::handlers(
+            Kiv::on< IntfConfig::broadcastAttr,
+                     &KivIntfConfig::handleLevel< levelTypeBroadcast > >(),
+            Kiv::on< IntfConfig::multicastAttr,
+                     &KivIntfConfig::handleLevel< levelTypeMulticast > >(),
+            Kiv::on< IntfConfig::uucastAttr,
+                     &KivIntfConfig::handleLevel< levelTypeUUcast > >(),
+            Kiv::on< IntfConfig::allAttr, &KivIntfConfig::handleAllLevel >() );
+   };
+
+   // The level of one traffic class.
+   class KivAggregateTcConfig : public Kiv::Reactor< KivAggregateTcConfig, AggregateTcConfig const,
+                                                     StormControlSm, std::uint16_t > {
+    public:
+      void handleInitialized() override;
+
+    private:
+      void handleLevel();
+
+    public:
+      static constexpr auto handlers = Kiv::handlers(
+            Kiv::on< AggregateTcConfig::levelAttr, &KivAggregateTcConfig::handleLevel >() );
+   };
+
+   class KivBurstConfig
+         : public Kiv::Reactor< KivBurstConfig, BurstConfig const, StormControlSm, Kiv::String > {
+    public:
+      void handleInitialized() override;
+
+    private:
+      void handleBurstTime();
+
+    public:
+      static constexpr auto handlers = Kiv::handlers(
+            Kiv::on< BurstConfig::burstTimeAttr, &KivBurstConfig::handleBurstTime >() );
+   };
+
+   class KivEthPhyIntfStatusDir
+         : public Kiv::Reactor< KivEthPhyIntfStatusDir, Interface::AllEthPhyIntfStatusDir const,
+                                StormControlSm > {
+    public:
+      static constexpr auto handlers = Kiv::handlers(
+            Kiv::on< Interface::AllEthPhyIntfStatusDir::ethPhyIntfStatusAttr,
+                     &StormControlSm::handleEthPhyIntfStatus >() );
+   };
+
+   class KivEthPhyIntfStatus
+         : public Kiv::Reactor< KivEthPhyIntfStatus, Interface::EthPhyIntfStatus const,
+                                StormControlSm, Pelt::IntfId > {
+    public:
+      static constexpr auto handlers = Kiv::handlers(
+            Kiv::onChange< Interface::EthPhyIntfStatus::speedAttr,
+                           &StormControlSm::handleSpeed >(),
+            Kiv::onChange< Interface::EthPhyIntfStatus::activeAttr,
+                           &StormControlSm::handleEthIntf >() );
+   };
+
+   class KivLagInputConfig
+         : public Kiv::Reactor< KivLagInputConfig, Lag::Input::Config const, StormControlSm > {
+    public:
+      static constexpr auto handlers =
+            Kiv::handlers( Kiv::on< Lag::Input::Config::ethPhyIntfLagConfigAttr,
+                                    &StormControlSm::handleEthPhyIntfLagConfig >() );
+   };
+
+   class KivClock : public Kiv::ClockReactor< KivClock, StormControlSm, &StormControlSm::handleTime > {};
+
+   class KivBogusAcsd : public Kiv::Reactor< KivBogusAcsd, HobaCommonSmData const, StormControlSm > {
+    public:
+      static constexpr auto handlers = Kiv::handlers(
+            Kiv::onChange< HobaCommonSmData::intfAttr, &StormControlSm::handleIntf >(),
+            Kiv::onChange< HobaCommonSmData::portToLagAttr, &StormControlSm::handlePortToLag >(),
+            Kiv::onChange< HobaCommonSmData::lagToPortAttr, &StormControlSm::handleLagToPort >() );
+   };
+
+   Kiv::Ptr< Status > const status_;
+   Kiv::Ptr< StormControlSmHelper > const platformHelper_;
+
+   KIV_REACTOR( KivConfig, config );
+   KIV_REACTORS( Pelt::IntfId, KivIntfConfig, intfConfig );
+   KIV_REACTORS( std::uint16_t, KivAggregateTcConfig, aggregateTcConfig );
+   KIV_REACTORS( Kiv::String, KivBurstConfig, burstConfig );
+   KIV_REACTOR( KivEthPhyIntfStatusDir, ethPhyIntfStatusDir );
+   KIV_REACTORS( Pelt::IntfId, KivEthPhyIntfStatus, ethPhyIntfStatus );
+   KIV_REACTOR( KivLagInputConfig, lagInputConfig );
+   KIV_REACTOR( KivClock, clock );
+   KIV_REACTOR( KivBogusAcsd, bogusAcsd );
+};
+
+} // namespace Hoba

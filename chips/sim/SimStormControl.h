@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Storm control of the simulated chip: what the chip holds, as an entity that can be looked at and
+// spoilt, and the helper through which the library programs it.
+
+#include "Hoba/HobaStormControlSmHelper.h"
+
+namespace HobaSim {
+
+// The limit of one class of traffic on one port.
+struct StormLimit {
+   KIV_VALUE( HobaSim::StormLimit );
+   KIV_FIELD( bool, limited, false );
+   // In kbps, or in packets a second.
+   KIV_FIELD( std::uint64_t, rate, 0 );
+   KIV_FIELD( Bridging::StormControl::RateUnit, unit, Bridging::StormControl::unitKbps );
+   // Whose configuration it is: a LAG, or the port itself.
+   KIV_FIELD( Pelt::IntfId, parent );
+};
+
+class StormPort : public Kiv::Entity {
+   KIV_ENTITY( HobaSim::StormPort );
+   KIV_ATTRIBUTE( StormLimit, broadcast );
+   KIV_ATTRIBUTE( StormLimit, multicast );
+   KIV_ATTRIBUTE( StormLimit, uucast );
+   KIV_ATTRIBUTE( StormLimit, all );
+   // Packets dropped so far.
+   KIV_COUNTER( std::uint64_t, broadcastDrop );
+   KIV_COUNTER( std::uint64_t, multicastDrop );
+   KIV_COUNTER( std::uint64_t, uucastDrop );
+   KIV_COUNTER( std::uint64_t, allDrop );
+
+ public:
+   explicit StormPort( Pelt::IntfId intf ) : Entity( Kiv::toText( intf ) ) {}
+
+   StormLimit const & limit( Hoba::LevelType levelType ) const;
+   void limitIs( Hoba::LevelType levelType, StormLimit const & limit );
+   std::uint64_t drops( Hoba::LevelType levelType ) const;
+   void dropsInc( Hoba::LevelType levelType, std::uint64_t packets );
+};
+
+// The part of the chip that limits storms.
+class StormUnit : public Kiv::Entity {
+   KIV_ENTITY( HobaSim::StormUnit );
+   // What this chip can do.
+   KIV_ATTRIBUTE( bool, burst, true );
+   KIV_ATTRIBUTE( bool, uucastLevel, true );
+   KIV_ATTRIBUTE( bool, allLevel, true );
+   KIV_ATTRIBUTE( bool, zeroRate, false );
+   KIV_ATTRIBUTE( bool, ppsMetering, false );
+   KIV_ATTRIBUTE( bool, bpsMetering, false );
+   KIV_ATTRIBUTE( bool, dropCount, true );
+   KIV_ATTRIBUTE( bool, chipStormControl, false );
+   KIV_ATTRIBUTE( bool, dynamicLogicalPorts, false );
+   // What it holds.
+   KIV_ATTRIBUTE( bool, rulesInstalled, false );
+   KIV_CHILDREN( Pelt::IntfId, StormPort, port );
+   KIV_SET( Pelt::IntfId, bcastSkip );
+   KIV_COLLECTION( std::uint16_t, Bridging::StormControl::Threshold, trafficClass );
+   KIV_COLLECTION( Kiv::String, std::uint32_t, burstTime );
+   // How often it was written.
+   KIV_COUNTER( std::uint64_t, writes );
+
+ public:
+   explicit StormUnit( Kiv::String const & unitName = {} ) : Entity( unitName ) {}
+
+   // Lets `packets` of `bytes` each come in on the port within `seconds`: what exceeds the limit
+   // of its class, and then that of all traffic, is dropped and counted. Returns the drops.
+   // Throws Kiv::ParseError for a class that is none, or for a time that is not above 0.
+   std::uint64_t inject( Pelt::IntfId intf, Hoba::LevelType levelType, std::uint64_t packets,
+                         std::uint32_t bytes, Kiv::Seconds seconds );
+};
+
+class StormControlHelper : public Hoba::StormControlSmHelper {
+   KIV_ENTITY( HobaSim::StormControlHelper, Hoba::StormControlSmHelper );
+
+ public:
+   explicit StormControlHelper( Kiv::Ptr< StormUnit > const & unit ) : unit_( unit ) {}
+
+   void hwInit() override;
+   void installRules() override;
+   void setHwRate( Hoba::LevelType levelType, Pelt::IntfId intf, Pelt::IntfId parentIntf,
+                   std::uint32_t speedKbps, Threshold const & threshold ) override;
+   void updateBcastSkipRule( Pelt::IntfId intf, bool skip ) override;
+   void programTcAggregateHwRate( std::uint32_t trafficClass, Threshold const & threshold ) override;
+   void setBurstTime( Bridging::StormControl::BurstConfig const & burstConfig ) override;
+   // The chip needs to know of active members only, which setHwRate() names.
+   void handleEthPhyIntfLagConfig( Pelt::IntfId ) override {}
+
+   Kiv::String verifyEnabled( Pelt::IntfId intf, bool enabled ) override;
+   Kiv::String verifyPort( Pelt::IntfId intf, Pelt::IntfId parentIntf, std::uint32_t speedKbps,
+                           IntfConfig const & intfConfig ) override;
+   Kiv::String verifyAggregateTc( std::uint32_t trafficClass,
+                                  Bridging::StormControl::AggregateTcConfig const & config ) override;
+   Kiv::String verifyPlatformStormControl( Bridging::StormControl::Config const & config,
+                                           Bridging::StormControl::Status const & status ) override;
+
+   bool burstEnabled() const override { return unit_->burst(); }
+   bool uucastLevelEnabled() const override { return unit_->uucastLevel(); }
+   bool allLevelEnabled() const override { return unit_->allLevel(); }
+   bool zeroRateEnabled() const override { return unit_->zeroRate(); }
+   bool ppsMeteringEnabled() const override { return unit_->ppsMetering(); }
+   bool bpsMeteringEnabled() const override { return unit_->bpsMetering(); }
+   bool dropCountEnabled() const override { return unit_->dropCount(); }
+   bool chipStormControlEnabled() const override { return unit_->chipStormControl(); }
+   bool platformSupportsDynamicLogicalPorts() const override { return unit_->dynamicLogicalPorts(); }
+
+   std::uint64_t getUUcastDropCnt( Pelt::IntfId intf ) const override;
+   std::uint64_t getBcastDropCnt( Pelt::IntfId intf ) const override;
+   std::uint64_t getMcastDropCnt( Pelt::IntfId intf ) const override;
+   std::uint64_t getAllDropCnt( Pelt::IntfId intf ) const override;
+
+ private:
+   std::uint64_t drops( Pelt::IntfId intf, Hoba::LevelType levelType ) const;
+   // What is wrong with one level of a port; empty when nothing is.
+   Kiv::String verifyLevel( StormLimit const & found, Hoba::LevelType levelType,
+                            Pelt::IntfId parentIntf, std::uint32_t speedKbps,
+                            IntfConfig const & intfConfig ) const;
+
+   Kiv::Ptr< StormUnit > const unit_;
+};
+
+} // namespace HobaSim
