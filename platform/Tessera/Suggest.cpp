@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Tessera/Suggest.h"
+
+#include <algorithm>
+#include <cctype>
+
+namespace Tessera {
+
+namespace {
+
+constexpr std::size_t longestCompared = 64;
+constexpr std::size_t mostCompared = 1000;
+constexpr std::size_t mostListed = 12;
+
+// How many letters must be changed, added, left out, or swapped with their neighbour.
+std::size_t
+distance( std::string_view a, std::string_view b ) {
+   std::vector< std::size_t > before, last( b.size() + 1 ), now( b.size() + 1 );
+   for( std::size_t j = 0; j <= b.size(); ++j ) {
+      last[ j ] = j;
+   }
+   auto same = []( char x, char y ) {
+      return std::tolower( static_cast< unsigned char >( x ) ) ==
+             std::tolower( static_cast< unsigned char >( y ) );
+   };
+   for( std::size_t i = 1; i <= a.size(); ++i ) {
+      now[ 0 ] = i;
+      for( std::size_t j = 1; j <= b.size(); ++j ) {
+         std::size_t replaced = last[ j - 1 ] + !same( a[ i - 1 ], b[ j - 1 ] );
+         now[ j ] = std::min( { last[ j ] + 1, now[ j - 1 ] + 1, replaced } );
+         if( i > 1 && j > 1 && same( a[ i - 1 ], b[ j - 2 ] ) && same( a[ i - 2 ], b[ j - 1 ] ) ) {
+            now[ j ] = std::min( now[ j ], before[ j - 2 ] + 1 );
+         }
+      }
+      before = last;
+      std::swap( last, now );
+   }
+   return last[ b.size() ];
+}
+
+} // namespace
+
+Kiv::String
+suggestion( std::string_view name, std::vector< Kiv::String > const & known ) {
+   if( known.empty() ) {
+      return "there is nothing here";
+   }
+   Kiv::String const * nearest = nullptr;
+   std::size_t nearestDistance = std::max< std::size_t >( 1, name.size() / 3 ) + 1;
+   if( name.size() <= longestCompared && known.size() <= mostCompared ) {
+      for( auto const & candidate : known ) {
+         if( candidate.size() <= longestCompared ) {
+            auto changes = distance( name, candidate );
+            // Not a slip but another name, if nothing of it is left.
+            if( changes < nearestDistance && changes < candidate.size() ) {
+               nearest = &candidate;
+               nearestDistance = changes;
+            }
+         }
+      }
+   }
+   // Names that end in a number are near each other, and each of them is somebody's port.
+   bool numbered = std::isdigit( static_cast< unsigned char >( name.empty() ? 'x' : name.back() ) );
+   if( nearest && !numbered ) {
+      return "did you mean \"" + *nearest + "\"?";
+   }
+   Kiv::String text = known.size() == 1 ? "there is " : "there are ";
+   for( std::size_t i = 0; i != std::min( known.size(), mostListed ); ++i ) {
+      text += ( i ? ", " : "" ) + known[ i ];
+   }
+   if( known.size() > mostListed ) {
+      text += " and " + std::to_string( known.size() - mostListed ) + " more";
+   }
+   return text;
+}
+
+} // namespace Tessera

@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "Kiv/Text.h"
+
+#include <string_view>
+#include <vector>
+
+namespace Tessera {
+
+// For messages about a name that is not there: `did you mean "broadcast"?` when one of `known` is
+// a slip of the finger away from `name`, else `there are a, b, c` (the first ones of many), else
+// `there is nothing here`.
+Kiv::String suggestion( std::string_view name, std::vector< Kiv::String > const & known );
+
+} // namespace Tessera
