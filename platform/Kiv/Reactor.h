@@ -245,12 +245,28 @@ onAny() {
    return {};
 }
 
+// The common case, in which no row must ask what the handler of another row did.
+template< class... Rows >
+consteval bool
+eachAttributeOnce() {
+   std::array< std::string_view, ( Rows::attributes.size() + ... + 0 ) > names;
+   auto end = names.begin();
+   [[maybe_unused]] auto add = [ & ]( auto const & attributes ) {
+      for( auto const * attribute : attributes ) {
+         *end++ = attribute->name;
+      }
+   };
+   ( add( Rows::attributes ), ... );
+   std::sort( names.begin(), names.end() );
+   return std::adjacent_find( names.begin(), names.end() ) == names.end();
+}
+
 template< class... Rows >
 struct Handlers {
    template< class R >
    static void dispatch( [[maybe_unused]] R & reactor, [[maybe_unused]] AttributeId const & changed,
                          [[maybe_unused]] void const * key ) {
-      if constexpr( eachAttributeOnce() ) {
+      if constexpr( eachAttributeOnce< Rows... >() ) {
          ( void )( Rows::dispatch( reactor, changed, key ) || ... );
       } else {
          auto const * entity = reactor.notifier();
@@ -263,22 +279,6 @@ struct Handlers {
       ( void )( ( reactor.kivSynchronises( entity ) &&
                   ( Rows::synchronise( reactor, entity ), true ) ) &&
                 ... );
-   }
-
- private:
-   // The common case, in which no row must ask what the handler of another row did.
-   static consteval bool eachAttributeOnce() {
-      std::vector< std::string_view > names;
-      ( addNames( names, Rows::attributes ), ... );
-      std::sort( names.begin(), names.end() );
-      return std::adjacent_find( names.begin(), names.end() ) == names.end();
-   }
-   template< std::size_t n >
-   static consteval void addNames( std::vector< std::string_view > & names,
-                                   std::array< AttributeId const *, n > const & attributes ) {
-      for( auto const * attribute : attributes ) {
-         names.push_back( attribute->name );
-      }
    }
 };
 
@@ -352,6 +352,11 @@ class ReactorSlot final : public ReactorSlotBase {
          initializeReactor( *reactor );
       }
    }
+   void uninitialize() override {
+      if( reactor_ ) {
+         reactor_->initializedIs( false );
+      }
+   }
 
    typename R::Owner & owner_;
    Ptr< R > reactor_;
@@ -413,6 +418,11 @@ class ReactorMap final : public ReactorSlotBase {
       for( auto const & [ key, member ] : reactors_ ) {
          auto reactor = member;
          initializeReactor( *reactor );
+      }
+   }
+   void uninitialize() override {
+      for( auto const & [ key, reactor ] : reactors_ ) {
+         reactor->initializedIs( false );
       }
    }
 
