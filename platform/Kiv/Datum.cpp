@@ -72,6 +72,20 @@ integerFrom( Datum const & datum, std::int64_t min, std::int64_t max ) {
    return boundedFrom( datum, min, max );
 }
 
+double
+numberFrom( Datum const & datum ) {
+   if( auto const * value = datum.as< double >() ) {
+      return *value;
+   }
+   if( auto const * value = datum.as< std::int64_t >() ) {
+      return static_cast< double >( *value );
+   }
+   if( auto const * value = datum.as< std::uint64_t >() ) {
+      return static_cast< double >( *value );
+   }
+   wrongShape( datum, "a number" );
+}
+
 std::uint64_t
 integerFrom( Datum const & datum, std::uint64_t min, std::uint64_t max ) {
    return boundedFrom( datum, min, max );

@@ -75,6 +75,7 @@ enum class DatumShape : std::uint8_t { boolean, integer, number, string, structu
 
 std::int64_t integerFrom( Datum const & datum, std::int64_t min, std::int64_t max );
 std::uint64_t integerFrom( Datum const & datum, std::uint64_t min, std::uint64_t max );
+double numberFrom( Datum const & datum );
 [[noreturn]] void wrongShape( Datum const & datum, std::string_view expected );
 // Runs `read`; a ParseError or RangeException gets "<place>: " put before it.
 template< class Read >
@@ -155,7 +156,9 @@ fromDatum( Datum const & datum ) {
       }
       T values;
       for( auto const & element : *array ) {
-         values.push_back( fromDatum< typename T::value_type >( element ) );
+         values.push_back( inPlace( '[' + std::to_string( values.size() ) + ']', [ & ] {
+            return fromDatum< typename T::value_type >( element );
+         } ) );
       }
       return values;
    } else if constexpr( std::is_same_v< T, bool > ) {
@@ -170,11 +173,7 @@ fromDatum( Datum const & datum ) {
       return static_cast< T >( integerFrom( datum, static_cast< Wide >( Limits::min() ),
                                             static_cast< Wide >( Limits::max() ) ) );
    } else if constexpr( std::is_floating_point_v< T > ) {
-      if( auto const * value = datum.as< double >() ) {
-         return static_cast< T >( *value );
-      }
-      return static_cast< T >( integerFrom( datum, std::numeric_limits< std::int64_t >::min(),
-                                            std::numeric_limits< std::int64_t >::max() ) );
+      return static_cast< T >( numberFrom( datum ) );
    } else {
       auto const * text = datum.as< String >();
       if( !text ) {

@@ -67,13 +67,15 @@ DispatchRecorder::end( std::uint64_t id ) {
 
 void
 DispatchRecorder::Scope::begin( Kind kind, String text ) {
-   id_ = Dispatch::recorder->begin( kind, std::move( text ) );
+   recorder_ = Dispatch::recorder;
+   id_ = recorder_->begin( kind, std::move( text ) );
 }
 
 void
 DispatchRecorder::Scope::end() {
-   if( Dispatch::recorder ) {
-      Dispatch::recorder->end( id_ );
+   // An event whose recorder was switched off meanwhile stays without an end.
+   if( Dispatch::recorder == recorder_ ) {
+      recorder_->end( id_ );
    }
 }
 

@@ -66,7 +66,7 @@ class DispatchRecorder {
          }
       }
       ~Scope() {
-         if( id_ ) [[unlikely]] {
+         if( recorder_ ) [[unlikely]] {
             end();
          }
       }
@@ -76,6 +76,7 @@ class DispatchRecorder {
     private:
       void begin( Kind kind, String text );
       void end();
+      DispatchRecorder * recorder_ = nullptr; // null unless the event is recorded
       std::uint64_t id_ = 0;
    };
 

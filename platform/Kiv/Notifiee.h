@@ -49,6 +49,7 @@ class ReactorSlotBase {
    friend class ReactorOwner;
    virtual void activeIs( bool active ) = 0;
    virtual void zombieIs( bool marked ) = 0;
+   // The caller has a notification in flight, so that what handlers remove outlives the walk.
    virtual void initialize() = 0;
    virtual void uninitialize() = 0;
 

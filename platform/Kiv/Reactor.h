@@ -348,8 +348,8 @@ class ReactorSlot final : public ReactorSlotBase {
       }
    }
    void initialize() override {
-      if( auto reactor = reactor_ ) {
-         initializeReactor( *reactor );
+      if( reactor_ ) {
+         initializeReactor( *reactor_ );
       }
    }
    void uninitialize() override {
@@ -415,8 +415,7 @@ class ReactorMap final : public ReactorSlotBase {
       }
    }
    void initialize() override {
-      for( auto const & [ key, member ] : reactors_ ) {
-         auto reactor = member;
+      for( auto const & [ key, reactor ] : reactors_ ) {
          initializeReactor( *reactor );
       }
    }

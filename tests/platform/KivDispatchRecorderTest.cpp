@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "KivExample.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+namespace {
+
+using namespace Example;
+using Kiv::DispatchRecorder;
+using Kiv::make;
+using Kind = DispatchRecorder::Kind;
+
+double testTime = 0;
+
+double
+testNow() {
+   return testTime += 1;
+}
+
+// "id<parent kind text" for each event.
+Log
+recorded( DispatchRecorder const & recorder ) {
+   char const * const kinds[] = { "write", "handler", "hook", "timeout", "input" };
+   Log lines;
+   for( auto const & event : recorder.events() ) {
+      lines.push_back( std::to_string( event.id ) + "<" + std::to_string( event.parent ) + " " +
+                       kinds[ static_cast< int >( event.kind ) ] + " " + event.text );
+   }
+   return lines;
+}
+
+class KivDispatchRecorder : public testing::Test {
+ protected:
+   void SetUp() override {
+      testTime = 0;
+      machine->nodeIs( 1, node );
+   }
+   Script script;
+   Kiv::Ptr< Node > const node = make< Node >( "n1" );
+   Kiv::Ptr< Machine > machine = machineIs( script );
+   DispatchRecorder recorder{ 100, testNow };
+};
+
+TEST_F( KivDispatchRecorder, recordsNothingWhileItIsOff ) {
+   bool asked = false;
+   auto text = [ & ] {
+      asked = true;
+      return Kiv::String( "text" );
+   };
+   node->aIs( 1 );
+   { DispatchRecorder::Scope const scope( Kind::input, text ); }
+   recorder.activeIs( true );
+   recorder.activeIs( false );
+   node->aIs( 2 );
+   EXPECT_EQ( recorded( recorder ), Log{} );
+   EXPECT_FALSE( asked );
+   EXPECT_EQ( testTime, 0 );
+}
+
+TEST_F( KivDispatchRecorder, tellsWhatCausedWhat ) {
+   script.actions[ "a1" ] = [ & ] {
+      node->pointIs( "p", { .x = 4 } );
+      DispatchRecorder::Scope const hook( Kind::hook, "doSet" );
+   };
+   recorder.activeIs( true );
+   {
+      DispatchRecorder::Scope const input( Kind::input, [] { return Kiv::String( "set a" ); } );
+      node->aIs( 7 );
+   }
+   node->pointDel( "p" );
+   EXPECT_EQ( recorded( recorder ),
+              ( Log{ "1<0 input set a", "2<1 write Example::Node(n1).a = 7",
+                     "3<2 handler Example::Machine::KivNode::handleA",
+                     "4<3 write Example::Node(n1).point[p] = "
+                     "{\"x\": 4, \"y\": 0, \"colour\": \"green\"}",
+                     "5<4 handler Example::Machine::KivNode::handlePoint", "6<3 hook doSet",
+                     "7<0 write Example::Node(n1).point[p] deleted",
+                     "8<7 handler Example::Machine::KivNode::handlePoint" } ) );
+   auto const * write = recorder.event( 2 );
+   EXPECT_LT( recorder.event( 1 )->begin, write->begin );
+   EXPECT_GT( write->end, recorder.event( 6 )->end );
+   EXPECT_GT( recorder.event( 1 )->end, write->end );
+}
+
+TEST_F( KivDispatchRecorder, keepsTheNewest ) {
+   DispatchRecorder small( 3, testNow );
+   small.activeIs( true );
+   for( int i = 1; i <= 3; ++i ) {
+      node->aIs( i );
+   }
+   EXPECT_EQ( small.events().size(), 3u );
+   EXPECT_EQ( small.dropped(), 3u );
+   EXPECT_EQ( small.event( 3 ), nullptr );
+   EXPECT_EQ( small.event( 6 )->parent, 5u );
+   EXPECT_EQ( small.event( 7 ), nullptr );
+
+   // An event that made room for its own consequences is not there to be ended.
+   script.actions[ "a1" ] = [ & ] {
+      for( std::uint16_t tag = 0; tag < 4; ++tag ) {
+         node->tagIs( tag );
+      }
+   };
+   node->aIs( 9 );
+   node->aIs( 9 );
+   node->bIs( 1 );
+   for( auto const & event : small.events() ) {
+      EXPECT_GT( event.end, 0 ) << event.text;
+   }
+   small.clear();
+   EXPECT_EQ( small.dropped(), 0u );
+   EXPECT_EQ( small.events().size(), 0u );
+}
+
+TEST_F( KivDispatchRecorder, changesHandsInTheMiddle ) {
+   DispatchRecorder second( 10, testNow );
+   recorder.activeIs( true );
+   double ended = 0;
+   script.actions[ "a1" ] = [ & ] {
+      second.activeIs( true );
+      node->bIs( 0 );
+      node->textIs( "" );
+      ended = second.event( 2 )->end;
+   };
+   node->aIs( 1 );
+   EXPECT_FALSE( recorder.active() );
+   EXPECT_EQ( second.event( 2 )->end, ended ) << "what the first one began ends in the first";
+   EXPECT_EQ( recorded( second ).front(), "1<0 write Example::Node(n1).b = 0" );
+   EXPECT_EQ( second.event( 4 )->parent, 0u ) << "two writes on one level";
+   EXPECT_EQ( recorder.events().size(), 2u );
+
+   // It may go altogether, and events end without it.
+   script.actions[ "b1" ] = [ & ] { second.activeIs( false ); };
+   node->bIs( 1 );
+   EXPECT_EQ( Kiv::Dispatch::recorder, nullptr );
+   {
+      DispatchRecorder third( 10, testNow );
+      third.activeIs( true );
+   }
+   EXPECT_EQ( Kiv::Dispatch::recorder, nullptr );
+}
+
+TEST_F( KivDispatchRecorder, exceptionsEndTheirEvents ) {
+   recorder.activeIs( true );
+   script.actions[ "a1" ] = [] { throw std::runtime_error( "refused" ); };
+   EXPECT_THROW( node->aIs( 1 ), std::runtime_error );
+   node->bIs( 0 );
+   EXPECT_GT( recorder.event( 2 )->end, 0 );
+   EXPECT_EQ( recorder.event( 3 )->parent, 0u );
+}
+
+TEST_F( KivDispatchRecorder, namesHandlersOfTheOwner ) {
+   recorder.activeIs( true );
+   node->reviewsInc( 1 );
+   EXPECT_EQ( recorder.event( 2 )->text, "Example::Machine::handleReviews" );
+}
+
+} // namespace
