@@ -6,25 +6,35 @@
 //    HashMap< Key, Value >    members { key, value }
 //    HashSet< Key >           members are the keys
 //
-// - Order. A walk visits the members in the order of their insertion. Assigning to a member does
+// - Order. A walk visits the members in the order of their insertion. Assigning
+// to a member does
 //   not move it; erasing and inserting it again moves it to the end.
-// - Change during a walk. The body of a loop may insert, assign and erase anything, the member it
-//   is at included, and clear() or destroy the collection. A member that is removed before the
-//   walk reaches it is not visited, one that is inserted is, since it stands at the end. A walk
-//   ends as soon as its body stops inserting. Walks nest, and iterators may be kept.
-// - References and pointers to a member (its key, its value) stay valid until that member is
-//   removed: nothing else, growth included, invalidates them. Moving or swapping the collection
-//   takes its members along, iterators too.
-// - What a removed member owns is let go when the collection no longer knows the member and is
-//   complete again, so the destructors of keys and values may use the collection in any way. (A
-//   Value that cannot be moved is destroyed where it stands: its destructor may do anything but
-//   clear or destroy the collection.)
-// - An empty collection is one pointer. Memory comes with the first member and goes with clear().
-// - Keys need == and Kiv::hashOf. Collections of std::string are searched by std::string_view.
-// - One thread only, const operations included: a walk enrols with its collection.
+// - Change during a walk. The body of a loop may insert, assign and erase
+// anything, the member it
+//   is at included, and clear() or destroy the collection. A member that is
+//   removed before the walk reaches it is not visited, one that is inserted is,
+//   since it stands at the end. A walk ends as soon as its body stops
+//   inserting. Walks nest, and iterators may be kept.
+// - References and pointers to a member (its key, its value) stay valid until
+// that member is
+//   removed: nothing else, growth included, invalidates them. Moving or
+//   swapping the collection takes its members along, iterators too.
+// - What a removed member owns is let go when the collection no longer knows
+// the member and is
+//   complete again, so the destructors of keys and values may use the
+//   collection in any way. (A Value that cannot be moved is destroyed where it
+//   stands: its destructor may do anything but clear or destroy the
+//   collection.)
+// - An empty collection is one pointer. Memory comes with the first member and
+// goes with clear().
+// - Keys need == and Kiv::hashOf. Collections of std::string are searched by
+// std::string_view.
+// - One thread only, const operations included: a walk enrols with its
+// collection.
 //
-// Nothing throws but allocation, the constructors of keys and values, and Kiv::Exception at more
-// than 1073741824 members; a failed insertion changes nothing.
+// Nothing throws but allocation, the constructors of keys and values, and
+// Kiv::Exception at more than 67108860 members; a failed insertion changes
+// nothing.
 
 #include "Kiv/Hash.h"
 #include "Kiv/HashTable.h"
@@ -41,11 +51,10 @@ namespace Kiv {
 
 namespace Detail {
 
-// The upper half of a folded product: a hash() that mixes badly must not make a slow collection.
 template< class Key >
 std::uint32_t
 tableHash( Key const & key ) {
-   return static_cast< std::uint32_t >( hashOf( key ) >> 32 );
+   return static_cast< std::uint32_t >( hashOf( key ) );
 }
 
 template< class Key >
@@ -58,11 +67,11 @@ struct SetMember {
    static auto moveOut( SetMember & m ) { return Detail::moveOut( m.key ); }
 };
 
-// What maps and sets have in common. `Visible` is what a walk shows of a member.
+// What maps and sets have in common. `Visible` is what a walk shows of a
+// member.
 template< class Key, class Member, class Visible >
 class HashCollection {
    using Table = HashTable< Member >;
-   using Entry = typename Table::Entry;
    using Cursor = typename Table::Cursor;
 
  public:
@@ -70,8 +79,9 @@ class HashCollection {
    using value_type = std::remove_const_t< Visible >;
    using size_type = std::uint32_t;
 
-   // Copies stand on the same member and walk on by themselves. Stepping on from a member that was
-   // removed goes to the member that followed it; so does comparing with end().
+   // Copies stand on the same member and walk on by themselves. Stepping on from
+   // a member that was removed goes to the member that followed it; so does
+   // comparing with end().
    template< class Shown >
    class Iterator {
     public:
@@ -119,7 +129,7 @@ class HashCollection {
    HashCollection( HashCollection const & other ) : HashCollection() {
       Cursor from( other.table_, other.firstPlace() );
       for( ; !from.atEnd(); from.advance() ) {
-         table().append( from.entry().hash, from.member() );
+         table().append( other.table_->storage.hashOf( from.slot() ), from.member() );
       }
    }
    HashCollection( HashCollection && other ) noexcept
@@ -156,11 +166,11 @@ class HashCollection {
 
    // Whether the member was there.
    bool erase( KeyArgument< Key > key ) {
-      auto * entry = lookup( key );
-      if( !entry ) {
+      auto slot = slotOf( key );
+      if( slot == 0 ) {
          return false;
       }
-      [[maybe_unused]] auto gone = takeOut( *entry );
+      [[maybe_unused]] auto gone = takeOut( slot );
       return true;
    }
 
@@ -177,9 +187,14 @@ class HashCollection {
    }
 
  protected:
-   Entry * lookup( KeyArgument< Key > key ) const { return lookup( key, tableHash( key ) ); }
-   Entry * lookup( KeyArgument< Key > key, std::uint32_t hash ) const {
+   Member * lookup( KeyArgument< Key > key ) const { return lookup( key, tableHash( key ) ); }
+   Member * lookup( KeyArgument< Key > key, std::uint32_t hash ) const {
       return table_ ? table_->storage.find( hash, key ) : nullptr;
+   }
+
+   // 0 when there is no such key.
+   std::uint32_t slotOf( KeyArgument< Key > key ) const {
+      return table_ ? table_->storage.findSlot( tableHash( key ), key ) : 0;
    }
 
    Table & table() {
@@ -189,11 +204,11 @@ class HashCollection {
       return *table_;
    }
 
-   // Removes the entry and returns what it owned, for the caller to let go last of all.
-   auto takeOut( Entry & entry ) {
-      auto owned = Member::moveOut( entry.member );
-      auto slot = table_->unlink( entry );
-      std::destroy_at( &entry.member );
+   // Removes a member and returns what it owned, for the caller to let go last
+   // of all.
+   auto takeOut( std::uint32_t slot ) {
+      auto owned = Member::moveOut( table_->storage.memberAt( slot ) );
+      table_->unlink( slot );
       table_->storage.release( slot );
       return owned;
    }
@@ -205,12 +220,12 @@ class HashCollection {
 
    template< class Wanted >
    Wanted at( KeyArgument< Key > key ) const {
-      auto * entry = lookup( key );
-      return entry ? Wanted( table_, entry->place ) : Wanted();
+      auto slot = slotOf( key );
+      return slot ? Wanted( table_, table_->storage.placeOf( slot ) ) : Wanted();
    }
 
    Member & firstMember() const {
-      return table_->storage.entryAtPlace( table_->storage.firstPlace() ).member;
+      return table_->storage.memberAtPlace( table_->storage.firstPlace() );
    }
 
    static Visible & shown( Member & member ) {
@@ -232,7 +247,8 @@ class HashMap : public Detail::HashCollection< Key, Detail::MapMember< Key, Valu
 
  public:
    using mapped_type = Value;
-   // { Key const key; Value value; }: what a walk shows, also as `auto & [ key, value ]`.
+   // { Key const key; Value value; }: what a walk shows, also as `auto & [ key,
+   // value ]`.
    using Member = Detail::MapMember< Key, Value >;
 
    struct Inserted {
@@ -242,20 +258,21 @@ class HashMap : public Detail::HashCollection< Key, Detail::MapMember< Key, Valu
 
    // nullptr when there is no such key.
    Value * find( Detail::KeyArgument< Key > key ) {
-      auto * entry = this->lookup( key );
-      return entry ? &entry->member.value : nullptr;
+      auto * member = this->lookup( key );
+      return member ? &member->value : nullptr;
    }
    Value const * find( Detail::KeyArgument< Key > key ) const {
-      auto * entry = this->lookup( key );
-      return entry ? &entry->member.value : nullptr;
+      auto * member = this->lookup( key );
+      return member ? &member->value : nullptr;
    }
 
-   // Leaves a member that is there alone, args included; makes its value from them otherwise.
+   // Leaves a member that is there alone, args included; makes its value from
+   // them otherwise.
    template< class... Args >
    Inserted tryEmplace( Detail::KeyArgument< Key > key, Args &&... args ) {
       auto const hash = Detail::tableHash( key );
-      if( auto * entry = this->lookup( key, hash ) ) {
-         return { &entry->member.value, false };
+      if( auto * member = this->lookup( key, hash ) ) {
+         return { &member->value, false };
       }
       if constexpr( std::is_trivially_constructible_v< Value, Args... > ||
                     !std::is_move_constructible_v< Value > ) {
@@ -263,36 +280,36 @@ class HashMap : public Detail::HashCollection< Key, Detail::MapMember< Key, Valu
       } else {
          // Constructors may use the collection too: look again.
          Value value( std::forward< Args >( args )... );
-         if( auto * entry = this->lookup( key, hash ) ) {
-            return { &entry->member.value, false };
+         if( auto * member = this->lookup( key, hash ) ) {
+            return { &member->value, false };
          }
          return append( hash, key, std::move( value ) );
       }
    }
 
-   // The value that is replaced is let go last, as a removed one is. If that removes the member,
-   // the returned pointer is of no use.
+   // The value that is replaced is let go last, as a removed one is. If that
+   // removes the member, the returned pointer is of no use.
    Inserted insertOrAssign( Detail::KeyArgument< Key > key, Value value ) {
       auto const hash = Detail::tableHash( key );
-      if( auto * entry = this->lookup( key, hash ) ) {
+      if( auto * member = this->lookup( key, hash ) ) {
          if constexpr( std::is_trivially_destructible_v< Value > ) {
-            entry->member.value = std::move( value );
+            member->value = std::move( value );
          } else {
-            std::swap( entry->member.value, value );
+            std::swap( member->value, value );
          }
-         return { &entry->member.value, false };
+         return { &member->value, false };
       }
       return append( hash, key, std::move( value ) );
    }
 
    // Removes the member and returns its value; nullopt when there is none.
    std::optional< Value > extract( Detail::KeyArgument< Key > key ) {
-      auto * entry = this->lookup( key );
-      if( !entry ) {
+      auto slot = this->slotOf( key );
+      if( slot == 0 ) {
          return std::nullopt;
       }
-      std::optional< Value > value( std::move( entry->member.value ) );
-      [[maybe_unused]] auto gone = this->takeOut( *entry );
+      std::optional< Value > value( std::move( this->table_->storage.memberAt( slot ).value ) );
+      [[maybe_unused]] auto gone = this->takeOut( slot );
       return value;
    }
 
@@ -313,8 +330,8 @@ class HashMap : public Detail::HashCollection< Key, Detail::MapMember< Key, Valu
  private:
    template< class... Args >
    Inserted append( std::uint32_t hash, Detail::KeyArgument< Key > key, Args &&... args ) {
-      auto & entry = this->table().append( hash, key, std::forward< Args >( args )... );
-      return { &entry.member.value, true };
+      auto & member = this->table().append( hash, key, std::forward< Args >( args )... );
+      return { &member.value, true };
    }
 };
 

@@ -3,11 +3,12 @@
 
 // What Kiv::HashMap and Kiv::HashSet point to once they hold something.
 //
-// Three parts. Slots: where members live, in segments that double and never move, so a member
-// stays where it is for its whole life; freed slots are used again. Places: the order of
-// insertion, an array of slot numbers with holes where members were removed, squeezed when it is
-// full and half empty. Index: from a hash to slot numbers. A cursor stands on a place, and is told
-// when places change.
+// Three parts. Slots: where members live, in segments that double and never
+// move, so a member stays where it is for its whole life; freed slots are used
+// again. Places: the order of insertion, an array of slot numbers with holes
+// where members were removed, squeezed when it is full and half empty. Index:
+// from a hash to slot numbers. A cursor stands on a place, and is told when
+// places change.
 
 #include "Kiv/Cursor.h"
 #include "Kiv/Exception.h"
@@ -18,6 +19,7 @@
 #include <cstdint>
 #include <memory>
 #include <new>
+#include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -30,33 +32,21 @@ class HashStorage {
  public:
    static constexpr std::uint32_t hole = 0; // no slot has this number
 
-   struct Entry {
-      union {
-         Member member;
-      };
-      std::uint32_t place; // in the order of insertion; of a free slot: the next free slot
-      std::uint32_t hash;
-
-      template< class... Args >
-      explicit Entry( std::uint32_t entryHash, Args &&... args )
-            : member( std::forward< Args >( args )... ), place( 0 ), hash( entryHash ) {}
-      ~Entry() {} // the storage destroys the member
-   };
-
    HashStorage() = default;
    HashStorage( HashStorage const & ) = delete;
    HashStorage & operator=( HashStorage const & ) = delete;
    HashStorage( HashStorage && other ) noexcept { swap( other ); }
    ~HashStorage() {
       destroyMembers();
-      for( std::size_t i = 0; i < segments_.size(); ++i ) {
-         std::allocator< Entry >().deallocate( segments_[ i ], segmentSlots( i ) );
+      for( auto high = firstSegmentBits; high < segments_.size(); ++high ) {
+         std::allocator< Member >().deallocate( segments_[ high ], std::size_t{ 1 } << high );
       }
    }
 
    void swap( HashStorage & other ) noexcept {
       std::swap( index_, other.index_ );
       std::swap( segments_, other.segments_ );
+      std::swap( notes_, other.notes_ );
       std::swap( places_, other.places_ );
       std::swap( live_, other.live_ );
       std::swap( firstPlace_, other.firstPlace_ );
@@ -72,7 +62,8 @@ class HashStorage {
    // Nothing lives before it. Never beyond endPlace().
    std::uint32_t firstPlace() const { return firstPlace_; }
 
-   // The first place from `place` on that somebody lives at, endPlace() when there is none.
+   // The first place from `place` on that somebody lives at, endPlace() when
+   // there is none.
    std::uint32_t liveFrom( std::uint32_t place ) const {
       while( place < endPlace_ && places_[ place ] == hole ) {
          ++place;
@@ -80,93 +71,82 @@ class HashStorage {
       return place;
    }
 
-   Entry & entryAtPlace( std::uint32_t place ) const { return entryAt( places_[ place ] ); }
    std::uint32_t slotAtPlace( std::uint32_t place ) const { return places_[ place ]; }
-   std::uint32_t placeOfSlot( std::uint32_t slot ) const { return entryAt( slot ).place; }
+   Member & memberAtPlace( std::uint32_t place ) const { return memberAt( places_[ place ] ); }
+   std::uint32_t placeOf( std::uint32_t slot ) const { return notes_[ slot ].place; }
+   std::uint32_t hashOf( std::uint32_t slot ) const { return notes_[ slot ].hash; }
+
+   Member & memberAt( std::uint32_t slot ) const { return *memberIn( segments_.data(), slot ); }
 
    template< class Key >
-   Entry * find( std::uint32_t hash, Key const & key ) const {
-      Entry * found = nullptr;
-      index_.find( hash, [ & ]( std::uint32_t slot ) {
-         found = &entryAt( slot );
-         if( found->member.key == key ) [[likely]] {
-            return true;
-         }
-         found = nullptr;
-         return false;
+   Member * find( std::uint32_t hash, Key const & key ) const {
+      return index_.find( hash, [ &key, segments = segments_.data() ]( std::uint32_t slot ) {
+         auto * member = memberIn( segments, slot );
+         return member->key == key ? member : nullptr;
       } );
-      return found;
+   }
+
+   // 0 when there is no such key.
+   template< class Key >
+   std::uint32_t findSlot( std::uint32_t hash, Key const & key ) const {
+      return index_.find( hash, [ & ]( std::uint32_t slot ) {
+         return memberAt( slot ).key == key ? slot : hole;
+      } );
    }
 
    bool placesAreFull() const { return endPlace_ == placesRoom_; }
 
-   // Appends a member whose key is not here, made from args. Needs a place (!placesAreFull()).
-   // When making it throws, nothing has changed.
+   // Appends a member whose key is not here, made from args. Needs a place
+   // (!placesAreFull()). When making it throws, nothing has changed.
    template< class... Args >
-   Entry & append( std::uint32_t hash, Args &&... args ) {
-      if( live_ == index_.limit() ) [[unlikely]] {
-         growIndex();
-      }
+   Member & append( std::uint32_t hash, Args &&... args ) {
       if( freeSlot_ == hole && nextSlot_ == endSlot_ ) [[unlikely]] {
          addSegment();
       }
-      auto const reuse = freeSlot_ != hole;
-      auto const slot = reuse ? freeSlot_ : nextSlot_;
-      auto & room = entryAt( slot );
-      auto const nextFree = reuse ? room.place : hole;
-      try {
-         ::new( static_cast< void * >( &room ) ) Entry( hash, std::forward< Args >( args )... );
-      } catch( ... ) {
-         room.place = nextFree;
-         throw;
-      }
-      if( reuse ) {
-         freeSlot_ = nextFree;
+      auto const slot = freeSlot_ != hole ? freeSlot_ : nextSlot_;
+      auto & member = memberAt( slot );
+      ::new( static_cast< void * >( &member ) ) Member( std::forward< Args >( args )... );
+      auto & note = notes_[ slot ];
+      if( slot == freeSlot_ ) {
+         freeSlot_ = note.place;
       } else {
          ++nextSlot_;
       }
+      note = { endPlace_, hash };
       index_.insert( hash, slot );
-      room.place = endPlace_;
       places_[ endPlace_++ ] = slot;
       ++live_;
-      return room;
+      return member;
    }
 
-   // Takes an entry out of the order and the index; its member still lives, in the slot that is
-   // returned, until release().
-   std::uint32_t unlink( Entry & entry ) {
-      auto const slot = places_[ entry.place ];
-      index_.erase( entry.hash, slot );
-      places_[ entry.place ] = hole;
+   // Takes a member out of the order and the index. It lives on in its slot
+   // until release().
+   void unlink( std::uint32_t slot ) {
+      auto const [ place, hash ] = notes_[ slot ];
+      index_.erase( hash, slot );
+      places_[ place ] = hole;
       --live_;
-      if( entry.place == firstPlace_ ) {
+      if( place == firstPlace_ ) {
          firstPlace_ = liveFrom( firstPlace_ );
       }
-      return slot;
    }
 
+   // Destroys an unlinked member and frees its slot.
    void release( std::uint32_t slot ) {
-      auto & entry = entryAt( slot );
-      entry.place = freeSlot_;
+      std::destroy_at( &memberAt( slot ) );
+      notes_[ slot ].place = freeSlot_;
       freeSlot_ = slot;
    }
 
-   // At least half of the places are holes: what a squeeze costs is then paid by as many appends.
+   // At least half of the places are holes: what a squeeze costs is then paid by
+   // as many appends.
    bool squeezeIsWorthIt() const { return placesRoom_ != 0 && live_ <= placesRoom_ / 2; }
-
-   void growPlaces() {
-      auto room = placesRoom_ == 0 ? firstSegmentSlots : placesRoom_ * 2;
-      auto larger = std::make_unique_for_overwrite< std::uint32_t[] >( room );
-      std::copy( places_.get(), places_.get() + endPlace_, larger.get() );
-      places_ = std::move( larger );
-      placesRoom_ = room;
-   }
 
    void squeezePlaces() {
       std::uint32_t to = 0;
       for( auto from = firstPlace_; from < endPlace_; ++from ) {
          if( auto slot = places_[ from ]; slot != hole ) {
-            entryAt( slot ).place = to;
+            notes_[ slot ].place = to;
             places_[ to++ ] = slot;
          }
       }
@@ -174,54 +154,85 @@ class HashStorage {
       endPlace_ = to;
    }
 
+   void growPlaces() {
+      auto room = placesRoom_ == 0 ? firstSegmentSlots : placesRoom_ * 2;
+      places_ = enlarged( places_, endPlace_, room );
+      placesRoom_ = room;
+   }
+
  private:
-   static constexpr std::uint32_t firstSegmentSlots = 4;
-   static constexpr std::uint32_t maxMembers = 1u << 30;
+   static constexpr unsigned firstSegmentBits = 2;
+   static constexpr std::uint32_t firstSegmentSlots = 1u << firstSegmentBits;
+   static constexpr std::uint32_t maxMembers = ( 1u << 26 ) - firstSegmentSlots;
 
-   static std::size_t segmentSlots( std::size_t i ) {
-      return std::size_t{ firstSegmentSlots } << i;
-   }
+   // What is to be known of a slot beside its member; apart, to keep members
+   // dense.
+   struct Note {
+      std::uint32_t place; // in the order of insertion; of a free slot: the next free slot
+      std::uint32_t hash;
+   };
 
-   // Slot numbers start at 4, so that the highest bit of a number names its segment and the rest
-   // is the position in it.
-   Entry & entryAt( std::uint32_t slot ) const {
-      auto high = 31u - static_cast< unsigned >( std::countl_zero( slot ) );
-      return segments_[ high - 2 ][ slot ^ ( 1u << high ) ];
-   }
-
-   void addSegment() {
-      auto slots = segmentSlots( segments_.size() );
-      segments_.reserve( segments_.size() + 1 );
-      segments_.push_back( std::allocator< Entry >().allocate( slots ) );
-      endSlot_ += static_cast< std::uint32_t >( slots );
-   }
-
-   void growIndex() {
-      if( live_ >= maxMembers ) {
-         throw Exception( "a hash collection holds at most 1073741824 members" );
+   // Slot numbers start at 4. The highest bit of a number names its segment, the
+   // rest is the position in it.
+   static Member * memberIn( Member * const * segments, std::uint32_t slot ) {
+      if( slot == hole ) {
+         __builtin_unreachable(); // countl_zero() need not think of it
       }
-      auto larger = HashIndex::withRoomFor( live_ + 1 );
+      auto const high = 31u ^ static_cast< unsigned >( std::countl_zero( slot ) );
+      return segments[ high ] + ( slot ^ ( 1u << high ) );
+   }
+
+   template< class T >
+   static std::unique_ptr< T[] > enlarged( std::unique_ptr< T[] > const & from, std::uint32_t used,
+                                           std::uint32_t room ) {
+      auto larger = std::make_unique_for_overwrite< T[] >( room );
+      if( from ) {
+         std::copy( from.get(), from.get() + used, larger.get() );
+      }
+      return larger;
+   }
+
+   // As many slots more as there are, at least 4. When this throws, nothing has
+   // changed that shows.
+   void addSegment() {
+      if( nextSlot_ > maxMembers ) {
+         throw Exception( "a hash collection holds at most " + std::to_string( maxMembers ) +
+                          " members" );
+      }
+      auto const end = endSlot_ * 2;
+      auto index = indexFor( end );
+      notes_ = enlarged( notes_, nextSlot_, end );
+      segments_.resize( std::max< std::size_t >( segments_.size(), firstSegmentBits ) );
+      segments_.reserve( segments_.size() + 1 );
+      segments_.push_back( std::allocator< Member >().allocate( endSlot_ ) );
+      index_ = std::move( index );
+      endSlot_ = end;
+   }
+
+   HashIndex indexFor( std::uint32_t endSlot ) const {
+      HashIndex index( endSlot );
       for( auto place = firstPlace_; place < endPlace_; ++place ) {
          if( auto slot = places_[ place ]; slot != hole ) {
-            larger.insert( entryAt( slot ).hash, slot );
+            index.insert( notes_[ slot ].hash, slot );
          }
       }
-      index_ = std::move( larger );
+      return index;
    }
 
    void destroyMembers() {
       if constexpr( !std::is_trivially_destructible_v< Member > ) {
          for( auto place = firstPlace_; place < endPlace_; ++place ) {
             if( auto slot = places_[ place ]; slot != hole ) {
-               std::destroy_at( &entryAt( slot ).member );
+               std::destroy_at( &memberAt( slot ) );
             }
          }
       }
    }
 
    HashIndex index_;
-   std::vector< Entry * > segments_;
-   std::unique_ptr< std::uint32_t[] > places_;
+   std::vector< Member * > segments_;          // by the highest bit of the slots in it
+   std::unique_ptr< Note[] > notes_;           // by slot
+   std::unique_ptr< std::uint32_t[] > places_; // slot numbers, in the order of insertion
    std::uint32_t live_ = 0;
    std::uint32_t firstPlace_ = 0;
    std::uint32_t endPlace_ = 0;
@@ -234,8 +245,8 @@ class HashStorage {
 template< class Member >
 class HashTable;
 
-// A position in a table: on a member, or (its member was removed, or it has walked off the end)
-// before the next member that lives or is yet to come.
+// A position in a table: on a member, or (its member was removed, or it has
+// walked off the end) before the next member that lives or is yet to come.
 template< class Member >
 class HashCursor : public CursorLink {
  public:
@@ -276,10 +287,17 @@ class HashCursor : public CursorLink {
    void advance() {
       place_ += !before_;
       before_ = false;
+      if( table_ ) {
+         place_ = table_->storage.liveFrom( place_ );
+      }
    }
 
-   auto & entry() const { return table_->storage.entryAtPlace( place_ ); }
-   Member & member() const { return entry().member; }
+   // There must be one: !atEnd().
+   std::uint32_t slot() {
+      atEnd();
+      return table_->storage.slotAtPlace( place_ );
+   }
+   Member & member() { return table_->storage.memberAt( slot() ); }
 
    bool sameAs( HashCursor & other ) {
       auto end = atEnd();
@@ -298,7 +316,8 @@ class HashCursor : public CursorLink {
 
    Table * table_ = nullptr;
    std::uint32_t place_ = 0;
-   bool before_ = false; // the member it stood on is gone: the next step is onto place_ itself
+   bool before_ = false; // the member it stood on is gone: the next step is onto
+                         // place_ itself
 };
 
 template< class Member >
@@ -306,7 +325,6 @@ class HashTable {
  public:
    using Storage = HashStorage< Member >;
    using Cursor = HashCursor< Member >;
-   using Entry = typename Storage::Entry;
 
    HashTable() = default;
    HashTable( HashTable const & ) = delete;
@@ -321,20 +339,19 @@ class HashTable {
    }
 
    template< class... Args >
-   Entry & append( std::uint32_t hash, Args &&... args ) {
+   Member & append( std::uint32_t hash, Args &&... args ) {
       if( storage.placesAreFull() ) [[unlikely]] {
          makePlace();
       }
       return storage.append( hash, std::forward< Args >( args )... );
    }
 
-   // The member lives on in the returned slot until storage.release().
-   std::uint32_t unlink( Entry & entry ) {
-      auto slot = storage.unlink( entry );
+   // The member lives on in its slot until storage.release().
+   void unlink( std::uint32_t slot ) {
+      storage.unlink( slot );
       if( storage.size() == 0 ) {
          squeeze();
       }
-      return slot;
    }
 
    // Leaves an empty table, with what was in it in the returned storage.
@@ -366,7 +383,8 @@ class HashTable {
       }
    }
 
-   // Cursors follow the member that they stand on, or before. Meanwhile they hold its slot.
+   // Cursors follow the member that they stand on, or before. Meanwhile they
+   // hold its slot.
    void squeeze() {
       forEachCursor( [ & ]( Cursor & cursor ) {
          auto live = storage.liveFrom( cursor.place_ );
@@ -375,7 +393,7 @@ class HashTable {
       } );
       storage.squeezePlaces();
       forEachCursor( [ & ]( Cursor & cursor ) {
-         cursor.place_ = cursor.place_ != Storage::hole ? storage.placeOfSlot( cursor.place_ )
+         cursor.place_ = cursor.place_ != Storage::hole ? storage.placeOf( cursor.place_ )
                                                         : storage.endPlace();
       } );
    }

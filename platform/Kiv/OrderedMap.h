@@ -7,7 +7,7 @@
 // - Change during a walk. The body of a loop may insert, assign and erase anything, the member it
 //   is at included, and clear() or destroy the collection. A walk goes on behind the key that it
 //   was at, whether or not that is still here: it visits what lives there when it arrives, and
-//   nothing that was inserted before it. An iterator that has reached the end stays there.
+//   nothing that was inserted before it.
 // - References and pointers to a member (its key, its value) stay valid until that member is
 //   removed. Moving or swapping the collection takes its members along, iterators too.
 // - What a removed member owns is let go when the collection no longer knows the member and is
@@ -54,13 +54,20 @@ struct OrderedTree {
    using Nodes = std::set< Member, ByKey >;
    using Node = typename Nodes::iterator;
 
-   // On a member; or behind the key of one that was removed; or at the end.
+   // On a member; or past it, on the way to whatever comes next; or (it was removed) past its key.
    class Cursor : public CursorLink {
     public:
       Cursor() = default;
-      Cursor( OrderedTree * tree, Node node ) : tree_( tree ), node_( node ) { enrol(); }
+      Cursor( OrderedTree * tree, Node node ) {
+         if( node != tree->nodes.end() ) {
+            tree_ = tree;
+            node_ = node;
+            enrol();
+         }
+      }
       Cursor( Cursor const & other )
-            : CursorLink(), tree_( other.tree_ ), node_( other.node_ ), behind_( other.behind_ ) {
+            : CursorLink(), tree_( other.tree_ ), node_( other.node_ ), past_( other.past_ ),
+              removed_( other.removed_ ) {
          enrol();
       }
       Cursor & operator=( Cursor const & other ) {
@@ -68,31 +75,39 @@ struct OrderedTree {
             unlink();
             tree_ = other.tree_;
             node_ = other.node_;
-            behind_.reset();
-            if( other.behind_ ) {
-               behind_.emplace( *other.behind_ );
+            past_ = other.past_;
+            removed_.reset();
+            if( other.removed_ ) {
+               removed_.emplace( *other.removed_ );
             }
             enrol();
          }
          return *this;
       }
 
+      // Goes on to the next member, if it is past one; says whether there is none.
       bool atEnd() {
-         if( tree_ && behind_ ) {
-            toNext();
+         if( tree_ && past_ ) {
+            auto next = removed_ ? tree_->nodes.upper_bound( *removed_ ) : std::next( node_ );
+            if( next != tree_->nodes.end() ) {
+               node_ = next;
+               past_ = false;
+               removed_.reset();
+            }
          }
-         return !tree_ || node_ == tree_->nodes.end();
+         return !tree_ || past_;
       }
 
       void advance() {
-         if( behind_ ) {
-            toNext();
-         } else {
-            ++node_;
-         }
+         past_ = true;
+         atEnd();
       }
 
-      Node node() const { return node_; }
+      // There must be one: !atEnd().
+      Node node() {
+         atEnd();
+         return node_;
+      }
 
       bool sameAs( Cursor & other ) {
          auto end = atEnd();
@@ -100,21 +115,22 @@ struct OrderedTree {
       }
 
       void nodeGoes( Node node ) {
-         if( !behind_ && node_ == node ) {
-            behind_.emplace( node->key );
+         if( !removed_ && node_ == node ) {
+            removed_.emplace( node->key );
+            past_ = true;
          }
       }
 
       void allGo() {
-         if( !atEnd() ) {
-            behind_.emplace( node_->key );
+         if( !removed_ ) {
+            nodeGoes( node_ );
          }
       }
 
       void treeGoes() {
          unlink();
          tree_ = nullptr;
-         behind_.reset();
+         removed_.reset();
       }
 
     private:
@@ -124,14 +140,10 @@ struct OrderedTree {
          }
       }
 
-      void toNext() {
-         node_ = tree_->nodes.upper_bound( *behind_ );
-         behind_.reset();
-      }
-
       OrderedTree * tree_ = nullptr;
       Node node_{};
-      std::optional< Key > behind_; // the key of the member that was removed here
+      bool past_ = false;
+      std::optional< Key > removed_; // the key of the member that was at node_
    };
 
    OrderedTree() = default;
@@ -186,8 +198,8 @@ class OrderedMap {
       bool inserted; // false: the key was there before
    };
 
-   // Copies stand on the same member and walk on by themselves. Stepping on from a member that was
-   // removed goes to the first one behind its key; so does comparing with end().
+   // Copies stand on the same member and walk on by themselves. When its member is removed, an
+   // iterator stands before what comes next; at the end, before what may be added.
    template< class Shown >
    class Iterator {
     public:
@@ -198,9 +210,9 @@ class OrderedMap {
       using pointer = Shown *;
       using reference = Shown &;
 
-      Iterator() = default; // at the end
+      Iterator() = default; // at the end of nothing
 
-      // The member must not have been removed.
+      // There must be a member: not at end().
       Shown & operator*() const { return Tree::member( cursor_.node() ); }
       Shown * operator->() const { return &**this; }
 

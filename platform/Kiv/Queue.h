@@ -65,7 +65,11 @@ struct SequenceTable {
          before_ = false;
       }
 
-      T & member() const { return table_->members[ index_ ]; }
+      // There must be one: !atEnd().
+      T & member() {
+         before_ = false;
+         return table_->members[ index_ ];
+      }
 
       bool sameAs( Cursor & other ) {
          auto end = atEnd();
@@ -179,8 +183,8 @@ class Sequence {
    using value_type = T;
    using size_type = std::uint32_t;
 
-   // Copies stand on the same member and walk on by themselves. Stepping on from a member that was
-   // removed goes to the one that followed it; so does comparing with end().
+   // Copies stand on the same member and walk on by themselves. When its member is removed, an
+   // iterator stands before what comes next; at the end, before what may be added.
    template< class Shown >
    class Iterator {
     public:
@@ -191,9 +195,9 @@ class Sequence {
       using pointer = Shown *;
       using reference = Shown &;
 
-      Iterator() = default; // at the end
+      Iterator() = default; // at the end of nothing
 
-      // The member must not have been removed.
+      // There must be a member: not at end().
       Shown & operator*() const { return cursor_.member(); }
       Shown * operator->() const { return &**this; }
 
