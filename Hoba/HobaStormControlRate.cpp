@@ -55,18 +55,17 @@ meteringSupported( StormControlSmHelper const & platform, MeteringMode mode ) {
 } // namespace
 
 LevelDecision
-decideLevel( StormControlSmHelper const & platform, LevelType levelType,
-             Threshold const & asked ) {
+decideLevel( StormControlSmHelper const & platform, LevelType levelType, Threshold const & asked ) {
    if( !levelSupported( platform, levelType ) ) {
-      return { asked.isDefault() ? notConfigured : levelNotSupported, {} };
+      return { false, asked.isDefault() ? notConfigured : levelNotSupported, {} };
    }
    if( !meteringSupported( platform, asked.mode ) ) {
-      return { meteringModeNotSupported, {} };
+      return { true, meteringModeNotSupported, {} };
    }
    if( asked.level == 0 && asked.rate == 0 && !platform.zeroRateEnabled() ) {
-      return { zeroRateNotSupported, {} };
+      return { false, zeroRateNotSupported, {} };
    }
-   return { asked.isDefault() ? notConfigured : programmed, asked };
+   return { true, asked.isDefault() ? notConfigured : programmed, asked };
 }
 
 std::uint64_t

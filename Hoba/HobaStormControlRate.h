@@ -22,16 +22,12 @@ configuredThreshold( Bridging::StormControl::IntfConfig const & config, LevelTyp
 bool levelSupported( StormControlSmHelper const & platform, LevelType levelType );
 
 struct LevelDecision {
-   // `programmed`, or why nothing is to be programmed; meteringModeNotSupported when the default
-   // threshold is to be programmed in place of what was asked for.
+   // Whether the hardware is to be told at all.
+   bool program;
+   // `programmed`, or why what was asked for is not.
    Bridging::StormControl::LevelState state;
+   // What holds: the default where what was asked for is impossible.
    Bridging::StormControl::Threshold threshold;
-
-   bool program() const {
-      return state == Bridging::StormControl::programmed ||
-             state == Bridging::StormControl::notConfigured ||
-             state == Bridging::StormControl::meteringModeNotSupported;
-   }
 };
 
 // What the platform can do about a threshold, whatever the speed of the interface.

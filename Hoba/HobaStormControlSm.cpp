@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Hoba/HobaStormControlSm.h"
 
+#include "Hoba/HobaAssert.h"
 #include "Hoba/HobaHelper.h"
 #include "Hoba/HobaHook.h"
 #include "Hoba/HobaStormControlRate.h"
 #include "Zipline/Zipline.h"
+
+#include <algorithm>
 
 ZIPLINE_HANDLE( HobaStormControlSm );
 
@@ -55,6 +58,7 @@ StormControlSm::StormControlSm(
       Kiv::Ptr< Mox::TimerWheel const > const & clock )
       : HobaVerifiedSm( commonSmData, "StormControlSm" ), status_( status ),
         platformHelper_( platformHelper ) {
+   HOBA_INVARIANT( status && platformHelper, "storm control works on a status and a platform" );
    configIs( config );
    ethPhyIntfStatusDirIs( ethPhyIntfStatusDir );
    lagInputConfigIs( lagInputConfig );
@@ -70,15 +74,15 @@ StormControlSm::StormControlSmIs(
       Kiv::Ptr< Status > const & status, Kiv::Ptr< StormControlSmHelper > const & platformHelper,
       Kiv::Ptr< Lag::Input::Config const > const & lagInputConfig,
       Kiv::Ptr< Mox::TimerWheel const > const & clock ) {
-   return smIs< StormControlSm >( commonSmData, config, ethPhyIntfStatusDir, status,
-                                  platformHelper, lagInputConfig, clock );
+   return smIs< StormControlSm >( commonSmData, config, ethPhyIntfStatusDir, status, platformHelper,
+                                  lagInputConfig, clock );
 }
 
 void
 StormControlSm::handleInitialized() {
    ZTRACE_ENTRY( 8 );
    if( !initialized() ) {
-      clock()->timeMinIs( Kiv::never );
+      handlePeriod();
       reactorsUninitialize();
       return;
    }
@@ -87,8 +91,10 @@ StormControlSm::handleInitialized() {
       callHook< &Helper::installRules >( platform() );
    }
    removeOrphanedStatus();
-   for( auto const & [ intf, lag ] : lagInputConfig()->notifier()->ethPhyIntfLagConfig() ) {
-      handleEthPhyIntfLagConfig( intf );
+   if( lagInputConfig() ) {
+      for( auto const & [ intf, lag ] : lagInputConfig()->notifier()->ethPhyIntfLagConfig() ) {
+         handleEthPhyIntfLagConfig( intf );
+      }
    }
    reactorsInitialize();
    handlePeriod();
@@ -111,7 +117,9 @@ StormControlSm::handleIntfConfig( Pelt::IntfId const & intf ) {
    if( auto const entity = config()->notifier()->intfConfig( intf ) ) {
       intfConfigIs( intf, entity );
    } else if( auto * reactor = intfConfig( intf ) ) {
-      reactor->doCleanup();
+      if( initialized() ) {
+         reactor->doCleanup();
+      }
       intfConfigDel( intf );
    }
 }
@@ -152,7 +160,14 @@ StormControlSm::KivIntfConfig::doCleanup() {
 template< LevelType levelType >
 void
 StormControlSm::KivIntfConfig::handleLevel() {
-   if( initialized() && isPortChannel( key() ) ) {
+   auto & sm = owner();
+   if( !initialized() ) {
+      if( sm.initialized() && sm.status_->intfStatusHas( key() ) ) {
+         sm.resetStormControlStatusForIntf( key() ); // what is asked for, it waits for
+      }
+      return;
+   }
+   if( isPortChannel( key() ) ) {
       ZTRACE( 5, key(), " updated. Reapplying config" );
    }
    updateLevel( levelType );
@@ -162,7 +177,8 @@ StormControlSm::KivIntfConfig::handleLevel() {
 void
 StormControlSm::KivIntfConfig::handleAllLevel() {
    handleLevel< levelTypeAll >();
-   if( notifier()->all().isDefault() ) {
+   auto const all = decideLevel( owner().platform(), levelTypeAll, notifier()->all() );
+   if( all.threshold.isDefault() ) {
       updateLevel( levelTypeUUcast );
       updateLevel( levelTypeBroadcast );
       updateLevel( levelTypeMulticast );
@@ -184,9 +200,9 @@ StormControlSm::KivIntfConfig::updateLevel( LevelType levelType ) {
       return;
    }
    auto & sm = owner();
-   auto const decision = decideLevel( sm.platform(), levelType,
-                                      configuredThreshold( *notifier(), levelType ) );
-   if( !decision.program() ) {
+   auto const decision =
+         decideLevel( sm.platform(), levelType, configuredThreshold( *notifier(), levelType ) );
+   if( !decision.program ) {
       stateIs( levelType, decision.state );
       return;
    }
@@ -248,7 +264,7 @@ StormControlSm::KivIntfConfig::program( LevelType levelType, Threshold const & t
    if( speed == 0 && state != notConfigured ) {
       state = ports.empty() ? lagHasNoMember : LevelState::speedUnknown;
    }
-   auto const status = sm.status_->intfStatus( key() );
+   auto const status = sm.status_->intfStatusIs( key() );
    status->speedIs( speed );
    levelStatusIs( *status, levelType, { threshold, rate, state } );
 }
@@ -256,11 +272,16 @@ StormControlSm::KivIntfConfig::program( LevelType levelType, Threshold const & t
 // What the hardware holds stays what it was.
 void
 StormControlSm::KivIntfConfig::stateIs( LevelType levelType, LevelState state ) {
-   auto const status = owner().status_->intfStatus( key() );
+   auto const & sm = owner();
+   std::uint64_t speed = 0;
+   for( auto port : sm.portsOf( key() ) ) {
+      speed += sm.calculateSpeedForIntf( port );
+   }
+   auto const status = sm.status_->intfStatusIs( key() );
+   status->speedIs( speed );
    auto value = levelStatus( *status, levelType );
    value.state = state;
    levelStatusIs( *status, levelType, value );
-   status->speedIs( owner().calculateSpeedForIntf( key() ) );
 }
 
 void
@@ -279,6 +300,9 @@ StormControlSm::enable( Pelt::IntfId intf ) {
 
 void
 StormControlSm::disable( Pelt::IntfId intf ) {
+   if( !intfExists( intf ) ) {
+      return;
+   }
    for( auto port : portsOf( intf ) ) {
       for( auto levelType : allLevelTypes ) {
          if( levelSupported( platform(), levelType ) ) {
@@ -299,8 +323,7 @@ StormControlSm::resetStormControlStatusForIntf( Pelt::IntfId intf ) {
    }
    for( auto levelType : allLevelTypes ) {
       bool const asked = !configuredThreshold( *reactor->notifier(), levelType ).isDefault();
-      levelStatusIs( *status, levelType,
-                     { {}, 0, asked ? reactor->obstacle() : notConfigured } );
+      levelStatusIs( *status, levelType, { {}, 0, asked ? reactor->obstacle() : notConfigured } );
    }
 }
 
@@ -329,20 +352,36 @@ StormControlSm::KivIntfConfig::active() const {
    return isPortChannel( key() ) || owner().intfActive( key() );
 }
 
+// While a port changes its LAG the two maps of the shared context disagree for a moment. Then the
+// port is nobody's member, lest two configurations take turns on it.
 std::vector< Pelt::IntfId >
 StormControlSm::portsOf( Pelt::IntfId intf ) const {
    if( !isPortChannel( intf ) ) {
-      return { intf };
+      return intfExists( intf ) ? std::vector{ intf } : std::vector< Pelt::IntfId >{};
    }
    auto ports = commonSmData()->lagToPort( intf ).port;
-   std::erase_if( ports, [ this ]( Pelt::IntfId port ) { return !intfActive( port ); } );
+   std::erase_if( ports, [ & ]( Pelt::IntfId port ) {
+      return lagIntfForIntf( port ) != intf || !intfExists( port ) || !intfActive( port );
+   } );
    return ports;
+}
+
+bool
+StormControlSm::isMember( Pelt::IntfId intf, Pelt::IntfId lag ) const {
+   auto const & ports = commonSmData()->lagToPort( lag ).port;
+   return lagIntfForIntf( intf ) == lag &&
+          std::find( ports.begin(), ports.end(), intf ) != ports.end();
 }
 
 void
 StormControlSm::handleEthPhyIntfStatus( Pelt::IntfId const & intf ) {
    ethPhyIntfStatusIs( intf, ethPhyIntfStatusDir()->notifier()->ethPhyIntfStatus( intf ) );
-   handleSpeed( intf );
+   // A port of which nothing is known is not active either.
+   if( platform().platformSupportsDynamicLogicalPorts() ) {
+      handleEthIntf( intf );
+   } else {
+      handleSpeed( intf );
+   }
 }
 
 void
@@ -380,15 +419,18 @@ StormControlSm::handleEthIntf( Pelt::IntfId const & intf ) {
 
 void
 StormControlSm::handleIntf( Pelt::IntfId const & intf ) {
-   auto * reactor = intfConfig( intf );
-   if( !initialized() || !reactor || reactor->initialized() == intfExists( intf ) ) {
+   if( !initialized() ) {
       return;
    }
-   if( !reactor->initialized() ) {
+   auto * reactor = intfConfig( intf );
+   if( reactor && !reactor->initialized() && intfExists( intf ) ) {
       reactor->handleInitialized();
-   } else {
+   } else if( reactor && reactor->initialized() && !intfExists( intf ) ) {
       reactor->initializedIs( false );
       resetStormControlStatusForIntf( intf );
+   }
+   if( auto const lag = lagIntfForIntf( intf ) ) {
+      enable( lag );
    }
 }
 
@@ -440,17 +482,31 @@ StormControlSm::leaveLag( Pelt::IntfId intf ) {
    if( !own || own->obstacle() != programmed ) {
       disable( intf );
       resetStormControlStatusForIntf( intf );
-   } else {
-      ZTRACE( 3, "Applying config to ", intf, " because it left a lag" );
-      own->applyConfig();
+      return;
    }
+   ZTRACE( 3, "Applying config to ", intf, " because it left a lag" );
+   for( auto levelType : allLevelTypes ) {
+      auto const & asked = configuredThreshold( *own->notifier(), levelType );
+      if( levelSupported( platform(), levelType ) &&
+          !decideLevel( platform(), levelType, asked ).program ) {
+         setHwRate( levelType, intf, intf, calculateSpeedForIntf( intf ), {} );
+      }
+   }
+   own->applyConfig();
 }
 
 void
 StormControlSm::handleLagToPort( Pelt::IntfId const & lag ) {
-   if( initialized() ) {
-      enable( lag );
+   if( !initialized() ) {
+      return;
    }
+   // Who belongs to the LAG and is no active member must not keep levels that nobody follows up.
+   for( auto const & port : Kiv::keysOf( commonSmData()->portToLag() ) ) {
+      if( lagIntfForIntf( port ) == lag && !isMember( port, lag ) ) {
+         disable( port );
+      }
+   }
+   enable( lag );
 }
 
 void
@@ -513,10 +569,10 @@ StormControlSm::KivBurstConfig::handleBurstTime() {
 
 void
 StormControlSm::handlePeriod() {
-   if( !initialized() ) {
+   if( !clock() || !config() ) {
       return;
    }
-   auto const period = config()->notifier()->period();
+   auto const period = initialized() ? config()->notifier()->period() : 0;
    clock()->timeMinIs( period > 0 ? clock()->now() + period : Kiv::never );
 }
 
@@ -545,7 +601,7 @@ StormControlSm::KivIntfConfig::handleTime() {
    }
    ZTRACE( 8, key(), " uucastDrop: ", uucast, " broadcastDrop: ", broadcast,
            " multicastDrop: ", multicast, " allDrop: ", all );
-   auto const status = owner().status_->intfStatus( key() );
+   auto const status = owner().status_->intfStatusIs( key() );
    status->uucastDropIs( uucast );
    status->broadcastDropIs( broadcast );
    status->multicastDropIs( multicast );
@@ -565,8 +621,10 @@ StormControlSm::handleVerify() {
                     callHook< &Helper::verifyAggregateTc >( platform(), trafficClass,
                                                             *reactor->notifier() ) );
    }
-   reportVerify( "platform", callHook< &Helper::verifyPlatformStormControl >(
-                                   platform(), *config()->notifier(), *status_ ) );
+   if( config() ) {
+      reportVerify( "platform", callHook< &Helper::verifyPlatformStormControl >(
+                                      platform(), *config()->notifier(), *status_ ) );
+   }
 }
 
 void
@@ -576,9 +634,13 @@ StormControlSm::KivIntfConfig::handleVerify() {
    }
    auto & sm = owner();
    auto verifyPort = [ & ]( Pelt::IntfId port, Pelt::IntfId parent, IntfConfig const & config ) {
-      sm.reportVerify( Kiv::toText( port ),
-                       callHook< &Helper::verifyPort >( sm.platform(), port, parent,
-                                                        sm.calculateSpeedForIntf( port ), config ) );
+      sm.reportVerify( Kiv::toText( port ), callHook< &Helper::verifyPort >(
+                                                  sm.platform(), port, parent,
+                                                  sm.calculateSpeedForIntf( port ), config ) );
+   };
+   auto verifyDisabled = [ & ] {
+      sm.reportVerify( Kiv::toText( key() ),
+                       callHook< &Helper::verifyEnabled >( sm.platform(), key(), false ) );
    };
    auto const lag = sm.lagIntfForIntf( key() );
    if( isPortChannel( key() ) ) {
@@ -587,12 +649,15 @@ StormControlSm::KivIntfConfig::handleVerify() {
          verifyPort( port, key(), *notifier() );
       }
    } else if( auto const * config = activeConfig(); !config ) {
-      ZTRACE( 5, key(), ": There is no LAG storm-control config, make sure storm-control is disabled" );
-      sm.reportVerify( Kiv::toText( key() ),
-                       callHook< &Helper::verifyEnabled >( sm.platform(), key(), false ) );
+      ZTRACE( 5, key(),
+              ": There is no LAG storm-control config, make sure storm-control is disabled" );
+      verifyDisabled();
+   } else if( !active() || ( lag && !sm.isMember( key(), lag ) ) ) {
+      verifyDisabled();
    } else if( lag ) {
-      ZTRACE( 5, key(), ": Verify storm-control config matches the LAG's config and not the "
-                        "individual config" );
+      ZTRACE( 5, key(),
+              ": Verify storm-control config matches the LAG's config and not the "
+              "individual config" );
       verifyPort( key(), lag, *config );
    } else {
       ZTRACE( 5, key(), " is not part of a LAG, verify its individual config" );

@@ -36,15 +36,14 @@ class StormControlSm : public HobaVerifiedSm {
 
    // Reads `config`, the ports' status and the LAG configuration; writes `status`; calls
    // `platformHelper`. Drop counters are read on `clock`. Nothing is programmed before the owner
-   // says initializedIs( true ).
-   static Kiv::Ptr< StormControlSm >
-   StormControlSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
-                     Kiv::Ptr< Config const > const & config,
-                     Kiv::Ptr< Interface::AllEthPhyIntfStatusDir const > const & ethPhyIntfStatusDir,
-                     Kiv::Ptr< Status > const & status,
-                     Kiv::Ptr< StormControlSmHelper > const & platformHelper,
-                     Kiv::Ptr< Lag::Input::Config const > const & lagInputConfig,
-                     Kiv::Ptr< Mox::TimerWheel const > const & clock );
+   // says initializedIs( true ). What is read, and the clock, may be null: then there is nothing of
+   // it. Throws Kiv::Exception when `status` or `platformHelper` is null.
+   static Kiv::Ptr< StormControlSm > StormControlSmIs(
+         Kiv::Ptr< HobaCommonSmData > const & commonSmData, Kiv::Ptr< Config const > const & config,
+         Kiv::Ptr< Interface::AllEthPhyIntfStatusDir const > const & ethPhyIntfStatusDir,
+         Kiv::Ptr< Status > const & status, Kiv::Ptr< StormControlSmHelper > const & platformHelper,
+         Kiv::Ptr< Lag::Input::Config const > const & lagInputConfig,
+         Kiv::Ptr< Mox::TimerWheel const > const & clock );
    KIV_TYPE( StormControlSm );
 
    void handleInitialized() override;
@@ -52,7 +51,8 @@ class StormControlSm : public HobaVerifiedSm {
 
    // Applies the configuration of the interface, if it has one.
    void enable( Pelt::IntfId intf );
-   // Takes all limits of the interface away, whatever its configuration, its speed, or its LAG.
+   // Takes all limits of the interface away, whatever its configuration, its speed, or its LAG. Of
+   // a LAG, those of its members.
    void disable( Pelt::IntfId intf );
 
    // The port's speed in kbps, 0 when it is not known.
@@ -101,8 +101,11 @@ class StormControlSm : public HobaVerifiedSm {
    void setHwRate( LevelType levelType, Pelt::IntfId intf, Pelt::IntfId parentIntf,
                    std::uint32_t speedKbps, Threshold const & threshold );
    void reportVerify( Kiv::String const & item, Kiv::String const & mismatch );
-   // The ports on which limits of the interface are put: the members of a LAG, a port itself.
+   // The ports on which limits of the interface are put: a port itself, or the members of a LAG, as
+   // far as they are there and active.
    std::vector< Pelt::IntfId > portsOf( Pelt::IntfId intf ) const;
+   // Whether the port is an active member of the LAG, by both maps of the shared context.
+   bool isMember( Pelt::IntfId intf, Pelt::IntfId lag ) const;
    StormControlSmHelper & platform() const { return *platformHelper_; }
 
    class KivConfig : public Kiv::Reactor< KivConfig, Config const, StormControlSm > {
@@ -149,8 +152,7 @@ class StormControlSm : public HobaVerifiedSm {
                      &KivIntfConfig::handleLevel< levelTypeBroadcast > >(),
             Kiv::on< IntfConfig::multicastAttr,
                      &KivIntfConfig::handleLevel< levelTypeMulticast > >(),
-            Kiv::on< IntfConfig::uucastAttr,
-                     &KivIntfConfig::handleLevel< levelTypeUUcast > >(),
+            Kiv::on< IntfConfig::uucastAttr, &KivIntfConfig::handleLevel< levelTypeUUcast > >(),
             Kiv::on< IntfConfig::allAttr, &KivIntfConfig::handleAllLevel >() );
    };
 
@@ -185,9 +187,9 @@ class StormControlSm : public HobaVerifiedSm {
          : public Kiv::Reactor< KivEthPhyIntfStatusDir, Interface::AllEthPhyIntfStatusDir const,
                                 StormControlSm > {
     public:
-      static constexpr auto handlers = Kiv::handlers(
-            Kiv::on< Interface::AllEthPhyIntfStatusDir::ethPhyIntfStatusAttr,
-                     &StormControlSm::handleEthPhyIntfStatus >() );
+      static constexpr auto handlers =
+            Kiv::handlers( Kiv::on< Interface::AllEthPhyIntfStatusDir::ethPhyIntfStatusAttr,
+                                    &StormControlSm::handleEthPhyIntfStatus >() );
    };
 
    class KivEthPhyIntfStatus
@@ -195,8 +197,7 @@ class StormControlSm : public HobaVerifiedSm {
                                 StormControlSm, Pelt::IntfId > {
     public:
       static constexpr auto handlers = Kiv::handlers(
-            Kiv::onChange< Interface::EthPhyIntfStatus::speedAttr,
-                           &StormControlSm::handleSpeed >(),
+            Kiv::onChange< Interface::EthPhyIntfStatus::speedAttr, &StormControlSm::handleSpeed >(),
             Kiv::onChange< Interface::EthPhyIntfStatus::activeAttr,
                            &StormControlSm::handleEthIntf >() );
    };
@@ -209,9 +210,11 @@ class StormControlSm : public HobaVerifiedSm {
                                     &StormControlSm::handleEthPhyIntfLagConfig >() );
    };
 
-   class KivClock : public Kiv::ClockReactor< KivClock, StormControlSm, &StormControlSm::handleTime > {};
+   class KivClock
+         : public Kiv::ClockReactor< KivClock, StormControlSm, &StormControlSm::handleTime > {};
 
-   class KivBogusAcsd : public Kiv::Reactor< KivBogusAcsd, HobaCommonSmData const, StormControlSm > {
+   class KivBogusAcsd
+         : public Kiv::Reactor< KivBogusAcsd, HobaCommonSmData const, StormControlSm > {
     public:
       static constexpr auto handlers = Kiv::handlers(
             Kiv::onChange< HobaCommonSmData::intfAttr, &StormControlSm::handleIntf >(),

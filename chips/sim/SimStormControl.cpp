@@ -133,8 +133,7 @@ StormUnit::inject( Pelt::IntfId intf, LevelType levelType, std::uint64_t packets
    if( !stormPort ) {
       return 0; // nothing was ever limited there
    }
-   auto const ofClass =
-         packetsLetThrough( stormPort->limit( levelType ), packets, bytes, seconds );
+   auto const ofClass = packetsLetThrough( stormPort->limit( levelType ), packets, bytes, seconds );
    auto const ofAll = packetsLetThrough( stormPort->all(), ofClass, bytes, seconds );
    stormPort->dropsInc( levelType, packets - ofClass );
    stormPort->dropsInc( Hoba::levelTypeAll, ofClass - ofAll );
@@ -203,8 +202,8 @@ StormControlHelper::verifyEnabled( Pelt::IntfId intf, bool enabled ) {
 }
 
 Kiv::String
-StormControlHelper::verifyPort( Pelt::IntfId intf, Pelt::IntfId parentIntf,
-                                std::uint32_t speedKbps, IntfConfig const & intfConfig ) {
+StormControlHelper::verifyPort( Pelt::IntfId intf, Pelt::IntfId parentIntf, std::uint32_t speedKbps,
+                                IntfConfig const & intfConfig ) {
    Kiv::String mismatches;
    if( speedKbps == 0 ) {
       return mismatches; // nothing is programmed then, and what stood before may stand
@@ -225,16 +224,16 @@ Kiv::String
 StormControlHelper::verifyLevel( StormLimit const & found, LevelType levelType,
                                  Pelt::IntfId parentIntf, std::uint32_t speedKbps,
                                  IntfConfig const & intfConfig ) const {
-   auto const decision = Hoba::decideLevel(
-         *this, levelType, Hoba::configuredThreshold( intfConfig, levelType ) );
-   if( !decision.program() ) {
+   auto const decision =
+         Hoba::decideLevel( *this, levelType, Hoba::configuredThreshold( intfConfig, levelType ) );
+   if( !decision.program ) {
       return {};
    }
    auto const expected = limitFor( decision.threshold, speedKbps, parentIntf );
    // The all-traffic level takes these limits away; a later change puts one back.
    bool const mayBeSuperseded =
          ( levelType == Hoba::levelTypeBroadcast || levelType == Hoba::levelTypeUUcast ) &&
-         !intfConfig.all().isDefault();
+         !Hoba::decideLevel( *this, Hoba::levelTypeAll, intfConfig.all() ).threshold.isDefault();
    if( found == expected || ( mayBeSuperseded && !found.limited ) ) {
       return {};
    }

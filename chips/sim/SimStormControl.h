@@ -83,7 +83,8 @@ class StormControlHelper : public Hoba::StormControlSmHelper {
    void setHwRate( Hoba::LevelType levelType, Pelt::IntfId intf, Pelt::IntfId parentIntf,
                    std::uint32_t speedKbps, Threshold const & threshold ) override;
    void updateBcastSkipRule( Pelt::IntfId intf, bool skip ) override;
-   void programTcAggregateHwRate( std::uint32_t trafficClass, Threshold const & threshold ) override;
+   void programTcAggregateHwRate( std::uint32_t trafficClass,
+                                  Threshold const & threshold ) override;
    void setBurstTime( Bridging::StormControl::BurstConfig const & burstConfig ) override;
    // The chip needs to know of active members only, which setHwRate() names.
    void handleEthPhyIntfLagConfig( Pelt::IntfId ) override {}
@@ -91,8 +92,9 @@ class StormControlHelper : public Hoba::StormControlSmHelper {
    Kiv::String verifyEnabled( Pelt::IntfId intf, bool enabled ) override;
    Kiv::String verifyPort( Pelt::IntfId intf, Pelt::IntfId parentIntf, std::uint32_t speedKbps,
                            IntfConfig const & intfConfig ) override;
-   Kiv::String verifyAggregateTc( std::uint32_t trafficClass,
-                                  Bridging::StormControl::AggregateTcConfig const & config ) override;
+   Kiv::String
+   verifyAggregateTc( std::uint32_t trafficClass,
+                      Bridging::StormControl::AggregateTcConfig const & config ) override;
    Kiv::String verifyPlatformStormControl( Bridging::StormControl::Config const & config,
                                            Bridging::StormControl::Status const & status ) override;
 
@@ -104,7 +106,9 @@ class StormControlHelper : public Hoba::StormControlSmHelper {
    bool bpsMeteringEnabled() const override { return unit_->bpsMetering(); }
    bool dropCountEnabled() const override { return unit_->dropCount(); }
    bool chipStormControlEnabled() const override { return unit_->chipStormControl(); }
-   bool platformSupportsDynamicLogicalPorts() const override { return unit_->dynamicLogicalPorts(); }
+   bool platformSupportsDynamicLogicalPorts() const override {
+      return unit_->dynamicLogicalPorts();
+   }
 
    std::uint64_t getUUcastDropCnt( Pelt::IntfId intf ) const override;
    std::uint64_t getBcastDropCnt( Pelt::IntfId intf ) const override;

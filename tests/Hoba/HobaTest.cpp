@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "HobaTest.h"
+
+#include "Hoba/HobaStormControlRate.h"
+#include "Kiv/Reflect.h"
+
+#include <algorithm>
+
+KIV_DEFINE( HobaTest::RecordingStormHelper );
+
+namespace HobaTest {
+
+namespace {
+
+std::string
+text( StormControl::Threshold const & threshold ) {
+   if( threshold.isDefault() ) {
+      return " none";
+   }
+   switch( threshold.mode ) {
+   case StormControl::meteringPercent:
+      return " " + Kiv::toText( threshold.level );
+   case StormControl::meteringPps:
+      return " pps " + Kiv::toText( threshold.rate );
+   default:
+      return " bps " + Kiv::toText( threshold.rate );
+   }
+}
+
+} // namespace
+
+void
+RecordingStormHelper::hwInit() {
+   calls.push_back( "hwInit" );
+   StormControlHelper::hwInit();
+}
+
+void
+RecordingStormHelper::installRules() {
+   calls.push_back( "installRules" );
+   StormControlHelper::installRules();
+}
+
+void
+RecordingStormHelper::setHwRate( Hoba::LevelType levelType, Pelt::IntfId intf,
+                                 Pelt::IntfId parentIntf, std::uint32_t speedKbps,
+                                 Threshold const & threshold ) {
+   calls.push_back( std::string( Hoba::levelText( levelType ).substr( 1 ) ) + " " +
+                    Kiv::toText( intf ) +
+                    ( parentIntf == intf ? "" : "(" + Kiv::toText( parentIntf ) + ")" ) + " " +
+                    Kiv::toText( speedKbps ) + text( threshold ) );
+   StormControlHelper::setHwRate( levelType, intf, parentIntf, speedKbps, threshold );
+}
+
+void
+RecordingStormHelper::updateBcastSkipRule( Pelt::IntfId intf, bool skip ) {
+   calls.push_back( "skip " + Kiv::toText( intf ) + ( skip ? " on" : " off" ) );
+   StormControlHelper::updateBcastSkipRule( intf, skip );
+}
+
+void
+RecordingStormHelper::programTcAggregateHwRate( std::uint32_t trafficClass,
+                                                Threshold const & threshold ) {
+   calls.push_back( "tc " + Kiv::toText( trafficClass ) + text( threshold ) );
+   StormControlHelper::programTcAggregateHwRate( trafficClass, threshold );
+}
+
+void
+RecordingStormHelper::setBurstTime( StormControl::BurstConfig const & burstConfig ) {
+   calls.push_back( "burst " + burstConfig.name() + " " + Kiv::toText( burstConfig.burstTime() ) );
+   StormControlHelper::setBurstTime( burstConfig );
+}
+
+void
+RecordingStormHelper::handleEthPhyIntfLagConfig( Pelt::IntfId intf ) {
+   calls.push_back( "lag of " + Kiv::toText( intf ) );
+}
+
+StormWorld::StormWorld()
+      : data( Kiv::make< Hoba::HobaCommonSmData >( "agent" ) ),
+        config( Kiv::make< StormControl::Config >() ),
+        dir( Kiv::make< Interface::AllEthPhyIntfStatusDir >() ),
+        status( Kiv::make< StormControl::Status >() ),
+        lagInput( Kiv::make< Lag::Input::Config >() ), chip( Kiv::make< HobaSim::Chip >() ),
+        helper( Kiv::make< RecordingStormHelper >( chip->stormControl() ) ),
+        clock( Kiv::make< Mox::TimerWheel >() ) {}
+
+StormWorld::~StormWorld() {
+   sm = nullptr;
+   data->cleanup();
+}
+
+void
+StormWorld::create() {
+   sm = Hoba::StormControlSm::StormControlSmIs( data, config, dir, status, helper, lagInput,
+                                                clock );
+}
+
+void
+StormWorld::start() {
+   create();
+   data->handleInitialized();
+   sm->initializedIs( true );
+   helper->take();
+}
+
+void
+StormWorld::portIs( Pelt::IntfId intf, Interface::EthSpeed speed ) {
+   data->intfIs( intf, true );
+   dir->ethPhyIntfStatusIs( intf )->activeIs( true );
+   speedIs( intf, speed );
+}
+
+void
+StormWorld::speedIs( Pelt::IntfId intf, Interface::EthSpeed speed ) {
+   dir->ethPhyIntfStatusIs( intf )->speedIs( speed );
+}
+
+void
+StormWorld::activeIs( Pelt::IntfId intf, bool active ) {
+   dir->ethPhyIntfStatusIs( intf )->activeIs( active );
+}
+
+void
+StormWorld::memberIs( Pelt::IntfId intf, Pelt::IntfId lag ) {
+   data->portToLagIs( intf, lag );
+   lagPortIs( lag, intf );
+}
+
+void
+StormWorld::memberDel( Pelt::IntfId intf ) {
+   auto const lag = data->portToLag( intf );
+   data->portToLagDel( intf );
+   lagPortDel( lag, intf );
+}
+
+void
+StormWorld::lagPortIs( Pelt::IntfId lag, Pelt::IntfId intf ) {
+   auto ports = data->lagToPort( lag );
+   if( std::find( ports.port.begin(), ports.port.end(), intf ) == ports.port.end() ) {
+      ports.port.push_back( intf );
+   }
+   data->lagToPortIs( lag, ports );
+}
+
+void
+StormWorld::lagPortDel( Pelt::IntfId lag, Pelt::IntfId intf ) {
+   auto ports = data->lagToPort( lag );
+   std::erase( ports.port, intf );
+   data->lagToPortIs( lag, ports );
+}
+
+void
+StormWorld::levelIs( Pelt::IntfId intf, Hoba::LevelType levelType, Threshold const & threshold ) {
+   auto const entity = config->intfConfigIs( intf );
+   switch( levelType ) {
+   case Hoba::levelTypeBroadcast:
+      return entity->broadcastIs( threshold );
+   case Hoba::levelTypeMulticast:
+      return entity->multicastIs( threshold );
+   case Hoba::levelTypeUUcast:
+      return entity->uucastIs( threshold );
+   default:
+      return entity->allIs( threshold );
+   }
+}
+
+std::string
+StormWorld::held( Pelt::IntfId intf ) {
+   std::string text;
+   for( auto levelType : Hoba::allLevelTypes ) {
+      auto const port = unit().port( intf );
+      auto const limit = port ? port->limit( levelType ) : HobaSim::StormLimit{};
+      if( limit.limited ) {
+         text += text.empty() ? "" : ", ";
+         text += Hoba::levelText( levelType ).substr( 1 );
+         text += " " + Kiv::toText( limit.rate );
+         text += limit.unit == StormControl::unitPps ? " pps" : "";
+         text += limit.parent == intf ? "" : " of " + Kiv::toText( limit.parent );
+      }
+   }
+   return text.empty() ? "nothing" : text;
+}
+
+StormControl::LevelStatus
+StormWorld::levelStatus( Pelt::IntfId intf, Hoba::LevelType levelType ) {
+   auto const entity = status->intfStatus( intf );
+   if( !entity ) {
+      ADD_FAILURE() << "no status of " << Kiv::toText( intf );
+      return {};
+   }
+   switch( levelType ) {
+   case Hoba::levelTypeBroadcast:
+      return entity->broadcast();
+   case Hoba::levelTypeMulticast:
+      return entity->multicast();
+   case Hoba::levelTypeUUcast:
+      return entity->uucast();
+   default:
+      return entity->all();
+   }
+}
+
+} // namespace HobaTest

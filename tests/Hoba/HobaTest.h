@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// What the tests of the machines share: the balance of allocations, the environment, virtual time,
+// and storm control set up on the simulated chip.
+
+#include "Hoba/HobaStormControlSm.h"
+#include "Kiv/ClockDriver.h"
+#include "Zipline/Reader.h"
+#include "chips/sim/SimChip.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace HobaTest {
+
+using Strings = std::vector< std::string >;
+
+inline std::map< std::string_view, std::uint64_t >
+liveObjects() {
+   std::map< std::string_view, std::uint64_t > live;
+   for( auto const * type : Kiv::Type::all() ) {
+      if( type->live() ) {
+         live[ type->name() ] = type->live();
+      }
+   }
+   return live;
+}
+
+// Sets or unsets an environment variable, and puts it back.
+class Environment {
+ public:
+   explicit Environment( char const * name, char const * value ) : name_( name ) {
+      if( auto const * before = std::getenv( name ) ) {
+         before_ = before;
+      }
+      set( value );
+   }
+   ~Environment() { set( before_ ? before_->c_str() : nullptr ); }
+   Environment( Environment const & ) = delete;
+   Environment & operator=( Environment const & ) = delete;
+
+ private:
+   void set( char const * value ) {
+      if( value ) {
+         setenv( name_, value, 1 );
+      } else {
+         unsetenv( name_ );
+      }
+   }
+   char const * name_;
+   std::optional< std::string > before_;
+};
+
+// Hardware, no simulation, time stands at 100 s; and nothing may be left over at the end.
+class HobaFixture : public testing::Test {
+ protected:
+   HobaFixture() { Kiv::ClockDriver::ambientIs( driver ); }
+   ~HobaFixture() override { EXPECT_EQ( liveObjects(), liveBefore_ ); }
+
+   Kiv::VirtualDriver driver{ 100 };
+
+ private:
+   std::map< std::string_view, std::uint64_t > liveBefore_ = liveObjects();
+   Environment simulation_{ "SIMULATION_VMID", nullptr };
+   Environment noop_{ "HOBA_NOOP_AGENT", nullptr };
+};
+
+// All levels of one trace handle, as messages.
+class Traces {
+ public:
+   explicit Traces( std::string name ) : name_( std::move( name ) ) {
+      Zipline::levelsIs( name_, Zipline::Levels::upTo( 9 ) );
+      since_ = Zipline::extent().end;
+   }
+   ~Traces() { Zipline::levelsDel( name_ ); }
+   Traces( Traces const & ) = delete;
+   Traces & operator=( Traces const & ) = delete;
+
+   // What was traced since the last time.
+   Strings take() {
+      Strings messages;
+      since_ = Zipline::visit( { .since = since_, .handle = name_ },
+                               [ & ]( Zipline::Record const & record ) {
+                                  messages.emplace_back( record.message );
+                                  return true;
+                               } )
+                     .next;
+      return messages;
+   }
+
+ private:
+   std::string const name_;
+   std::uint64_t since_ = 0;
+};
+
+namespace StormControl = Bridging::StormControl;
+
+inline StormControl::Threshold
+percent( std::uint32_t hundredths ) {
+   return { StormControl::meteringPercent, hundredths, 0, StormControl::unitPercent };
+}
+inline StormControl::Threshold
+pps( std::uint32_t rate ) {
+   return { StormControl::meteringPps, 0, rate, StormControl::unitPps };
+}
+inline StormControl::Threshold
+kbps( std::uint32_t rate ) {
+   return { StormControl::meteringBps, 0, rate, StormControl::unitKbps };
+}
+
+// Programs the simulated chip, and says one line of every call: "broadcast Ethernet1 10000000 250",
+// with the LAG behind a member's name, and "none" for the default threshold.
+class RecordingStormHelper : public HobaSim::StormControlHelper {
+   KIV_ENTITY( HobaTest::RecordingStormHelper, HobaSim::StormControlHelper );
+
+ public:
+   using StormControlHelper::StormControlHelper;
+
+   Strings take() { return std::exchange( calls, {} ); }
+   Strings calls;
+
+   void hwInit() override;
+   void installRules() override;
+   void setHwRate( Hoba::LevelType levelType, Pelt::IntfId intf, Pelt::IntfId parentIntf,
+                   std::uint32_t speedKbps, Threshold const & threshold ) override;
+   void updateBcastSkipRule( Pelt::IntfId intf, bool skip ) override;
+   void programTcAggregateHwRate( std::uint32_t trafficClass,
+                                  Threshold const & threshold ) override;
+   void setBurstTime( StormControl::BurstConfig const & burstConfig ) override;
+   void handleEthPhyIntfLagConfig( Pelt::IntfId intf ) override;
+};
+
+// Everything that storm control needs, and itself once start() was called.
+class StormWorld {
+ public:
+   using Threshold = StormControl::Threshold;
+
+   StormWorld();
+   ~StormWorld();
+   StormWorld( StormWorld const & ) = delete;
+   StormWorld & operator=( StormWorld const & ) = delete;
+
+   // Context and machine; nothing is initialized.
+   void create();
+   // Both are initialized. The calls that it took are forgotten.
+   void start();
+
+   // A port that the platform has. Active.
+   void portIs( Pelt::IntfId intf, Interface::EthSpeed speed );
+   void speedIs( Pelt::IntfId intf, Interface::EthSpeed speed );
+   void activeIs( Pelt::IntfId intf, bool active );
+   // In both maps of the context, the port's first; or out of them.
+   void memberIs( Pelt::IntfId intf, Pelt::IntfId lag );
+   void memberDel( Pelt::IntfId intf );
+   void lagPortIs( Pelt::IntfId lag, Pelt::IntfId intf );
+   void lagPortDel( Pelt::IntfId lag, Pelt::IntfId intf );
+   void levelIs( Pelt::IntfId intf, Hoba::LevelType levelType, Threshold const & threshold );
+
+   // "limited" kinds with their rates: "broadcast 250000, all 5000 pps of Port-Channel1".
+   std::string held( Pelt::IntfId intf );
+   StormControl::LevelStatus levelStatus( Pelt::IntfId intf, Hoba::LevelType levelType );
+   HobaSim::StormUnit & unit() { return *chip->stormControl(); }
+
+   Kiv::Ptr< Hoba::HobaCommonSmData > data;
+   Kiv::Ptr< StormControl::Config > config;
+   Kiv::Ptr< Interface::AllEthPhyIntfStatusDir > dir;
+   Kiv::Ptr< StormControl::Status > status;
+   Kiv::Ptr< Lag::Input::Config > lagInput;
+   Kiv::Ptr< HobaSim::Chip > chip;
+   Kiv::Ptr< RecordingStormHelper > helper;
+   Kiv::Ptr< Mox::TimerWheel > clock;
+   Kiv::Ptr< Hoba::StormControlSm > sm;
+};
+
+} // namespace HobaTest
