@@ -4,7 +4,8 @@
 #    agent/common/*.cpp    hoba-agent-common   what both ends of the socket share
 #    agent/**/*.cpp        hoba-agent-core     the agent without its main
 #    agent/main.cpp        hoba-agent
-#    agent/hobactl/*.cpp   hobactl-core, and hobactl from its main.cpp; needs no part of the library
+#    agent/hobactl/*.cpp   hobactl-core, and hobactl from its main.cpp; of the library it needs but the
+#                          data types of the platform
 
 find_package(nlohmann_json REQUIRED)
 find_package(CLI11 REQUIRED)
@@ -28,7 +29,7 @@ endfunction()
 
 file(GLOB hobaCommonSources CONFIGURE_DEPENDS "${hobaAgentDir}/common/*.cpp")
 hoba_agent_part(hoba-agent-common SOURCES ${hobaCommonSources}
-  LINK nlohmann_json::nlohmann_json CLI11::CLI11 Threads::Threads)
+  LINK Hoba::Platform nlohmann_json::nlohmann_json CLI11::CLI11 Threads::Threads)
 
 file(GLOB_RECURSE hobaAgentSources CONFIGURE_DEPENDS "${hobaAgentDir}/*.cpp")
 list(FILTER hobaAgentSources EXCLUDE REGEX "/agent/(main\\.cpp|common/|hobactl/)")

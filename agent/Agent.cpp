@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "agent/Agent.h"
+
+#include "agent/DatabaseCommands.h"
+#include "agent/TraceCommands.h"
+#include "agent/common/File.h"
+#include "agent/common/Json.h"
+
+#include <csignal>
+#include <cstdio>
+
+namespace HobaAgent {
+
+namespace {
+
+// Hands the value in a JSON file to `use`, and says of what goes wrong in which file it did.
+template< class Use >
+void
+inFile( std::string const & file, Use use ) {
+   auto const tree = parseJsonFile( file );
+   try {
+      use( tree );
+   } catch( Kiv::Exception const & error ) {
+      throw Kiv::Exception( file + ": " + error.what() );
+   }
+}
+
+} // namespace
+
+Agent::Agent( AgentOptions const & options ) : recorder_( recordedEvents ) {
+   // First, so that a second agent does not get as far as the hardware.
+   server_ = std::make_unique< Server >( loop_, commands_, options.socket );
+   addDatabaseCommands( commands_, database_, loop_ );
+   addTraceCommands( commands_, recorder_ );
+   features_ = std::make_unique< Features >(
+         database_, commands_, [ this ]( Kiv::String const & reason ) { restart( reason ); } );
+   configure( options );
+   features_->start();
+}
+
+void
+Agent::configure( AgentOptions const & options ) {
+   if( !options.sim.empty() ) {
+      inFile( options.sim,
+              [ & ]( Kiv::Datum const & tree ) { database_.set( "/sim/chip", tree ); } );
+   }
+   if( !options.configDb.empty() ) {
+      inFile( options.configDb, [ & ]( Kiv::Datum const & tree ) {
+         for( auto const & line : features_->importConfigDb( tree ) ) {
+            std::printf( "import: %s\n", line.c_str() );
+         }
+      } );
+   }
+   if( !options.config.empty() ) {
+      inFile( options.config, [ & ]( Kiv::Datum const & tree ) { database_.apply( tree ); } );
+   }
+}
+
+void
+Agent::restart( Kiv::String const & reason ) {
+   std::fprintf( stderr, "hoba-agent: restarts: %s\n", reason.c_str() );
+   restartWanted_ = true;
+   loop_.stop();
+}
+
+void
+Agent::run() {
+   loop_.stopOn( { SIGINT, SIGTERM } );
+   loop_.run();
+}
+
+} // namespace HobaAgent

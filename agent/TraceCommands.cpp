@@ -1,0 +1,217 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "agent/TraceCommands.h"
+
+#include "Kiv/Type.h"
+#include "Zipline/Control.h"
+#include "Zipline/Reader.h"
+
+#include <limits>
+
+namespace HobaAgent {
+
+using Kiv::Datum;
+using Kiv::String;
+
+namespace {
+
+// An answer holds no more records than this; the next question goes on where it ended.
+constexpr std::size_t maxRecords = 20'000;
+
+Datum
+recordDatum( Zipline::Record const & record ) {
+   Datum datum( Datum::Object{} );
+   datum.add( "sequence", record.sequence );
+   datum.add( "time", record.time );
+   datum.add( "handle", record.handle );
+   datum.add( "level", record.level );
+   datum.add( "file", record.file );
+   datum.add( "line", record.line );
+   datum.add( "function", record.function );
+   datum.add( "message", record.message );
+   return datum;
+}
+
+Datum
+records( Request const & request ) {
+   Zipline::Query query;
+   query.since = request.value< std::uint64_t >( "since" );
+   query.handle = request.text( "handle" );
+   query.levels = request.value( "levels", Zipline::Levels( Zipline::allLevelBits ) );
+   query.text = request.text( "text" );
+   query.last = std::min( request.value( "last", maxRecords ), maxRecords );
+   Datum::Array all;
+   auto progress = Zipline::visit( query, [ & ]( Zipline::Record const & record ) {
+      all.push_back( recordDatum( record ) );
+      return true;
+   } );
+   Datum answer( Datum::Object{} );
+   answer.add( "records", std::move( all ) );
+   answer.add( "next", progress.next );
+   answer.add( "lost", progress.lost );
+   return answer;
+}
+
+Datum
+handles() {
+   TableAnswer table( { "HANDLE", "LEVELS", "SET", "FILES" } );
+   for( auto const & handle : Zipline::handles() ) {
+      table.row( { handle.name, Kiv::toText( handle.levels ), handle.configured, handle.handles } );
+   }
+   table.note( "handles that are not set have levels " + Kiv::toText( Zipline::defaultLevels() ) );
+   return table.take();
+}
+
+Datum
+levels( Request const & request ) {
+   auto name = request.text( "handle" );
+   auto text = request.text( "levels" );
+   if( text == "default" && name != "*" ) {
+      Zipline::levelsDel( name );
+      return {};
+   }
+   auto wanted = Kiv::inPlace( "levels", [ & ] { return Zipline::Levels::parse( text ); } );
+   if( name == "*" ) {
+      Zipline::defaultLevelsIs( wanted );
+   } else {
+      Zipline::levelsIs( name, wanted );
+   }
+   return {};
+}
+
+Datum
+record( Kiv::DispatchRecorder & recorder, Request const & request ) {
+   auto state = request.text( "state" );
+   if( state != "on" && state != "off" ) {
+      Kiv::parseFailed( state, "on or off" );
+   }
+   if( state == "on" && !recorder.active() ) {
+      recorder.clear();
+   }
+   recorder.activeIs( state == "on" );
+   return {};
+}
+
+Datum
+types() {
+   TableAnswer table( { "TYPE", "LIVE", "MADE" } );
+   for( auto const * type : Kiv::Type::all() ) {
+      table.row( { type->name(), type->live(), type->made() } );
+   }
+   return table.take();
+}
+
+std::string_view
+kindName( Kiv::DispatchRecorder::Kind kind ) {
+   constexpr std::string_view names[] = { "write", "handler", "hook", "timeout", "input" };
+   return names[ static_cast< std::size_t >( kind ) ];
+}
+
+double
+microseconds( Kiv::Seconds seconds ) {
+   // To the nanosecond: the rest is noise of the subtraction.
+   return static_cast< double >( static_cast< std::int64_t >( seconds * 1e9 + 0.5 ) ) / 1000;
+}
+
+} // namespace
+
+Datum
+causalTree( Kiv::DispatchRecorder const & recorder, std::size_t count ) {
+   auto const & events = recorder.events();
+   std::vector< std::size_t > depths( events.size() );
+   std::vector< std::size_t > roots;
+   for( std::size_t i = 0; i != events.size(); ++i ) {
+      auto parent = events[ i ].parent;
+      if( parent && parent >= events.front().id ) {
+         depths[ i ] = depths[ parent - events.front().id ] + 1;
+      } else {
+         roots.push_back( i );
+      }
+   }
+   TableAnswer table( { "AT us", "TOOK us", "KIND", "EVENT" } );
+   auto begin = roots.empty()           ? events.size()
+                : roots.size() <= count ? roots.front()
+                                        : roots[ roots.size() - count ];
+   Kiv::Seconds origin = 0;
+   for( auto i = begin; i < events.size(); ++i ) {
+      auto const & event = events[ i ];
+      origin = depths[ i ] ? origin : event.begin;
+      table.row( { microseconds( event.begin - origin ),
+                   event.end > 0 ? Datum( microseconds( event.end - event.begin ) ) : Datum(),
+                   kindName( event.kind ), String( 2 * depths[ i ], ' ' ) + event.text } );
+   }
+   if( !recorder.active() ) {
+      table.note( "recording is off; turn it on with: trace record on" );
+   }
+   if( recorder.dropped() ) {
+      table.note( std::to_string( recorder.dropped() ) + " older events made room" );
+   }
+   return table.take();
+}
+
+Datum
+traceEvents( Kiv::DispatchRecorder const & recorder ) {
+   Datum::Array events;
+   auto event = [ & ]( std::string_view name, std::string_view category, char const * phase,
+                       Kiv::Seconds time ) {
+      Datum datum( Datum::Object{} );
+      datum.add( "name", name );
+      datum.add( "cat", category );
+      datum.add( "ph", phase );
+      datum.add( "ts", microseconds( time ) );
+      datum.add( "pid", 1 );
+      datum.add( "tid", 1 );
+      return datum;
+   };
+   for( auto const & each : recorder.events() ) {
+      auto datum = event( each.text, kindName( each.kind ), "X", each.begin );
+      datum.add( "dur", each.end > 0 ? microseconds( each.end - each.begin ) : 0.0 );
+      Datum details( Datum::Object{} );
+      details.add( "id", each.id );
+      details.add( "cause", each.parent );
+      datum.add( "args", std::move( details ) );
+      events.push_back( std::move( datum ) );
+   }
+   Datum answer( Datum::Object{} );
+   answer.add( "displayTimeUnit", "ns" );
+   answer.add( "traceEvents", std::move( events ) );
+   return answer;
+}
+
+void
+addTraceCommands( Commands & commands, Kiv::DispatchRecorder & recorder ) {
+   commands.add( { .name = "trace",
+                   .help = "trace records, oldest first",
+                   .arguments = { { "handle", "only of this source file" },
+                                  { "levels", "only of these levels, as in 0-5,9" },
+                                  { "text", "only with this text in the message" },
+                                  { "last", "only so many, the newest" },
+                                  { "since", "only from this sequence number on" } },
+                   .handler = records } );
+   commands.add( { .name = "trace handles",
+                   .help = "the source files that trace, and their levels",
+                   .handler = []( Request const & ) { return handles(); } } );
+   commands.add( { .name = "trace levels",
+                   .help = "set what a source file traces",
+                   .arguments = { { "handle", "its name; * for all that have not been set", true },
+                                  { "levels", "as in 0-5,9, or all, none, default", true } },
+                   .handler = levels } );
+   commands.add(
+         { .name = "trace record",
+           .help = "start or stop recording what causes what",
+           .arguments = { { "state", "on or off", true } },
+           .handler = [ & ]( Request const & request ) { return record( recorder, request ); } } );
+   commands.add( { .name = "trace tree",
+                   .help = "what the last input or timer caused, as recorded",
+                   .arguments = { { "count", "of so many last ones; 1 if it is left out" } },
+                   .handler = [ & ]( Request const & request ) {
+                      return causalTree( recorder, request.value< std::size_t >( "count", 1 ) );
+                   } } );
+   commands.add( { .name = "trace export",
+                   .help = "all that is recorded, for trace viewers",
+                   .handler = [ & ]( Request const & ) { return traceEvents( recorder ); } } );
+   commands.add( { .name = "types",
+                   .help = "how many objects of every class exist, and were made",
+                   .handler = []( Request const & ) { return types(); } } );
+}
+
+} // namespace HobaAgent

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "agent/Agent.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <exception>
+#include <unistd.h>
+
+namespace {
+
+// Serves until the end; whether the agent is to be started again.
+bool
+served( HobaAgent::AgentOptions const & options ) {
+   HobaAgent::Agent agent( options );
+   std::printf( "hoba-agent: serving at %s\n", options.socket.c_str() );
+   std::fflush( stdout );
+   agent.run();
+   return agent.restartWanted();
+}
+
+} // namespace
+
+int
+main( int argc, char ** argv ) {
+   HobaAgent::AgentOptions options;
+   CLI::App app(
+         "The forwarding agent: keeps the state database, runs the machines, programs the chip.",
+         "hoba-agent" );
+   app.add_option( "--config", options.config, "Startup configuration, a JSON file" )
+         ->type_name( "FILE" );
+   app.add_option( "--config-db", options.configDb,
+                   "Configuration to import, of the config_db.json shape; --config comes on top" )
+         ->type_name( "FILE" );
+   app.add_option( "--socket", options.socket, "Where hobactl finds this agent" )
+         ->type_name( "PATH" )
+         ->capture_default_str();
+   app.add_option( "--sim", options.sim, "Description of the simulated chip, a JSON file" )
+         ->type_name( "FILE" );
+   try {
+      app.parse( argc, argv );
+   } catch( CLI::ParseError const & error ) {
+      if( error.get_exit_code() == 0 ) {
+         return app.exit( error );
+      }
+      std::fprintf( stderr, "hoba-agent: %s\n", error.what() );
+      return 2;
+   }
+   try {
+      if( !served( options ) ) {
+         return 0;
+      }
+      // A fresh process, with nothing left of what went wrong.
+      execv( "/proc/self/exe", argv );
+      std::perror( "hoba-agent: cannot restart" );
+      return 1;
+   } catch( std::exception const & error ) {
+      std::fprintf( stderr, "hoba-agent: %s\n", error.what() );
+      return 1;
+   }
+}
