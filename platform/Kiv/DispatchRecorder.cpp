@@ -66,9 +66,9 @@ DispatchRecorder::end( std::uint64_t id ) {
 }
 
 void
-DispatchRecorder::Scope::begin( Kind kind, String text ) {
+DispatchRecorder::Scope::begin( Kind kind, std::string_view text ) {
    recorder_ = Dispatch::recorder;
-   id_ = recorder_->begin( kind, std::move( text ) );
+   id_ = recorder_->begin( kind, String( text ) );
 }
 
 void

@@ -54,7 +54,7 @@ class DispatchRecorder {
     public:
       Scope( Kind kind, std::string_view text ) {
          if( Dispatch::recorder ) [[unlikely]] {
-            begin( kind, String( text ) );
+            begin( kind, text );
          }
       }
       // `makeText` is called only if the event is recorded.
@@ -74,7 +74,7 @@ class DispatchRecorder {
       Scope & operator=( Scope const & ) = delete;
 
     private:
-      void begin( Kind kind, String text );
+      void begin( Kind kind, std::string_view text );
       void end();
       DispatchRecorder * recorder_ = nullptr; // null unless the event is recorded
       std::uint64_t id_ = 0;

@@ -49,13 +49,30 @@ class Entity : public PtrInterface {
  private:
    friend class PtrInterface::NotifieeConst;
 
+   // What the loop needs next is in registers, unless a handler made somebody leave.
    void visit( AttributeId const & attribute, void const * key ) const {
-      Dispatch::Frame frame( notifiees_, notifiees_->previous_ );
-      do {
-         auto * notifiee = frame.next;
-         frame.next = notifiee == frame.last ? nullptr : notifiee->next_;
+      auto * notifiee = notifiees_;
+      auto * last = notifiee->previous_;
+      Dispatch::Round round;
+      round.last = last;
+      Dispatch::InFlight const inFlight( round );
+      for( ;; ) {
+         auto * next = notifiee->next_;
+         round.next = next;
          notifiee->onAttribute( attribute, key );
-      } while( frame.next );
+         if( notifiee == last ) [[likely]] {
+            return;
+         }
+         if( round.moved ) [[unlikely]] {
+            round.moved = false;
+            next = round.next;
+            last = round.last;
+            if( !next ) {
+               return;
+            }
+         }
+         notifiee = next;
+      }
    }
    void recordChange( AttributeId const & attribute, void const * key ) const;
 

@@ -28,7 +28,7 @@ PtrInterface::bitIs( std::uint32_t bit, bool set ) {
 
 void
 PtrInterface::hasNotificationActiveIs( bool active ) {
-   bitIs( activeBit, active );
+   bitIs( silentBit, !active );
 }
 
 void

@@ -34,7 +34,7 @@ class PtrInterface {
    virtual Type const & fwkType() const = 0;
    virtual ~PtrInterface() = default;
 
-   bool hasNotificationActive() const { return word() & activeBit; }
+   bool hasNotificationActive() const { return !( word() & silentBit ); }
    // A marked object is on its way out: it ignores all further notifications.
    bool kivMarkedForDeletion() const { return word() & markedBit; }
    void kivMarkedForDeletionIs( bool marked ) { bitIs( markedBit, marked ); }
@@ -63,14 +63,14 @@ class PtrInterface {
  protected:
    enum class Lifetime { anyThread, eventLoop };
    explicit PtrInterface( Lifetime lifetime = Lifetime::anyThread )
-         : word_( lifetime == Lifetime::eventLoop ? 1 | eventLoopBit : 1 ) {}
+         : word_( lifetime == Lifetime::eventLoop ? 1 | silentBit | eventLoopBit : 1 | silentBit ) {}
 
    // Both conditions of hearing anything, in one look.
-   bool live() const { return ( word() & ( activeBit | markedBit ) ) == activeBit; }
+   bool live() const { return word() < silentBit; }
 
  private:
    static constexpr std::uint32_t markedBit = 1u << 31;
-   static constexpr std::uint32_t activeBit = 1u << 30;
+   static constexpr std::uint32_t silentBit = 1u << 30; // notifications are not active
    static constexpr std::uint32_t eventLoopBit = 1u << 29;
    static constexpr std::uint32_t countMask = eventLoopBit - 1;
 

@@ -92,7 +92,7 @@ class Reactor : public PtrInterface::NotifieeConst {
    }
 
    void onAttribute( AttributeId const & attribute, void const * key ) final {
-      if( live() ) {
+      if( live() ) [[likely]] {
          DerivedT::handlers.dispatch( static_cast< DerivedT & >( *this ), attribute, key );
       }
    }
@@ -133,7 +133,7 @@ struct HandlerClass< void ( C::* )( Args... ) > {
 // Calls `handler` on the reactor or on its owner, with what it takes: see the head of this file.
 template< auto handler, class R, class... AttributeKey >
 void
-callHandler( R & reactor, AttributeKey const &... key ) {
+invokeHandler( R & reactor, AttributeKey const &... key ) {
    auto & target = [ & ]() -> auto & {
       if constexpr( std::is_base_of_v< typename HandlerClass< decltype( handler ) >::type, R > ) {
          return reactor;
@@ -143,7 +143,6 @@ callHandler( R & reactor, AttributeKey const &... key ) {
    }();
    using Target = decltype( target );
    using ReactorKey = typename R::Key;
-   DispatchRecorder::Scope recorded( DispatchRecorder::Kind::handler, handlerName< handler >() );
    if constexpr( std::is_invocable_v< decltype( handler ), Target, AttributeKey const &... > ) {
       ( target.*handler )( key... );
    } else if constexpr( std::is_invocable_v< decltype( handler ), Target > ) {
@@ -152,6 +151,24 @@ callHandler( R & reactor, AttributeKey const &... key ) {
       static_assert( std::is_invocable_v< decltype( handler ), Target, ReactorKey const & >,
                      "a handler takes nothing, the attribute's key, or the reactor's key" );
       ( target.*handler )( reactor.key() );
+   }
+}
+
+// Apart, so that nothing of it is in the way while nobody records.
+template< auto handler, class R, class... AttributeKey >
+[[gnu::noinline, gnu::cold]] void
+recordHandler( R & reactor, AttributeKey const &... key ) {
+   DispatchRecorder::Scope recorded( DispatchRecorder::Kind::handler, handlerName< handler >() );
+   invokeHandler< handler >( reactor, key... );
+}
+
+template< auto handler, class R, class... AttributeKey >
+void
+callHandler( R & reactor, AttributeKey const &... key ) {
+   if( Dispatch::recorder ) [[unlikely]] {
+      recordHandler< handler >( reactor, key... );
+   } else {
+      invokeHandler< handler >( reactor, key... );
    }
 }
 
