@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Hoba/HobaHelper.h"
+#include "agent/features/FeatureCommands.h"
+
+// What happens to a switch from outside, for one that is simulated: cables, speeds, LAG membership,
+// traffic, and a chip that forgets what it was told.
+
+namespace HobaAgent {
+
+using Hoba::LevelType;
+using Kiv::Datum;
+using Kiv::String;
+
+namespace {
+
+template< class Id >
+Id
+idOf( Request const & request, char const * argument ) {
+   return Kiv::inPlace( argument, [ & ] { return Id::parse( request.text( argument ) ); } );
+}
+
+Pelt::EthIntfId
+portIdOf( Request const & request ) {
+   return idOf< Pelt::EthIntfId >( request, "port" );
+}
+
+Kiv::Ptr< Feeders::PortConfig >
+portOf( Switch & sw, Request const & request ) {
+   auto const intf = portIdOf( request );
+   auto const port = sw.feederConfig->port( intf );
+   if( !port ) {
+      throw Kiv::ParseError( Kiv::toText( intf ) + " is not a port of this switch" );
+   }
+   return port;
+}
+
+Datum
+simLink( Switch & sw, Request const & request ) {
+   auto const port = portOf( sw, request );
+   auto const state = request.text( "state" );
+   if( state != "up" && state != "down" ) {
+      Kiv::parseFailed( state, "up or down" );
+   }
+   port->linkUpIs( state == "up" );
+   return {};
+}
+
+Datum
+simSpeed( Switch & sw, Request const & request ) {
+   auto const port = portOf( sw, request );
+   port->speedIs( request.value< std::uint32_t >( "mbps" ) );
+   return {};
+}
+
+Datum
+simLag( Switch & sw, Request const & request ) {
+   auto const port = portIdOf( request );
+   portOf( sw, request );
+   auto const lag = request.text( "lag" );
+   if( lag == "none" ) {
+      sw.lagInputConfig->ethPhyIntfLagConfigDel( port );
+      return {};
+   }
+   auto const lagId = idOf< Pelt::PortChannelIntfId >( request, "lag" );
+   sw.feederConfig->lagIs( lagId );
+   sw.lagInputConfig->ethPhyIntfLagConfigIs( port, lagId );
+   return {};
+}
+
+LevelType
+trafficOf( Request const & request ) {
+   auto const traffic = request.text( "traffic" );
+   if( traffic == "broadcast" ) {
+      return Hoba::levelTypeBroadcast;
+   }
+   if( traffic == "multicast" ) {
+      return Hoba::levelTypeMulticast;
+   }
+   if( traffic == "uucast" ) {
+      return Hoba::levelTypeUUcast;
+   }
+   Kiv::parseFailed( traffic, "broadcast, multicast or uucast" );
+}
+
+Datum
+simDrop( Switch & sw, Request const & request ) {
+   auto const port = portIdOf( request );
+   portOf( sw, request );
+   auto const packets = request.value< std::uint64_t >( "packets" );
+   auto const dropped = sw.chip->stormControl()->inject(
+         port, trafficOf( request ), packets, request.value< std::uint32_t >( "bytes", 64 ),
+         request.value< double >( "seconds", 1.0 ) );
+   return "dropped " + Kiv::toText( dropped ) + " of " + Kiv::toText( packets ) + " packets";
+}
+
+Datum
+simForget( Switch & sw, Request const & request ) {
+   auto const port = portIdOf( request );
+   portOf( sw, request );
+   sw.chip->stormControl()->portDel( port );
+   return {};
+}
+
+} // namespace
+
+void
+addSimCommands( Commands & commands, Switch & sw ) {
+   auto const add = [ & ]( char const * name, char const * help, std::vector< Argument > arguments,
+                           Datum ( *handler )( Switch &, Request const & ) ) {
+      commands.add( { .name = name,
+                      .help = help,
+                      .arguments = std::move( arguments ),
+                      .handler = [ &sw, handler ]( Request const & request ) {
+                         return handler( sw, request );
+                      },
+                      .isInput = true } );
+   };
+   Argument const port{ "port", "The port", true };
+   add( "sim link", "Plugs the cable of a port in, or pulls it",
+        { port, { "state", "up or down", true } }, &simLink );
+   add( "sim speed", "The speed at which a port runs",
+        { port, { "mbps", "In Mb/s; 0 for unknown", true } }, &simSpeed );
+   add( "sim lag", "Puts a port into a LAG, or out of all",
+        { port, { "lag", "The LAG, or none", true } }, &simLag );
+   add( "sim drop", "Sends traffic into a port; tells what its limits dropped",
+        { port,
+          { "traffic", "broadcast, multicast or uucast", true },
+          { "packets", "How many", true },
+          { "bytes", "Size of each; 64 unless given" },
+          { "seconds", "Within which they come; 1 unless given" } },
+        &simDrop );
+   add( "sim forget", "Makes the chip forget the limits of a port, for verification to find",
+        { port }, &simForget );
+}
+
+} // namespace HobaAgent

@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Hoba/HobaHelper.h"
+#include "Hoba/HobaStormControlRate.h"
+#include "agent/features/FeatureCommands.h"
+
+#include <cstdio>
+
+namespace HobaAgent {
+
+using namespace Bridging::StormControl;
+using Hoba::LevelType;
+using Kiv::Datum;
+using Kiv::String;
+
+namespace {
+
+String
+thresholdText( Threshold const & threshold ) {
+   switch( threshold.mode ) {
+   case meteringPps:
+      return Kiv::toText( threshold.rate ) + " pps";
+   case meteringBps:
+      return Kiv::toText( threshold.rate ) +
+             ( threshold.unit == unitBps    ? " bps"
+               : threshold.unit == unitMbps ? " Mbps"
+                                            : " kbps" );
+   default: {
+      char text[ 32 ];
+      std::snprintf( text, sizeof text, "%u.%02u%%", threshold.level / 100, threshold.level % 100 );
+      return text;
+   }
+   }
+}
+
+String
+limitText( HobaSim::StormLimit const & limit ) {
+   if( !limit.limited ) {
+      return "-";
+   }
+   return Kiv::toText( limit.rate ) + ( limit.unit == unitPps ? " pps" : " kbps" );
+}
+
+LevelStatus const &
+levelStatus( IntfStatus const & status, LevelType levelType ) {
+   switch( levelType ) {
+   case Hoba::levelTypeBroadcast:
+      return status.broadcast();
+   case Hoba::levelTypeMulticast:
+      return status.multicast();
+   case Hoba::levelTypeUUcast:
+      return status.uucast();
+   default:
+      return status.all();
+   }
+}
+
+String
+stateText( Switch const & sw, Pelt::IntfId intf, LevelState state ) {
+   switch( state ) {
+   case notConfigured:
+      return "not configured";
+   case programmed:
+      return "programmed";
+   case speedUnknown:
+      return "not programmed: speed unknown";
+   case memberOfLag:
+      return "not programmed: member of " + Kiv::toText( sw.context->portToLag( intf ) );
+   case lagHasNoMember:
+      return "not programmed: no active member";
+   case meteringModeNotSupported:
+      return "not programmed: metering mode not supported";
+   case zeroRateNotSupported:
+      return "not programmed: zero rate not supported";
+   case levelNotSupported:
+      return "not programmed: level not supported";
+   case intfNotPresent:
+      return "not programmed: no such port";
+   case intfInactive:
+      return "not programmed: port is inactive";
+   case supersededByAll:
+      return "not programmed: superseded by all";
+   }
+   return "?";
+}
+
+// What the chip holds: of a port its limit, of a LAG those of its members.
+String
+chipText( Switch const & sw, Pelt::IntfId intf, LevelType levelType ) {
+   auto const limitOf = [ & ]( Pelt::IntfId port ) {
+      auto const held = sw.chip->stormControl()->port( port );
+      return limitText( held ? held->limit( levelType ) : HobaSim::StormLimit{} );
+   };
+   if( !Hoba::isPortChannel( intf ) ) {
+      return limitOf( intf );
+   }
+   // Members of one speed have one limit: a line of 64 equal ones would say less.
+   std::vector< std::pair< String, unsigned > > limits;
+   for( auto port : sw.context->lagToPort( intf ).port ) {
+      auto const text = limitOf( port );
+      auto const same = std::find_if( limits.begin(), limits.end(),
+                                      [ & ]( auto const & l ) { return l.first == text; } );
+      if( same == limits.end() ) {
+         limits.emplace_back( text, 1 );
+      } else {
+         ++same->second;
+      }
+   }
+   String text;
+   for( auto const & [ limit, ports ] : limits ) {
+      text += ( text.empty() ? "" : ", " ) + std::to_string( ports ) + " x " + limit;
+   }
+   return text.empty() ? "-" : text;
+}
+
+Datum
+show( Switch const & sw, Pelt::IntfId only, std::vector< String > const & notes ) {
+   TableAnswer table( { "Interface", "Level", "Threshold", "Speed", "Rate (kbps)", "Chip", "Drops",
+                        "State" } );
+   for( auto const & [ intf, config ] : sw.stormControlConfig->intfConfig() ) {
+      auto const status = sw.stormControlStatus->intfStatus( intf );
+      if( ( only && intf != only ) || !status ) {
+         continue;
+      }
+      std::uint64_t const drops[] = { status->broadcastDrop(), status->multicastDrop(),
+                                      status->uucastDrop(), status->allDrop() };
+      for( auto levelType : Hoba::allLevelTypes ) {
+         auto const & asked = Hoba::configuredThreshold( *config, levelType );
+         if( asked.isDefault() ) {
+            continue;
+         }
+         auto const & level = levelStatus( *status, levelType );
+         table.row( { Kiv::toText( intf ), String( Hoba::levelText( levelType ).substr( 1 ) ),
+                      thresholdText( asked ), speedText( status->speed() ),
+                      level.threshold.isDefault() ? Datum( "-" ) : Datum( level.rate ),
+                      chipText( sw, intf, levelType ), drops[ levelType ],
+                      stateText( sw, intf, level.state ) } );
+      }
+   }
+   for( auto const & note : notes ) {
+      table.note( note );
+   }
+   return table.take();
+}
+
+Datum
+showTrafficClasses( Switch const & sw ) {
+   TableAnswer table( { "Traffic class", "Threshold", "Chip" } );
+   for( auto const & [ trafficClass, config ] : sw.stormControlConfig->aggregateTcConfig() ) {
+      table.row( { trafficClass, thresholdText( config->level() ),
+                   thresholdText( sw.chip->stormControl()->trafficClass( trafficClass ) ) } );
+   }
+   return table.take();
+}
+
+} // namespace
+
+void
+addStormControlCommands( Commands & commands, Switch & sw,
+                         std::function< std::vector< String >() > notes ) {
+   commands.add( { .name = "show storm-control",
+                   .help = "Levels of interfaces: what is configured, what the chip holds, and why "
+                           "not",
+                   .arguments = { { "intf", "Only this interface" } },
+                   .handler = [ &sw, notes ]( Request const & request ) {
+                      auto const only = request.value< Pelt::IntfId >( "intf" );
+                      return show( sw, only, only ? std::vector< String >() : notes() );
+                   } } );
+   commands.add( { .name = "show storm-control-traffic-classes",
+                   .help = "Levels of traffic classes, over all interfaces together",
+                   .handler = [ &sw ]( Request const & ) { return showTrafficClasses( sw ); } } );
+}
+
+} // namespace HobaAgent

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// The switch that this agent drives: the shared context, the entities of the state database, the
+// simulated chip, the stand-ins for the other agents, and the machines of the library.
+
+#include "Bridging/StormControl.h"
+#include "Hoba/HobaCommon.h"
+#include "Hoba/HobaStormControlSm.h"
+#include "Hoba/HobaVerifySm.h"
+#include "Interface/EthPhyIntfStatus.h"
+#include "Lag/Lag.h"
+#include "Mox/TimerWheel.h"
+#include "Tessera/Database.h"
+#include "agent/feeders/FeederConfig.h"
+#include "agent/feeders/LagFeeder.h"
+#include "agent/feeders/PortFeeder.h"
+#include "chips/sim/SimChip.h"
+#include "types/VerifyAgent.h"
+
+namespace HobaAgent {
+
+class Switch {
+ public:
+   // Makes everything; nothing works yet. Clocks go to the ambient driver.
+   Switch();
+   ~Switch();
+   Switch( Switch const & ) = delete;
+   Switch & operator=( Switch const & ) = delete;
+
+   // What an operator may look at, and write.
+   void mount( Tessera::Database & database );
+   void unmount( Tessera::Database & database );
+
+   // The configuration has been read: the feeders fill the context, the machines do their first
+   // full pass.
+   void start();
+
+   Kiv::Ptr< Hoba::HobaCommonSmData > const context;
+   Kiv::Ptr< Feeders::Config > const feederConfig = Kiv::make< Feeders::Config >();
+   Kiv::Ptr< Lag::Input::Config > const lagInputConfig = Kiv::make< Lag::Input::Config >( "config" );
+   Kiv::Ptr< Interface::AllEthPhyIntfStatusDir > const ethPhyIntfStatusDir =
+         Kiv::make< Interface::AllEthPhyIntfStatusDir >( "status" );
+   Kiv::Ptr< Bridging::StormControl::Config > const stormControlConfig =
+         Kiv::make< Bridging::StormControl::Config >();
+   Kiv::Ptr< Bridging::StormControl::Status > const stormControlStatus =
+         Kiv::make< Bridging::StormControl::Status >();
+   Kiv::Ptr< HobaTypes::VerifyAgentConfig > const verifyConfig =
+         Kiv::make< HobaTypes::VerifyAgentConfig >( "config" );
+   Kiv::Ptr< HobaTypes::VerifyAgentStatus > const verifyStatus =
+         Kiv::make< HobaTypes::VerifyAgentStatus >( "status" );
+   Kiv::Ptr< HobaSim::Chip > const chip = Kiv::make< HobaSim::Chip >();
+
+ private:
+   // Made in this order, and let go in the opposite one.
+   Kiv::Ptr< Mox::TimerWheel > const clock_ = Kiv::make< Mox::TimerWheel >();
+   Kiv::Ptr< HobaSim::StormControlHelper > const stormControlHelper_ =
+         Kiv::make< HobaSim::StormControlHelper >( chip->stormControl() );
+   Kiv::Ptr< Feeders::PortFeeder > portFeeder_;
+   Kiv::Ptr< Feeders::LagFeeder > lagFeeder_;
+   Kiv::Ptr< Hoba::StormControlSm > stormControlSm_;
+   Kiv::Ptr< Hoba::VerifyAgentSm > verifyAgentSm_;
+};
+
+} // namespace HobaAgent
