@@ -16,6 +16,13 @@ sourcePath( std::string_view file ) {
    return folder == std::string_view::npos ? file : file.substr( folder + 1 );
 }
 
+// Some compilers put "virtual" before the signature of a virtual function.
+std::string_view
+signature( std::string_view function ) {
+   constexpr std::string_view extra = "virtual ";
+   return function.starts_with( extra ) ? function.substr( extra.size() ) : function;
+}
+
 } // namespace
 
 bool
@@ -57,8 +64,9 @@ void
 invariantFailed( char const * file, int line, char const * function, char const * expression,
                  std::string_view explanation ) {
    Kiv::String text( sourcePath( file ) );
-   text += ':' + std::to_string( line ) + ' ' + function + " -- assertion failed(" + expression +
-           "): ";
+   text += ':' + std::to_string( line ) + ' ';
+   text += signature( function );
+   text += Kiv::String( " -- assertion failed(" ) + expression + "): ";
    text += explanation;
    throw Kiv::Exception( text );
 }

@@ -191,6 +191,15 @@ literalOf( char const ( &text )[ n ] ) {
    return { text, n - 1 };
 }
 
+// A function's signature without the "virtual" that some compilers put before it.
+template< std::size_t n >
+constexpr Literal
+signatureOf( char const ( &text )[ n ] ) {
+   constexpr std::string_view extra = "virtual ";
+   bool const has = std::string_view( text, n - 1 ).starts_with( extra );
+   return has ? Literal{ text + extra.size(), n - 1 - extra.size() } : literalOf( text );
+}
+
 template< class T >
 inline constexpr bool isText =
       std::is_convertible_v< T const &, std::string_view > && !Kiv::PrintMember< T >;

@@ -62,7 +62,7 @@
       if( ziplineHandle.enabled( level ) ) [[unlikely]] {                                          \
          static constexpr ::Zipline::Detail::Piece ziplinePieces[] = {                             \
                ::Zipline::Detail::piece< true, char const * >(                                     \
-                     ::Zipline::Detail::literalOf( __PRETTY_FUNCTION__ ) ) };                      \
+                     ::Zipline::Detail::signatureOf( __PRETTY_FUNCTION__ ) ) };                    \
          ZIPLINE_SITE_OF( level );                                                                 \
          ::Zipline::Detail::emit( ziplineSite );                                                   \
       }                                                                                            \
