@@ -8,10 +8,8 @@ KIV_DEFINE( Hoba::VerifyData );
 
 namespace Hoba {
 
-namespace {
-
 Kiv::String
-quoted( std::string_view text ) {
+jsonQuoted( std::string_view text ) {
    constexpr std::string_view hex = "0123456789abcdef";
    Kiv::String out = "\"";
    for( unsigned char c : text ) {
@@ -25,8 +23,6 @@ quoted( std::string_view text ) {
    }
    return out + '"';
 }
-
-} // namespace
 
 void
 VerifyOutput::print( std::string & out ) const {
@@ -59,8 +55,8 @@ VerifyData::initVerifyData( std::uint32_t socket ) {
 void
 VerifyData::updateCliVerifyOutput( Kiv::String const & key, Kiv::String const & value ) {
    if( socket() != 0 ) {
-      cliVerifyOutputIs( key, cliVerifyOutput( key ) + "{ " + quoted( key ) + " : " +
-                                    quoted( value ) + " }," );
+      cliVerifyOutputIs( key, cliVerifyOutput( key ) + "{ " + jsonQuoted( key ) + " : " +
+                                    jsonQuoted( value ) + " }," );
    }
 }
 

@@ -10,6 +10,9 @@
 
 namespace Hoba {
 
+// `text` as a JSON string, quotes included.
+Kiv::String jsonQuoted( std::string_view text );
+
 // Where a mismatch was found. Empty when there is none.
 struct VerifyOutput {
    KIV_PLAIN_VALUE( Hoba::VerifyOutput );

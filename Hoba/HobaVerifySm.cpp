@@ -40,6 +40,8 @@ VerifySm::handleTimeout() {
       return;
    }
    auto & verify = data();
+   // A pass of the command line may have come in between, and be done.
+   verify.verifyDoneIs( false );
    verify.cliVerifyOutputDelAll();
    if( verify.retryVerify() ) {
       verify.retryVerifyIs( false );
@@ -90,8 +92,8 @@ VerifySm::handleVerifyOutput() {
    if( output == VerifyOutput{} ) {
       return; // nothing found yet, or reset
    }
-   ZTRACE( 0, " File: ", output.file, " Function: ", output.function, " Description: ",
-           output.description );
+   ZTRACE( 0, " File: ", output.file, " Function: ", output.function,
+           " Description: ", output.description );
    hobaLog< HARDWARE_VERIFY_AGENT_FAILED >( output.description );
    commonSmData()->agentRestart( "Verification of forwarding agent failed:" +
                                  Kiv::toText( output ) );
@@ -123,7 +125,11 @@ VerifyAgentSm::VerifyAgentSmCliCallback::handleCommand( std::uint32_t socket,
       throw Kiv::ParseError( "verification is not possible before the agent is initialized" );
    }
    verifySm->handleCliVerificationRequest( socket );
-   return "{ \"" + this->command() + "\" : [ " + context->verifyData()->cliReplyItems() + " ] }";
+   auto const & verify = context->verifyData();
+   auto reply = "{ " + jsonQuoted( this->command() ) + " : [ " + verify->cliReplyItems() + " ] }";
+   // The connection has its reply: a later pass is not for it.
+   verify->socketIs( 0 );
+   return reply;
 }
 
 VerifyAgentSm::VerifyAgentSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
@@ -176,8 +182,7 @@ void
 VerifyAgentSm::handleVerifyStatus() {
    auto const & verify = *verifyData()->notifier();
    auto const asked = status_->verifyStatusData();
-   if( verify.verifyDone() && verify.socket() == 0 &&
-       asked.status == HobaTypes::verifyRequested ) {
+   if( verify.verifyDone() && verify.socket() == 0 && asked.status == HobaTypes::verifyRequested ) {
       status_->verifyStatusDataIs( { asked.cookie, verify.verifyResult() } );
    }
 }

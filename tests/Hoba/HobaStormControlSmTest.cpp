@@ -712,7 +712,7 @@ TEST_F( StormControlSmTest, verificationFindsWhatDiffers ) {
    unit.rulesInstalledIs( false );
    auto const found = mismatches();
    ASSERT_EQ( found.size(), 3u );
-   EXPECT_NE( found[ 0 ].find( "storm control Ethernet2" ), std::string::npos ) << found[ 0 ];
+   EXPECT_NE( found[ 0 ].find( "storm control Port-Channel1 Ethernet2" ), std::string::npos ) << found[ 0 ];
    EXPECT_NE( found[ 1 ].find( "storm control traffic class 3" ), std::string::npos ) << found[ 1 ];
    EXPECT_NE( found[ 2 ].find( "the rules are missing" ), std::string::npos ) << found[ 2 ];
 }

@@ -1,0 +1,326 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// Verification: who may ask for a pass, what it does, and who is told of its end.
+
+#include "HobaTest.h"
+
+#include "Hoba/HobaLog.h"
+#include "Hoba/HobaVerifySm.h"
+#include "Kiv/Exception.h"
+#include "Kiv/Reflect.h"
+
+namespace HobaTest {
+
+class VlanHelper : public Hoba::VlanHelperBase {
+   KIV_ENTITY( HobaTest::VlanHelper, Hoba::VlanHelperBase );
+
+ public:
+   VlanHelper() : VlanHelperBase( "vlan" ) {}
+   Kiv::String verify() override {
+      ++asked;
+      return mismatch;
+   }
+   Kiv::String mismatch;
+   unsigned asked = 0;
+};
+
+KIV_DEFINE( HobaTest::VlanHelper );
+
+} // namespace HobaTest
+
+namespace {
+
+using namespace HobaTest;
+using namespace HobaTypes;
+
+// A machine that cannot conclude as often as it is told to.
+class CheckedSm : public Hoba::HobaVerifiedSm {
+ public:
+   KIV_TYPE( CheckedSm );
+
+   void handleVerify() override {
+      ++passes;
+      verifyData()->updateCliVerifyOutput( item, text );
+      notYet();
+   }
+
+   Kiv::String item = "vlan \"1\"";
+   Kiv::String text = "a\\b\nc";
+   unsigned retries = 0;
+   unsigned passes = 0;
+
+ protected:
+   explicit CheckedSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & data )
+         : HobaVerifiedSm( data, "CheckedSm" ) {
+      followVerification();
+      contextIs( data );
+   }
+
+ private:
+   void notYet() {
+      if( retries ) {
+         --retries;
+         verifyData()->retryVerifyIs( true );
+      }
+   }
+   void follow() { againIs( commonSmData()->verifyData() ); }
+
+   class KivAgain : public Kiv::Reactor< KivAgain, Hoba::VerifyData const, CheckedSm > {
+    public:
+      static constexpr auto handlers =
+            Kiv::handlers( Kiv::onChange< Hoba::VerifyData::reverifyAttr, &CheckedSm::notYet >() );
+   };
+   class KivContext : public Kiv::Reactor< KivContext, Hoba::HobaCommonSmData const, CheckedSm > {
+    public:
+      static constexpr auto handlers = Kiv::handlers(
+            Kiv::on< Hoba::HobaCommonSmData::verifyDataAttr, &CheckedSm::follow >() );
+   };
+   KIV_REACTOR( KivAgain, again );
+   KIV_REACTOR( KivContext, context );
+};
+
+class VerifySmTest : public HobaFixture {
+ protected:
+   ~VerifySmTest() override {
+      agentSm = nullptr;
+      checked = nullptr;
+      data->cleanup();
+   }
+
+   // The machines come before the context is complete.
+   void start() {
+      checked = Hoba::smIs< CheckedSm >( data );
+      agentSm = Hoba::VerifyAgentSm::VerifyAgentSmIs( data, config, status );
+      data->vlanHelperIs( vlanHelper );
+      data->handleInitialized();
+      checked->initializedIs( true );
+      agentSm->initializedIs( true );
+   }
+   Hoba::VerifyData & verify() { return *data->verifyData(); }
+   VerifyStatusData answered() { return status->verifyStatusData(); }
+   Kiv::String command( Kiv::String const & text ) {
+      return Hoba::CliCallback::find( "VerifyAgentCli" )->handleCommand( 7, text );
+   }
+
+   Kiv::Ptr< Hoba::HobaCommonSmData > data = Kiv::make< Hoba::HobaCommonSmData >( "agent" );
+   Kiv::Ptr< VerifyAgentConfig > config = Kiv::make< VerifyAgentConfig >();
+   Kiv::Ptr< VerifyAgentStatus > status = Kiv::make< VerifyAgentStatus >();
+   Kiv::Ptr< VlanHelper > vlanHelper = Kiv::make< VlanHelper >();
+   Kiv::Ptr< CheckedSm > checked;
+   Kiv::Ptr< Hoba::VerifyAgentSm > agentSm;
+};
+
+TEST_F( VerifySmTest, requestsBeforeTheClockFiresAreOnePass ) {
+   start();
+   Traces traces( "HobaVerifySm" );
+   verify().doRequestVerify();
+   verify().doRequestVerify();
+   EXPECT_EQ( checked->passes, 0u );
+   driver.run();
+   EXPECT_EQ( checked->passes, 1u );
+   EXPECT_EQ( verify().verify(), 1u );
+   EXPECT_EQ( vlanHelper->asked, 1u );
+   EXPECT_EQ( verify().verifyResult(), verifyFinished );
+   EXPECT_TRUE( verify().verifyDone() );
+   EXPECT_EQ( verify().cliVerifyOutput().size(), 0u ) << "no command line waits";
+   EXPECT_EQ( traces.take(),
+              ( Strings{ "Starting Hoba verification", "Hoba verification done" } ) );
+   EXPECT_EQ( driver.timers(), 0u );
+
+   data->vlanHelperIs( nullptr );
+   verify().doRequestVerify();
+   EXPECT_FALSE( verify().verifyDone() );
+   driver.run();
+   EXPECT_EQ( checked->passes, 2u ) << "a context without VLAN helper";
+   verify().verifyRequiredDel();
+   verify().doRequestVerify();
+   EXPECT_EQ( driver.timers(), 0u );
+}
+
+TEST_F( VerifySmTest, nothingHappensBeforeTheContextIsInitialized ) {
+   checked = Hoba::smIs< CheckedSm >( data );
+   agentSm = Hoba::VerifyAgentSm::VerifyAgentSmIs( data, config, status );
+   config->cookieIs( 4 );
+   EXPECT_EQ( Hoba::CliCallback::find( "VerifyAgentCli" ), nullptr );
+   data->verifyDataIs( "verify" )->verifyRequiredIs( "vr" );
+   auto const sm = Hoba::VerifySm::VerifySmIs( data );
+   config->cookieIs( 5 ); // the agent's machine is not initialized
+   verify().verifyDoneIs( true );
+   verify().doRequestVerify();
+   EXPECT_EQ( driver.timers(), 0u );
+   EXPECT_TRUE( verify().verifyDone() );
+   verify().verifyInc( 1 );
+   EXPECT_EQ( checked->passes, 0u );
+   EXPECT_EQ( answered(), VerifyStatusData{} );
+
+   // A clock that was set while the machine was initialized, and fires when it is not.
+   sm->initializedIs( true );
+   verify().doRequestVerify();
+   sm->initializedIs( false );
+   driver.run();
+   EXPECT_EQ( verify().verify(), 1u );
+   agentSm->initializedIs( true );
+   EXPECT_THROW( command( "VTS#" ), Kiv::ParseError );
+}
+
+TEST_F( VerifySmTest, retryIsCountedAndRunsNoNewPass ) {
+   start();
+   checked->retries = 1;
+   verify().doRequestVerify();
+   driver.run();
+   EXPECT_EQ( verify().verifyResult(), verifyToBeRetried );
+   EXPECT_FALSE( verify().verifyDone() );
+   driver.advance( Hoba::VerifySm::retryDelay );
+   EXPECT_FALSE( verify().retryVerify() );
+   EXPECT_EQ( verify().reverify(), 1u );
+   EXPECT_EQ( verify().verify(), 1u );
+   EXPECT_EQ( verify().verifyResult(), verifyFinished );
+   EXPECT_TRUE( verify().verifyDone() );
+
+   // Who hears of the new count may still be unable to conclude.
+   checked->retries = 3;
+   verify().doRequestVerify();
+   driver.run();
+   for( unsigned more : { 2u, 3u } ) {
+      driver.advance( Hoba::VerifySm::retryDelay );
+      EXPECT_EQ( verify().reverify(), more );
+      EXPECT_EQ( verify().verifyResult(), verifyToBeRetried );
+   }
+   EXPECT_TRUE( driver.runUntilIdle( 10 ) );
+   EXPECT_EQ( verify().reverify(), 4u );
+   EXPECT_EQ( verify().verify(), 2u );
+   EXPECT_TRUE( verify().verifyDone() );
+}
+
+TEST_F( VerifySmTest, anotherAgentIsToldWhenItsPassIsDone ) {
+   start();
+   Traces traces( "HobaVerifySm" );
+   checked->retries = 1;
+   config->cookieIs( 17 );
+   EXPECT_EQ( answered(), ( VerifyStatusData{ 17, verifyRequested } ) );
+   EXPECT_NE( traces.take().front().find( ": cookie is 17" ), std::string::npos );
+   driver.run();
+   EXPECT_EQ( answered(), ( VerifyStatusData{ 17, verifyRequested } ) ) << "to be retried";
+   driver.advance( Hoba::VerifySm::retryDelay );
+   EXPECT_EQ( answered(), ( VerifyStatusData{ 17, verifyFinished } ) );
+
+   // The same result again, and every cookie has its answer; the last one of two in one go.
+   config->cookieIs( 18 );
+   config->cookieIs( 19 );
+   EXPECT_EQ( verify().verifyResult(), verifyNotRun );
+   driver.run();
+   EXPECT_EQ( answered(), ( VerifyStatusData{ 19, verifyFinished } ) );
+   EXPECT_EQ( verify().verify(), 2u );
+
+   // What somebody else asks for is not reported as an answer.
+   status->verifyStatusDataIs( {} );
+   verify().doRequestVerify();
+   driver.run();
+   EXPECT_EQ( answered(), VerifyStatusData{} );
+}
+
+TEST_F( VerifySmTest, commandLineIsAnsweredAtOnce ) {
+   start();
+   Traces traces( "HobaVerifySm" );
+   auto const * callback = Hoba::CliCallback::find( "VerifyAgentCli" );
+   EXPECT_EQ( callback->command(), "hobaVerify::agent" );
+   EXPECT_EQ( command( "VTS#all" ), "{ \"hobaVerify::agent\" : [ { \"vlan \\\"1\\\"\" : "
+                                    "\"a\\\\b\\u000ac\" } ] }" );
+   EXPECT_EQ( traces.take(), ( Strings{ "Starting Hoba verification due to cli request",
+                                        "Hoba verification done" } ) );
+   EXPECT_EQ( verify().verify(), 1u );
+   EXPECT_TRUE( verify().verifyDone() );
+   for( auto const * wrong : { "", "VTS", "vts#", " VTS#" } ) {
+      EXPECT_THROW( command( wrong ), Kiv::ParseError ) << wrong;
+   }
+   EXPECT_EQ( verify().verify(), 1u );
+   checked->initializedIs( false );
+   EXPECT_EQ( command( "VTS#" ), "{ \"hobaVerify::agent\" : [  ] }" );
+   EXPECT_EQ( driver.timers(), 0u );
+   agentSm = nullptr;
+   EXPECT_EQ( Hoba::CliCallback::find( "VerifyAgentCli" ), nullptr );
+}
+
+TEST_F( VerifySmTest, commandLineBetweenRequestAndPass ) {
+   start();
+   config->cookieIs( 17 );
+   EXPECT_NE( command( "VTS#" ).find( "vlan" ), std::string::npos );
+   EXPECT_EQ( answered(), ( VerifyStatusData{ 17, verifyRequested } ) );
+   driver.run();
+   EXPECT_EQ( answered(), ( VerifyStatusData{ 17, verifyFinished } ) );
+   EXPECT_EQ( verify().cliVerifyOutput().size(), 0u ) << "the pass is not for the command line";
+
+   checked->retries = 1;
+   config->cookieIs( 18 );
+   driver.run();
+   command( "VTS#" );
+   driver.advance( Hoba::VerifySm::retryDelay );
+   EXPECT_EQ( answered(), ( VerifyStatusData{ 18, verifyFinished } ) );
+}
+
+TEST_F( VerifySmTest, itemsOfTheReply ) {
+   start();
+   verify().updateCliVerifyOutput( "a", "lost" );
+   EXPECT_EQ( verify().cliReplyItems(), "" );
+   verify().initVerifyData( 3 );
+   verify().updateCliVerifyOutput( "b", "1" );
+   verify().updateCliVerifyOutput( "a", "\x01" );
+   verify().updateCliVerifyOutput( "b", "2" );
+   EXPECT_EQ( verify().cliVerifyOutput( "b" ), "{ \"b\" : \"1\" },{ \"b\" : \"2\" }," );
+   EXPECT_EQ( verify().cliReplyItems(),
+              "{ \"b\" : \"1\" },{ \"b\" : \"2\" },{ \"a\" : \"\\u0001\" }" );
+   verify().retryVerifyIs( true );
+   verify().verifyDoneIs( true );
+   verify().verifyResultIs( verifyFinished );
+   verify().resetVerifyData();
+   EXPECT_TRUE( verify().cliReplyItems().empty() && !verify().retryVerify() &&
+                !verify().verifyDone() && verify().socket() == 0 &&
+                verify().verifyResult() == verifyNotRun );
+}
+
+// ---- The VLAN helper's mismatch
+
+TEST_F( VerifySmTest, mismatchStopsTheAgent ) {
+   start();
+   vlanHelper->mismatch = "vlan 5 is missing";
+   verify().doRequestVerify();
+   EXPECT_DEATH( driver.run(), "^vlan 5 is missing\n.*Assertion `0' failed" );
+}
+
+TEST_F( VerifySmTest, mismatchInASimulationIsLoggedAndRestartsTheAgent ) {
+   Environment const simulation( "SIMULATION_VMID", "12" );
+   start();
+   Traces traces( "HobaVerifySm" );
+   Strings restarts;
+   data->agentRestartCallbackIs( [ & ]( Kiv::String const & why ) { restarts.push_back( why ); } );
+   auto const logged = Hoba::logEntries().empty() ? 0 : Hoba::logEntries().back().sequence;
+   vlanHelper->mismatch = "vlan 5 is missing";
+   config->cookieIs( 17 );
+   driver.run();
+   EXPECT_EQ( verify().verifyOutput(), ( Hoba::VerifyOutput{ "Hoba/HobaVerifySm", "runVerification",
+                                                             "vlan 5 is missing" } ) );
+   auto const where = " File: Hoba/HobaVerifySm Function: runVerification Description: vlan 5 is "
+                      "missing";
+   ASSERT_EQ( restarts.size(), 1u );
+   EXPECT_NE( restarts[ 0 ].find( where ), std::string::npos ) << restarts[ 0 ];
+   EXPECT_EQ( traces.take()[ 2 ], where );
+   auto const & entry = Hoba::logEntries().back();
+   ASSERT_EQ( entry.sequence, logged + 1 );
+   EXPECT_STREQ( entry.message->name, "HARDWARE_VERIFY_AGENT_FAILED" );
+   EXPECT_EQ( entry.message->severity, 3 );
+   EXPECT_STREQ( entry.message->format, "%s Agent will restart." );
+   EXPECT_STREQ( entry.message->explanation, "Verification of forwarding agent failed." );
+   EXPECT_EQ( entry.text, "vlan 5 is missing Agent will restart." );
+   EXPECT_EQ( entry.time, 100 );
+
+   // The reset before the next pass is no mismatch; the mismatch of the next pass is a new one.
+   config->cookieIs( 18 );
+   EXPECT_EQ( restarts.size(), 1u );
+   driver.run();
+   EXPECT_EQ( restarts.size(), 2u );
+   data->agentRestartCallbackIs( nullptr );
+   config->cookieIs( 19 );
+   driver.run(); // stops nobody in a simulation
+}
+
+} // namespace
