@@ -94,9 +94,10 @@ EventLoop::stopOn( std::initializer_list< int > signals ) {
 
 void
 EventLoop::run() {
-   for( stopped_ = false; !stopped_; ) {
+   while( !stopped_ ) {
       runOnce( -1 );
    }
+   stopped_ = false;
 }
 
 void

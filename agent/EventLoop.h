@@ -38,7 +38,8 @@ class EventLoop {
    // These signals end run() from now on, instead of the process.
    void stopOn( std::initializer_list< int > signals );
 
-   // Until stop(). An exception out of a callback ends it, too, and passes through.
+   // Until stop(), at once if that was said before. An exception out of a callback ends it, too, and
+   // passes through.
    void run();
    void stop() { stopped_ = true; }
    // One round: waits for at most `maxWait` milliseconds (-1: as long as it takes) until something is

@@ -53,7 +53,8 @@ void
 Database::mount( std::string_view text, Kiv::Ptr< Kiv::Entity > const & entity, Access access ) {
    auto path = Path::parse( text );
    if( path.isRoot() || !entity ) {
-      throw Error( path.text(), entity ? "the root cannot be an entity" : "there is no entity to mount" );
+      throw Error( path.text(),
+                   entity ? "the root cannot be an entity" : "there is no entity to mount" );
    }
    Mount * directory = &root_;
    std::size_t i = 0;
@@ -77,7 +78,8 @@ Database::mount( std::string_view text, Kiv::Ptr< Kiv::Entity > const & entity, 
    }
    directory->entity = entity;
    directory->access = access;
-   tell( path, [ & ]( Watch & watch ) { watch.attach( path, *entity ); },
+   tell(
+         path, [ & ]( Watch & watch ) { watch.attach( path, *entity ); },
          [ & ] { return readEntity( *entity, path ); } );
 }
 
@@ -96,9 +98,11 @@ Database::unmount( std::string_view text ) {
    while( way.size() > 1 && way.back()->entries.empty() ) {
       auto * gone = way.back();
       way.pop_back();
-      std::erase_if( way.back()->entries, [ & ]( auto const & entry ) { return entry.get() == gone; } );
+      std::erase_if( way.back()->entries,
+                     [ & ]( auto const & entry ) { return entry.get() == gone; } );
    }
-   tell( path, [ & ]( Watch & watch ) { watch.detach( path ); }, [] { return std::nullopt; } );
+   tell(
+         path, [ & ]( Watch & watch ) { watch.detach( path ); }, [] { return std::nullopt; } );
 }
 
 // Has every watch take notice of a change of the mounts, then tells those whom it concerns.

@@ -48,7 +48,8 @@ class Parser {
          return false;
       }
       if( text_[ at_ ] != '/' && text_[ at_ ] != '[' ) {
-         fail( at_ == 0 ? "a path begins with \"/\"" : "a slash, a bracket or the end belongs here" );
+         fail( at_ == 0 ? "a path begins with \"/\""
+                        : "a slash, a bracket or the end belongs here" );
       }
       if( text_[ at_ ] == '/' && ++at_ == text_.size() ) {
          return false;
@@ -79,7 +80,8 @@ class Parser {
    char code() {
       unsigned value = 0;
       auto digits = text_.substr( at_ + 1, 2 );
-      auto [ end, error ] = std::from_chars( digits.data(), digits.data() + digits.size(), value, 16 );
+      auto [ end, error ] =
+            std::from_chars( digits.data(), digits.data() + digits.size(), value, 16 );
       if( digits.size() != 2 || error != std::errc{} || end != digits.data() + digits.size() ) {
          fail( "two hexadecimal digits belong after \"%\"" );
       }
@@ -100,7 +102,9 @@ class Parser {
 
 Path
 Path::parse( std::string_view text ) {
-   auto refuse = [ & ]( std::string_view reason ) { throw Error( "path " + shown( text ), reason ); };
+   auto refuse = [ & ]( std::string_view reason ) {
+      throw Error( "path " + shown( text ), reason );
+   };
    if( text.empty() ) {
       refuse( "a path begins with \"/\"" );
    }

@@ -18,7 +18,8 @@ Datum::Object const &
 objectAt( Path const & path, Datum const & value, std::string_view expected ) {
    auto const * object = value.as< Datum::Object >();
    if( !object ) {
-      throw Error( path.text(), Kiv::String( value.shape() ) + " is not " + Kiv::String( expected ) );
+      throw Error( path.text(),
+                   Kiv::String( value.shape() ) + " is not " + Kiv::String( expected ) );
    }
    return *object;
 }
@@ -100,7 +101,8 @@ checkCanBeMade( Place const & place ) {
 void
 Plan::add( Mount const & root, Target const & target, Datum const & value ) {
    if( target.directory ) {
-      auto const & object = objectAt( target.path, value, "an object of what is in this directory" );
+      auto const & object =
+            objectAt( target.path, value, "an object of what is in this directory" );
       for( auto const & [ name, member ] : object ) {
          add( root, resolve( root, target.path / name ), member );
       }
@@ -113,7 +115,8 @@ Plan::add( Mount const & root, Target const & target, Datum const & value ) {
    if( !target.attribute ) {
       addEntity( target.place, value );
    } else if( target.key ) {
-      addMember( { target.path, target.place, target.attribute, target.key, target.fields, value } );
+      addMember(
+            { target.path, target.place, target.attribute, target.key, target.fields, value } );
    } else if( !target.fields.empty() ) {
       addWhole( { target.path, target.place, target.attribute, {}, target.fields, value } );
    } else {
@@ -138,10 +141,12 @@ Plan::addEntity( PlacePtr const & place, Datum const & value ) {
 }
 
 void
-Plan::addAttribute( PlacePtr const & place, Kiv::AttributeInfo const & attribute, Datum const & value ) {
+Plan::addAttribute( PlacePtr const & place, Kiv::AttributeInfo const & attribute,
+                    Datum const & value ) {
    auto path = place->path / attribute.id.name;
    if( path.size() + 1 > Path::maxComponents ) {
-      throw Error( path.text(), "deeper than " + std::to_string( Path::maxComponents ) + " components" );
+      throw Error( path.text(),
+                   "deeper than " + std::to_string( Path::maxComponents ) + " components" );
    }
    if( attribute.id.kind == AttributeKind::child ) {
       auto child = childPlace( place, attribute, {} );
@@ -150,7 +155,8 @@ Plan::addAttribute( PlacePtr const & place, Kiv::AttributeInfo const & attribute
          addEntity( child, value );
       }
    } else if( attribute.id.kind == AttributeKind::children ) {
-      for( auto const & [ key, member ] : objectAt( path, value, "an object of entities by key" ) ) {
+      for( auto const & [ key, member ] :
+           objectAt( path, value, "an object of entities by key" ) ) {
          auto child = childPlace( place, attribute, key );
          checkCanBeMade( *child );
          addEntity( child, member );
@@ -169,7 +175,8 @@ Plan::addWhole( Step step ) {
    auto now = present( *step.place, *step.attribute, {} );
    // What cannot be written (a queue, a reference to another entity) may be part of a tree that
    // was read here: it is right as long as it says what is so.
-   if( step.fields.empty() && ( now == step.value || ( now.isNull() && isNothing( step.value ) ) ) ) {
+   if( step.fields.empty() &&
+       ( now == step.value || ( now.isNull() && isNothing( step.value ) ) ) ) {
       try {
          step.attribute->check( step.value );
       } catch( Kiv::ParseError const & ) {
@@ -196,10 +203,9 @@ Plan::apply() {
       if( !step.attribute ) {
          continue;
       }
-      auto value = step.fields.empty()
-                         ? step.value
-                         : patched( present( *step.place, *step.attribute, step.key ), step.fields,
-                                    step.value );
+      auto value = step.fields.empty() ? step.value
+                                       : patched( present( *step.place, *step.attribute, step.key ),
+                                                  step.fields, step.value );
       if( step.key ) {
          step.attribute->setMember( entity, *step.key, value );
       } else {

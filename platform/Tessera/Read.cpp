@@ -112,8 +112,8 @@ read( Target const & target, Scope scope ) {
       return readEntity( entity, target.place->path );
    }
    auto path = target.place->path / target.attribute->id.name;
-   auto value = target.key ? readMember( target )
-                           : readAttribute( entity, *target.attribute, path, 0 );
+   auto value =
+         target.key ? readMember( target ) : readAttribute( entity, *target.attribute, path, 0 );
    if( target.key ) {
       path = path / *target.key;
    }
@@ -139,13 +139,14 @@ entries( Target const & target ) {
    } else if( !target.attribute ) {
       if( target.place->reflection ) {
          for( auto const * attribute : target.place->reflection->attributes() ) {
-            all.push_back( { attribute->id.name, attribute->isKeyed() || attribute->isChild() ||
-                                                       attribute->shape == Kiv::DatumShape::structure } );
+            all.push_back(
+                  { attribute->id.name, attribute->isKeyed() || attribute->isChild() ||
+                                              attribute->shape == Kiv::DatumShape::structure } );
          }
       }
    } else if( target.attribute->isKeyed() && !target.key ) {
-      bool more = target.attribute->isChild() ||
-                  target.attribute->shape == Kiv::DatumShape::structure;
+      bool more =
+            target.attribute->isChild() || target.attribute->shape == Kiv::DatumShape::structure;
       for( auto const & key : target.place->keys( *target.attribute ) ) {
          all.push_back( { key, more } );
       }

@@ -36,17 +36,19 @@ refuse( Path const & path, Kiv::Exception const & error ) {
 }
 
 PlacePtr
-childPlace( PlacePtr const & parent, Kiv::AttributeInfo const & attribute, Kiv::String const & key ) {
+childPlace( PlacePtr const & parent, Kiv::AttributeInfo const & attribute,
+            Kiv::String const & key ) {
    bool keyed = attribute.id.kind == Kiv::AttributeKind::children;
    auto path = parent->path / attribute.id.name;
    if( keyed ) {
       path = path / key;
       at( path, [ & ] { attribute.checkKey( key ); } );
    }
-   Kiv::Ptr< Kiv::Entity > child( parent->entity ? attribute.child( *parent->entity, key ) : nullptr );
+   Kiv::Ptr< Kiv::Entity > child( parent->entity ? attribute.child( *parent->entity, key )
+                                                 : nullptr );
    auto const * type = child ? &child->fwkType() : attribute.childType();
-   return std::make_shared< Place >( Place{ path, child, type ? type->reflection() : nullptr, parent,
-                                            &attribute, key } );
+   return std::make_shared< Place >(
+         Place{ path, child, type ? type->reflection() : nullptr, parent, &attribute, key } );
 }
 
 void
@@ -58,8 +60,9 @@ require( Place const & place ) {
       require( *place.parent );
    }
    if( place.attribute && place.attribute->isKeyed() ) {
-      throw Error( place.path.text(), "is not there; " +
-                                            suggestion( place.key, place.parent->keys( *place.attribute ) ) );
+      throw Error( place.path.text(),
+                   "is not there; " +
+                         suggestion( place.key, place.parent->keys( *place.attribute ) ) );
    }
    throw Error( place.path.text(), "is not there" );
 }

@@ -16,11 +16,11 @@ namespace Tessera {
 // An entity, or the place of one that is missing.
 struct Place {
    Path path;
-   Kiv::Ptr< Kiv::Entity > entity;                       // null: it is missing
-   Kiv::EntityReflection const * reflection = nullptr;   // null: a class without attributes
-   std::shared_ptr< Place > parent = nullptr;            // null: this is a mounted entity
-   Kiv::AttributeInfo const * attribute = nullptr;       // of the parent, where this one hangs
-   Kiv::String key = {};                                 // in that attribute
+   Kiv::Ptr< Kiv::Entity > entity;                     // null: it is missing
+   Kiv::EntityReflection const * reflection = nullptr; // null: a class without attributes
+   std::shared_ptr< Place > parent = nullptr;          // null: this is a mounted entity
+   Kiv::AttributeInfo const * attribute = nullptr;     // of the parent, where this one hangs
+   Kiv::String key = {};                               // in that attribute
 
    // Null when there is none of that name.
    Kiv::AttributeInfo const * find( std::string_view name ) const {
@@ -35,11 +35,11 @@ using PlacePtr = std::shared_ptr< Place >;
 struct Target {
    Path path;
    Access access = Access::configuration;
-   Mount const * directory = nullptr;               // set: nothing below is
-   PlacePtr place = nullptr;                        // the entity
-   Kiv::AttributeInfo const * attribute = nullptr;  // null: the entity itself
-   std::optional< Kiv::String > key = {};           // of a member of the attribute
-   std::vector< Kiv::String > fields = {};          // down into its value
+   Mount const * directory = nullptr;              // set: nothing below is
+   PlacePtr place = nullptr;                       // the entity
+   Kiv::AttributeInfo const * attribute = nullptr; // null: the entity itself
+   std::optional< Kiv::String > key = {};          // of a member of the attribute
+   std::vector< Kiv::String > fields = {};         // down into its value
 };
 
 // Throws Error at the first component that cannot lead anywhere.

@@ -48,8 +48,7 @@ Watch::stop() {
 }
 
 void
-Watch::report( Path const & path,
-               std::function< std::optional< Kiv::Datum >() > const & value ) {
+Watch::report( Path const & path, std::function< std::optional< Kiv::Datum >() > const & value ) {
    if( !active_ ) {
       return;
    }

@@ -1,0 +1,366 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "agent/hobactl/Tool.h"
+
+#include "agent/common/File.h"
+#include "agent/common/Json.h"
+#include "agent/hobactl/Connection.h"
+#include "agent/hobactl/Render.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <ostream>
+#include <thread>
+
+namespace Hobactl {
+
+using Kiv::Datum;
+
+namespace {
+
+struct Options {
+   std::string socket = HobaAgent::defaultSocketPath();
+   bool json = false;
+   double timeout = 30;
+   // Of the commands; each uses some.
+   std::string path = "/";
+   std::string value;
+   std::string file;
+   bool asText = false;
+   bool configuration = false;
+   std::vector< std::string > words;
+   // Of trace.
+   std::string handle, levels, text, enable, tree, exportFile;
+   std::uint64_t last = 100;
+   bool follow = false;
+   bool handles = false;
+};
+
+Datum
+requestOf( std::string_view command ) {
+   Datum request( Datum::Object{} );
+   request.add( "command", command );
+   return request;
+}
+
+class Tool {
+ public:
+   Tool( Options const & options, std::ostream & out )
+         : options_( options ), out_( out ), style_( terminalStyle() ) {}
+
+   void get() {
+      auto request = atPath( "get" );
+      if( options_.configuration ) {
+         request.add( "scope", "configuration" );
+      }
+      show( connection().ask( request ) );
+   }
+
+   // What looks like a structure is one: nobody names an interface "{...}".
+   void set() {
+      auto request = atPath( "set" );
+      bool structure = !options_.value.empty() &&
+                       ( options_.value.front() == '{' || options_.value.front() == '[' );
+      if( structure && !options_.asText ) {
+         request.add( "value", Kiv::inPlace( "value", [ & ] {
+                         return HobaAgent::parseJson( options_.value );
+                      } ) );
+      } else {
+         request.add( "text", options_.value );
+      }
+      show( connection().ask( request ) );
+   }
+
+   void onPath( char const * command ) { show( connection().ask( atPath( command ) ) ); }
+
+   void apply() {
+      auto request = requestOf( "apply" );
+      request.add( "tree", HobaAgent::parseJsonFile( options_.file ) );
+      show( connection().ask( request ) );
+   }
+
+   void watch() {
+      auto agent = connection();
+      agent.ask( atPath( "watch" ) );
+      agent.events( [ & ]( Datum const & event ) {
+         out_ << ( options_.json ? HobaAgent::jsonText( event ) + "\n" : changeLine( event ) );
+         out_.flush();
+         checkOutput();
+      } );
+   }
+
+   void words( std::string const & command ) {
+      auto request = requestOf( command );
+      request.add( "words", Datum::Array( options_.words.begin(), options_.words.end() ) );
+      show( connection().ask( request ) );
+   }
+
+   // For the shell: one candidate a line, nothing if the agent cannot be asked.
+   void complete() {
+      try {
+         auto answer = connection().ask( atPath( "complete" ) );
+         for( auto const & path : *answer.as< Datum::Array >() ) {
+            out_ << oneLine( path ) << "\n";
+         }
+      } catch( Kiv::Exception const & ) {
+      }
+   }
+
+   void trace() {
+      if( options_.handles ) {
+         show( connection().ask( requestOf( "trace handles" ) ) );
+      } else if( !options_.enable.empty() ) {
+         enable();
+      } else if( !options_.tree.empty() ) {
+         tree();
+      } else if( !options_.exportFile.empty() ) {
+         HobaAgent::writeFile(
+               options_.exportFile,
+               HobaAgent::jsonText( connection().ask( requestOf( "trace export" ) ) ) + "\n" );
+      } else {
+         records();
+      }
+   }
+
+ private:
+   Connection connection() const { return Connection( options_.socket, options_.timeout ); }
+
+   Datum atPath( std::string_view command ) const {
+      auto request = requestOf( command );
+      request.add( "path", options_.path );
+      return request;
+   }
+
+   void show( Datum const & answer ) {
+      out_ << ( options_.json ? HobaAgent::jsonText( answer, 2 ) + "\n"
+                              : render( answer, style_ ) );
+   }
+
+   // Whoever read us has gone: no reason to go on.
+   void checkOutput() const {
+      if( !out_ ) {
+         throw Kiv::Exception( "the output cannot be written" );
+      }
+   }
+
+   void enable() {
+      auto equals = options_.enable.find( '=' );
+      if( equals == std::string::npos ) {
+         throw Kiv::Exception( "--enable: expected HANDLE=LEVELS, such as HobaCommon=0-5" );
+      }
+      auto request = requestOf( "trace levels" );
+      request.add( "handle", options_.enable.substr( 0, equals ) );
+      request.add( "levels", options_.enable.substr( equals + 1 ) );
+      show( connection().ask( request ) );
+   }
+
+   void tree() {
+      bool state = options_.tree == "on" || options_.tree == "off";
+      auto request = requestOf( state ? "trace record" : "trace tree" );
+      request.add( state ? "state" : "count", options_.tree );
+      show( connection().ask( request ) );
+   }
+
+   void records() {
+      auto agent = connection();
+      auto request = requestOf( "trace" );
+      for( auto const & [ name, value ] :
+           { std::pair( "handle", options_.handle ), std::pair( "levels", options_.levels ),
+             std::pair( "text", options_.text ) } ) {
+         if( !value.empty() ) {
+            request.add( name, value );
+         }
+      }
+      auto first = request;
+      first.add( "last", options_.last );
+      auto answer = agent.ask( first );
+      showRecords( answer );
+      while( options_.follow ) {
+         std::this_thread::sleep_for( std::chrono::milliseconds( 200 ) );
+         auto next = request;
+         next.add( "since", *answer.find( "next" ) );
+         answer = agent.ask( next );
+         showRecords( answer );
+         checkOutput();
+      }
+   }
+
+   void showRecords( Datum const & answer ) {
+      if( options_.json && !options_.follow ) {
+         show( answer );
+         return;
+      }
+      for( auto const & record : *answer.find( "records" )->as< Datum::Array >() ) {
+         out_ << ( options_.json ? HobaAgent::jsonText( record ) + "\n" : recordLine( record ) );
+      }
+      out_.flush();
+   }
+
+   Options const & options_;
+   std::ostream & out_;
+   Style const style_;
+};
+
+// The command line, and what each command does.
+class CommandLine {
+ public:
+   explicit CommandLine( std::function< Tool() > tool ) : tool_( std::move( tool ) ) {
+      app.require_subcommand( 1 );
+      app.add_option( "--socket", options.socket, "Where the agent listens" )
+            ->type_name( "PATH" )
+            ->capture_default_str();
+      app.add_flag( "--json", options.json, "Answers as JSON" );
+      app.add_option( "--timeout", options.timeout, "How long an answer may take" )
+            ->type_name( "SECONDS" )
+            ->check( CLI::Range( 0.001, 86400.0 ) )
+            ->capture_default_str();
+      addDatabase();
+      addWords( "show", "What the features have to tell; without words: what can be shown" );
+      addWords( "logs", "System log messages, and their catalogue" );
+      addWords( "verify", "Compare what the hardware holds with what it should" );
+      addWords( "sim", "Events and faults for the simulated chip; without words: which ones" );
+      addWords( "types", "How many objects of every class exist, and were made" );
+      addWords( "help", "All commands that the agent understands, or about one of them" );
+      addTrace();
+   }
+
+   CLI::App app{ "Talks to the forwarding agent.", "hobactl" };
+   Options options;
+
+ private:
+   CLI::App * add( char const * name, char const * help, std::function< void( Tool & ) > run ) {
+      auto * command = app.add_subcommand( name, help );
+      command->fallthrough();
+      command->callback( [ this, run = std::move( run ) ] {
+         auto tool = tool_();
+         run( tool );
+      } );
+      return command;
+   }
+
+   void addPath( CLI::App * command, bool required ) {
+      command
+            ->add_option( "path", options.path,
+                          "Path in the state database, as in /a/b[Ethernet1/2]/c" )
+            ->type_name( "PATH" )
+            ->required( required );
+   }
+
+   void addDatabase() {
+      auto * get = add( "get", "Show everything at and below a path", []( Tool & t ) { t.get(); } );
+      addPath( get, false );
+      get->add_flag( "--configuration", options.configuration,
+                     "Only what is configuration, in the form that apply takes" );
+      auto * set = add( "set", "Write an attribute, a field of one, or whole entities",
+                        []( Tool & t ) { t.set(); } );
+      addPath( set, true );
+      set->add_option( "value", options.value, "The value; JSON if it begins with { or [" )
+            ->type_name( "VALUE" )
+            ->required();
+      set->add_flag( "--text", options.asText, "The value is text, whatever it begins with" );
+      addPath(
+            add( "del", "Delete a member of a collection", []( Tool & t ) { t.onPath( "del" ); } ),
+            true );
+      addPath( add( "list", "The names that may follow a path",
+                    []( Tool & t ) { t.onPath( "list" ); } ),
+               false );
+      addPath(
+            add( "watch", "Show every change at and below a path", []( Tool & t ) { t.watch(); } ),
+            false );
+      auto * apply = add( "apply", "Write a configuration file, all of it or nothing",
+                          []( Tool & t ) { t.apply(); } );
+      apply->add_option( "file", options.file, "JSON: paths or directories, as get answers them" )
+            ->type_name( "FILE" )
+            ->required();
+      auto * complete = add( "complete", "Paths for the shell", []( Tool & t ) { t.complete(); } );
+      complete->group( "" );
+      addPath( complete, true );
+   }
+
+   void addWords( char const * name, char const * help ) {
+      std::string command = name;
+      auto * words = add( name, help, [ command ]( Tool & t ) { t.words( command ); } );
+      words->add_option( "words", options.words,
+                         "What exactly; arguments in order or as NAME=VALUE" )
+            ->type_name( "WORDS" );
+   }
+
+   void addTrace() {
+      auto * trace =
+            add( "trace", "Trace records; what caused what", []( Tool & t ) { t.trace(); } );
+      trace->add_option( "--handle", options.handle, "Only records of this source file" );
+      trace->add_option( "--levels", options.levels, "Only these levels, as in 0-5,9" );
+      trace->add_option( "--text", options.text, "Only messages with this text" );
+      trace->add_option( "--last", options.last, "Only so many, the newest" )
+            ->capture_default_str();
+      trace->add_flag( "-f,--follow", options.follow, "Go on with what comes" );
+      trace->add_flag( "--handles", options.handles, "List the source files and their levels" );
+      trace->add_option( "--enable", options.enable,
+                         "Set what a source file traces: HANDLE=0-9, or all, none, default; "
+                         "HANDLE may be *" );
+      trace->add_option( "--tree", options.tree,
+                         "Record what causes what: on, off; or show the last causes: how many" )
+            ->expected( 0, 1 )
+            ->default_str( "1" );
+      trace->add_option( "--export", options.exportFile,
+                         "Write what was recorded to a file for trace viewers" );
+   }
+
+   std::function< Tool() > tool_;
+};
+
+// Command line errors come in several lines; the first says it.
+std::string
+firstLine( std::string_view text ) {
+   return std::string( text.substr( 0, text.find( '\n' ) ) );
+}
+
+} // namespace
+
+namespace {
+
+// In `set PATH -5` the number is no option. It goes to the end, behind what ends the options.
+std::vector< std::string >
+argumentsOf( int argc, char const * const * argv ) {
+   std::vector< std::string > all( argv + 1, argv + argc );
+   auto isNegative = []( std::string const & text ) {
+      return text.size() > 1 && text[ 0 ] == '-' &&
+             text.find_first_not_of( "0123456789.eE+-", 1 ) == std::string::npos && text != "--";
+   };
+   bool sets = std::find( all.begin(), all.end(), "set" ) != all.end();
+   bool ended = std::find( all.begin(), all.end(), "--" ) != all.end();
+   auto number = std::find_if( all.begin(), all.end(), isNegative );
+   if( sets && !ended && number != all.end() ) {
+      auto value = *number;
+      all.erase( number );
+      all.insert( all.end(), { "--", value } );
+   }
+   std::reverse( all.begin(), all.end() ); // as the parser takes them
+   return all;
+}
+
+} // namespace
+
+int
+runTool( int argc, char const * const * argv, std::ostream & out, std::ostream & err ) {
+   CommandLine * line = nullptr;
+   CommandLine commandLine( [ & ] { return Tool( line->options, out ); } );
+   line = &commandLine;
+   try {
+      commandLine.app.parse( argumentsOf( argc, argv ) );
+      return 0;
+   } catch( CLI::ParseError const & error ) {
+      if( error.get_exit_code() == 0 ) {
+         return commandLine.app.exit( error, out, err );
+      }
+      err << "hobactl: " << firstLine( error.what() ) << "\n";
+      return 2;
+   } catch( std::exception const & error ) {
+      err << "hobactl: " << oneLine( Datum( std::string( error.what() ) ) ) << "\n";
+      return 1;
+   }
+}
+
+} // namespace Hobactl
