@@ -75,7 +75,7 @@ Client::takeLines() {
    if( paused() || dropped_ ) {
       return;
    }
-   if( input_.size() > limits_.line ) {
+   if( !skipping_ && input_.size() > limits_.line ) {
       takeLine( input_ );
       skipping_ = true;
    }

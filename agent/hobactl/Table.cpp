@@ -14,9 +14,16 @@ namespace {
 constexpr std::size_t gap = 2;
 constexpr std::size_t narrowest = 8; // columns are not made narrower than this to fit
 
+enum class CellKind { empty, number, text };
+
 struct Cell {
    std::string text;
-   bool number = false;
+   CellKind kind = CellKind::empty;
+};
+
+struct Column {
+   std::size_t width = 0;
+   bool right = false; // all its cells are numbers
 };
 
 // Columns on the terminal: characters, not bytes. (Wide characters do not occur in names here.)
@@ -74,19 +81,22 @@ wrapped( std::string_view text, std::size_t width ) {
 
 // Shrinks the widest columns until all fit, or none can give way any more.
 void
-fit( std::vector< std::size_t > & widths, std::size_t available ) {
-   if( widths.empty() ) {
+fit( std::vector< Column > & columns, std::size_t available ) {
+   if( columns.empty() ) {
       return;
    }
    auto total = [ & ] {
-      return std::accumulate( widths.begin(), widths.end(), gap * ( widths.size() - 1 ) );
+      return std::accumulate(
+            columns.begin(), columns.end(), gap * ( columns.size() - 1 ),
+            []( std::size_t sum, Column const & column ) { return sum + column.width; } );
    };
+   auto narrower = []( Column const & a, Column const & b ) { return a.width < b.width; };
    while( total() > available ) {
-      auto widest = std::max_element( widths.begin(), widths.end() );
-      if( *widest <= narrowest ) {
+      auto widest = std::max_element( columns.begin(), columns.end(), narrower );
+      if( widest->width <= narrowest ) {
          return;
       }
-      --*widest;
+      --widest->width;
    }
 }
 
@@ -99,11 +109,11 @@ padded( std::string const & text, std::size_t width, bool right, bool last ) {
 
 void
 appendRow( std::string & out, std::vector< Cell > const & row,
-           std::vector< std::size_t > const & widths ) {
+           std::vector< Column > const & columns ) {
    std::vector< std::vector< std::string > > cells;
    std::size_t height = 1;
    for( std::size_t i = 0; i != row.size(); ++i ) {
-      cells.push_back( wrapped( row[ i ].text, std::max< std::size_t >( widths[ i ], 1 ) ) );
+      cells.push_back( wrapped( row[ i ].text, std::max< std::size_t >( columns[ i ].width, 1 ) ) );
       height = std::max( height, cells.back().size() );
    }
    for( std::size_t line = 0; line != height; ++line ) {
@@ -111,7 +121,7 @@ appendRow( std::string & out, std::vector< Cell > const & row,
       for( std::size_t i = 0; i != row.size(); ++i ) {
          auto const & piece = line < cells[ i ].size() ? cells[ i ][ line ] : std::string();
          text += i ? std::string( gap, ' ' ) : "";
-         text += padded( piece, widths[ i ], row[ i ].number, i + 1 == row.size() );
+         text += padded( piece, columns[ i ].width, columns[ i ].right, i + 1 == row.size() );
       }
       text.erase( text.find_last_not_of( ' ' ) + 1 );
       out += text + "\n";
@@ -126,10 +136,28 @@ cellsOf( Datum const & row, std::size_t count ) {
          auto const & value = ( *values )[ i ];
          bool number =
                value.as< std::int64_t >() || value.as< std::uint64_t >() || value.as< double >();
-         cells[ i ] = { value.isNull() ? "-" : oneLine( value ), number };
+         cells[ i ] = { value.isNull() ? "-" : oneLine( value ), value.isNull() ? CellKind::empty
+                                                                 : number       ? CellKind::number
+                                                                                : CellKind::text };
       }
    }
    return cells;
+}
+
+std::vector< Column >
+columnsFor( std::vector< Cell > const & header, std::vector< std::vector< Cell > > const & rows ) {
+   std::vector< Column > columns;
+   for( std::size_t i = 0; i != header.size(); ++i ) {
+      bool numbers = false, texts = false;
+      auto width = columnsOf( header[ i ].text );
+      for( auto const & row : rows ) {
+         width = std::max( width, columnsOf( row[ i ].text ) );
+         numbers = numbers || row[ i ].kind == CellKind::number;
+         texts = texts || row[ i ].kind == CellKind::text;
+      }
+      columns.push_back( { width, numbers && !texts } );
+   }
+   return columns;
 }
 
 } // namespace
@@ -143,40 +171,30 @@ isTable( Datum const & answer ) {
 
 std::string
 renderTable( Datum const & table, Style const & style ) {
-   auto const & columns = *table.find( "columns" )->as< Datum::Array >();
-   auto header = cellsOf( columns, columns.size() );
+   auto const & names = *table.find( "columns" )->as< Datum::Array >();
+   auto const header = cellsOf( names, names.size() );
    std::vector< std::vector< Cell > > rows;
    for( auto const & row : *table.find( "rows" )->as< Datum::Array >() ) {
-      rows.push_back( cellsOf( row, columns.size() ) );
+      rows.push_back( cellsOf( row, names.size() ) );
    }
-   std::vector< std::size_t > widths;
-   for( std::size_t i = 0; i != columns.size(); ++i ) {
-      auto width = columnsOf( header[ i ].text );
-      for( auto const & row : rows ) {
-         width = std::max( width, columnsOf( row[ i ].text ) );
-         // A heading stands where its numbers do.
-         header[ i ].number = header[ i ].number || row[ i ].number;
-      }
-      widths.push_back( width );
-   }
+   auto columns = columnsFor( header, rows );
    if( style.width ) {
-      fit( widths, style.width );
+      fit( columns, style.width );
    }
    std::string out;
    if( !columns.empty() ) {
       std::string heading;
-      appendRow( heading, header, widths );
+      appendRow( heading, header, columns );
       out += style.colour ? "\033[1m" + heading.substr( 0, heading.size() - 1 ) + "\033[0m\n"
                           : heading;
    }
    for( auto const & row : rows ) {
-      appendRow( out, row, widths );
+      appendRow( out, row, columns );
    }
-   if( auto const * notes = table.find( "notes" ) ) {
-      if( auto const * lines = notes->as< Datum::Array >() ) {
-         for( auto const & line : *lines ) {
-            out += oneLine( line ) + "\n";
-         }
+   auto const * notes = table.find( "notes" );
+   if( auto const * lines = notes ? notes->as< Datum::Array >() : nullptr ) {
+      for( auto const & line : *lines ) {
+         out += oneLine( line ) + "\n";
       }
    }
    return out;

@@ -131,8 +131,9 @@ TEST( TesseraPath, refusesWhatIsNone ) {
       EXPECT_NE( errorOf( [ & ] { Path::parse( text ); } ).find( "two hexadecimal digits" ),
                  String::npos );
    }
-   EXPECT_NE( errorOf( [] { Path::parse( "/" + String( 5000, 'x' ) ); } ).find( "longer than 4096" ),
-              String::npos );
+   EXPECT_NE(
+         errorOf( [] { Path::parse( "/" + String( 5000, 'x' ) ); } ).find( "longer than 4096" ),
+         String::npos );
    String deep;
    for( int i = 0; i != 65; ++i ) {
       deep += "/x";
@@ -230,8 +231,7 @@ TEST_F( TesseraDatabase, saysWhatIsThereInstead ) {
                 "\"level\"?" },
               { "/feature/config/level/x",
                 "/feature/config/level/x: \"x\" is not a number from 0 to 65535" },
-              { "/feature/config/level/11",
-                "/feature/config/level/11: is not there; there is 10" },
+              { "/feature/config/level/11", "/feature/config/level/11: is not there; there is 10" },
               { "/feature/config/number/x",
                 "/feature/config/number/x: number is a plain value: there is nothing below it" },
               { "/feature/config/fixed/note", "/feature/config/fixed: is not there" },
@@ -269,14 +269,16 @@ TEST_F( TesseraDatabase, writesTextByType ) {
               { "/feature/config/intf/Ethernet9/broadcast/level", "700", nullptr },
               { "/feature/config/intf/Ethernet9/broadcast/color", "blue", nullptr },
               { "/feature/config/intf/Ethernet9/broadcast", "700",
-                "/feature/config/intf/Ethernet9/broadcast: \"700\" is not an object with the fields "
+                "/feature/config/intf/Ethernet9/broadcast: \"700\" is not an object with the "
+                "fields "
                 "mode, level, color" },
               { "/feature/config/intf/Ethernet9", "700",
                 "/feature/config/intf/Ethernet9: a string is not an object of the entity's "
                 "attributes" },
               { "/feature/config/level/7/mode", "3", nullptr },
               { "/feature/config/level/7/mod", "3",
-                "/feature/config/level/7/mod: \"mod\" is not one of the fields mode, level, color" },
+                "/feature/config/level/7/mod: \"mod\" is not one of the fields mode, level, "
+                "color" },
               { "/feature/config/port[Ethernet1/2]", "true", nullptr },
               { "/feature/config/friend_", "x",
                 "/feature/config/friend_: a reference to an entity cannot be written" },
@@ -288,7 +290,8 @@ TEST_F( TesseraDatabase, writesTextByType ) {
                 "/feature/config/fixed: is not there, and cannot be made from outside" },
               { "/feature/status/note", "x",
                 "/feature/status/note: is status: it cannot be written from outside" },
-              { "/feature", "x", "/feature: a string is not an object of what is in this directory" },
+              { "/feature", "x",
+                "/feature: a string is not an object of what is in this directory" },
         } ) {
       EXPECT_EQ( textError( row.path, row.text ), row.error ? row.error : "" ) << row.path;
       if( !row.error ) {
@@ -325,8 +328,9 @@ TEST_F( TesseraDatabase, deletes ) {
    EXPECT_EQ( config->intf().size(), 0u );
    config->levelIs( 7, {} );
    status->levelIs( 7, {} );
-   for( auto const * path : { "/", "/feature/config", "/feature/config/note", "/feature/config/level",
-                              "/feature/config/level/7/mode", "/feature/config/fixed" } ) {
+   for( auto const * path :
+        { "/", "/feature/config", "/feature/config/note", "/feature/config/level",
+          "/feature/config/level/7/mode", "/feature/config/fixed" } ) {
       EXPECT_EQ( errorOf( [ & ] { database.del( path ); } ),
                  String( path ) + ": cannot be deleted: only members of collections can" );
    }
@@ -352,8 +356,9 @@ TEST_F( TesseraDatabase, appliesWhatItAnswered ) {
    Database other;
    other.mount( "/feature/config", fresh, Access::configuration );
    auto intf = *tree.find( "feature" )->find( "config" )->find( "intf" );
-   other.apply( object( { { "/feature/config/intf", intf },
-                          { "feature", object( { { "config", object( { { "note", "n" } } ) } } ) } } ) );
+   other.apply(
+         object( { { "/feature/config/intf", intf },
+                   { "feature", object( { { "config", object( { { "note", "n" } } ) } } ) } } ) );
    EXPECT_EQ( other.get( "/feature/config/intf" ), intf );
    EXPECT_EQ( fresh->note(), "n" );
 }
@@ -371,11 +376,17 @@ TEST_F( TesseraDatabase, appliesAllOrNothing ) {
               { "x", "/: a string is not an object of paths or directories" },
               { object( { { "/feature/nothing", good } } ),
                 "/feature/nothing: no such path; there are config, status" },
-              { inConfig( object( { { "note", "new" }, { "intf", object( { { "E1", good }, { "E2", 5 } } ) } } ) ),
+              { inConfig( object( { { "note", "new" },
+                                    { "intf", object( { { "E1", good }, { "E2", 5 } } ) } } ) ),
                 "/feature/config/intf/E2: a number is not an object of the entity's attributes" },
-              { inConfig( object( { { "intf", object( { { "E1", good } } ) }, { "color", "pink" } } ) ),
+              { inConfig(
+                      object( { { "intf", object( { { "E1", good } } ) }, { "color", "pink" } } ) ),
                 "/feature/config/color: \"pink\" is not one of red, green, blue" },
-              { inConfig( object( { { "intf", object( { { "E1", object( { { "level", object( { { "x", good } } ) } } ) } } ) } } ) ),
+              { inConfig( object(
+                      { { "intf",
+                          object( { { "E1",
+                                      object( { { "level",
+                                                  object( { { "x", good } } ) } } ) } } ) } } ) ),
                 "/feature/config/intf/E1/level: \"x\" is not a number from 0 to 65535" },
               { object( { { "/feature/config/intf/E1", good }, { "/feature/status/note", "x" } } ),
                 "/feature/status/note: is status: it cannot be written from outside" },
@@ -405,7 +416,8 @@ TEST_F( TesseraDatabase, listsWhatMayFollow ) {
 class TesseraWatch : public TesseraDatabase {
  protected:
    std::uint64_t watch( char const * path ) {
-      return database.watch( path, [ this ]( Path const & at, std::optional< Datum > const & value ) {
+      return database.watch( path, [ this ]( Path const & at,
+                                             std::optional< Datum > const & value ) {
          heard.push_back( at.text() + ( value ? " = " + Kiv::datumText( *value ) : " gone" ) );
          if( then ) {
             then();
@@ -425,10 +437,11 @@ TEST_F( TesseraWatch, followsEverythingBelow ) {
    status->noteIs( "x" );
    config->levelIs( 5, Level{ 1, 2, red } );
    config->levelDel( 5 );
-   EXPECT_EQ( take(), ( std::vector< String >{
-                            "/feature/config/note = x",
-                            "/feature/config/level/5 = {\"mode\": 1, \"level\": 2, \"color\": \"red\"}",
-                            "/feature/config/level/5 gone" } ) );
+   EXPECT_EQ( take(),
+              ( std::vector< String >{
+                    "/feature/config/note = x",
+                    "/feature/config/level/5 = {\"mode\": 1, \"level\": 2, \"color\": \"red\"}",
+                    "/feature/config/level/5 gone" } ) );
    auto late = config->intfIs( "Ethernet1/2" );
    late->enabledIs( false );
    ASSERT_EQ( heard.size(), 2u );
@@ -452,8 +465,9 @@ TEST_F( TesseraWatch, followsOneFieldOfWhatMayCome ) {
    database.unmount( "/feature/config" );
    database.mount( "/feature/config", config, Access::configuration );
    String const path = "/feature/config/intf/Ethernet1/broadcast/level";
-   EXPECT_EQ( take(), ( std::vector< String >{ path + " = 10000", path + " = 5", path + " gone",
-                                               path + " = 10000", path + " gone", path + " = 10000" } ) );
+   EXPECT_EQ( take(),
+              ( std::vector< String >{ path + " = 10000", path + " = 5", path + " gone",
+                                       path + " = 10000", path + " gone", path + " = 10000" } ) );
 }
 
 TEST_F( TesseraWatch, survivesWhatItsCallbackDoes ) {
