@@ -202,12 +202,8 @@ StormControlSm::KivIntfConfig::updateLevel( LevelType levelType ) {
    auto & sm = owner();
    auto const decision =
          decideLevel( sm.platform(), levelType, configuredThreshold( *notifier(), levelType ) );
-   if( !decision.program ) {
-      stateIs( levelType, decision.state );
-      return;
-   }
-   if( auto const why = obstacle(); why != programmed ) {
-      stateIs( levelType, decision.state == notConfigured ? notConfigured : why );
+   if( !decision.program || obstacle() != programmed ) {
+      stateIs( levelType, standing( levelType ) );
       return;
    }
    program( levelType, decision.threshold, decision.state );
@@ -240,6 +236,15 @@ StormControlSm::KivIntfConfig::obstacle() const {
       return intfInactive;
    }
    return sm.calculateSpeedForIntf( key() ) == 0 ? LevelState::speedUnknown : programmed;
+}
+
+LevelState
+StormControlSm::KivIntfConfig::standing( LevelType levelType ) const {
+   auto const decision = decideLevel( owner().platform(), levelType,
+                                      configuredThreshold( *notifier(), levelType ) );
+   auto const why = obstacle();
+   return decision.program && decision.state != notConfigured && why != programmed ? why
+                                                                                   : decision.state;
 }
 
 // Programs the ports whose speed is known, and says so in the status.
@@ -322,8 +327,7 @@ StormControlSm::resetStormControlStatusForIntf( Pelt::IntfId intf ) {
       return;
    }
    for( auto levelType : allLevelTypes ) {
-      bool const asked = !configuredThreshold( *reactor->notifier(), levelType ).isDefault();
-      levelStatusIs( *status, levelType, { {}, 0, asked ? reactor->obstacle() : notConfigured } );
+      levelStatusIs( *status, levelType, { {}, 0, reactor->standing( levelType ) } );
    }
 }
 
@@ -633,10 +637,13 @@ StormControlSm::KivIntfConfig::handleVerify() {
       return;
    }
    auto & sm = owner();
+   // Named by the configuration that is verified: a member of a LAG has its own and the LAG's.
    auto verifyPort = [ & ]( Pelt::IntfId port, Pelt::IntfId parent, IntfConfig const & config ) {
-      sm.reportVerify( Kiv::toText( port ), callHook< &Helper::verifyPort >(
-                                                  sm.platform(), port, parent,
-                                                  sm.calculateSpeedForIntf( port ), config ) );
+      auto const item =
+            port == key() ? Kiv::toText( port ) : Kiv::toText( key() ) + ' ' + Kiv::toText( port );
+      sm.reportVerify( item, callHook< &Helper::verifyPort >( sm.platform(), port, parent,
+                                                              sm.calculateSpeedForIntf( port ),
+                                                              config ) );
    };
    auto verifyDisabled = [ & ] {
       sm.reportVerify( Kiv::toText( key() ),
