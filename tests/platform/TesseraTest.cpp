@@ -87,62 +87,6 @@ object( std::initializer_list< std::pair< String, Datum > > members ) {
    return Datum::Object( members );
 }
 
-TEST( TesseraPath, printsWhatItParses ) {
-   struct Row {
-      char const * text;
-      std::vector< String > components;
-      char const * printed; // null: as `text`
-   };
-   for( auto const & row : std::vector< Row >{
-              { "/", {}, nullptr },
-              { "/a/b", { "a", "b" }, nullptr },
-              { "/a/b/", { "a", "b" }, "/a/b" },
-              { "/a[Ethernet1/2/3]/b", { "a", "Ethernet1/2/3", "b" }, nullptr },
-              { "/a/Ethernet1%2F2/b", { "a", "Ethernet1/2", "b" }, "/a[Ethernet1/2]/b" },
-              { "/a[10.0.0.0/8][x]", { "a", "10.0.0.0/8", "x" }, "/a[10.0.0.0/8]/x" },
-              { "/a/[b/c]", { "a", "b/c" }, "/a[b/c]" },
-              { "/[b/c]/d", { "b/c", "d" }, nullptr },
-              { "/a[]", { "a", "" }, nullptr },
-              { "/a[[x%5D]", { "a", "[x]" }, nullptr },
-              { "/a/00:1c:73:00:00:01", { "a", "00:1c:73:00:00:01" }, nullptr },
-              { "/100%25/a b%0A", { "100%", "a b\n" }, nullptr },
-        } ) {
-      auto path = Path::parse( row.text );
-      ASSERT_EQ( path.size(), row.components.size() ) << row.text;
-      for( std::size_t i = 0; i != path.size(); ++i ) {
-         EXPECT_EQ( path[ i ], row.components[ i ] ) << row.text;
-      }
-      EXPECT_EQ( path.text(), row.printed ? row.printed : row.text );
-      EXPECT_EQ( Path::parse( path.text() ), path ) << row.text;
-   }
-}
-
-TEST( TesseraPath, refusesWhatIsNone ) {
-   EXPECT_EQ( errorOf( [] { Path::parse( "" ); } ), "path \"\": a path begins with \"/\"" );
-   EXPECT_EQ( errorOf( [] { Path::parse( "a/b" ); } ),
-              "path \"a/b\": a path begins with \"/\", at character 1" );
-   EXPECT_EQ( errorOf( [] { Path::parse( "/a//b" ); } ),
-              "path \"/a//b\": a component is empty, at character 4" );
-   EXPECT_EQ( errorOf( [] { Path::parse( "/a[b" ); } ),
-              "path \"/a[b\": a bracket is not closed, at character 5" );
-   EXPECT_EQ( errorOf( [] { Path::parse( "/a[b]c" ); } ),
-              "path \"/a[b]c\": a slash, a bracket or the end belongs here, at character 6" );
-   for( auto const * text : { "/%", "/%4", "/%zz", "/a%+1" } ) {
-      EXPECT_NE( errorOf( [ & ] { Path::parse( text ); } ).find( "two hexadecimal digits" ),
-                 String::npos );
-   }
-   EXPECT_NE(
-         errorOf( [] { Path::parse( "/" + String( 5000, 'x' ) ); } ).find( "longer than 4096" ),
-         String::npos );
-   String deep;
-   for( int i = 0; i != 65; ++i ) {
-      deep += "/x";
-   }
-   EXPECT_NE( errorOf( [ & ] { Path::parse( deep ); } ).find( "deeper than 64" ), String::npos );
-   EXPECT_EQ( errorOf( [] { Path::parse( "\n\xff" ); } ),
-              "path \"%0A%FF\": a path begins with \"/\", at character 1" );
-}
-
 class TesseraDatabase : public testing::Test {
  protected:
    TesseraDatabase() {
