@@ -63,10 +63,12 @@ class Importer {
             line( refused, mapper.table, key, error.what() );
          }
       }
+      Kiv::String fields;
       for( auto const & [ field, count ] : unread ) {
-         line( notImported, mapper.table, {},
-               "field " + field + " of " + counted( count, "row" ) +
-                     " not imported: no such attribute here" );
+         fields += ( fields.empty() ? "" : ", " ) + field + " (" + counted( count, "row" ) + ')';
+      }
+      if( !fields.empty() ) {
+         line( notImported, mapper.table, {}, "no such attribute here: " + fields );
       }
    }
 
@@ -143,7 +145,7 @@ Kiv::String
 ConfigDbImport::summary() const {
    return counted( count( imported ), "row" ) + " imported, " + Kiv::toText( count( refused ) ) +
           " refused, " + counted( count( remark ), "remark" ) + ", " +
-          Kiv::toText( count( notImported ) ) + " tables and fields not imported";
+          Kiv::toText( count( notImported ) ) + " tables not imported or not whole";
 }
 
 ConfigDbImport

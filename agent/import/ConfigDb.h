@@ -44,7 +44,7 @@ KIV_ENUM( LineKind, std::uint8_t,
           remark,
           // A row that is wrong, or does not fit what stands before it. Nothing of it was taken.
           refused,
-          // A table, or a field in all rows of a table, that has no place in this system.
+          // A table, or fields in the rows of a table, that have no place in this system.
           notImported );
 
 // One line of the report.
@@ -83,7 +83,7 @@ struct ConfigDbImport {
    // For who wants all or nothing: no row was refused, and none was taken otherwise than to the
    // letter. What has no place in this system does not count.
    bool clean() const { return count( refused ) == 0 && count( remark ) == 0; }
-   // "47 rows imported, 1 refused, 39 remarks, 34 tables and fields not imported"
+   // "47 rows imported, 1 refused, 39 remarks, 34 tables not imported or not whole"
    Kiv::String summary() const;
 };
 

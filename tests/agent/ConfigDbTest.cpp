@@ -138,14 +138,12 @@ TEST_F( ConfigDbTest, theReportNamesEverything ) {
               Lines{ "PORT_STORM_CONTROL|Ethernet0|unknown-multicast: unknown-multicast is not a "
                      "level of this system" } );
    EXPECT_EQ( lines( import, Import::notImported ),
-              ( Lines{ "PORT: field lanes of 2 rows not imported: no such attribute here",
-                       "PORT: field mtu of 1 row not imported: no such attribute here",
-                       "VLAN_MEMBER: field tagging_mode of 2 rows not imported: no such attribute "
-                       "here",
+              ( Lines{ "PORT: no such attribute here: lanes (2 rows), mtu (1 row)",
+                       "VLAN_MEMBER: no such attribute here: tagging_mode (2 rows)",
                        "ACL_RULE: 2 rows not imported: no such feature here",
                        "PBH_TABLE: 1 row not imported: no such feature here" } ) );
    EXPECT_EQ( import.summary(),
-              "10 rows imported, 1 refused, 2 remarks, 5 tables and fields not imported" );
+              "10 rows imported, 1 refused, 2 remarks, 4 tables not imported or not whole" );
    EXPECT_TRUE( import.accepted( "PORT", "Ethernet4" ) );
    EXPECT_FALSE( import.accepted( "PORT", "Ethernet5" ) );
    EXPECT_FALSE( import.clean() );
