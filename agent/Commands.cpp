@@ -18,21 +18,6 @@ namespace {
 // A request has no use for more.
 constexpr std::size_t maxWords = 64;
 
-std::vector< String >
-split( std::string_view text ) {
-   std::vector< String > words;
-   while( true ) {
-      auto begin = text.find_first_not_of( ' ' );
-      if( begin == std::string_view::npos ) {
-         return words;
-      }
-      text.remove_prefix( begin );
-      auto end = std::min( text.find( ' ' ), text.size() );
-      words.emplace_back( text.substr( 0, end ) );
-      text.remove_prefix( end );
-   }
-}
-
 String
 joined( std::vector< String > const & words, std::size_t begin, std::size_t end ) {
    String text;
@@ -51,7 +36,7 @@ wordsOf( Datum const & request ) {
    if( !command || !command->as< String >() ) {
       throw Kiv::ParseError( "a request needs a command, a string" );
    }
-   auto words = split( *command->as< String >() );
+   auto words = wordsIn( *command->as< String >() );
    if( auto const * given = request.find( "words" ) ) {
       auto const * list = given->as< Datum::Array >();
       if( !list ) {
@@ -132,6 +117,21 @@ argumentsOf( Command const & command, Datum const & request, std::vector< String
 }
 
 } // namespace
+
+std::vector< String >
+wordsIn( std::string_view text ) {
+   std::vector< String > words;
+   while( true ) {
+      auto begin = text.find_first_not_of( ' ' );
+      if( begin == std::string_view::npos ) {
+         return words;
+      }
+      text.remove_prefix( begin );
+      auto end = std::min( text.find( ' ' ), text.size() );
+      words.emplace_back( text.substr( 0, end ) );
+      text.remove_prefix( end );
+   }
+}
 
 String
 Request::text( std::string_view name, std::string_view otherwise ) const {
@@ -248,7 +248,7 @@ Commands::help( Request const & request ) const {
    }
    auto answer = table.take();
    if( answer.find( "rows" )->as< Datum::Array >()->empty() ) {
-      auto words = split( about );
+      auto words = wordsIn( about );
       find( words ); // says what there is instead
    }
    return answer;

@@ -102,6 +102,9 @@ class Commands {
    std::map< Kiv::String, Command > commands_;
 };
 
+// The words of a text, which spaces separate.
+std::vector< Kiv::String > wordsIn( std::string_view text );
+
 // A table as commands answer it.
 class TableAnswer {
  public:

@@ -155,6 +155,13 @@ addDatabaseCommands( Commands & commands, Tessera::Database & database, EventLoo
                       auto paths = completions( database, request.text( "path" ) );
                       return Datum( Datum::Array( paths.begin(), paths.end() ) );
                    } } );
+   commands.add( { .name = "complete command",
+                   .help = "the words that may follow in the name of a command",
+                   .arguments = { { "name", "its first words", false, true } },
+                   .handler = [ & ]( Request const & request ) {
+                      auto next = commands.nextWords( wordsIn( request.text( "name" ) ) );
+                      return Datum( Datum::Array( next.begin(), next.end() ) );
+                   } } );
    commands.add( { .name = "watch",
                    .help = "every change at and below a path, until the connection ends",
                    .arguments = { pathArgument( "what to follow; it may come later" ) },

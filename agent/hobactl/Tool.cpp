@@ -100,7 +100,9 @@ class Tool {
    // For the shell: one candidate a line, nothing if the agent cannot be asked.
    void complete() {
       try {
-         auto answer = connection().ask( atPath( "complete" ) );
+         auto request = requestOf( "complete command" );
+         request.add( "name", options_.value );
+         auto answer = connection().ask( options_.asText ? request : atPath( "complete" ) );
          for( auto const & path : *answer.as< Datum::Array >() ) {
             out_ << oneLine( path ) << "\n";
          }
@@ -276,7 +278,12 @@ class CommandLine {
             ->required();
       auto * complete = add( "complete", "Paths for the shell", []( Tool & t ) { t.complete(); } );
       complete->group( "" );
-      addPath( complete, true );
+      complete->add_option( "path", options.path );
+      complete->add_option_function< std::string >( "--command",
+                                                    [ this ]( std::string const & words ) {
+                                                       options.value = words;
+                                                       options.asText = true;
+                                                    } );
    }
 
    void addWords( char const * name, char const * help ) {

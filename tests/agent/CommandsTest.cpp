@@ -109,6 +109,14 @@ TEST_F( CommandsTest, helpKnowsEveryCommand ) {
               "unknown command \"smi\"; did you mean \"sim\"?" );
 }
 
+TEST_F( CommandsTest, knowsWhatMayFollow ) {
+   using Words = std::vector< Kiv::String >;
+   EXPECT_EQ( commands.nextWords( {} ), ( Words{ "help", "number", "show", "sim" } ) );
+   EXPECT_EQ( commands.nextWords( wordsIn( " sim  link " ) ), ( Words{ "up" } ) );
+   EXPECT_EQ( commands.nextWords( { "sho" } ), Words() );
+   EXPECT_EQ( commands.nextWords( { "number" } ), Words() );
+}
+
 Kiv::Seconds testTime = 0;
 
 TEST_F( CommandsTest, recordsWhatInputsCause ) {

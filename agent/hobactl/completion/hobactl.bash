@@ -1,15 +1,19 @@
 # SPDX-License-Identifier: Apache-2.0
 # bash completion for hobactl. Paths of the state database are asked of the running agent.
 
-_hobactl_paths() {
+_hobactl_ask() {
    local socket=() i
    for (( i = 1; i < COMP_CWORD; ++i )); do
       if [[ ${COMP_WORDS[i]} == --socket ]]; then
          socket=( --socket "${COMP_WORDS[i + 1]}" )
       fi
    done
+   hobactl "${socket[@]}" --timeout 2 complete "$@" 2>/dev/null
+}
+
+_hobactl_paths() {
    # Candidates hold what the shell would take for patterns: they go in as they are, line by line.
-   mapfile -t COMPREPLY < <( hobactl "${socket[@]}" --timeout 2 complete -- "${1:-/}" 2>/dev/null )
+   mapfile -t COMPREPLY < <( _hobactl_ask -- "${1:-/}" )
    if (( ${#COMPREPLY[@]} == 1 )) && [[ ${COMPREPLY[0]} == */ ]]; then
       compopt -o nospace 2>/dev/null
    fi
@@ -25,12 +29,13 @@ _hobactl() {
    fi
    local commands='get set del list watch apply show logs verify sim types help trace'
    local options='--socket --json --timeout --help'
-   local i command='' place=0
+   local i command='' place=0 typed=()
    for (( i = 1; i < cword; ++i )); do
       case ${words[i]} in
          --socket|--timeout|--handle|--levels|--text|--last|--enable|--tree|--export) (( ++i )) ;;
          -*) ;;
-         *) [[ -n $command ]] && (( ++place )) || command=${words[i]} ;;
+         *) [[ -n $command ]] && (( ++place )) || command=${words[i]}
+            typed+=( "${words[i]}" ) ;;
       esac
    done
    COMPREPLY=()
@@ -49,6 +54,9 @@ _hobactl() {
    else
       case $command:$place in
          get:0|set:0|del:0|list:0|watch:0) _hobactl_paths "$cur" ;;
+         help:*) mapfile -t COMPREPLY < <( compgen -W "$( _hobactl_ask --command "${typed[*]:1}" )" -- "$cur" ) ;;
+         show:*|logs:*|verify:*|sim:*)
+            mapfile -t COMPREPLY < <( compgen -W "$( _hobactl_ask --command "${typed[*]}" )" -- "$cur" ) ;;
          apply:0) compopt -o default 2>/dev/null; return ;;
       esac
    fi
