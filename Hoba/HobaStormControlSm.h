@@ -137,6 +137,8 @@ class StormControlSm : public HobaVerifiedSm {
       void doCleanup();
       // What keeps the interface from being programmed at all: `programmed` when nothing does.
       LevelState obstacle() const;
+      // What becomes of the level: `programmed`, or why it does not.
+      LevelState standing( LevelType levelType ) const;
 
     private:
       template< LevelType levelType >
