@@ -266,12 +266,12 @@ StormControlSm::KivIntfConfig::program( LevelType levelType, Threshold const & t
          sm.setHwRate( levelType, port, key(), portSpeed, threshold );
       }
    }
-   if( speed == 0 && state != notConfigured ) {
+   if( speed == 0 && state != notConfigured && state != supersededByAll ) {
       state = ports.empty() ? lagHasNoMember : LevelState::speedUnknown;
    }
    auto const status = sm.status_->intfStatusIs( key() );
    status->speedIs( speed );
-   levelStatusIs( *status, levelType, { threshold, rate, state } );
+   levelStatusIs( *status, levelType, { speed == 0 ? Threshold{} : threshold, rate, state } );
 }
 
 // What the hardware holds stays what it was.
