@@ -262,7 +262,7 @@ StormControlSm::KivIntfConfig::program( LevelType levelType, Threshold const & t
    for( auto port : ports ) {
       if( auto const portSpeed = sm.calculateSpeedForIntf( port ) ) {
          speed += portSpeed;
-         rate += rateOf( portSpeed, threshold );
+         rate += threshold.isDefault() ? 0 : rateOf( portSpeed, threshold );
          sm.setHwRate( levelType, port, key(), portSpeed, threshold );
       }
    }

@@ -90,7 +90,8 @@ struct LevelStatus {
    KIV_VALUE( Bridging::StormControl::LevelStatus );
    // What was programmed.
    KIV_FIELD( Threshold, threshold );
-   // Speed times level, in kbps; for a LAG the sum over its members; 0 outside percentage mode.
+   // Speed times level, in kbps; for a LAG the sum over its members; 0 where nothing is limited,
+   // and outside percentage mode.
    KIV_FIELD( std::uint64_t, rate, 0 );
    KIV_FIELD( LevelState, state, notConfigured );
 };

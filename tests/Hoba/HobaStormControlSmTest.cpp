@@ -136,7 +136,7 @@ LevelCase const levelCases[] = {
         asItIs,
         { "multicast Ethernet1 10000000 none", "skip Ethernet1 off" },
         meteringModeNotSupported,
-        10'000'000 },
+        0 },
       { "packet metering",
         levelTypeMulticast,
         pps( 5000 ),
@@ -152,7 +152,7 @@ LevelCase const levelCases[] = {
         []( auto & unit ) { unit.ppsMeteringIs( true ); },
         { "broadcast Ethernet1 10000000 none", "skip Ethernet1 off" },
         meteringModeNotSupported,
-        10'000'000 },
+        0 },
       { "bit metering",
         levelTypeBroadcast,
         kbps( 5000 ),
@@ -193,7 +193,7 @@ LevelCase const levelCases[] = {
         asItIs,
         { "broadcast Ethernet1 10000000 none", "skip Ethernet1 off" },
         meteringModeNotSupported,
-        10'000'000 },
+        0 },
 };
 
 TEST_F( StormControlSmTest, oneLevelOfAPort ) {
