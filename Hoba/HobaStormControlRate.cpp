@@ -25,6 +25,20 @@ configuredThreshold( IntfConfig const & config, LevelType levelType ) {
    }
 }
 
+LevelStatus const &
+levelStatus( IntfStatus const & status, LevelType levelType ) {
+   switch( levelType ) {
+   case levelTypeBroadcast:
+      return status.broadcast();
+   case levelTypeMulticast:
+      return status.multicast();
+   case levelTypeUUcast:
+      return status.uucast();
+   default:
+      return status.all();
+   }
+}
+
 bool
 levelSupported( StormControlSmHelper const & platform, LevelType levelType ) {
    switch( levelType ) {

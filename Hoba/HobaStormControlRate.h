@@ -18,6 +18,9 @@ std::string_view levelText( LevelType levelType );
 Bridging::StormControl::Threshold const &
 configuredThreshold( Bridging::StormControl::IntfConfig const & config, LevelType levelType );
 
+Bridging::StormControl::LevelStatus const &
+levelStatus( Bridging::StormControl::IntfStatus const & status, LevelType levelType );
+
 // Whether the platform has this level at all.
 bool levelSupported( StormControlSmHelper const & platform, LevelType levelType );
 

@@ -18,20 +18,6 @@ using Helper = StormControlSmHelper;
 
 namespace {
 
-LevelStatus const &
-levelStatus( IntfStatus const & status, LevelType levelType ) {
-   switch( levelType ) {
-   case levelTypeBroadcast:
-      return status.broadcast();
-   case levelTypeMulticast:
-      return status.multicast();
-   case levelTypeUUcast:
-      return status.uucast();
-   default:
-      return status.all();
-   }
-}
-
 void
 levelStatusIs( IntfStatus & status, LevelType levelType, LevelStatus const & value ) {
    switch( levelType ) {

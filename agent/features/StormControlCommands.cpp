@@ -40,20 +40,6 @@ limitText( HobaSim::StormLimit const & limit ) {
    return Kiv::toText( limit.rate ) + ( limit.unit == unitPps ? " pps" : " kbps" );
 }
 
-LevelStatus const &
-levelStatus( IntfStatus const & status, LevelType levelType ) {
-   switch( levelType ) {
-   case Hoba::levelTypeBroadcast:
-      return status.broadcast();
-   case Hoba::levelTypeMulticast:
-      return status.multicast();
-   case Hoba::levelTypeUUcast:
-      return status.uucast();
-   default:
-      return status.all();
-   }
-}
-
 String
 stateText( Switch const & sw, Pelt::IntfId intf, LevelState state ) {
    switch( state ) {
@@ -128,7 +114,7 @@ show( Switch const & sw, Pelt::IntfId only, std::vector< String > const & notes 
          if( asked.isDefault() ) {
             continue;
          }
-         auto const & level = levelStatus( *status, levelType );
+         auto const & level = Hoba::levelStatus( *status, levelType );
          table.row( { Kiv::toText( intf ), String( Hoba::levelText( levelType ).substr( 1 ) ),
                       thresholdText( asked ), speedText( status->speed() ),
                       level.threshold.isDefault() ? Datum( "-" ) : Datum( level.rate ),
