@@ -47,6 +47,8 @@ struct Rank< 0 > {};
 template< unsigned n >
 struct Count {
    static constexpr unsigned value = n;
+   using Next = Count< n + 1 >;
+   using NextRank = Rank< n + 1 >;
 };
 
 // As many attributes or fields as one class can have.
@@ -67,6 +69,7 @@ struct Attribute : AttributeId {
    using Entity = EntityT;
    using Key = KeyT; // void for scalars
    using Value = ValueT;
+   using Position = Count< indexOf >;
    static constexpr auto fixedKind = kindOf;
    static constexpr unsigned fixedIndex = indexOf;
 
@@ -163,16 +166,20 @@ keysOf( Map const & map ) {
    static constexpr ::Kiv::Attribute< KivSelf, Key, Value, ::Kiv::AttributeKind::Kind,             \
                                       KIV_COUNT_NOW >                                              \
          attr##Attr{ #attr };                                                                      \
-   static constexpr auto const & kivAttribute( ::Kiv::Count< KIV_COUNT_NOW > ) {                   \
+   static constexpr auto const & kivAttribute( KIV_POSITION( attr ) ) {                            \
       return attr##Attr;                                                                           \
    }                                                                                               \
-   static auto const & kivGet( ::Kiv::Count< KIV_COUNT_NOW >, KivSelf const & self ) {             \
+   static auto const & kivGet( KIV_POSITION( attr ), KivSelf const & self ) {                      \
       return self.attr##_;                                                                         \
    }
 
-// Counts one more declaration; it comes last, since KIV_COUNT_NOW is one more after it.
-#define KIV_NEXT()                                                                                 \
-   static ::Kiv::Count< KIV_COUNT_NOW + 1 > kivCount( ::Kiv::Rank< KIV_COUNT_NOW + 1 > )
+// Asking for the count costs the compiler a walk over all declarations so far, so that each asks
+// once: in the type of its descriptor.
+#define KIV_POSITION( attr ) decltype( attr##Attr )::Position
+
+// Counts one more declaration; it comes last.
+#define KIV_NEXT( attr )                                                                           \
+   static KIV_POSITION( attr )::Next kivCount( KIV_POSITION( attr )::NextRank )
 
 #define KIV_SCALAR_( Kind, set, T, attr, ... )                                                     \
  private:                                                                                          \
@@ -182,7 +189,7 @@ keysOf( Map const & map ) {
    KIV_DESCRIBE( Kind, void, T, attr )                                                             \
    T const & attr() const { return attr##_; }                                                      \
    void attr##Is( ::Kiv::Param< T > value ) { set }                                                \
-   static void kivPut( ::Kiv::Count< KIV_COUNT_NOW >, KivSelf & self, T const & value ) {          \
+   static void kivPut( KIV_POSITION( attr ), KivSelf & self, T const & value ) {                   \
       self.attr##Is( value );                                                                      \
    }
 
@@ -193,11 +200,11 @@ keysOf( Map const & map ) {
                    this->kivChanged( attr##Attr );                                                 \
                 },                                                                                 \
                 T, attr, __VA_ARGS__ )                                                             \
-   KIV_NEXT()
+   KIV_NEXT( attr )
 
 #define KIV_ANNOUNCED( T, attr, ... )                                                              \
    KIV_SCALAR_( scalar, attr##_ = value; this->kivChanged( attr##Attr );, T, attr, __VA_ARGS__ )   \
-   KIV_NEXT()
+   KIV_NEXT( attr )
 
 #define KIV_COUNTER( T, attr )                                                                     \
    KIV_SCALAR_( counter,                                                                           \
@@ -216,7 +223,7 @@ keysOf( Map const & map ) {
       attr##Is( value );                                                                           \
       return value;                                                                                \
    }                                                                                               \
-   KIV_NEXT()
+   KIV_NEXT( attr )
 
 // What all keyed attributes have in common.
 #define KIV_MEMBERS_( Kind, Key, Value, attr, ... )                                                \
@@ -231,7 +238,7 @@ keysOf( Map const & map ) {
       ::Kiv::eraseMember( attr##_, key, KIV_NOTIFIER_( attr ) );                                   \
    }                                                                                               \
    void attr##DelAll() { ::Kiv::eraseAll( attr##_, KIV_NOTIFIER_( attr ) ); }                      \
-   static void kivErase( ::Kiv::Count< KIV_COUNT_NOW >, KivSelf & self, Key const & key ) {        \
+   static void kivErase( KIV_POSITION( attr ), KivSelf & self, Key const & key ) {                 \
       self.attr##Del( key );                                                                       \
    }
 
@@ -239,7 +246,7 @@ keysOf( Map const & map ) {
    [ this ]( auto const & kivKey ) { this->kivChanged( attr##Attr, &kivKey ); }
 
 #define KIV_PUT_MEMBER_( Key, Value, attr )                                                        \
-   static void kivPut( ::Kiv::Count< KIV_COUNT_NOW >, KivSelf & self, Key const & key,             \
+   static void kivPut( KIV_POSITION( attr ), KivSelf & self, Key const & key,                      \
                        Value const & value ) {                                                     \
       self.attr##Is( key, value );                                                                 \
    }
@@ -249,10 +256,10 @@ keysOf( Map const & map ) {
    void attr##Is( Key const & key ) {                                                              \
       ::Kiv::insertMember( attr##_, key, KIV_NOTIFIER_( attr ) );                                  \
    }                                                                                               \
-   static void kivPut( ::Kiv::Count< KIV_COUNT_NOW >, KivSelf & self, Key const & key ) {          \
+   static void kivPut( KIV_POSITION( attr ), KivSelf & self, Key const & key ) {                   \
       self.attr##Is( key );                                                                        \
    }                                                                                               \
-   KIV_NEXT()
+   KIV_NEXT( attr )
 
 #define KIV_MAP_( Kind, Map, Key, Value, attr, ... )                                               \
    KIV_MEMBERS_( Kind, Key, Value, attr, Map< Key, Value > )                                       \
@@ -265,11 +272,11 @@ keysOf( Map const & map ) {
 
 #define KIV_COLLECTION( Key, Value, attr, ... )                                                    \
    KIV_MAP_( map, ::Kiv::HashMap, Key, Value, attr, __VA_ARGS__ )                                  \
-   KIV_NEXT()
+   KIV_NEXT( attr )
 
 #define KIV_ORDERED( Key, Value, attr, ... )                                                       \
    KIV_MAP_( ordered, ::Kiv::OrderedMap, Key, Value, attr, __VA_ARGS__ )                           \
-   KIV_NEXT()
+   KIV_NEXT( attr )
 
 #define KIV_COUNTERS( Key, T, attr )                                                               \
    KIV_MAP_( counters, ::Kiv::HashMap, Key, T, attr )                                              \
@@ -283,7 +290,7 @@ keysOf( Map const & map ) {
       attr##Is( key, value );                                                                      \
       return value;                                                                                \
    }                                                                                               \
-   KIV_NEXT()
+   KIV_NEXT( attr )
 
 #define KIV_KEYED( Value, Key, keyMember, attr )                                                   \
    KIV_MEMBERS_( keyed, Key, Value, attr, ::Kiv::HashMap< Key, Value > )                           \
@@ -291,13 +298,13 @@ keysOf( Map const & map ) {
    void attr##Is( Value const & value ) {                                                          \
       ::Kiv::putMember( attr##_, value.keyMember, value, KIV_NOTIFIER_( attr ) );                  \
    }                                                                                               \
-   static void kivPut( ::Kiv::Count< KIV_COUNT_NOW >, KivSelf & self, Value const & value ) {      \
+   static void kivPut( KIV_POSITION( attr ), KivSelf & self, Value const & value ) {               \
       self.attr##Is( value );                                                                      \
    }                                                                                               \
-   static auto const & kivKeyOf( ::Kiv::Count< KIV_COUNT_NOW >, Value const & value ) {            \
+   static auto const & kivKeyOf( KIV_POSITION( attr ), Value const & value ) {                     \
       return value.keyMember;                                                                      \
    }                                                                                               \
-   KIV_NEXT()
+   KIV_NEXT( attr )
 
 // Queues and stacks notify with the position of the element that came or went: counted from the
 // first element ever queued, and from the bottom of the stack.
@@ -322,7 +329,7 @@ keysOf( Map const & map ) {
       this->kivChanged( attr##Attr, &position );                                                   \
       return value;                                                                                \
    }                                                                                               \
-   KIV_NEXT()
+   KIV_NEXT( attr )
 
 #define KIV_STACK( T, attr )                                                                       \
  private:                                                                                          \
@@ -344,7 +351,7 @@ keysOf( Map const & map ) {
       this->kivChanged( attr##Attr, &position );                                                   \
       return value;                                                                                \
    }                                                                                               \
-   KIV_NEXT()
+   KIV_NEXT( attr )
 
 #define KIV_CHILD( E, attr )                                                                       \
  private:                                                                                          \
@@ -371,8 +378,8 @@ keysOf( Map const & map ) {
       return entity;                                                                               \
    }                                                                                               \
    void attr##Del() { attr##Is( ::Kiv::Ptr< E >() ); }                                             \
-   static auto kivChild( ::Kiv::Count< KIV_COUNT_NOW >, KivSelf & self ) { return self.attr(); }   \
-   KIV_NEXT()
+   static auto kivChild( KIV_POSITION( attr ), KivSelf & self ) { return self.attr(); }            \
+   KIV_NEXT( attr )
 
 #define KIV_CHILDREN( Key, E, attr )                                                               \
    KIV_MEMBERS_( children, Key, E, attr, ::Kiv::HashMap< Key, ::Kiv::Ptr< E > > )                  \
@@ -393,13 +400,13 @@ keysOf( Map const & map ) {
       attr##Is( key, entity );                                                                     \
       return entity;                                                                               \
    }                                                                                               \
-   static auto kivChild( ::Kiv::Count< KIV_COUNT_NOW >, KivSelf & self, Key const & key ) {        \
+   static auto kivChild( KIV_POSITION( attr ), KivSelf & self, Key const & key ) {                 \
       return self.attr( key );                                                                     \
    }                                                                                               \
-   static auto kivMakeChild( ::Kiv::Count< KIV_COUNT_NOW >, auto & self, Key const & key ) {       \
+   static auto kivMakeChild( KIV_POSITION( attr ), auto & self, Key const & key ) {                \
       return self.attr##Is( key );                                                                 \
    }                                                                                               \
-   KIV_NEXT()
+   KIV_NEXT( attr )
 
 namespace Kiv {
 

@@ -38,6 +38,17 @@ wrongShape( Datum const & datum, std::string_view expected ) {
    throw ParseError( String( datum.shape() ) + " is not " + String( expected ) );
 }
 
+void
+rethrowInPlace( std::string_view place ) {
+   try {
+      throw;
+   } catch( RangeException const & error ) {
+      throw RangeException( String( place ) + ": " + error.what() );
+   } catch( ParseError const & error ) {
+      throw ParseError( String( place ) + ": " + error.what() );
+   }
+}
+
 namespace {
 
 template< class Number >

@@ -77,16 +77,15 @@ std::int64_t integerFrom( Datum const & datum, std::int64_t min, std::int64_t ma
 std::uint64_t integerFrom( Datum const & datum, std::uint64_t min, std::uint64_t max );
 double numberFrom( Datum const & datum );
 [[noreturn]] void wrongShape( Datum const & datum, std::string_view expected );
-// Runs `read`; a ParseError or RangeException gets "<place>: " put before it.
+// Throws the exception in flight again; a ParseError or RangeException with "<place>: " before it.
+[[noreturn]] void rethrowInPlace( std::string_view place );
 template< class Read >
 decltype( auto )
-inPlace( std::string_view place, Read read ) {
+inPlace( std::string_view place, Read const & read ) {
    try {
       return read();
-   } catch( RangeException const & error ) {
-      throw RangeException( String( place ) + ": " + error.what() );
-   } catch( ParseError const & error ) {
-      throw ParseError( String( place ) + ": " + error.what() );
+   } catch( Exception const & ) {
+      rethrowInPlace( place );
    }
 }
 

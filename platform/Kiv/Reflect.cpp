@@ -3,15 +3,157 @@
 
 namespace Kiv {
 
+void
+AttributeInfo::notWritable( std::string_view how ) const {
+   throw ParseError( String( id.name ) + " cannot be written " + String( how ) );
+}
+
+void
+AttributeInfo::set( Entity &, Datum const & ) const {
+   notWritable( "as a whole" );
+}
+
+void
+AttributeInfo::check( Datum const & ) const {
+   notWritable( "as a whole" );
+}
+
+std::vector< String >
+AttributeInfo::keys( Entity const & ) const {
+   return {};
+}
+
+std::optional< Datum >
+AttributeInfo::member( Entity const &, std::string_view ) const {
+   return std::nullopt;
+}
+
+void
+AttributeInfo::setMember( Entity &, std::string_view, Datum const & ) const {
+   notWritable( "by member" );
+}
+
+void
+AttributeInfo::checkMember( std::string_view, Datum const & ) const {
+   notWritable( "by member" );
+}
+
+String
+AttributeInfo::checkKey( std::string_view ) const {
+   throw ParseError( String( id.name ) + " has no members" );
+}
+
+bool
+AttributeInfo::delMember( Entity &, std::string_view ) const {
+   notWritable( "by member" );
+}
+
+Entity *
+AttributeInfo::child( Entity &, std::string_view ) const {
+   return nullptr;
+}
+
+Entity *
+AttributeInfo::makeChild( Entity &, std::string_view ) const {
+   return nullptr;
+}
+
+bool
+AttributeInfo::makesChildren() const {
+   return false;
+}
+
+Type const *
+AttributeInfo::childType() const {
+   return nullptr;
+}
+
+String
+AttributeInfo::keyText( void const * ) const {
+   return {};
+}
+
+namespace {
+
+// The members that `value` gives to a collection: for sets, the keys alone.
+Datum::Object
+givenMembers( AttributeInfo const & info, Datum const & value ) {
+   if( info.id.kind != AttributeKind::set ) {
+      auto const * object = value.as< Datum::Object >();
+      if( !object ) {
+         wrongShape( value, "an object" );
+      }
+      return *object;
+   }
+   auto const * array = value.as< Datum::Array >();
+   if( !array ) {
+      wrongShape( value, "a list" );
+   }
+   Datum::Object members;
+   for( auto const & key : *array ) {
+      members.emplace_back( fromDatum< String >( key ), true );
+   }
+   return members;
+}
+
+void
+checkMembers( AttributeInfo const & info, Datum::Object const & members ) {
+   for( auto const & [ key, value ] : members ) {
+      info.checkKey( key );
+      inPlace( key, [ & ] { info.checkMember( key, value ); } );
+   }
+}
+
+} // namespace
+
+void
+CollectionInfo::check( Datum const & value ) const {
+   checkMembers( *this, givenMembers( *this, value ) );
+}
+
+// What is no longer there goes first. One notification as a whole, so that the entity outlives it.
+void
+CollectionInfo::set( Entity & entity, Datum const & value ) const {
+   auto const members = givenMembers( *this, value );
+   checkMembers( *this, members );
+   HashSet< String > wanted;
+   for( auto const & member : members ) {
+      wanted.insert( checkKey( member.first ) );
+   }
+   Dispatch::Frame frame;
+   for( auto const & key : keys( entity ) ) {
+      if( !wanted.has( key ) ) {
+         delMember( entity, key );
+      }
+   }
+   for( auto const & [ key, member ] : members ) {
+      setMember( entity, key, member );
+   }
+}
+
+Datum
+textList( std::vector< String > const & texts ) {
+   return Datum::Array( texts.begin(), texts.end() );
+}
+
+void
+checkIsMember( Datum const & value ) {
+   if( value != Datum( true ) ) {
+      wrongShape( value, "true (a member of a set is there, or is deleted)" );
+   }
+}
+
+void
+keysDiffer( std::string_view own, std::string_view key ) {
+   throw ParseError( "the value carries the key " + String( own ) + ", not " + String( key ) );
+}
+
 EntityReflection::EntityReflection( EntityReflection const * base,
-                                    std::vector< std::unique_ptr< AttributeInfo const > > own )
-      : own_( std::move( own ) ) {
+                                    std::span< AttributeInfo const * const > own ) {
    if( base ) {
       attributes_ = base->attributes();
    }
-   for( auto const & attribute : own_ ) {
-      attributes_.push_back( attribute.get() );
-   }
+   attributes_.insert( attributes_.end(), own.begin(), own.end() );
 }
 
 AttributeInfo const *

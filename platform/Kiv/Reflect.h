@@ -8,20 +8,21 @@
 #include "Kiv/Datum.h"
 #include "Kiv/Entity.h"
 
-#include <memory>
+#include <array>
 #include <optional>
 #include <span>
 #include <vector>
 
 namespace Kiv {
 
-// One attribute of one entity class. Every operation takes an entity of that class.
+// One attribute of one entity class. Every operation takes an entity of that class. What a kind of
+// attribute does not have, it answers with nothing or refuses with ParseError.
 class AttributeInfo {
  public:
-   AttributeInfo( AttributeId const & attributeId, std::string_view keyName,
-                  std::string_view valueName, DatumShape valueShape )
+   constexpr AttributeInfo( AttributeId const & attributeId, std::string_view keyName,
+                            std::string_view valueName, DatumShape valueShape )
          : id( attributeId ), keyType( keyName ), valueType( valueName ), shape( valueShape ) {}
-   virtual ~AttributeInfo() = default;
+   constexpr virtual ~AttributeInfo() = default;
 
    AttributeId const & id;
    std::string_view const keyType;   // empty for scalars
@@ -38,36 +39,40 @@ class AttributeInfo {
    // child entities their name or the list of their keys.
    virtual Datum get( Entity const & entity ) const = 0;
    // Replaces the whole attribute. Throws ParseError or RangeException before anything changed.
-   virtual void set( Entity & entity, Datum const & value ) const = 0;
+   virtual void set( Entity & entity, Datum const & value ) const;
    // As set(), but changes nothing at all.
-   virtual void check( Datum const & value ) const = 0;
+   virtual void check( Datum const & value ) const;
 
-   virtual std::vector< String > keys( Entity const & entity ) const = 0;
+   virtual std::vector< String > keys( Entity const & entity ) const;
    // Members of keyed attributes, by the text of their key. Throw ParseError for a malformed key.
-   virtual std::optional< Datum > member( Entity const & entity, std::string_view key ) const = 0;
-   virtual void setMember( Entity & entity, std::string_view key, Datum const & value ) const = 0;
-   virtual void checkMember( std::string_view key, Datum const & value ) const = 0;
+   virtual std::optional< Datum > member( Entity const & entity, std::string_view key ) const;
+   virtual void setMember( Entity & entity, std::string_view key, Datum const & value ) const;
+   virtual void checkMember( std::string_view key, Datum const & value ) const;
    // Throws ParseError or RangeException unless `key` is the text of a key of this attribute.
-   virtual void checkKey( std::string_view key ) const = 0;
+   // Returns the text in the form in which keys() gives it.
+   virtual String checkKey( std::string_view key ) const;
    // False when there was no such member.
-   virtual bool delMember( Entity & entity, std::string_view key ) const = 0;
+   virtual bool delMember( Entity & entity, std::string_view key ) const;
 
    // Child entities; null when there is none. `key` is ignored for a single child.
-   virtual Entity * child( Entity & entity, std::string_view key ) const = 0;
-   virtual Entity * makeChild( Entity & entity, std::string_view key ) const = 0;
+   virtual Entity * child( Entity & entity, std::string_view key ) const;
+   virtual Entity * makeChild( Entity & entity, std::string_view key ) const;
    // Whether makeChild() can make one: children by key, of a class that is made from its key.
-   virtual bool makesChildren() const = 0;
+   virtual bool makesChildren() const;
    // The class of the child entities; null for other attributes and for children of any class.
-   virtual Type const * childType() const = 0;
+   virtual Type const * childType() const;
 
-   // The text of a key as notifications carry it.
-   virtual String keyText( void const * key ) const = 0;
+   // The text of a key as notifications carry it; empty for scalars.
+   virtual String keyText( void const * key ) const;
+
+ protected:
+   [[noreturn]] void notWritable( std::string_view how ) const;
 };
 
 class EntityReflection {
  public:
-   EntityReflection( EntityReflection const * base,
-                     std::vector< std::unique_ptr< AttributeInfo const > > own );
+   // `base` is null for classes that derive from Kiv::Entity itself. `own` must live as long.
+   EntityReflection( EntityReflection const * base, std::span< AttributeInfo const * const > own );
 
    // Those of the base class first.
    std::vector< AttributeInfo const * > const & attributes() const { return attributes_; }
@@ -76,7 +81,6 @@ class EntityReflection {
    AttributeInfo const * attribute( AttributeId const & id ) const;
 
  private:
-   std::vector< std::unique_ptr< AttributeInfo const > > own_;
    std::vector< AttributeInfo const * > attributes_;
 };
 
@@ -89,277 +93,265 @@ String datumText( Datum const & datum );
 
 // ----------------------------------------------------------------------------------------------
 
-template< class E, unsigned i >
-class AttributeInfoOf final : public AttributeInfo {
-   static constexpr auto const & attribute = E::kivAttribute( Count< i >{} );
+// What follows is compiled for every attribute of every class: the less stands in it, the sooner
+// the system is built. Whatever does not depend on the class is shared.
+
+// Sets and maps as a whole, in terms of their members.
+class CollectionInfo : public AttributeInfo {
+ public:
+   using AttributeInfo::AttributeInfo;
+   void set( Entity & entity, Datum const & value ) const override;
+   void check( Datum const & value ) const override;
+};
+
+// A list of the texts.
+Datum textList( std::vector< String > const & texts );
+// Throws ParseError unless `value` is true.
+void checkIsMember( Datum const & value );
+[[noreturn]] void keysDiffer( std::string_view own, std::string_view key );
+
+template< class Container >
+std::vector< String >
+keyTexts( Container const & container ) {
+   std::vector< String > texts;
+   for( auto const & member : container ) {
+      texts.push_back( toText( memberKey< typename Container::key_type >( member ) ) );
+   }
+   return texts;
+}
+
+template< class Map >
+Datum
+mapDatum( Map const & map ) {
+   Datum datum( Datum::Object{} );
+   for( auto const & [ key, value ] : map ) {
+      datum.add( toText( key ), toDatum( value ) );
+   }
+   return datum;
+}
+
+template< class List >
+Datum
+listDatum( List const & list ) {
+   Datum::Array array;
+   for( auto const & value : list ) {
+      array.push_back( toDatum( value ) );
+   }
+   return array;
+}
+
+template< class Map, class Key >
+std::optional< Datum >
+memberDatum( Map const & map, Key const & key ) {
+   auto const * value = map.find( key );
+   return value ? std::optional( toDatum( *value ) ) : std::nullopt;
+}
+
+// The i-th attribute of E: how to reach it.
+template< class E, unsigned i, class Base >
+class InfoBase : public Base {
+ protected:
+   using At = Count< i >;
+   static constexpr auto const & attribute = E::kivAttribute( At{} );
    using A = std::remove_cvref_t< decltype( attribute ) >;
    using Key = typename A::Key;
    using Value = typename A::Value;
-   static constexpr AttributeKind kind = A::fixedKind;
-   static constexpr bool single = kind == AttributeKind::scalar || kind == AttributeKind::counter;
-   static constexpr bool mapped = kind == AttributeKind::map || kind == AttributeKind::counters ||
-                                  kind == AttributeKind::ordered;
-   static constexpr bool set_ = kind == AttributeKind::set;
-   static constexpr bool keyed = kind == AttributeKind::keyed;
-   static constexpr bool child_ = kind == AttributeKind::child;
-   static constexpr bool children = kind == AttributeKind::children;
-   static constexpr bool listed = kind == AttributeKind::queue || kind == AttributeKind::stack;
-   static constexpr bool hasMembers = mapped || set_ || keyed || children;
 
-   static constexpr std::string_view keyTypeName() {
-      if constexpr( std::is_void_v< Key > || listed ) {
-         return "";
-      } else {
-         return typeName< Key >();
-      }
-   }
-   static constexpr DatumShape shapeOf() {
-      if constexpr( child_ || children ) {
-         return DatumShape::structure;
-      } else {
-         return datumShape< Value >();
-      }
-   }
-   static auto const & storage( Entity const & entity ) {
-      return E::kivGet( Count< i >{}, static_cast< E const & >( entity ) );
+   static auto const & stored( Entity const & entity ) {
+      return E::kivGet( At{}, static_cast< E const & >( entity ) );
    }
    static E & typed( Entity & entity ) { return static_cast< E & >( entity ); }
-   static constexpr bool madeByKey() {
-      if constexpr( children ) {
-         return std::is_constructible_v< Value, Key const & >;
-      } else {
-         return false;
-      }
+
+   constexpr InfoBase( std::string_view keyName, DatumShape valueShape )
+         : Base( attribute, keyName, typeName< Value >(), valueShape ) {}
+};
+
+template< class E, unsigned i >
+class ScalarInfo final : public InfoBase< E, i, AttributeInfo > {
+   using Base = InfoBase< E, i, AttributeInfo >;
+   using typename Base::Value;
+
+ public:
+   constexpr ScalarInfo() : Base( "", datumShape< Value >() ) {}
+   Datum get( Entity const & entity ) const override { return toDatum( Base::stored( entity ) ); }
+   void set( Entity & entity, Datum const & value ) const override {
+      E::kivPut( Count< i >{}, Base::typed( entity ), fromDatum< Value >( value ) );
    }
-   [[noreturn]] void notWritable( std::string_view how ) const {
-      throw ParseError( String( attribute.name ) + " cannot be written " + String( how ) );
+   void check( Datum const & value ) const override { fromDatum< Value >( value ); }
+};
+
+// Queues and stacks.
+template< class E, unsigned i >
+class ListInfo final : public InfoBase< E, i, AttributeInfo > {
+   using Base = InfoBase< E, i, AttributeInfo >;
+
+ public:
+   constexpr ListInfo() : Base( "", datumShape< typename Base::Value >() ) {}
+   Datum get( Entity const & entity ) const override { return listDatum( Base::stored( entity ) ); }
+   String keyText( void const * key ) const override {
+      return toText( *static_cast< typename Base::Key const * >( key ) );
+   }
+};
+
+// What has members.
+template< class E, unsigned i, class Middle >
+class KeyedInfo : public InfoBase< E, i, Middle > {
+   using Base = InfoBase< E, i, Middle >;
+
+ protected:
+   using typename Base::Key;
+   static Key keyFrom( std::string_view key ) { return fromText< Key >( key ); }
+
+ public:
+   constexpr explicit KeyedInfo( DatumShape valueShape ) : Base( typeName< Key >(), valueShape ) {}
+   std::vector< String > keys( Entity const & entity ) const override {
+      return keyTexts( Base::stored( entity ) );
+   }
+   String checkKey( std::string_view key ) const override { return toText( keyFrom( key ) ); }
+   bool delMember( Entity & entity, std::string_view key ) const override {
+      auto const typedKey = keyFrom( key );
+      bool const there = Base::stored( entity ).has( typedKey );
+      if( there ) {
+         E::kivErase( Count< i >{}, Base::typed( entity ), typedKey );
+      }
+      return there;
+   }
+   String keyText( void const * key ) const override {
+      return toText( *static_cast< Key const * >( key ) );
+   }
+};
+
+template< class E, unsigned i >
+class SetInfo final : public KeyedInfo< E, i, CollectionInfo > {
+   using Base = KeyedInfo< E, i, CollectionInfo >;
+
+ public:
+   constexpr SetInfo() : Base( DatumShape::boolean ) {}
+   Datum get( Entity const & entity ) const override { return textList( this->keys( entity ) ); }
+   std::optional< Datum > member( Entity const & entity, std::string_view key ) const override {
+      return Base::stored( entity ).has( Base::keyFrom( key ) ) ? std::optional( Datum( true ) )
+                                                                : std::nullopt;
+   }
+   void setMember( Entity & entity, std::string_view key, Datum const & value ) const override {
+      auto const typedKey = Base::keyFrom( key );
+      checkIsMember( value );
+      E::kivPut( Count< i >{}, Base::typed( entity ), typedKey );
+   }
+   void checkMember( std::string_view key, Datum const & value ) const override {
+      Base::keyFrom( key );
+      checkIsMember( value );
+   }
+};
+
+template< class E, unsigned i >
+class MapInfo final : public KeyedInfo< E, i, CollectionInfo > {
+   using Base = KeyedInfo< E, i, CollectionInfo >;
+   using typename Base::Value;
+
+   // A value that brings its key with it must bring the one that it is filed under.
+   static Value valueFrom( typename Base::Key const & key, Datum const & datum ) {
+      auto value = fromDatum< Value >( datum );
+      if constexpr( Base::A::fixedKind == AttributeKind::keyed ) {
+         auto const & own = E::kivKeyOf( Count< i >{}, value );
+         if( !( own == key ) ) {
+            keysDiffer( toText( own ), toText( key ) );
+         }
+      }
+      return value;
    }
 
  public:
-   AttributeInfoOf() : AttributeInfo( attribute, keyTypeName(), typeName< Value >(), shapeOf() ) {}
-
-   Datum get( Entity const & entity ) const override {
-      auto const & stored = storage( entity );
-      if constexpr( single || child_ ) {
-         return toDatum( stored );
-      } else if constexpr( mapped || keyed ) {
-         Datum datum( Datum::Object{} );
-         for( auto const & [ key, value ] : stored ) {
-            datum.add( toText( key ), toDatum( value ) );
-         }
-         return datum;
-      } else if constexpr( set_ || children ) {
-         Datum::Array array;
-         for( auto const & member : stored ) {
-            array.push_back( toText( memberKey< Key >( member ) ) );
-         }
-         return array;
-      } else {
-         Datum::Array array;
-         for( auto const & value : stored ) {
-            array.push_back( toDatum( value ) );
-         }
-         return array;
-      }
+   constexpr MapInfo() : Base( datumShape< Value >() ) {}
+   Datum get( Entity const & entity ) const override { return mapDatum( Base::stored( entity ) ); }
+   std::optional< Datum > member( Entity const & entity, std::string_view key ) const override {
+      return memberDatum( Base::stored( entity ), Base::keyFrom( key ) );
    }
-
-   void set( Entity & entity, Datum const & value ) const override {
-      if constexpr( single ) {
-         E::kivPut( Count< i >{}, typed( entity ), fromDatum< Value >( value ) );
-      } else if constexpr( mapped || set_ || keyed ) {
-         check( value );
-         replaceMembers( entity, value );
-      } else {
-         notWritable( "as a whole" );
-      }
-   }
-
-   void check( Datum const & value ) const override {
-      if constexpr( single ) {
-         fromDatum< Value >( value );
-      } else if constexpr( set_ ) {
-         for( auto const & key : elements( value ) ) {
-            fromDatum< String >( key );
-            fromText< Key >( *key.as< String >() );
-         }
-      } else if constexpr( mapped || keyed ) {
-         for( auto const & [ key, member ] : members( value ) ) {
-            checkMember( key, member );
-         }
-      } else {
-         notWritable( "as a whole" );
-      }
-   }
-
-   std::vector< String > keys( [[maybe_unused]] Entity const & entity ) const override {
-      std::vector< String > texts;
-      if constexpr( hasMembers ) {
-         for( auto const & member : storage( entity ) ) {
-            texts.push_back( toText( memberKey< Key >( member ) ) );
-         }
-      }
-      return texts;
-   }
-
-   std::optional< Datum > member( [[maybe_unused]] Entity const & entity,
-                                  [[maybe_unused]] std::string_view key ) const override {
-      if constexpr( set_ ) {
-         if( storage( entity ).has( fromText< Key >( key ) ) ) {
-            return Datum( true );
-         }
-      } else if constexpr( hasMembers ) {
-         if( auto const * value = storage( entity ).find( fromText< Key >( key ) ) ) {
-            return toDatum( *value );
-         }
-      }
-      return std::nullopt;
-   }
-
    void setMember( Entity & entity, std::string_view key, Datum const & value ) const override {
-      if constexpr( mapped ) {
-         auto typedKey = fromText< Key >( key );
-         E::kivPut( Count< i >{}, typed( entity ), typedKey, fromDatum< Value >( value ) );
-      } else if constexpr( set_ ) {
-         checkMember( key, value );
-         E::kivPut( Count< i >{}, typed( entity ), fromText< Key >( key ) );
-      } else if constexpr( keyed ) {
-         E::kivPut( Count< i >{}, typed( entity ), keyedValue( key, value ) );
+      auto const typedKey = Base::keyFrom( key );
+      if constexpr( Base::A::fixedKind == AttributeKind::keyed ) {
+         E::kivPut( Count< i >{}, Base::typed( entity ), valueFrom( typedKey, value ) );
       } else {
-         notWritable( "by member" );
+         E::kivPut( Count< i >{}, Base::typed( entity ), typedKey, valueFrom( typedKey, value ) );
       }
    }
-
    void checkMember( std::string_view key, Datum const & value ) const override {
-      if constexpr( mapped ) {
-         fromText< Key >( key );
-         inPlace( key, [ & ] { return fromDatum< Value >( value ); } );
-      } else if constexpr( set_ ) {
-         fromText< Key >( key );
-         if( value != Datum( true ) ) {
-            wrongShape( value, "true (a member of a set is there, or is deleted)" );
-         }
-      } else if constexpr( keyed ) {
-         keyedValue( key, value );
-      } else {
-         notWritable( "by member" );
-      }
-   }
-
-   void checkKey( [[maybe_unused]] std::string_view key ) const override {
-      if constexpr( hasMembers ) {
-         fromText< Key >( key );
-      } else {
-         throw ParseError( String( attribute.name ) + " has no members" );
-      }
-   }
-
-   bool delMember( Entity & entity, std::string_view key ) const override {
-      if constexpr( hasMembers ) {
-         auto typedKey = fromText< Key >( key );
-         if( !storage( entity ).has( typedKey ) ) {
-            return false;
-         }
-         E::kivErase( Count< i >{}, typed( entity ), typedKey );
-         return true;
-      } else {
-         notWritable( "by member" );
-      }
-   }
-
-   Entity * child( [[maybe_unused]] Entity & entity,
-                   [[maybe_unused]] std::string_view key ) const override {
-      if constexpr( child_ ) {
-         return E::kivChild( Count< i >{}, typed( entity ) ).get();
-      } else if constexpr( children ) {
-         return E::kivChild( Count< i >{}, typed( entity ), fromText< Key >( key ) ).get();
-      } else {
-         return nullptr;
-      }
-   }
-
-   Entity * makeChild( [[maybe_unused]] Entity & entity,
-                       [[maybe_unused]] std::string_view key ) const override {
-      if constexpr( madeByKey() ) {
-         return E::kivMakeChild( Count< i >{}, typed( entity ), fromText< Key >( key ) ).get();
-      } else {
-         return nullptr;
-      }
-   }
-
-   bool makesChildren() const override { return madeByKey(); }
-
-   Type const * childType() const override {
-      if constexpr( ( child_ || children ) && !std::is_same_v< Value, Entity > ) {
-         return &Value::kivType();
-      } else {
-         return nullptr;
-      }
-   }
-
-   String keyText( [[maybe_unused]] void const * key ) const override {
-      if constexpr( std::is_void_v< Key > ) {
-         return {};
-      } else {
-         return key ? toText( *static_cast< Key const * >( key ) ) : String();
-      }
-   }
-
- private:
-   static Datum::Array const & elements( Datum const & value ) {
-      auto const * array = value.as< Datum::Array >();
-      if( !array ) {
-         wrongShape( value, "a list" );
-      }
-      return *array;
-   }
-   static Datum::Object const & members( Datum const & value ) {
-      auto const * object = value.as< Datum::Object >();
-      if( !object ) {
-         wrongShape( value, "an object" );
-      }
-      return *object;
-   }
-
-   // A value that brings its key with it must bring the one that it is filed under.
-   static Value keyedValue( std::string_view key, Datum const & value ) {
-      auto typedValue = fromDatum< Value >( value );
-      auto const & own = E::kivKeyOf( Count< i >{}, typedValue );
-      if( !( own == fromText< Key >( key ) ) ) {
-         throw ParseError( "the value carries the key " + toText( own ) + ", not " + String( key ) );
-      }
-      return typedValue;
-   }
-
-   // `value` has been checked. What is no longer there goes first. One notification as a whole, so
-   // that the entity outlives it.
-   void replaceMembers( Entity & entity, Datum const & value ) const {
-      Dispatch::Frame frame;
-      HashSet< String > wanted;
-      if constexpr( set_ ) {
-         for( auto const & key : elements( value ) ) {
-            wanted.insert( toText( fromText< Key >( *key.as< String >() ) ) );
-         }
-      } else {
-         for( auto const & [ key, member ] : members( value ) ) {
-            wanted.insert( toText( fromText< Key >( key ) ) );
-         }
-      }
-      for( auto const & key : keys( entity ) ) {
-         if( !wanted.has( key ) ) {
-            delMember( entity, key );
-         }
-      }
-      if constexpr( set_ ) {
-         for( auto const & key : wanted ) {
-            setMember( entity, key, Datum( true ) );
-         }
-      } else {
-         for( auto const & [ key, member ] : members( value ) ) {
-            setMember( entity, key, member );
-         }
-      }
+      valueFrom( Base::keyFrom( key ), value );
    }
 };
+
+// Null for children of any class.
+template< class E >
+Type const *
+childTypeOf() {
+   if constexpr( std::is_same_v< E, Entity > ) {
+      return nullptr;
+   } else {
+      return &E::kivType();
+   }
+}
+
+template< class E, unsigned i >
+class ChildInfo final : public InfoBase< E, i, AttributeInfo > {
+   using Base = InfoBase< E, i, AttributeInfo >;
+
+ public:
+   constexpr ChildInfo() : Base( "", DatumShape::structure ) {}
+   Datum get( Entity const & entity ) const override { return toDatum( Base::stored( entity ) ); }
+   Entity * child( Entity & entity, std::string_view ) const override {
+      return E::kivChild( Count< i >{}, Base::typed( entity ) ).get();
+   }
+   Type const * childType() const override { return childTypeOf< typename Base::Value >(); }
+};
+
+template< class E, unsigned i >
+class ChildrenInfo final : public KeyedInfo< E, i, AttributeInfo > {
+   using Base = KeyedInfo< E, i, AttributeInfo >;
+   static constexpr bool madeByKey =
+         std::is_constructible_v< typename Base::Value, typename Base::Key const & >;
+
+ public:
+   constexpr ChildrenInfo() : Base( DatumShape::structure ) {}
+   Datum get( Entity const & entity ) const override { return textList( this->keys( entity ) ); }
+   std::optional< Datum > member( Entity const & entity, std::string_view key ) const override {
+      return memberDatum( Base::stored( entity ), Base::keyFrom( key ) );
+   }
+   Entity * child( Entity & entity, std::string_view key ) const override {
+      return E::kivChild( Count< i >{}, Base::typed( entity ), Base::keyFrom( key ) ).get();
+   }
+   Entity * makeChild( [[maybe_unused]] Entity & entity,
+                       [[maybe_unused]] std::string_view key ) const override {
+      if constexpr( madeByKey ) {
+         return E::kivMakeChild( Count< i >{}, Base::typed( entity ), Base::keyFrom( key ) ).get();
+      } else {
+         return nullptr;
+      }
+   }
+   bool makesChildren() const override { return madeByKey; }
+   Type const * childType() const override { return childTypeOf< typename Base::Value >(); }
+};
+
+template< class E, unsigned i >
+consteval auto
+makeInfo() {
+   constexpr auto kind = std::remove_cvref_t< decltype( E::kivAttribute( Count< i >{} ) ) >::fixedKind;
+   using enum AttributeKind;
+   if constexpr( kind == scalar || kind == counter ) {
+      return ScalarInfo< E, i >();
+   } else if constexpr( kind == set ) {
+      return SetInfo< E, i >();
+   } else if constexpr( kind == queue || kind == stack ) {
+      return ListInfo< E, i >();
+   } else if constexpr( kind == child ) {
+      return ChildInfo< E, i >();
+   } else if constexpr( kind == children ) {
+      return ChildrenInfo< E, i >();
+   } else {
+      return MapInfo< E, i >();
+   }
+}
+
+template< class E, unsigned i >
+inline constexpr auto attributeInfo = makeInfo< E, i >();
 
 template< class E >
 EntityReflection const &
@@ -369,11 +361,11 @@ reflectionOf() {
       if constexpr( !std::is_same_v< typename E::KivBase, Entity > ) {
          base = E::KivBase::kivType().reflection();
       }
-      std::vector< std::unique_ptr< AttributeInfo const > > own;
-      [ & ]< unsigned... i >( std::integer_sequence< unsigned, i... > ) {
-         ( own.push_back( std::make_unique< AttributeInfoOf< E, i > >() ), ... );
+      return [ & ]< unsigned... i >( std::integer_sequence< unsigned, i... > ) {
+         static constexpr std::array< AttributeInfo const *, sizeof...( i ) > own{
+               &attributeInfo< E, i >... };
+         return EntityReflection( base, own );
       }( std::make_integer_sequence< unsigned, decltype( E::kivCount( MaxRank{} ) )::value >{} );
-      return EntityReflection( base, std::move( own ) );
    }();
    return reflection;
 }

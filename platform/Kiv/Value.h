@@ -172,10 +172,11 @@ class Ranged {
    static_assert( true )
 
 #define KIV_FIELD( T, field, ... )                                                                 \
-   static constexpr auto kivField( ::Kiv::Count< KIV_COUNT_NOW > ) {                               \
+   using kivAt_##field = decltype( kivCount( ::Kiv::MaxRank{} ) );                                 \
+   static constexpr auto kivField( kivAt_##field ) {                                               \
       return ::Kiv::FieldOf< KivSelf, T >{ #field, &KivSelf::field };                              \
    }                                                                                               \
-   KIV_NEXT();                                                                                     \
+   static kivAt_##field::Next kivCount( kivAt_##field::NextRank );                                 \
    T field { __VA_ARGS__ }
 
 #define KIV_ENUM( Name, Rep, ... )                                                                 \

@@ -133,7 +133,7 @@ TEST_F( KivReflect, replacesCollections ) {
    EXPECT_EQ( setRefusal( "tag", Datum( Object{} ) ), "an object is not a list" );
    EXPECT_EQ( setRefusal( "line", Datum( Array{} ) ), "a list is not an object" );
    EXPECT_EQ( setRefusal( "byLabel", Datum( Object{ { "l", Object{ { "label", "m" } } } } ) ),
-              "the value carries the key m, not l" );
+              "l: the value carries the key m, not l" );
    for( auto const * name : { "job", "undo", "leaf", "leaves" } ) {
       EXPECT_EQ( setRefusal( name, Datum( Array{} ) ),
                  std::string( name ) + " cannot be written as a whole" );
