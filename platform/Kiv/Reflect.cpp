@@ -98,9 +98,9 @@ givenMembers( AttributeInfo const & info, Datum const & value ) {
 
 void
 checkMembers( AttributeInfo const & info, Datum::Object const & members ) {
-   for( auto const & [ key, value ] : members ) {
-      info.checkKey( key );
-      inPlace( key, [ & ] { info.checkMember( key, value ); } );
+   for( auto const & member : members ) {
+      info.checkKey( member.first );
+      inPlace( member.first, [ & ] { info.checkMember( member.first, member.second ); } );
    }
 }
 
