@@ -67,8 +67,9 @@ allocated() {
 void
 initialize( benchmark::State & state ) {
    auto const interfaces = static_cast< int >( state.range( 0 ) );
-   double bytes = 0;
+   double bytes = 0, bytesInAll = 0;
    for( auto _ : state ) {
+      auto const bytesAtFirst = allocated();
       Switch built( interfaces );
       auto const bytesBefore = allocated();
       auto const begin = std::chrono::steady_clock::now();
@@ -79,10 +80,12 @@ initialize( benchmark::State & state ) {
       state.SetIterationTime(
             std::chrono::duration< double >( std::chrono::steady_clock::now() - begin ).count() );
       bytes = allocated() - bytesBefore;
+      bytesInAll = allocated() - bytesAtFirst;
    }
    auto const each = benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert;
    state.counters[ "timePerIntf" ] = benchmark::Counter( interfaces, each );
    state.counters[ "bytesPerIntf" ] = bytes / interfaces;
+   state.counters[ "bytesPerIntfInAll" ] = bytesInAll / interfaces;
 }
 BENCHMARK( initialize )
       ->Arg( 256 )
