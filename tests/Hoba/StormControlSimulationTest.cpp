@@ -581,7 +581,7 @@ class Simulation {
 
 TEST( StormControlSimulation, chipAndStatusFollowTheConfiguration ) {
    std::uint64_t first = 1;
-   std::uint64_t last = 200;
+   std::uint64_t last = 100;
    if( auto const * seed = std::getenv( "HOBA_SIMULATION_SEED" ) ) {
       first = last = std::strtoull( seed, nullptr, 10 );
    }
