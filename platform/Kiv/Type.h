@@ -9,6 +9,13 @@
 #include <string_view>
 #include <vector>
 
+// Outside of any namespace, since compilers leave out the one that a function stands in.
+template< class T >
+consteval std::string_view
+kivSignatureOf() {
+   return __PRETTY_FUNCTION__;
+}
+
 namespace Kiv {
 
 class EntityReflection;
@@ -73,7 +80,7 @@ class Type {
 template< class T >
 consteval std::string_view
 typeName() {
-   std::string_view text = __PRETTY_FUNCTION__;
+   std::string_view text = kivSignatureOf< T >();
    auto begin = text.find( "T = " ) + 4;
    auto end = text.find_first_of( ";]", begin );
    return text.substr( begin, end - begin );
