@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Kiv/Value.h"
 
+#include <algorithm>
+
 namespace Kiv {
 
 namespace {
@@ -15,6 +17,64 @@ trimmed( std::string_view text ) {
 }
 
 } // namespace
+
+void
+printFields( String & out, std::string_view name, std::span< FieldPrint const > fields ) {
+   out += "Value('";
+   out += name;
+   out += "', ** {";
+   char const * separator = "'";
+   for( auto const & field : fields ) {
+      out += separator;
+      out += field.name;
+      out += "': ";
+      field.call( out, field.place );
+      separator = ", '";
+   }
+   out += "})";
+}
+
+Datum
+datumOfFields( std::span< FieldGet const > fields ) {
+   Datum::Object object;
+   object.reserve( fields.size() );
+   for( auto const & field : fields ) {
+      object.emplace_back( field.name, field.call( field.place ) );
+   }
+   return object;
+}
+
+namespace {
+
+String
+fieldNames( std::span< FieldPut const > fields ) {
+   String names = "the fields ";
+   char const * separator = "";
+   for( auto const & field : fields ) {
+      names += separator;
+      names += field.name;
+      separator = ", ";
+   }
+   return names;
+}
+
+} // namespace
+
+void
+putFields( Datum const & datum, std::span< FieldPut const > fields ) {
+   auto const * object = datum.as< Datum::Object >();
+   if( !object ) {
+      wrongShape( datum, "an object with " + fieldNames( fields ) );
+   }
+   for( auto const & member : *object ) {
+      auto named = [ & ]( FieldPut const & field ) { return member.first == field.name; };
+      auto const field = std::find_if( fields.begin(), fields.end(), named );
+      if( field == fields.end() ) {
+         parseFailed( member.first, "one of " + fieldNames( fields ) );
+      }
+      inPlace( member.first, [ & ] { field->call( field->place, member.second ); } );
+   }
+}
 
 EnumNames::EnumNames( std::string_view type, std::string_view enumerators ) : type_( type ) {
    std::int64_t next = 0;

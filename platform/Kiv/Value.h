@@ -21,90 +21,92 @@
 #include "Kiv/Hash.h"
 
 #include <compare>
+#include <span>
 #include <vector>
 
 namespace Kiv {
+
+// One field of one value, and what to do with it. Value types make tables of these for code that
+// is not compiled anew for each of them.
+template< class Call, class Place >
+struct FieldCall {
+   char const * name;
+   Call * call;
+   Place * place;
+};
+using FieldPrint = FieldCall< void( String & out, void const * ), void const >;
+using FieldGet = FieldCall< Datum( void const * ), void const >;
+using FieldPut = FieldCall< void( void *, Datum const & ), void >;
+
+void printFields( String & out, std::string_view name, std::span< FieldPrint const > fields );
+Datum datumOfFields( std::span< FieldGet const > fields );
+// Throws ParseError or RangeException.
+void putFields( Datum const & datum, std::span< FieldPut const > fields );
+
+template< class T >
+void
+printAt( String & out, void const * place ) {
+   print( out, *static_cast< T const * >( place ) );
+}
+template< class T >
+Datum
+datumAt( void const * place ) {
+   return toDatum( *static_cast< T const * >( place ) );
+}
+template< class T >
+void
+putAt( void * place, Datum const & datum ) {
+   *static_cast< T * >( place ) = fromDatum< T >( datum );
+}
 
 template< class V, class T >
 struct FieldOf {
    char const * name;
    T V::*member;
+
+   FieldPrint printOf( V const & value ) const { return { name, &printAt< T >, &( value.*member ) }; }
+   FieldGet getOf( V const & value ) const { return { name, &datumAt< T >, &( value.*member ) }; }
+   FieldPut putOf( V & value ) const { return { name, &putAt< T >, &( value.*member ) }; }
 };
 
-// The fields of the value type V, walked at compile time.
+// The fields of the value type V.
 template< class V >
-struct FieldsOf {
-   template< class Visit >
-   static void forEach( Visit visit ) {
-      [ & ]< unsigned... i >( std::integer_sequence< unsigned, i... > ) {
-         ( visit( V::kivField( Count< i >{} ) ), ... );
-      }( std::make_integer_sequence< unsigned, decltype( V::kivCount( MaxRank{} ) )::value >{} );
-   }
-
-   static void print( std::string & out, V const & value ) {
-      out += "Value('";
-      out += V::kivName;
-      out += "', ** {";
-      char const * separator = "'";
-      forEach( [ & ]( auto field ) {
-         out += separator;
-         out += field.name;
-         out += "': ";
-         Kiv::print( out, value.*field.member );
-         separator = ", '";
+class FieldsOf {
+ public:
+   static void print( String & out, V const & value ) {
+      withFields( [ & ]( auto... field ) {
+         FieldPrint const fields[] = { field.printOf( value )... };
+         printFields( out, V::kivName, fields );
       } );
-      out += "})";
    }
-
    static std::size_t hash( V const & value ) {
       std::size_t seed = 0;
-      forEach( [ & ]( auto field ) {
-         seed = hashCombine( seed, hashOf( value.*field.member ) );
+      withFields( [ & ]( auto... field ) {
+         ( ( seed = hashCombine( seed, hashOf( value.*field.member ) ) ), ... );
       } );
       return seed;
    }
-
    static Datum toDatum( V const & value ) {
-      Datum datum( Datum::Object{} );
-      forEach( [ & ]( auto field ) {
-         datum.add( field.name, Kiv::toDatum( value.*field.member ) );
+      return withFields( [ & ]( auto... field ) {
+         FieldGet const fields[] = { field.getOf( value )... };
+         return datumOfFields( fields );
       } );
-      return datum;
    }
-
    static V fromDatum( Datum const & datum ) {
-      auto const * object = datum.as< Datum::Object >();
-      if( !object ) {
-         wrongShape( datum, "an object with the fields " + fieldNames() );
-      }
       V value;
-      for( auto const & member : *object ) {
-         read( value, member.first, member.second );
-      }
+      withFields( [ & ]( auto... field ) {
+         FieldPut const fields[] = { field.putOf( value )... };
+         putFields( datum, fields );
+      } );
       return value;
    }
 
-   static void read( V & value, String const & name, Datum const & datum ) {
-      bool known = false;
-      forEach( [ & ]( auto field ) {
-         if( name == field.name ) {
-            using T = std::remove_cvref_t< decltype( value.*field.member ) >;
-            value.*field.member = inPlace( name, [ & ] { return Kiv::fromDatum< T >( datum ); } );
-            known = true;
-         }
-      } );
-      if( !known ) {
-         parseFailed( name, "one of the fields " + fieldNames() );
-      }
-   }
-
-   static String fieldNames() {
-      String names;
-      forEach( [ & ]( auto field ) {
-         names += names.empty() ? "" : ", ";
-         names += field.name;
-      } );
-      return names;
+ private:
+   template< class Use >
+   static auto withFields( Use const & use ) {
+      return [ & ]< unsigned... i >( std::integer_sequence< unsigned, i... > ) {
+         return use( V::kivField( Count< i >{} )... );
+      }( std::make_integer_sequence< unsigned, decltype( V::kivCount( MaxRank{} ) )::value >{} );
    }
 };
 
@@ -155,6 +157,8 @@ class Ranged {
 
 } // namespace Kiv
 
+// hash() and print() are templates so that only those who use them compile them.
+//
 // A value type that prints its own way, for instance as a key in a path: it brings print() and parse().
 #define KIV_PLAIN_VALUE( Name )                                                                    \
    using KivSelf = Name;                                                                           \
@@ -163,12 +167,18 @@ class Ranged {
    static ::Kiv::Count< 0 > kivCount( ::Kiv::Rank< 0 > );                                          \
    friend bool operator==( Name const &, Name const & ) = default;                                 \
    friend auto operator<=>( Name const &, Name const & ) = default;                                \
-   ::std::size_t hash() const { return KivFields::hash( *this ); }                                 \
+   template< class KivF = KivFields >                                                              \
+   ::std::size_t hash() const {                                                                    \
+      return KivF::hash( *this );                                                                  \
+   }                                                                                               \
    static_assert( true )
 
 #define KIV_VALUE( Name )                                                                          \
    KIV_PLAIN_VALUE( Name );                                                                        \
-   void print( ::std::string & kivOut ) const { KivFields::print( kivOut, *this ); }               \
+   template< class KivF = KivFields >                                                              \
+   void print( ::std::string & kivOut ) const {                                                    \
+      KivF::print( kivOut, *this );                                                                \
+   }                                                                                               \
    static_assert( true )
 
 #define KIV_FIELD( T, field, ... )                                                                 \
