@@ -28,7 +28,9 @@ inFile( std::string const & file, Use use ) {
 } // namespace
 
 Agent::Agent( AgentOptions const & options ) : recorder_( recordedEvents ) {
-   // First, so that a second agent does not get as far as the hardware.
+   // Before there is a socket to leave behind: a signal during the start waits for run().
+   loop_.stopOn( { SIGINT, SIGTERM } );
+   // Next, so that a second agent does not get as far as the hardware.
    server_ = std::make_unique< Server >( loop_, commands_, options.socket );
    addDatabaseCommands( commands_, database_, loop_ );
    addTraceCommands( commands_, recorder_ );
@@ -65,7 +67,6 @@ Agent::restart( Kiv::String const & reason ) {
 
 void
 Agent::run() {
-   loop_.stopOn( { SIGINT, SIGTERM } );
    loop_.run();
 }
 
