@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/hobactl/Tool.h"
 
+#include "Tessera/Suggest.h"
 #include "agent/common/File.h"
 #include "agent/common/Json.h"
 #include "agent/hobactl/Connection.h"
@@ -228,6 +229,21 @@ class CommandLine {
       addTrace();
    }
 
+   // What to say when no word is a command.
+   std::string whatIsMissing() const {
+      std::vector< std::string > known;
+      for( auto const * command : app.get_subcommands( nullptr ) ) {
+         if( !command->get_group().empty() ) {
+            known.push_back( command->get_name() );
+         }
+      }
+      auto const words = app.remaining();
+      auto const given = words.empty() ? std::string() : words.front();
+      return ( given.empty() ? "a command is needed"
+                             : "unknown command " + oneLine( Datum( "\"" + given + "\"" ) ) ) +
+             "; " + Tessera::suggestion( given, known );
+   }
+
    CLI::App app{ "Talks to the forwarding agent.", "hobactl" };
    Options options;
 
@@ -361,6 +377,11 @@ runTool( int argc, char const * const * argv, std::ostream & out, std::ostream &
    } catch( CLI::ParseError const & error ) {
       if( error.get_exit_code() == 0 ) {
          return commandLine.app.exit( error, out, err );
+      }
+      if( dynamic_cast< CLI::RequiredError const * >( &error ) &&
+          commandLine.app.get_subcommands().empty() ) {
+         err << "hobactl: " << commandLine.whatIsMissing() << "\n";
+         return 2;
       }
       err << "hobactl: " << firstLine( error.what() ) << "\n";
       return 2;
