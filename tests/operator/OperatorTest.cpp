@@ -1,0 +1,402 @@
+// SPDX-License-Identifier: Apache-2.0
+// The agent and hobactl as an operator has them: real processes, a real socket.
+#include "agent/common/Json.h"
+#include "agent/common/Socket.h"
+#include "operator/Process.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include <sys/socket.h>
+
+namespace HobaOperator {
+namespace {
+
+using Kiv::Datum;
+
+struct Result {
+   int status;
+   std::string out, err;
+};
+
+std::string const examples = HOBA_SOURCE_DIR "/examples";
+std::string const levels = "/bridging/stormControl/config/intfConfig/";
+
+class OperatorTest : public testing::Test {
+ protected:
+   OperatorTest() {
+      char name[] = "/tmp/hoba-operator-XXXXXX";
+      directory = mkdtemp( name );
+      socket = directory + "/socket";
+   }
+   ~OperatorTest() override {
+      agent.reset();
+      std::filesystem::remove_all( directory );
+   }
+
+   std::string file( std::string const & name, std::string_view content ) {
+      std::ofstream( directory + "/" + name ) << content;
+      return directory + "/" + name;
+   }
+
+   std::unique_ptr< Process > agentProcess( std::vector< std::string > arguments ) {
+      arguments.insert( arguments.begin(), HOBA_AGENT_PATH );
+      return std::make_unique< Process >( arguments,
+                                          std::vector< std::string >{ "HOBA_SOCKET=" + socket } );
+   }
+   void start( std::vector< std::string > const & arguments ) {
+      agent = agentProcess( arguments );
+      ASSERT_TRUE( agent->says( "hoba-agent: serving at " + socket + "\n" ) ) << agent->err();
+   }
+   void startExample() {
+      start( { "--config", examples + "/storm-control.json", "--sim", examples + "/chip.json" } );
+   }
+
+   // Words are separated by spaces; `last` is one more, which may have spaces.
+   std::unique_ptr< Process > tool( std::string const & words, std::string const & last = {} ) {
+      std::vector< std::string > arguments{ HOBACTL_PATH };
+      std::istringstream in( words );
+      for( std::string word; in >> word; ) {
+         arguments.push_back( word );
+      }
+      if( !last.empty() ) {
+         arguments.push_back( last );
+      }
+      return std::make_unique< Process >( arguments,
+                                          std::vector< std::string >{ "HOBA_SOCKET=" + socket } );
+   }
+   static Result end( Process & process ) {
+      auto const status = process.finish();
+      return { status, process.out(), process.err() };
+   }
+   Result ctl( std::string const & words, std::string const & last = {} ) {
+      return end( *tool( words, last ) );
+   }
+   // The output of a command that must succeed.
+   std::string ok( std::string const & words, std::string const & last = {} ) {
+      auto const result = ctl( words, last );
+      EXPECT_EQ( result.status, 0 ) << words << ": " << result.err;
+      EXPECT_EQ( result.err, "" ) << words;
+      return result.out;
+   }
+   static void expectOneLine( Result const & result, int status, std::string const & text ) {
+      EXPECT_EQ( result.status, status ) << text;
+      EXPECT_EQ( std::count( result.err.begin(), result.err.end(), '\n' ), 1 ) << result.err;
+      EXPECT_NE( result.err.find( text ), std::string::npos ) << result.err << "expected: " << text;
+   }
+
+   // The line of `show storm-control` about a level, with single spaces.
+   std::string level( std::string const & intf, std::string const & name ) {
+      std::istringstream lines( ok( "show storm-control " + intf ) );
+      for( std::string line; std::getline( lines, line ); ) {
+         std::istringstream in( line );
+         std::string text;
+         for( std::string word; in >> word; ) {
+            text += ( text.empty() ? "" : " " ) + word;
+         }
+         if( text.starts_with( intf + " " + name + " " ) ) {
+            return text.substr( intf.size() + name.size() + 2 );
+         }
+      }
+      return "";
+   }
+
+   HobaAgent::Fd client() { return HobaAgent::connectTo( socket ); }
+   // False when the agent hung up.
+   static bool put( HobaAgent::Fd const & fd, std::string_view text ) {
+      while( !text.empty() ) {
+         auto const count = send( fd.get(), text.data(), text.size(), MSG_NOSIGNAL );
+         if( count <= 0 ) {
+            return false;
+         }
+         text.remove_prefix( static_cast< std::size_t >( count ) );
+      }
+      return true;
+   }
+   static std::string answer( HobaAgent::Fd const & fd ) {
+      timeval limit{ patience.count(), 0 };
+      setsockopt( fd.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit );
+      std::string line;
+      for( char c = 0; c != '\n' && recv( fd.get(), &c, 1, 0 ) == 1; ) {
+         line += c;
+      }
+      return line;
+   }
+
+   std::string directory, socket;
+   std::unique_ptr< Process > agent;
+};
+
+TEST_F( OperatorTest, levelsFollowConfigurationSpeedAndMembership ) {
+   startExample();
+   struct Step {
+      char const * command; // what the operator does; none for the start
+      char const * intf;
+      char const * name;
+      char const * line; // threshold, speed, rate, chip, drops, state
+   };
+   for( auto const & step : std::vector< Step >{
+              { "", "Ethernet1", "broadcast", "2.50% 10 Gb/s 250000 250000 kbps 0 programmed" },
+              { "", "Ethernet2", "broadcast",
+                "1.00% 25 Gb/s - - 0 not programmed: superseded by all" },
+              { "", "Ethernet7", "broadcast", "2.50% unknown - - 0 not programmed: speed unknown" },
+              { "", "Port-Channel2", "broadcast",
+                "10.00% unknown - - 0 not programmed: no active member" },
+              { "set /bridging/stormControl/config/intfConfig/Ethernet1/broadcast/level 300",
+                "Ethernet1", "broadcast", "3.00% 10 Gb/s 300000 300000 kbps 0 programmed" },
+              { "sim speed Ethernet1 25000", "Ethernet1", "broadcast",
+                "3.00% 25 Gb/s 750000 750000 kbps 0 programmed" },
+              { "sim lag Ethernet1 Port-Channel2", "Ethernet1", "multicast",
+                "5.00% 25 Gb/s - - 0 not programmed: member of Port-Channel2" },
+              { "", "Port-Channel2", "broadcast",
+                "10.00% 25 Gb/s 2500000 1 x 2500000 kbps 0 programmed" },
+              { "sim lag Ethernet1 none", "Ethernet1", "broadcast",
+                "3.00% 25 Gb/s 750000 750000 kbps 0 programmed" },
+              { "set /bridging/stormControl/config/intfConfig/Ethernet1/all/level 1000",
+                "Ethernet1", "broadcast", "3.00% 25 Gb/s - - 0 not programmed: superseded by all" },
+              { "", "Ethernet1", "all", "10.00% 25 Gb/s 2500000 2500000 kbps 0 programmed" },
+              { "set /bridging/stormControl/config/intfConfig/Ethernet1/all/level 10000",
+                "Ethernet1", "broadcast", "3.00% 25 Gb/s 750000 750000 kbps 0 programmed" },
+              { "", "Ethernet1", "all", "" },
+              { "del /bridging/stormControl/config/intfConfig/Ethernet5", "Ethernet5", "uucast",
+                "" },
+        } ) {
+      if( *step.command ) {
+         EXPECT_EQ( ok( step.command ), "" );
+      }
+      EXPECT_EQ( level( step.intf, step.name ), step.line ) << step.command;
+   }
+   EXPECT_NE( ok( "show interfaces Ethernet4" ).find( "Port-Channel1" ), std::string::npos );
+   EXPECT_NE( ok( "show lag" ).find( "Ethernet3, Ethernet4" ), std::string::npos );
+}
+
+TEST_F( OperatorTest, dropsVerificationAndChanges ) {
+   startExample();
+   auto watch = tool( "watch " + levels );
+   // A change until the watch has seen one: hobactl does not tell when the watch stands.
+   ASSERT_TRUE( eventually( [ &, n = 1 ]() mutable {
+      ok( "set " + levels + "Ethernet6/multicast/level " + std::to_string( n++ ) );
+      return watch->out().find( "Ethernet6" ) != std::string::npos ||
+             ( n % 8 == 0 && watch->says( "Ethernet6" ) );
+   } ) ) << watch->err();
+   EXPECT_NE( watch->out().find( "Ethernet6/multicast" ), std::string::npos ) << watch->out();
+
+   auto const told = ok( "sim drop Ethernet1 broadcast 1000000" );
+   std::string const dropped = told.substr( 8, told.find( " of " ) - 8 );
+   EXPECT_GT( std::stoul( dropped ), 0u ) << told;
+   // The agent reads the counters of the chip now and then.
+   EXPECT_TRUE( eventually( [ & ] {
+      return level( "Ethernet1", "broadcast" ) ==
+             "2.50% 10 Gb/s 250000 250000 kbps " + dropped + " programmed";
+   } ) );
+
+   EXPECT_NE( ok( "verify" ).find( "all as they should be" ), std::string::npos );
+   ok( "sim forget Ethernet1" );
+   auto const spoiled = ok( "verify" );
+   EXPECT_NE( spoiled.find( "MISMATCH: 1 of " ), std::string::npos ) << spoiled;
+   EXPECT_NE( spoiled.find( "no limit found" ), std::string::npos ) << spoiled;
+}
+
+TEST_F( OperatorTest, tracesTellWhy ) {
+   startExample();
+   EXPECT_NE( ok( "trace --tree" ).find( "recording is off" ), std::string::npos );
+   ok( "trace --tree on" );
+   ok( "set " + levels + "Ethernet1/broadcast/level 300" );
+   auto const tree = ok( "trace --tree" );
+   std::size_t at = 0;
+   for( auto const * part : { "input", "IntfConfig(Ethernet1).broadcast", "handler", "hook",
+                              "setHwRate", "HobaSim::StormPort(Ethernet1)", "programmed" } ) {
+      at = tree.find( part, at );
+      ASSERT_NE( at, std::string::npos ) << part << " in:\n" << tree;
+   }
+   // What trace viewers ask of a file: a list of complete events, each with name and times.
+   ok( "trace --export " + directory + "/why.json" );
+   std::ostringstream text;
+   text << std::ifstream( directory + "/why.json" ).rdbuf();
+   auto const exported = HobaAgent::parseJson( text.str() );
+   auto const * list = exported.find( "traceEvents" );
+   ASSERT_TRUE( list && list->as< Datum::Array >() );
+   EXPECT_GE( list->as< Datum::Array >()->size(), 5u );
+   for( auto const & event : *list->as< Datum::Array >() ) {
+      for( auto const * name : { "name", "ph", "ts", "dur", "pid", "tid" } ) {
+         EXPECT_TRUE( event.find( name ) ) << name;
+      }
+      EXPECT_EQ( *event.find( "ph" ), Datum( std::string( "X" ) ) );
+   }
+   EXPECT_NE( ok( "trace --handles" ).find( "HobaStormControlSm" ), std::string::npos );
+   EXPECT_NE( ok( "logs catalogue" ).find( "HARDWARE_VERIFY_AGENT_FAILED" ), std::string::npos );
+   EXPECT_NE( ok( "types" ).find( "Bridging::StormControl::IntfConfig" ), std::string::npos );
+   for( auto const * command :
+        { "show storm-control", "show storm-control-traffic-classes", "show interfaces", "show lag",
+          "show import", "logs", "logs catalogue", "types", "verify", "help", "trace", "get /",
+          "list /", "trace --tree", "trace --handles" } ) {
+      auto const json = ok( std::string( "--json " ) + command );
+      EXPECT_NO_THROW( HobaAgent::parseJson( json ) ) << command << ": " << json;
+   }
+}
+
+TEST_F( OperatorTest, badInputIsRefusedInOneLineAndChangesNothing ) {
+   startExample();
+   auto const before = ok( "get --configuration /" );
+   auto const malformed = file( "malformed.json", "{\n \"a\": [1,\n }\n" );
+   auto const oneBad =
+         file( "bad.json", R"({"/feeders/config":{"port":{"Ethernet9":{"speed":1000}}},
+      "/bridging/stormControl/config":{"intfConfig":{"Ethernet1":{"broadcast":{"level":7}},
+                                                     "Ethernet9":{"broadcast":{"level":"x"}}}}})" );
+   struct Row {
+      std::string command, last;
+      int status;
+      std::string error;
+   };
+   for( auto const & row : std::vector< Row >{
+              { "", "", 2, "hobactl: " },
+              { "frobnicate", "", 2, "unknown command \"frobnicate\"" },
+              { "shwo lag", "", 2, "did you mean \"show\"?" },
+              { "get --bogus", "", 2, "--bogus" },
+              { "--timeout x get", "", 2, "--timeout" },
+              { "set /a", "", 2, "value is required" },
+              { "show strom", "", 1, "unknown command \"show strom\"" },
+              { "show lag extra", "", 1, "usage: show lag" },
+              { "show storm-control Foo", "", 1, "\"Foo\" is not an interface name" },
+              { "sim link Ethernet1 sideways", "", 1, "not up or down" },
+              { "sim speed Ethernet77 1000", "", 1, "Ethernet77 is not a port" },
+              { "sim speed Ethernet1 -4", "", 1, "mbps: \"-4\"" },
+              { "get /nope", "", 1, "/nope: no such path" },
+              { "get /bridging/stormControl/confg", "", 1, "did you mean \"config\"?" },
+              { "set " + levels + "Ethernet1/brodcast 1", "", 1, "did you mean \"broadcast\"?" },
+              { "set " + levels + "Ethernet1/broadcast/level abc", "", 1, "not a whole number" },
+              { "set " + levels + "Ethernet1/broadcast/level -5", "", 1, "not a whole number" },
+              { "set " + levels + "Ethernet1/broadcast/level 4294967296", "", 1, "4294967295" },
+              { "set " + levels + "Ethernet1", R"({"broadcast":{"level":7},"all":5})", 1, "all" },
+              { "set " + levels + "Ethernet1", "{\"a\":", 1, "value: line 1, column " },
+              { "set " + levels + "Ether/broadcast/level 1", "", 1, "\"Ether\" is not" },
+              { "set /bridging/stormControl/status/x 1", "", 1, "no such attribute" },
+              { "del /bridging/stormControl/config", "", 1, "cannot be deleted" },
+              { "apply /nonexistent", "", 1, "/nonexistent: No such file" },
+              { "apply", malformed, 1, malformed + ":3:2: " },
+              { "apply", oneBad, 1, "Ethernet9/broadcast: level: \"x\"" },
+              { "trace --enable HobaCommon=12", "", 1, "levels: \"12\"" },
+              { "trace --export /nonexistent/x", "", 1, "/nonexistent/x: No such file" },
+              { "--socket /nonexistent/s get", "", 1, "no agent answers here" },
+        } ) {
+      auto const result = ctl( row.command, row.last );
+      expectOneLine( result, row.status, row.error );
+      EXPECT_TRUE( result.err.starts_with( "hobactl: " ) ) << result.err;
+      EXPECT_EQ( result.out, "" ) << row.command;
+   }
+   EXPECT_EQ( ok( "get --configuration /" ), before );
+
+   // Starts that fail say so in one line as well, and leave no socket of their own.
+   auto const other = directory + "/other";
+   for( auto const & row : std::vector< Row >{
+              { "--config", oneBad, 1, oneBad + ": " + levels + "Ethernet9/broadcast: level: " },
+              { "--config", malformed, 1, malformed + ":3:2: " },
+              { "--sim", malformed, 1, malformed + ":3:2: " },
+              { "--config-db", "/nonexistent", 1, "/nonexistent: No such file" },
+              { "--bogus", "x", 2, "--bogus" },
+              { "--socket", socket, 1, "another agent answers here" },
+              { "--socket", malformed, 1, "not a socket" },
+        } ) {
+      std::vector< std::string > arguments{ row.command, row.last };
+      if( row.command != "--socket" ) {
+         arguments.insert( arguments.end(), { "--socket", other } );
+      }
+      auto const result = end( *agentProcess( arguments ) );
+      expectOneLine( result, row.status, row.error );
+      EXPECT_FALSE( std::filesystem::exists( other ) ) << row.error;
+   }
+   EXPECT_EQ( ok( "get --configuration /" ), before );
+}
+
+TEST_F( OperatorTest, anImportNamesBrokenRowsAndGoesOn ) {
+   auto const own = file( "config_db.json", R"({
+      "PORT": { "Ethernet0": { "speed": "10000" }, "Ethernet4": { "speed": "fast" } },
+      "PORTCHANNEL": { "PortChannel1": { "min_links": "1" } },
+      "PORTCHANNEL_MEMBER": { "PortChannel9|Ethernet0": {} },
+      "PORT_STORM_CONTROL": { "Ethernet0|broadcast": { "kbps": "1000" },
+                              "Ethernet0|bogus": { "kbps": "1000" } } })" );
+   std::vector< std::string > files{ own };
+   auto const sample = HOBA_SOURCE_DIR "/../shared/inputs/sonic-config/sample_config_db.json";
+   if( std::filesystem::exists( sample ) ) {
+      files.push_back( sample );
+   }
+   for( auto const & each : files ) {
+      start( { "--config-db", each } );
+      EXPECT_NE( agent->out().find( " rows imported, " ), std::string::npos ) << agent->out();
+      EXPECT_NE( ok( "show interfaces Ethernet0" ).find( "Ethernet0" ), std::string::npos );
+      if( each == own ) {
+         for( auto const * row :
+              { "PORT|Ethernet4: speed: \"fast\"", "PORTCHANNEL_MEMBER|PortChannel9|Ethernet0: ",
+                "PORT_STORM_CONTROL|Ethernet0|bogus: " } ) {
+            EXPECT_NE( agent->out().find( row ), std::string::npos ) << agent->out();
+         }
+         EXPECT_NE( level( "Ethernet0", "broadcast" ).find( " programmed" ), std::string::npos );
+      }
+      EXPECT_NE( ok( "verify" ).find( "all as they should be" ), std::string::npos );
+      agent->signal( SIGTERM );
+      EXPECT_EQ( agent->finish(), 0 ) << agent->err();
+   }
+}
+
+TEST_F( OperatorTest, hostileClientsDoNotDisturb ) {
+   startExample();
+   std::vector< HobaAgent::Fd > idle;
+   for( auto const & [ text, error ] : std::vector< std::pair< std::string, std::string > >{
+              { std::string( 9 * 1024 * 1024, 'x' ) + "\n", "longer than" },
+              { std::string( "\0\xff\xfe\x01garbage\n", 12 ), "not JSON" },
+              { std::string( 1000, '[' ) + "\n", "not JSON" },
+        } ) {
+      auto const fd = client();
+      put( fd, text );
+      EXPECT_NE( answer( fd ).find( error ), std::string::npos ) << error;
+   }
+   put( client(), R"({"command":"get","pa)" ); // half a line, and gone
+   // One that watches and never reads, while changes flood it.
+   auto const deaf = client();
+   put( deaf, "{\"command\":\"watch\",\"path\":\"/\"}\n" );
+   auto const busy = client();
+   for( int n = 0; n != 2000; ++n ) {
+      put( busy, R"({"command":"set","path":")" + levels +
+                       R"(Ethernet1/broadcast/level","text":")" + std::to_string( 1 + n % 99 ) +
+                       "\"}\n" );
+      ASSERT_NE( answer( busy ).find( "\"ok\":true" ), std::string::npos );
+   }
+   // As many as come: those that find no place are told so, and make room when they go.
+   for( int n = 0; n != 80; ++n ) {
+      idle.push_back( client() );
+   }
+   EXPECT_NE( answer( idle.back() ).find( "clients already" ), std::string::npos );
+   expectOneLine( ctl( "show lag" ), 1, "clients already" );
+   idle.clear();
+   EXPECT_TRUE( eventually( [ & ] { return ctl( "show lag" ).status == 0; } ) );
+   EXPECT_NE( level( "Ethernet1", "broadcast" ), "" );
+   EXPECT_NE( ok( "verify" ).find( "all as they should be" ), std::string::npos );
+}
+
+TEST_F( OperatorTest, signalsStopItCleanly ) {
+   for( int number : { SIGTERM, SIGINT } ) {
+      startExample();
+      auto watch = tool( "watch /" );
+      agent->signal( number );
+      EXPECT_EQ( agent->finish(), 0 ) << agent->err();
+      EXPECT_EQ( agent->err(), "" );
+      EXPECT_FALSE( std::filesystem::exists( socket ) );
+      expectOneLine( end( *watch ), 1, "agent" );
+   }
+   // After a death without farewell the socket is stale, and in nobody's way.
+   startExample();
+   agent->signal( SIGKILL );
+   EXPECT_EQ( agent->finish(), 128 + SIGKILL );
+   EXPECT_TRUE( std::filesystem::exists( socket ) );
+   startExample();
+   ok( "show lag" );
+}
+
+} // namespace
+} // namespace HobaOperator
