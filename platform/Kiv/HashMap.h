@@ -6,35 +6,26 @@
 //    HashMap< Key, Value >    members { key, value }
 //    HashSet< Key >           members are the keys
 //
-// - Order. A walk visits the members in the order of their insertion. Assigning
-// to a member does
+// - Order. A walk visits the members in the order of their insertion. Assigning to a member does
 //   not move it; erasing and inserting it again moves it to the end.
-// - Change during a walk. The body of a loop may insert, assign and erase
-// anything, the member it
-//   is at included, and clear() or destroy the collection. A member that is
-//   removed before the walk reaches it is not visited, one that is inserted is,
-//   since it stands at the end. A walk ends as soon as its body stops
-//   inserting. Walks nest, and iterators may be kept.
-// - References and pointers to a member (its key, its value) stay valid until
-// that member is
-//   removed: nothing else, growth included, invalidates them. Moving or
-//   swapping the collection takes its members along, iterators too.
-// - What a removed member owns is let go when the collection no longer knows
-// the member and is
-//   complete again, so the destructors of keys and values may use the
-//   collection in any way. (A Value that cannot be moved is destroyed where it
-//   stands: its destructor may do anything but clear or destroy the
-//   collection.)
-// - An empty collection is one pointer. Memory comes with the first member and
-// goes with clear().
-// - Keys need == and Kiv::hashOf. Collections of std::string are searched by
-// std::string_view.
-// - One thread only, const operations included: a walk enrols with its
-// collection.
+// - Change during a walk. The body of a loop may insert, assign and erase anything, the member it
+//   is at included, and clear() or destroy the collection. A member that is removed before the walk
+//   reaches it is not visited, one that is inserted is, since it stands at the end. A walk ends as
+//   soon as its body stops inserting. Walks nest, and iterators may be kept.
+// - References and pointers to a member (its key, its value) stay valid until that member is
+//   removed: nothing else, growth included, invalidates them. Moving or swapping the collection
+//   takes its members along, iterators too.
+// - What a removed member owns is let go when the collection no longer knows the member and is
+//   complete again, so the destructors of keys and values may use the collection in any way. (A
+//   Value that cannot be moved is made and destroyed where it stands: its constructor must leave
+//   the collection alone, its destructor may do anything but clear or destroy it.)
+// - An empty collection is one pointer. Memory comes with the first member and goes with clear().
+// - Keys need == and Kiv::hashOf, of which the low 32 bits count. Collections of std::string are
+//   searched by std::string_view.
+// - One thread only, const operations included: a walk enrols with its collection.
 //
-// Nothing throws but allocation, the constructors of keys and values, and
-// Kiv::Exception at more than 67108860 members; a failed insertion changes
-// nothing.
+// Nothing throws but allocation, the constructors of keys and values, and Kiv::Exception at more
+// than 67108860 members; a failed insertion changes nothing.
 
 #include "Kiv/Hash.h"
 #include "Kiv/HashTable.h"
@@ -52,12 +43,6 @@ namespace Kiv {
 namespace Detail {
 
 template< class Key >
-std::uint32_t
-tableHash( Key const & key ) {
-   return static_cast< std::uint32_t >( hashOf( key ) );
-}
-
-template< class Key >
 struct SetMember {
    Key const key;
 
@@ -67,8 +52,7 @@ struct SetMember {
    static auto moveOut( SetMember & m ) { return Detail::moveOut( m.key ); }
 };
 
-// What maps and sets have in common. `Visible` is what a walk shows of a
-// member.
+// What maps and sets have in common. `Visible` is what a walk shows of a member.
 template< class Key, class Member, class Visible >
 class HashCollection {
    using Table = HashTable< Member >;
@@ -79,9 +63,9 @@ class HashCollection {
    using value_type = std::remove_const_t< Visible >;
    using size_type = std::uint32_t;
 
-   // Copies stand on the same member and walk on by themselves. Stepping on from
-   // a member that was removed goes to the member that followed it; so does
-   // comparing with end().
+   // Copies stand on the same member and walk on by themselves. When its member is removed, an
+   // iterator stands before what comes next: step it, or compare it with end(), before you look at
+   // a member again. At the end it stands before what may be added.
    template< class Shown >
    class Iterator {
     public:
@@ -92,9 +76,9 @@ class HashCollection {
       using pointer = Shown *;
       using reference = Shown &;
 
-      Iterator() = default; // at the end
+      Iterator() = default; // at the end of nothing
 
-      // The member must not have been removed.
+      // It stands on a member: it is not at end(), and the member was not removed.
       Shown & operator*() const { return shown( cursor_.member() ); }
       Shown * operator->() const { return &**this; }
 
@@ -129,7 +113,7 @@ class HashCollection {
    HashCollection( HashCollection const & other ) : HashCollection() {
       Cursor from( other.table_, other.firstPlace() );
       for( ; !from.atEnd(); from.advance() ) {
-         table().append( other.table_->storage.hashOf( from.slot() ), from.member() );
+         table().append( other.table_->storage.hashOfSlot( from.slot() ), from.member() );
       }
    }
    HashCollection( HashCollection && other ) noexcept
@@ -204,8 +188,7 @@ class HashCollection {
       return *table_;
    }
 
-   // Removes a member and returns what it owned, for the caller to let go last
-   // of all.
+   // Removes a member and returns what it owned, for the caller to let go last of all.
    auto takeOut( std::uint32_t slot ) {
       auto owned = Member::moveOut( table_->storage.memberAt( slot ) );
       table_->unlink( slot );
@@ -242,13 +225,9 @@ class HashCollection {
 template< class Key, class Value >
 class HashMap : public Detail::HashCollection< Key, Detail::MapMember< Key, Value >,
                                                Detail::MapMember< Key, Value > > {
-   using Base = Detail::HashCollection< Key, Detail::MapMember< Key, Value >,
-                                        Detail::MapMember< Key, Value > >;
-
  public:
    using mapped_type = Value;
-   // { Key const key; Value value; }: what a walk shows, also as `auto & [ key,
-   // value ]`.
+   // { Key const key; Value value; }: what a walk shows, also as `auto & [ key, value ]`.
    using Member = Detail::MapMember< Key, Value >;
 
    struct Inserted {
@@ -266,8 +245,7 @@ class HashMap : public Detail::HashCollection< Key, Detail::MapMember< Key, Valu
       return member ? &member->value : nullptr;
    }
 
-   // Leaves a member that is there alone, args included; makes its value from
-   // them otherwise.
+   // Leaves a member that is there alone, args included; makes its value from them otherwise.
    template< class... Args >
    Inserted tryEmplace( Detail::KeyArgument< Key > key, Args &&... args ) {
       auto const hash = Detail::tableHash( key );
@@ -287,8 +265,8 @@ class HashMap : public Detail::HashCollection< Key, Detail::MapMember< Key, Valu
       }
    }
 
-   // The value that is replaced is let go last, as a removed one is. If that
-   // removes the member, the returned pointer is of no use.
+   // The value that is replaced is let go last, as a removed one is. If that removes the member,
+   // the returned pointer is of no use.
    Inserted insertOrAssign( Detail::KeyArgument< Key > key, Value value ) {
       auto const hash = Detail::tableHash( key );
       if( auto * member = this->lookup( key, hash ) ) {

@@ -3,15 +3,15 @@
 
 // What Kiv::HashMap and Kiv::HashSet point to once they hold something.
 //
-// Three parts. Slots: where members live, in segments that double and never
-// move, so a member stays where it is for its whole life; freed slots are used
-// again. Places: the order of insertion, an array of slot numbers with holes
-// where members were removed, squeezed when it is full and half empty. Index:
-// from a hash to slot numbers. A cursor stands on a place, and is told when
-// places change.
+// Three parts. Slots: where members live, in segments that double and never move, so a member stays
+// where it is for its whole life; freed slots are used again. Places: the order of insertion, an
+// array of slot numbers with holes where members were removed, squeezed when it is full and half
+// empty. Index: from a hash to slot numbers. A cursor stands on a place, and is told when places
+// change.
 
 #include "Kiv/Cursor.h"
 #include "Kiv/Exception.h"
+#include "Kiv/Hash.h"
 #include "Kiv/HashIndex.h"
 
 #include <algorithm>
@@ -25,6 +25,15 @@
 #include <vector>
 
 namespace Kiv::Detail {
+
+template< class Key >
+inline constexpr bool keyIsSmall = std::is_trivially_copyable_v< Key > && sizeof( Key ) <= 16;
+
+template< class Key >
+std::uint32_t
+tableHash( Key const & key ) {
+   return static_cast< std::uint32_t >( Kiv::hashOf( key ) );
+}
 
 // Member has a `key`; a `value` beside it is the map's business.
 template< class Member >
@@ -62,8 +71,7 @@ class HashStorage {
    // Nothing lives before it. Never beyond endPlace().
    std::uint32_t firstPlace() const { return firstPlace_; }
 
-   // The first place from `place` on that somebody lives at, endPlace() when
-   // there is none.
+   // The first place from `place` on that somebody lives at, endPlace() when there is none.
    std::uint32_t liveFrom( std::uint32_t place ) const {
       while( place < endPlace_ && places_[ place ] == hole ) {
          ++place;
@@ -74,16 +82,29 @@ class HashStorage {
    std::uint32_t slotAtPlace( std::uint32_t place ) const { return places_[ place ]; }
    Member & memberAtPlace( std::uint32_t place ) const { return memberAt( places_[ place ] ); }
    std::uint32_t placeOf( std::uint32_t slot ) const { return notes_[ slot ].place; }
-   std::uint32_t hashOf( std::uint32_t slot ) const { return notes_[ slot ].hash; }
+   std::uint32_t hashOfSlot( std::uint32_t slot ) const {
+      if constexpr( keepsHash ) {
+         return notes_[ slot ].hash;
+      } else {
+         return tableHash( memberAt( slot ).key );
+      }
+   }
 
    Member & memberAt( std::uint32_t slot ) const { return *memberIn( segments_.data(), slot ); }
 
    template< class Key >
    Member * find( std::uint32_t hash, Key const & key ) const {
-      return index_.find( hash, [ &key, segments = segments_.data() ]( std::uint32_t slot ) {
-         auto * member = memberIn( segments, slot );
-         return member->key == key ? member : nullptr;
-      } );
+      // Small keys by value: they stay in registers.
+      using Wanted = std::conditional_t< keyIsSmall< Key >, Key const, Key const & >;
+      struct At {
+         Wanted key;
+         Member * const * segments;
+         Member * operator()( std::uint32_t slot ) const {
+            auto * member = memberIn( segments, slot );
+            return member->key == key ? member : nullptr;
+         }
+      };
+      return index_.find( hash, At{ key, segments_.data() } );
    }
 
    // 0 when there is no such key.
@@ -96,8 +117,8 @@ class HashStorage {
 
    bool placesAreFull() const { return endPlace_ == placesRoom_; }
 
-   // Appends a member whose key is not here, made from args. Needs a place
-   // (!placesAreFull()). When making it throws, nothing has changed.
+   // Appends a member whose key is not here, made from args. Needs a place (!placesAreFull()). When
+   // making it throws, nothing has changed.
    template< class... Args >
    Member & append( std::uint32_t hash, Args &&... args ) {
       if( freeSlot_ == hole && nextSlot_ == endSlot_ ) [[unlikely]] {
@@ -112,18 +133,20 @@ class HashStorage {
       } else {
          ++nextSlot_;
       }
-      note = { endPlace_, hash };
+      note.place = endPlace_;
+      if constexpr( keepsHash ) {
+         note.hash = hash;
+      }
       index_.insert( hash, slot );
       places_[ endPlace_++ ] = slot;
       ++live_;
       return member;
    }
 
-   // Takes a member out of the order and the index. It lives on in its slot
-   // until release().
+   // Takes a member out of the order and the index. It lives on in its slot until release().
    void unlink( std::uint32_t slot ) {
-      auto const [ place, hash ] = notes_[ slot ];
-      index_.erase( hash, slot );
+      auto const place = notes_[ slot ].place;
+      index_.erase( hashOfSlot( slot ), slot );
       places_[ place ] = hole;
       --live_;
       if( place == firstPlace_ ) {
@@ -138,8 +161,7 @@ class HashStorage {
       freeSlot_ = slot;
    }
 
-   // At least half of the places are holes: what a squeeze costs is then paid by
-   // as many appends.
+   // At least half of the places are holes: what a squeeze costs is then paid by as many appends.
    bool squeezeIsWorthIt() const { return placesRoom_ != 0 && live_ <= placesRoom_ / 2; }
 
    void squeezePlaces() {
@@ -165,21 +187,26 @@ class HashStorage {
    static constexpr std::uint32_t firstSegmentSlots = 1u << firstSegmentBits;
    static constexpr std::uint32_t maxMembers = ( 1u << 26 ) - firstSegmentSlots;
 
-   // What is to be known of a slot beside its member; apart, to keep members
-   // dense.
-   struct Note {
+   // The hash of a small key is quicker computed than kept.
+   static constexpr bool keepsHash = !keyIsSmall< std::remove_cv_t< decltype( Member::key ) > >;
+   struct PlaceNote {
       std::uint32_t place; // in the order of insertion; of a free slot: the next free slot
+   };
+   struct HashNote : PlaceNote {
       std::uint32_t hash;
    };
+   // What is to be known of a slot beside its member; apart, to keep members dense.
+   using Note = std::conditional_t< keepsHash, HashNote, PlaceNote >;
 
-   // Slot numbers start at 4. The highest bit of a number names its segment, the
-   // rest is the position in it.
+   // Slot numbers start at 4. The highest bit of a number names its segment, the rest is the
+   // position in it.
    static Member * memberIn( Member * const * segments, std::uint32_t slot ) {
       if( slot == hole ) {
          __builtin_unreachable(); // countl_zero() need not think of it
       }
-      auto const high = 31u ^ static_cast< unsigned >( std::countl_zero( slot ) );
-      return segments[ high ] + ( slot ^ ( 1u << high ) );
+      auto const number = std::uint64_t{ slot };
+      auto const high = 63u ^ static_cast< unsigned >( std::countl_zero( number ) );
+      return segments[ high ] + ( number ^ ( std::uint64_t{ 1 } << high ) );
    }
 
    template< class T >
@@ -192,8 +219,7 @@ class HashStorage {
       return larger;
    }
 
-   // As many slots more as there are, at least 4. When this throws, nothing has
-   // changed that shows.
+   // As many slots more as there are, at least 4. When this throws, nothing has changed that shows.
    void addSegment() {
       if( nextSlot_ > maxMembers ) {
          throw Exception( "a hash collection holds at most " + std::to_string( maxMembers ) +
@@ -213,7 +239,7 @@ class HashStorage {
       HashIndex index( endSlot );
       for( auto place = firstPlace_; place < endPlace_; ++place ) {
          if( auto slot = places_[ place ]; slot != hole ) {
-            index.insert( notes_[ slot ].hash, slot );
+            index.insert( hashOfSlot( slot ), slot );
          }
       }
       return index;
@@ -245,8 +271,8 @@ class HashStorage {
 template< class Member >
 class HashTable;
 
-// A position in a table: on a member, or (its member was removed, or it has
-// walked off the end) before the next member that lives or is yet to come.
+// A position in a table: on a member, or (its member was removed, or it has walked off the end)
+// before the next member that lives or is yet to come.
 template< class Member >
 class HashCursor : public CursorLink {
  public:
@@ -276,7 +302,7 @@ class HashCursor : public CursorLink {
       }
       auto & storage = table_->storage;
       auto place = storage.liveFrom( place_ );
-      if( place == storage.endPlace() ) {
+      if( place >= storage.endPlace() ) {
          return true;
       }
       place_ = place;
@@ -292,12 +318,9 @@ class HashCursor : public CursorLink {
       }
    }
 
-   // There must be one: !atEnd().
-   std::uint32_t slot() {
-      atEnd();
-      return table_->storage.slotAtPlace( place_ );
-   }
-   Member & member() { return table_->storage.memberAt( slot() ); }
+   // It stands on a member: so it is after !atEnd() or advance(), until that is removed.
+   std::uint32_t slot() const { return table_->storage.slotAtPlace( place_ ); }
+   Member & member() const { return table_->storage.memberAt( slot() ); }
 
    bool sameAs( HashCursor & other ) {
       auto end = atEnd();
@@ -316,8 +339,7 @@ class HashCursor : public CursorLink {
 
    Table * table_ = nullptr;
    std::uint32_t place_ = 0;
-   bool before_ = false; // the member it stood on is gone: the next step is onto
-                         // place_ itself
+   bool before_ = false; // its member is gone: the next step is onto place_ itself
 };
 
 template< class Member >
@@ -383,8 +405,7 @@ class HashTable {
       }
    }
 
-   // Cursors follow the member that they stand on, or before. Meanwhile they
-   // hold its slot.
+   // Cursors follow the member that they stand on, or before. Meanwhile they hold its slot.
    void squeeze() {
       forEachCursor( [ & ]( Cursor & cursor ) {
          auto live = storage.liveFrom( cursor.place_ );

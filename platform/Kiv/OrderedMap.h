@@ -17,8 +17,8 @@
 //   std::string_view.
 // - One thread only, const operations included: a walk enrols with its collection.
 //
-// Nothing throws but allocation and the constructors of keys and values; a failed insertion
-// changes nothing.
+// Nothing throws but allocation and the constructors of keys and values; a failed insertion changes
+// nothing.
 
 #include "Kiv/Cursor.h"
 #include "Kiv/Member.h"
@@ -199,7 +199,8 @@ class OrderedMap {
    };
 
    // Copies stand on the same member and walk on by themselves. When its member is removed, an
-   // iterator stands before what comes next; at the end, before what may be added.
+   // iterator stands before what comes next: step it, or compare it with end(), before you look at
+   // a member again. At the end it stands before what may be added.
    template< class Shown >
    class Iterator {
     public:
@@ -212,7 +213,7 @@ class OrderedMap {
 
       Iterator() = default; // at the end of nothing
 
-      // There must be a member: not at end().
+      // It stands on a member: it is not at end(), and the member was not removed.
       Shown & operator*() const { return Tree::member( cursor_.node() ); }
       Shown * operator->() const { return &**this; }
 

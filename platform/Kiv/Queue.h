@@ -184,7 +184,8 @@ class Sequence {
    using size_type = std::uint32_t;
 
    // Copies stand on the same member and walk on by themselves. When its member is removed, an
-   // iterator stands before what comes next; at the end, before what may be added.
+   // iterator stands before what comes next: step it, or compare it with end(), before you look at
+   // a member again. At the end it stands before what may be added.
    template< class Shown >
    class Iterator {
     public:
@@ -197,7 +198,7 @@ class Sequence {
 
       Iterator() = default; // at the end of nothing
 
-      // There must be a member: not at end().
+      // It stands on a member: it is not at end(), and the member was not removed.
       Shown & operator*() const { return cursor_.member(); }
       Shown * operator->() const { return &**this; }
 
