@@ -13,47 +13,33 @@ namespace Kiv {
 class DispatchRecorder;
 
 struct Dispatch {
-   // One notification on its way through an entity's reactors. Reactors that leave while it is
-   // under way move `next` and `last` past themselves, and say so; reactors that join are behind
-   // `last` and hear nothing of it (they have just synchronised with the new value).
-   struct Round {
-      Round * outer = nullptr;
-      PtrInterface::NotifieeConst * next = nullptr;
-      PtrInterface::NotifieeConst * last = nullptr;
-      bool moved = false;
-   };
-
-   // Puts `round` in flight for the length of a scope. Apart from the round, whose address is known
-   // elsewhere, so that `outer_` stays in a register.
-   class InFlight {
-    public:
-      explicit InFlight( Round & round ) : outer_( top ) {
-         round.outer = outer_;
-         top = &round;
+   // One notification on its way through an entity's reactors, or, without any, just a scope that
+   // whatever is removed in it outlives. Reactors that leave move `next` and `last` of all that is
+   // in flight past themselves; reactors that join are behind `last` and hear nothing of it (they
+   // have just synchronised with the new value).
+   struct Frame {
+      explicit Frame( PtrInterface::NotifieeConst * lastOne = nullptr )
+            : outer( top ), last( lastOne ) {
+         top = this;
       }
-      InFlight( InFlight const & ) = delete;
-      InFlight & operator=( InFlight const & ) = delete;
-      [[gnu::always_inline]] ~InFlight() {
-         // A constant for the outermost round: the next one then need not wait for `outer_`.
-         if( !outer_ ) [[likely]] {
+      Frame( Frame const & ) = delete;
+      Frame & operator=( Frame const & ) = delete;
+      [[gnu::always_inline]] ~Frame() {
+         // A constant for the outermost frame: the next one then need not wait for `outer`.
+         if( !outer ) [[likely]] {
             top = nullptr;
             if( waiting ) [[unlikely]] {
                releaseWaiting();
             }
          } else {
-            top = outer_;
+            top = outer;
          }
       }
 
-    private:
-      Round * const outer_;
-   };
-
-   // Something is in flight, though it goes through no reactors: whatever is removed in its scope
-   // outlives it.
-   class Frame {
-      Round round_;
-      InFlight inFlight_{ round_ };
+      Frame * const outer;
+      PtrInterface::NotifieeConst * next = nullptr;
+      PtrInterface::NotifieeConst * last;
+      bool moved = false; // somebody left: `next` and `last` are to be looked at
    };
 
    static bool inFlight() { return top != nullptr; }
@@ -62,7 +48,7 @@ struct Dispatch {
    static void keep( PtrInterface * object );
    static void releaseWaiting();
 
-   static inline Round * top = nullptr;
+   static inline Frame * top = nullptr;
    static inline bool waiting = false;
    // Null unless somebody records: one load and one branch is all that recording costs then.
    static inline DispatchRecorder * recorder = nullptr;

@@ -49,29 +49,27 @@ class Entity : public PtrInterface {
  private:
    friend class PtrInterface::NotifieeConst;
 
-   // What the loop needs next is in registers, unless a handler made somebody leave.
+   // While nobody leaves, the ring itself says who is next.
    void visit( AttributeId const & attribute, void const * key ) const {
       auto * notifiee = notifiees_;
       auto * last = notifiee->previous_;
-      Dispatch::Round round;
-      round.last = last;
-      Dispatch::InFlight const inFlight( round );
+      Dispatch::Frame frame( last );
       for( ;; ) {
-         auto * next = notifiee->next_;
-         round.next = next;
+         frame.next = notifiee->next_;
          notifiee->onAttribute( attribute, key );
          if( notifiee == last ) [[likely]] {
             return;
          }
-         if( round.moved ) [[unlikely]] {
-            round.moved = false;
-            next = round.next;
-            last = round.last;
-            if( !next ) {
+         if( !frame.moved ) [[likely]] {
+            notifiee = notifiee->next_;
+         } else {
+            frame.moved = false;
+            notifiee = frame.next;
+            last = frame.last;
+            if( !notifiee ) {
                return;
             }
          }
-         notifiee = next;
       }
    }
    void recordChange( AttributeId const & attribute, void const * key ) const;

@@ -91,13 +91,12 @@ PtrInterface::NotifieeConst::leave() {
    if( !next_ ) {
       return;
    }
-   for( auto * round = Dispatch::top; round; round = round->outer ) {
-      if( round->next == this ) {
-         round->next = round->last == this ? nullptr : next_;
-         round->moved = true;
-      } else if( round->last == this ) {
-         round->last = previous_;
-         round->moved = true;
+   for( auto * frame = Dispatch::top; frame; frame = frame->outer ) {
+      frame->moved = true;
+      if( frame->next == this ) {
+         frame->next = frame->last == this ? nullptr : next_;
+      } else if( frame->last == this ) {
+         frame->last = previous_;
       }
    }
    auto *& first = watched_->notifiees_;

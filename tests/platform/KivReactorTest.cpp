@@ -11,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include <deque>
+#include <random>
 #include <stdexcept>
 
 namespace {
@@ -311,6 +313,80 @@ TEST_P( KivRemoval, byLeavingAndJoiningAgain ) {
    EXPECT_EQ( script.take(), GetParam().now );
    node->aIs( 2 );
    EXPECT_EQ( script.take().size(), 4u );
+}
+
+// Random comings, goings and nested writes from inside handlers, against a plain model: a write is
+// heard by those who were there when it began, in their order, unless they have left before.
+class KivReactorModel : public KivReactor {
+ protected:
+   static constexpr int keys = 7;
+
+   void write() {
+      writes_.emplace_back( present_.begin(), present_.end() );
+      node->bIs( node->b() + 1 );
+      EXPECT_EQ( writes_.back(), std::deque< int >() );
+      writes_.pop_back();
+   }
+   void leave( int key ) {
+      std::erase( present_, key );
+      for( auto & waiting : writes_ ) {
+         std::erase( waiting, key );
+      }
+      machine->nodeDel( key );
+   }
+   void join( int key ) {
+      if( !machine->node( key ) ) {
+         present_.push_back( key );
+         machine->nodeIs( key, node );
+      }
+   }
+   void heard( int key ) {
+      ASSERT_FALSE( writes_.empty() );
+      ASSERT_FALSE( writes_.back().empty() );
+      ASSERT_EQ( writes_.back().front(), key );
+      writes_.back().pop_front();
+      for( auto actions = random_() % 3; actions; --actions ) {
+         act();
+      }
+   }
+   void act() {
+      auto const key = static_cast< int >( random_() % keys );
+      switch( random_() % 5 ) {
+      case 0:
+      case 1:
+         leave( key );
+         break;
+      case 2:
+         join( key );
+         break;
+      case 3:
+         leave( key );
+         join( key );
+         break;
+      default:
+         if( writes_.size() < 4 ) {
+            write();
+         }
+      }
+   }
+
+ private:
+   std::vector< int > present_;
+   std::vector< std::deque< int > > writes_;
+   std::mt19937 random_{ 1 };
+};
+
+TEST_F( KivReactorModel, randomComingsAndGoings ) {
+   for( int key = 0; key < keys; ++key ) {
+      on( "b" + std::to_string( key ), [ this, key ] { heard( key ); } );
+   }
+   for( int round = 0; round < 400 && !HasFailure(); ++round ) {
+      for( int key = 0; key < keys; ++key ) {
+         join( key );
+      }
+      write();
+      script.take();
+   }
 }
 
 TEST_F( KivReactor, laterRowsHearNothingOnceItIsDeleted ) {
