@@ -84,9 +84,8 @@ decideLevel( StormControlSmHelper const & platform, LevelType levelType, Thresho
 
 std::uint64_t
 rateOf( std::uint32_t speedKbps, Threshold const & threshold ) {
-   constexpr std::uint64_t wholeLink = 10000; // in hundredths of a percent
    return threshold.mode == meteringPercent
-                ? std::uint64_t( speedKbps ) * threshold.level / wholeLink
+                ? std::uint64_t( speedKbps ) * threshold.level / Threshold::wholeLink
                 : 0;
 }
 

@@ -140,7 +140,7 @@ causalTree( Kiv::DispatchRecorder const & recorder, std::size_t count ) {
                    kindName( event.kind ), String( 2 * depths[ i ], ' ' ) + event.text } );
    }
    if( !recorder.active() ) {
-      table.note( "recording is off; turn it on with: trace record on" );
+      table.note( "recording is off; turn it on with: hobactl trace --tree on" );
    }
    if( recorder.dropped() ) {
       table.note( std::to_string( recorder.dropped() ) + " older events made room" );

@@ -58,6 +58,9 @@ membershipText( Switch const & sw, Pelt::IntfId intf ) {
 
 Datum
 showInterfaces( Switch const & sw, Pelt::IntfId only ) {
+   if( only && !sw.context->intfHas( only ) ) {
+      throw Kiv::ParseError( Kiv::toText( only ) + " is not a port of this switch" );
+   }
    TableAnswer table( { "Interface", "Enabled", "Link", "Speed", "Active", "LAG" } );
    for( auto const & [ intf, config ] : sw.feederConfig->port() ) {
       if( only && only != intf ) {

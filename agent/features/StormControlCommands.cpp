@@ -102,6 +102,9 @@ Datum
 show( Switch const & sw, Pelt::IntfId only, std::vector< String > const & notes ) {
    TableAnswer table( { "Interface", "Level", "Threshold", "Speed", "Rate (kbps)", "Chip", "Drops",
                         "State" } );
+   if( only && !sw.stormControlConfig->intfConfigHas( only ) ) {
+      table.note( Kiv::toText( only ) + " has no storm control configured" );
+   }
    for( auto const & [ intf, config ] : sw.stormControlConfig->intfConfig() ) {
       auto const status = sw.stormControlStatus->intfStatus( intf );
       if( ( only && intf != only ) || !status ) {

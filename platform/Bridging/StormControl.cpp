@@ -12,6 +12,14 @@ KIV_DEFINE( Bridging::StormControl::Status );
 
 namespace Bridging::StormControl {
 
+void
+Threshold::check() const {
+   if( level > wholeLink ) {
+      throw Kiv::RangeException( "level: " + Kiv::toText( level ) +
+                                 " is not a number from 0 to 10000, in hundredths of a percent" );
+   }
+}
+
 std::uint64_t
 Threshold::rateKbps() const {
    if( mode != meteringBps ) {

@@ -26,7 +26,11 @@ struct Threshold {
    KIV_FIELD( std::uint32_t, rate, 0 );
    KIV_FIELD( RateUnit, unit, unitPercent );
 
+   static constexpr std::uint32_t wholeLink = 10000;
+
    bool isDefault() const { return *this == Threshold{}; }
+   // Throws Kiv::RangeException for a level above the whole link.
+   void check() const;
    // A rate in bits a second, in kbps, truncated; 0 in the other modes. Fits for every unit.
    std::uint64_t rateKbps() const;
 };

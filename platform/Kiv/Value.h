@@ -10,7 +10,9 @@
 //       KIV_FIELD( std::uint32_t, level, 10000 );
 //    };
 //
-// The fields are public members; the type stays an aggregate: Threshold{ 0, 250 }.
+// The fields are public members; the type stays an aggregate: Threshold{ 0, 250 }. A member
+// `void check() const` is asked about what comes from outside: it throws RangeException for fields
+// that are not right.
 //
 // Numbers with bounds: KIV_RANGED( VlanId, std::uint16_t, 1, 4094, 1, "text of the range exception" )
 // Enumerations that print and parse by name: KIV_ENUM( Name, std::uint8_t, a = 0, b, ... ) in a
@@ -98,6 +100,9 @@ class FieldsOf {
          FieldPut const fields[] = { field.putOf( value )... };
          putFields( datum, fields );
       } );
+      if constexpr( requires { value.check(); } ) {
+         value.check();
+      }
       return value;
    }
 

@@ -163,22 +163,27 @@ Database::set( std::string_view path, Kiv::Datum const & value ) {
 void
 Database::setText( std::string_view path, std::string_view text ) {
    auto target = resolve( root_, Path::parse( path ) );
-   auto candidates = readings( text );
-   Plan fitting;
-   for( auto const & candidate : candidates ) {
+   std::optional< Plan > fitting;
+   std::optional< Error > failure;
+   for( auto const & candidate : readings( text ) ) {
       try {
          Plan plan;
          plan.add( root_, target, candidate );
          fitting = std::move( plan );
          break;
-      } catch( Error const & ) {
-         // The last reading, the text as it stands, gives the best message.
-         if( &candidate == &candidates.back() ) {
-            throw;
+      } catch( Error const & error ) {
+         // The best message is of the first reading that got as far as the value itself, and else
+         // of the last one, the text as it stands.
+         bool const aboutValue = failure && failure->reason().find( text ) != Kiv::String::npos;
+         if( !aboutValue ) {
+            failure = error;
          }
       }
    }
-   fitting.apply();
+   if( !fitting ) {
+      throw *failure;
+   }
+   fitting->apply();
 }
 
 void

@@ -273,6 +273,7 @@ TEST_F( OperatorTest, badInputIsRefusedInOneLineAndChangesNothing ) {
               { "set " + levels + "Ethernet1/broadcast/level abc", "", 1, "not a whole number" },
               { "set " + levels + "Ethernet1/broadcast/level -5", "", 1, "not a whole number" },
               { "set " + levels + "Ethernet1/broadcast/level 4294967296", "", 1, "4294967295" },
+              { "set " + levels + "Ethernet1/broadcast/level 10001", "", 1, "from 0 to 10000" },
               { "set " + levels + "Ethernet1", R"({"broadcast":{"level":7},"all":5})", 1, "all" },
               { "set " + levels + "Ethernet1", "{\"a\":", 1, "value: line 1, column " },
               { "set " + levels + "Ether/broadcast/level 1", "", 1, "\"Ether\" is not" },

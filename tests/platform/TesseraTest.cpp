@@ -197,7 +197,7 @@ TEST_F( TesseraDatabase, writesTextByType ) {
               { "/feature/config/period", "3", nullptr },
               { "/feature/config/number", "-9223372036854775808", nullptr },
               { "/feature/config/number", "9223372036854775808",
-                "/feature/config/number: \"9223372036854775808\" is not a whole number from "
+                "/feature/config/number: 9223372036854775808 is not a whole number from "
                 "-9223372036854775808 to 9223372036854775807" },
               { "/feature/config/note", "true", nullptr },
               { "/feature/config/note", "17", nullptr },
@@ -208,7 +208,7 @@ TEST_F( TesseraDatabase, writesTextByType ) {
               { "/feature/config/intf/Ethernet9/enabled", "yes",
                 "/feature/config/intf/Ethernet9/enabled: \"yes\" is not true or false" },
               { "/feature/config/intf/Ethernet9/broadcast/level", "70000",
-                "/feature/config/intf/Ethernet9/broadcast/level: \"70000\" is not a whole number "
+                "/feature/config/intf/Ethernet9/broadcast/level: 70000 is not a whole number "
                 "from 0 to 65535" },
               { "/feature/config/intf/Ethernet9/broadcast/level", "700", nullptr },
               { "/feature/config/intf/Ethernet9/broadcast/color", "blue", nullptr },
