@@ -248,6 +248,9 @@ struct Removal {
    std::vector< int > removed;
    Log now;
    Log next;
+
+   // Test names must not show addresses.
+   friend void PrintTo( Removal const & removal, std::ostream * out ) { *out << removal.name; }
 };
 
 class KivRemoval : public KivReactor, public testing::WithParamInterface< Removal > {};
