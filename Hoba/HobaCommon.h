@@ -103,7 +103,8 @@ class HobaCommonSmData : public Kiv::Entity {
    // Hardware mirror groups that no session uses.
    KIV_QUEUE( std::uint8_t, freeMirrorSession );
    KIV_ATTRIBUTE( bool, isFabricSlice, false );
-   KIV_COLLECTION( ParityEvent::Key, ParityEvent, parityEvent );
+   // The parity errors of all slices: see Hoba/HobaParitySm.h.
+   KIV_KEYED( ParityEvent, ParityEvent::Key, key, parityEvent );
    // Null until handleInitialized() makes them.
    KIV_CHILD( Hoba::VerifyData, verifyData );
    KIV_ATTRIBUTE( Kiv::Ptr< Kiv::PtrInterface >, verifySm );

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "types/ParityEvent.h"
 
+#include "Kiv/Reflect.h"
+
+KIV_DEFINE( Hoba::ParityEventStatus );
+
 namespace Hoba {
 
 void

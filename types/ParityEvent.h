@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "Kiv/Entity.h"
 #include "Kiv/Value.h"
 
 namespace Hoba {
@@ -22,6 +23,27 @@ struct ParityEvent {
    KIV_FIELD( Key, key );
    KIV_FIELD( Kiv::Seconds, time, 0 );
    KIV_FIELD( std::uint32_t, count, 0 );
+};
+
+// The parity errors of one slice of a chip that are not corrected yet.
+class ParityEventStatus : public Kiv::Entity {
+   KIV_ENTITY( Hoba::ParityEventStatus );
+   KIV_KEYED( ParityEvent, ParityEvent::Key, key, parityEvent );
+
+ public:
+   explicit ParityEventStatus( Kiv::String const & slice ) : Entity( slice ) {}
+};
+
+// What it takes to get rid of an error: software writes the entry again, the chip's blocks are
+// initialized again, or nothing helps but a restart of the agent.
+KIV_ENUM( ParitySeverity, std::uint8_t, parityCorrectable = 0, parityNeedsReset, parityFatal );
+
+// A parity error on its way from the chip's code to the one who corrects it.
+struct HobaParityEvent {
+   KIV_VALUE( Hoba::HobaParityEvent );
+   KIV_FIELD( ParityEvent::Key, key );
+   KIV_FIELD( Kiv::Seconds, time, 0 );
+   KIV_FIELD( ParitySeverity, severity, parityCorrectable );
 };
 
 } // namespace Hoba

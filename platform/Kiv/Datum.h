@@ -92,6 +92,10 @@ inPlace( std::string_view place, Read const & read ) {
 template< class T >
 concept FieldedValue = requires { typename T::KivFields; };
 
+// A number with bounds (KIV_RANGED): a number as data, too.
+template< class T >
+concept RangedNumber = requires { typename T::KivNumber; };
+
 template< class T >
 inline constexpr bool isVector = false;
 template< class T >
@@ -102,7 +106,7 @@ consteval DatumShape
 datumShape() {
    if constexpr( std::is_same_v< T, bool > ) {
       return DatumShape::boolean;
-   } else if constexpr( std::is_integral_v< T > ) {
+   } else if constexpr( std::is_integral_v< T > || RangedNumber< T > ) {
       return DatumShape::integer;
    } else if constexpr( std::is_floating_point_v< T > ) {
       return DatumShape::number;
@@ -134,6 +138,8 @@ toDatum( T const & value ) {
          array.push_back( toDatum( element ) );
       }
       return array;
+   } else if constexpr( RangedNumber< T > ) {
+      return Datum( value.value() );
    } else if constexpr( std::is_arithmetic_v< T > ) {
       return Datum( value );
    } else {
@@ -171,6 +177,9 @@ fromDatum( Datum const & datum ) {
       using Limits = std::numeric_limits< T >;
       return static_cast< T >( integerFrom( datum, static_cast< Wide >( Limits::min() ),
                                             static_cast< Wide >( Limits::max() ) ) );
+   } else if constexpr( RangedNumber< T > ) {
+      return T( integerFrom( datum, std::numeric_limits< std::int64_t >::min(),
+                             std::numeric_limits< std::int64_t >::max() ) );
    } else if constexpr( std::is_floating_point_v< T > ) {
       return static_cast< T >( numberFrom( datum ) );
    } else {

@@ -134,6 +134,7 @@ class EnumNames {
 template< class Derived, class Rep, Rep minimum, Rep maximum, Rep initial >
 class Ranged {
  public:
+   using KivNumber = Rep;
    static constexpr Rep min = minimum;
    static constexpr Rep max = maximum;
 

@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Bridging/MacVlanPair.h"
+
+namespace Bridging {
+
+void
+MacVlanPair::print( std::string & out ) const {
+   addr().print( out );
+   out += '@';
+   vlanId().print( out );
+}
+
+MacVlanPair
+MacVlanPair::parse( std::string_view text ) {
+   auto const at = text.find( '@' );
+   if( at == text.npos ) {
+      Kiv::parseFailed( text, "a MAC address and a VLAN, such as 00:1c:73:aa:bb:cc@10" );
+   }
+   return { Pelt::EthAddr::parse( text.substr( 0, at ) ),
+            VlanIdOrNone::parse( text.substr( at + 1 ) ) };
+}
+
+} // namespace Bridging

@@ -1,0 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "types/HobaTypes.h"
+
+#include "Kiv/Reflect.h"
+
+KIV_DEFINE( HobaTypes::HobaPortStatus );
+KIV_DEFINE( HobaTypes::HobaPortStatusDir );
+KIV_DEFINE( HobaTypes::MacTable );
