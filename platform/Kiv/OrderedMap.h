@@ -322,7 +322,7 @@ class OrderedMap {
       if( !tree_ ) {
          return false;
       }
-      auto node = tree_->nodes.find( key );
+      auto node = nodeOf( key );
       if( node == tree_->nodes.end() ) {
          return false;
       }
@@ -335,7 +335,7 @@ class OrderedMap {
       if( !has( key ) ) {
          return std::nullopt;
       }
-      auto gone = tree_->take( tree_->nodes.find( key ) );
+      auto gone = tree_->take( nodeOf( key ) );
       return std::optional< Value >( std::move( gone.value().value ) );
    }
 
@@ -371,8 +371,22 @@ class OrderedMap {
       if( !tree_ ) {
          return nullptr;
       }
-      auto node = tree_->nodes.find( key );
+      auto node = nodeOf( key );
       return node == tree_->nodes.end() ? nullptr : &Tree::member( node );
+   }
+
+   // What is put behind all others and taken from the front, as by a queue, is not searched for.
+   Node nodeOf( KeyArgument key ) const {
+      auto & nodes = tree_->nodes;
+      if( !nodes.empty() ) {
+         if( std::prev( nodes.end() )->key < key ) {
+            return nodes.end();
+         }
+         if( auto first = nodes.begin(); !( first->key < key ) && !( key < first->key ) ) {
+            return first;
+         }
+      }
+      return nodes.find( key );
    }
 
    Member * firstMember() const {
@@ -395,8 +409,10 @@ class OrderedMap {
       if( !tree_ ) {
          tree_ = new Tree;
       }
-      auto [ node, inserted, refused ] = tree_->nodes.insert( std::move( made ) );
-      return { &Tree::member( node ).value, inserted };
+      // The last place is a guess, which is right for what comes in ascending order.
+      auto const size = tree_->nodes.size();
+      auto const node = tree_->nodes.insert( tree_->nodes.end(), std::move( made ) );
+      return { &Tree::member( node ).value, tree_->nodes.size() > size };
    }
 
    Tree * tree_ = nullptr;

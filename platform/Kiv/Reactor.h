@@ -454,7 +454,7 @@ class ReactorMap final : public ReactorSlotBase {
                                                                                                    \
  public:                                                                                           \
    R * field() const { return field##_.get(); }                                                    \
-   void field##Is( ::Kiv::Ptr< R::Watched > const & entity ) { field##_.notifierIs( entity ); }    \
+   void field##Is( ::Kiv::Ptr< typename R::Watched > const & entity ) { field##_.notifierIs( entity ); }    \
    void field##Del() { field##_.del(); }                                                           \
    static_assert( true )
 
@@ -465,7 +465,7 @@ class ReactorMap final : public ReactorSlotBase {
  public:                                                                                           \
    ::Kiv::HashMap< K, ::Kiv::Ptr< R > > const & field() const { return field##_.all(); }           \
    R * field( K const & key ) const { return field##_.get( key ); }                                \
-   void field##Is( K const & key, ::Kiv::Ptr< R::Watched > const & entity ) {                      \
+   void field##Is( K const & key, ::Kiv::Ptr< typename R::Watched > const & entity ) {                      \
       field##_.notifierIs( key, entity );                                                          \
    }                                                                                               \
    void field##Del( K const & key ) { field##_.del( key ); }                                       \

@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// The functions of Hoba/HobaEventDrain.h, which trace with the handle of the source file that
+// includes this behind its ZIPLINE_HANDLE.
+
+#include "Hoba/HobaEventDrain.h"
+#include "Zipline/Zipline.h"
+
+namespace Hoba {
+
+template< class Sm, class Queue >
+EventDrain< Sm, Queue >::EventDrain( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
+                                     Kiv::Ptr< Queue > const & queue )
+      : HobaBaseSm( commonSmData ) {
+   eventQueueIs( queue );
+   clockIs( Kiv::make< Kiv::Clock >() );
+}
+
+template< class Sm, class Queue >
+void
+EventDrain< Sm, Queue >::handleInitialized() {
+   if( initialized() ) {
+      handleRunning();
+      wake();
+   }
+}
+
+template< class Sm, class Queue >
+void
+EventDrain< Sm, Queue >::runningIs( bool running ) {
+   if( running_ != running ) {
+      running_ = running;
+      handleRunning();
+   }
+}
+
+template< class Sm, class Queue >
+void
+EventDrain< Sm, Queue >::enabledIs( bool enabled ) {
+   if( enabled_ != enabled ) {
+      enabled_ = enabled;
+      if( enabled_ ) {
+         wake();
+      }
+   }
+}
+
+template< class Sm, class Queue >
+void
+EventDrain< Sm, Queue >::handleRunning() {
+   if( !initialized() ) {
+      return;
+   }
+   ZTRACE( 5, "handleRunning", " running:", running_ );
+   if( !running_ ) {
+      self().unregisterMachine();
+      if( apiRunning_ ) {
+         self().cleanupHardware();
+         apiRunning_ = false;
+      }
+   } else if( !apiRunning_ ) {
+      self().registerMachine();
+      // The hardware may have refused, and somebody stopped the machine for it.
+      apiRunning_ = running_;
+   }
+}
+
+template< class Sm, class Queue >
+void
+EventDrain< Sm, Queue >::cleanup() {
+   Kiv::Ptr< EventDrain > const alive( this );
+   ZTRACE( 5, "Shutting down ", Sm::className );
+   self().unregisterMachine();
+   runningIs( false );
+   handleRunning();
+}
+
+template< class Sm, class Queue >
+void
+EventDrain< Sm, Queue >::handleEvent( std::uint32_t const & index ) {
+   // A drain takes what comes meanwhile, and needs no waking for what it takes out.
+   if( draining_ ) {
+      return;
+   }
+   if( !initialized() || !queue()->eventHas( index ) ) {
+      return;
+   }
+   wake();
+}
+
+template< class Sm, class Queue >
+void
+EventDrain< Sm, Queue >::wake() {
+   // A wake-up that is due stays due: the first event of many looks at the clock for all.
+   if( initialized() && queue() && !queue()->event().empty() &&
+       clock()->timeMin() == Kiv::never ) {
+      clock()->timeMinIs( clock()->now() );
+   }
+}
+
+template< class Sm, class Queue >
+void
+EventDrain< Sm, Queue >::handleEvent() {
+   if( !initialized() ) {
+      return;
+   }
+   if( !enabled_ ) {
+      ZTRACE( 4, "Disable Event processing" );
+      return;
+   }
+   if( queue() ) {
+      self().status().drainsInc( 1 );
+      drainTime_ = clock()->now();
+      drain();
+   }
+}
+
+template< class Sm, class Queue >
+void
+EventDrain< Sm, Queue >::drain() {
+   // An event whose handler throws is gone like any other, and the rest have their turn next.
+   struct Draining {
+      explicit Draining( EventDrain & sm ) : sm_( sm ) { sm_.draining_ = true; }
+      ~Draining() {
+         sm_.draining_ = false;
+         if( sm_.enabled_ && !sm_.kivMarkedForDeletion() ) {
+            sm_.wake();
+         }
+      }
+      EventDrain & sm_;
+   } const draining( *this );
+   while( initialized() && enabled_ && queue() && !queue()->event().empty() &&
+          !kivMarkedForDeletion() ) {
+      handleFirstEvent();
+   }
+}
+
+template< class Sm, class Queue >
+void
+EventDrain< Sm, Queue >::handleFirstEvent() {
+   struct Taken {
+      ~Taken() { queue->eventDel( index ); }
+      Kiv::Ptr< Queue > const queue;
+      std::uint32_t const index;
+   };
+   auto const & first = *queue()->event().first();
+   auto const event = first.value;
+   Taken const taken{ Kiv::Ptr< Queue >( queue() ), first.key };
+   auto & status = self().status();
+   if( auto const depth = queue()->event().size(); depth > status.highWaterMark() ) {
+      status.highWaterMarkIs( depth );
+   }
+   if( running_ ) {
+      self().applyEvent( event );
+   } else {
+      status.droppedInc( dropNotRunning, 1 );
+   }
+}
+
+} // namespace Hoba

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Queues of what the hardware reports, and what became of it.
+
+#include "Hoba/HobaEvent.h"
+#include "types/ParityEvent.h"
+
+namespace Hoba {
+
+// Events in the order in which they were reported. An index is given once, by nextIndexInc( 1 ): the
+// first event has index 1. Bounded by memory alone, some 100 bytes an event: what a chip reported
+// cannot be asked of it again, so nothing may be thrown away.
+class HobaEventQueue : public Kiv::Entity {
+   KIV_ENTITY( Hoba::HobaEventQueue );
+   KIV_ORDERED( std::uint32_t, HobaEvent, event );
+   KIV_COUNTER( std::uint32_t, nextIndex );
+
+ public:
+   static Kiv::Ptr< HobaEventQueue > HobaEventQueueIs( Kiv::String const & name );
+   explicit HobaEventQueue( Kiv::String const & queueName ) : Entity( queueName ) {}
+};
+
+class HobaParityEventQueue : public Kiv::Entity {
+   KIV_ENTITY( Hoba::HobaParityEventQueue );
+   KIV_ORDERED( std::uint32_t, HobaParityEvent, event );
+   KIV_COUNTER( std::uint32_t, nextIndex );
+
+ public:
+   static Kiv::Ptr< HobaParityEventQueue > HobaParityEventQueueIs( Kiv::String const & name );
+   explicit HobaParityEventQueue( Kiv::String const & queueName ) : Entity( queueName ) {}
+};
+
+// Why an event had no effect, or another than it asked for.
+KIV_ENUM( EventDropReason, std::uint8_t,
+          dropNotRunning = 0,        // it was drained while the machine did not run
+          dropUnknownKind,           // a kind that there is none of
+          dropNoPortStatus,          // a link event of a port that is not there
+          dropNoMacTable,            // a station, and no table to write it into
+          dropWrongAge,              // a local age event of a remote entry, or the other way round
+          agedLearnOnCpuPort,        // a station learnt on the CPU port: aged instead
+          agedLearnOnDeletedLag,     // a station learnt on a LAG that is gone: aged instead
+          agedPortCollectionDeleted  // a station learnt on a LAG without members: aged instead
+);
+
+// What the machine that drains a queue has counted since it was made.
+class EventQueueStatus : public Kiv::Entity {
+   KIV_ENTITY( Hoba::EventQueueStatus );
+   // The most events that ever waited at once.
+   KIV_ATTRIBUTE( std::uint32_t, highWaterMark, 0 );
+   // Wake-ups that found the queue open.
+   KIV_COUNTER( std::uint64_t, drains );
+   KIV_COUNTERS( EventDropReason, std::uint64_t, dropped );
+
+ public:
+   explicit EventQueueStatus( Kiv::String const & statusName ) : Entity( statusName ) {}
+};
+
+class HobaEventStatus : public EventQueueStatus {
+   KIV_ENTITY( Hoba::HobaEventStatus, Hoba::EventQueueStatus );
+   // Events of each kind that reached the machine, also those that had no effect.
+   KIV_COUNTERS( HobaEvent::HobaEventType, std::uint64_t, handled );
+
+ public:
+   explicit HobaEventStatus( Kiv::String const & statusName ) : EventQueueStatus( statusName ) {}
+};
+
+class HobaParityEventStatus : public EventQueueStatus {
+   KIV_ENTITY( Hoba::HobaParityEventStatus, Hoba::EventQueueStatus );
+   KIV_COUNTERS( ParitySeverity, std::uint64_t, handled );
+
+ public:
+   explicit HobaParityEventStatus( Kiv::String const & statusName )
+         : EventQueueStatus( statusName ) {}
+};
+
+} // namespace Hoba
