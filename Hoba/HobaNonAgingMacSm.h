@@ -9,10 +9,10 @@
 //   number of clients that hold it. An entry that changes is held once, as before.
 // - Clients may list one pair with different records. The record that was written last stands, and
 //   when its client lets go of the pair, the one written last among those who still hold it.
-// - A status that is taken over from a former machine keeps what some client still asks for, and
-//   loses the rest, when this machine is initialized.
+// - An entity that is replaced by another under the same name is a new client.
+// - Torn down, the machine leaves the status as it is. The next one on that status, when it is
+//   initialized, keeps what some client still asks for and removes the rest.
 
-#include "Hoba/HobaBaseSm.h"
 #include "Hoba/HobaCommon.h"
 #include "Hoba/HobaDirSm.h"
 #include "types/NonAging.h"
@@ -21,14 +21,14 @@ namespace Hoba {
 
 class NonAgingConfigDirSm;
 
-// One client. What it holds is what it was told to add and not yet to release, whatever its
-// configuration lists by now.
+// One client. What it holds is what it added and has not released yet, whatever its configuration
+// lists by now. It belongs to its NonAgingConfigDirSm, which makes and initializes it.
 class NonAgingConfigSm : public HobaBaseSm {
  public:
    using Entry = HobaTypes::MacAddressTableEntry;
    struct Held {
       Entry entry;
-      std::uint64_t written = 0; // the higher of two was written later
+      std::uint64_t written = 0; // of two, the higher was written later
    };
 
    KIV_TYPE( NonAgingConfigSm );
@@ -36,17 +36,112 @@ class NonAgingConfigSm : public HobaBaseSm {
    Kiv::String const & name() const { return name_; }
    // Whether it takes part at the moment.
    bool enabled() const { return enabled_; }
-   HashMapOfHeld const & held() const { return held_; }
+   Kiv::HashMap< Bridging::MacVlanPair, Held > const & held() const { return held_; }
+
+   // Initialized, it catches up with its configuration. Before that, and while it is not, it
+   // neither adds nor releases.
+   void handleInitialized() override;
+   // Brings one pair, or all, in step with the configuration. Throw Kiv::Exception unless the
+   // machine is initialized.
+   void handleMacEntries( Bridging::MacVlanPair pair );
+   void handleMacEntries();
+   // The client goes: releases all that it holds, and hears nothing from now on.
+   void doCleanUp();
+
+ protected:
+   NonAgingConfigSm( Kiv::String const & name, Kiv::Ptr< NonAgingConfig const > const & config,
+                     NonAgingConfigDirSm * dirSm );
+
+ private:
+   bool gone() const;
+   bool takesPart() const { return enabled_ && !gone(); }
+   void handleEnable();
+   void addNonAgingEntry( Entry const * entry );
+   void delNonAgingEntry( Bridging::MacVlanPair pair );
+   void delMacEntries();
+
+   // The first pass is that of handleInitialized().
+   class KivConfig : public Kiv::Reactor< KivConfig, NonAgingConfig const, NonAgingConfigSm > {
+      void handleEnable();
+      void handleMacEntries( Bridging::MacVlanPair const & pair );
+
+    public:
+      static constexpr auto handlers = Kiv::handlers(
+            Kiv::onChange< NonAgingConfig::enableAttr, &KivConfig::handleEnable >(),
+            Kiv::onChange< NonAgingConfig::macEntriesAttr, &KivConfig::handleMacEntries >() );
+   };
+
+   Kiv::String const name_;
+   NonAgingConfigDirSm & dirSm_;
+   bool enabled_ = false;
+   Kiv::HashMap< Bridging::MacVlanPair, Held > held_;
+   KIV_REACTOR( KivConfig, config );
+};
+
+// The machine of the client `name` of `dirSm`, which must live until the machine is marked.
+Kiv::Ptr< NonAgingConfigSm >
+nonAgingConfigSmFactory( Kiv::String const & name, Kiv::Ptr< NonAgingConfig const > const & config,
+                         NonAgingConfigDirSm & dirSm );
+
+class NonAgingConfigDirSm : public HobaBaseSm {
+ public:
+   // Watches `configDir`, where every NonAgingConfig is a client and whatever else there is counts
+   // for nothing, and writes `status`, which must not be null and has no other writer.
+   static Kiv::Ptr< NonAgingConfigDirSm >
+   NonAgingConfigDirSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
+                          Kiv::Ptr< Kiv::Dir const > const & configDir,
+                          Kiv::Ptr< NonAgingStatus > const & status );
+
+   KIV_TYPE( NonAgingConfigDirSm );
 
    void handleInitialized() override;
-   // The configuration's flag: takes part, or releases all that it holds.
-   void handleEnable();
-   // Brings one pair, or all, in step with the configuration. Throws Kiv::Exception before the
-   // machine is initialized.
-   void handleMacEntries( Bridging::MacVlanPair const & pair );
-   void handleMacEntries();
-   // The client is no more: releases all that it holds, and hears nothing from now on.
-   void doCleanUp();
+
+   Kiv::Ptr< NonAgingStatus > const & status() const { return status_; }
+
+   // By pair: how many clients hold it. The clients' machines write it; who is not there counts 0.
+   Kiv::HashMap< Bridging::MacVlanPair, std::uint32_t > const & macEntriesRef() const {
+      return macEntriesRef_;
+   }
+   std::uint32_t macEntriesRef( Bridging::MacVlanPair const & pair ) const {
+      return Kiv::valueOrDefault( macEntriesRef_, pair );
+   }
+   void macEntriesRefIs( Bridging::MacVlanPair const & pair, std::uint32_t count ) {
+      macEntriesRef_.insertOrAssign( pair, count );
+   }
+   // Return the new count. A count that would fall below 0 throws Kiv::Exception.
+   std::uint32_t macEntriesRefInc( Bridging::MacVlanPair const & pair, std::uint32_t by );
+   std::uint32_t macEntriesRefDec( Bridging::MacVlanPair const & pair, std::uint32_t by );
+   void macEntriesRefDel( Bridging::MacVlanPair const & pair ) { macEntriesRef_.erase( pair ); }
+   void macEntriesRefDelAll() { macEntriesRef_.clear(); }
+
+   // For the clients' machines: the number of one more write; the record that stands for `pair`,
+   // null if no client that is there holds it; what the clients' flags come to.
+   std::uint64_t nextWrite() { return ++written_; }
+   HobaTypes::MacAddressTableEntry const *
+   standingEntry( Bridging::MacVlanPair const & pair ) const;
+   void handleEnabled();
+
+ protected:
+   NonAgingConfigDirSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
+                        Kiv::Ptr< Kiv::Dir const > const & configDir,
+                        Kiv::Ptr< NonAgingStatus > const & status );
+
+ private:
+   void handleConfigDir( Kiv::String const & name );
+
+   class KivConfigDir : public Kiv::Reactor< KivConfigDir, Kiv::Dir const, NonAgingConfigDirSm > {
+    public:
+      static constexpr auto handlers = Kiv::handlers(
+            Kiv::on< Kiv::Dir::entryAttr, &NonAgingConfigDirSm::handleConfigDir >() );
+   };
+
+   Kiv::Ptr< NonAgingStatus > const status_;
+   Kiv::HashMap< Bridging::MacVlanPair, std::uint32_t > macEntriesRef_;
+   std::uint64_t written_ = 0;
+   KIV_REACTOR( KivConfigDir, configDir );
+   // configSm(), configSmIs( name, config ), configSmDel( name ), configSmDelAll(): the clients'
+   // machines. Removed, they release first.
+   HOBA_DIR_SMS( nonAgingConfigSmFactory, configSm );
 };
 
 } // namespace Hoba
