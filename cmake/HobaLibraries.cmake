@@ -53,3 +53,12 @@ hoba_library(HobaChipSim STATIC BASE "${PROJECT_SOURCE_DIR}"
   LINK Hoba::Hoba)
 add_library(Hoba::ChipSim ALIAS HobaChipSim)
 set_target_properties(HobaChipSim PROPERTIES OUTPUT_NAME hoba-chip-sim)
+
+# Packet captures. Nobody but the simulated chip needs to know.
+find_path(HOBA_PCAP_INCLUDE_DIR pcap.h)
+find_library(HOBA_PCAP_LIBRARY pcap)
+if(NOT HOBA_PCAP_INCLUDE_DIR OR NOT HOBA_PCAP_LIBRARY)
+  message(FATAL_ERROR "libpcap: pcap.h or the library not found; scripts/packages build installs it")
+endif()
+target_include_directories(HobaChipSim PRIVATE "${HOBA_PCAP_INCLUDE_DIR}")
+target_link_libraries(HobaChipSim PRIVATE "${HOBA_PCAP_LIBRARY}")

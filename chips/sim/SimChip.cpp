@@ -9,6 +9,9 @@ namespace HobaSim {
 
 Chip::Chip( Kiv::String const & chipName ) : Entity( chipName ) {
    stormControlIs( "stormControl" );
+   macIs( "mac" );
+   parityIs( "parity" );
+   captureIs( Kiv::make< CaptureReplay >( "capture", mac() ) );
 }
 
 } // namespace HobaSim

@@ -3,13 +3,22 @@
 
 // The simulated switch chip, whole: one entity per unit.
 
+#include "chips/sim/SimCapture.h"
+#include "chips/sim/SimMac.h"
+#include "chips/sim/SimParity.h"
 #include "chips/sim/SimStormControl.h"
 
 namespace HobaSim {
 
 class Chip : public Kiv::Entity {
    KIV_ENTITY( HobaSim::Chip );
+   // The library has asked for events. What happens before is not reported.
+   KIV_ATTRIBUTE( bool, reporting, false );
    KIV_CHILD( StormUnit, stormControl );
+   KIV_CHILD( MacUnit, mac );
+   KIV_CHILD( ParityUnit, parity );
+   // Brings packet captures to `mac`.
+   KIV_CHILD( CaptureReplay, capture );
 
  public:
    explicit Chip( Kiv::String const & chipName = "sim" );

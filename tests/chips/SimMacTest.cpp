@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// What the simulated chip reports: stations that it learns from frames, links, parity errors.
+
+#include "chips/SimEventsFixture.h"
+#include "chips/sim/SimEvents.h"
+
+#include "Kiv/Exception.h"
+
+namespace {
+
+using namespace HobaSim;
+using Bridging::VlanId;
+using Texts = std::vector< Kiv::String >;
+using Counts = std::vector< std::uint64_t >;
+
+class SimMacTest : public SimEventsFixture {
+ protected:
+   static Pelt::EthAddr addr( unsigned last ) { return Pelt::EthAddr( 0x020000000000 + last ); }
+   static Bridging::MacVlanPair pair( unsigned last, unsigned vlan ) {
+      return { addr( last ), VlanId( vlan ) };
+   }
+   Pelt::IntfId const po7{ "Port-Channel7" };
+};
+
+TEST( SimFrameTest, headers ) {
+   Kiv::String const addresses( "\xff\xff\xff\xff\xff\xff\x02\x00\x00\x00\x00\x09", 12 );
+   struct Row {
+      Kiv::String rest;
+      FrameFault fault;
+      unsigned vlan;
+   };
+   Row const rows[] = {
+         { { "\x08", 1 }, frameRunt, 0 },
+         { { "\x08\x00", 2 }, frameSound, 0 },
+         { { "\x81\x00", 2 }, frameRunt, 0 },
+         { { "\x81\x00\x00\x0a\x08", 5 }, frameRunt, 0 },
+         { { "\x81\x00\x00\x0a\x08\x00", 6 }, frameSound, 10 },
+         { { "\x81\x00\xef\xfe\x08\x00", 6 }, frameSound, 4094 }, // the other bits set
+         { { "\x81\x00\xe0\x00\x08\x00", 6 }, frameSound, 0 },    // a priority only
+         { { "\x81\x00\x0f\xff\x08\x00", 6 }, frameReservedVlan, 0 },
+         { { "\x88\xa8\x00\x14\x81\x00\x00\x0a\x08\x00", 10 }, frameSound, 20 },
+         { { "\x91\x00\x00\x14\x08\x00", 6 }, frameSound, 0 }, // no tag that this chip knows
+   };
+   for( auto const & row : rows ) {
+      auto const text = addresses + row.rest;
+      std::vector< std::uint8_t > const bytes( text.begin(), text.end() ); // its end is watched
+      auto const header = readFrameHeader( bytes );
+      EXPECT_EQ( header.fault, row.fault ) << text.size();
+      EXPECT_EQ( header.vlanId.value(), row.vlan );
+      if( row.fault == frameSound ) {
+         EXPECT_EQ( header.source, Pelt::EthAddr( 0x020000000009 ) );
+         EXPECT_EQ( header.destination, Pelt::EthAddr::broadcast() );
+      }
+   }
+   EXPECT_EQ( readFrameHeader( {} ).fault, frameRunt );
+}
+
+TEST_F( SimMacTest, learnsMovesAndAges ) {
+   EXPECT_EQ( mac.learn( et1, addr( 1 ), VlanId( 10 ) ), learnNew );
+   EXPECT_EQ( mac.learn( et1, addr( 1 ), VlanId( 10 ) ), learnHit );
+   EXPECT_EQ( mac.learn( et1, addr( 1 ), VlanId( 20 ) ), learnNew );
+   EXPECT_EQ( mac.learn( et2, addr( 1 ), VlanId( 10 ) ), learnMove );
+   EXPECT_EQ( events(),
+              ( Texts{ "eventTypeMacAddressLearned fpPort Ethernet1 02:00:00:00:00:01@10",
+                       "eventTypeMacAddressLearned fpPort Ethernet1 02:00:00:00:00:01@20",
+                       "eventTypeMacAddressLearned fpPort Ethernet2 02:00:00:00:00:01@10" } ) );
+   EXPECT_EQ( mac.host( pair( 1, 10 ) ), et2 );
+
+   // Behind a member of a LAG is behind the LAG.
+   context->portToLagIs( et2, po7 );
+   mac.lagOfPortIs( [ this ]( Pelt::IntfId port ) { return context->portToLag( port ); } );
+   EXPECT_EQ( mac.learn( et2, addr( 1 ), VlanId( 10 ) ), learnMove );
+   EXPECT_EQ( mac.learn( po7, addr( 1 ), VlanId( 10 ) ), learnHit );
+   mac.age( pair( 1, 10 ) );
+   EXPECT_EQ( events(),
+              ( Texts{ "eventTypeMacAddressLearned trunkPort Port-Channel7 02:00:00:00:00:01@10",
+                       "eventTypeMacAddressAged trunkPort Port-Channel7 02:00:00:00:00:01@10" } ) );
+   EXPECT_THROW( mac.age( pair( 1, 10 ) ), Kiv::ParseError );
+   EXPECT_THROW( mac.learn( Pelt::IntfId( "Ethernet1.5" ), addr( 2 ), VlanId( 10 ) ),
+                 Kiv::ParseError );
+   EXPECT_EQ( events(), Texts{} );
+   EXPECT_EQ( mac.host().size(), 1u );
+   EXPECT_EQ( ( Counts{ mac.learnt(), mac.moved(), mac.hits(), mac.aged() } ),
+              ( Counts{ 2, 2, 2, 1 } ) );
+}
+
+TEST_F( SimMacTest, refusesWhatIsNoStationAndWhatHasNoRoom ) {
+   mac.capacityIs( 1 );
+   EXPECT_EQ( mac.learn( et1, addr( 1 ), VlanId( 10 ) ), learnNew );
+   EXPECT_EQ( mac.learn( et1, addr( 2 ), VlanId( 10 ) ), learnFull );
+   EXPECT_EQ( mac.learn( et2, addr( 1 ), VlanId( 10 ) ), learnMove ) << "needs no more room";
+   EXPECT_EQ( mac.learn( et1, Pelt::EthAddr::broadcast(), VlanId( 10 ) ), learnGroup );
+   EXPECT_EQ( mac.learn( et1, Pelt::EthAddr( 0x01005e000001 ), VlanId( 10 ) ), learnGroup );
+   EXPECT_EQ( mac.learn( et1, Pelt::EthAddr(), VlanId( 10 ) ), learnZero );
+   std::vector< std::uint8_t > bytes{ 2, 2, 2, 2,    2, 2,    2,    2, 2,
+                                      2, 2, 2, 0x81, 0, 0xff, 0xff, 8, 0 };
+   EXPECT_EQ( mac.frame( et1, VlanId( 1 ), bytes ), learnBadVlan );
+   EXPECT_EQ( mac.frame( et1, VlanId( 1 ), std::span( bytes ).first( 17 ) ), learnRunt );
+   bytes[ 12 ] = 0x08;
+   EXPECT_EQ( mac.frame( et1, VlanId( 77 ), bytes ), learnFull );
+   mac.capacityIs( 2 );
+   EXPECT_EQ( mac.frame( et1, VlanId( 77 ), bytes ), learnNew );
+   EXPECT_EQ( events().size(), 3u );
+   EXPECT_TRUE( mac.hostHas( { Pelt::EthAddr( 0x020202020202 ), VlanId( 77 ) } ) );
+   EXPECT_EQ( ( Counts{ mac.frames(), mac.tableFull(), mac.groupSourceRefused(),
+                        mac.zeroSourceRefused(), mac.badVlanRefused(), mac.runts() } ),
+              ( Counts{ 4, 2, 2, 1, 1, 1 } ) );
+}
+
+TEST_F( SimMacTest, eventsOnCommand ) {
+   using Hoba::HobaEvent;
+   linkEvent( et1, Interface::linkDown, HobaTypes::faultRemote );
+   autonegEvent( et2, Interface::autonegFailed );
+   autonegEvent( et2, Interface::autonegSuccess, { 96, true, false } );
+   EXPECT_EQ( queue->event( 1 ).linkStatus, Interface::linkDown );
+   EXPECT_EQ( queue->event( 1 ).faultType, HobaTypes::faultRemote );
+   EXPECT_EQ( queue->event( 3 ).advert.speeds, 96u );
+   stationEvent( HobaEvent::eventTypePeerMacAddressLearned, pair( 3, 5 ),
+                 Pelt::IntfId( "Vxlan1" ) );
+   auto const raised = events();
+   ASSERT_EQ( raised.size(), 4u );
+   EXPECT_EQ( raised[ 1 ], "eventTypeAutonegFailed fpPort Ethernet2 00:00:00:00:00:00@0" );
+   EXPECT_EQ( raised[ 3 ], "eventTypePeerMacAddressLearned vxlanPort Vxlan1 02:00:00:00:00:03@5" );
+   EXPECT_THROW( linkEvent( po7, Interface::linkUp ), Kiv::ParseError );
+   EXPECT_THROW( autonegEvent( et1, Interface::autonegUnknown ), Kiv::ParseError );
+   EXPECT_THROW( stationEvent( HobaEvent::eventTypePort, pair( 3, 5 ), et1 ), Kiv::ParseError );
+   EXPECT_THROW( stationEvent( HobaEvent::eventTypeStaticMacAddress, {}, et1 ), Kiv::ParseError );
+   EXPECT_EQ( events(), Texts{} );
+}
+
+TEST_F( SimMacTest, parityErrors ) {
+   auto & parity = *chip->parity();
+   auto const before = Hoba::parityEventsWithoutMachine();
+   parity.raise( "slice0", "L2:entry", 5 );
+   driver.timeIs( 107 );
+   parity.raise( "slice0", "L2:entry", 5, Hoba::parityNeedsReset );
+   parity.raise( "slice0", "L2:entry", 6, Hoba::parityFatal );
+   parity.raise( "slice1", "L2:entry", 5 );
+   Hoba::ParityEvent::Key const key{ "slice0", "L2:entry", 5 };
+   EXPECT_EQ( parity.status( "slice0" )->parityEvent( key ), ( Hoba::ParityEvent{ key, 107, 2 } ) );
+   EXPECT_EQ( Hoba::parityEventsWithoutMachine() - before, 4u );
+   EXPECT_THROW( parity.raise( "a:b", "L2", 1 ), Kiv::ParseError );
+   EXPECT_THROW( parity.raise( "slice0", "", 1 ), Kiv::ParseError );
+   parity.slices()->entryIs( "other", Kiv::make< Kiv::Dir >( "other" ) );
+   EXPECT_THROW( parity.raise( "other", "L2", 1 ), Kiv::ParseError );
+
+   EXPECT_TRUE( parity.corrected( key ) );
+   EXPECT_FALSE( parity.corrected( key ) );
+   EXPECT_EQ( parity.reset( "slice0" ), 1u );
+   EXPECT_EQ( parity.reset( "slice2" ), 0u );
+   EXPECT_EQ( parity.status( "slice1" )->parityEvent().size(), 1u );
+   EXPECT_EQ( ( Counts{ parity.correctable(), parity.needsReset(), parity.fatal() } ),
+              ( Counts{ 2, 1, 1 } ) );
+}
+
+} // namespace
