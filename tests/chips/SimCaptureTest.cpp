@@ -29,7 +29,7 @@ frameFrom( unsigned last ) {
 }
 
 struct Writer {
-   bool bigEndian = false;
+   bool bigEndian;
 
    Kiv::String number( std::uint64_t value, unsigned octets ) const {
       Kiv::String out;
@@ -87,7 +87,7 @@ class SimCaptureTest : public SimEventsFixture {
       }
    }
 
-   Writer const little;
+   Writer const little{ false };
    Writer const big{ true };
    CaptureReplay & replay = *chip->capture();
    std::filesystem::path folder = [] {
