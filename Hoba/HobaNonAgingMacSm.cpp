@@ -60,7 +60,7 @@ NonAgingConfigSm::handleEnable() {
    enabled_ = config()->notifier()->enable();
    ZTRACE( 5, "NonAgingConfigSm::handleEnable ", name(), ", Config:", enabled_ );
    dirSm_.handleEnabled();
-   if( enabled_ ) {
+   if( takesPart() ) {
       handleMacEntries();
    } else {
       delMacEntries();
@@ -72,7 +72,9 @@ NonAgingConfigSm::handleMacEntries() {
    HOBA_INVARIANT( initialized(), "entries are followed once the machine is initialized" );
    // What went while nobody listened, then what is there.
    for( auto const & pair : Kiv::keysOf( held_ ) ) {
-      handleMacEntries( pair );
+      if( takesPart() ) {
+         handleMacEntries( pair );
+      }
    }
    if( !takesPart() ) {
       return;
@@ -173,7 +175,7 @@ NonAgingConfigDirSm::handleInitialized() {
    }
    reactorsInitialize();
    for( auto const & pair : Kiv::keysOf( status_->macEntries() ) ) {
-      if( kivMarkedForDeletion() ) {
+      if( !initialized() || kivMarkedForDeletion() ) {
          return;
       }
       if( !macEntriesRef_.has( pair ) ) {

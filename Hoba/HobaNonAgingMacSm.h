@@ -54,7 +54,7 @@ class NonAgingConfigSm : public HobaBaseSm {
 
  private:
    bool gone() const;
-   bool takesPart() const { return enabled_ && !gone(); }
+   bool takesPart() const { return initialized() && enabled_ && !gone(); }
    void handleEnable();
    void addNonAgingEntry( Entry const * entry );
    void delNonAgingEntry( Bridging::MacVlanPair pair );
