@@ -94,11 +94,28 @@ addWords( Command const & command, std::vector< String > const & words, Datum & 
    }
 }
 
+// Files are where whoever asks sees them, not where the agent was started.
+void
+resolveFiles( Command const & command, Datum const & request, Datum & arguments ) {
+   auto const * directory = request.find( "directory" );
+   if( !directory || !directory->as< String >() ) {
+      return;
+   }
+   Datum resolved( Datum::Object{} );
+   for( auto const & [ name, value ] : *arguments.as< Datum::Object >() ) {
+      auto const * file = value.as< String >();
+      bool const relative =
+            findArgument( command, name )->isFile && file && !file->starts_with( '/' );
+      resolved.add( name, relative ? Datum( *directory->as< String >() + '/' + *file ) : value );
+   }
+   arguments = std::move( resolved );
+}
+
 Datum
 argumentsOf( Command const & command, Datum const & request, std::vector< String > const & words ) {
    Datum arguments( Datum::Object{} );
    for( auto const & [ name, value ] : *request.as< Datum::Object >() ) {
-      if( name == "id" || name == "command" || name == "words" ) {
+      if( name == "id" || name == "command" || name == "words" || name == "directory" ) {
          continue;
       }
       if( !findArgument( command, name ) ) {
@@ -113,6 +130,7 @@ argumentsOf( Command const & command, Datum const & request, std::vector< String
                                 " is missing; usage: " + command.usage() );
       }
    }
+   resolveFiles( command, request, arguments );
    return arguments;
 }
 

@@ -15,6 +15,8 @@
 //    {"id":1, "command":"show storm-control", "intf":"Ethernet1"}
 //    {"id":1, "command":"show", "words":["storm-control", "Ethernet1"]}
 //
+// "directory" says where whoever asks is, for the names of files.
+//
 // A handler answers data or throws Kiv::Exception, whose text goes to whoever asked. Answers in form
 // of a table, {"columns":[...], "rows":[[...], ...], "notes":[...]}, are shown as one.
 
@@ -33,6 +35,7 @@ struct Argument {
    Kiv::String help;
    bool required = false;
    bool rest = false; // the last one: takes all words that are left, separated by spaces
+   bool isFile = false; // a path: what is not absolute begins in the request's "directory"
 };
 
 // What a handler gets: the arguments, checked against the declaration, and who asks.

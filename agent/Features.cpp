@@ -36,6 +36,8 @@ Features::Features( Tessera::Database & database, Commands & commands,
                             [ this ] { return imported_->about( "PORT_STORM_CONTROL" ); } );
    addInterfaceCommands( commands, *switch_ );
    addSimCommands( commands, *switch_ );
+   addEventCommands( commands, *switch_ );
+   addMacCommands( commands, *switch_ );
    addVerifyCommand( commands );
    addLogCommands( commands );
    addImportCommand( commands );

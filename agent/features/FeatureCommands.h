@@ -15,8 +15,25 @@ void addStormControlCommands( Commands & commands, Switch & sw,
 void addInterfaceCommands( Commands & commands, Switch & sw );
 // sim link, speed, lag, drop, limit
 void addSimCommands( Commands & commands, Switch & sw );
+// show events, show parity, sim event ...
+void addEventCommands( Commands & commands, Switch & sw );
+// show mac, show mac non-aging, sim pcap
+void addMacCommands( Commands & commands, Switch & sw );
 void addVerifyCommand( Commands & commands );
 void addLogCommands( Commands & commands );
+
+// An argument that is the id of an interface of the class Id.
+template< class Id >
+Id
+idOf( Request const & request, char const * argument ) {
+   return Kiv::inPlace( argument, [ & ] { return Id::parse( request.text( argument ) ); } );
+}
+// The argument `port`, a port of this switch.
+Pelt::EthIntfId portIdOf( Switch & sw, Request const & request );
+// Adds a command that brings an event from outside.
+void addInput( Commands & commands, Switch & sw, char const * name, char const * help,
+               std::vector< Argument > arguments,
+               Kiv::Datum ( *handler )( Switch & sw, Request const & request ) );
 
 // "10 Gb/s"; "unknown" for 0.
 Kiv::String speedText( std::uint64_t kbps );

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Hoba/HobaHelper.h"
 #include "agent/features/FeatureCommands.h"
+#include "chips/sim/SimEvents.h"
 
 // What happens to a switch from outside, for one that is simulated: cables, speeds, LAG membership,
 // traffic, and a chip that forgets what it was told.
@@ -11,27 +12,31 @@ using Hoba::LevelType;
 using Kiv::Datum;
 using Kiv::String;
 
-namespace {
-
-template< class Id >
-Id
-idOf( Request const & request, char const * argument ) {
-   return Kiv::inPlace( argument, [ & ] { return Id::parse( request.text( argument ) ); } );
-}
-
 Pelt::EthIntfId
-portIdOf( Request const & request ) {
-   return idOf< Pelt::EthIntfId >( request, "port" );
+portIdOf( Switch & sw, Request const & request ) {
+   auto const intf = idOf< Pelt::EthIntfId >( request, "port" );
+   if( !sw.feederConfig->portHas( intf ) ) {
+      throw Kiv::ParseError( Kiv::toText( intf ) + " is not a port of this switch" );
+   }
+   return intf;
 }
+
+void
+addInput( Commands & commands, Switch & sw, char const * name, char const * help,
+          std::vector< Argument > arguments, Datum ( *handler )( Switch &, Request const & ) ) {
+   commands.add( { .name = name,
+                   .help = help,
+                   .arguments = std::move( arguments ),
+                   .handler = [ &sw, handler ](
+                                    Request const & request ) { return handler( sw, request ); },
+                   .isInput = true } );
+}
+
+namespace {
 
 Kiv::Ptr< Feeders::PortConfig >
 portOf( Switch & sw, Request const & request ) {
-   auto const intf = portIdOf( request );
-   auto const port = sw.feederConfig->port( intf );
-   if( !port ) {
-      throw Kiv::ParseError( Kiv::toText( intf ) + " is not a port of this switch" );
-   }
-   return port;
+   return sw.feederConfig->port( portIdOf( sw, request ) );
 }
 
 Datum
@@ -41,6 +46,9 @@ simLink( Switch & sw, Request const & request ) {
    if( state != "up" && state != "down" ) {
       Kiv::parseFailed( state, "up or down" );
    }
+   // The chip reports what it sees of the cable.
+   HobaSim::linkEvent( portIdOf( sw, request ),
+                       state == "up" ? Interface::linkUp : Interface::linkDown );
    port->linkUpIs( state == "up" );
    return {};
 }
@@ -54,8 +62,7 @@ simSpeed( Switch & sw, Request const & request ) {
 
 Datum
 simLag( Switch & sw, Request const & request ) {
-   auto const port = portIdOf( request );
-   portOf( sw, request );
+   auto const port = portIdOf( sw, request );
    auto const lag = request.text( "lag" );
    if( lag == "none" ) {
       sw.lagInputConfig->ethPhyIntfLagConfigDel( port );
@@ -84,8 +91,7 @@ trafficOf( Request const & request ) {
 
 Datum
 simDrop( Switch & sw, Request const & request ) {
-   auto const port = portIdOf( request );
-   portOf( sw, request );
+   auto const port = portIdOf( sw, request );
    auto const packets = request.value< std::uint64_t >( "packets" );
    auto const dropped = sw.chip->stormControl()->inject(
          port, trafficOf( request ), packets, request.value< std::uint32_t >( "bytes", 64 ),
@@ -95,8 +101,7 @@ simDrop( Switch & sw, Request const & request ) {
 
 Datum
 simForget( Switch & sw, Request const & request ) {
-   auto const port = portIdOf( request );
-   portOf( sw, request );
+   auto const port = portIdOf( sw, request );
    sw.chip->stormControl()->portDel( port );
    return {};
 }
@@ -105,32 +110,23 @@ simForget( Switch & sw, Request const & request ) {
 
 void
 addSimCommands( Commands & commands, Switch & sw ) {
-   auto const add = [ & ]( char const * name, char const * help, std::vector< Argument > arguments,
-                           Datum ( *handler )( Switch &, Request const & ) ) {
-      commands.add( { .name = name,
-                      .help = help,
-                      .arguments = std::move( arguments ),
-                      .handler = [ &sw, handler ]( Request const & request ) {
-                         return handler( sw, request );
-                      },
-                      .isInput = true } );
-   };
    Argument const port{ "port", "The port", true };
-   add( "sim link", "Plugs the cable of a port in, or pulls it",
-        { port, { "state", "up or down", true } }, &simLink );
-   add( "sim speed", "The speed at which a port runs",
-        { port, { "mbps", "In Mb/s; 0 for unknown", true } }, &simSpeed );
-   add( "sim lag", "Puts a port into a LAG, or out of all",
-        { port, { "lag", "The LAG, or none", true } }, &simLag );
-   add( "sim drop", "Sends traffic into a port; tells what its limits dropped",
-        { port,
-          { "traffic", "broadcast, multicast or uucast", true },
-          { "packets", "How many", true },
-          { "bytes", "Size of each; 64 unless given" },
-          { "seconds", "Within which they come; 1 unless given" } },
-        &simDrop );
-   add( "sim forget", "Makes the chip forget the limits of a port, for verification to find",
-        { port }, &simForget );
+   addInput( commands, sw, "sim link", "Plugs the cable of a port in, or pulls it",
+             { port, { "state", "up or down", true } }, &simLink );
+   addInput( commands, sw, "sim speed", "The speed at which a port runs",
+             { port, { "mbps", "In Mb/s; 0 for unknown", true } }, &simSpeed );
+   addInput( commands, sw, "sim lag", "Puts a port into a LAG, or out of all",
+             { port, { "lag", "The LAG, or none", true } }, &simLag );
+   addInput( commands, sw, "sim drop", "Sends traffic into a port; tells what its limits dropped",
+             { port,
+               { "traffic", "broadcast, multicast or uucast", true },
+               { "packets", "How many", true },
+               { "bytes", "Size of each; 64 unless given" },
+               { "seconds", "Within which they come; 1 unless given" } },
+             &simDrop );
+   addInput( commands, sw, "sim forget",
+             "Makes the chip forget the limits of a port, for verification to find", { port },
+             &simForget );
 }
 
 } // namespace HobaAgent

@@ -4,9 +4,23 @@
 namespace HobaAgent {
 
 Switch::Switch() : context( Kiv::make< Hoba::HobaCommonSmData >( "hoba-agent" ) ) {
-   portFeeder_ = Feeders::PortFeeder::PortFeederIs( context, feederConfig, ethPhyIntfStatusDir );
+   portFeeder_ = Feeders::PortFeeder::PortFeederIs( context, feederConfig, ethPhyIntfStatusDir,
+                                                    portStatusDir );
    lagFeeder_ = Feeders::LagFeeder::LagFeederIs( context, feederConfig, lagInputConfig,
                                                  ethPhyIntfStatusDir );
+   chip->mac()->lagOfPortIs(
+         [ this ]( Pelt::IntfId port ) { return context->portToLag( port ); } );
+   nonAgingFeeder_ =
+         Feeders::NonAgingFeeder::NonAgingFeederIs( context, feederConfig, nonAgingConfigDir );
+   eventSm_ =
+         HobaSim::ChipEventQueueSm::ChipEventQueueSmIs( context, eventQueue, portStatusDir, chip );
+   eventSm_->macTableIs( macTable );
+   paritySm_ = Hoba::HobaParitySm::HobaParitySmIs( context, chip->parity()->slices() );
+   parityHelperSm_ = HobaSim::ChipParityHelperSm::ChipParityHelperSmIs( context, chip->parity() );
+   parityEventSm_ = Hoba::HobaParityEventQueueSm::HobaParityEventQueueSmIs(
+         context, parityEventQueue, parityHelperSm_ );
+   nonAgingSm_ = Hoba::NonAgingConfigDirSm::NonAgingConfigDirSmIs( context, nonAgingConfigDir,
+                                                                   nonAgingStatus );
    stormControlSm_ = Hoba::StormControlSm::StormControlSmIs(
          context, stormControlConfig, ethPhyIntfStatusDir, stormControlStatus, stormControlHelper_,
          lagInputConfig, clock_ );
@@ -16,6 +30,16 @@ Switch::Switch() : context( Kiv::make< Hoba::HobaCommonSmData >( "hoba-agent" ) 
 Switch::~Switch() {
    verifyAgentSm_ = nullptr;
    stormControlSm_ = nullptr;
+   chip->capture()->stop();
+   chip->mac()->lagOfPortIs( nullptr );
+   parityEventSm_->cleanup();
+   eventSm_->cleanup();
+   nonAgingSm_ = nullptr;
+   parityEventSm_ = nullptr;
+   parityHelperSm_ = nullptr;
+   paritySm_ = nullptr;
+   eventSm_ = nullptr;
+   nonAgingFeeder_ = nullptr;
    lagFeeder_ = nullptr;
    portFeeder_ = nullptr;
    context->cleanup();
@@ -37,6 +61,13 @@ mountsOf( Switch const & sw ) {
             { "/bridging/stormControl/config", sw.stormControlConfig, configuration },
             { "/bridging/stormControl/status", sw.stormControlStatus, status },
             { "/interface/status", sw.ethPhyIntfStatusDir, status },
+            { "/hoba/portStatus", sw.portStatusDir, status },
+            { "/hoba/macTable", sw.macTable, status },
+            { "/hoba/nonAging/status", sw.nonAgingStatus, status },
+            { "/hoba/events/queue", sw.eventQueue, status },
+            { "/hoba/events/status", sw.eventSm().eventStatus(), status },
+            { "/hoba/parityEvents/queue", sw.parityEventQueue, status },
+            { "/hoba/parityEvents/status", sw.parityEventSm().eventStatus(), status },
             { "/verify/config", sw.verifyConfig, configuration },
             { "/verify/status", sw.verifyStatus, status },
             { "/hoba/common", sw.context, status },
@@ -65,6 +96,13 @@ Switch::start() {
    portFeeder_->initializedIs( true );
    lagFeeder_->initializedIs( true );
    context->handleInitialized();
+   paritySm_->initializedIs( true );
+   nonAgingSm_->initializedIs( true );
+   parityHelperSm_->initializedIs( true );
+   parityEventSm_->runningIs( true );
+   parityEventSm_->initializedIs( true );
+   eventSm_->runningIs( true );
+   eventSm_->initializedIs( true );
    stormControlSm_->initializedIs( true );
    verifyAgentSm_->initializedIs( true );
 }

@@ -6,6 +6,9 @@
 
 #include "Bridging/StormControl.h"
 #include "Hoba/HobaCommon.h"
+#include "Hoba/HobaNonAgingMacSm.h"
+#include "Hoba/HobaParityEventQueueSm.h"
+#include "Hoba/HobaParitySm.h"
 #include "Hoba/HobaStormControlSm.h"
 #include "Hoba/HobaVerifySm.h"
 #include "Interface/EthPhyIntfStatus.h"
@@ -14,8 +17,9 @@
 #include "Tessera/Database.h"
 #include "agent/feeders/FeederConfig.h"
 #include "agent/feeders/LagFeeder.h"
+#include "agent/feeders/NonAgingFeeder.h"
 #include "agent/feeders/PortFeeder.h"
-#include "chips/sim/SimChip.h"
+#include "chips/sim/SimMachines.h"
 #include "types/VerifyAgent.h"
 
 namespace HobaAgent {
@@ -38,18 +42,33 @@ class Switch {
 
    Kiv::Ptr< Hoba::HobaCommonSmData > const context;
    Kiv::Ptr< Feeders::Config > const feederConfig = Kiv::make< Feeders::Config >();
-   Kiv::Ptr< Lag::Input::Config > const lagInputConfig = Kiv::make< Lag::Input::Config >( "config" );
+   Kiv::Ptr< Lag::Input::Config > const lagInputConfig =
+         Kiv::make< Lag::Input::Config >( "config" );
    Kiv::Ptr< Interface::AllEthPhyIntfStatusDir > const ethPhyIntfStatusDir =
          Kiv::make< Interface::AllEthPhyIntfStatusDir >( "status" );
    Kiv::Ptr< Bridging::StormControl::Config > const stormControlConfig =
          Kiv::make< Bridging::StormControl::Config >();
    Kiv::Ptr< Bridging::StormControl::Status > const stormControlStatus =
          Kiv::make< Bridging::StormControl::Status >();
+   Kiv::Ptr< HobaTypes::HobaPortStatusDir > const portStatusDir =
+         Kiv::make< HobaTypes::HobaPortStatusDir >( "portStatus" );
+   Kiv::Ptr< HobaTypes::MacTable > const macTable = Kiv::make< HobaTypes::MacTable >( "macTable" );
+   Kiv::Ptr< Kiv::Dir > const nonAgingConfigDir = Kiv::make< Kiv::Dir >( "config" );
+   Kiv::Ptr< Hoba::NonAgingStatus > const nonAgingStatus =
+         Kiv::make< Hoba::NonAgingStatus >( "status" );
+   Kiv::Ptr< Hoba::HobaEventQueue > const eventQueue =
+         Hoba::HobaEventQueue::HobaEventQueueIs( "events" );
+   Kiv::Ptr< Hoba::HobaParityEventQueue > const parityEventQueue =
+         Hoba::HobaParityEventQueue::HobaParityEventQueueIs( "parityEvents" );
    Kiv::Ptr< HobaTypes::VerifyAgentConfig > const verifyConfig =
          Kiv::make< HobaTypes::VerifyAgentConfig >( "config" );
    Kiv::Ptr< HobaTypes::VerifyAgentStatus > const verifyStatus =
          Kiv::make< HobaTypes::VerifyAgentStatus >( "status" );
    Kiv::Ptr< HobaSim::Chip > const chip = Kiv::make< HobaSim::Chip >();
+
+   Hoba::EventQueueSm & eventSm() const { return *eventSm_; }
+   Hoba::HobaParityEventQueueSm & parityEventSm() const { return *parityEventSm_; }
+   Hoba::NonAgingConfigDirSm & nonAgingSm() const { return *nonAgingSm_; }
 
  private:
    // Made in this order, and let go in the opposite one.
@@ -58,6 +77,12 @@ class Switch {
          Kiv::make< HobaSim::StormControlHelper >( chip->stormControl() );
    Kiv::Ptr< Feeders::PortFeeder > portFeeder_;
    Kiv::Ptr< Feeders::LagFeeder > lagFeeder_;
+   Kiv::Ptr< Feeders::NonAgingFeeder > nonAgingFeeder_;
+   Kiv::Ptr< Hoba::EventQueueSm > eventSm_;
+   Kiv::Ptr< Hoba::HobaParitySm > paritySm_;
+   Kiv::Ptr< Hoba::HobaParityEventHelperSm > parityHelperSm_;
+   Kiv::Ptr< Hoba::HobaParityEventQueueSm > parityEventSm_;
+   Kiv::Ptr< Hoba::NonAgingConfigDirSm > nonAgingSm_;
    Kiv::Ptr< Hoba::StormControlSm > stormControlSm_;
    Kiv::Ptr< Hoba::VerifyAgentSm > verifyAgentSm_;
 };

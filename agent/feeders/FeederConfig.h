@@ -5,9 +5,11 @@
 // run, whether a cable is plugged in, and with whom a LAG negotiates; here an operator, a test or an
 // imported configuration says it, and the feeders make of it what those agents would have made.
 
+#include "Bridging/VlanId.h"
 #include "Kiv/Entity.h"
 #include "Pelt/IntfId.h"
 #include "types/HobaLagTypes.h"
+#include "types/NonAging.h"
 
 namespace Feeders {
 
@@ -20,6 +22,8 @@ class PortConfig : public Kiv::Entity {
    KIV_ATTRIBUTE( bool, enabled, true );
    // The cable: plugged in, with a partner at its other end.
    KIV_ATTRIBUTE( bool, linkUp, true );
+   // The VLAN of frames that come in without a tag.
+   KIV_ATTRIBUTE( Bridging::VlanId, vlan );
 
  public:
    explicit PortConfig( Pelt::EthIntfId intf ) : Entity( Kiv::toText( intf ) ) {}
@@ -47,6 +51,8 @@ class Config : public Kiv::Entity {
    // The ports of the switch. One comes into being here, and ceases to be when it is deleted.
    KIV_CHILDREN( Pelt::EthIntfId, PortConfig, port );
    KIV_CHILDREN( Pelt::PortChannelIntfId, LagConfig, lag );
+   // By the client's name: stations that an agent wants never to age.
+   KIV_CHILDREN( Kiv::String, Hoba::NonAgingConfig, nonAgingClient );
 
  public:
    explicit Config( Kiv::String const & configName = "config" ) : Entity( configName ) {}

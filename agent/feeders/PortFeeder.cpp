@@ -8,31 +8,21 @@ ZIPLINE_HANDLE( PortFeeder );
 
 namespace Feeders {
 
-namespace {
-
-// The status follows the configuration; what does not change tells nobody.
-void
-statusIs( Interface::EthPhyIntfStatus & status, PortConfig const & port ) {
-   status.speedIs( Interface::speedFromMbps( port.speed() ) );
-   status.linkStatusIs( port.linkUp() ? Interface::linkUp : Interface::linkDown );
-   status.activeIs( port.enabled() && port.linkUp() );
-}
-
-} // namespace
-
 PortFeeder::PortFeeder( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
                         Kiv::Ptr< Config const > const & config,
-                        Kiv::Ptr< Interface::AllEthPhyIntfStatusDir > const & ethPhyIntfStatusDir )
-      : HobaBaseSm( commonSmData ), ethPhyIntfStatusDir_( ethPhyIntfStatusDir ) {
+                        Kiv::Ptr< Interface::AllEthPhyIntfStatusDir > const & ethPhyIntfStatusDir,
+                        Kiv::Ptr< HobaTypes::HobaPortStatusDir > const & hobaPortStatusDir )
+      : HobaBaseSm( commonSmData ), ethPhyIntfStatusDir_( ethPhyIntfStatusDir ),
+        hobaPortStatusDir_( hobaPortStatusDir ) {
    configIs( config );
 }
 
 Kiv::Ptr< PortFeeder >
-PortFeeder::PortFeederIs(
-      Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
-      Kiv::Ptr< Config const > const & config,
-      Kiv::Ptr< Interface::AllEthPhyIntfStatusDir > const & ethPhyIntfStatusDir ) {
-   return Hoba::smIs< PortFeeder >( commonSmData, config, ethPhyIntfStatusDir );
+PortFeeder::PortFeederIs( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
+                          Kiv::Ptr< Config const > const & config,
+                          Kiv::Ptr< Interface::AllEthPhyIntfStatusDir > const & ethPhyIntfStatusDir,
+                          Kiv::Ptr< HobaTypes::HobaPortStatusDir > const & hobaPortStatusDir ) {
+   return Hoba::smIs< PortFeeder >( commonSmData, config, ethPhyIntfStatusDir, hobaPortStatusDir );
 }
 
 void
@@ -61,10 +51,21 @@ PortFeeder::handlePortConfig( Pelt::IntfId const & intf ) {
    if( !reactor ) {
       remove( intf );
    } else if( auto const status = ethPhyIntfStatusDir_->ethPhyIntfStatus( intf ) ) {
-      statusIs( *status, *reactor->notifier() );
+      statusIs( *status, *reactor->notifier(), intf );
    } else {
       add( intf, *reactor->notifier() );
    }
+}
+
+// The status follows the configuration and the chip; what does not change tells nobody.
+void
+PortFeeder::statusIs( Interface::EthPhyIntfStatus & status, PortConfig const & port,
+                      Pelt::IntfId intf ) {
+   auto const reported = hobaPortStatusDir_->portStatus( intf );
+   bool const up = port.linkUp() && !( reported && reported->linkStatus() == Interface::linkDown );
+   status.speedIs( Interface::speedFromMbps( port.speed() ) );
+   status.linkStatusIs( up ? Interface::linkUp : Interface::linkDown );
+   status.activeIs( port.enabled() && up );
 }
 
 // The status is complete when others first see it, and known before the port is.
@@ -72,7 +73,8 @@ void
 PortFeeder::add( Pelt::IntfId intf, PortConfig const & port ) {
    ZTRACE( 3, "Adding port ", intf );
    auto const status = Kiv::make< Interface::EthPhyIntfStatus >( intf );
-   statusIs( *status, port );
+   portStatusIs( intf, hobaPortStatusDir_->portStatusIs( intf ) );
+   statusIs( *status, port, intf );
    ethPhyIntfStatusDir_->ethPhyIntfStatusIs( intf, status );
    commonSmData()->intfIs( intf, true );
 }
@@ -86,6 +88,8 @@ PortFeeder::remove( Pelt::IntfId intf ) {
    }
    commonSmData()->intfDel( intf );
    ethPhyIntfStatusDir_->ethPhyIntfStatusDel( intf );
+   portStatusDel( intf );
+   hobaPortStatusDir_->portStatusDel( intf );
 }
 
 } // namespace Feeders

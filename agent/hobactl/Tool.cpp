@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <ostream>
 #include <thread>
@@ -95,6 +96,10 @@ class Tool {
    void words( std::string const & command ) {
       auto request = requestOf( command );
       request.add( "words", Datum::Array( options_.words.begin(), options_.words.end() ) );
+      std::error_code unknown;
+      if( auto const directory = std::filesystem::current_path( unknown ); !unknown ) {
+         request.add( "directory", directory.string() );
+      }
       show( connection().ask( request ) );
    }
 
@@ -344,10 +349,37 @@ firstLine( std::string_view text ) {
 
 namespace {
 
+// What the agent's own commands take may be given as options, too: --port Ethernet1 is
+// port=Ethernet1 then.
+void
+nameArguments( std::vector< std::string > & all ) {
+   auto const isOneOf = []( std::string const & text,
+                            std::initializer_list< char const * > names ) {
+      return std::find( names.begin(), names.end(), text ) != names.end();
+   };
+   auto word = std::find_if( all.begin(), all.end(), [ & ]( std::string const & text ) {
+      return isOneOf( text, { "show", "sim", "logs", "verify", "types", "help" } );
+   } );
+   for( ; word != all.end(); ++word ) {
+      if( !word->starts_with( "--" ) || word->size() == 2 ||
+          isOneOf( word->substr( 0, word->find( '=' ) ),
+                   { "--json", "--socket", "--timeout", "--help" } ) ) {
+         continue;
+      }
+      word->erase( 0, 2 );
+      if( auto const value = std::next( word );
+          word->find( '=' ) == std::string::npos && value != all.end() ) {
+         *word += '=' + *value;
+         all.erase( value );
+      }
+   }
+}
+
 // In `set PATH -5` the number is no option. It goes to the end, behind what ends the options.
 std::vector< std::string >
 argumentsOf( int argc, char const * const * argv ) {
    std::vector< std::string > all( argv + 1, argv + argc );
+   nameArguments( all );
    auto isNegative = []( std::string const & text ) {
       return text.size() > 1 && text[ 0 ] == '-' &&
              text.find_first_not_of( "0123456789.eE+-", 1 ) == std::string::npos && text != "--";

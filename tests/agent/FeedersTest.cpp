@@ -50,7 +50,7 @@ class Listener : public Kiv::PtrInterface::NotifieeConst {
 class FeedersTest : public testing::Test {
  protected:
    FeedersTest() {
-      ports = Feeders::PortFeeder::PortFeederIs( data, config, dir );
+      ports = Feeders::PortFeeder::PortFeederIs( data, config, dir, chipPorts );
       lags = Feeders::LagFeeder::LagFeederIs( data, config, lagInput, dir );
    }
 
@@ -82,6 +82,8 @@ class FeedersTest : public testing::Test {
    Kiv::Ptr< Lag::Input::Config > const lagInput = Kiv::make< Lag::Input::Config >();
    Kiv::Ptr< Interface::AllEthPhyIntfStatusDir > const dir =
          Kiv::make< Interface::AllEthPhyIntfStatusDir >();
+   Kiv::Ptr< HobaTypes::HobaPortStatusDir > const chipPorts =
+         Kiv::make< HobaTypes::HobaPortStatusDir >();
    Kiv::Ptr< Feeders::PortFeeder > ports;
    Kiv::Ptr< Feeders::LagFeeder > lags;
 };
@@ -116,6 +118,19 @@ TEST_F( FeedersTest, portsFollowTheirConfiguration ) {
       EXPECT_EQ( status->active(), row.expectedActive );
       EXPECT_TRUE( data->intf( eth( 1 ) ) ) << "a port that is down is there";
    }
+   // The chip has a say in the link, while the cable is plugged in.
+   port->enabledIs( true );
+   auto const reported = chipPorts->portStatus( eth( 1 ) );
+   ASSERT_TRUE( reported );
+   for( auto const link : { Interface::linkDown, Interface::linkUp } ) {
+      reported->linkStatusIs( link );
+      EXPECT_EQ( status->linkStatus(), link );
+      EXPECT_EQ( status->active(), link == Interface::linkUp );
+   }
+   port->linkUpIs( false );
+   EXPECT_EQ( status->linkStatus(), Interface::linkDown );
+   config->portDel( eth( 1 ) );
+   EXPECT_TRUE( chipPorts->portStatus().empty() );
 }
 
 TEST_F( FeedersTest, aPortIsKnownCompleteAndLeavesOutOfService ) {

@@ -1,0 +1,302 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Hoba/HobaCallbacks.h"
+#include "Hoba/HobaHelper.h"
+#include "Kiv/ClockDriver.h"
+#include "agent/features/FeatureCommands.h"
+#include "chips/sim/SimEvents.h"
+
+#include <algorithm>
+#include <cctype>
+
+// What the chip reported and what became of it, and a chip that reports on command.
+
+namespace HobaAgent {
+
+using Hoba::HobaEvent;
+using Kiv::Datum;
+using Kiv::String;
+
+namespace {
+
+// "mac address learned" of eventTypeMacAddressLearned: what is common to all says nothing.
+String
+spelled( String const & name, std::string_view prefix ) {
+   String text;
+   for( char const c : name.substr( name.starts_with( prefix ) ? prefix.size() : 0 ) ) {
+      auto const lower = static_cast< char >( std::tolower( static_cast< unsigned char >( c ) ) );
+      text += ( lower != c && !text.empty() ? " " : "" );
+      text += lower;
+   }
+   return text;
+}
+
+String
+reasonText( Hoba::EventDropReason reason ) {
+   switch( reason ) {
+   case Hoba::dropNotRunning:
+      return "dropped: not running";
+   case Hoba::dropUnknownKind:
+      return "dropped: unknown kind";
+   case Hoba::dropNoPortStatus:
+      return "dropped: no such port";
+   case Hoba::dropNoMacTable:
+      return "dropped: no MAC table";
+   case Hoba::dropWrongAge:
+      return "dropped: age event for the wrong entry type";
+   case Hoba::agedLearnOnCpuPort:
+      return "aged instead: learnt on the CPU port";
+   case Hoba::agedLearnOnDeletedLag:
+      return "aged instead: learnt on a deleted LAG";
+   case Hoba::agedPortCollectionDeleted:
+      return "aged instead: learnt on a LAG without a port collection";
+   }
+   return "dropped";
+}
+
+// What both queues show, around what each handled.
+template< class Sm >
+void
+queueRows( TableAnswer & table, char const * queue, Sm const & sm, std::uint64_t withoutMachine,
+           std::string_view prefix ) {
+   auto const & status = *sm.eventStatus();
+   auto const waiting = sm.queue()->event().size();
+   table.row( { queue, "state",
+                String( sm.running() ? "running" : "not running" ) +
+                      ( sm.enabled() ? "" : ", held" ) } );
+   table.row( { queue, "reported", sm.queue()->nextIndex() } );
+   table.row( { queue, "waiting", waiting } );
+   table.row( { queue, "most waiting at once", std::max( status.highWaterMark(), waiting ) } );
+   table.row( { queue, "wake-ups", status.drains() } );
+   for( auto const & [ kind, count ] : status.handled() ) {
+      table.row( { queue, "handled: " + spelled( Kiv::toText( kind ), prefix ), count } );
+   }
+   for( auto const & [ reason, count ] : status.dropped() ) {
+      table.row( { queue, reasonText( reason ), count } );
+   }
+   if( withoutMachine ) {
+      table.row( { queue, "dropped: nobody to take it", withoutMachine } );
+   }
+}
+
+Datum
+showEvents( Switch const & sw ) {
+   TableAnswer table( { "Queue", "What", "Count" } );
+   queueRows( table, "events", sw.eventSm(), Hoba::eventsWithoutMachine(), "eventType" );
+   queueRows( table, "parity", sw.parityEventSm(), Hoba::parityEventsWithoutMachine(), "parity" );
+   return table.take();
+}
+
+Datum
+showParity( Switch const & sw ) {
+   TableAnswer table( { "Slice", "Memory", "Entry", "Times", "Last" } );
+   for( auto const & [ key, event ] : sw.context->parityEvent() ) {
+      table.row(
+            { key.slice, key.memory, key.index, event.count,
+              Hoba::doubleToDateTimeStr( Kiv::ClockDriver::ambient().wallTime( event.time ) ) } );
+   }
+   auto const & unit = *sw.chip->parity();
+   table.note( Kiv::toText( sw.context->parityEvent().size() ) +
+               " not corrected; since the start " + Kiv::toText( unit.entriesCorrected() ) +
+               " corrected one by one, " + Kiv::toText( unit.entriesReset() ) + " by a reset" );
+   return table.take();
+}
+
+// ---- Events on command
+
+Datum
+eventLink( Switch & sw, Request const & request ) {
+   auto const port = portIdOf( sw, request );
+   auto const state = request.text( "state" );
+   if( state != "up" && state != "down" ) {
+      Kiv::parseFailed( state, "up or down" );
+   }
+   auto const fault = request.text( "fault", "none" );
+   if( fault != "none" && fault != "local" && fault != "remote" ) {
+      Kiv::parseFailed( fault, "none, local or remote" );
+   }
+   HobaSim::linkEvent( port, state == "up" ? Interface::linkUp : Interface::linkDown,
+                       fault == "none"    ? HobaTypes::faultNone
+                       : fault == "local" ? HobaTypes::faultLocal
+                                          : HobaTypes::faultRemote );
+   return {};
+}
+
+// "1000,10000": speeds in Mb/s.
+std::uint32_t
+speedsOf( String const & text ) {
+   std::uint32_t speeds = 0;
+   for( std::size_t begin = 0; begin < text.size(); ) {
+      auto const end = std::min( text.find( ',', begin ), text.size() );
+      auto const word = text.substr( begin, end - begin );
+      auto const speed = Interface::speedFromMbps( Kiv::fromText< std::uint64_t >( word ) );
+      if( speed == Interface::speedUnknown ) {
+         Kiv::parseFailed( word, "a speed of Ethernet in Mb/s" );
+      }
+      speeds |= 1u << speed;
+      begin = end + 1;
+   }
+   return speeds;
+}
+
+Datum
+eventAutoneg( Switch & sw, Request const & request ) {
+   auto const port = portIdOf( sw, request );
+   auto const result = request.text( "result" );
+   if( result != "success" && result != "failed" ) {
+      Kiv::parseFailed( result, "success or failed" );
+   }
+   Interface::AutonegAdvertisement advert;
+   advert.speeds = Kiv::inPlace( "speeds", [ & ] { return speedsOf( request.text( "speeds" ) ); } );
+   HobaSim::autonegEvent(
+         port, result == "success" ? Interface::autonegSuccess : Interface::autonegFailed, advert );
+   return {};
+}
+
+Bridging::MacVlanPair
+hostOf( Request const & request ) {
+   return { request.value< Pelt::EthAddr >( "mac" ), request.value< Bridging::VlanId >( "vlan" ) };
+}
+
+Datum
+eventLearn( Switch & sw, Request const & request ) {
+   auto const host = hostOf( request );
+   switch( sw.chip->mac()->learn( request.value< Pelt::IntfId >( "port" ), host.addr(),
+                                  Bridging::VlanId( host.vlanId().value() ) ) ) {
+   case HobaSim::learnNew:
+      return "learnt";
+   case HobaSim::learnMove:
+      return "moved";
+   case HobaSim::learnHit:
+      return "known already, not reported";
+   case HobaSim::learnGroup:
+      throw Kiv::ParseError( Kiv::toText( host.addr() ) +
+                             " is a group address, which no station has: refused" );
+   case HobaSim::learnZero:
+      throw Kiv::ParseError( "00:00:00:00:00:00 is no station's address: refused" );
+   default:
+      throw Kiv::ParseError( "the chip's table is full" );
+   }
+}
+
+Datum
+eventAge( Switch & sw, Request const & request ) {
+   sw.chip->mac()->age( hostOf( request ) );
+   return {};
+}
+
+// A kind of event about a station, as "static-mac-address" or by its full name.
+HobaEvent::HobaEventType
+kindOf( Request const & request ) {
+   auto const kind = request.text( "kind" );
+   String expected;
+   for( auto const & [ name, value ] : kivEnumNames( HobaEvent::HobaEventType{} ).all() ) {
+      if( value <= HobaEvent::eventTypeAutonegFailed ) {
+         continue;
+      }
+      auto word = spelled( name, "eventType" );
+      std::replace( word.begin(), word.end(), ' ', '-' );
+      if( word == kind || name == kind ) {
+         return static_cast< HobaEvent::HobaEventType >( value );
+      }
+      expected += ( expected.empty() ? "one of " : ", " ) + word;
+   }
+   Kiv::parseFailed( kind, expected );
+}
+
+Datum
+eventStation( Switch &, Request const & request ) {
+   HobaSim::stationEvent( kindOf( request ), hostOf( request ),
+                          request.value< Pelt::IntfId >( "port" ),
+                          request.value< std::uint32_t >( "tunnel" ) );
+   return {};
+}
+
+Datum
+eventParity( Switch & sw, Request const & request ) {
+   auto const severity = request.text( "severity", "correctable" );
+   if( severity != "correctable" && severity != "reset" && severity != "fatal" ) {
+      Kiv::parseFailed( severity, "correctable, reset or fatal" );
+   }
+   sw.chip->parity()->raise( request.text( "slice" ), request.text( "memory" ),
+                             request.value< std::uint32_t >( "index" ),
+                             severity == "correctable" ? Hoba::parityCorrectable
+                             : severity == "reset"     ? Hoba::parityNeedsReset
+                                                       : Hoba::parityFatal );
+   return {};
+}
+
+// A flapping link, which ends as it began: up.
+Datum
+eventFlood( Switch & sw, Request const & request ) {
+   constexpr std::uint32_t most = 10'000'000;
+   auto const port = portIdOf( sw, request );
+   auto const count = request.value< std::uint32_t >( "count" );
+   if( count == 0 || count > most ) {
+      Kiv::parseFailed( request.text( "count" ), "from 1 to " + std::to_string( most ) );
+   }
+   for( auto left = count; left-- > 0; ) {
+      HobaSim::linkEvent( port, left % 2 ? Interface::linkDown : Interface::linkUp );
+   }
+   return Kiv::toText( sw.eventQueue->event().size() ) + " events are waiting";
+}
+
+Datum
+eventHold( Switch & sw, Request const & ) {
+   sw.eventSm().enabledIs( false );
+   return {};
+}
+
+Datum
+eventRelease( Switch & sw, Request const & ) {
+   sw.eventSm().enabledIs( true );
+   return {};
+}
+
+} // namespace
+
+void
+addEventCommands( Commands & commands, Switch & sw ) {
+   commands.add( { .name = "show events",
+                   .help = "What the chip reported: waiting, handled by kind, dropped and why",
+                   .handler = [ &sw ]( Request const & ) { return showEvents( sw ); } } );
+   commands.add( { .name = "show parity",
+                   .help = "Parity errors that are not corrected yet",
+                   .handler = [ &sw ]( Request const & ) { return showParity( sw ); } } );
+
+   Argument const port{ "port", "The port", true };
+   Argument const intf{ "port", "The port, LAG or VXLAN interface", true };
+   Argument const mac{ "mac", "The station's MAC address", true };
+   Argument const vlan{ "vlan", "The VLAN", true };
+   addInput( commands, sw, "sim event link", "The chip reports a link up or down",
+             { port, { "state", "up or down", true }, { "fault", "none, local or remote" } },
+             &eventLink );
+   addInput( commands, sw, "sim event autoneg", "The chip reports the end of an autonegotiation",
+             { port,
+               { "result", "success or failed", true },
+               { "speeds", "What the partner offers, in Mb/s: 1000,10000" } },
+             &eventAutoneg );
+   addInput( commands, sw, "sim event learn", "The chip sees a frame from a station",
+             { intf, mac, vlan }, &eventLearn );
+   addInput( commands, sw, "sim event age", "The chip forgets a station", { mac, vlan },
+             &eventAge );
+   addInput( commands, sw, "sim event station", "The chip reports any event about a station",
+             { { "kind", "Such as static-mac-address; a wrong one lists all", true },
+               intf,
+               mac,
+               vlan,
+               { "tunnel", "Of a station behind a VXLAN interface" } },
+             &eventStation );
+   addInput( commands, sw, "sim event parity", "The chip finds an entry of a memory wrong",
+             { { "slice", "The slice of the chip", true },
+               { "memory", "The memory", true },
+               { "index", "The entry", true },
+               { "severity", "correctable, reset or fatal" } },
+             &eventParity );
+   addInput( commands, sw, "sim event flood", "The chip reports a flapping link, all in one go",
+             { port, { "count", "How many events", true } }, &eventFlood );
+   addInput( commands, sw, "sim event hold", "Events wait until they are released", {},
+             &eventHold );
+   addInput( commands, sw, "sim event release", "Events are applied again", {}, &eventRelease );
+}
+
+} // namespace HobaAgent

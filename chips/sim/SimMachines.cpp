@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "chips/sim/SimMachines.h"
+
+#include "Hoba/HobaCommon.h"
+
+#include <algorithm>
+
+namespace HobaSim {
+
+ChipEventQueueSm::ChipEventQueueSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
+                                    Kiv::Ptr< Hoba::HobaEventQueue > const & queue,
+                                    Kiv::Ptr< HobaTypes::HobaPortStatusDir > const & portStatusDir,
+                                    Kiv::Ptr< Chip > const & chip )
+      : EventQueueSm( commonSmData, queue, portStatusDir ), chip_( chip ) {}
+
+Kiv::Ptr< ChipEventQueueSm >
+ChipEventQueueSm::ChipEventQueueSmIs(
+      Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
+      Kiv::Ptr< Hoba::HobaEventQueue > const & queue,
+      Kiv::Ptr< HobaTypes::HobaPortStatusDir > const & portStatusDir,
+      Kiv::Ptr< Chip > const & chip ) {
+   return Hoba::smIs< ChipEventQueueSm >( commonSmData, queue, portStatusDir, chip );
+}
+
+ChipParityHelperSm::ChipParityHelperSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
+                                        Kiv::Ptr< ParityUnit > const & unit )
+      : HobaParityEventHelperSm( commonSmData ), unit_( unit ) {
+   clockIs( Kiv::make< Kiv::Clock >() );
+}
+
+Kiv::Ptr< ChipParityHelperSm >
+ChipParityHelperSm::ChipParityHelperSmIs( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
+                                          Kiv::Ptr< ParityUnit > const & unit ) {
+   return Hoba::smIs< ChipParityHelperSm >( commonSmData, unit );
+}
+
+void
+ChipParityHelperSm::hwHandleParityError( Hoba::HobaParityEvent const & event ) {
+   auto const & key = event.key;
+   auto const entry = "entry " + Kiv::toText( key.index );
+   switch( event.severity ) {
+   case Hoba::parityNeedsReset:
+      unit_->reset( key.slice );
+      Hoba::hobaLog< Hoba::HARDWARE_PARITY_ERROR_CORRECTED_WITH_RESET >( entry, key.memory,
+                                                                         key.slice );
+      return;
+   case Hoba::parityFatal:
+      Hoba::hobaLog< Hoba::HARDWARE_PERR_FATAL >( key );
+      commonSmData()->agentRestart( "fatal parity error: " + Kiv::toText( key ) );
+      return;
+   default:
+      Hoba::hobaLog< Hoba::HARDWARE_PERR_CORRECTABLE >( key );
+      auto const done = clock()->now() + unit_->correctionTime();
+      due_.insertOrAssign( key, done );
+      clock()->timeMinIs( std::min( clock()->timeMin(), done ) );
+   }
+}
+
+void
+ChipParityHelperSm::arm() {
+   Kiv::Seconds first = Kiv::never;
+   for( auto const & [ key, time ] : due_ ) {
+      first = std::min( first, time );
+   }
+   clock()->timeMinIs( first );
+}
+
+void
+ChipParityHelperSm::handleCorrectionTime() {
+   for( auto const & [ key, time ] : due_ ) {
+      if( time > clock()->now() ) {
+         continue;
+      }
+      // A reset may have been quicker.
+      if( unit_->corrected( key ) ) {
+         Hoba::hobaLog< Hoba::HARDWARE_PERR_CORRECTED >( key );
+      }
+      due_.erase( key );
+   }
+   arm();
+}
+
+} // namespace HobaSim
