@@ -206,6 +206,50 @@ TEST_F( NonAgingTest, anUninitializedMachineMissesNothing ) {
    EXPECT_EQ( merged(), "off:" ) << "who goes releases at once";
 }
 
+TEST_F( NonAgingTest, clientsAreSilencedAndMarkedWithTheMachine ) {
+   auto const config = Kiv::make< NonAgingConfig >( "config" );
+   config->enableIs( true );
+   config->macEntriesIs( entry( 1 ) );
+   start();
+   sm->configSmIs( "one", config );
+   sm->configSmIs( "two", config );
+   EXPECT_EQ( merged(), "on: 1 Ethernet1 x2" );
+   auto const machine = Kiv::Ptr( sm->configSm( "one" ) );
+   sm->configSmIs( "one", config );
+   EXPECT_EQ( machine, sm->configSm( "one" ) );
+   sm->configSmIs( "one", nullptr );
+   EXPECT_EQ( merged(), "on: 1 Ethernet1 x1" );
+   sm->hasNotificationActiveIs( false );
+   config->macEntriesIs( entry( 2 ) );
+   sm->hasNotificationActiveIs( true );
+   config->macEntriesIs( entry( 3 ) );
+   auto const left = "on: 1 Ethernet1 x1 3 Ethernet1 x1";
+   EXPECT_EQ( merged(), left );
+   sm->kivDoZombieReactors( true );
+   config->enableIs( false );
+   sm->configSmIs( "three", Kiv::make< NonAgingConfig >( "three" ) );
+   EXPECT_EQ( sm->configSm( "three" ), nullptr );
+   sm->configSmDelAll();
+   EXPECT_EQ( merged(), left ) << "a machine that is marked leaves the status alone";
+}
+
+TEST_F( NonAgingTest, aClientThatGoesStaysGoneWhateverItIsToldMeanwhile ) {
+   auto const client = clientIs( "client" );
+   client->macEntriesIs( entry( 1 ) );
+   client->macEntriesIs( entry( 2 ) );
+   start();
+   auto const listener = Hoba::smIs< Listener >( status );
+   unsigned heard = 0;
+   listener->onChange = [ & ] {
+      ++heard;
+      client->enableIs( !client->enable() );
+      client->macEntriesIs( entry( 2 + heard ) );
+   };
+   dir->entryDel( "client" );
+   EXPECT_EQ( merged(), "off:" );
+   EXPECT_EQ( heard, 3u );
+}
+
 // Anything happens in any order, also from inside the notifications of the status; what must come
 // of it is worked out anew from the directory each time.
 class NonAgingRandomTest : public NonAgingTest, public testing::WithParamInterface< unsigned > {
