@@ -81,8 +81,10 @@ CaptureFile::CaptureFile( Kiv::String const & file ) : file_( file ) {
          ::pcap_fopen_offline_with_tstamp_precision( stream, PCAP_TSTAMP_PRECISION_NANO, found ) );
    if( !handle_ ) {
       std::fclose( stream ); // otherwise it belongs to the handle
-      captureFailed( file, "is no packet capture (pcap or pcapng) that can be read: " +
-                                 Kiv::String( found ) );
+      bool const cutOff = std::string_view( found ).starts_with( "truncated" );
+      captureFailed( file, cutOff ? "ended after 0 frames: " + damageText( found )
+                                  : "is no packet capture (pcap or pcapng) that can be read: " +
+                                          Kiv::String( found ) );
    }
    int const linkType = ::pcap_datalink( handle_.get() );
    if( linkType != DLT_EN10MB ) {
