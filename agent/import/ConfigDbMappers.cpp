@@ -118,11 +118,20 @@ mapVlanMember( Row & row, Model & model ) {
       throw Kiv::ParseError( Kiv::toText( intf ) + " is a member of " + Kiv::toText( lag ) +
                              ", which carries VLANs in its place" );
    }
-   row.either( "tagging_mode", "tagged", "untagged" );
-   row.leave( "tagging_mode" );
-   row.operationIs( Kiv::toText( intf ) + " carries VLAN " + Kiv::toText( vlan ),
-                    [ data = model.targets().commonSmData, vlan, intf ] {
+   auto const tagged = row.either( "tagging_mode", "tagged", "untagged" );
+   bool const isPort = Pelt::EthIntfId::isEthIntfId( intf );
+   if( !isPort ) {
+      row.leave( "tagging_mode" );
+   }
+   bool const untagged = isPort && tagged == false;
+   row.operationIs( Kiv::toText( intf ) + " carries VLAN " + Kiv::toText( vlan ) +
+                          ( untagged ? ", untagged" : "" ),
+                    [ data = model.targets().commonSmData, feeders = model.targets().feeders, vlan,
+                      intf, untagged ] {
                        data->vlanStatusIs( vlan )->intfIs( intf );
+                       if( untagged ) {
+                          feeders->portIs( Pelt::EthIntfId( intf ) )->vlanIs( vlan );
+                       }
                     } );
 }
 

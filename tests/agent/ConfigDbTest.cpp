@@ -74,7 +74,7 @@ constexpr std::string_view wholeFile = R"({
    "PORTCHANNEL_MEMBER": { "PortChannel3|Ethernet8": {} },
    "VLAN": { "Vlan100": { "vlanid": "100", "admin_status": "up" } },
    "VLAN_MEMBER": {
-      "Vlan100|Ethernet0": { "tagging_mode": "tagged" },
+      "Vlan100|Ethernet0": { "tagging_mode": "untagged" },
       "Vlan100|PortChannel0003": { "tagging_mode": "untagged" }
    },
    "PBH_TABLE": { "t": { "interface_list": [ "Ethernet0" ] } }
@@ -93,6 +93,7 @@ TEST_F( ConfigDbTest, aFileBecomesConfiguration ) {
       EXPECT_EQ( feeders.port( eth( 4 ) )->speed(), 0u );
       EXPECT_FALSE( feeders.port( eth( 4 ) )->enabled() );
       EXPECT_TRUE( feeders.port( eth( 8 ) )->enabled() );
+      EXPECT_EQ( feeders.port( eth( 0 ) )->vlan(), Bridging::VlanId( 100 ) );
       ASSERT_EQ( feeders.lag().size(), 1u );
       auto const po3 = feeders.lag( lag( 3 ) );
       EXPECT_EQ( po3->minLinks(), 2u );
@@ -124,7 +125,7 @@ TEST_F( ConfigDbTest, theReportNamesEverything ) {
                        "with fallback",
                        "PORTCHANNEL_MEMBER|PortChannel3|Ethernet8: Ethernet8 in Port-Channel3",
                        "VLAN|Vlan100: VLAN 100, up",
-                       "VLAN_MEMBER|Vlan100|Ethernet0: Ethernet0 carries VLAN 100",
+                       "VLAN_MEMBER|Vlan100|Ethernet0: Ethernet0 carries VLAN 100, untagged",
                        "VLAN_MEMBER|Vlan100|PortChannel0003: Port-Channel3 carries VLAN 100",
                        "PORT_STORM_CONTROL|Ethernet0|broadcast: Ethernet0 lets in 10000 kbps of "
                        "broadcast",
@@ -139,7 +140,7 @@ TEST_F( ConfigDbTest, theReportNamesEverything ) {
                      "level of this system" } );
    EXPECT_EQ( lines( import, Import::notImported ),
               ( Lines{ "PORT: no such attribute here: lanes (2 rows), mtu (1 row)",
-                       "VLAN_MEMBER: no such attribute here: tagging_mode (2 rows)",
+                       "VLAN_MEMBER: no such attribute here: tagging_mode (1 row)",
                        "ACL_RULE: 2 rows not imported: no such feature here",
                        "PBH_TABLE: 1 row not imported: no such feature here" } ) );
    EXPECT_EQ( import.summary(),

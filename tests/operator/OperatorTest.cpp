@@ -12,6 +12,7 @@
 #include <fstream>
 #include <memory>
 #include <sstream>
+#include <thread>
 
 #include <sys/socket.h>
 
@@ -91,20 +92,23 @@ class OperatorTest : public testing::Test {
       EXPECT_NE( result.err.find( text ), std::string::npos ) << result.err << "expected: " << text;
    }
 
-   // The line of `show storm-control` about a level, with single spaces.
-   std::string level( std::string const & intf, std::string const & name ) {
-      std::istringstream lines( ok( "show storm-control " + intf ) );
+   // What stands behind `head` in the line of the answer that begins with it, with single spaces.
+   std::string row( std::string const & words, std::string const & head ) {
+      std::istringstream lines( ok( words ) );
       for( std::string line; std::getline( lines, line ); ) {
          std::istringstream in( line );
          std::string text;
          for( std::string word; in >> word; ) {
             text += ( text.empty() ? "" : " " ) + word;
          }
-         if( text.starts_with( intf + " " + name + " " ) ) {
-            return text.substr( intf.size() + name.size() + 2 );
+         if( text.starts_with( head + " " ) ) {
+            return text.substr( head.size() + 1 );
          }
       }
       return "";
+   }
+   std::string level( std::string const & intf, std::string const & name ) {
+      return row( "show storm-control " + intf, intf + " " + name );
    }
 
    HobaAgent::Fd client() { return HobaAgent::connectTo( socket ); }
@@ -202,6 +206,92 @@ TEST_F( OperatorTest, dropsVerificationAndChanges ) {
    auto const spoiled = ok( "verify" );
    EXPECT_NE( spoiled.find( "MISMATCH: 1 of " ), std::string::npos ) << spoiled;
    EXPECT_NE( spoiled.find( "no limit found" ), std::string::npos ) << spoiled;
+}
+
+// Frames of 60 octets in a capture: to anybody, from `source`, without a tag.
+std::string
+captureOf( std::vector< std::string > const & sources ) {
+   std::string text;
+   auto const number = [ & ]( std::uint32_t value ) {
+      text.append( reinterpret_cast< char const * >( &value ), sizeof value );
+   };
+   for( auto const word : { 0xa1b2c3d4u, 0x00040002u, 0u, 0u, 65535u, 1u } ) {
+      number( word );
+   }
+   for( auto const & source : sources ) {
+      for( auto const word : { 1u, 0u, 60u, 60u } ) {
+         number( word );
+      }
+      text += std::string( 6, '\xff' ) + source + std::string( 48, '\0' );
+   }
+   return text;
+}
+
+TEST_F( OperatorTest, whatTheChipReportsIsAppliedAndCounted ) {
+   startExample();
+   // Links: the port takes part no more, and says why.
+   ok( "sim event link Ethernet2 down remote" );
+   EXPECT_EQ( row( "show interfaces", "Ethernet2 yes" ), "down 25 Gb/s no -" );
+   EXPECT_NE( ok( "get /hoba/portStatus/portStatus/Ethernet2" ).find( "faultRemote" ), std::string::npos );
+   ok( "sim event link Ethernet2 up" );
+   EXPECT_EQ( row( "show interfaces", "Ethernet2 yes" ), "up 25 Gb/s yes -" );
+   // Stations, from a capture: one comes twice, one is a group, and the last frame is cut off.
+   auto const capture = captureOf( { "\x02hosta", "\x02hostb", "\x03group", "\x02hosta",
+                                     "\x02"
+                                     "cut  " } );
+   auto const name = file( "cut.pcap", capture.substr( 0, capture.size() - 10 ) );
+   expectOneLine( ctl( "sim pcap " + name + " --port Ethernet1 --vlan 30" ), 1, "after 4 frames" );
+   EXPECT_EQ( row( "show mac", "02:68:6f:73:74:61 30" ).substr( 0, 9 ), "Ethernet1" );
+   EXPECT_NE( ok( "show mac" ).find( "2 stations\n" ), std::string::npos ) << ok( "show mac" );
+   EXPECT_NE( ok( "show mac" ).find( "1 of 4 frames (1 group source" ), std::string::npos );
+   // A flood is one wake-up; what is held waits.
+   ok( "sim event hold" );
+   EXPECT_EQ( ok( "sim event flood Ethernet3 100000" ), "100000 events are waiting\n" );
+   EXPECT_EQ( row( "show events", "events state" ), "running, held" );
+   EXPECT_EQ( row( "show events", "events waiting" ), "100000" );
+   auto const wakeUps = std::stoi( row( "show events", "events wake-ups" ) );
+   ok( "sim event release" );
+   EXPECT_EQ( row( "show events", "events waiting" ), "0" );
+   EXPECT_EQ( row( "show events", "events most waiting at once" ), "100000" );
+   EXPECT_EQ( row( "show events", "events wake-ups" ), std::to_string( wakeUps + 1 ) );
+   EXPECT_EQ( row( "show events", "events handled: port" ), "100002" );
+   // A station on a LAG that is not there.
+   ok( "sim event station static-mac-address Port-Channel77 00:1c:73:00:00:01 30" );
+   EXPECT_EQ( row( "show events", "events aged instead: learnt on a deleted LAG" ), "1" );
+}
+
+TEST_F( OperatorTest, parityErrorsAndStationsThatNeverAge ) {
+   startExample();
+   ok( "set /sim/chip/parity/correctionTime 0.2" );
+   ok( "sim event parity slice0 L2_TABLE 17" );
+   ok( "sim event parity slice1 VLAN_TABLE 3" );
+   EXPECT_EQ( row( "show parity", "slice1 VLAN_TABLE" ).substr( 0, 3 ), "3 1" );
+   ok( "sim event parity slice1 VLAN_TABLE 9 reset" );
+   EXPECT_EQ( row( "show parity", "slice1 VLAN_TABLE" ), "" ) << "a reset takes all of them";
+   for( int tries = 0; tries != 100 && row( "show parity", "slice0" ) != ""; ++tries ) {
+      std::this_thread::sleep_for( std::chrono::milliseconds( 50 ) );
+   }
+   auto const logs = ok( "logs" );
+   for( auto const * text : { "HARDWARE_PERR_CORRECTABLE", "HARDWARE_PERR_CORRECTED",
+                              "Parity error entry 9 in memory VLAN_TABLE on slice1 corrected" } ) {
+      EXPECT_NE( logs.find( text ), std::string::npos ) << text << " in\n" << logs;
+   }
+
+   auto const client = [ & ]( std::string const & name, std::string const & intf ) {
+      std::string const host = "00:1c:73:00:00:01@10";
+      ok( "set /feeders/config/nonAgingClient/" + name + "/enable true" );
+      ok( "set /feeders/config/nonAgingClient/" + name + "/macEntries/" + host,
+          R"({ "macEntry": ")" + host + R"(", "intf": ")" + intf + R"(" })" );
+   };
+   client( "dot1x", "Ethernet1" );
+   client( "dhcp", "Ethernet2" );
+   auto const host = "00:1c:73:00:00:01 10";
+   EXPECT_EQ( row( "show mac non-aging", host ), "Ethernet2 entryTypeUnknown 2 dot1x, dhcp" );
+   ok( "del /feeders/config/nonAgingClient/dhcp" );
+   EXPECT_EQ( row( "show mac non-aging", host ), "Ethernet1 entryTypeUnknown 1 dot1x" );
+   ok( "set /feeders/config/nonAgingClient/dot1x/enable false" );
+   EXPECT_NE( ok( "show mac non-aging" ).find( "non-aging is disabled; 0 stations" ),
+              std::string::npos );
 }
 
 TEST_F( OperatorTest, tracesTellWhy ) {
