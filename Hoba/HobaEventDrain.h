@@ -85,6 +85,7 @@ class EventDrain : public HobaBaseSm {
  private:
    bool running_ = false;
    bool enabled_ = true;
+   bool registered_ = false;
    bool apiRunning_ = false; // the hardware's part was initialized and has not been ended
    bool draining_ = false;
    Kiv::Seconds drainTime_ = 0;

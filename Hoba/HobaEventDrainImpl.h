@@ -7,6 +7,8 @@
 #include "Hoba/HobaEventDrain.h"
 #include "Zipline/Zipline.h"
 
+#include <utility>
+
 namespace Hoba {
 
 template< class Sm, class Queue >
@@ -54,12 +56,16 @@ EventDrain< Sm, Queue >::handleRunning() {
    }
    ZTRACE( 5, "handleRunning", " running:", running_ );
    if( !running_ ) {
-      self().unregisterMachine();
-      if( apiRunning_ ) {
+      // Not when it never ran: the machine that is registered is then another one.
+      if( std::exchange( registered_, false ) ) {
+         self().unregisterMachine();
+      }
+      // Once, also when the hardware's last words clean up again.
+      if( std::exchange( apiRunning_, false ) ) {
          self().cleanupHardware();
-         apiRunning_ = false;
       }
    } else if( !apiRunning_ ) {
+      registered_ = true;
       self().registerMachine();
       // The hardware may have refused, and somebody stopped the machine for it.
       apiRunning_ = running_;
@@ -93,7 +99,7 @@ template< class Sm, class Queue >
 void
 EventDrain< Sm, Queue >::wake() {
    // A wake-up that is due stays due: the first event of many looks at the clock for all.
-   if( initialized() && queue() && !queue()->event().empty() &&
+   if( !draining_ && initialized() && queue() && !queue()->event().empty() &&
        clock()->timeMin() == Kiv::never ) {
       clock()->timeMinIs( clock()->now() );
    }
@@ -139,23 +145,25 @@ EventDrain< Sm, Queue >::drain() {
 template< class Sm, class Queue >
 void
 EventDrain< Sm, Queue >::handleFirstEvent() {
-   struct Taken {
-      ~Taken() { queue->eventDel( index ); }
-      Kiv::Ptr< Queue > const queue;
-      std::uint32_t const index;
-   };
-   auto const & first = *queue()->event().first();
-   auto const event = first.value;
-   Taken const taken{ Kiv::Ptr< Queue >( queue() ), first.key };
-   auto & status = self().status();
-   if( auto const depth = queue()->event().size(); depth > status.highWaterMark() ) {
-      status.highWaterMarkIs( depth );
+   Kiv::Ptr< Queue > const from( queue() );
+   auto const index = from->event().first()->key;
+   auto const event = from->event().first()->value;
+   // No destructor takes the event out: those who watch the queue may throw.
+   try {
+      auto & status = self().status();
+      if( auto const depth = from->event().size(); depth > status.highWaterMark() ) {
+         status.highWaterMarkIs( depth );
+      }
+      if( running_ ) {
+         self().applyEvent( event );
+      } else {
+         status.droppedInc( dropNotRunning, 1 );
+      }
+   } catch( ... ) {
+      from->eventDel( index );
+      throw;
    }
-   if( running_ ) {
-      self().applyEvent( event );
-   } else {
-      status.droppedInc( dropNotRunning, 1 );
-   }
+   from->eventDel( index );
 }
 
 } // namespace Hoba
