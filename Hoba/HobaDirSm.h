@@ -82,19 +82,22 @@ class DirSmMap final : public Kiv::ReactorSlotBase {
    void follow( Dir & dir, Kiv::String const & name ) {
       Kiv::Dispatch::Frame frame;
       auto const key = name;
-      if( !isFor( key, entityIn( dir, key ) ) ) {
+      // What changes the directory while the machine is made is looked at when it is complete.
+      if( beingMade( key ) ) {
+         return;
+      }
+      while( !isFor( key, entityIn( dir, key ) ) ) {
          del( key );
          // Only now: the former machine's last words may have changed the directory.
-         make( key, entityIn( dir, key ) );
+         if( !make( key, entityIn( dir, key ) ) ) {
+            return;
+         }
       }
    }
    void del( Kiv::String const & name ) {
       Kiv::Dispatch::Frame frame;
       if( auto gone = children_.extract( name ) ) {
-         if constexpr( requires { gone->sm->doCleanUp(); } ) {
-            gone->sm->doCleanUp();
-         }
-         gone->sm->kivDoZombieReactors( true );
+         letGo( *gone->sm );
       }
    }
    void delAll() {
@@ -105,6 +108,35 @@ class DirSmMap final : public Kiv::ReactorSlotBase {
    }
 
  private:
+   struct Making {
+      Making( Making *& top, Kiv::String const & of ) : innermost( top ), outer( top ), name( of ) {
+         top = this;
+      }
+      ~Making() { innermost = outer; }
+      Making( Making const & ) = delete;
+      Making & operator=( Making const & ) = delete;
+      Making *& innermost;
+      Making * const outer;
+      Kiv::String const & name;
+   };
+
+   static void letGo( Sm & sm ) {
+      if constexpr( requires { sm.doCleanUp(); } ) {
+         sm.doCleanUp();
+      }
+      sm.kivDoZombieReactors( true );
+   }
+   bool beingMade( Kiv::String const & name ) const {
+      auto const * one = making_;
+      while( one && one->name != name ) {
+         one = one->outer;
+      }
+      return one;
+   }
+   Kiv::Ptr< Sm > made( Kiv::String const & name, Kiv::Ptr< Entity > const & entity ) {
+      Making const making( making_, name );
+      return factory( name, entity, owner_ );
+   }
    static Kiv::Ptr< Entity > entityIn( Dir & dir, Kiv::String const & name ) {
       return Kiv::dynamicCast< Entity >( dir.entry( name ) );
    }
@@ -112,15 +144,22 @@ class DirSmMap final : public Kiv::ReactorSlotBase {
       auto const * child = children_.find( name );
       return child ? child->entity == entity : !entity;
    }
-   void make( Kiv::String const & name, Kiv::Ptr< Entity > const & entity ) {
+   // Whether there is a new machine.
+   bool make( Kiv::String const & name, Kiv::Ptr< Entity > const & entity ) {
       // Somebody who heard of the removal may have been quicker.
       if( !entity || children_.has( name ) || owner_.kivMarkedForDeletion() ) {
-         return;
+         return false;
       }
-      Kiv::Ptr< Sm > const sm = factory( name, entity, owner_ );
-      children_.tryEmplace( name, Child{ entity, sm } );
+      auto const sm = made( name, entity );
+      // What the machine did first may have ended its owner.
+      if( owner_.kivMarkedForDeletion() ||
+          !children_.tryEmplace( name, Child{ entity, sm } ).inserted ) {
+         letGo( *sm );
+         return false;
+      }
       sm->hasNotificationActiveIs( owner_.hasNotificationActive() );
       initialize( *sm );
+      return true;
    }
    void initialize( Sm & sm ) {
       if( owner_.initialized() && !owner_.kivMarkedForDeletion() && !sm.kivMarkedForDeletion() ) {
@@ -151,6 +190,7 @@ class DirSmMap final : public Kiv::ReactorSlotBase {
 
    Owner & owner_;
    Kiv::HashMap< Kiv::String, Child > children_;
+   Making * making_ = nullptr; // innermost
 };
 
 } // namespace Hoba

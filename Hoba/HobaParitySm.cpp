@@ -3,6 +3,8 @@
 
 #include "Zipline/Zipline.h"
 
+#include <utility>
+
 ZIPLINE_HANDLE( HobaParitySm );
 
 namespace Hoba {
@@ -32,22 +34,21 @@ ParitySliceSm::handleParityEvent( ParityEvent::Key const & key ) {
    auto const event = parityEventStatus()->notifier()->parityEvent( key );
    if( event == ParityEvent{} ) {
       ZTRACE( 5, "Parity event gone: ", key );
+      copied_.erase( key );
       commonSmData()->parityEventDel( key );
    } else {
       ZTRACE( 5, "Parity event: ", key, " count:", event.count );
+      // First: whoever hears of the event may end this machine.
+      copied_.insert( key );
       commonSmData()->parityEventIs( event );
    }
 }
 
 void
 ParitySliceSm::doSliceCleanup() {
-   if( !parityEventStatus() ) {
-      return;
-   }
    // What is added from now on is no longer this machine's to copy.
-   Kiv::Ptr< ParityEventStatus const > const status( parityEventStatus()->notifier() );
    parityEventStatusDel();
-   for( auto const & [ key, event ] : status->parityEvent() ) {
+   for( auto const & key : std::exchange( copied_, {} ) ) {
       commonSmData()->parityEventDel( key );
    }
 }
@@ -62,7 +63,7 @@ HobaParitySm::HobaParitySm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
 }
 
 HobaParitySm::~HobaParitySm() {
-   paritySliceSmDelAll();
+   HobaParitySm::kivDoZombieReactors( true );
 }
 
 Kiv::Ptr< HobaParitySm >
@@ -73,10 +74,11 @@ HobaParitySm::HobaParitySmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
 
 void
 HobaParitySm::kivDoZombieReactors( bool marked ) {
+   // The mark first: what the directory is told of the removals makes no slice again.
+   HobaBaseSm::kivDoZombieReactors( marked );
    if( marked ) {
       paritySliceSmDelAll();
    }
-   HobaBaseSm::kivDoZombieReactors( marked );
 }
 
 void

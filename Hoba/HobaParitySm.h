@@ -10,6 +10,7 @@
 
 #include "Hoba/HobaCommon.h"
 #include "Hoba/HobaDirSm.h"
+#include "Kiv/HashMap.h"
 
 namespace Hoba {
 
@@ -43,6 +44,8 @@ class ParitySliceSm : public HobaBaseSm {
    };
 
    HobaParitySm * const paritySm_;
+   // What is in the context for this slice. The slice's own events may be ahead of it.
+   Kiv::HashSet< ParityEvent::Key > copied_;
    KIV_REACTOR( KivParityEventStatus, parityEventStatus );
 };
 
