@@ -4,6 +4,9 @@
 // What the tests of the machines share: the balance of allocations, the environment, virtual time,
 // and storm control set up on the simulated chip.
 
+#include "Hoba/HobaCallbacks.h"
+#include "Hoba/HobaEventQueueSm.h"
+#include "Hoba/HobaParityEventQueueSm.h"
 #include "Hoba/HobaStormControlSm.h"
 #include "Kiv/ClockDriver.h"
 #include "Zipline/Reader.h"
@@ -12,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -57,11 +61,16 @@ class Environment {
    std::optional< std::string > before_;
 };
 
-// Hardware, no simulation, time stands at 100 s; and nothing may be left over at the end.
+// Hardware, no simulation, time stands at 100 s; and nothing may be left over at the end, no machine
+// with the entry functions either.
 class HobaFixture : public testing::Test {
  protected:
    HobaFixture() { Kiv::ClockDriver::ambientIs( driver ); }
-   ~HobaFixture() override { EXPECT_EQ( liveObjects(), liveBefore_ ); }
+   ~HobaFixture() override {
+      EXPECT_FALSE( Hoba::eventSm() );
+      EXPECT_FALSE( Hoba::parityEventSm() );
+      EXPECT_EQ( liveObjects(), liveBefore_ );
+   }
 
    Kiv::VirtualDriver driver{ 100 };
 
@@ -69,6 +78,34 @@ class HobaFixture : public testing::Test {
    std::map< std::string_view, std::uint64_t > liveBefore_ = liveObjects();
    Environment simulation_{ "SIMULATION_VMID", nullptr };
    Environment noop_{ "HOBA_NOOP_AGENT", nullptr };
+};
+
+// Does something whenever `attribute` of what it watches changes.
+template< class Entity, auto const & attribute >
+class Watcher : public Hoba::HobaBaseSm {
+ public:
+   KIV_TYPE( Watcher );
+   unsigned changes = 0;
+   std::function< void() > then;
+
+ protected:
+   explicit Watcher( Kiv::Ptr< Entity const > const & entity ) : HobaBaseSm( nullptr ) {
+      entityIs( entity );
+   }
+
+ private:
+   void handleChange() {
+      ++changes;
+      if( then ) {
+         then();
+      }
+   }
+   class KivEntity : public Kiv::Reactor< KivEntity, Entity const, Watcher > {
+    public:
+      static constexpr auto handlers =
+            Kiv::handlers( Kiv::onChange< attribute, &Watcher::handleChange >() );
+   };
+   KIV_REACTOR( KivEntity, entity );
 };
 
 // All levels of one trace handle, as messages.
