@@ -106,15 +106,12 @@ showParity( Switch const & sw ) {
 Datum
 eventLink( Switch & sw, Request const & request ) {
    auto const port = portIdOf( sw, request );
-   auto const state = request.text( "state" );
-   if( state != "up" && state != "down" ) {
-      Kiv::parseFailed( state, "up or down" );
-   }
+   auto const state = linkStatusOf( request );
    auto const fault = request.text( "fault", "none" );
    if( fault != "none" && fault != "local" && fault != "remote" ) {
       Kiv::parseFailed( fault, "none, local or remote" );
    }
-   HobaSim::linkEvent( port, state == "up" ? Interface::linkUp : Interface::linkDown,
+   HobaSim::linkEvent( port, state,
                        fault == "none"    ? HobaTypes::faultNone
                        : fault == "local" ? HobaTypes::faultLocal
                                           : HobaTypes::faultRemote );

@@ -30,6 +30,8 @@ idOf( Request const & request, char const * argument ) {
 }
 // The argument `port`, a port of this switch.
 Pelt::EthIntfId portIdOf( Switch & sw, Request const & request );
+// The argument `state`, up or down.
+Interface::LinkStatus linkStatusOf( Request const & request );
 // Adds a command that brings an event from outside.
 void addInput( Commands & commands, Switch & sw, char const * name, char const * help,
                std::vector< Argument > arguments,

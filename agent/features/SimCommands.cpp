@@ -21,6 +21,15 @@ portIdOf( Switch & sw, Request const & request ) {
    return intf;
 }
 
+Interface::LinkStatus
+linkStatusOf( Request const & request ) {
+   auto const state = request.text( "state" );
+   if( state != "up" && state != "down" ) {
+      Kiv::parseFailed( state, "up or down" );
+   }
+   return state == "up" ? Interface::linkUp : Interface::linkDown;
+}
+
 void
 addInput( Commands & commands, Switch & sw, char const * name, char const * help,
           std::vector< Argument > arguments, Datum ( *handler )( Switch &, Request const & ) ) {
@@ -42,14 +51,10 @@ portOf( Switch & sw, Request const & request ) {
 Datum
 simLink( Switch & sw, Request const & request ) {
    auto const port = portOf( sw, request );
-   auto const state = request.text( "state" );
-   if( state != "up" && state != "down" ) {
-      Kiv::parseFailed( state, "up or down" );
-   }
+   auto const state = linkStatusOf( request );
    // The chip reports what it sees of the cable.
-   HobaSim::linkEvent( portIdOf( sw, request ),
-                       state == "up" ? Interface::linkUp : Interface::linkDown );
-   port->linkUpIs( state == "up" );
+   HobaSim::linkEvent( portIdOf( sw, request ), state );
+   port->linkUpIs( state == Interface::linkUp );
    return {};
 }
 

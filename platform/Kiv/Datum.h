@@ -178,6 +178,10 @@ fromDatum( Datum const & datum ) {
       return static_cast< T >( integerFrom( datum, static_cast< Wide >( Limits::min() ),
                                             static_cast< Wide >( Limits::max() ) ) );
    } else if constexpr( RangedNumber< T > ) {
+      // Also as text, which is how keys and many files have it.
+      if( auto const * text = datum.as< String >() ) {
+         return T::parse( *text );
+      }
       return T( integerFrom( datum, std::numeric_limits< std::int64_t >::min(),
                              std::numeric_limits< std::int64_t >::max() ) );
    } else if constexpr( std::is_floating_point_v< T > ) {

@@ -90,14 +90,14 @@ TEST_F( KivReflect, readsAndWritesScalars ) {
    EXPECT_EQ( text( "text" ), "t" );
    EXPECT_EQ( text( "shape" ),
               "{\"label\": \"\", \"origin\": {\"x\": 1, \"y\": 0, \"colour\": \"green\"}, "
-              "\"share\": \"10\", \"filled\": false, \"scale\": 0.5}" );
+              "\"share\": 10, \"filled\": false, \"scale\": 0.5}" );
    EXPECT_EQ( text( "peer" ), "none" );
    node->peerIs( make< Leaf >( "other" ) );
    EXPECT_EQ( text( "peer" ), "other" );
 
    EXPECT_EQ( setRefusal( "a", Datum( "x" ) ),
               "\"x\" is not a whole number from -2147483648 to 2147483647" );
-   EXPECT_EQ( setRefusal( "shape", Datum( Object{ { "share", "0" } } ) ),
+   EXPECT_EQ( setRefusal( "shape", Datum( Object{ { "share", 0 } } ) ),
               "share: Example::Percent::value < 1 or > 100 not allowed" );
    EXPECT_EQ( setRefusal( "peer", Datum( "leaf" ) ), "a reference to an entity cannot be written" );
 }
