@@ -285,7 +285,6 @@ TEST_F( EventQueueSmTest, cleanupMayDropTheLastReference ) {
 
    // From inside a handler, with events left.
    sm = Hoba::smIs< ChipSm >( data, queue, dir );
-   status = sm->eventStatus();
    start();
    toggle( 3 );
    then = [ machine = std::exchange( sm, nullptr ).get() ] { machine->cleanup(); };
@@ -303,8 +302,8 @@ TEST_F( EventQueueSmTest, anotherMachineTakesOverInTheMiddleOfADrain ) {
    toggle( 3 );
    then = [ & ] {
       other->runningIs( true );
-      then = nullptr;
       Hoba::newEventIs( linkEvent( port2, Interface::linkUp ) );
+      then = nullptr;
    };
    driver.run();
    EXPECT_EQ( Hoba::eventSm().get(), other.get() );
@@ -324,10 +323,16 @@ TEST_F( EventQueueSmTest, throwingAndMarkingInTheMiddleOfADrain ) {
    };
    EXPECT_THROW( driver.run(), std::runtime_error );
    EXPECT_EQ( waiting(), 3u ) << "the event is lost, and no other";
+   using QueueWatcher = Watcher< Hoba::HobaEventQueue, Hoba::HobaEventQueue::eventAttr >;
+   auto onQueue = Hoba::smIs< QueueWatcher >( queue );
+   onQueue->then = [] { throw std::runtime_error( "nor here" ); };
+   EXPECT_THROW( driver.run(), std::runtime_error );
+   EXPECT_EQ( waiting(), 2u );
+   onQueue = nullptr;
    then = [ & ] { sm->kivDoZombieReactors( true ); };
    EXPECT_EQ( driver.run(), 1u );
-   EXPECT_EQ( heard.size(), 3u );
-   EXPECT_EQ( waiting(), 2u );
+   EXPECT_EQ( heard.size(), 4u );
+   EXPECT_EQ( waiting(), 1u );
    EXPECT_EQ( driver.run(), 0u );
 }
 
