@@ -1,0 +1,419 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Tables that processes of one switch share: keyed records, written by one process and read by any
+// number of others, without locks.
+//
+//    Glim::TableWriter< FecId, FecToHwFecId > writer( "hwFecId", { .lifetime = Glim::Lifetime::stays } );
+//    writer.is( fecId, record );      // readers can read it at once
+//    writer.commit();                 // readers that sleep wake up
+//
+//    Glim::TableReader< FecId, FecToHwFecId > reader( "hwFecId" );
+//    if( reader.attach() ) { reader.get( fecId, record ); }
+//    reader.poll( [ & ]( FecId const & key ) { ... } );   // what changed, in order
+//
+// One writer: a second one is refused. When a writer dies, in the middle of whatever, its table stays
+// as it is, readers go on reading, and the next writer completes what had been begun. What is()
+// returned from has happened; what it was killed in has happened wholly or not at all.
+//
+// Readers are told which keys changed, each change in order, deletions too; what the key has by then
+// is for them to read. A reader that falls more than the table's number of changes behind is told to
+// resynchronise: it reads everything again, and nothing is skipped silently.
+//
+// Writers and readers are for one thread each; any number of them in any number of processes.
+
+#include "Glim/TableReaderCore.h"
+#include "Glim/TableWriterCore.h"
+
+#include <array>
+#include <cstring>
+
+namespace Glim {
+
+// A key or a record as whole words; what the last one has too many is zero.
+template< class T >
+using WordsOf = std::array< std::uint64_t, Layout::wordsOf( sizeof( T ) ) >;
+
+template< class T >
+WordsOf< T >
+toWords( T const & value ) {
+   WordsOf< T > words{};
+   std::memcpy( words.data(), &value, sizeof( T ) );
+   return words;
+}
+
+template< class T >
+void
+fromWords( T & value, WordsOf< T > const & words ) {
+   std::memcpy( static_cast< void * >( &value ), words.data(), sizeof( T ) );
+}
+
+// The other side may be at them: never more than a word at a time, and the order is the caller's.
+template< std::size_t n >
+void
+loadWords( std::array< std::uint64_t, n > & words, Layout::Word const * from ) {
+   for( std::size_t i = 0; i != n; ++i ) {
+      words[ i ] = from[ i ].load( std::memory_order_relaxed );
+   }
+}
+template< std::size_t n >
+void
+storeWords( Layout::Word * to, std::array< std::uint64_t, n > const & words ) {
+   for( std::size_t i = 0; i != n; ++i ) {
+      to[ i ].store( words[ i ], std::memory_order_relaxed );
+   }
+}
+template< std::size_t n >
+bool
+equalWords( Layout::Word const * there, std::array< std::uint64_t, n > const & words ) {
+   std::uint64_t different = 0;
+   for( std::size_t i = 0; i != n; ++i ) {
+      different |= there[ i ].load( std::memory_order_relaxed ) ^ words[ i ];
+   }
+   return different == 0;
+}
+
+template< class Key, class Record >
+struct TableShape {
+   static constexpr std::size_t keyWords = Layout::wordsOf( sizeof( Key ) );
+   static constexpr std::size_t recordWords = Layout::wordsOf( sizeof( Record ) );
+   static constexpr std::size_t slotBytes = Layout::slotBytesOf( sizeof( Key ), sizeof( Record ) );
+
+   static Layout::Word * keyOf( Layout::Word * slot ) { return slot + 1; }
+   static Layout::Word * recordOf( Layout::Word * slot ) { return slot + 1 + keyWords; }
+   static std::uint64_t hashOf( WordsOf< Key > const & key ) {
+      return Layout::hashOf( key.data(), keyWords );
+   }
+};
+
+template< TableKey Key, TableRecord Record >
+class TableWriter : public TableWriterCore {
+   using Shape = TableShape< Key, Record >;
+
+ public:
+   // Makes the table, or goes on with the one that is there. Throws Error as TableWriterCore.
+   explicit TableWriter( std::string const & table, WriterOptions const & options = {} )
+         : TableWriterCore( table, schemaOf< Key, Record >(), options ) {}
+
+   // Inserts or replaces; returns whether that changed anything. What changes nothing tells nobody.
+   // Throws Error when there is no memory for one more row: the table is as it was then.
+   bool is( Key const & key, Record const & record ) {
+      auto const keyWords = toWords( key );
+      auto const recordWords = toWords( record );
+      auto found = find( keyWords );
+      if( found.there ) {
+         if( equalWords( Shape::recordOf( found.slot ), recordWords ) ) {
+            return false;
+         }
+      } else if( !found.reuses && full() ) {
+         makeRoom();
+         found = find( keyWords );
+      }
+      put( found, keyWords, recordWords );
+      return true;
+   }
+
+   // Removes; returns whether it was there.
+   bool del( Key const & key ) {
+      auto const keyWords = toWords( key );
+      auto const found = find( keyWords );
+      if( found.there ) {
+         journalIs( found, Layout::operationDel, keyWords, {} );
+         auto const word = found.slot->load( std::memory_order_relaxed );
+         found.slot->store( word | Layout::writing, std::memory_order_release );
+         std::atomic_thread_fence( std::memory_order_release );
+         found.slot->store( ( word & ~( Layout::live | Layout::writing ) ) + Layout::oneVersion,
+                            std::memory_order_release );
+         rowsIs( rows() - 1 );
+         announce( keyWords );
+      }
+      return found.there;
+   }
+
+   void delAll() {
+      forEach( [ & ]( Key const & key, Record const & ) { del( key ); } );
+   }
+
+   // Tells readers that something about the key changed, though the record did not.
+   void notify( Key const & key ) { announce( toWords( key ) ); }
+
+   // Whether it is there; `record` is left alone otherwise.
+   bool get( Key const & key, Record & record ) const {
+      auto const found = const_cast< TableWriter * >( this )->find( toWords( key ) );
+      if( found.there ) {
+         WordsOf< Record > words;
+         loadWords( words, Shape::recordOf( found.slot ) );
+         fromWords( record, words );
+      }
+      return found.there;
+   }
+   bool has( Key const & key ) const {
+      return const_cast< TableWriter * >( this )->find( toWords( key ) ).there;
+   }
+
+   // Every row, in no particular order. `use` may write and delete rows that are there; what it
+   // inserts may or may not be visited.
+   template< class Use >
+   void forEach( Use && use ) const {
+      for( std::uint64_t i = 0; i != slots(); ++i ) {
+         auto * const slot = slotAt( i, Shape::slotBytes );
+         if( slot->load( std::memory_order_relaxed ) & Layout::live ) {
+            WordsOf< Key > keyWords;
+            WordsOf< Record > recordWords;
+            loadWords( keyWords, Shape::keyOf( slot ) );
+            loadWords( recordWords, Shape::recordOf( slot ) );
+            Key key;
+            Record record;
+            fromWords( key, keyWords );
+            fromWords( record, recordWords );
+            use( key, record );
+         }
+      }
+   }
+
+ private:
+   struct Found {
+      Layout::Word * slot = nullptr;
+      std::uint64_t index = 0;
+      bool there = false;
+      bool reuses = false; // the place of a deleted row
+   };
+
+   // The slot of the key, or the one that it would get.
+   Found find( WordsOf< Key > const & key ) {
+      Found place;
+      for( auto i = Shape::hashOf( key ) >> shift();; i = ( i + 1 ) & ( slots() - 1 ) ) {
+         auto * const slot = slotAt( i, Shape::slotBytes );
+         auto const word = slot->load( std::memory_order_relaxed );
+         if( word & Layout::live ) {
+            if( equalWords( Shape::keyOf( slot ), key ) ) {
+               return { slot, i, true, false };
+            }
+         } else if( word == 0 ) {
+            return place.slot ? place : Found{ slot, i, false, false };
+         } else if( !place.slot ) {
+            place = { slot, i, false, true };
+         }
+      }
+   }
+
+   void put( Found const & found, WordsOf< Key > const & key, WordsOf< Record > const & record ) {
+      journalIs( found, Layout::operationPut, key, record );
+      auto const word = found.slot->load( std::memory_order_relaxed );
+      // The journal before it, the content behind it.
+      found.slot->store( word | Layout::writing, std::memory_order_release );
+      std::atomic_thread_fence( std::memory_order_release );
+      storeWords( Shape::keyOf( found.slot ), key );
+      storeWords( Shape::recordOf( found.slot ), record );
+      found.slot->store( ( word | Layout::live ) + Layout::oneVersion, std::memory_order_release );
+      if( !found.there ) {
+         rowsIs( rows() + 1 );
+         usedIs( used() + ( found.reuses ? 0 : 1 ) );
+      }
+      announce( key );
+   }
+
+   void journalIs( Found const & found, Layout::Operation operation, WordsOf< Key > const & key,
+                   WordsOf< Record > const & record ) {
+      auto & entry = journal();
+      auto const sequence = entry.sequence.load( std::memory_order_relaxed );
+      entry.sequence.store( sequence + 1, std::memory_order_relaxed );
+      std::atomic_thread_fence( std::memory_order_release );
+      entry.epoch.store( epoch(), std::memory_order_relaxed );
+      entry.slot.store( found.index, std::memory_order_relaxed );
+      entry.operation.store( operation, std::memory_order_relaxed );
+      entry.change.store( changes(), std::memory_order_relaxed );
+      auto * const words = reinterpret_cast< Layout::Word * >( &entry + 1 );
+      storeWords( words, key );
+      storeWords( words + Shape::keyWords, record );
+      entry.sequence.store( sequence + 2, std::memory_order_release );
+   }
+
+   void announce( WordsOf< Key > const & key ) {
+      auto const change = beginChange();
+      storeWords( changeAt( change, 8 * Shape::keyWords ), key );
+      endChange( change );
+   }
+};
+
+template< TableKey Key, TableRecord Record >
+class TableReader : public TableReaderCore {
+   using Shape = TableShape< Key, Record >;
+
+ public:
+   // Attaches to nothing yet. Throws Error for a name that is none.
+   explicit TableReader( std::string const & table, ReaderOptions const & options = {} )
+         : TableReaderCore( table, schemaOf< Key, Record >(), options ) {}
+
+   // Whether the row is there; `record` is left alone otherwise. False while not attached. Throws
+   // Error when the table was cut off under the reader's feet.
+   bool get( Key const & key, Record & record ) {
+      auto const keyWords = toWords( key );
+      WordsOf< Record > recordWords;
+      if( !find( keyWords, recordWords ) ) {
+         return false;
+      }
+      fromWords( record, recordWords );
+      return true;
+   }
+   bool has( Key const & key ) {
+      WordsOf< Record > recordWords;
+      return find( toWords( key ), recordWords );
+   }
+
+   // Every row, in no particular order: each that is there from the beginning of the walk to its
+   // end at least once (twice only if the table grew twice meanwhile). Throws as get().
+   template< class Use >
+   void forEach( Use && use ) {
+      if( !attached() ) {
+         return;
+      }
+      auto walk = beginWalk();
+      while( goOn( walk ) ) {
+         WordsOf< Key > keyWords;
+         WordsOf< Record > recordWords;
+         if( copy( walk.slot, walk.index, walk.epoch, keyWords, recordWords ) == Copied::row &&
+             stillThere( walk ) ) {
+            Key key;
+            Record record;
+            fromWords( key, keyWords );
+            fromWords( record, recordWords );
+            use( key, record );
+         }
+      }
+   }
+
+   // Calls onChange( key ) for what changed since the last time, in order, at most `most` times.
+   // Returns what the reader has to do besides; see Poll. Throws as get().
+   template< class OnChange >
+   Poll poll( OnChange && onChange, std::uint64_t most = ~std::uint64_t( 0 ) ) {
+      std::array< WordsOf< Key >, 64 > batch;
+      auto result = beginPoll();
+      while( result != Poll::resynchronise && result != Poll::gone && most ) {
+         auto const count = std::min< std::uint64_t >( { waiting(), batch.size(), most } );
+         if( count == 0 ) {
+            break;
+         }
+         for( std::uint64_t i = 0; i != count; ++i ) {
+            loadWords( batch[ i ], changeAt( cursor() + i, 8 * Shape::keyWords ) );
+         }
+         if( !takeChanges( count ) ) {
+            return resynchronise();
+         }
+         result = Poll::changed;
+         most -= count;
+         for( std::uint64_t i = 0; i != count; ++i ) {
+            Key key;
+            fromWords( key, batch[ i ] );
+            onChange( key );
+         }
+      }
+      return result;
+   }
+
+ private:
+   enum class Copied { none, row, again };
+
+   bool find( WordsOf< Key > const & key, WordsOf< Record > & record ) {
+      while( attached() ) {
+         if( epochNow() != epoch() ) [[unlikely]] {
+            refresh();
+            continue;
+         }
+         auto const found = probe( key, record );
+         // The memory may have become another region's meanwhile.
+         if( epochNow() == epoch() ) [[likely]] {
+            if( !found ) {
+               checkNotLost();
+            }
+            return found;
+         }
+      }
+      return false;
+   }
+
+   bool probe( WordsOf< Key > const & key, WordsOf< Record > & record ) {
+      auto const mask = slots() - 1;
+      auto i = Shape::hashOf( key ) >> shift();
+      for( std::uint64_t left = slots(); left != 0; ) {
+         auto * const slot = slotAt( i, Shape::slotBytes );
+         auto const word = slot->load( std::memory_order_acquire );
+         if( word == 0 ) {
+            return false;
+         }
+         if( ( word & ( Layout::live | Layout::writing ) ) == Layout::live ) [[likely]] {
+            if( equalWords( Shape::keyOf( slot ), key ) ) {
+               loadWords( record, Shape::recordOf( slot ) );
+               std::atomic_thread_fence( std::memory_order_acquire );
+               if( slot->load( std::memory_order_relaxed ) == word ) [[likely]] {
+                  return true;
+               }
+               continue;
+            }
+         } else if( word & Layout::writing ) {
+            WordsOf< Key > there;
+            auto const copied = copyJournal( slot, word, i, epoch(), there, record );
+            if( copied == Copied::again ) {
+               continue;
+            }
+            if( copied == Copied::row && there == key ) {
+               return true;
+            }
+         }
+         i = ( i + 1 ) & mask;
+         --left;
+      }
+      return false;
+   }
+
+   // What is in the slot.
+   Copied copy( Layout::Word * slot, std::uint64_t index, std::uint64_t ofEpoch,
+                WordsOf< Key > & key, WordsOf< Record > & record ) {
+      while( true ) {
+         auto const word = slot->load( std::memory_order_acquire );
+         if( word & Layout::writing ) {
+            auto const copied = copyJournal( slot, word, index, ofEpoch, key, record );
+            if( copied != Copied::again ) {
+               return copied;
+            }
+            if( epochNow() != ofEpoch ) {
+               return Copied::none;
+            }
+         } else if( !( word & Layout::live ) ) {
+            return Copied::none;
+         } else {
+            loadWords( key, Shape::keyOf( slot ) );
+            loadWords( record, Shape::recordOf( slot ) );
+            std::atomic_thread_fence( std::memory_order_acquire );
+            if( slot->load( std::memory_order_relaxed ) == word ) {
+               return Copied::row;
+            }
+         }
+      }
+   }
+
+   // What the slot will have when the change that is under way is done. The writer may be dead, so
+   // nobody waits for it.
+   Copied copyJournal( Layout::Word * slot, std::uint64_t word, std::uint64_t index,
+                       std::uint64_t ofEpoch, WordsOf< Key > & key, WordsOf< Record > & record ) {
+      auto const & entry = journal();
+      auto const sequence = entry.sequence.load( std::memory_order_acquire );
+      bool const ours = !( sequence & 1 ) &&
+                        entry.slot.load( std::memory_order_relaxed ) == index &&
+                        entry.epoch.load( std::memory_order_relaxed ) == ofEpoch;
+      auto const operation = entry.operation.load( std::memory_order_relaxed );
+      auto const * const words = reinterpret_cast< Layout::Word const * >( &entry + 1 );
+      loadWords( key, words );
+      loadWords( record, words + Shape::keyWords );
+      std::atomic_thread_fence( std::memory_order_acquire );
+      if( !ours || entry.sequence.load( std::memory_order_relaxed ) != sequence ||
+          slot->load( std::memory_order_relaxed ) != word ) {
+         retried( true );
+         return Copied::again;
+      }
+      retried( false );
+      return operation == Layout::operationPut ? Copied::row : Copied::none;
+   }
+};
+
+} // namespace Glim

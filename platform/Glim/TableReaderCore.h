@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// What a reader of a table does whatever its rows are: see Table.h.
+
+#include "Glim/ReaderFile.h"
+#include "Glim/Segment.h"
+#include "Kiv/Text.h"
+
+#include <algorithm>
+
+namespace Glim {
+
+struct ReaderOptions {
+   // Who reads, for people who look at the table.
+   std::string reader = "reader";
+   // The table is of this process alone.
+   bool privateMemory = false;
+};
+
+// What a reader has to do after poll().
+enum class Poll {
+   nothing,       // nothing changed
+   changed,       // it was told what changed
+   resynchronise, // read everything again: it has just attached, or fell too far behind
+   gone,          // the table is no more; attach() finds the next one of that name
+};
+
+class TableReaderCore {
+ public:
+   TableReaderCore( TableReaderCore const & ) = delete;
+   TableReaderCore & operator=( TableReaderCore const & ) = delete;
+   ~TableReaderCore();
+
+   std::string const & table() const { return table_; }
+
+   // Whether the table is there, and can be read from now on. Throws Error for one that this reader
+   // cannot read: of another shape or version, damaged, or of a user that it does not trust (neither
+   // its own nor the superuser).
+   bool attach();
+   void detach();
+   bool attached() const { return static_cast< bool >( memory_ ); }
+
+   // Of the table, while attached.
+   std::uint64_t rows() const;
+   // The writer asks its readers to rest.
+   bool quiesced() const;
+   // Whether there is a writer at the moment.
+   bool written() const;
+   // Changes that poll() has still to tell, and how often it said resynchronise.
+   std::uint64_t behind() const { return attached() ? waiting() : 0; }
+   std::uint64_t resyncs() const { return resyncs_; }
+
+   // Sleeps until the writer commits, or changes the table's state, at most so many seconds; not at
+   // all when poll() has something to tell. Returns whether it has.
+   bool wait( Kiv::Seconds atMost );
+
+ protected:
+   TableReaderCore( std::string const & table, Schema const & schema,
+                    ReaderOptions const & options );
+
+   Layout::Header const & header() const {
+      return *reinterpret_cast< Layout::Header const * >( memory_.data() );
+   }
+   Layout::Journal const & journal() const {
+      return *reinterpret_cast< Layout::Journal const * >( memory_.data() + journalOffset_ );
+   }
+   std::uint64_t epochNow() const { return header().epoch.load( std::memory_order_acquire ); }
+   std::uint64_t epoch() const { return epoch_; }
+   std::uint64_t slots() const { return slots_; }
+   unsigned shift() const { return shift_; }
+   Layout::Word * slotAt( std::uint64_t index, std::size_t slotBytes ) const {
+      return reinterpret_cast< Layout::Word * >( memory_.data() + regionOffset_ +
+                                                 index * slotBytes );
+   }
+   // Looks where the region is now. Throws Error when it is nowhere.
+   void refresh();
+   // Throws Error when memory was cut off; the reader is detached then.
+   void checkNotLost();
+   // The same, and also when it is called again and again with no retried( false ) in between: a
+   // living writer cannot be that quick, so what is read is damaged.
+   void retried( bool again );
+
+   struct Walk {
+      std::uint64_t epoch = 0;
+      std::uint64_t offset = 0;
+      std::uint64_t slots = 0;
+      std::uint64_t index = 0;
+      std::uint64_t next = 0;
+      Layout::Word * slot = nullptr;
+   };
+   Walk beginWalk();
+   // Whether there is a next slot. Begins again when the region is no more.
+   bool goOn( Walk & walk );
+   // Whether what was copied out of the slot was the region's.
+   bool stillThere( Walk const & walk ) const {
+      std::atomic_thread_fence( std::memory_order_acquire );
+      return header().region[ walk.epoch % 2 ].epoch.load( std::memory_order_relaxed ) ==
+             walk.epoch;
+   }
+
+   Poll beginPoll();
+   Poll resynchronise();
+   std::uint64_t cursor() const { return cursor_; }
+   std::uint64_t waiting() const {
+      return header().changeHead.load( std::memory_order_acquire ) - cursor_;
+   }
+   Layout::Word const * changeAt( std::uint64_t change, std::size_t keyBytes ) const {
+      return reinterpret_cast< Layout::Word const * >( memory_.data() + ringOffset_ +
+                                                       ( change & ringMask_ ) * keyBytes );
+   }
+   // So many changes have been copied: false when some were overwritten meanwhile.
+   bool takeChanges( std::uint64_t count );
+
+ private:
+   Fd open() const;
+   void map( std::uint64_t bytes );
+   bool readRegion( std::uint64_t epoch );
+   [[noreturn]] void fail( std::string const & text );
+   bool somethingToTell() const;
+
+   std::string const table_;
+   std::string const what_; // for messages
+   Schema const schema_;
+   ReaderOptions const options_;
+   Fd fd_;
+   Mapping memory_;
+   ReaderFile file_;
+   std::uint64_t journalOffset_ = 0;
+   std::uint64_t ringOffset_ = 0;
+   std::uint64_t ringMask_ = 0;
+   std::uint64_t slotBytes_ = 0;
+   std::uint64_t regionOffset_ = 0;
+   std::uint64_t epoch_ = 0;
+   std::uint64_t slots_ = 1;
+   unsigned shift_ = 0;
+   std::uint64_t cursor_ = 0;
+   std::uint64_t resyncs_ = 0;
+   std::uint64_t retries_ = 0;
+   bool fresh_ = false; // nothing was read since it attached
+};
+
+} // namespace Glim
