@@ -151,8 +151,8 @@ class TableWriter : public TableWriterCore {
       return const_cast< TableWriter * >( this )->find( toWords( key ) ).there;
    }
 
-   // Every row, in no particular order. `use` may write and delete rows that are there; what it
-   // inserts may or may not be visited.
+   // Every row, in no particular order. `use` may write and delete rows that are there; it must not
+   // insert others, for which the rows may have to move.
    template< class Use >
    void forEach( Use && use ) const {
       for( std::uint64_t i = 0; i != slots(); ++i ) {

@@ -266,8 +266,12 @@ TableWriterCore::make( Schema const & schema, WriterOptions const & options ) {
 // Memory that is not there would end the process when it is written.
 void
 TableWriterCore::reserve( std::uint64_t offset, std::uint64_t bytes ) {
-   if( int const error = ::posix_fallocate( fd_.get(), static_cast< off_t >( offset ),
-                                            static_cast< off_t >( bytes ) ) ) {
+   int error = EINTR;
+   while( error == EINTR ) {
+      error = ::posix_fallocate( fd_.get(), static_cast< off_t >( offset ),
+                                 static_cast< off_t >( bytes ) );
+   }
+   if( error ) {
       fail( "no memory for " + std::to_string( bytes ) + " bytes more: " + std::strerror( error ) );
    }
 }
