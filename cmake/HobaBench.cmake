@@ -15,6 +15,7 @@ if(PkgConfig_FOUND)
   pkg_check_modules(SIGC QUIET IMPORTED_TARGET sigc++-2.0)
   pkg_check_modules(LTTNG_UST QUIET IMPORTED_TARGET lttng-ust)
   pkg_check_modules(LIBEVENT QUIET IMPORTED_TARGET libevent)
+  pkg_check_modules(LMDB QUIET IMPORTED_TARGET lmdb)
 endif()
 
 # name of the definition | the #include that asks for it | targets
@@ -25,7 +26,8 @@ set(hobaBenchPeers
   "SPDLOG|spdlog/|spdlog::spdlog"
   "SIGC|sigc\\+\\+/|PkgConfig::SIGC"
   "LTTNG_UST|lttng/|PkgConfig::LTTNG_UST"
-  "LIBEVENT|event2?/|PkgConfig::LIBEVENT")
+  "LIBEVENT|event2?/|PkgConfig::LIBEVENT"
+  "LMDB|lmdb\\.h|PkgConfig::LMDB")
 
 function(hoba_bench source)
   cmake_path(GET source STEM name)
