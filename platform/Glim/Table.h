@@ -27,6 +27,7 @@
 
 #include <array>
 #include <cstring>
+#include <utility>
 
 namespace Glim {
 
@@ -48,28 +49,43 @@ fromWords( T & value, WordsOf< T > const & words ) {
    std::memcpy( static_cast< void * >( &value ), words.data(), sizeof( T ) );
 }
 
+// Calls use( i ) for each of n words; without a loop where they are few, which they mostly are.
+template< std::size_t n, class Use >
+void
+eachWord( Use const & use ) {
+   if constexpr( n <= 16 ) {
+      [ & ]< std::size_t... i >( std::index_sequence< i... > ) {
+         ( use( i ), ... );
+      }( std::make_index_sequence< n >{} );
+   } else {
+      for( std::size_t i = 0; i != n; ++i ) {
+         use( i );
+      }
+   }
+}
+
 // The other side may be at them: never more than a word at a time, and the order is the caller's.
 template< std::size_t n >
 void
 loadWords( std::array< std::uint64_t, n > & words, Layout::Word const * from ) {
-   for( std::size_t i = 0; i != n; ++i ) {
+   eachWord< n >( [ & ]( std::size_t i ) {
       words[ i ] = from[ i ].load( std::memory_order_relaxed );
-   }
+   } );
 }
 template< std::size_t n >
 void
 storeWords( Layout::Word * to, std::array< std::uint64_t, n > const & words ) {
-   for( std::size_t i = 0; i != n; ++i ) {
+   eachWord< n >( [ & ]( std::size_t i ) {
       to[ i ].store( words[ i ], std::memory_order_relaxed );
-   }
+   } );
 }
 template< std::size_t n >
 bool
 equalWords( Layout::Word const * there, std::array< std::uint64_t, n > const & words ) {
    std::uint64_t different = 0;
-   for( std::size_t i = 0; i != n; ++i ) {
+   eachWord< n >( [ & ]( std::size_t i ) {
       different |= there[ i ].load( std::memory_order_relaxed ) ^ words[ i ];
-   }
+   } );
    return different == 0;
 }
 
