@@ -5,6 +5,7 @@
 //
 //    callHook< &StormControlSmHelper::setHwRate >( *helper, levelType, intf, parent, speed, threshold );
 
+#include "Kiv/Datum.h"
 #include "Kiv/Reactor.h"
 
 namespace Hoba {
@@ -15,7 +16,7 @@ hookArgument( T const & argument ) {
    if constexpr( std::is_base_of_v< Kiv::Entity, T > ) {
       return argument.name();
    } else {
-      return Kiv::toText( argument );
+      return Kiv::datumText( Kiv::toDatum( argument ) ); // shorter than the printed form of values
    }
 }
 

@@ -55,7 +55,8 @@ struct Count {
 using MaxRank = Rank< 96 >;
 
 enum class AttributeKind : std::uint8_t {
-   scalar, counter, set, map, counters, keyed, ordered, queue, stack, child, children
+   scalar, counter, set, map, counters, keyed, ordered, queue, stack, child, children,
+   table // rows that stand outside of the entity: they are read here, and written by its machine
 };
 
 struct AttributeId {

@@ -70,6 +70,9 @@ class Datum {
          value_;
 };
 
+// A datum as one line of text for people: strings bare, objects and lists as in JSON.
+String datumText( Datum const & datum );
+
 // What a type looks like as a datum, for messages and for readers that have only text.
 enum class DatumShape : std::uint8_t { boolean, integer, number, string, structure };
 

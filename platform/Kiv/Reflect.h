@@ -88,8 +88,6 @@ class EntityReflection {
 String describeAttribute( Entity const & entity, AttributeId const & id, void const * key );
 // The value of the attribute, or of the member `key`, as text; empty when the member is gone.
 String describeValue( Entity const & entity, AttributeId const & id, void const * key );
-// A datum as one line of text for people: strings bare, objects and lists as in JSON.
-String datumText( Datum const & datum );
 
 // ----------------------------------------------------------------------------------------------
 
@@ -143,7 +141,7 @@ listDatum( List const & list ) {
 template< class Map, class Key >
 std::optional< Datum >
 memberDatum( Map const & map, Key const & key ) {
-   auto const * value = map.find( key );
+   auto const value = map.find( key );
    return value ? std::optional( toDatum( *value ) ) : std::nullopt;
 }
 
@@ -170,14 +168,26 @@ template< class E, unsigned i >
 class ScalarInfo final : public InfoBase< E, i, AttributeInfo > {
    using Base = InfoBase< E, i, AttributeInfo >;
    using typename Base::Value;
+   static constexpr bool writable =
+         requires( E & entity, Value const & value ) { E::kivPut( Count< i >{}, entity, value ); };
 
  public:
    constexpr ScalarInfo() : Base( "", datumShape< Value >() ) {}
    Datum get( Entity const & entity ) const override { return toDatum( Base::stored( entity ) ); }
-   void set( Entity & entity, Datum const & value ) const override {
-      E::kivPut( Count< i >{}, Base::typed( entity ), fromDatum< Value >( value ) );
+   void set( [[maybe_unused]] Entity & entity, Datum const & value ) const override {
+      if constexpr( writable ) {
+         E::kivPut( Count< i >{}, Base::typed( entity ), fromDatum< Value >( value ) );
+      } else {
+         this->notWritable( "from outside" );
+      }
    }
-   void check( Datum const & value ) const override { fromDatum< Value >( value ); }
+   void check( Datum const & value ) const override {
+      if constexpr( writable ) {
+         fromDatum< Value >( value );
+      } else {
+         this->notWritable( "from outside" );
+      }
+   }
 };
 
 // Queues and stacks.
@@ -210,11 +220,15 @@ class KeyedInfo : public InfoBase< E, i, Middle > {
    String checkKey( std::string_view key ) const override { return toText( keyFrom( key ) ); }
    bool delMember( Entity & entity, std::string_view key ) const override {
       auto const typedKey = keyFrom( key );
-      bool const there = Base::stored( entity ).has( typedKey );
-      if( there ) {
-         E::kivErase( Count< i >{}, Base::typed( entity ), typedKey );
+      if constexpr( requires { E::kivErase( Count< i >{}, Base::typed( entity ), typedKey ); } ) {
+         bool const there = Base::stored( entity ).has( typedKey );
+         if( there ) {
+            E::kivErase( Count< i >{}, Base::typed( entity ), typedKey );
+         }
+         return there;
+      } else {
+         this->notWritable( "by member" );
       }
-      return there;
    }
    String keyText( void const * key ) const override {
       return toText( *static_cast< Key const * >( key ) );
@@ -248,12 +262,15 @@ class MapInfo final : public KeyedInfo< E, i, CollectionInfo > {
    using Base = KeyedInfo< E, i, CollectionInfo >;
    using typename Base::Value;
 
-   // A value that brings its key with it must bring the one that it is filed under.
+   // A value that brings its key with it must bring the one that it is filed under, and gets that if
+   // it brings none.
    static Value valueFrom( typename Base::Key const & key, Datum const & datum ) {
       auto value = fromDatum< Value >( datum );
       if constexpr( Base::A::fixedKind == AttributeKind::keyed ) {
-         auto const & own = E::kivKeyOf( Count< i >{}, value );
-         if( !( own == key ) ) {
+         auto & own = const_cast< typename Base::Key & >( E::kivKeyOf( Count< i >{}, value ) );
+         if( own == typename Base::Key{} ) {
+            own = key;
+         } else if( !( own == key ) ) {
             keysDiffer( toText( own ), toText( key ) );
          }
       }
@@ -276,6 +293,19 @@ class MapInfo final : public KeyedInfo< E, i, CollectionInfo > {
    }
    void checkMember( std::string_view key, Datum const & value ) const override {
       valueFrom( Base::keyFrom( key ), value );
+   }
+};
+
+// What is read here only.
+template< class E, unsigned i >
+class TableInfo final : public KeyedInfo< E, i, AttributeInfo > {
+   using Base = KeyedInfo< E, i, AttributeInfo >;
+
+ public:
+   constexpr TableInfo() : Base( datumShape< typename Base::Value >() ) {}
+   Datum get( Entity const & entity ) const override { return mapDatum( Base::stored( entity ) ); }
+   std::optional< Datum > member( Entity const & entity, std::string_view key ) const override {
+      return memberDatum( Base::stored( entity ), Base::keyFrom( key ) );
    }
 };
 
@@ -345,6 +375,8 @@ makeInfo() {
       return ChildInfo< E, i >();
    } else if constexpr( kind == children ) {
       return ChildrenInfo< E, i >();
+   } else if constexpr( kind == table ) {
+      return TableInfo< E, i >();
    } else {
       return MapInfo< E, i >();
    }
