@@ -64,7 +64,10 @@ checkName( std::string const & table ) {
    if( table.empty() || table.size() >= sizeof( Layout::Header::table ) ||
        !std::all_of( table.begin(), table.end(), isNameCharacter ) || table[ 0 ] == '-' ||
        table[ 0 ] == '.' ) {
-      throw Error( "\"" + table.substr( 0, 80 ) +
+      auto shown = table.substr( 0, 80 );
+      std::replace_if(
+            shown.begin(), shown.end(), []( char c ) { return c < ' ' || c > '~'; }, '?' );
+      throw Error( "\"" + shown +
                    "\" is no name of a table: expected 1 to 63 of A-Z a-z 0-9 _ - ., not beginning "
                    "with - or ." );
    }
