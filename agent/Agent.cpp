@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/Agent.h"
 
+#include "Glim/Loop.h"
 #include "agent/DatabaseCommands.h"
 #include "agent/TraceCommands.h"
 #include "agent/common/File.h"
@@ -8,6 +9,8 @@
 
 #include <csignal>
 #include <cstdio>
+
+#include <sys/epoll.h>
 
 namespace HobaAgent {
 
@@ -32,6 +35,8 @@ Agent::Agent( AgentOptions const & options ) : recorder_( recordedEvents ) {
    loop_.stopOn( { SIGINT, SIGTERM } );
    // Next, so that a second agent does not get as far as the hardware.
    server_ = std::make_unique< Server >( loop_, commands_, options.socket );
+   auto & tables = Glim::Loop::instance();
+   loop_.fdIs( tables.fd(), EPOLLIN, [ &tables ]( std::uint32_t ) { tables.run(); } );
    addDatabaseCommands( commands_, database_, loop_ );
    addTraceCommands( commands_, recorder_ );
    features_ = std::make_unique< Features >(

@@ -54,6 +54,11 @@ class TableReaderCore {
    // Sleeps until the writer commits, or changes the table's state, at most so many seconds; not at
    // all when poll() has something to tell. Returns whether it has.
    bool wait( Kiv::Seconds atMost );
+   // The header, with the bell in it, in a mapping of its own: for a thread that listens for this
+   // reader. Only while attached. Throws Error if the system refuses.
+   Mapping mapHeader() const {
+      return Mapping( fd_.get(), sizeof( Layout::Header ), false, what_.c_str() );
+   }
 
  protected:
    TableReaderCore( std::string const & table, Schema const & schema,

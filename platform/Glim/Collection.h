@@ -1,0 +1,421 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Shared tables as attributes of entities:
+//
+//    class FecToHwFecIdTable : public Kiv::Entity {
+//       KIV_ENTITY( Hoba::FecToHwFecIdTable );
+//       GLIM_COLLECTION( FecToHwFecId, FecId, key, hwFecId );
+//       ...
+//
+// declares a collection of records that carry their key in the member `key`:
+//
+//    hwFecId( key )          a copy of the record; a default one if it is not there
+//    hwFecIdHas( key )
+//    hwFecIdForEach( use )   use( key, record ) for every row, in no particular order. `use` may do
+//                            anything: write, delete, detach. The keys are copied first.
+//    hwFecIdIs( record )     inserts or replaces
+//    hwFecIdDel( key )
+//    hwFecIdDelAll()
+//    hwFecIdNotify( key )    tells of a key whose record did not change
+//    hwFecIdControl()        the control object: CollectionControl below
+//    hwFecIdMountStatus(), hwFecIdQuiesced(), hwFecIdResyncs()
+//                            attributes of their own, read only; reactors hear of their changes
+//    hwFecIdNotifyMountStatus(), hwFecIdNotifyQuiesced( bool ), hwFecIdNotifyResynchronise()
+//                            virtual: called when these changed, they tell the reactors
+//
+// An entity has the writer of a table, or a reader, or nothing yet: what is not attached is empty.
+// Writing takes a writer: otherwise it throws Error, and nothing has changed.
+//
+// Reactors name hwFecIdAttr in their handlers, as with any keyed attribute. Their first pass walks
+// the rows that are there. Afterwards handlers run with each changed key, in order:
+//  - at the writer inside of the write, if it changed anything, and for all rows of a table that was
+//    there already when the writer attached;
+//  - at a reader from the event loop (Loop.h), for all rows when it attached, then for what changed.
+//
+// A reader that fell too far behind is told to resynchronise. Handlers then run for every row that is
+// there, and for every key that this program has seen there before and that is gone. So a machine
+// whose handler does nothing but read the state of its key is right again by itself. The same happens
+// when the reader attaches again, to the next table of that name or to another. While there is none
+// handlers hear the mount status and nothing else: whether rows of a peer that restarts are to be
+// forgotten is for them to decide.
+//
+// What that costs, at readers only: the collection remembers each key that was read (found there, or
+// visited by a walk) until it has told that the key changed. That is a hash set of keys, and one
+// look into it for each read that finds its row. During a resynchronisation there is also a list of
+// all keys. Who reads millions of rows and needs no notification uses a TableReader.
+//
+// Tables are written and read in the thread of the event loop.
+
+#include "Glim/Loop.h"
+#include "Glim/Table.h"
+#include "Kiv/Entity.h"
+
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace Glim {
+
+KIV_ENUM( MountStatus, std::uint8_t, notAttached, awaitingTable, tableUnreadable, readingTable,
+          writingTable );
+
+enum class CollectionEvent { changed, mountStatus, quiesced, resynchronise };
+
+// What a collection does whatever its rows are.
+class CollectionControl {
+ public:
+   CollectionControl( CollectionControl const & ) = delete;
+   CollectionControl & operator=( CollectionControl const & ) = delete;
+
+   // Writes that table from now on. Throws Error as TableWriter, and if it is attached already.
+   void attachWriter( std::string const & table, WriterOptions const & options = {} );
+   // Reads that table from now on, or from when it appears. Throws Error if the name is none, and if
+   // it is attached already; a table that cannot be read is a mount status, and is tried again.
+   void attachReader( std::string const & table, ReaderOptions const & options = {} );
+   // A writer closes its table. Nothing if not attached.
+   void detach();
+
+   MountStatus const & mountStatus() const { return status_; }
+   // Rows can be read.
+   bool mounted() const { return status_ == readingTable || status_ == writingTable; }
+   // Empty while not attached.
+   std::string const & table() const { return table_; }
+   // Why the table is unreadable; empty if it is not.
+   std::string const & fault() const { return fault_; }
+
+   // Of a writer. The event loop commits once a turn, so that commit() is for who cannot wait. The
+   // hook runs first in every commit that has something to commit; it may be set at any time.
+   void commit();
+   void commitHookIs( std::function< void() > hook );
+   // Asks the readers to rest, or to go on: they are told. Throws Error without a writer.
+   void quiescedIs( bool quiesced );
+
+   bool const & quiesced() const { return quiesced_; }
+   std::uint64_t rows() const;
+   // Of a reader: changes that it has still to tell, and how often it was told to resynchronise
+   // because it fell behind.
+   std::uint64_t behind() const;
+   std::uint64_t const & resyncs() const { return resyncs_; }
+
+ protected:
+   using Heard = void( Kiv::Entity & entity, CollectionEvent event, void const * key );
+   CollectionControl( Kiv::Entity & entity, Heard * heard, char const * name )
+         : entity_( entity ), heard_( heard ), name_( name ) {}
+   virtual ~CollectionControl();
+
+   virtual std::shared_ptr< TableWriterCore > makeWriter( std::string const & table,
+                                                          WriterOptions const & options ) = 0;
+   virtual std::shared_ptr< TableReaderCore > makeReader( std::string const & table,
+                                                          ReaderOptions const & options ) = 0;
+   // Takes up to so many changes, to be told.
+   virtual Poll takeChanges( std::uint64_t most ) = 0;
+   // Takes all rows, and what was seen and is gone, instead of what has not been told.
+   virtual void takeAll() = 0;
+   // Remembers all rows as seen.
+   virtual void seeAll() = 0;
+   // How many keys have still to be told; tells the next.
+   virtual std::size_t untold() const = 0;
+   virtual void tellNext() = 0;
+   virtual void forgetUntold() = 0;
+
+   void notify( CollectionEvent event, void const * key = nullptr ) {
+      heard_( entity_, event, key );
+   }
+   // Throws Error without a writer.
+   void checkWriter() const {
+      if( !writer_ ) [[unlikely]] {
+         notWriter();
+      }
+   }
+   // To be committed in this turn of the event loop.
+   void wrote() {
+      if( !dirty_ ) {
+         dirty_ = true;
+         Loop::instance().wake();
+      }
+   }
+   // A reader's table turned out to be damaged in the middle of a read, which finds nothing then.
+   void damaged( Error const & error ) const;
+
+   // What runs while they are looked at may detach: who calls out holds a copy.
+   std::shared_ptr< TableWriterCore > writer_;
+   std::shared_ptr< TableReaderCore > reader_;
+
+ private:
+   friend class Loop;
+   // For the event loop: a reader tells up to so many keys.
+   void tell( std::uint64_t most );
+   bool hasMore() const;
+   bool waits() const { return status_ == awaitingTable || status_ == tableUnreadable; }
+
+   [[noreturn]] void notWriter() const;
+   void checkDetached() const;
+   bool tryMount();
+   void unmount( MountStatus next );
+   bool look( std::uint64_t most );
+
+   Kiv::Entity & entity_;
+   Heard * const heard_;
+   char const * const name_;
+   std::string table_;
+   mutable std::string fault_;
+   mutable bool damaged_ = false;
+   std::function< void() > hook_;
+   MountStatus status_ = notAttached;
+   bool quiesced_ = false;
+   bool dirty_ = false;
+   bool committing_ = false;
+   bool private_ = false;
+   bool fresh_ = false; // the reader has not told anything since it found its table
+   std::uint64_t resyncs_ = 0;
+   std::uint64_t bell_ = 0; // that the event loop listens to; 0 if none
+};
+
+// The storage behind the accessors: const, it looks like Kiv's keyed collections.
+template< TableKey KeyT, TableRecord RecordT >
+class Collection final : public CollectionControl {
+   using Writer = TableWriter< KeyT, RecordT >;
+   using Reader = TableReader< KeyT, RecordT >;
+
+ public:
+   using key_type = KeyT;
+   struct Member {
+      KeyT key;
+      RecordT value;
+   };
+
+   Collection( Kiv::Entity & entity, Heard * heard, char const * name )
+         : CollectionControl( entity, heard, name ) {}
+
+   std::optional< RecordT > find( KeyT const & key ) const {
+      std::optional< RecordT > record( std::in_place );
+      if( !read( [ & ]( auto & table ) { return table.get( key, *record ); } ) ) {
+         return std::nullopt;
+      }
+      saw( key );
+      return record;
+   }
+   RecordT get( KeyT const & key ) const {
+      auto record = find( key );
+      return record ? *record : RecordT();
+   }
+   bool has( KeyT const & key ) const {
+      bool const there = read( [ & ]( auto & table ) { return table.has( key ); } );
+      if( there ) {
+         saw( key );
+      }
+      return there;
+   }
+   std::size_t size() const { return static_cast< std::size_t >( rows() ); }
+
+   void is( KeyT key, RecordT const & record ) {
+      checkWriter();
+      if( writer().is( key, record ) ) {
+         wrote();
+         notify( CollectionEvent::changed, &key );
+      }
+   }
+   void del( KeyT key ) {
+      checkWriter();
+      if( writer().del( key ) ) {
+         wrote();
+         notify( CollectionEvent::changed, &key );
+      }
+   }
+   void touch( KeyT key ) {
+      checkWriter();
+      writer().notify( key );
+      wrote();
+      notify( CollectionEvent::changed, &key );
+   }
+   // What handlers insert meanwhile stays; when one of them detaches, so does the rest.
+   void delAll() {
+      checkWriter();
+      Kiv::Dispatch::Frame frame;
+      auto const mine = writer_;
+      for( auto const & key : allKeys() ) {
+         if( writer_ != mine ) {
+            return;
+         }
+         del( key );
+      }
+   }
+
+   // A walk over the rows that are there when it begins, less what is gone when it comes to them.
+   // The body may do anything.
+   class Walk {
+    public:
+      explicit Walk( Collection const & collection )
+            : collection_( &collection ), keys_( collection.allKeys() ) {
+         settle();
+      }
+      Member const & operator*() const { return member_; }
+      Walk & operator++() {
+         ++next_;
+         settle();
+         return *this;
+      }
+      bool operator==( std::default_sentinel_t ) const { return next_ == keys_.size(); }
+
+    private:
+      void settle() {
+         for( ; next_ != keys_.size(); ++next_ ) {
+            if( auto const record = collection_->find( keys_[ next_ ] ) ) {
+               member_ = { keys_[ next_ ], *record };
+               return;
+            }
+         }
+      }
+
+      Collection const * collection_;
+      std::vector< KeyT > keys_;
+      std::size_t next_ = 0;
+      Member member_{};
+   };
+   Walk begin() const { return Walk( *this ); }
+   std::default_sentinel_t end() const { return {}; }
+
+   template< class Use >
+   void forEach( Use && use ) const {
+      Kiv::Dispatch::Frame frame;
+      for( auto const & [ key, record ] : *this ) {
+         use( key, record );
+      }
+   }
+
+ private:
+   Writer & writer() const { return static_cast< Writer & >( *writer_ ); }
+   Reader & reader() const { return static_cast< Reader & >( *reader_ ); }
+
+   template< class Read >
+   bool read( Read && from ) const {
+      if( writer_ ) {
+         return from( writer() );
+      }
+      try {
+         return reader_ && from( reader() );
+      } catch( Error const & error ) {
+         damaged( error );
+         return false;
+      }
+   }
+   void saw( KeyT const & key ) const {
+      if( reader_ ) {
+         seen_.insert( key );
+      }
+   }
+
+   std::vector< KeyT > allKeys() const {
+      std::vector< KeyT > keys;
+      keys.reserve( size() );
+      read( [ & ]( auto & table ) {
+         table.forEach( [ & ]( KeyT const & key, RecordT const & ) { keys.push_back( key ); } );
+         return true;
+      } );
+      return keys;
+   }
+
+   std::shared_ptr< TableWriterCore > makeWriter( std::string const & table,
+                                                  WriterOptions const & options ) override {
+      return std::make_shared< Writer >( table, options );
+   }
+   std::shared_ptr< TableReaderCore > makeReader( std::string const & table,
+                                                  ReaderOptions const & options ) override {
+      return std::make_shared< Reader >( table, options );
+   }
+   Poll takeChanges( std::uint64_t most ) override {
+      return reader().poll( [ & ]( KeyT const & key ) { untold_.push_back( key ); }, most );
+   }
+   void takeAll() override {
+      forgetUntold();
+      untold_ = allKeys();
+      for( auto const & key : seen_ ) {
+         if( !read( [ & ]( auto & table ) { return table.has( key ); } ) ) {
+            untold_.push_back( key );
+         }
+      }
+   }
+   void seeAll() override {
+      for( auto const & key : allKeys() ) {
+         seen_.insert( key );
+      }
+   }
+   std::size_t untold() const override { return untold_.size() - nextUntold_; }
+   void tellNext() override {
+      KeyT const key = untold_[ nextUntold_++ ];
+      if( nextUntold_ == untold_.size() ) {
+         forgetUntold();
+      }
+      seen_.erase( key );
+      notify( CollectionEvent::changed, &key );
+   }
+   // The memory of a long list goes, that of a turn's stays.
+   void forgetUntold() override {
+      untold_.clear();
+      nextUntold_ = 0;
+      if( untold_.capacity() > 4 * Loop::keysPerTurn ) {
+         untold_.shrink_to_fit();
+      }
+   }
+
+   mutable Kiv::HashSet< KeyT > seen_;
+   std::vector< KeyT > untold_;
+   std::size_t nextUntold_ = 0;
+};
+
+} // namespace Glim
+
+// An attribute that the collection keeps: it is read here, and written nowhere else.
+#define GLIM_STATUS_( T, attr, from )                                                              \
+   static constexpr ::Kiv::Attribute< KivSelf, void, T, ::Kiv::AttributeKind::scalar,              \
+                                      KIV_COUNT_NOW >                                              \
+         attr##Attr{ #attr };                                                                      \
+   static constexpr auto const & kivAttribute( KIV_POSITION( attr ) ) { return attr##Attr; }       \
+   static auto const & kivGet( KIV_POSITION( attr ), KivSelf const & self ) { return self.from; }  \
+   T attr() const { return from; }                                                                 \
+   KIV_NEXT( attr );
+
+// The records' type, the type of their key, the member that holds it, and the collection's name.
+#define GLIM_COLLECTION( Record, Key, keyMember, attr )                                            \
+ private:                                                                                          \
+   static void attr##Heard_( ::Kiv::Entity & kivEntity, ::Glim::CollectionEvent kivEvent,          \
+                             void const * kivKey ) {                                               \
+      auto & kivSelf = static_cast< KivSelf & >( kivEntity );                                      \
+      switch( kivEvent ) {                                                                         \
+       case ::Glim::CollectionEvent::changed:                                                      \
+         return kivSelf.kivChanged( attr##Attr, kivKey );                                          \
+       case ::Glim::CollectionEvent::mountStatus:                                                  \
+         return kivSelf.attr##NotifyMountStatus();                                                 \
+       case ::Glim::CollectionEvent::quiesced:                                                     \
+         return kivSelf.attr##NotifyQuiesced( kivSelf.attr##_.quiesced() );                        \
+       case ::Glim::CollectionEvent::resynchronise:                                                \
+         return kivSelf.attr##NotifyResynchronise();                                               \
+      }                                                                                            \
+   }                                                                                               \
+   ::Glim::Collection< Key, Record > attr##_{ *this, &KivSelf::attr##Heard_, #attr };              \
+                                                                                                   \
+ public:                                                                                           \
+   KIV_DESCRIBE( table, Key, Record, attr )                                                        \
+   KIV_NEXT( attr );                                                                               \
+   GLIM_STATUS_( ::Glim::MountStatus, attr##MountStatus, attr##_.mountStatus() )                   \
+   GLIM_STATUS_( bool, attr##Quiesced, attr##_.quiesced() )                                        \
+   GLIM_STATUS_( ::std::uint64_t, attr##Resyncs, attr##_.resyncs() )                               \
+   Record attr( Key const & key ) const { return attr##_.get( key ); }                             \
+   bool attr##Has( Key const & key ) const { return attr##_.has( key ); }                          \
+   template< class KivUse >                                                                        \
+   void attr##ForEach( KivUse && use ) const {                                                     \
+      attr##_.forEach( use );                                                                      \
+   }                                                                                               \
+   void attr##Is( Record const & record ) { attr##_.is( record.keyMember, record ); }              \
+   void attr##Del( Key const & key ) { attr##_.del( key ); }                                       \
+   void attr##DelAll() { attr##_.delAll(); }                                                       \
+   void attr##Notify( Key const & key ) { attr##_.touch( key ); }                                  \
+   ::Glim::CollectionControl & attr##Control() { return attr##_; }                                 \
+   ::Glim::CollectionControl const & attr##Control() const { return attr##_; }                     \
+   virtual void attr##NotifyMountStatus() { this->kivChanged( attr##MountStatusAttr ); }           \
+   virtual void attr##NotifyQuiesced( bool ) { this->kivChanged( attr##QuiescedAttr ); }           \
+   virtual void attr##NotifyResynchronise() { this->kivChanged( attr##ResyncsAttr ); }             \
+   static_assert( true )
