@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
@@ -40,13 +41,25 @@ read( std::string const & path, ReaderFile::Content & content ) {
    return whole && content.magic == ReaderFile::magic;
 }
 
+// Whether the reader of that file is no more. One that was killed while it wrote the file left only
+// its number in the name.
+bool
+isDead( std::string const & path, std::size_t baseBytes ) {
+   ReaderFile::Content content;
+   if( read( path, content ) ) {
+      return !processRuns( content.pid, content.start );
+   }
+   auto const pid = std::strtoull( path.c_str() + baseBytes, nullptr, 10 );
+   return pid != 0 && pid <= 0x7fffffff && processStart( static_cast< std::uint32_t >( pid ) ) == 0;
+}
+
 void
 removeDead( std::string const & table ) {
+   auto const baseBytes = pathOf( table ).size() + std::strlen( ".reader." );
    for( auto const & path : pathsOf( table ) ) {
-      ReaderFile::Content content;
       struct stat status {};
-      if( ::lstat( path.c_str(), &status ) == 0 && status.st_uid == ::geteuid() &&
-          read( path, content ) && !processRuns( content.pid, content.start ) ) {
+      if( ::lstat( path.c_str(), &status ) == 0 && S_ISREG( status.st_mode ) &&
+          status.st_uid == ::geteuid() && isDead( path, baseBytes ) ) {
          ::unlink( path.c_str() );
       }
    }
