@@ -305,7 +305,8 @@ class TableReader : public TableReaderCore {
    Poll poll( OnChange && onChange, std::uint64_t most = ~std::uint64_t( 0 ) ) {
       std::array< WordsOf< Key >, 64 > batch;
       auto result = beginPoll();
-      while( result != Poll::resynchronise && result != Poll::gone && most ) {
+      // onChange() may detach.
+      while( result != Poll::resynchronise && result != Poll::gone && most && attached() ) {
          auto const count = std::min< std::uint64_t >( { waiting(), batch.size(), most } );
          if( count == 0 ) {
             break;
