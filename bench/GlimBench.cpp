@@ -109,6 +109,7 @@ readAll( benchmark::State & state, Load load, auto const & get ) {
    eachOf( state, rowCount );
 }
 
+// Elsewhere: the other process is as busy, but with rows that nobody reads.
 void
 readTable( benchmark::State & state, Task meanwhile ) {
    other->make( rowCount, ringOf1Mi );
@@ -236,9 +237,10 @@ awaken( benchmark::State & state, Task sleep, auto const & write ) {
       taken.push_back( now() - begin );
       state.SetIterationTime( taken.back() );
    }
-   auto const middle = taken.begin() + static_cast< std::ptrdiff_t >( taken.size() / 2 );
-   std::nth_element( taken.begin(), middle, taken.end() );
-   state.counters[ "median" ] = *middle;
+   std::sort( taken.begin(), taken.end() );
+   state.counters[ "median" ] = taken[ taken.size() / 2 ];
+   state.counters[ "p90" ] = taken[ taken.size() * 9 / 10 ];
+   state.counters[ "p99" ] = taken[ taken.size() * 99 / 100 ];
    other->begin( Task::rest );
    write( ++value ); // it looks at what it is told when it is awake
    other->await();
