@@ -40,8 +40,11 @@ CollectionControl::attachWriter( std::string const & table, WriterOptions const 
    status_ = writingTable;
    notify( CollectionEvent::mountStatus );
    if( writer_ == made ) {
-      takeAll();
-      while( untold() ) {
+      beginAll();
+      while( writer_ == made && ( untold() || left() ) ) {
+         if( untold() == 0 ) {
+            takeSome( Loop::keysPerTurn );
+         }
          tellNext();
       }
    }
@@ -165,8 +168,11 @@ CollectionControl::tell( std::uint64_t most ) {
    if( reader_ != mine || ( mine && ( status_ != readingTable || !look( most ) ) ) ) {
       return;
    }
-   // A handler that detaches leaves nothing to be told. A writer has something left only if a
-   // handler threw when it attached.
+   // A writer has something left only if a handler threw when it attached.
+   if( writer_ && untold() == 0 && left() ) {
+      takeSome( most );
+   }
+   // Whoever detaches leaves nothing to be told.
    for( ; most != 0 && untold() && reader_ == mine; --most ) {
       tellNext();
    }
@@ -180,10 +186,14 @@ CollectionControl::look( std::uint64_t most ) {
    bool quiesced = false;
    try {
       if( !damaged_ && untold() == 0 ) {
-         result = takeChanges( most );
-      }
-      if( result == Poll::resynchronise ) {
-         takeAll();
+         // Changes do not hold up the rows of a resynchronisation, nor these the changes.
+         result = takeChanges( left() ? most / 2 : most );
+         if( result == Poll::resynchronise ) {
+            beginAll();
+         }
+         if( result != Poll::gone && left() ) {
+            takeSome( most - untold() );
+         }
       }
       quiesced = mine->quiesced();
    } catch( Error const & error ) {
@@ -244,7 +254,7 @@ CollectionControl::behind() const {
 
 bool
 CollectionControl::hasMore() const {
-   return mounted() && ( damaged_ || behind() != 0 );
+   return mounted() && ( damaged_ || behind() != 0 || left() != 0 );
 }
 
 } // namespace Glim

@@ -34,7 +34,8 @@
 //  - at a reader from the event loop (Loop.h), for all rows when it attached, then for what changed.
 //
 // A reader that fell too far behind is told to resynchronise. Handlers then run for every row that is
-// there, and for every key that this program has seen there before and that is gone. So a machine
+// there, and for every key that this program has seen there before and that is gone, a part in each
+// turn of the event loop, and for what changes meanwhile. So a machine
 // whose handler does nothing but read the state of its key is right again by itself. The same happens
 // when the reader attaches again, to the next table of that name or to another. While there is none
 // handlers hear the mount status and nothing else: whether rows of a peer that restarts are to be
@@ -42,11 +43,12 @@
 //
 // What that costs, at readers only: the collection remembers each key that was read (found there, or
 // visited by a walk) until it has told that the key changed. That is a hash set of keys, and one
-// look into it for each read that finds its row. During a resynchronisation there is also a list of
-// all keys. Who reads millions of rows and needs no notification uses a TableReader.
+// look into it for each read that finds its row. Who reads millions of rows and needs no notification
+// uses a TableReader.
 //
 // Tables are written and read in the thread of the event loop.
 
+#include "Glim/KeySet.h"
 #include "Glim/Loop.h"
 #include "Glim/Table.h"
 #include "Kiv/Entity.h"
@@ -110,13 +112,17 @@ class CollectionControl {
                                                           WriterOptions const & options ) = 0;
    virtual std::shared_ptr< TableReaderCore > makeReader( std::string const & table,
                                                           ReaderOptions const & options ) = 0;
-   // Takes up to so many changes, to be told.
+   // A reader takes up to so many changes, to be told.
    virtual Poll takeChanges( std::uint64_t most ) = 0;
-   // Takes all rows, and what was seen and is gone, instead of what has not been told.
-   virtual void takeAll() = 0;
+   // All rows are to be told, and what was seen and is gone, instead of what has not been told.
+   virtual void beginAll() = 0;
+   // Takes up to so many keys of those.
+   virtual void takeSome( std::uint64_t most ) = 0;
+   // What of those has not been taken, or not told that it is gone: 0 if it is all over.
+   virtual std::uint64_t left() const = 0;
    // Remembers all rows as seen.
    virtual void seeAll() = 0;
-   // How many keys have still to be told; tells the next.
+   // How many keys have been taken and not been told; tells the next.
    virtual std::size_t untold() const = 0;
    virtual void tellNext() = 0;
    virtual void forgetUntold() = 0;
@@ -179,6 +185,8 @@ template< TableKey KeyT, TableRecord RecordT >
 class Collection final : public CollectionControl {
    using Writer = TableWriter< KeyT, RecordT >;
    using Reader = TableReader< KeyT, RecordT >;
+   // Passing an empty slot costs that much less than telling a key.
+   static constexpr std::uint64_t slotsPerKey = 64;
 
  public:
    using key_type = KeyT;
@@ -329,15 +337,26 @@ class Collection final : public CollectionControl {
    Poll takeChanges( std::uint64_t most ) override {
       return reader().poll( [ & ]( KeyT const & key ) { untold_.push_back( key ); }, most );
    }
-   void takeAll() override {
-      forgetUntold();
-      untold_ = allKeys();
-      for( auto const & key : seen_ ) {
-         if( !read( [ & ]( auto & table ) { return table.has( key ); } ) ) {
-            untold_.push_back( key );
-         }
+   // What is told after the walk has not been told in it, so it is gone.
+   void beginAll() override {
+      clearUntold();
+      before_.merge( seen_ );
+      if( reader_ ) {
+         reader().restart( walk_ );
+      } else {
+         walk_ = {};
+         untold_ = allKeys();
       }
    }
+   void takeSome( std::uint64_t most ) override {
+      if( walk_.left ) {
+         reader().forSome( walk_, slotsPerKey * most, most,
+                           [ & ]( KeyT const & key ) { untold_.push_back( key ); } );
+         return;
+      }
+      before_.some( most, [ & ]( KeyT const & key ) { untold_.push_back( key ); } );
+   }
+   std::uint64_t left() const override { return mounted() ? walk_.left + before_.size() : 0; }
    void seeAll() override {
       for( auto const & key : allKeys() ) {
          seen_.insert( key );
@@ -347,13 +366,18 @@ class Collection final : public CollectionControl {
    void tellNext() override {
       KeyT const key = untold_[ nextUntold_++ ];
       if( nextUntold_ == untold_.size() ) {
-         forgetUntold();
+         clearUntold();
       }
       seen_.erase( key );
+      before_.erase( key );
       notify( CollectionEvent::changed, &key );
    }
-   // The memory of a long list goes, that of a turn's stays.
    void forgetUntold() override {
+      walk_ = {};
+      clearUntold();
+   }
+   // The memory of a long list goes, that of a turn's stays.
+   void clearUntold() {
       untold_.clear();
       nextUntold_ = 0;
       if( untold_.capacity() > 4 * Loop::keysPerTurn ) {
@@ -361,7 +385,11 @@ class Collection final : public CollectionControl {
       }
    }
 
-   mutable Kiv::HashSet< KeyT > seen_;
+   // Keys that were found since they were told last; of those, the ones that were found before the
+   // present resynchronisation, as long as it has not told them.
+   mutable KeySet< KeyT > seen_;
+   KeySet< KeyT > before_;
+   typename Reader::Place walk_;
    std::vector< KeyT > untold_;
    std::size_t nextUntold_ = 0;
 };

@@ -299,6 +299,49 @@ class TableReader : public TableReaderCore {
       }
    }
 
+   // A walk in parts, for who must not be held up by a large table.
+   struct Place {
+      std::uint64_t epoch = 0;
+      std::uint64_t next = 0;
+      std::uint64_t left = 0; // slots to be visited; 0: the walk is over
+   };
+   // From now on every row that is there has still to be visited, beginning where the walk is.
+   void restart( Place & place ) {
+      if( attached() && epochNow() != epoch() ) {
+         refresh();
+      }
+      place = { epoch(), place.epoch == epoch() ? place.next : 0, attached() ? slots() : 0 };
+   }
+   // Calls use( key ) for the next rows, at most so many, in at most so many slots. Each row that is
+   // there from the restart to the end is visited, some twice if the table grew. Throws as get().
+   template< class Use >
+   void forSome( Place & place, std::uint64_t mostSlots, std::uint64_t mostRows, Use && use ) {
+      for( ; attached() && place.left && mostSlots && mostRows; --mostSlots ) {
+         if( epochNow() != epoch() ) {
+            refresh();
+         }
+         if( place.epoch != epoch() ) {
+            place = { epoch(), 0, slots() };
+         }
+         WordsOf< Key > keyWords;
+         WordsOf< Record > recordWords;
+         auto const copied = copy( slotAt( place.next, Shape::slotBytes ), place.next, place.epoch,
+                                   keyWords, recordWords );
+         // Else the memory may have become another region's.
+         if( epochNow() == place.epoch ) {
+            place.next = ( place.next + 1 ) & ( slots() - 1 );
+            --place.left;
+            if( copied == Copied::row ) {
+               --mostRows;
+               Key key;
+               fromWords( key, keyWords );
+               use( key );
+            }
+         }
+      }
+      checkNotLost();
+   }
+
    // Calls onChange( key ) for what changed since the last time, in order, at most `most` times.
    // Returns what the reader has to do besides; see Poll. Throws as get().
    template< class OnChange >

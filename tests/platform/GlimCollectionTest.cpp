@@ -278,6 +278,48 @@ TEST_P( GlimCollection, aTurnIsBoundedAndEverybodyHasOne ) {
    }
 }
 
+// The rows of a large table and what changes meanwhile share the turns, also when the reader falls
+// behind again in the middle, and when the table grows.
+TEST_P( GlimCollection, resynchronisesInParts ) {
+   writerOptions.changes = 256;
+   writerOptions.rows = 64;
+   auto const writer = writerEntity();
+   auto const reader = readerEntity();
+   auto const reading = machine( reader );
+   uint64_t const keys = 4000;
+   auto const write = [ & ]( uint64_t from, uint64_t to, uint64_t value ) {
+      for( uint64_t key = from; key != to; ++key ) {
+         writer->hwFecIdIs( { key, value } );
+      }
+   };
+   write( 0, keys, 1 );
+   runAll();
+   EXPECT_EQ( reading->state.size(), keys );
+   for( uint64_t key = 0; key < keys; key += 2 ) {
+      writer->hwFecIdDel( key );
+   }
+   reading->take();
+   for( uint64_t turn = 0; turn != 40; ++turn ) {
+      ASSERT_TRUE( readable( 0 ) );
+      Glim::Loop::instance().run();
+      auto const log = reading->take();
+      EXPECT_LE( log.size(), Glim::Loop::keysPerTurn + 1 );
+      auto const mark = std::to_string( keys + turn );
+      if( turn != 0 && turn != 10 && turn != 20 ) {
+         EXPECT_NE( std::find( log.begin(), log.end(), mark ), log.end() );
+      }
+      if( turn == 9 ) {
+         write( 0, 600, 3 ); // behind again
+      } else if( turn == 19 ) {
+         write( 2 * keys, 4 * keys, 4 ); // and again, in a larger table
+      }
+      writer->hwFecIdIs( { keys + turn + 1, 2 } );
+   }
+   runAll();
+   EXPECT_EQ( reading->state, stateOf( *writer ) );
+   EXPECT_EQ( reader->hwFecIdResyncs(), 3u );
+}
+
 TEST_P( GlimCollection, readersHearOfMountsAndOfQuiescence ) {
    auto const reader = entity();
    auto const reading = machine( reader );
@@ -358,7 +400,9 @@ TEST_P( GlimCollection, aWriterGoesOnWithATableThatStays ) {
 
    auto const next = entity();
    auto const writing = machine( next );
-   next->hwFecIdControl().attachWriter( table, writerOptions );
+   writing->actions[ "1" ] = [] { throw Kiv::Exception( "not now" ); };
+   EXPECT_THROW( next->hwFecIdControl().attachWriter( table, writerOptions ), Kiv::Exception );
+   runAll(); // the rest of the rows
    EXPECT_EQ( writing->state, ( State{ { 1, 10 }, { 2, 20 } } ) );
    next->hwFecIdIs( { 3, 30 } );
    runAll();
