@@ -72,7 +72,9 @@ constexpr std::array aliases{
 
 KindInfo const &
 info( Kind kind ) {
-   return kindInfos[ static_cast< std::size_t >( kind ) ];
+   // Ids that come out of memory which others write may have any kind.
+   auto const place = static_cast< std::size_t >( kind );
+   return kindInfos[ place < kindInfos.size() ? place : 0 ];
 }
 
 bool
