@@ -122,14 +122,29 @@ OtherProcess::run() {
 void
 OtherProcess::perform() {
    switch( control_->task ) {
-      case Task::make: fill(); break;
-      case Task::changeTable: change( control_->first, true ); break;
-      case Task::changeRaw: change( control_->first, false ); break;
-      case Task::updateTable: update( true ); break;
-      case Task::updateRaw: update( false ); break;
-      case Task::sleepOnTable: sleepOnTable(); break;
-      case Task::sleepOnWord: sleepOnWord(); break;
-      default: break;
+   case Task::make:
+      fill();
+      break;
+   case Task::changeTable:
+      change( control_->first, true );
+      break;
+   case Task::changeRaw:
+      change( control_->first, false );
+      break;
+   case Task::updateTable:
+      update( true );
+      break;
+   case Task::updateRaw:
+      update( false );
+      break;
+   case Task::sleepOnTable:
+      sleepOnTable();
+      break;
+   case Task::sleepOnWord:
+      sleepOnWord();
+      break;
+   default:
+      break;
    }
 }
 

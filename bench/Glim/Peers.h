@@ -49,7 +49,8 @@ class SharedFile {
       if( fd < 0 || ( writes && ::ftruncate( fd, static_cast< off_t >( bytes ) ) != 0 ) ) {
          throw std::runtime_error( path + ": " + std::strerror( errno ) );
       }
-      data_ = ::mmap( nullptr, bytes, writes ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED, fd, 0 );
+      data_ = ::mmap( nullptr, bytes, writes ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED, fd,
+                      0 );
       ::close( fd );
       if( data_ == MAP_FAILED ) {
          throw std::bad_alloc();
