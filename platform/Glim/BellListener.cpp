@@ -32,9 +32,7 @@ waitFor( std::atomic< std::uint32_t > const & word, std::uint32_t value, std::ui
 
 } // namespace
 
-BellListener::~BellListener() {
-   stop();
-}
+BellListener::~BellListener() { stop(); }
 
 void
 BellListener::add( std::uint64_t id, Mapping header ) {
@@ -56,7 +54,8 @@ bool
 BellListener::del( std::uint64_t id ) {
    {
       std::lock_guard const guard( mutex_ );
-      if( std::erase_if( entries_, [ & ]( Entry const & entry ) { return entry.id == id; } ) == 0 ) {
+      if( std::erase_if( entries_, [ & ]( Entry const & entry ) { return entry.id == id; } ) ==
+          0 ) {
          return false;
       }
       disturb();

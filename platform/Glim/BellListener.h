@@ -28,8 +28,8 @@ class BellListener {
    BellListener( BellListener const & ) = delete;
    BellListener & operator=( BellListener const & ) = delete;
 
-   // Listens to the bell of the table whose header that is. `id` is the caller's name for it. Throws
-   // std::system_error if there is no thread to be had: nothing changed then.
+   // Listens to the bell of the table whose header that is. `id` is the caller's name for it.
+   // Throws std::system_error if there is no thread to be had: nothing changed then.
    void add( std::uint64_t id, Mapping header );
    // Returns whether it was here. Afterwards nobody touches that memory any more.
    bool del( std::uint64_t id );

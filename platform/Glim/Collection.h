@@ -29,24 +29,26 @@
 //
 // Reactors name hwFecIdAttr in their handlers, as with any keyed attribute. Their first pass walks
 // the rows that are there. Afterwards handlers run with each changed key, in order:
-//  - at the writer inside of the write, if it changed anything, and for all rows of a table that was
-//    there already when the writer attached;
-//  - at a reader from the event loop (Loop.h), for all rows when it attached, then for what changed.
+//  - at the writer inside of the write, if it changed anything, and for all rows of a table that
+//    was there already when the writer attached;
+//  - at a reader from the event loop (Loop.h), for all rows when it attached, then for what
+//    changed.
 //
-// A reader that fell too far behind is told to resynchronise. Handlers then run for every row that is
-// there, and for every key that this program has seen there before and that is gone, a part in each
-// turn of the event loop, and for what changes meanwhile. So a machine
-// whose handler does nothing but read the state of its key is right again by itself. The same happens
-// when the reader attaches again, to the next table of that name or to another. While there is none
-// handlers hear the mount status and nothing else: whether rows of a peer that restarts are to be
-// forgotten is for them to decide.
+// A reader that fell too far behind is told to resynchronise. Handlers then run for every row that
+// is there, and for every key that this program has seen there before and that is gone, a part in
+// each turn of the event loop, and for what changes meanwhile. So a machine whose handler does
+// nothing but read the state of its key is right again by itself. The same happens when the reader
+// attaches again, to the next table of that name or to another. While there is none handlers hear
+// the mount status and nothing else: whether rows of a peer that restarts are to be forgotten is
+// for them to decide.
 //
-// What that costs, at readers only: the collection remembers each key that was read (found there, or
-// visited by a walk) until it has told that the key changed. That is a hash set of keys, and one
-// look into it for each read that finds its row. Who reads millions of rows and needs no notification
-// uses a TableReader.
+// What that costs, at readers only: the collection remembers each key that was read (found there,
+// or visited by a walk) until it has told that the key changed. That is a hash set of keys, and one
+// look into it for each read that finds its row. Who reads millions of rows and needs no
+// notification uses a TableReader.
 //
-// Tables are written and read in the thread of the event loop.
+// Tables are written and read in the thread of the event loop. Readers of a private table hear of
+// what a collection writes there; what somebody else writes waits for the loop's next turn.
 
 #include "Glim/KeySet.h"
 #include "Glim/Loop.h"
@@ -72,10 +74,11 @@ class CollectionControl {
    CollectionControl( CollectionControl const & ) = delete;
    CollectionControl & operator=( CollectionControl const & ) = delete;
 
-   // Writes that table from now on. Throws Error as TableWriter, and if it is attached already.
+   // Writes that table from now on. Throws Error as TableWriter, and if it is attached already. What
+   // a handler throws about the rows passes through: it is attached then, and tells the rest later.
    void attachWriter( std::string const & table, WriterOptions const & options = {} );
-   // Reads that table from now on, or from when it appears. Throws Error if the name is none, and if
-   // it is attached already; a table that cannot be read is a mount status, and is tried again.
+   // Reads that table from now on, or from when it appears. Throws Error if the name is none, and
+   // if it is attached already; a table that cannot be read is a mount status, and is tried again.
    void attachReader( std::string const & table, ReaderOptions const & options = {} );
    // A writer closes its table. Nothing if not attached.
    void detach();
@@ -413,13 +416,13 @@ class Collection final : public CollectionControl {
                              void const * kivKey ) {                                               \
       auto & kivSelf = static_cast< KivSelf & >( kivEntity );                                      \
       switch( kivEvent ) {                                                                         \
-       case ::Glim::CollectionEvent::changed:                                                      \
+      case ::Glim::CollectionEvent::changed:                                                       \
          return kivSelf.kivChanged( attr##Attr, kivKey );                                          \
-       case ::Glim::CollectionEvent::mountStatus:                                                  \
+      case ::Glim::CollectionEvent::mountStatus:                                                   \
          return kivSelf.attr##NotifyMountStatus();                                                 \
-       case ::Glim::CollectionEvent::quiesced:                                                     \
+      case ::Glim::CollectionEvent::quiesced:                                                      \
          return kivSelf.attr##NotifyQuiesced( kivSelf.attr##_.quiesced() );                        \
-       case ::Glim::CollectionEvent::resynchronise:                                                \
+      case ::Glim::CollectionEvent::resynchronise:                                                 \
          return kivSelf.attr##NotifyResynchronise();                                               \
       }                                                                                            \
    }                                                                                               \

@@ -31,8 +31,8 @@ Loop::Loop() : event_( ::eventfd( 0, EFD_NONBLOCK | EFD_CLOEXEC ) ) {
 
 std::size_t
 Loop::collections() const {
-   return collections_.size() -
-          static_cast< std::size_t >( std::count( collections_.begin(), collections_.end(), nullptr ) );
+   return collections_.size() - static_cast< std::size_t >( std::count(
+                                      collections_.begin(), collections_.end(), nullptr ) );
 }
 
 std::size_t

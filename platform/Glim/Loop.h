@@ -3,10 +3,11 @@
 
 // What connects the collections of entities (Collection.h) with the event loop of the process:
 //
-//    loop.fdIs( Glim::Loop::instance().fd(), EPOLLIN, []( auto ) { Glim::Loop::instance().run(); } );
+//    auto & tables = Glim::Loop::instance();
+//    loop.fdIs( tables.fd(), EPOLLIN, [ &tables ]( auto ) { tables.run(); } );
 //
-// All collections belong to one thread, that of the event loop. A reader that waits for its table to
-// appear is asked again by a timer of the ambient clock driver.
+// All collections belong to one thread, that of the event loop. A reader that waits for its table
+// to appear is asked again by a timer of the ambient clock driver.
 
 #include "Glim/BellListener.h"
 #include "Glim/Segment.h"
@@ -36,9 +37,9 @@ class Loop {
    // Readable (level-triggered) while run() has something to do.
    int fd() const { return event_.get(); }
 
-   // One turn: every reader tells what changed, and then every writer that wrote commits. Whatever a
-   // handler or a commit hook throws passes through; the others have their turn in the next run().
-   // Nothing happens when it is called from inside of one of them.
+   // One turn: every reader tells what changed, and then every writer that wrote commits. Whatever
+   // a handler or a commit hook throws passes through; the others have their turn in the next
+   // run(). Nothing happens when it is called from inside of one of them.
    void run();
 
    // Attached collections, and bells that are listened to.

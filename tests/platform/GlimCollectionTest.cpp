@@ -3,6 +3,7 @@
 #include "Kiv/ClockDriver.h"
 #include "Kiv/Reactor.h"
 #include "Kiv/Reflect.h"
+#include "Tessera/Database.h"
 #include "platform/GlimFolder.h"
 
 #include <deque>
@@ -39,21 +40,17 @@ class Machine : public Kiv::PtrInterface, public Kiv::ReactorOwner {
  public:
    class KivAnswers : public Kiv::Reactor< KivAnswers, Answers, Machine > {
       void handleHwFecId( uint64_t const & key ) { owner().heardKey( *notifier(), key ); }
-      void handleMount() {
-         heard( "mount " + Kiv::toText( notifier()->hwFecIdMountStatus() ) );
-      }
-      void handleQuiesced() {
-         heard( notifier()->hwFecIdQuiesced() ? "quiesced" : "goes on" );
-      }
+      void handleMount() { heard( "mount " + Kiv::toText( notifier()->hwFecIdMountStatus() ) ); }
+      void handleQuiesced() { heard( notifier()->hwFecIdQuiesced() ? "quiesced" : "goes on" ); }
       void handleResyncs() { heard( "resynchronise" ); }
       void heard( std::string const & what ) { owner().heard( what ); }
 
     public:
-      static constexpr auto handlers =
-            Kiv::handlers( Kiv::on< Answers::hwFecIdAttr, &KivAnswers::handleHwFecId >(),
-                           Kiv::onChange< Answers::hwFecIdMountStatusAttr, &KivAnswers::handleMount >(),
-                           Kiv::onChange< Answers::hwFecIdQuiescedAttr, &KivAnswers::handleQuiesced >(),
-                           Kiv::onChange< Answers::hwFecIdResyncsAttr, &KivAnswers::handleResyncs >() );
+      static constexpr auto handlers = Kiv::handlers(
+            Kiv::on< Answers::hwFecIdAttr, &KivAnswers::handleHwFecId >(),
+            Kiv::onChange< Answers::hwFecIdMountStatusAttr, &KivAnswers::handleMount >(),
+            Kiv::onChange< Answers::hwFecIdQuiescedAttr, &KivAnswers::handleQuiesced >(),
+            Kiv::onChange< Answers::hwFecIdResyncsAttr, &KivAnswers::handleResyncs >() );
    };
 
    Machine() : PtrInterface( Lifetime::eventLoop ) {}
@@ -244,8 +241,8 @@ TEST_P( GlimCollection, aReaderThatFellBehindIsRightAgain ) {
    auto log = reading->take();
    EXPECT_EQ( log.front(), "resynchronise" );
    std::sort( log.begin(), log.end() );
-   EXPECT_EQ( log, ( Log{ "1", "10", "11", "2", "3", "4", "5", "6", "7", "8", "9",
-                          "resynchronise" } ) );
+   EXPECT_EQ( log,
+              ( Log{ "1", "10", "11", "2", "3", "4", "5", "6", "7", "8", "9", "resynchronise" } ) );
    EXPECT_EQ( reading->state, stateOf( *writer ) );
    EXPECT_EQ( reader->hwFecIdResyncs(), 1u );
 }
@@ -335,8 +332,7 @@ TEST_P( GlimCollection, readersHearOfMountsAndOfQuiescence ) {
    writer->hwFecIdIs( { 1, 10 } );
    // Nobody calls run(): the clock does.
    driver_.advance( Glim::Loop::retryInterval );
-   EXPECT_EQ( reading->take(),
-              ( Log{ "mount awaitingTable", "mount readingTable", "1" } ) );
+   EXPECT_EQ( reading->take(), ( Log{ "mount awaitingTable", "mount readingTable", "1" } ) );
    EXPECT_EQ( driver_.timers(), 0u );
 
    writer->hwFecIdControl().quiescedIs( true );
@@ -530,7 +526,9 @@ TEST_P( GlimCollection, isReadOnlyToWhoLooksFromOutside ) {
    auto const & info = [ & ]( char const * name ) -> Kiv::AttributeInfo const & {
       return *writer->fwkType().reflection()->attribute( name );
    };
-   auto const text = [ & ]( char const * name ) { return Kiv::datumText( info( name ).get( *writer ) ); };
+   auto const text = [ & ]( char const * name ) {
+      return Kiv::datumText( info( name ).get( *writer ) );
+   };
    auto const reader = readerEntity();
    EXPECT_EQ( text( "hwFecId" ), "{\"7\": {\"key\": 7, \"hwId\": 70}}" );
    EXPECT_EQ( info( "hwFecId" ).get( *reader ), info( "hwFecId" ).get( *writer ) );
@@ -544,6 +542,34 @@ TEST_P( GlimCollection, isReadOnlyToWhoLooksFromOutside ) {
    EXPECT_THROW( info( "hwFecIdQuiesced" ).check( true ), Kiv::ParseError );
    EXPECT_THROW( info( "hwFecIdQuiesced" ).set( *writer, true ), Kiv::ParseError );
    EXPECT_TRUE( writer->hwFecIdHas( 7 ) );
+}
+
+TEST_P( GlimCollection, standsInTheStateDatabase ) {
+   auto const writer = writerEntity();
+   writer->hwFecIdIs( { 7, 70 } );
+   auto const reader = readerEntity();
+   runAll();
+   Tessera::Database database;
+   database.mount( "/answers", reader, Tessera::Access::configuration );
+   Log heard;
+   database.watch( "/answers", [ & ]( Tessera::Path const & path, auto const & value ) {
+      heard.push_back( path.text() + " " + ( value ? Kiv::datumText( *value ) : "is gone" ) );
+   } );
+   EXPECT_EQ( database.get( "/answers/hwFecId/7/hwId" ), Kiv::Datum( uint64_t( 70 ) ) );
+   auto const all = database.get( "/" );
+   database.apply( all ); // it says what is so
+   for( auto const & use : std::initializer_list< std::function< void() > >{
+              [ & ] { database.set( "/answers/hwFecId/7/hwId", 71 ); },
+              [ & ] { database.set( "/answers/hwFecIdResyncs", 1 ); },
+              [ & ] { database.del( "/answers/hwFecId/7" ); } } ) {
+      EXPECT_NE( errorOf< Tessera::Error >( use ).find( "cannot be written" ), std::string::npos );
+   }
+   EXPECT_EQ( database.get( "/" ), all );
+   writer->hwFecIdIs( { 8, 80 } );
+   writer->hwFecIdDel( 7 );
+   runAll();
+   EXPECT_EQ( heard, ( Log{ "/answers/hwFecId/8 {\"key\": 8, \"hwId\": 80}",
+                            "/answers/hwFecId/7 is gone" } ) );
 }
 
 using GlimLoop = GlimCollection;
@@ -571,6 +597,34 @@ TEST_P( GlimLoop, hearsEveryBell ) {
       EXPECT_TRUE( runUntil( [ & ] { return each->otherControl().behind() == 0; } ) );
       each->otherControl().detach();
    }
+}
+
+// Somebody shortens the file under the reader's feet: no read fails, and no loop spins.
+TEST_P( GlimLoop, outlivesATableThatIsCutOff ) {
+   auto plain = std::make_unique< Glim::TableWriter< uint64_t, Answer > >( table );
+   for( uint64_t key = 0; key != 1000; ++key ) {
+      plain->is( key, { key, 1 } );
+   }
+   auto const reader = readerEntity();
+   auto const reading = machine( reader );
+   runAll();
+   EXPECT_EQ( reading->state.size(), 1000u );
+   reading->take();
+   ASSERT_EQ( ::truncate( Glim::pathOf( table ).c_str(), 4096 ), 0 );
+   for( uint64_t key = 0; key != 1000; ++key ) {
+      reader->hwFecId( key );
+   }
+   runAll();
+   EXPECT_EQ( reading->take(), Log{ "mount tableUnreadable" } );
+   EXPECT_NE( reader->hwFecIdControl().fault().find( table ), std::string::npos );
+   EXPECT_EQ( reader->hwFecId( 1 ), Answer() );
+   plain.reset();
+   writerOptions.replace = true;
+   auto const writer = writerEntity();
+   writer->hwFecIdIs( { 3, 30 } );
+   driver_.advance( Glim::Loop::retryInterval );
+   runAll();
+   EXPECT_EQ( reading->state, ( State{ { 3, 30 } } ) );
 }
 
 // The writer is another process, which knows nothing of the event loop here.
