@@ -6,6 +6,7 @@
 #include "agent/common/Json.h"
 #include "agent/hobactl/Connection.h"
 #include "agent/hobactl/Render.h"
+#include "agent/hobactl/Tables.h"
 
 #include <CLI/CLI.hpp>
 
@@ -94,17 +95,22 @@ class Tool {
    }
 
    void words( std::string const & command ) {
-      auto request = requestOf( command );
-      request.add( "words", Datum::Array( options_.words.begin(), options_.words.end() ) );
-      std::error_code unknown;
-      if( auto const directory = std::filesystem::current_path( unknown ); !unknown ) {
-         request.add( "directory", directory.string() );
+      if( command == "show" && isAboutTables( options_.words ) ) {
+         showTables( options_.words, options_.json, style_, out_ );
+      } else if( command == "help" ) {
+         help();
+      } else if( command == "show" && options_.words.empty() ) {
+         whatCanBeShown();
+      } else {
+         show( answerTo( command ) );
       }
-      show( connection().ask( request ) );
    }
 
-   // For the shell: one candidate a line, nothing if the agent cannot be asked.
+   // For the shell: one candidate a line; of the agent's nothing if it cannot be asked.
    void complete() {
+      for( auto const & word : nextWordsForTables( options_.value ) ) {
+         out_ << word << "\n";
+      }
       try {
          auto request = requestOf( "complete command" );
          request.add( "name", options_.value );
@@ -134,6 +140,33 @@ class Tool {
 
  private:
    Connection connection() const { return Connection( options_.socket, options_.timeout ); }
+
+   Datum answerTo( std::string const & command ) const {
+      auto request = requestOf( command );
+      request.add( "words", Datum::Array( options_.words.begin(), options_.words.end() ) );
+      std::error_code unknown;
+      if( auto const directory = std::filesystem::current_path( unknown ); !unknown ) {
+         request.add( "directory", directory.string() );
+      }
+      return connection().ask( request );
+   }
+
+   void whatCanBeShown() {
+      try {
+         show( answerTo( "show" ) );
+      } catch( Kiv::Exception const & error ) {
+         throw Kiv::Exception( std::string( error.what() ) + "; show tables needs no agent" );
+      }
+   }
+
+   // What needs no agent is explained without one, too.
+   void help() {
+      auto const & about = options_.words;
+      bool const ours = about.empty() || ( about.front() == "show" &&
+                                           ( about.size() == 1 || about[ 1 ] == "tables" ) );
+      auto const answer = ours && about.size() > 1 ? Datum() : answerTo( "help" );
+      show( ours ? withHelpForTables( answer ) : answer );
+   }
 
    Datum atPath( std::string_view command ) const {
       auto request = requestOf( command );
@@ -225,7 +258,9 @@ class CommandLine {
             ->check( CLI::Range( 0.001, 86400.0 ) )
             ->capture_default_str();
       addDatabase();
-      addWords( "show", "What the features have to tell; without words: what can be shown" );
+      addWords( "show",
+                "What the features have to tell, and the shared tables; without words: what "
+                "can be shown" );
       addWords( "logs", "System log messages, and their catalogue" );
       addWords( "verify", "Compare what the hardware holds with what it should" );
       addWords( "sim", "Events and faults for the simulated chip; without words: which ones" );

@@ -32,7 +32,7 @@ _hobactl() {
    local i command='' place=0 typed=()
    for (( i = 1; i < cword; ++i )); do
       case ${words[i]} in
-         --socket|--timeout|--handle|--levels|--text|--last|--enable|--tree|--export) (( ++i )) ;;
+         --socket|--timeout|--handle|--levels|--text|--last|--enable|--tree|--export|--dump) (( ++i )) ;;
          -*) ;;
          *) [[ -n $command ]] && (( ++place )) || command=${words[i]}
             typed+=( "${words[i]}" ) ;;
@@ -42,11 +42,13 @@ _hobactl() {
    case $prev in
       --socket|--export) compopt -o default 2>/dev/null; return ;;
       --tree) mapfile -t COMPREPLY < <( compgen -W 'on off 1' -- "$cur" ); return ;;
+      --dump) mapfile -t COMPREPLY < <( compgen -W "$( _hobactl_ask --command 'show tables' )" -- "$cur" ); return ;;
       --timeout|--handle|--levels|--last|--enable) return ;;
    esac
    if [[ $cur == -* ]]; then
       [[ $command == get ]] && options+=' --configuration'
       [[ $command == set ]] && options+=' --text'
+      [[ "${typed[*]}" == 'show tables' ]] && options+=' --dump'
       [[ $command == trace ]] && options+=' --handle --levels --text --last --follow --handles --enable --tree --export'
       mapfile -t COMPREPLY < <( compgen -W "$options" -- "$cur" )
    elif [[ -z $command ]]; then
