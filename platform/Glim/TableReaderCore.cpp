@@ -15,7 +15,7 @@ using namespace Layout;
 namespace {
 
 // Far more often than a living writer can get in the way.
-constexpr std::uint64_t maxRetries = 10'000'000;
+constexpr std::uint64_t maxRetries = 1'000'000;
 constexpr unsigned maxRefreshes = 100'000;
 
 std::uint64_t
@@ -63,6 +63,10 @@ TableReaderCore::attach() {
       return false;
    }
    map( sizeof( Header ) );
+   if( options_.privateMemory && header().magic.load( std::memory_order_acquire ) == 0 ) {
+      detach(); // likewise
+      return false;
+   }
    if( auto const fault = headerFault( header(), bytes, &schema_ ); !fault.empty() ) {
       fail( fault );
    }
@@ -129,6 +133,7 @@ TableReaderCore::readRegion( std::uint64_t epoch ) {
    }
    if( !std::has_single_bit( slots ) || slots < 2 || slots > maxSlots || offset % 8 != 0 ||
        offset < ringOffset_ || offset > maxSlots * maxRecordBytes ) {
+      checkNotLost();
       fail( "its header is damaged" );
    }
    if( auto const end = offset + slots * slotBytes_; end > memory_.bytes() ) {
@@ -174,6 +179,7 @@ TableReaderCore::goOn( Walk & walk ) {
       return false;
    }
    if( !stillThere( walk ) ) {
+      refresh();
       walk = beginWalk();
    }
    if( walk.next == walk.slots ) {
@@ -193,6 +199,9 @@ TableReaderCore::beginPoll() {
       return Poll::nothing;
    }
    checkNotLost();
+   if( header().magic.load( std::memory_order_relaxed ) != magic ) {
+      fail( "it was cut off while it was read" ); // what is left of its first page is zero
+   }
    if( header().state.load( std::memory_order_acquire ) == stateRemoved ) {
       detach();
       return Poll::gone;

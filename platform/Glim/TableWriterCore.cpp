@@ -33,6 +33,12 @@ fileBytes( int fd ) {
 }
 
 std::uint64_t
+reservedBytes( int fd ) {
+   struct stat status {};
+   return ::fstat( fd, &status ) == 0 ? static_cast< std::uint64_t >( status.st_blocks ) * 512 : 0;
+}
+
+std::uint64_t
 nanosecondsNow() {
    timespec now{};
    ::clock_gettime( CLOCK_REALTIME, &now );
@@ -90,7 +96,10 @@ TableWriterCore::~TableWriterCore() {
    try {
       close();
    } catch( ... ) {
-      // The hook's: the table is left as that of a writer that died.
+      // The hook's, or it was cut off: the table is left as that of a writer that died.
+      if( private_ ) {
+         PrivateTables::writerDel( table_, false );
+      }
    }
 }
 
@@ -98,10 +107,17 @@ void
 TableWriterCore::openFile( Schema const & schema, WriterOptions const & options ) {
    found_ = openExisting( schema, options );
    if( found_ ) {
-      auto const state = header().state.load();
-      tookOver_ = state == stateOpen || state == stateQuiesced;
-      recover();
-   } else {
+      tookOver_ = header().state.load() != stateClosed;
+      auto const fault = recover();
+      if( !fault.empty() ) {
+         if( !options.replace ) {
+            fail( fault );
+         }
+         removeFormer();
+         found_ = tookOver_ = false;
+      }
+   }
+   if( !found_ ) {
       make( schema, options );
    }
    stays_ = header().stays != 0;
@@ -197,18 +213,24 @@ TableWriterCore::faultOf( Schema const & schema ) {
    }
    auto const epochThere = header().epoch.load();
    auto const & region = header().region[ epochThere % 2 ];
-   auto const offset = region.offset.load(), slotsThere = region.slots.load();
-   bool const believable = epochThere != 0 && region.epoch.load() == epochThere &&
-                           std::has_single_bit( slotsThere ) && slotsThere >= minSlots &&
-                           slotsThere <= maxSlots && offset % 8 == 0 &&
-                           offset >= header().regionsOffset;
-   if( !believable ) {
+   if( epochThere == 0 || region.epoch.load() != epochThere || !isPlace( region, bytes ) ) {
       return "its header is damaged";
    }
-   if( offset > bytes || slotsThere * slotBytes() > bytes - offset ) {
-      return "it is cut off: " + std::to_string( bytes ) + " bytes";
+   // Memory that nobody reserved is none of a table: to look at all of it would use it up.
+   auto const live = region.slots.load() * slotBytes();
+   if( live / 16 > reservedBytes( fd_.get() ) ) {
+      return "its header is damaged: " + std::to_string( live ) + " bytes of rows are not there";
    }
    return {};
+}
+
+// Whether the region is where one can be.
+bool
+TableWriterCore::isPlace( Region const & region, std::uint64_t bytes ) const {
+   auto const offset = region.offset.load(), slots = region.slots.load();
+   return std::has_single_bit( slots ) && slots >= minSlots && slots <= maxSlots &&
+          offset % pageBytes == 0 && offset >= header().regionsOffset && offset <= bytes &&
+          slots * slotBytes() <= bytes - offset;
 }
 
 // Its readers leave it, as far as they can be told.
@@ -289,13 +311,30 @@ TableWriterCore::mapAll() {
 
 // ---- After a writer that died
 
-void
+std::string
 TableWriterCore::recover() {
    viewIs( header().epoch.load() );
+   forgetUnusable();
    changes_ = header().changeHead.load();
    header().changeReserved.store( changes_ );
    completeChange();
-   countRows();
+   return countRows() ? std::string() : "its rows are damaged";
+}
+
+// The memory of the former region is used again, if that is what it is. Who died while using it
+// left it without an epoch.
+void
+TableWriterCore::forgetUnusable() {
+   auto & former = header().region[ ( epoch_ + 1 ) % 2 ];
+   auto const begin = former.offset.load();
+   auto const end = begin + former.slots.load() * slotBytes();
+   auto const mine = header().region[ epoch_ % 2 ].offset.load();
+   bool const apart = end <= mine || begin >= mine + slots_ * slotBytes();
+   if( !isPlace( former, memory_.bytes() ) || !apart ) {
+      former.epoch.store( 0 );
+      former.offset.store( 0 );
+      former.slots.store( 0 );
+   }
 }
 
 void
@@ -337,7 +376,7 @@ TableWriterCore::completeChange() {
    }
 }
 
-void
+bool
 TableWriterCore::countRows() {
    std::uint64_t rowsThere = 0, usedThere = 0;
    bool damaged = false;
@@ -347,11 +386,18 @@ TableWriterCore::countRows() {
       usedThere += word != 0;
       damaged = damaged || ( word & writing );
    }
-   if( damaged || usedThere == slots_ ) {
-      fail( "its rows are damaged" );
-   }
    rowsIs( rowsThere );
    usedIs( usedThere );
+   return !damaged && usedThere != slots_;
+}
+
+void
+TableWriterCore::checkNotLost() const {
+   // What is left of a page that was cut is zero.
+   if( memory_.lost() || header().magic.load( std::memory_order_relaxed ) != magic ||
+       fileBytes( fd_.get() ) < memory_.bytes() ) {
+      fail( "it was cut off while it was written" );
+   }
 }
 
 // ---- Regions
@@ -378,6 +424,7 @@ TableWriterCore::viewIs( std::uint64_t epoch ) {
 
 void
 TableWriterCore::makeRoom() {
+   checkNotLost();
    // Twice as many slots, unless it is deleted rows that take the room.
    auto const wanted = rows_ * 4 >= slots_ ? slots_ * 2 : slots_;
    if( wanted > maxSlots ) {
@@ -455,6 +502,9 @@ void
 TableWriterCore::commit() {
    if( changes_ == rung_ ) {
       return;
+   }
+   if( memory_.lost() || header().magic.load( std::memory_order_relaxed ) != magic ) {
+      checkNotLost();
    }
    if( commitHook_ ) {
       commitHook_();

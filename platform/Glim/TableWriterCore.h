@@ -42,7 +42,8 @@ class TableWriterCore {
    bool tookOver() const { return tookOver_; }
 
    // What was written since the last commit is complete: runs the commit hook, and wakes the readers
-   // that sleep. Nothing when there was no change. An event loop commits once a turn.
+   // that sleep. Nothing when there was no change. An event loop commits once a turn. Throws Error
+   // when the table was cut off under the writer's feet.
    void commit();
    // Runs first in every commit that has something to commit; it may write. Null for none.
    void commitHookIs( std::function< void() > hook ) { commitHook_ = std::move( hook ); }
@@ -109,10 +110,13 @@ class TableWriterCore {
    void reserve( std::uint64_t offset, std::uint64_t bytes );
    void mapAll();
    void enter();
-   // What a writer that died left is made whole.
-   void recover();
+   bool isPlace( Layout::Region const & region, std::uint64_t bytes ) const;
+   // What a writer that died left is made whole. Returns what is wrong with the rows.
+   std::string recover();
+   void forgetUnusable();
    void completeChange();
-   void countRows();
+   bool countRows();
+   void checkNotLost() const;
    // Where a region of so many bytes goes. Its memory is reserved and zero.
    std::uint64_t placeFor( std::uint64_t bytes );
    void zero( std::uint64_t offset, std::uint64_t bytes );
