@@ -414,6 +414,9 @@ class TableReader : public TableReaderCore {
             WordsOf< Key > there;
             auto const copied = copyJournal( slot, word, i, epoch(), there, record );
             if( copied == Copied::again ) {
+               if( epochNow() != epoch() ) {
+                  return false; // this may be another region's slot, of a writer that died in it
+               }
                continue;
             }
             if( copied == Copied::row && there == key ) {
@@ -436,7 +439,9 @@ class TableReader : public TableReaderCore {
             if( copied != Copied::again ) {
                return copied;
             }
-            if( epochNow() != ofEpoch ) {
+            // A region that was replaced meanwhile has all its rows still, none half written.
+            if( header().region[ ofEpoch % 2 ].epoch.load( std::memory_order_acquire ) !=
+                ofEpoch ) {
                return Copied::none;
             }
          } else if( !( word & Layout::live ) ) {

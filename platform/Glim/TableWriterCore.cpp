@@ -217,9 +217,10 @@ TableWriterCore::faultOf( Schema const & schema ) {
       return "its header is damaged";
    }
    // Memory that nobody reserved is none of a table: to look at all of it would use it up.
-   auto const live = region.slots.load() * slotBytes();
-   if( live / 16 > reservedBytes( fd_.get() ) ) {
-      return "its header is damaged: " + std::to_string( live ) + " bytes of rows are not there";
+   auto const rowBytes = region.slots.load() * slotBytes();
+   if( rowBytes / 16 > reservedBytes( fd_.get() ) ) {
+      return "its header is damaged: " + std::to_string( rowBytes ) +
+             " bytes of rows are not there";
    }
    return {};
 }
