@@ -303,7 +303,7 @@ void
 TableWriterCore::mapAll() {
    memory_ = Mapping( fd_.get(), fileBytes( fd_.get() ), true, what_.c_str() );
    auto & h = header();
-   if( h.magic.load() == magic && h.regionsOffset <= memory_.bytes() ) {
+   if( headerFault( h, memory_.bytes(), nullptr ).empty() ) {
       journal_ = reinterpret_cast< Journal * >( memory_.data() + h.headerBytes );
       ring_ = memory_.data() + h.changesOffset;
       ringMask_ = h.changes - 1;
