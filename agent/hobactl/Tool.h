@@ -2,7 +2,8 @@
 #pragma once
 
 // The operator's tool. It knows how to talk to the agent and how to show what it answers, and nothing
-// of the features: what can be shown or simulated, the agent knows.
+// of the features: what can be shown or simulated, the agent knows. Shared tables it looks at by itself
+// (Tables.h).
 
 #include <iosfwd>
 

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <set>
 #include <type_traits>
 #include <vector>
@@ -254,6 +255,19 @@ TEST( PeltIntfId, ParsingAKindRefusesOtherKinds ) {
    }
    EXPECT_THROW( EthIntfId::parse( "Ethernet1.1" ), Kiv::ParseError );
    EXPECT_THROW( SubIntfId::parse( "Ethernet1" ), Kiv::ParseError );
+}
+
+// Ids also come out of memory that other programs write.
+TEST( PeltIntfId, BitsThatAreNoIdPrint ) {
+   for( std::uint64_t kind = 0; kind != 64; ++kind ) {
+      for( std::uint64_t rest : { std::uint64_t( 0 ), ( std::uint64_t( 1 ) << 58 ) - 1 } ) {
+         std::uint64_t const bits = kind << 58 | rest;
+         IntfId id;
+         static_assert( sizeof id == sizeof bits );
+         std::memcpy( static_cast< void * >( &id ), &bits, sizeof bits );
+         EXPECT_LT( Kiv::toText( id ).size(), 64u ) << kind;
+      }
+   }
 }
 
 } // namespace
