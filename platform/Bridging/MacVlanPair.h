@@ -12,6 +12,8 @@ namespace Bridging {
 // address 00:00:00:00:00:00 in no VLAN.
 class MacVlanPair {
  public:
+   static constexpr std::string_view kivName = "Bridging::MacVlanPair";
+
    constexpr MacVlanPair() = default;
    constexpr MacVlanPair( Pelt::EthAddr addr, VlanIdOrNone vlanId )
          : word_( addr.value() << vlanBits | vlanId.value() ) {}

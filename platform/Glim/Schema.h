@@ -64,7 +64,7 @@ shapeOf() {
 template< class T >
 std::string
 nameOf() {
-   if constexpr( Kiv::FieldedValue< T > ) {
+   if constexpr( requires { T::kivName; } ) {
       return std::string( T::kivName );
    } else {
       return shapeOf< T >();

@@ -115,8 +115,12 @@ processStart( std::uint32_t pid ) {
    std::string text;
    std::getline( file, text );
    // The second field is a name in parentheses, which may have anything in it; the start is the
-   // twentieth behind it.
+   // twentieth behind it, and the first is the state: who is dead and not yet waited for is no more.
    auto at = text.rfind( ')' );
+   if( at != text.npos && at + 2 < text.size() &&
+       ( text[ at + 2 ] == 'Z' || text[ at + 2 ] == 'X' ) ) {
+      return 0;
+   }
    for( int field = 0; field != 20 && at != text.npos; ++field ) {
       at = text.find( ' ', at + 1 );
    }
