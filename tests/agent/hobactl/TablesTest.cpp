@@ -152,7 +152,7 @@ TEST_F( TablesTest, writerAndReadersThatDie ) {
    line = lines( "show tables" )[ "macs" ];
    EXPECT_TRUE( line.starts_with( "3 " + pid + " dead 1 0 " ) ) << line;
    auto const detail = ok( "show tables macs" );
-   for( auto const * part : { "types: bytes8 -> HobaTypes::MacAddressTableEntry\n", "rows: 3, in ",
+   for( auto const * part : { "types: Bridging::MacVlanPair -> HobaTypes::MacAddressTableEntry\n", "rows: 3, in ",
                               ", dead; number 1 of", "lifetime: goes when",
                               "changes: 3; the last 65536 ", "READER", "first" } ) {
       expectIn( detail, part );
