@@ -5,11 +5,13 @@
 #include "platform/GlimFolder.h"
 #include "platform/GlimProcesses.h"
 
+#include <fcntl.h>
 #include <fstream>
 #include <map>
 #include <memory>
 #include <random>
 #include <sched.h>
+#include <sys/ptrace.h>
 
 namespace {
 
@@ -415,6 +417,140 @@ TEST( GlimFire, OneWriterAtATime ) {
          EXPECT_EQ( rival.wait(), 0 ) << arena->report.text;
       }
       EXPECT_EQ( arena->wins, 930u );
+   }
+}
+
+// Every state of the memory that there is while a writer does one thing: it is stopped after each
+// of its instructions. What a kill leaves is one of them.
+class GlimSteps : public testing::Test {
+ protected:
+   using Record = Cell< 3 >;
+   using Writer = Glim::TableWriter< uint64_t, Record >;
+   using Reader = Glim::TableReader< uint64_t, Record >;
+   using Step = void ( * )( Writer & );
+   static constexpr Glim::WriterOptions options{
+         .lifetime = Lifetime::stays, .rows = 16, .changes = 64 };
+
+   static Rows rowsOf( Reader & reader ) {
+      Rows rows;
+      reader.forEach( [ & ]( uint64_t key, Record const & record ) {
+         EXPECT_TRUE( record.whole( key ) ) << key;
+         rows[ key ] = record.counter();
+      } );
+      for( uint64_t key = 0; key != 40; ++key ) {
+         Record record;
+         EXPECT_EQ( reader.get( key, record ), rows.contains( key ) ) << key;
+         EXPECT_TRUE( !rows.contains( key ) || record.counter() == rows[ key ] ) << key;
+      }
+      return rows;
+   }
+
+   // In place, for those who have the file open.
+   void contentIs( std::string const & bytes ) const {
+      std::fstream( path, std::ios::in | std::ios::out | std::ios::binary )
+            .write( bytes.data(), static_cast< long >( bytes.size() ) );
+   }
+
+   // From before the step to after it.
+   std::vector< std::string > imagesOf( Step before, Step step ) const {
+      std::filesystem::remove( path );
+      Shared< Report > report;
+      Child child( *report, [ & ] {
+         Writer writer( "fire", options );
+         before( writer );
+         ::ptrace( PTRACE_TRACEME, 0, nullptr, nullptr );
+         ::raise( SIGSTOP );
+         step( writer );
+         ::raise( SIGKILL );
+      } );
+      std::vector< std::string > images;
+      std::vector< char > now( 1 << 16 ); // more than there is
+      Glim::Fd file;
+      for( int status = 0; ::waitpid( child.pid(), &status, 0 ) > 0 && WIFSTOPPED( status ); ) {
+         if( !file ) {
+            file = Glim::Fd( ::open( path.c_str(), O_RDONLY ) );
+         }
+         auto const bytes = ::pread( file.get(), now.data(), now.size(), 0 );
+         std::string_view const content( now.data(), bytes > 0 ? std::size_t( bytes ) : 0 );
+         if( images.empty() || images.back() != content ) {
+            images.emplace_back( content );
+         }
+         ::ptrace( PTRACE_SINGLESTEP, child.pid(), nullptr, nullptr );
+      }
+      child.waitedFor();
+      return images;
+   }
+
+   // Whoever reads sees what was before, or what is after it, and from then on nothing else; the next
+   // writer has what readers saw, and tells of it whom it was not told.
+   void check( std::vector< std::string > const & images, uint64_t key ) const {
+      ASSERT_GT( images.size(), 2u );
+      Rows before, after, last;
+      for( auto * rows : { &before, &after } ) {
+         std::ofstream( path, std::ios::binary )
+               << ( rows == &before ? images.front() : images.back() );
+         Reader reader( "fire" );
+         ASSERT_TRUE( reader.attach() );
+         *rows = last = rowsOf( reader );
+      }
+      ASSERT_NE( before, after );
+      last = before;
+      // Of the many states of a region that is being filled, some.
+      std::size_t const stride = 1 + images.size() / 100;
+      for( std::size_t i = 0; i < images.size(); i += stride ) {
+         SCOPED_TRACE( "state " + std::to_string( i ) + " of " + std::to_string( images.size() ) );
+         std::ofstream( path, std::ios::binary ) << images.front();
+         Reader reader( "fire" );
+         ASSERT_TRUE( reader.attach() );
+         ASSERT_EQ( reader.poll( []( uint64_t ) {} ), Poll::resynchronise );
+         contentIs( images[ i ] );
+         auto const seen = rowsOf( reader );
+         ASSERT_TRUE( seen == last || seen == after );
+         last = seen;
+         Writer next( "fire", options );
+         ASSERT_TRUE( next.tookOver() );
+         auto const settled = rowsOf( reader );
+         // What nobody saw may be completed.
+         ASSERT_TRUE( settled == seen || settled == after );
+         ASSERT_EQ( next.rows(), settled.size() );
+         std::vector< uint64_t > told;
+         reader.poll( [ & ]( uint64_t changed ) { told.push_back( changed ); } );
+         ASSERT_EQ( std::count( told.begin(), told.end(), key ), settled == after );
+      }
+      EXPECT_TRUE( stride != 1 || last == after );
+   }
+
+   GlimTests::Folder folder;
+   std::string const path = Glim::pathOf( "fire" );
+};
+
+TEST_F( GlimSteps, NoStateBetweenIsSeen ) {
+   struct Case {
+      char const * what;
+      Step before, step;
+      uint64_t key;
+   };
+   Step const fill = []( Writer & writer ) {
+      for( uint64_t key = 0; key != 14; ++key ) {
+         writer.is( key, Record::of( key, 1 ) );
+      }
+      writer.del( 3 );
+   };
+   Step const fillAll = []( Writer & writer ) {
+      // Until the next one makes the table grow.
+      for( uint64_t key = 20; key != 52; ++key ) {
+         writer.is( key, Record::of( key, 1 ) );
+      }
+   };
+   for( Case const & each : {
+              Case{ "replaced", fill, []( Writer & w ) { w.is( 5, Record::of( 5, 2 ) ); }, 5 },
+              Case{ "inserted", fill, []( Writer & w ) { w.is( 30, Record::of( 30, 2 ) ); }, 30 },
+              Case{ "again", fill, []( Writer & w ) { w.is( 3, Record::of( 3, 2 ) ); }, 3 },
+              Case{ "deleted", fill, []( Writer & w ) { w.del( 7 ); }, 7 },
+              Case{ "grown", fillAll, []( Writer & w ) { w.is( 0, Record::of( 0, 2 ) ); }, 0 },
+        } ) {
+      SCOPED_TRACE( each.what );
+      check( imagesOf( each.before, each.step ), each.key );
    }
 }
 

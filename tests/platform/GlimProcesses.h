@@ -100,6 +100,8 @@ class Child {
       }
       return status;
    }
+   pid_t pid() const { return pid_; }
+   void waitedFor() { pid_ = -1; } // it has ended, and the caller knows how
    static bool wasKilled( int status ) {
       return WIFSIGNALED( status ) && WTERMSIG( status ) == SIGKILL;
    }
