@@ -9,6 +9,7 @@
 #include "Glim/Table.h"
 #include "Kiv/Reflect.h"
 #include "platform/GlimFolder.h"
+#include "platform/GlimProcesses.h"
 
 #include <gtest/gtest.h>
 
@@ -108,33 +109,6 @@ class GlimInspectTest : public testing::Test {
    GlimTests::Folder folder;
 };
 
-// Runs the body in a process of its own, which is killed once it has said that it is ready.
-class Victim {
- public:
-   explicit Victim( std::function< void( std::function< void() > ) > const & body ) {
-      int ends[ 2 ];
-      EXPECT_EQ( ::pipe( ends ), 0 );
-      pid = ::fork();
-      if( pid == 0 ) {
-         body( [ & ] { EXPECT_EQ( ::write( ends[ 1 ], "x", 1 ), 1 ); } );
-         ::_exit( 1 );
-      }
-      char ready = 0;
-      EXPECT_EQ( ::read( ends[ 0 ], &ready, 1 ), 1 );
-      ::close( ends[ 0 ] );
-      ::close( ends[ 1 ] );
-   }
-   ~Victim() { kill(); }
-   void kill() {
-      if( pid > 0 ) {
-         ::kill( pid, SIGKILL );
-         ::waitpid( pid, nullptr, 0 );
-         pid = 0;
-      }
-   }
-   pid_t pid = 0;
-};
-
 TEST_F( GlimInspectTest, livingTable ) {
    std::optional< Writer > writer( std::in_place, "t",
                                    WriterOptions{ .lifetime = Lifetime::stays, .changes = 64 } );
@@ -195,7 +169,7 @@ TEST_F( GlimInspectTest, livingTable ) {
 
 TEST_F( GlimInspectTest, writerKilledAnywhere ) {
    for( int round = 0; round != 20; ++round ) {
-      Victim victim( []( auto const & ready ) {
+      GlimTests::Victim victim( []( auto const & ready ) {
          Writer writer( "t", { .rows = 8, .changes = 64 } );
          for( std::uint32_t i = 0;; ++i ) {
             auto const key = i * 7919 % 512;

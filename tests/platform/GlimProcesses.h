@@ -9,12 +9,14 @@
 #include <atomic>
 #include <csignal>
 #include <cstring>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace GlimTests {
 
@@ -108,6 +110,39 @@ class Child {
 
  private:
    pid_t pid_;
+};
+
+// A process that does something, says that it is ready, and is killed then.
+class Victim {
+ public:
+   explicit Victim( std::function< void( std::function< void() > const & ready ) > const & body ) {
+      int ends[ 2 ];
+      EXPECT_EQ( ::pipe( ends ), 0 );
+      pid = ::fork();
+      if( pid == 0 ) {
+         ::prctl( PR_SET_PDEATHSIG, SIGKILL );
+         body( [ & ] { EXPECT_EQ( ::write( ends[ 1 ], "x", 1 ), 1 ); } );
+         ::_exit( 1 );
+      }
+      char ready = 0;
+      EXPECT_EQ( ::read( ends[ 0 ], &ready, 1 ), 1 );
+      ::close( ends[ 0 ] );
+      ::close( ends[ 1 ] );
+   }
+   ~Victim() { kill(); }
+   Victim( Victim const & ) = delete;
+   Victim & operator=( Victim const & ) = delete;
+   // Afterwards `pid` is what it was, for the test to compare.
+   void kill() {
+      if( !std::exchange( dead_, true ) ) {
+         ::kill( pid, SIGKILL );
+         ::waitpid( pid, nullptr, 0 );
+      }
+   }
+   pid_t pid = 0;
+
+ private:
+   bool dead_ = false;
 };
 
 } // namespace GlimTests

@@ -4,6 +4,7 @@
 #include "Glim/Table.h"
 #include "agent/common/Json.h"
 #include "platform/GlimFolder.h"
+#include "platform/GlimProcesses.h"
 #include "types/HobaTypes.h"
 
 #include <gtest/gtest.h>
@@ -33,6 +34,7 @@ namespace {
 using Bridging::MacVlanPair;
 using Kiv::Datum;
 using Entry = HobaTypes::MacAddressTableEntry;
+using GlimTests::Victim;
 using Writer = Glim::TableWriter< MacVlanPair, Entry >;
 using Reader = Glim::TableReader< MacVlanPair, Entry >;
 
@@ -40,34 +42,6 @@ MacVlanPair
 host( std::uint64_t number ) {
    return MacVlanPair( Pelt::EthAddr( 0x001c73000000 + number ), Bridging::VlanId( 10 ) );
 }
-
-// A process that does something, says so, and then sleeps until it is killed.
-class Victim {
- public:
-   explicit Victim( std::function< void( std::function< void() > const & ready ) > const & body ) {
-      int ends[ 2 ];
-      EXPECT_EQ( ::pipe( ends ), 0 );
-      pid = ::fork();
-      if( pid == 0 ) {
-         ::prctl( PR_SET_PDEATHSIG, SIGKILL );
-         body( [ & ] {
-            EXPECT_EQ( ::write( ends[ 1 ], "x", 1 ), 1 );
-            ::pause();
-         } );
-         ::_exit( 1 );
-      }
-      char ready = 0;
-      EXPECT_EQ( ::read( ends[ 0 ], &ready, 1 ), 1 );
-      ::close( ends[ 0 ] );
-      ::close( ends[ 1 ] );
-   }
-   ~Victim() { kill(); }
-   void kill() {
-      ::kill( pid, SIGKILL );
-      ::waitpid( pid, nullptr, 0 );
-   }
-   pid_t pid = 0;
-};
 
 class TablesTest : public testing::Test {
  protected:
@@ -129,6 +103,7 @@ TEST_F( TablesTest, writerAndReadersThatDie ) {
       }
       table.commit();
       ready();
+      ::pause();
    } );
    auto const reads = []( std::string const & name, bool polls ) {
       return [ = ]( auto const & ready ) {
@@ -138,6 +113,7 @@ TEST_F( TablesTest, writerAndReadersThatDie ) {
             reader.poll( []( MacVlanPair const & ) {} );
          }
          ready();
+         ::pause();
       };
    };
    Victim first( reads( "first", true ) ), second( reads( "second", false ) );
@@ -152,8 +128,8 @@ TEST_F( TablesTest, writerAndReadersThatDie ) {
    line = lines( "show tables" )[ "macs" ];
    EXPECT_TRUE( line.starts_with( "3 " + pid + " dead 1 0 " ) ) << line;
    auto const detail = ok( "show tables macs" );
-   for( auto const * part : { "types: Bridging::MacVlanPair -> HobaTypes::MacAddressTableEntry\n", "rows: 3, in ",
-                              ", dead; number 1 of", "lifetime: goes when",
+   for( auto const * part : { "types: Bridging::MacVlanPair -> HobaTypes::MacAddressTableEntry\n",
+                              "rows: 3, in ", ", dead; number 1 of", "lifetime: goes when",
                               "changes: 3; the last 65536 ", "READER", "first" } ) {
       expectIn( detail, part );
    }
