@@ -86,13 +86,9 @@ template< class Sm, class Queue >
 void
 EventDrain< Sm, Queue >::handleEvent( std::uint32_t const & index ) {
    // A drain takes what comes meanwhile, and needs no waking for what it takes out.
-   if( draining_ ) {
-      return;
+   if( !draining_ && initialized() && queue()->eventHas( index ) ) {
+      wake();
    }
-   if( !initialized() || !queue()->eventHas( index ) ) {
-      return;
-   }
-   wake();
 }
 
 template< class Sm, class Queue >

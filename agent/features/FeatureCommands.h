@@ -13,7 +13,7 @@ void addStormControlCommands( Commands & commands, Switch & sw,
                               std::function< std::vector< Kiv::String >() > notes );
 // show interfaces, show lag
 void addInterfaceCommands( Commands & commands, Switch & sw );
-// sim link, speed, lag, drop, limit
+// sim link, speed, lag, drop, forget
 void addSimCommands( Commands & commands, Switch & sw );
 // show events, show parity, sim event ...
 void addEventCommands( Commands & commands, Switch & sw );

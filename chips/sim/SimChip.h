@@ -12,7 +12,7 @@ namespace HobaSim {
 
 class Chip : public Kiv::Entity {
    KIV_ENTITY( HobaSim::Chip );
-   // The library has asked for events. What happens before is not reported.
+   // Whether the library has asked for events, for people to see: without it they reach nobody.
    KIV_ATTRIBUTE( bool, reporting, false );
    KIV_CHILD( StormUnit, stormControl );
    KIV_CHILD( MacUnit, mac );

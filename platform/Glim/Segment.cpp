@@ -53,6 +53,12 @@ Fd::~Fd() {
    }
 }
 
+std::uint64_t
+fileBytes( int fd ) {
+   struct stat status {};
+   return ::fstat( fd, &status ) == 0 ? static_cast< std::uint64_t >( status.st_size ) : 0;
+}
+
 std::string
 folder() {
    char const * const given = std::getenv( "HOBA_GLIM_DIR" );

@@ -37,6 +37,9 @@ class Fd {
    int fd_ = -1;
 };
 
+// How long the file is; 0 if that cannot be found out.
+std::uint64_t fileBytes( int fd );
+
 std::string folder();
 // Throws Error unless the name is 1 to 63 of A-Z a-z 0-9 _ - . and begins with none of the last two.
 void checkName( std::string const & table );

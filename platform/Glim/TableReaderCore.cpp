@@ -4,7 +4,6 @@
 #include <bit>
 #include <ctime>
 #include <linux/futex.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -17,12 +16,6 @@ namespace {
 // Far more often than a living writer can get in the way.
 constexpr std::uint64_t maxRetries = 1'000'000;
 constexpr unsigned maxRefreshes = 100'000;
-
-std::uint64_t
-fileBytes( int fd ) {
-   struct stat status {};
-   return ::fstat( fd, &status ) == 0 ? static_cast< std::uint64_t >( status.st_size ) : 0;
-}
 
 } // namespace
 

@@ -27,12 +27,6 @@ constexpr std::uint64_t firstEpoch = 2; // 0 is no region
 constexpr std::uint64_t pageBytes = 4096;
 
 std::uint64_t
-fileBytes( int fd ) {
-   struct stat status {};
-   return ::fstat( fd, &status ) == 0 ? static_cast< std::uint64_t >( status.st_size ) : 0;
-}
-
-std::uint64_t
 reservedBytes( int fd ) {
    struct stat status {};
    return ::fstat( fd, &status ) == 0 ? static_cast< std::uint64_t >( status.st_blocks ) * 512 : 0;
