@@ -31,7 +31,7 @@ learnEvents() {
       for( auto & event : made ) {
          event.eventType = HobaEvent::eventTypeMacAddressLearned;
          event.port = Pelt::EthIntfId( 1 + random() % 64 );
-         event.host = { Pelt::EthAddr( random() & 0xfeffffffffff ),
+         event.host = { Pelt::EthAddr( ( random() & 0xfcffffffffff ) | 0x020000000000 ),
                         Bridging::VlanId( 1 + random() % 100 ) };
       }
       return made;

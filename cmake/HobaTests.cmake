@@ -88,6 +88,9 @@ endforeach()
 # Who may include whom, checked on the text of the tree.
 add_test(NAME tree.layers COMMAND "${PROJECT_SOURCE_DIR}/scripts/check-layers")
 
+# MAC and IP addresses in all its texts are nobody's.
+add_test(NAME tree.addresses COMMAND "${PROJECT_SOURCE_DIR}/scripts/check-addresses")
+
 # A user's view: install, find_package( Hoba ), build, run. Says nothing about memory, so the
 # sanitized build leaves it out.
 get_target_property(hobaKind Hoba TYPE)

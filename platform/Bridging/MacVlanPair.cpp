@@ -14,7 +14,7 @@ MacVlanPair
 MacVlanPair::parse( std::string_view text ) {
    auto const at = text.find( '@' );
    if( at == text.npos ) {
-      Kiv::parseFailed( text, "a MAC address and a VLAN, such as 00:1c:73:aa:bb:cc@10" );
+      Kiv::parseFailed( text, "a MAC address and a VLAN, such as 00:00:5e:00:53:af@10" );
    }
    return { Pelt::EthAddr::parse( text.substr( 0, at ) ),
             VlanIdOrNone::parse( text.substr( at + 1 ) ) };

@@ -27,7 +27,7 @@ class MacVlanPair {
    constexpr std::strong_ordering operator<=>( MacVlanPair const & ) const = default;
    std::size_t hash() const { return Kiv::hashOf( word_ ); }
 
-   // Appends "00:1c:73:aa:bb:cc@10".
+   // Appends "00:00:5e:00:53:af@10".
    void print( std::string & out ) const;
    // Reads that, the address in any form that EthAddr reads. Throws Kiv::ParseError, or
    // Kiv::RangeException for a VLAN outside 0..4094.

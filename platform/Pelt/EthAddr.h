@@ -53,9 +53,9 @@ class EthAddr {
    constexpr std::strong_ordering operator<=>( EthAddr const & ) const = default;
    std::size_t hash() const { return Kiv::hashOf( value_ ); }
 
-   // Appends "00:1c:73:aa:bb:cc".
+   // Appends "00:00:5e:00:53:af".
    void print( std::string & out ) const;
-   // Reads 00:1c:73:aa:bb:cc, 00-1c-73-aa-bb-cc and 001c.73aa.bbcc, in either case of letter.
+   // Reads 00:00:5e:00:53:af, 00-00-5e-00-53-af and 0000.5e00.53af, in either case of letter.
    // Throws Kiv::ParseError.
    static EthAddr parse( std::string_view text );
 

@@ -39,7 +39,7 @@ class IpAddr {
    constexpr std::strong_ordering operator<=>( IpAddr const & ) const = default;
    std::size_t hash() const { return Kiv::hashOf( value_ ); }
 
-   // Appends "10.1.2.3".
+   // Appends "192.0.2.3".
    void print( std::string & out ) const;
    // The way back. Leading zeros are refused, because some programs read them as octal. Throws
    // Kiv::ParseError.
@@ -92,7 +92,7 @@ class Ip6Addr {
    std::size_t hash() const { return Kiv::hashCombine( Kiv::hashOf( high_ ), low_ ); }
 
    // Appends the form of RFC 5952: lower case, no leading zeros, the longest run of two or more
-   // zero groups (the first of equals) as "::", and ::ffff:10.1.2.3 where an IPv4 address is held.
+   // zero groups (the first of equals) as "::", and ::ffff:192.0.2.3 where an IPv4 address is held.
    void print( std::string & out ) const;
    // Reads every form of RFC 4291, section 2.2, in either case of letter. A zone ("%eth0") is
    // refused: it is no part of an address. Throws Kiv::ParseError.

@@ -13,7 +13,7 @@ namespace Pelt {
 
 // The addresses that share their first len() bits. A prefix has no bits set beyond its length, so
 // two prefixes are equal exactly when they cover the same addresses: building one from an address
-// clears those bits, reading one from text refuses them, because whoever wrote 10.1.2.3/24 may have
+// clears those bits, reading one from text refuses them, because whoever wrote 192.0.2.3/24 may have
 // meant something else. The default covers every address.
 //
 // Prefixes sort by address and then by length, so that each comes before the longer ones within it.

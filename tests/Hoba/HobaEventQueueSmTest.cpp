@@ -32,7 +32,7 @@ linkEvent( Pelt::IntfId port, Interface::LinkStatus status,
 
 Bridging::MacVlanPair
 hostNumber( std::uint64_t number ) {
-   return { Pelt::EthAddr( number ), Bridging::VlanId( 10 ) };
+   return { Pelt::EthAddr( 0x00005e005300 + number ), Bridging::VlanId( 10 ) };
 }
 
 HobaEvent
@@ -362,7 +362,7 @@ TEST_F( EventQueueSmTest, eventsHaveAPrintedForm ) {
          Kiv::toText( event ),
          "Value('Hoba::HobaEvent', ** {'eventType': eventTypePeerAuthenticatedMac, 'portType': "
          "vxlanPort, 'port': Vxlan1, 'tunnelId': 77, 'linkStatus': linkUnknown, 'faultType': "
-         "faultRemote, 'host': 00:00:00:00:00:01@10, 'advert': " +
+         "faultRemote, 'host': 00:00:5e:00:53:01@10, 'advert': " +
                Kiv::toText( event.advert ) + "})" );
    EXPECT_EQ( HobaEvent::eventTypePeerAuthenticatedMac, 14 );
 }
@@ -440,7 +440,7 @@ TEST_F( EventQueueSmTest, stationsAgeOnlyByAnEventOfTheirOwnSide ) {
       char const * local; // the last trace of the event, for a local and for a remote entry
       char const * remote;
    };
-   char const * const aged = "Aged host 00:00:00:00:00:01@10";
+   char const * const aged = "Aged host 00:00:5e:00:53:01@10";
    char const * const noLocal = "Local Age event for the wrong entryType";
    char const * const noRemote = "Remote Age event for the wrong entryType";
    char const * const deleted = "handleOneEvent event:eventTypeMacAddressDeleted";
@@ -457,7 +457,7 @@ TEST_F( EventQueueSmTest, stationsAgeOnlyByAnEventOfTheirOwnSide ) {
                                         remote ? HobaEvent::vxlanPort : HobaEvent::fpPort ) );
          EXPECT_EQ(
                traces.take().back(),
-               std::string( "Learnt host 00:00:00:00:00:01@10 on port Ethernet1 entry type is " ) +
+               std::string( "Learnt host 00:00:5e:00:53:01@10 on port Ethernet1 entry type is " ) +
                      ( remote ? "learnedRemoteMactunnel id is 77"
                               : "learnedDynamicMactunnel id is 0" ) );
          sm->handleOneEvent( hostEvent( row.kind ) );
@@ -489,7 +489,7 @@ TEST_F( EventQueueSmTest, aLearnEventWhereNobodyCanBeAges ) {
       sm->handleOneEvent( hostEvent( HobaEvent::eventTypePeerMacAddressLearned, 1,
                                      Pelt::IntfId( row.port ), HobaEvent::trunkPort ) );
       EXPECT_EQ( traces.take(), ( Strings{ "handleOneEvent event:eventTypePeerMacAddressLearned",
-                                           row.trace, "Aged host 00:00:00:00:00:01@10" } ) );
+                                           row.trace, "Aged host 00:00:5e:00:53:01@10" } ) );
       EXPECT_EQ( table->macEntry().size(), 0u );
       EXPECT_EQ( status->dropped( row.reason ), 1u );
    }

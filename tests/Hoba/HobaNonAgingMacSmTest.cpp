@@ -18,7 +18,7 @@ using Pair = Bridging::MacVlanPair;
 
 Pair
 station( unsigned number ) {
-   return { Pelt::EthAddr( 0x001c73000000 + number ), Bridging::VlanId( 10 ) };
+   return { Pelt::EthAddr( 0x00005e005300 + number ), Bridging::VlanId( 10 ) };
 }
 
 // Somebody who listens to the status, and may do anything there and then.

@@ -256,7 +256,7 @@ TEST_F( OperatorTest, whatTheChipReportsIsAppliedAndCounted ) {
    EXPECT_EQ( row( "show events", "events wake-ups" ), std::to_string( wakeUps + 1 ) );
    EXPECT_EQ( row( "show events", "events handled: port" ), "100002" );
    // A station on a LAG that is not there.
-   ok( "sim event station static-mac-address Port-Channel77 00:1c:73:00:00:01 30" );
+   ok( "sim event station static-mac-address Port-Channel77 00:00:5e:00:53:01 30" );
    EXPECT_EQ( row( "show events", "events aged instead: learnt on a deleted LAG" ), "1" );
 }
 
@@ -279,14 +279,14 @@ TEST_F( OperatorTest, parityErrorsAndStationsThatNeverAge ) {
    }
 
    auto const client = [ & ]( std::string const & name, std::string const & intf ) {
-      std::string const host = "00:1c:73:00:00:01@10";
+      std::string const host = "00:00:5e:00:53:01@10";
       ok( "set /feeders/config/nonAgingClient/" + name + "/enable true" );
       ok( "set /feeders/config/nonAgingClient/" + name + "/macEntries/" + host,
           R"({ "intf": ")" + intf + R"(" })" );
    };
    client( "dot1x", "Ethernet1" );
    client( "dhcp", "Ethernet2" );
-   auto const host = "00:1c:73:00:00:01 10";
+   auto const host = "00:00:5e:00:53:01 10";
    EXPECT_EQ( row( "show mac non-aging", host ), "Ethernet2 entryTypeUnknown 2 dot1x, dhcp" );
    ok( "del /feeders/config/nonAgingClient/dhcp" );
    EXPECT_EQ( row( "show mac non-aging", host ), "Ethernet1 entryTypeUnknown 1 dot1x" );

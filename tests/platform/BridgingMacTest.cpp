@@ -49,8 +49,8 @@ TEST( BridgingMacVlanPair, printsReadsAndSortsByAddressFirst ) {
    EXPECT_EQ( Kiv::toText( MacVlanPair() ), "00:00:00:00:00:00@0" );
    MacVlanPair last;
    for( char const * text :
-        { "00:00:00:00:00:00@1", "00:00:00:00:00:01@0", "00:1c:73:aa:bb:cc@9",
-          "00:1c:73:aa:bb:cc@10", "00:1c:73:aa:bb:cd@1", "ff:ff:ff:ff:ff:ff@4094" } ) {
+        { "00:00:00:00:00:00@1", "00:00:5e:00:53:01@0", "02:13:57:aa:bb:cc@9",
+          "02:13:57:aa:bb:cc@10", "02:13:57:aa:bb:cd@1", "ff:ff:ff:ff:ff:ff@4094" } ) {
       auto const pair = Kiv::fromText< MacVlanPair >( text );
       EXPECT_EQ( Kiv::toText( pair ), text );
       EXPECT_EQ( MacVlanPair( pair.addr(), pair.vlanId() ), pair );
@@ -60,18 +60,18 @@ TEST( BridgingMacVlanPair, printsReadsAndSortsByAddressFirst ) {
    }
    EXPECT_EQ( last.addr(), Pelt::EthAddr::broadcast() );
    EXPECT_EQ( last.vlanId(), VlanIdOrNone( 4094 ) );
-   EXPECT_EQ( Kiv::fromText< MacVlanPair >( "001C.73AA.BBCC@9" ),
-              MacVlanPair( Pelt::EthAddr( 0x001c73aabbcc ), VlanId( 9 ) ) );
+   EXPECT_EQ( Kiv::fromText< MacVlanPair >( "0213.57AA.BBCC@9" ),
+              MacVlanPair( Pelt::EthAddr( 0x021357aabbcc ), VlanId( 9 ) ) );
 }
 
 TEST( BridgingMacVlanPair, badTextIsRefused ) {
    for( char const * text :
-        { "", "@", "00:1c:73:aa:bb:cc", "00:1c:73:aa:bb:cc@", "@10", "00:1c:73:aa:bb@10",
-          "00:1c:73:aa:bb:cc@ten", "00:1c:73:aa:bb:cc@10@", "00:1c:73:aa:bb:cc@10@11",
-          " 00:1c:73:aa:bb:cc@10", "00:1c:73:aa:bb:cc@10 " } ) {
+        { "", "@", "02:13:57:aa:bb:cc", "02:13:57:aa:bb:cc@", "@10", "02:13:57:aa:bb@10",
+          "02:13:57:aa:bb:cc@ten", "02:13:57:aa:bb:cc@10@", "02:13:57:aa:bb:cc@10@11",
+          " 02:13:57:aa:bb:cc@10", "02:13:57:aa:bb:cc@10 " } ) {
       EXPECT_THROW( Kiv::fromText< MacVlanPair >( text ), Kiv::ParseError ) << text;
    }
-   for( char const * text : { "00:1c:73:aa:bb:cc@4095", "00:1c:73:aa:bb:cc@65535" } ) {
+   for( char const * text : { "02:13:57:aa:bb:cc@4095", "02:13:57:aa:bb:cc@65535" } ) {
       EXPECT_THROW( Kiv::fromText< MacVlanPair >( text ), Kiv::RangeException ) << text;
    }
 }

@@ -22,7 +22,7 @@ static_assert( sizeof( Prefix ) == 8 && sizeof( Ip6Prefix ) == 24 && sizeof( IpG
 static_assert( std::is_trivially_copyable_v< EthAddrWithMask > );
 static_assert( std::is_trivially_copyable_v< IpGenAddr > );
 static_assert( std::is_trivially_copyable_v< IpGenPrefix > );
-static_assert( Prefix( IpAddr( 10, 1, 2, 3 ), 8 ).contains( IpAddr( 10, 255, 0, 0 ) ) );
+static_assert( Prefix( IpAddr( 192, 0, 2, 3 ), 24 ).contains( IpAddr( 192, 0, 2, 255 ) ) );
 
 struct Bad {
    std::string_view text;
@@ -68,15 +68,15 @@ expectAscending( std::vector< char const * > const & texts ) {
 }
 
 TEST( PeltEthAddr, ReadsAllFormsAndPrintsOne ) {
-   EthAddr addr( 0x001c73aabbccull );
+   EthAddr addr( 0x021357aabbccull );
    for( char const * text :
-        { "00:1c:73:aa:bb:cc", "00-1C-73-AA-BB-CC", "001c.73AA.bbcc", "00:1C:73:aa:BB:cc" } ) {
+        { "02:13:57:aa:bb:cc", "02-13-57-AA-BB-CC", "0213.57AA.bbcc", "02:13:57:aa:BB:cc" } ) {
       EXPECT_EQ( EthAddr::parse( text ), addr ) << text;
    }
-   EXPECT_EQ( Kiv::toText( addr ), "00:1c:73:aa:bb:cc" );
+   EXPECT_EQ( Kiv::toText( addr ), "02:13:57:aa:bb:cc" );
    EXPECT_EQ( EthAddr( addr.octets() ), addr );
-   EXPECT_EQ( addr.octets()[ 2 ], 0x73 );
-   expectRoundTrip< EthAddr >( { "00:00:00:00:00:00", "00:00:00:00:00:01", "ff:ff:ff:ff:ff:ff" } );
+   EXPECT_EQ( addr.octets()[ 2 ], 0x57 );
+   expectRoundTrip< EthAddr >( { "00:00:00:00:00:00", "00:00:5e:00:53:01", "ff:ff:ff:ff:ff:ff" } );
    EXPECT_THROW( EthAddr( EthAddr::maxValue + 1 ), Kiv::RangeException );
 }
 
@@ -86,7 +86,7 @@ TEST( PeltEthAddr, Classes ) {
       bool zero, multicast, broadcast, unicast;
    };
    for( Row const & row : { Row{ "00:00:00:00:00:00", true, false, false, false },
-                            Row{ "00:00:00:00:00:01", false, false, false, true },
+                            Row{ "00:00:5e:00:53:01", false, false, false, true },
                             Row{ "01:00:5e:00:00:01", false, true, false, false },
                             Row{ "fe:ff:ff:ff:ff:ff", false, false, false, true },
                             Row{ "ff:ff:ff:ff:ff:ff", false, true, true, false } } ) {
@@ -102,17 +102,17 @@ TEST( PeltEthAddr, BadTextIsRefused ) {
    std::string const huge( 100000, 'a' );
    expectRefused< EthAddr >( {
          { "", "\"\" is not an Ethernet address" },
-         { "00:1c:73:aa:bb", "six groups" },
-         { "00:1c:73:aa:bb:cc:dd", "six groups" },
-         { "00:1c:73:aa:bb:c", "six groups" },
-         { "00:1c:73:aa:bb:cg", "six groups" },
-         { "00:1c:73-aa:bb:cc", "six groups" },
-         { "00:1c:73:aa:bb:cc\0"sv, "cc\\x00\" is not" },
-         { "00:1c:73:aa:bb\0cc"sv, "bb\\x00cc\" is not" },
-         { "001c.73aa.bbc:", "six groups" },
-         { "001c73aabbcc", "six groups" },
-         { "0x:1c:73:aa:bb:cc", "six groups" },
-         { "\xc3\xa9:1c:73:aa:bb:cc", "\\xc3\\xa9" },
+         { "02:13:57:aa:bb", "six groups" },
+         { "02:13:57:aa:bb:cc:dd", "six groups" },
+         { "02:13:57:aa:bb:c", "six groups" },
+         { "02:13:57:aa:bb:cg", "six groups" },
+         { "02:13:57-aa:bb:cc", "six groups" },
+         { "02:13:57:aa:bb:cc\0"sv, "cc\\x00\" is not" },
+         { "02:13:57:aa:bb\0cc"sv, "bb\\x00cc\" is not" },
+         { "0213.57aa.bbc:", "six groups" },
+         { "021357aabbcc", "six groups" },
+         { "0x:13:57:aa:bb:cc", "six groups" },
+         { "02:13:57:aa:bb:\xc3\xa9", "\\xc3\\xa9" },
          { huge, "...\" is not" },
    } );
 }
@@ -121,27 +121,28 @@ TEST( PeltEthAddrWithMask, MatchesMaskedBitsOnly ) {
    EthAddrWithMask none;
    EXPECT_EQ( Kiv::toText( none ), "00:00:00:00:00:00/ff:ff:ff:ff:ff:ff" );
    EXPECT_TRUE( none.matches( EthAddr() ) );
-   EXPECT_FALSE( none.matches( EthAddr( 1 ) ) );
-   auto oui = EthAddrWithMask::parse( "00:1c:73:00:00:99/ff:ff:ff:00:00:00" );
-   EXPECT_TRUE( oui.matches( EthAddr::parse( "00:1c:73:12:34:56" ) ) );
-   EXPECT_FALSE( oui.matches( EthAddr::parse( "00:1c:72:12:34:56" ) ) );
-   EXPECT_EQ( EthAddrWithMask::parse( "00:1c:73:00:00:01" ).mask(), EthAddr::broadcast() );
+   EXPECT_FALSE( none.matches( EthAddr( 0x020000000000 ) ) );
+   auto oui = EthAddrWithMask::parse( "02:13:57:00:00:99/ff:ff:ff:00:00:00" );
+   EXPECT_TRUE( oui.matches( EthAddr::parse( "02:13:57:12:34:56" ) ) );
+   EXPECT_FALSE( oui.matches( EthAddr::parse( "02:13:56:12:34:56" ) ) );
+   EXPECT_EQ( EthAddrWithMask::parse( "02:13:57:00:00:01" ).mask(), EthAddr::broadcast() );
    expectRoundTrip< EthAddrWithMask >(
-         { "00:1c:73:00:00:99/ff:ff:ff:00:00:00", "00:1c:73:00:00:99/00:00:00:00:00:00" } );
+         { "02:13:57:00:00:99/ff:ff:ff:00:00:00", "02:13:57:00:00:99/00:00:00:00:00:00" } );
    expectRefused< EthAddrWithMask >( {
          { "", "expected at the beginning" },
-         { "00:1c:73:00:00:99/", "expected after \"/\"" },
-         { "00:1c:73:00:00:99/24", "expected after \"/\"" },
-         { "/00:1c:73:00:00:99", "expected at the beginning" },
+         { "02:13:57:00:00:99/", "expected after \"/\"" },
+         { "02:13:57:00:00:99/24", "expected after \"/\"" },
+         { "/02:13:57:00:00:99", "expected at the beginning" },
          { "0:0/0:0/0:0", "expected at the beginning" },
-         { "00:1c:73:00:00:99/ff:ff:ff:ff:ff:ff/", "expected after \"/\"" },
+         { "02:13:57:00:00:99/ff:ff:ff:ff:ff:ff/", "expected after \"/\"" },
    } );
 }
 
 TEST( PeltIpAddr, TextAndClasses ) {
-   expectRoundTrip< IpAddr >( { "0.0.0.0", "10.1.2.3", "255.255.255.255", "1.0.0.0", "0.0.0.1" } );
-   expectAscending< IpAddr >( { "0.0.0.0", "9.255.255.255", "10.0.0.0", "200.0.0.0" } );
-   EXPECT_EQ( IpAddr( 10, 1, 2, 3 ).value(), 0x0a010203u );
+   expectRoundTrip< IpAddr >(
+         { "0.0.0.0", "192.0.2.3", "255.255.255.255", "127.0.0.0", "0.0.0.1" } );
+   expectAscending< IpAddr >( { "0.0.0.0", "127.255.255.255", "192.0.2.9", "192.0.2.10" } );
+   EXPECT_EQ( IpAddr( 192, 0, 2, 3 ).value(), 0xc0000203u );
    EXPECT_TRUE( IpAddr::parse( "224.0.0.1" ).isMulticast() );
    EXPECT_TRUE( IpAddr::parse( "239.255.255.255" ).isMulticast() );
    EXPECT_FALSE( IpAddr::parse( "240.0.0.0" ).isMulticast() );
@@ -149,20 +150,20 @@ TEST( PeltIpAddr, TextAndClasses ) {
    EXPECT_TRUE( IpAddr::parse( "127.9.9.9" ).isLoopback() );
    expectRefused< IpAddr >( {
          { "", "each number is expected to be from 0 to 255" },
-         { "1.2.3", "four numbers" },
-         { "1.2.3.", "from 0 to 255" },
-         { "1.2.3.4.5", "the end is expected" },
-         { "1.2.3.4 ", "the end is expected" },
-         { "1.2.3.4\0"sv, "4\\x00\" is not an IPv4 address" },
-         { "1.2.3.256", "from 0 to 255" },
-         { "1.2.3.99999999999999999999", "from 0 to 255" },
-         { "01.2.3.4", "leading zeros" },
-         { "1.2.3.00", "leading zeros" },
-         { "-1.2.3.4", "from 0 to 255" },
-         { "1..2.3", "from 0 to 255" },
-         { "0x1.2.3.4", "four numbers" },
-         { "10.1.2.3/24", "the end is expected" },
-         { "\xd9\xa1.2.3.4", "\\xd9\\xa1" },
+         { "192.0.2", "four numbers" },
+         { "192.0.2.", "from 0 to 255" },
+         { "192.0.2.4.5", "the end is expected" },
+         { "192.0.2.4 ", "the end is expected" },
+         { "192.0.2.4\0"sv, "4\\x00\" is not an IPv4 address" },
+         { "192.0.2.256", "from 0 to 255" },
+         { "192.0.2.99999999999999999999", "from 0 to 255" },
+         { "192.0.02.4", "leading zeros" },
+         { "192.0.2.00", "leading zeros" },
+         { "-192.0.2.4", "from 0 to 255" },
+         { "192..0.2", "from 0 to 255" },
+         { "0xc0.0.2.4", "four numbers" },
+         { "192.0.2.3/24", "the end is expected" },
+         { "192.0.2.\xd9\xa1", "\\xd9\\xa1" },
    } );
 }
 
@@ -179,18 +180,18 @@ TEST( PeltIp6Addr, PrintsTheShortestForm ) {
          { "2001:0DB8:0000:0000:0000:0000:0000:0001", "2001:db8::1" },
          { "2001:db8:0:1:1:1:1:1", "2001:db8:0:1:1:1:1:1" }, // one group is not shortened
          { "2001:db8::1:1:1:1:1", "2001:db8:0:1:1:1:1:1" },
-         { "2001:0:0:1:0:0:0:1", "2001:0:0:1::1" },       // the longest run
+         { "2001:db8:0:0:1:0:0:0", "2001:db8:0:0:1::" },  // the longest run
          { "2001:db8:0:0:1:0:0:1", "2001:db8::1:0:0:1" }, // the first of two equal runs
-         { "1:2:3:4:5:6:7::", "1:2:3:4:5:6:7:0" },
+         { "2001:db8:3:4:5:6:7::", "2001:db8:3:4:5:6:7:0" },
          { "::2:3:4:5:6:7:8", "0:2:3:4:5:6:7:8" },
          { "1:0:0:0:0:0:0:0", "1::" },
-         { "1:2:3:4:5:6:0:0", "1:2:3:4:5:6::" },
+         { "2001:db8:3:4:5:6:0:0", "2001:db8:3:4:5:6::" },
          { "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff", "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff" },
-         { "::ffff:10.1.2.3", "::ffff:10.1.2.3" },
-         { "::ffff:a01:203", "::ffff:10.1.2.3" },
+         { "::ffff:192.0.2.3", "::ffff:192.0.2.3" },
+         { "::ffff:c000:203", "::ffff:192.0.2.3" },
          { "::ffff:0:0", "::ffff:0.0.0.0" },
-         { "64:ff9b::10.1.2.3", "64:ff9b::a01:203" },
-         { "1:2:3:4:5:6:7.8.9.10", "1:2:3:4:5:6:708:90a" },
+         { "64:ff9b::192.0.2.3", "64:ff9b::c000:203" },
+         { "2001:db8:3:4:5:6:192.0.2.10", "2001:db8:3:4:5:6:c000:20a" },
          { "::ffff", "::ffff" },
          { "fe80::1", "fe80::1" },
    };
@@ -199,7 +200,8 @@ TEST( PeltIp6Addr, PrintsTheShortestForm ) {
       EXPECT_EQ( Kiv::toText( addr ), row.printed ) << row.text;
       EXPECT_EQ( Ip6Addr::parse( row.printed ), addr ) << row.text;
    }
-   EXPECT_EQ( Ip6Addr::parse( "1:2:3:4:5:6:7:8" ), Ip6Addr( 0x1000200030004, 0x5000600070008 ) );
+   EXPECT_EQ( Ip6Addr::parse( "2001:db8:3:4:5:6:7:8" ),
+              Ip6Addr( 0x20010db800030004, 0x5000600070008 ) );
    expectAscending< Ip6Addr >( { "::", "::1", "0:0:0:1::", "1::", "fe80::1" } );
    Ip6Addr::Octets octets{ 0xff, 2 };
    octets[ 15 ] = 1;
@@ -225,11 +227,11 @@ TEST( PeltIp6Addr, BadTextIsRefused ) {
          { ":::", "groups of one to four" },
          { "1:::2", "groups of one to four" },
          { "1::2::3", "only once" },
-         { "1:2:3:4:5:6:7", "eight groups" },
-         { "1:2:3:4:5:6:7:", "after the last" },
-         { "1:2:3:4:5:6:7:8:9", "at most eight" },
-         { "1:2:3:4:5:6:7:8::", "at least one group" },
-         { "::1:2:3:4:5:6:7:8", "at least one group" },
+         { "2001:db8:3:4:5:6:7", "eight groups" },
+         { "2001:db8:3:4:5:6:7:", "after the last" },
+         { "2001:db8:3:4:5:6:7:8:9", "at most eight" },
+         { "2001:db8:3:4:5:6:7:8::", "at least one group" },
+         { "::db8:2:3:4:5:6:7:8", "at least one group" },
          { ":1::2", "groups of one to four" },
          { "1::2:", "after the last" },
          { "12345::", "groups of one to four" },
@@ -241,11 +243,11 @@ TEST( PeltIp6Addr, BadTextIsRefused ) {
          { "::1 ", "groups of one to four" },
          { "::1\0"sv, "\\x00" },
          { "::\xff", "\\xff" },
-         { "::1.2.3", "four numbers" },
-         { "::1.2.3.4.5", "the end is expected after the fourth" },
-         { "::1.2.3.256", "from 0 to 255" },
-         { "1.2.3.4::", "groups of one to four" },
-         { "1:2:3:4:5:6:7:1.2.3.4", "at most eight" },
+         { "::192.0.2", "four numbers" },
+         { "::192.0.2.4.5", "the end is expected after the fourth" },
+         { "::192.0.2.256", "from 0 to 255" },
+         { "192.0.2.4::", "groups of one to four" },
+         { "2001:db8:3:4:5:6:7:192.0.2.4", "at most eight" },
          { huge, "...\" is not an IPv6 address" },
    } );
 }
@@ -260,7 +262,7 @@ TEST( PeltIpGenAddr, HoldsEitherFamilyOrNone ) {
    EXPECT_NE( IpGenAddr( IpAddr() ), none );
    EXPECT_LT( none, IpGenAddr( IpAddr() ) );
    EXPECT_LT( IpGenAddr( IpAddr( 0xffffffff ) ), IpGenAddr( Ip6Addr() ) );
-   expectRoundTrip< IpGenAddr >( { "", "0.0.0.0", "::", "0.0.0.1", "::1", "10.1.2.3" } );
+   expectRoundTrip< IpGenAddr >( { "", "0.0.0.0", "::", "0.0.0.1", "::1", "192.0.2.3" } );
    EXPECT_EQ( v4.v4Addr(), IpAddr( 1 ) );
    EXPECT_THROW( v4.v6Addr(), Kiv::RangeException );
    EXPECT_THROW( v6.v4Addr(), Kiv::RangeException );
@@ -269,43 +271,44 @@ TEST( PeltIpGenAddr, HoldsEitherFamilyOrNone ) {
    EXPECT_TRUE( IpGenAddr::parse( "ff02::5" ).isMulticast() );
    EXPECT_FALSE( none.isMulticast() );
    expectRefused< IpGenAddr >( { { "host", "an IPv4 or IPv6 address" },
-                                 { "1.2.3.4.5", "an IPv4 or IPv6 address" },
+                                 { "192.0.2.4.5", "an IPv4 or IPv6 address" },
                                  { "1:2", "an IPv6 address: eight groups" } } );
 }
 
 TEST( PeltPrefix, TextRefusesHostBitsAndConstructorsClearThem ) {
    expectRoundTrip< Prefix >(
-         { "0.0.0.0/0", "0.0.0.0/32", "10.0.0.0/8", "10.0.0.0/9", "10.1.2.3/32" } );
+         { "0.0.0.0/0", "0.0.0.0/32", "192.0.2.0/24", "192.0.2.0/25", "192.0.2.3/32" } );
    expectRoundTrip< Ip6Prefix >( { "::/0", "::/128", "2001:db8::/32", "fe80::/10", "::1/128" } );
-   EXPECT_EQ( Kiv::toText( Prefix( IpAddr( 10, 1, 2, 3 ), 31 ) ), "10.1.2.2/31" );
+   EXPECT_EQ( Kiv::toText( Prefix( IpAddr( 192, 0, 2, 3 ), 31 ) ), "192.0.2.2/31" );
    EXPECT_EQ( Prefix( IpAddr( 0xffffffff ), 0 ), Prefix() );
-   EXPECT_EQ( Kiv::toText( Prefix( IpAddr( 10, 1, 2, 3 ) ) ), "10.1.2.3/32" );
-   EXPECT_EQ( Kiv::toText( Prefix::parseClearing( "10.1.2.3/24" ) ), "10.1.2.0/24" );
-   EXPECT_EQ( Kiv::toText( Ip6Prefix::parseClearing( "fc00::1:71/126" ) ), "fc00::1:70/126" );
+   EXPECT_EQ( Kiv::toText( Prefix( IpAddr( 192, 0, 2, 3 ) ) ), "192.0.2.3/32" );
+   EXPECT_EQ( Kiv::toText( Prefix::parseClearing( "192.0.2.3/24" ) ), "192.0.2.0/24" );
+   EXPECT_EQ( Kiv::toText( Ip6Prefix::parseClearing( "2001:db8::1:71/126" ) ),
+              "2001:db8::1:70/126" );
    EXPECT_EQ( Kiv::toText( Ip6Prefix( Ip6Addr( ~0ull, ~0ull ), 64 ) ), "ffff:ffff:ffff:ffff::/64" );
    EXPECT_EQ( Kiv::toText( Ip6Prefix( Ip6Addr( ~0ull, ~0ull ), 65 ) ),
               "ffff:ffff:ffff:ffff:8000::/65" );
    EXPECT_THROW( Prefix( IpAddr(), 33 ), Kiv::RangeException );
    EXPECT_THROW( Ip6Prefix( Ip6Addr(), 129 ), Kiv::RangeException );
    expectRefused< Prefix >( {
-         { "10.1.2.3/24", "no bits set beyond the length are expected, as in 10.1.2.0/24" },
+         { "192.0.2.3/24", "no bits set beyond the length are expected, as in 192.0.2.0/24" },
          { "", "\"/\" and a length are expected" },
-         { "10.0.0.0", "\"/\" and a length are expected" },
-         { "10.0.0.0/", "a length from 0 to 32" },
-         { "10.0.0.0/33", "a length from 0 to 32" },
-         { "10.0.0.0/08", "a length from 0 to 32" },
-         { "10.0.0.0/99999999999999999999", "a length from 0 to 32" },
-         { "10.0.0.0/-1", "a length from 0 to 32" },
-         { "10.0.0.0/8/8", "a length from 0 to 32" },
-         { "10.0.0.0/8\0"sv, "a length from 0 to 32" },
-         { "10.0.0.0/255.0.0.0", "a length from 0 to 32" },
-         { "10.0.0/8", "\"10.0.0\" is not an IPv4 address" },
+         { "192.0.2.0", "\"/\" and a length are expected" },
+         { "192.0.2.0/", "a length from 0 to 32" },
+         { "192.0.2.0/33", "a length from 0 to 32" },
+         { "192.0.2.0/08", "a length from 0 to 32" },
+         { "192.0.2.0/99999999999999999999", "a length from 0 to 32" },
+         { "192.0.2.0/-1", "a length from 0 to 32" },
+         { "192.0.2.0/24/8", "a length from 0 to 32" },
+         { "192.0.2.0/24\0"sv, "a length from 0 to 32" },
+         { "192.0.2.0/255.0.0.0", "a length from 0 to 32" },
+         { "192.0.2/24", "\"192.0.2\" is not an IPv4 address" },
          { "::/0", "\"::\" is not an IPv4 address" },
    } );
    expectRefused< Ip6Prefix >( {
          { "fe80::1/10", "no bits set beyond the length are expected, as in fe80::/10" },
          { "2001:db8::/129", "a length from 0 to 128" },
-         { "10.0.0.0/8", "not an IPv6 address" },
+         { "192.0.2.0/24", "not an IPv6 address" },
    } );
 }
 
@@ -318,10 +321,10 @@ TEST( PeltPrefix, ContainsAndSortsParentsFirst ) {
    std::vector< Row > rows{
          { "0.0.0.0/0", "0.0.0.0/0", true },
          { "0.0.0.0/0", "255.255.255.255/32", true },
-         { "10.0.0.0/8", "10.255.0.0/16", true },
-         { "10.0.0.0/8", "11.0.0.0/16", false },
-         { "10.0.0.0/16", "10.0.0.0/8", false },
-         { "10.1.2.3/32", "10.1.2.3/32", true },
+         { "192.0.2.0/24", "192.0.2.240/28", true },
+         { "192.0.2.0/25", "192.0.2.128/28", false },
+         { "192.0.2.0/28", "192.0.2.0/24", false },
+         { "192.0.2.3/32", "192.0.2.3/32", true },
          { "::/0", "2001:db8::/32", true },
          { "2001:db8::/64", "2001:db8::1/128", true },
          { "2001:db8::/65", "2001:db8:0:0:8000::/65", false },
@@ -343,23 +346,23 @@ TEST( PeltPrefix, ContainsAndSortsParentsFirst ) {
          EXPECT_LE( outer, inner );
       }
    }
-   expectAscending< IpGenPrefix >( { "", "0.0.0.0/0", "0.0.0.0/8", "10.0.0.0/8", "10.0.0.0/24",
-                                     "10.0.1.0/24", "::/0", "::/1" } );
+   expectAscending< IpGenPrefix >( { "", "0.0.0.0/0", "0.0.0.0/8", "192.0.2.0/24", "192.0.2.0/28",
+                                     "192.0.2.16/28", "::/0", "::/1" } );
 }
 
 TEST( PeltIpGenPrefix, ReadsEitherFamily ) {
    expectRoundTrip< IpGenPrefix >(
-         { "", "0.0.0.0/0", "::/0", "0.0.0.0/32", "::/32", "10.0.0.0/8" } );
-   EXPECT_EQ( IpGenPrefix( IpGenAddr( IpAddr( 10, 1, 2, 3 ) ), 24 ),
-              IpGenPrefix( Prefix::parse( "10.1.2.0/24" ) ) );
-   EXPECT_EQ( IpGenPrefix::parseClearing( "10.1.2.3/24" ), IpGenPrefix::parse( "10.1.2.0/24" ) );
+         { "", "0.0.0.0/0", "::/0", "0.0.0.0/32", "::/32", "192.0.2.0/24" } );
+   EXPECT_EQ( IpGenPrefix( IpGenAddr( IpAddr( 192, 0, 2, 3 ) ), 24 ),
+              IpGenPrefix( Prefix::parse( "192.0.2.0/24" ) ) );
+   EXPECT_EQ( IpGenPrefix::parseClearing( "192.0.2.3/24" ), IpGenPrefix::parse( "192.0.2.0/24" ) );
    EXPECT_EQ( IpGenPrefix::parseClearing( "fe80::1/10" ), IpGenPrefix::parse( "fe80::/10" ) );
    EXPECT_EQ( IpGenPrefix::parse( "2001:db8::/32" ).v6Prefix().len(), 32u );
    EXPECT_THROW( IpGenPrefix::parse( "::/0" ).v4Prefix(), Kiv::RangeException );
    EXPECT_THROW( IpGenPrefix( IpGenAddr( IpAddr() ), 33 ), Kiv::RangeException );
    EXPECT_THROW( IpGenPrefix( IpGenAddr(), 0 ), Kiv::RangeException );
    expectRefused< IpGenPrefix >(
-         { { "10.1.2.3/24", "an IPv4 prefix" }, { "::1/64", "an IPv6 prefix" } } );
+         { { "192.0.2.3/24", "an IPv4 prefix" }, { "::1/64", "an IPv6 prefix" } } );
 }
 
 } // namespace

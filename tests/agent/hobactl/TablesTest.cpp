@@ -40,7 +40,7 @@ using Reader = Glim::TableReader< MacVlanPair, Entry >;
 
 MacVlanPair
 host( std::uint64_t number ) {
-   return MacVlanPair( Pelt::EthAddr( 0x001c73000000 + number ), Bridging::VlanId( 10 ) );
+   return MacVlanPair( Pelt::EthAddr( 0x00005e005300 + number ), Bridging::VlanId( 10 ) );
 }
 
 class TablesTest : public testing::Test {
@@ -146,13 +146,13 @@ TEST_F( TablesTest, writerAndReadersThatDie ) {
    EXPECT_EQ( rows.size(), 5u ) << dump;
    EXPECT_EQ( rows[ "KEY" ],
               "macEntry intf entryType tunnelId learnTime learnedInHardware agedInHardware" );
-   EXPECT_EQ( rows[ "00:1c:73:00:00:02@10" ],
-              "00:1c:73:00:00:02@10 Ethernet2 learnedDynamicMac 0 2.5 true false" );
+   EXPECT_EQ( rows[ "00:00:5e:00:53:02@10" ],
+              "00:00:5e:00:53:02@10 Ethernet2 learnedDynamicMac 0 2.5 true false" );
    EXPECT_LT( dump.find( "Ethernet1" ), dump.find( "Ethernet2" ) );
    auto const all = json( "show tables --dump macs" );
    EXPECT_EQ( *all.find( "form" ), Datum( "typed" ) );
    auto const & row = all.find( "rows" )->as< Datum::Array >()->at( 2 );
-   EXPECT_EQ( *row.find( "key" ), Datum( "00:1c:73:00:00:03@10" ) );
+   EXPECT_EQ( *row.find( "key" ), Datum( "00:00:5e:00:53:03@10" ) );
    EXPECT_EQ( *row.find( "record" )->find( "intf" ), Datum( "Ethernet3" ) );
 
    Writer next( "macs" );
