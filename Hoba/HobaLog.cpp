@@ -4,7 +4,7 @@
 #include "Kiv/ClockDriver.h"
 
 #include <algorithm>
-#include <cstring>
+#include <string_view>
 
 namespace Hoba {
 
@@ -51,9 +51,8 @@ LogDeclaration::LogDeclaration( LogMessage const & message ) {
 std::vector< LogMessage const * >
 logCatalogue() {
    auto catalogue = log().catalogue;
-   std::sort( catalogue.begin(), catalogue.end(), []( auto const * a, auto const * b ) {
-      return std::strcmp( a->name, b->name ) < 0;
-   } );
+   std::ranges::sort( catalogue, {},
+                      []( auto const * message ) { return std::string_view( message->name ); } );
    return catalogue;
 }
 

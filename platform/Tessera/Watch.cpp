@@ -79,7 +79,6 @@ EntityWatcher::kivType() {
 void
 EntityWatcher::start( Kiv::Entity & entity ) {
    watch( &entity );
-   isRegisteredNotifieeIs( true );
    hasNotificationActiveIs( true );
    auto const * reflection = entity.fwkType().reflection();
    if( !reflection || path_.size() + 2 > Path::maxComponents ) {

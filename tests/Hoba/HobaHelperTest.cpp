@@ -143,6 +143,9 @@ TEST_F( HobaAssertTest, stopsTheAgentExceptInASimulation ) {
    auto const stopped = "^nothing works\nHoba/HobaAssert.cpp:[0-9]+: .*hobaAssert.*: Assertion `0' "
                         "failed.\n$";
    EXPECT_DEATH( helper->hobaAssert( "nothing works" ), stopped );
+   // Who must restart and has nobody to do it is stopped, and started by whoever watches over it.
+   auto const data = Kiv::make< Hoba::HobaCommonSmData >( "agent" );
+   EXPECT_DEATH( data->agentRestart( "nothing works" ), stopped );
    Environment const noop( "HOBA_NOOP_AGENT", "" );
    EXPECT_DEATH( helper->hobaAssert( "nothing works" ), stopped )
          << "only hooks may be missing then";

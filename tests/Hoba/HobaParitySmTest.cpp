@@ -137,6 +137,13 @@ TEST_F( ParitySmTest, oneChangeOfASliceIsOneChangeOfTheContext ) {
    dir->entryIs( "one", Kiv::make< Kiv::Dir >( "one" ) );
    EXPECT_EQ( sm->paritySliceSm( "one" ), nullptr );
    EXPECT_EQ( inContext(), ( Events{ { "two:l2:1", 1 }, { "two:l2:7", 1 } } ) );
+   // What a slice had, and has no more, another one under a second name may have.
+   auto const former = slice( "two", { 8 } );
+   dir->entryIs( "former", former );
+   former->parityEventDel( parityEvent( "two", 8 ).key );
+   dir->entryIs( "later", slice( "two", { 8 } ) );
+   dir->entryDel( "former" );
+   EXPECT_EQ( inContext(), inSlices() );
    auto const without = Hoba::HobaParitySm::HobaParitySmIs( data, nullptr );
    EXPECT_EQ( without->paritySliceSm().size(), 0u );
 }

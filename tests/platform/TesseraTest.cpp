@@ -395,6 +395,13 @@ TEST_F( TesseraWatch, followsEverythingBelow ) {
    config->intfDel( "Ethernet1/2" );
    late->enabledIs( true ); // nobody's child any more
    EXPECT_EQ( take(), ( std::vector< String >{ "/feature/config/intf[Ethernet1/2] gone" } ) );
+   // Mounted twice and gone twice, nothing of it is heard.
+   database.unmount( "/feature/config" );
+   database.mount( "/feature/config", config, Access::configuration );
+   database.unmount( "/feature/config" );
+   heard.clear();
+   config->noteIs( "y" );
+   EXPECT_EQ( take(), ( std::vector< String >{} ) );
 }
 
 TEST_F( TesseraWatch, followsOneFieldOfWhatMayCome ) {
