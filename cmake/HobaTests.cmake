@@ -56,7 +56,7 @@ foreach(file IN LISTS hobaTestFiles)
   if(file MATCHES "^agent/hobactl/")
     set(folder hobactl)
   endif()
-  if(folder MATCHES "\\.cpp$" OR folder STREQUAL "install")
+  if(folder MATCHES "\\.cpp$")
     continue()
   endif()
   list(APPEND hobaTestFolders "${folder}")
@@ -90,14 +90,32 @@ add_test(NAME tree.layers COMMAND "${PROJECT_SOURCE_DIR}/scripts/check-layers")
 
 # MAC and IP addresses in all its texts are nobody's.
 add_test(NAME tree.addresses COMMAND "${PROJECT_SOURCE_DIR}/scripts/check-addresses")
+# The code that a page quotes is code of the tree.
+add_test(NAME tree.quotes COMMAND "${PROJECT_SOURCE_DIR}/scripts/check-quotes")
 
-# A user's view: install, find_package( Hoba ), build, run. Says nothing about memory, so the
-# sanitized build leaves it out.
+# Every examples/X/main.cpp, with the sources beside it, becomes X, and prints what its expected.txt
+# says.
+file(GLOB hobaExamples CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/examples/*/main.cpp")
+foreach(main IN LISTS hobaExamples)
+  cmake_path(GET main PARENT_PATH folder)
+  cmake_path(GET folder FILENAME name)
+  file(GLOB sources CONFIGURE_DEPENDS "${folder}/*.cpp")
+  add_executable(${name} ${sources})
+  target_link_libraries(${name} PRIVATE Hoba::Hoba)
+  add_test(NAME examples.${name}
+    COMMAND bash -c [[out=$("$0") && diff -u "$1" - <<<"$out"]]
+    "$<TARGET_FILE:${name}>" "${folder}/expected.txt")
+  set_tests_properties(examples.${name} PROPERTIES TIMEOUT ${hobaTestTimeout})
+endforeach()
+
+# A user's view: install, find_package( Hoba ), build an example, run. Says nothing about memory, so
+# the sanitized build leaves it out.
 get_target_property(hobaKind Hoba TYPE)
 if(hobaKind STREQUAL "SHARED_LIBRARY" AND NOT HOBA_SANITIZE)
   add_test(NAME install.consumer COMMAND "${CMAKE_COMMAND}"
     -D "BUILD_DIR=${PROJECT_BINARY_DIR}"
-    -D "CONSUMER_DIR=${hobaTestsDir}/install"
+    -D "CONSUMER_DIR=${PROJECT_SOURCE_DIR}/examples/small-chip"
+    -D "CONSUMER=small-chip"
     -D "WORK_DIR=${PROJECT_BINARY_DIR}/install-test"
     -D "CXX=${CMAKE_CXX_COMPILER}"
     -P "${hobaTestsDir}/install/run.cmake")

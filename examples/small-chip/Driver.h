@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// What the maker of a chip delivers with it: its registers, and what it calls when something
+// happens. The library does not know it. This one is all in memory, and prints what is written to it.
+
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <string>
+
+namespace SmallChip {
+
+class Driver {
+ public:
+   static constexpr std::uint64_t noLimit = ~std::uint64_t( 0 );
+
+   // Takes all limits away.
+   void resetMeters() {
+      meters_.clear();
+      std::printf( "   chip: meters reset\n" );
+   }
+   // A meter drops what comes in faster than `kbps`.
+   void meterIs( std::string const & name, std::uint64_t kbps ) {
+      if( meter( name ) != kbps ) {
+         meters_[ name ] = kbps;
+         std::printf( "   chip: %s %s\n", name.c_str(),
+                      kbps == noLimit ? "unlimited"
+                                      : ( std::to_string( kbps ) + " kbps" ).c_str() );
+      }
+   }
+   std::uint64_t meter( std::string const & name ) const {
+      auto const found = meters_.find( name );
+      return found == meters_.end() ? noLimit : found->second;
+   }
+
+   // Called when a link changes, and when a frame comes from a station that is not known. Empty:
+   // nobody wants to know.
+   std::function< void( unsigned port, bool up ) > onLink;
+   std::function< void( unsigned port, unsigned vlan, std::uint64_t station ) > onStation;
+
+   // Tells onLink how things stand.
+   void reportLinks() const {
+      for( auto const & [ port, up ] : links_ ) {
+         onLink( port, up );
+      }
+   }
+
+   // The world outside: a cable is plugged in or pulled out, a frame comes in.
+   void cableIs( unsigned port, bool plugged ) {
+      links_[ port ] = plugged;
+      if( onLink ) {
+         onLink( port, plugged );
+      }
+   }
+   void frame( unsigned port, unsigned vlan, std::uint64_t station ) const {
+      if( onStation ) {
+         onStation( port, vlan, station );
+      }
+   }
+
+ private:
+   std::map< std::string, std::uint64_t > meters_;
+   std::map< unsigned, bool > links_;
+};
+
+} // namespace SmallChip
