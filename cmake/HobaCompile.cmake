@@ -24,8 +24,8 @@ if(HOBA_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   endif()
 endif()
 
-add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
-  -Werror)
+# Warnings are errors in the presets (CMAKE_COMPILE_WARNING_AS_ERROR), whose compilers we know.
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual)
 
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # Visibility stays at its default: inline variables and the statics of inline functions must be

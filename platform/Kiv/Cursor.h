@@ -17,6 +17,12 @@ class CursorLink {
  protected:
    ~CursorLink() { unlink(); }
 
+// g++ 12 does not follow unlink(): an iterator that walks a temporary container would stay known to
+// it for longer than it lives.
+#if defined( __GNUC__ ) && __GNUC__ >= 12
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdangling-pointer"
+#endif
    void link( CursorLink *& head ) {
       next_ = head;
       at_ = &head;
@@ -25,6 +31,9 @@ class CursorLink {
       }
       head = this;
    }
+#if defined( __GNUC__ ) && __GNUC__ >= 12
+#pragma GCC diagnostic pop
+#endif
 
    void unlink() {
       if( !at_ ) {
