@@ -9,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <utility>
 
 namespace SmallChip {
 
@@ -35,15 +36,18 @@ class Driver {
       return found == meters_.end() ? noLimit : found->second;
    }
 
-   // Called when a link changes, and when a frame comes from a station that is not known. Empty:
-   // nobody wants to know.
+   // Called when a link changes, and when a frame comes from a station that is not known behind the
+   // port. Empty: nobody wants to know.
    std::function< void( unsigned port, bool up ) > onLink;
    std::function< void( unsigned port, unsigned vlan, std::uint64_t station ) > onStation;
 
-   // Tells onLink how things stand.
-   void reportLinks() const {
+   // Calls them for all that the chip holds.
+   void reportAll() const {
       for( auto const & [ port, up ] : links_ ) {
          onLink( port, up );
+      }
+      for( auto const & [ station, port ] : stations_ ) {
+         onStation( port, station.first, station.second );
       }
    }
 
@@ -54,15 +58,19 @@ class Driver {
          onLink( port, plugged );
       }
    }
-   void frame( unsigned port, unsigned vlan, std::uint64_t station ) const {
-      if( onStation ) {
+   void frame( unsigned port, unsigned vlan, std::uint64_t station ) {
+      auto & behind = stations_[ { vlan, station } ];
+      if( behind != port && onStation ) {
          onStation( port, vlan, station );
       }
+      behind = port;
    }
 
  private:
    std::map< std::string, std::uint64_t > meters_;
    std::map< unsigned, bool > links_;
+   // The port, of each VLAN and address; ports count from 1.
+   std::map< std::pair< unsigned, std::uint64_t >, unsigned > stations_;
 };
 
 } // namespace SmallChip

@@ -25,7 +25,7 @@ EventSm::hwInit() {
    driver_.onStation = [ this ]( unsigned port, unsigned vlan, std::uint64_t station ) {
       reportStation( port, vlan, station );
    };
-   driver_.reportLinks(); // what changed while nobody listened
+   driver_.reportAll(); // what it found while nobody listened
 }
 
 void

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// What this chip reports: links, and stations that it has not seen before.
+// What this chip reports: links, and stations where it has not seen them before.
 
 #include "Driver.h"
 #include "Hoba/HobaEventQueueSm.h"
