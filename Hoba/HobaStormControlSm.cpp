@@ -4,7 +4,6 @@
 #include "Hoba/HobaAssert.h"
 #include "Hoba/HobaHelper.h"
 #include "Hoba/HobaHook.h"
-#include "Hoba/HobaStormControlRate.h"
 #include "Zipline/Zipline.h"
 
 #include <algorithm>
@@ -67,12 +66,15 @@ StormControlSm::StormControlSmIs(
 void
 StormControlSm::handleInitialized() {
    ZTRACE_ENTRY( 8 );
+   Kiv::Dispatch::Frame frame;
    if( !initialized() ) {
       handlePeriod();
       reactorsUninitialize();
       return;
    }
    callHook< &Helper::hwInit >( platform() );
+   held_.clear();
+   portToLag_ = commonSmData()->portToLag();
    if( !platform().chipStormControlEnabled() ) {
       callHook< &Helper::installRules >( platform() );
    }
@@ -163,8 +165,7 @@ StormControlSm::KivIntfConfig::handleLevel() {
 void
 StormControlSm::KivIntfConfig::handleAllLevel() {
    handleLevel< levelTypeAll >();
-   auto const all = decideLevel( owner().platform(), levelTypeAll, notifier()->all() );
-   if( all.threshold.isDefault() ) {
+   if( decideLevel( owner().platform(), levelTypeAll, notifier()->all() ).isDefault() ) {
       updateLevel( levelTypeUUcast );
       updateLevel( levelTypeBroadcast );
       updateLevel( levelTypeMulticast );
@@ -173,6 +174,7 @@ StormControlSm::KivIntfConfig::handleAllLevel() {
 
 void
 StormControlSm::KivIntfConfig::applyConfig() {
+   Kiv::Dispatch::Frame frame;
    for( auto levelType : allLevelTypes ) {
       updateLevel( levelType );
    }
@@ -182,27 +184,62 @@ StormControlSm::KivIntfConfig::applyConfig() {
 
 void
 StormControlSm::KivIntfConfig::updateLevel( LevelType levelType ) {
-   if( !initialized() ) {
+   Kiv::Dispatch::Frame frame;
+   if( !working() ) {
       return;
    }
    auto & sm = owner();
-   auto const decision =
-         decideLevel( sm.platform(), levelType, configuredThreshold( *notifier(), levelType ) );
-   if( !decision.program || obstacle() != programmed ) {
-      stateIs( levelType, standing( levelType ) );
-      return;
+   auto const ports = sm.portsOf( key() );
+   // The all-traffic level takes along what it supersedes.
+   static constexpr LevelType superseding[] = { levelTypeAll, levelTypeBroadcast, levelTypeUUcast };
+   std::span< LevelType const > levels( &levelType, 1 );
+   if( levelType == levelTypeAll &&
+       !decideLevel( sm.platform(), levelTypeAll, notifier()->all() ).threshold.isDefault() ) {
+      levels = superseding;
    }
-   program( levelType, decision.threshold, decision.state );
-   if( levelType == levelTypeAll && !decision.threshold.isDefault() ) {
-      for( auto superseded : { levelTypeBroadcast, levelTypeUUcast } ) {
-         if( levelSupported( sm.platform(), superseded ) ) {
-            bool const asked = !configuredThreshold( *notifier(), superseded ).isDefault();
-            program( superseded, {}, asked ? supersededByAll : notConfigured );
-         }
+   if( obstacle() == programmed ) {
+      bool told = false;
+      for( auto each : levels ) {
+         told = program( each, ports ) || told;
+      }
+      if( told ) {
+         callHook< &Helper::updateBcastSkipRule >( sm.platform(), key(),
+                                                   broadcastSkips( sm.platform(), *notifier() ) );
       }
    }
-   callHook< &Helper::updateBcastSkipRule >( sm.platform(), key(),
-                                             broadcastSkips( sm.platform(), *notifier() ) );
+   if( working() ) {
+      report( *sm.status_->intfStatusIs( key() ), levels );
+   }
+}
+
+bool
+StormControlSm::KivIntfConfig::working() const {
+   return initialized() && !kivMarkedForDeletion() && !owner().kivMarkedForDeletion();
+}
+
+LevelDecision
+StormControlSm::KivIntfConfig::decide( LevelType levelType, Pelt::IntfId port ) const {
+   auto const & sm = owner();
+   bool const allStands = !sm.held( port, key(), levelTypeAll ).threshold.isDefault();
+   return decideLevelOnPort( sm.platform(), levelType, *notifier(), allStands );
+}
+
+bool
+StormControlSm::KivIntfConfig::program( LevelType levelType,
+                                        std::vector< Pelt::IntfId > const & ports ) {
+   auto & sm = owner();
+   if( isPortChannel( key() ) ) {
+      ZTRACE( 5, "Updating levels for lag ", key() );
+   }
+   bool told = decideLevelOnPort( sm.platform(), levelType, *notifier(), false ).program;
+   for( auto port : ports ) {
+      auto const decision = decide( levelType, port );
+      if( auto const speed = sm.calculateSpeedForIntf( port ); speed && decision.program ) {
+         sm.setHwRate( levelType, port, key(), speed, decision.threshold );
+         told = true;
+      }
+   }
+   return told;
 }
 
 // A LAG's members stand in its way one by one, not as a whole.
@@ -225,54 +262,63 @@ StormControlSm::KivIntfConfig::obstacle() const {
 }
 
 LevelState
-StormControlSm::KivIntfConfig::standing( LevelType levelType ) const {
-   auto const decision = decideLevel( owner().platform(), levelType,
-                                      configuredThreshold( *notifier(), levelType ) );
-   auto const why = obstacle();
-   return decision.program && decision.state != notConfigured && why != programmed ? why
-                                                                                   : decision.state;
-}
-
-// Programs the ports whose speed is known, and says so in the status.
-void
-StormControlSm::KivIntfConfig::program( LevelType levelType, Threshold const & threshold,
-                                        LevelState state ) {
-   auto & sm = owner();
-   auto const ports = sm.portsOf( key() );
-   bool const isLag = isPortChannel( key() );
-   if( isLag ) {
-      ZTRACE( 5, "Updating levels for lag ", key() );
+StormControlSm::KivIntfConfig::standing( LevelType levelType,
+                                         std::vector< Pelt::IntfId > const & ports ) const {
+   auto const & sm = owner();
+   auto const asked =
+         decideLevel( sm.platform(), levelType, configuredThreshold( *notifier(), levelType ) );
+   if( asked.state == notConfigured || asked.state == levelNotSupported ) {
+      return asked.state;
    }
-   std::uint64_t rate = 0;
-   std::uint64_t speed = 0;
+   bool anyKnown = false;
+   bool anyUncovered = false;
    for( auto port : ports ) {
-      if( auto const portSpeed = sm.calculateSpeedForIntf( port ) ) {
-         speed += portSpeed;
-         rate += threshold.isDefault() ? 0 : rateOf( portSpeed, threshold );
-         sm.setHwRate( levelType, port, key(), portSpeed, threshold );
+      if( sm.calculateSpeedForIntf( port ) != 0 ) {
+         anyKnown = true;
+         anyUncovered = anyUncovered || decide( levelType, port ).state != supersededByAll;
       }
    }
-   if( speed == 0 && state != notConfigured && state != supersededByAll ) {
-      state = ports.empty() ? lagHasNoMember : LevelState::speedUnknown;
+   auto why = obstacle();
+   if( why == programmed && !anyKnown ) {
+      why = ports.empty() ? lagHasNoMember : LevelState::speedUnknown;
    }
-   auto const status = sm.status_->intfStatusIs( key() );
-   status->speedIs( speed );
-   levelStatusIs( *status, levelType, { speed == 0 ? Threshold{} : threshold, rate, state } );
+   if( why != programmed ) {
+      return asked.refused() ? asked.state : why;
+   }
+   return anyUncovered ? asked.state : supersededByAll;
 }
 
-// What the hardware holds stays what it was.
-void
-StormControlSm::KivIntfConfig::stateIs( LevelType levelType, LevelState state ) {
+LevelStatus
+StormControlSm::KivIntfConfig::statusOf( LevelType levelType ) const {
    auto const & sm = owner();
-   std::uint64_t speed = 0;
-   for( auto port : sm.portsOf( key() ) ) {
-      speed += sm.calculateSpeedForIntf( port );
+   auto const ports = sm.portsOf( key() );
+   LevelStatus level{ {}, 0, standing( levelType, ports ) };
+   for( auto port : ports ) {
+      auto const & stands = sm.held( port, key(), levelType );
+      // A member of a LAG whose speed is not known adds nothing.
+      if( !stands.threshold.isDefault() &&
+          ( port == key() || sm.calculateSpeedForIntf( port ) != 0 ) ) {
+         level.rate += rateOf( stands.speedKbps, stands.threshold );
+         if( level.threshold.isDefault() ) {
+            level.threshold = stands.threshold;
+         }
+      }
    }
-   auto const status = sm.status_->intfStatusIs( key() );
-   status->speedIs( speed );
-   auto value = levelStatus( *status, levelType );
-   value.state = state;
-   levelStatusIs( *status, levelType, value );
+   return level;
+}
+
+// Whoever hears of one of these writes may change what the next one has to say.
+void
+StormControlSm::KivIntfConfig::report( IntfStatus & status,
+                                       std::span< LevelType const > levels ) const {
+   for( auto levelType : levels ) {
+      levelStatusIs( status, levelType, statusOf( levelType ) );
+   }
+   std::uint64_t speed = 0;
+   for( auto port : owner().portsOf( key() ) ) {
+      speed += owner().calculateSpeedForIntf( port );
+   }
+   status.speedIs( speed );
 }
 
 void
@@ -280,6 +326,14 @@ StormControlSm::setHwRate( LevelType levelType, Pelt::IntfId intf, Pelt::IntfId 
                            std::uint32_t speedKbps, Threshold const & threshold ) {
    ZTRACE( 5, "Setting ", intf, levelText( levelType ), " level threshold to ", threshold );
    callHook< &Helper::setHwRate >( platform(), levelType, intf, parentIntf, speedKbps, threshold );
+   ( *held_.tryEmplace( intf ).value )[ levelType ] = { parentIntf, speedKbps, threshold };
+}
+
+StormControlSm::Held const &
+StormControlSm::held( Pelt::IntfId port, Pelt::IntfId parent, LevelType levelType ) const {
+   static Held const none;
+   auto const * levels = held_.find( port );
+   return levels && ( *levels )[ levelType ].parent == parent ? ( *levels )[ levelType ] : none;
 }
 
 void
@@ -291,6 +345,7 @@ StormControlSm::enable( Pelt::IntfId intf ) {
 
 void
 StormControlSm::disable( Pelt::IntfId intf ) {
+   Kiv::Dispatch::Frame frame;
    if( !intfExists( intf ) ) {
       return;
    }
@@ -312,9 +367,7 @@ StormControlSm::resetStormControlStatusForIntf( Pelt::IntfId intf ) {
       ZTRACE( 5, "No status found, returning...." );
       return;
    }
-   for( auto levelType : allLevelTypes ) {
-      levelStatusIs( *status, levelType, { {}, 0, reactor->standing( levelType ) } );
-   }
+   reactor->report( *status, allLevelTypes );
 }
 
 // ---- Ports
@@ -383,8 +436,10 @@ StormControlSm::handleSpeed( Pelt::IntfId const & intf ) {
 
 void
 StormControlSm::reprogram( Pelt::IntfId intf ) {
-   auto const lag = lagIntfForIntf( intf );
-   enable( lag ? lag : intf );
+   enable( intf ); // also while it belongs to a LAG: its status tells its speed
+   if( auto const lag = lagIntfForIntf( intf ) ) {
+      enable( lag );
+   }
 }
 
 void
@@ -412,12 +467,19 @@ StormControlSm::handleIntf( Pelt::IntfId const & intf ) {
    if( !initialized() ) {
       return;
    }
-   auto * reactor = intfConfig( intf );
-   if( reactor && !reactor->initialized() && intfExists( intf ) ) {
-      reactor->handleInitialized();
-   } else if( reactor && reactor->initialized() && !intfExists( intf ) ) {
-      reactor->initializedIs( false );
-      resetStormControlStatusForIntf( intf );
+   auto * own = intfConfig( intf );
+   if( !intfExists( intf ) ) {
+      held_.erase( intf );
+      if( own ) {
+         own->initializedIs( false );
+         resetStormControlStatusForIntf( intf );
+      }
+   } else if( !own || !own->initialized() ) {
+      // It came (back), and the hardware may have kept what stood when it went.
+      disable( intf );
+      if( own ) {
+         own->handleInitialized();
+      }
    }
    if( auto const lag = lagIntfForIntf( intf ) ) {
       enable( lag );
@@ -446,10 +508,16 @@ StormControlSm::handlePortToLag( Pelt::IntfId const & intf ) {
    if( !initialized() ) {
       return;
    }
-   if( auto const lag = lagIntfForIntf( intf ) ) {
+   auto const lag = lagIntfForIntf( intf );
+   auto const left = portToLag_.extract( intf );
+   if( lag ) {
+      portToLag_.insertOrAssign( intf, lag );
       joinLag( intf, lag );
    } else {
       leaveLag( intf );
+   }
+   if( left && *left != lag && intfConfig( *left ) ) {
+      resetStormControlStatusForIntf( *left ); // it has no share of that any more
    }
 }
 
@@ -562,7 +630,7 @@ StormControlSm::handlePeriod() {
    if( !clock() || !config() ) {
       return;
    }
-   auto const period = initialized() ? config()->notifier()->period() : 0;
+   Kiv::Seconds const period = initialized() ? config()->notifier()->period().value() : 0;
    clock()->timeMinIs( period > 0 ? clock()->now() + period : Kiv::never );
 }
 
@@ -603,6 +671,7 @@ StormControlSm::KivIntfConfig::handleTime() {
 void
 StormControlSm::handleVerify() {
    ZTRACE_ENTRY( 8 );
+   Kiv::Dispatch::Frame frame;
    for( auto const & [ intf, reactor ] : intfConfig() ) {
       reactor->handleVerify();
    }

@@ -24,7 +24,7 @@ class StormControlSmHelper : public HobaBaseHelper {
 
    // ---- Programming
 
-   // Once, before anything else is asked for.
+   // Once, before anything else is asked for. No limit stands afterwards, on any port.
    virtual void hwInit() {}
    // Required. Puts the rules in place that tell the traffic classes apart; once, behind hwInit().
    virtual void installRules();
@@ -52,7 +52,7 @@ class StormControlSmHelper : public HobaBaseHelper {
    // Required.
    virtual Kiv::String verifyAggregateTc( std::uint32_t trafficClass,
                                           Bridging::StormControl::AggregateTcConfig const & config );
-   // What the platform has beyond that.
+   // What the platform has beyond that: limits that nobody configured, for one.
    virtual Kiv::String verifyPlatformStormControl( Bridging::StormControl::Config const & config,
                                                    Bridging::StormControl::Status const & status );
 

@@ -3,6 +3,7 @@
 #include "Hoba/HobaStormControlRate.h"
 #include "agent/features/FeatureCommands.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace HobaAgent {
@@ -98,6 +99,28 @@ chipText( Switch const & sw, Pelt::IntfId intf, LevelType levelType ) {
    return text.empty() ? "-" : text;
 }
 
+// What the level comes to, over all members of a LAG. Levels in packets a second come to none.
+Datum
+rateCell( Switch const & sw, Pelt::IntfId intf, LevelStatus const & level ) {
+   if( level.threshold.isDefault() || level.threshold.mode == meteringPps ) {
+      return "-";
+   }
+   if( level.threshold.mode == meteringPercent ) {
+      return level.rate;
+   }
+   // The status has no rate of these: each port has the whole level, whatever its speed.
+   std::uint64_t ports = 1;
+   if( Hoba::isPortChannel( intf ) ) {
+      auto const & members = sw.context->lagToPort( intf ).port;
+      ports = static_cast< std::uint64_t >(
+            std::count_if( members.begin(), members.end(), [ & ]( Pelt::IntfId port ) {
+               auto const status = sw.ethPhyIntfStatusDir->ethPhyIntfStatus( port );
+               return status && Interface::speedToKbps( status->speed() ) != 0;
+            } ) );
+   }
+   return level.threshold.rateKbps() * ports;
+}
+
 Datum
 show( Switch const & sw, Pelt::IntfId only, std::vector< String > const & notes ) {
    TableAnswer table( { "Interface", "Level", "Threshold", "Speed", "Rate (kbps)", "Chip", "Drops",
@@ -120,9 +143,8 @@ show( Switch const & sw, Pelt::IntfId only, std::vector< String > const & notes 
          auto const & level = Hoba::levelStatus( *status, levelType );
          table.row( { Kiv::toText( intf ), String( Hoba::levelText( levelType ).substr( 1 ) ),
                       thresholdText( asked ), speedText( status->speed() ),
-                      level.threshold.isDefault() ? Datum( "-" ) : Datum( level.rate ),
-                      chipText( sw, intf, levelType ), drops[ levelType ],
-                      stateText( sw, intf, level.state ) } );
+                      rateCell( sw, intf, level ), chipText( sw, intf, levelType ),
+                      drops[ levelType ], stateText( sw, intf, level.state ) } );
       }
    }
    for( auto const & note : notes ) {

@@ -117,10 +117,12 @@ class StormControlHelper : public Hoba::StormControlSmHelper {
 
  private:
    std::uint64_t drops( Pelt::IntfId intf, Hoba::LevelType levelType ) const;
-   // What is wrong with one level of a port; empty when nothing is.
-   Kiv::String verifyLevel( StormLimit const & found, Hoba::LevelType levelType,
+   // What is wrong with one level of a port, or with its skip rule; empty when nothing is.
+   Kiv::String verifyLevel( StormPort const * port, Hoba::LevelType levelType,
                             Pelt::IntfId parentIntf, std::uint32_t speedKbps,
                             IntfConfig const & intfConfig ) const;
+   Kiv::String verifySkip( Pelt::IntfId intf, Pelt::IntfId parentIntf,
+                           IntfConfig const & intfConfig ) const;
 
    Kiv::Ptr< StormUnit > const unit_;
 };

@@ -95,9 +95,12 @@ inPlace( std::string_view place, Read const & read ) {
 template< class T >
 concept FieldedValue = requires { typename T::KivFields; };
 
-// A number with bounds (KIV_RANGED): a number as data, too.
+// A number with bounds (KIV_RANGED, or a fraction that brings `KivNumber` and value()): a number as
+// data, too.
 template< class T >
 concept RangedNumber = requires { typename T::KivNumber; };
+template< class T >
+concept RangedFraction = RangedNumber< T > && std::is_floating_point_v< typename T::KivNumber >;
 
 template< class T >
 inline constexpr bool isVector = false;
@@ -109,10 +112,10 @@ consteval DatumShape
 datumShape() {
    if constexpr( std::is_same_v< T, bool > ) {
       return DatumShape::boolean;
+   } else if constexpr( std::is_floating_point_v< T > || RangedFraction< T > ) {
+      return DatumShape::number;
    } else if constexpr( std::is_integral_v< T > || RangedNumber< T > ) {
       return DatumShape::integer;
-   } else if constexpr( std::is_floating_point_v< T > ) {
-      return DatumShape::number;
    } else if constexpr( FieldedValue< T > || isVector< T > ) {
       return DatumShape::structure;
    } else {
@@ -180,6 +183,8 @@ fromDatum( Datum const & datum ) {
       using Limits = std::numeric_limits< T >;
       return static_cast< T >( integerFrom( datum, static_cast< Wide >( Limits::min() ),
                                             static_cast< Wide >( Limits::max() ) ) );
+   } else if constexpr( RangedFraction< T > ) {
+      return T( numberFrom( datum ) );
    } else if constexpr( RangedNumber< T > ) {
       // Also as text, which is how keys and many files have it.
       if( auto const * text = datum.as< String >() ) {

@@ -168,6 +168,16 @@ TEST_F( OperatorTest, levelsFollowConfigurationSpeedAndMembership ) {
               { "set /bridging/stormControl/config/intfConfig/Ethernet1/all/level 10000",
                 "Ethernet1", "broadcast", "3.00% 25 Gb/s 750000 750000 kbps 0 programmed" },
               { "", "Ethernet1", "all", "" },
+              { "set /bridging/stormControl/config/intfConfig/Ethernet1/broadcast "
+                R"({"mode":"meteringBps","level":0,"rate":70000,"unit":"unitKbps"})",
+                "Ethernet1", "broadcast", "70000 kbps 25 Gb/s 70000 70000 kbps 0 programmed" },
+              { "set /bridging/stormControl/config/intfConfig/Port-Channel1/broadcast "
+                R"({"mode":"meteringBps","level":0,"rate":2,"unit":"unitMbps"})",
+                "Port-Channel1", "broadcast", "2 Mbps 11 Gb/s 4000 2 x 2000 kbps 0 programmed" },
+              { "set /sim/chip/stormControl/ppsMetering true", "Ethernet1", "uucast", "" },
+              { "set /bridging/stormControl/config/intfConfig/Ethernet1/uucast "
+                R"({"mode":"meteringPps","level":0,"rate":300,"unit":"unitPps"})",
+                "Ethernet1", "uucast", "300 pps 25 Gb/s - 300 pps 0 programmed" },
               { "del /bridging/stormControl/config/intfConfig/Ethernet5", "Ethernet5", "uucast",
                 "" },
         } ) {
@@ -366,6 +376,8 @@ TEST_F( OperatorTest, badInputIsRefusedInOneLineAndChangesNothing ) {
               { "set " + levels + "Ethernet1/broadcast/level -5", "", 1, "not a whole number" },
               { "set " + levels + "Ethernet1/broadcast/level 4294967296", "", 1, "4294967295" },
               { "set " + levels + "Ethernet1/broadcast/level 10001", "", 1, "from 0 to 10000" },
+              { "set /bridging/stormControl/config/period 1e-9", "", 1,
+                "/bridging/stormControl/config/period: 1e-09 is not a period: at least 0.1" },
               { "set " + levels + "Ethernet1", R"({"broadcast":{"level":7},"all":5})", 1, "all" },
               { "set " + levels + "Ethernet1", "{\"a\":", 1, "value: line 1, column " },
               { "set " + levels + "Ether/broadcast/level 1", "", 1, "\"Ether\" is not" },
