@@ -165,6 +165,7 @@ Database::setText( std::string_view path, std::string_view text ) {
    auto target = resolve( root_, Path::parse( path ) );
    std::optional< Plan > fitting;
    std::optional< Error > failure;
+   bool aboutValue = false;
    for( auto const & candidate : readings( text ) ) {
       try {
          Plan plan;
@@ -172,11 +173,11 @@ Database::setText( std::string_view path, std::string_view text ) {
          fitting = std::move( plan );
          break;
       } catch( Error const & error ) {
-         // The best message is of the first reading that got as far as the value itself, and else
-         // of the last one, the text as it stands.
-         bool const aboutValue = failure && failure->reason().find( text ) != Kiv::String::npos;
+         // The best message is of the first reading that got as far as the value itself, in its own
+         // printed form, and else of the last one, the text as it stands.
          if( !aboutValue ) {
             failure = error;
+            aboutValue = error.reason().find( Kiv::datumText( candidate ) ) != Kiv::String::npos;
          }
       }
    }
