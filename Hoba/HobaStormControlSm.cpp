@@ -74,7 +74,6 @@ StormControlSm::handleInitialized() {
    }
    callHook< &Helper::hwInit >( platform() );
    held_.clear();
-   portToLag_ = commonSmData()->portToLag();
    if( !platform().chipStormControlEnabled() ) {
       callHook< &Helper::installRules >( platform() );
    }
@@ -189,7 +188,7 @@ StormControlSm::KivIntfConfig::updateLevel( LevelType levelType ) {
       return;
    }
    auto & sm = owner();
-   auto const ports = sm.portsOf( key() );
+   auto ports = sm.portSpeedsOf( key() );
    // The all-traffic level takes along what it supersedes.
    static constexpr LevelType superseding[] = { levelTypeAll, levelTypeBroadcast, levelTypeUUcast };
    std::span< LevelType const > levels( &levelType, 1 );
@@ -208,7 +207,7 @@ StormControlSm::KivIntfConfig::updateLevel( LevelType levelType ) {
       }
    }
    if( working() ) {
-      report( *sm.status_->intfStatusIs( key() ), levels );
+      report( *sm.status_->intfStatusIs( key() ), levels, std::move( ports ) );
    }
 }
 
@@ -217,25 +216,40 @@ StormControlSm::KivIntfConfig::working() const {
    return initialized() && !kivMarkedForDeletion() && !owner().kivMarkedForDeletion();
 }
 
-LevelDecision
-StormControlSm::KivIntfConfig::decide( LevelType levelType, Pelt::IntfId port ) const {
-   auto const & sm = owner();
-   bool const allStands = !sm.held( port, key(), levelTypeAll ).threshold.isDefault();
-   return decideLevelOnPort( sm.platform(), levelType, *notifier(), allStands );
-}
+class StormControlSm::KivIntfConfig::Decisions {
+ public:
+   Decisions( KivIntfConfig const & config, LevelType levelType )
+         : sm_( config.owner() ), parent_( config.key() ),
+           alone_( decideLevelOnPort( sm_.platform(), levelType, *config.notifier(), false ) ),
+           behindAll_( decideLevelOnPort( sm_.platform(), levelType, *config.notifier(), true ) ) {}
+
+   // Where nothing stands yet.
+   LevelDecision const & alone() const { return alone_; }
+   LevelDecision const & on( Pelt::IntfId port ) const {
+      return alone_.state == behindAll_.state ||
+                         sm_.held( port, parent_, levelTypeAll ).threshold.isDefault()
+                   ? alone_
+                   : behindAll_;
+   }
+
+ private:
+   StormControlSm const & sm_;
+   Pelt::IntfId const parent_;
+   LevelDecision const alone_;
+   LevelDecision const behindAll_;
+};
 
 bool
-StormControlSm::KivIntfConfig::program( LevelType levelType,
-                                        std::vector< Pelt::IntfId > const & ports ) {
-   auto & sm = owner();
+StormControlSm::KivIntfConfig::program( LevelType levelType, PortSpeeds const & ports ) {
    if( isPortChannel( key() ) ) {
       ZTRACE( 5, "Updating levels for lag ", key() );
    }
-   bool told = decideLevelOnPort( sm.platform(), levelType, *notifier(), false ).program;
-   for( auto port : ports ) {
-      auto const decision = decide( levelType, port );
-      if( auto const speed = sm.calculateSpeedForIntf( port ); speed && decision.program ) {
-         sm.setHwRate( levelType, port, key(), speed, decision.threshold );
+   Decisions const decisions( *this, levelType );
+   bool told = decisions.alone().program;
+   for( auto const & [ port, speed ] : ports ) {
+      auto const & decision = decisions.on( port );
+      if( speed != 0 && decision.program ) {
+         owner().setHwRate( levelType, port, key(), speed, decision.threshold );
          told = true;
       }
    }
@@ -262,20 +276,20 @@ StormControlSm::KivIntfConfig::obstacle() const {
 }
 
 LevelState
-StormControlSm::KivIntfConfig::standing( LevelType levelType,
-                                         std::vector< Pelt::IntfId > const & ports ) const {
-   auto const & sm = owner();
+StormControlSm::KivIntfConfig::standing( LevelType levelType, PortSpeeds const & ports ) const {
+   auto const & platform = owner().platform();
    auto const asked =
-         decideLevel( sm.platform(), levelType, configuredThreshold( *notifier(), levelType ) );
+         decideLevel( platform, levelType, configuredThreshold( *notifier(), levelType ) );
    if( asked.state == notConfigured || asked.state == levelNotSupported ) {
       return asked.state;
    }
+   Decisions const decisions( *this, levelType );
    bool anyKnown = false;
    bool anyUncovered = false;
-   for( auto port : ports ) {
-      if( sm.calculateSpeedForIntf( port ) != 0 ) {
+   for( auto const & [ port, speed ] : ports ) {
+      if( speed != 0 ) {
          anyKnown = true;
-         anyUncovered = anyUncovered || decide( levelType, port ).state != supersededByAll;
+         anyUncovered = anyUncovered || decisions.on( port ).state != supersededByAll;
       }
    }
    auto why = obstacle();
@@ -289,15 +303,12 @@ StormControlSm::KivIntfConfig::standing( LevelType levelType,
 }
 
 LevelStatus
-StormControlSm::KivIntfConfig::statusOf( LevelType levelType ) const {
-   auto const & sm = owner();
-   auto const ports = sm.portsOf( key() );
+StormControlSm::KivIntfConfig::statusOf( LevelType levelType, PortSpeeds const & ports ) const {
    LevelStatus level{ {}, 0, standing( levelType, ports ) };
-   for( auto port : ports ) {
-      auto const & stands = sm.held( port, key(), levelType );
+   for( auto const & [ port, speed ] : ports ) {
+      auto const & stands = owner().held( port, key(), levelType );
       // A member of a LAG whose speed is not known adds nothing.
-      if( !stands.threshold.isDefault() &&
-          ( port == key() || sm.calculateSpeedForIntf( port ) != 0 ) ) {
+      if( !stands.threshold.isDefault() && ( port == key() || speed != 0 ) ) {
          level.rate += rateOf( stands.speedKbps, stands.threshold );
          if( level.threshold.isDefault() ) {
             level.threshold = stands.threshold;
@@ -307,18 +318,21 @@ StormControlSm::KivIntfConfig::statusOf( LevelType levelType ) const {
    return level;
 }
 
-// Whoever hears of one of these writes may change what the next one has to say.
 void
-StormControlSm::KivIntfConfig::report( IntfStatus & status,
-                                       std::span< LevelType const > levels ) const {
+StormControlSm::KivIntfConfig::report( IntfStatus & status, std::span< LevelType const > levels,
+                                       PortSpeeds ports ) const {
    for( auto levelType : levels ) {
-      levelStatusIs( status, levelType, statusOf( levelType ) );
+      auto const level = statusOf( levelType, ports );
+      if( level != levelStatus( status, levelType ) ) {
+         levelStatusIs( status, levelType, level );
+         ports = owner().portSpeedsOf( key() ); // whoever heard of it may have changed them
+      }
    }
-   std::uint64_t speed = 0;
-   for( auto port : owner().portsOf( key() ) ) {
-      speed += owner().calculateSpeedForIntf( port );
+   std::uint64_t speedOfAll = 0;
+   for( auto const & [ port, speed ] : ports ) {
+      speedOfAll += speed;
    }
-   status.speedIs( speed );
+   status.speedIs( speedOfAll );
 }
 
 void
@@ -326,14 +340,18 @@ StormControlSm::setHwRate( LevelType levelType, Pelt::IntfId intf, Pelt::IntfId 
                            std::uint32_t speedKbps, Threshold const & threshold ) {
    ZTRACE( 5, "Setting ", intf, levelText( levelType ), " level threshold to ", threshold );
    callHook< &Helper::setHwRate >( platform(), levelType, intf, parentIntf, speedKbps, threshold );
-   ( *held_.tryEmplace( intf ).value )[ levelType ] = { parentIntf, speedKbps, threshold };
+   auto * holds = threshold.isDefault() ? held_.find( intf ) : held_.tryEmplace( intf ).value;
+   if( holds ) {
+      holds->parent = parentIntf;
+      holds->level[ levelType ] = { threshold, speedKbps };
+   }
 }
 
-StormControlSm::Held const &
+StormControlSm::Held::Level const &
 StormControlSm::held( Pelt::IntfId port, Pelt::IntfId parent, LevelType levelType ) const {
-   static Held const none;
-   auto const * levels = held_.find( port );
-   return levels && ( *levels )[ levelType ].parent == parent ? ( *levels )[ levelType ] : none;
+   static Held const nothing;
+   auto const * holds = held_.find( port );
+   return ( holds && holds->parent == parent ? *holds : nothing ).level[ levelType ];
 }
 
 void
@@ -367,7 +385,7 @@ StormControlSm::resetStormControlStatusForIntf( Pelt::IntfId intf ) {
       ZTRACE( 5, "No status found, returning...." );
       return;
    }
-   reactor->report( *status, allLevelTypes );
+   reactor->report( *status, allLevelTypes, portSpeedsOf( intf ) );
 }
 
 // ---- Ports
@@ -407,6 +425,17 @@ StormControlSm::portsOf( Pelt::IntfId intf ) const {
       return lagIntfForIntf( port ) != intf || !intfExists( port ) || !intfActive( port );
    } );
    return ports;
+}
+
+StormControlSm::PortSpeeds
+StormControlSm::portSpeedsOf( Pelt::IntfId intf ) const {
+   PortSpeeds speeds;
+   auto const ports = portsOf( intf );
+   speeds.reserve( ports.size() );
+   for( auto port : ports ) {
+      speeds.push_back( { port, calculateSpeedForIntf( port ) } );
+   }
+   return speeds;
 }
 
 bool
@@ -469,7 +498,6 @@ StormControlSm::handleIntf( Pelt::IntfId const & intf ) {
    }
    auto * own = intfConfig( intf );
    if( !intfExists( intf ) ) {
-      held_.erase( intf );
       if( own ) {
          own->initializedIs( false );
          resetStormControlStatusForIntf( intf );
@@ -508,16 +536,17 @@ StormControlSm::handlePortToLag( Pelt::IntfId const & intf ) {
    if( !initialized() ) {
       return;
    }
-   auto const lag = lagIntfForIntf( intf );
-   auto const left = portToLag_.extract( intf );
-   if( lag ) {
-      portToLag_.insertOrAssign( intf, lag );
+   if( auto const lag = lagIntfForIntf( intf ) ) {
       joinLag( intf, lag );
    } else {
       leaveLag( intf );
    }
-   if( left && *left != lag && intfConfig( *left ) ) {
-      resetStormControlStatusForIntf( *left ); // it has no share of that any more
+   // Who still lists the port has no share of it any more.
+   for( auto const & [ lag, members ] : commonSmData()->lagToPort() ) {
+      if( lag != lagIntfForIntf( intf ) && intfConfig( lag ) &&
+          std::find( members.port.begin(), members.port.end(), intf ) != members.port.end() ) {
+         resetStormControlStatusForIntf( lag );
+      }
    }
 }
 

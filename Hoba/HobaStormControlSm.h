@@ -112,20 +112,30 @@ class StormControlSm : public HobaVerifiedSm {
    void setHwRate( LevelType levelType, Pelt::IntfId intf, Pelt::IntfId parentIntf,
                    std::uint32_t speedKbps, Threshold const & threshold );
 
-   // What the hardware was told last of one level of a port. It is what stands there.
+   // What the hardware was told last of a port. It is what stands there: levels of one
+   // configuration, since a port is cleared before another one holds for it.
    struct Held {
+      struct Level {
+         Threshold threshold;
+         std::uint32_t speedKbps = 0;
+      };
       Pelt::IntfId parent;
-      std::uint32_t speedKbps = 0;
-      Threshold threshold;
+      std::array< Level, levelTypeMax > level;
    };
-   using HeldLevels = std::array< Held, levelTypeMax >;
    // Of the configuration of `parent` only; the default for none.
-   Held const & held( Pelt::IntfId port, Pelt::IntfId parent, LevelType levelType ) const;
+   Held::Level const & held( Pelt::IntfId port, Pelt::IntfId parent, LevelType levelType ) const;
 
    void reportVerify( Kiv::String const & item, Kiv::String const & mismatch );
    // The ports on which limits of the interface are put: a port itself, or the members of a LAG, as
    // far as they are there and active.
    std::vector< Pelt::IntfId > portsOf( Pelt::IntfId intf ) const;
+   // The same with their speeds.
+   struct PortSpeed {
+      Pelt::IntfId port;
+      std::uint32_t kbps; // 0 when it is not known
+   };
+   using PortSpeeds = std::vector< PortSpeed >;
+   PortSpeeds portSpeedsOf( Pelt::IntfId intf ) const;
    // Whether the port is an active member of the LAG, by both maps of the shared context.
    bool isMember( Pelt::IntfId intf, Pelt::IntfId lag ) const;
    StormControlSmHelper & platform() const { return *platformHelper_; }
@@ -149,8 +159,9 @@ class StormControlSm : public HobaVerifiedSm {
       // Programs one level, as far as it can be, and says in the status what came of it.
       void updateLevel( LevelType levelType );
       // Says in `status` what stands of these levels, and why what is asked for does not; and the
-      // speed.
-      void report( IntfStatus & status, std::span< LevelType const > levels ) const;
+      // speed. `ports` are those of the interface.
+      void report( IntfStatus & status, std::span< LevelType const > levels,
+                   PortSpeeds ports ) const;
       // The interface takes part. A LAG always does.
       bool active() const;
       // The configuration that holds for the interface: a LAG's for its members. Null for none.
@@ -170,13 +181,15 @@ class StormControlSm : public HobaVerifiedSm {
 
       // Nobody has removed the configuration, or the machine.
       bool working() const;
-      LevelDecision decide( LevelType levelType, Pelt::IntfId port ) const;
+      // What the level comes to on each port. Mostly it is the same on all of them.
+      class Decisions;
       // Programs the ports whose speed is known. Returns false if the level has nothing to say to
       // any port, known or not.
-      bool program( LevelType levelType, std::vector< Pelt::IntfId > const & ports );
+      bool program( LevelType levelType, PortSpeeds const & ports );
       // What becomes of the level: `programmed`, or why it does not.
-      LevelState standing( LevelType levelType, std::vector< Pelt::IntfId > const & ports ) const;
-      Bridging::StormControl::LevelStatus statusOf( LevelType levelType ) const;
+      LevelState standing( LevelType levelType, PortSpeeds const & ports ) const;
+      Bridging::StormControl::LevelStatus statusOf( LevelType levelType,
+                                                    PortSpeeds const & ports ) const;
 
     public:
       static constexpr auto handlers = Kiv::handlers(
@@ -256,9 +269,7 @@ class StormControlSm : public HobaVerifiedSm {
 
    Kiv::Ptr< Status > const status_;
    Kiv::Ptr< StormControlSmHelper > const platformHelper_;
-   Kiv::HashMap< Pelt::IntfId, HeldLevels > held_;
-   // As last heard of, for the LAG that a port leaves.
-   Kiv::HashMap< Pelt::IntfId, Pelt::IntfId > portToLag_;
+   Kiv::HashMap< Pelt::IntfId, Held > held_;
 
    KIV_REACTOR( KivConfig, config );
    KIV_REACTORS( Pelt::IntfId, KivIntfConfig, intfConfig );
