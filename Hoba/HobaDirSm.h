@@ -23,7 +23,8 @@
 // as it reaches reactors, in the order of the fields.
 //
 // A machine is removed in this order: the owner knows it no more, its doCleanUp() runs if it has
-// one, it is marked. doCleanUp() does not run when the owner itself is marked or destroyed.
+// one, it is marked. doCleanUp() does not run when the owner itself is marked or destroyed. A machine
+// whose initializedIs() or doCleanUp() throws does not keep the others from theirs.
 //
 // The machines refer to their owner, which does not depend on who else holds them: a machine that
 // is marked must not look at it any more.
@@ -122,7 +123,7 @@ class DirSmMap final : public Kiv::ReactorSlotBase {
 
    static void letGo( Sm & sm ) {
       if constexpr( requires { sm.doCleanUp(); } ) {
-         sm.doCleanUp();
+         Kiv::guarded( sm.fwkType().name(), {}, [ & ] { sm.doCleanUp(); } );
       }
       sm.kivDoZombieReactors( true );
    }
@@ -161,9 +162,12 @@ class DirSmMap final : public Kiv::ReactorSlotBase {
       initialize( *sm );
       return true;
    }
+   static void initializedIs( Sm & sm, bool initialized ) {
+      Kiv::guarded( sm.fwkType().name(), {}, [ & ] { sm.initializedIs( initialized ); } );
+   }
    void initialize( Sm & sm ) {
       if( owner_.initialized() && !owner_.kivMarkedForDeletion() && !sm.kivMarkedForDeletion() ) {
-         sm.initializedIs( true );
+         initializedIs( sm, true );
       }
    }
 
@@ -184,7 +188,7 @@ class DirSmMap final : public Kiv::ReactorSlotBase {
    }
    void uninitialize() override {
       for( auto const & [ name, child ] : children_ ) {
-         child.sm->initializedIs( false );
+         initializedIs( *child.sm, false );
       }
    }
 

@@ -38,7 +38,9 @@ class EventDrain : public HobaBaseSm {
    void handleInitialized() override;
 
    bool running() const { return running_; }
-   // Takes effect once the machine is initialized.
+   // Takes effect once the machine is initialized. Throws what hwInit() and hwCleanup() throw: then
+   // the machine does not run, and is not registered. When initializedIs() calls them and throws,
+   // running() stays as it was asked for, and initializing again calls them again.
    void runningIs( bool running );
    bool enabled() const { return enabled_; }
    void enabledIs( bool enabled );

@@ -31,9 +31,16 @@ EventDrain< Sm, Queue >::handleInitialized() {
 template< class Sm, class Queue >
 void
 EventDrain< Sm, Queue >::runningIs( bool running ) {
-   if( running_ != running ) {
-      running_ = running;
+   if( running_ == running ) {
+      return;
+   }
+   Kiv::Ptr< EventDrain > const alive( this );
+   running_ = running;
+   try {
       handleRunning();
+   } catch( ... ) {
+      running_ = false;
+      throw;
    }
 }
 
@@ -66,7 +73,13 @@ EventDrain< Sm, Queue >::handleRunning() {
       }
    } else if( !apiRunning_ ) {
       registered_ = true;
-      self().registerMachine();
+      try {
+         self().registerMachine();
+      } catch( ... ) {
+         registered_ = false;
+         self().unregisterMachine();
+         throw;
+      }
       // The hardware may have refused, and somebody stopped the machine for it.
       apiRunning_ = running_;
    }
@@ -144,7 +157,6 @@ EventDrain< Sm, Queue >::handleFirstEvent() {
    Kiv::Ptr< Queue > const from( queue() );
    auto const index = from->event().first()->key;
    auto const event = from->event().first()->value;
-   // No destructor takes the event out: those who watch the queue may throw.
    try {
       auto & status = self().status();
       if( auto const depth = from->event().size(); depth > status.highWaterMark() ) {

@@ -24,7 +24,8 @@ class EventQueueSm : public EventDrain< EventQueueSm, HobaEventQueue > {
    // Applies one event now, whether or not the machine runs. A kind that there is none of is
    // ignored.
    virtual void handleOneEvent( HobaEvent const & event );
-   // The hardware begins to report, and ends. The base of hwInit() is an unimplemented hook.
+   // The hardware begins to report, and ends. The base of hwInit() is an unimplemented hook. An
+   // hwInit() that throws has not begun, an hwCleanup() that throws has ended.
    virtual void hwInit();
    virtual void hwCleanup() {}
 

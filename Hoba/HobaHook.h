@@ -4,6 +4,8 @@
 // Calls of hardware hooks, so that a record of the dispatch shows them with their arguments:
 //
 //    callHook< &StormControlSmHelper::setHwRate >( *helper, levelType, intf, parent, speed, threshold );
+//
+// What the hook throws passes through, and ends the handler that called it: see Hoba/HobaBaseSm.h.
 
 #include "Kiv/Datum.h"
 #include "Kiv/Reactor.h"

@@ -569,8 +569,10 @@ StormControlSm::handlePeriod() {
 void
 StormControlSm::handleTime() {
    if( platform().dropCountEnabled() ) {
-      for( auto const & [ intf, reactor ] : intfConfig() ) {
-         reactor->handleTime();
+      for( auto const & each : intfConfig() ) {
+         // What cannot be read of one interface keeps nobody from reading the others.
+         Kiv::guarded( "StormControlSm::handleTime", Kiv::toText( each.key ),
+                       [ & ] { each.value->handleTime(); } );
       }
    }
    handlePeriod();
@@ -603,6 +605,9 @@ StormControlSm::KivIntfConfig::handleTime() {
 void
 StormControlSm::handleVerify() {
    ZTRACE_ENTRY( 8 );
+   if( !initialized() ) {
+      return;
+   }
    for( auto const & [ intf, reactor ] : intfConfig() ) {
       reactor->handleVerify();
    }
@@ -663,8 +668,9 @@ StormControlSm::reportVerify( Kiv::String const & item, Kiv::String const & mism
    if( !mismatch.empty() ) {
       ZTRACE( 0, "Storm control of ", item, " differs from the hardware: ", mismatch );
    }
-   verifyData()->updateCliVerifyOutput( "storm control " + item,
-                                        mismatch.empty() ? "ok" : mismatch );
+   if( auto * verify = verifyData() ) {
+      verify->updateCliVerifyOutput( "storm control " + item, mismatch.empty() ? "ok" : mismatch );
+   }
 }
 
 } // namespace Hoba

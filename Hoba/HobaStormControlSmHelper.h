@@ -2,7 +2,9 @@
 #pragma once
 
 // What storm control needs of a platform. A chip derives from this class. The operations that say
-// "required" stop the agent when the chip does not override them and they are called.
+// "required" stop the agent when the chip does not override them and they are called. All of them may
+// throw, Hoba/HobaBaseSm.h says what follows: in short, what was under way for the interface ends, and
+// hwInit() and installRules() are called again when the machine is initialized again.
 
 #include "Bridging/StormControl.h"
 #include "Hoba/HobaBaseHelper.h"

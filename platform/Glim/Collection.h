@@ -74,8 +74,7 @@ class CollectionControl {
    CollectionControl( CollectionControl const & ) = delete;
    CollectionControl & operator=( CollectionControl const & ) = delete;
 
-   // Writes that table from now on. Throws Error as TableWriter, and if it is attached already. What
-   // a handler throws about the rows passes through: it is attached then, and tells the rest later.
+   // Writes that table from now on. Throws Error as TableWriter, and if it is attached already.
    void attachWriter( std::string const & table, WriterOptions const & options = {} );
    // Reads that table from now on, or from when it appears. Throws Error if the name is none, and
    // if it is attached already; a table that cannot be read is a mount status, and is tried again.

@@ -53,6 +53,13 @@ class ChipSm : public Hoba::EventQueueSm {
    KIV_TYPE( ChipSm );
    void hwInit() override { said( "hwInit" ); }
    void hwCleanup() override { said( "hwCleanup" ); }
+   void handleOneEvent( HobaEvent const & event ) override {
+      if( onEvent ) {
+         onEvent();
+      }
+      EventQueueSm::handleOneEvent( event );
+   }
+   std::function< void() > onEvent;
    Strings calls;
    std::function< void() > then;
 
@@ -321,19 +328,54 @@ TEST_F( EventQueueSmTest, throwingAndMarkingInTheMiddleOfADrain ) {
          throw std::runtime_error( "no" );
       }
    };
-   EXPECT_THROW( driver.run(), std::runtime_error );
-   EXPECT_EQ( waiting(), 3u ) << "the event is lost, and no other";
    using QueueWatcher = Watcher< Hoba::HobaEventQueue, Hoba::HobaEventQueue::eventAttr >;
    auto onQueue = Hoba::smIs< QueueWatcher >( queue );
    onQueue->then = [] { throw std::runtime_error( "nor here" ); };
-   EXPECT_THROW( driver.run(), std::runtime_error );
-   EXPECT_EQ( waiting(), 2u );
+   EXPECT_EQ( driver.run(), 1u );
+   EXPECT_EQ( heard.size(), 5u ) << "who hears of an event and throws is no matter of the drain";
+   EXPECT_EQ( failures(), 6u );
    onQueue = nullptr;
+
+   // What the machine itself throws: the event is lost, and no other; the rest come next.
+   toggle( 4 );
+   sm->onEvent = [ & ] {
+      sm->onEvent = nullptr;
+      throw std::runtime_error( "not this one" );
+   };
+   EXPECT_EQ( driver.run(), 1u );
+   EXPECT_EQ( failures(), 1u );
+   EXPECT_EQ( waiting(), 3u );
    then = [ & ] { sm->kivDoZombieReactors( true ); };
    EXPECT_EQ( driver.run(), 1u );
-   EXPECT_EQ( heard.size(), 4u );
+   EXPECT_EQ( heard.size(), 6u );
    EXPECT_EQ( waiting(), 1u );
    EXPECT_EQ( driver.run(), 0u );
+}
+
+TEST_F( EventQueueSmTest, hardwareThatThrowsAtItsBeginningOrEnd ) {
+   auto const refused = [] { throw std::runtime_error( "no chip" ); };
+   sm->runningIs( true );
+   sm->then = refused;
+   EXPECT_THROW( sm->initializedIs( true ), std::runtime_error );
+   EXPECT_FALSE( sm->initialized() || Hoba::eventSm() );
+   sm->then = nullptr;
+   sm->initializedIs( true );
+   EXPECT_EQ( Hoba::eventSm(), sm );
+
+   sm->then = refused;
+   EXPECT_THROW( sm->runningIs( false ), std::runtime_error );
+   EXPECT_FALSE( sm->running() || Hoba::eventSm() );
+   EXPECT_THROW( sm->runningIs( true ), std::runtime_error );
+   EXPECT_FALSE( sm->running() || Hoba::eventSm() );
+   toggle( 2 );
+   EXPECT_EQ( waiting(), 0u ) << "nobody is there to take them";
+   sm->then = nullptr;
+   sm->runningIs( true );
+   EXPECT_EQ( sm->calls, ( Strings{ "hwInit registered", "hwInit registered", "hwCleanup",
+                                    "hwInit registered", "hwInit registered" } ) );
+   toggle( 2 );
+   driver.run();
+   EXPECT_EQ( heard.size(), 2u );
 }
 
 TEST_F( EventQueueSmTest, chipCodeMustInitialize ) {

@@ -397,8 +397,7 @@ TEST_P( GlimCollection, aWriterGoesOnWithATableThatStays ) {
    auto const next = entity();
    auto const writing = machine( next );
    writing->actions[ "1" ] = [] { throw Kiv::Exception( "not now" ); };
-   EXPECT_THROW( next->hwFecIdControl().attachWriter( table, writerOptions ), Kiv::Exception );
-   runAll(); // the rest of the rows
+   next->hwFecIdControl().attachWriter( table, writerOptions );
    EXPECT_EQ( writing->state, ( State{ { 1, 10 }, { 2, 20 } } ) );
    next->hwFecIdIs( { 3, 30 } );
    runAll();
@@ -438,9 +437,8 @@ TEST_P( GlimCollection, handlersMayWriteAndDetachInTheMiddle ) {
    EXPECT_EQ( reading->take(), ( Log{ "5", "6", "mount notAttached" } ) );
    reading->actions[ "6" ] = [] { throw Kiv::Exception( "no more" ); };
    reader->hwFecIdControl().attachReader( table, readerOptions );
-   EXPECT_THROW( runAll(), Kiv::Exception );
-   reading->actions.clear();
    runAll(); // which goes on behind the one that threw
+   reading->actions.clear();
    EXPECT_EQ( reading->state, stateOf( *writer ) );
 
    writing->actions[ "7" ] = [ & ] { writer->hwFecIdControl().detach(); };
