@@ -157,6 +157,7 @@ NonAgingConfigDirSm::NonAgingConfigDirSm( Kiv::Ptr< HobaCommonSmData > const & c
                                           Kiv::Ptr< Kiv::Dir const > const & configDir,
                                           Kiv::Ptr< NonAgingStatus > const & status )
       : HobaBaseSm( commonSmData ), status_( status ) {
+   HOBA_INVARIANT( status, "stations that never age are listed in a status" );
    configDirIs( configDir );
 }
 

@@ -86,7 +86,8 @@ nonAgingConfigSmFactory( Kiv::String const & name, Kiv::Ptr< NonAgingConfig cons
 class NonAgingConfigDirSm : public HobaBaseSm {
  public:
    // Watches `configDir`, where every NonAgingConfig is a client and whatever else there is counts
-   // for nothing, and writes `status`, which must not be null and has no other writer.
+   // for nothing, and writes `status`, which has no other writer. Throws Kiv::Exception when `status`
+   // is null.
    static Kiv::Ptr< NonAgingConfigDirSm >
    NonAgingConfigDirSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
                           Kiv::Ptr< Kiv::Dir const > const & configDir,
