@@ -48,7 +48,9 @@ reasonText( Hoba::EventDropReason reason ) {
    case Hoba::agedLearnOnDeletedLag:
       return "aged instead: learnt on a deleted LAG";
    case Hoba::agedPortCollectionDeleted:
-      return "aged instead: learnt on a LAG without a port collection";
+      return "aged instead: learnt on a LAG without active members";
+   case Hoba::dropOvertaken:
+      return "dropped: newer news of the station came ahead";
    }
    return "dropped";
 }
