@@ -113,10 +113,10 @@ eventLink( Switch & sw, Request const & request ) {
    if( fault != "none" && fault != "local" && fault != "remote" ) {
       Kiv::parseFailed( fault, "none, local or remote" );
    }
-   HobaSim::linkEvent( port, state,
-                       fault == "none"    ? HobaTypes::faultNone
-                       : fault == "local" ? HobaTypes::faultLocal
-                                          : HobaTypes::faultRemote );
+   sw.chip->events()->linkEvent( port, state,
+                                 fault == "none"    ? HobaTypes::faultNone
+                                 : fault == "local" ? HobaTypes::faultLocal
+                                                    : HobaTypes::faultRemote );
    return {};
 }
 
@@ -146,7 +146,7 @@ eventAutoneg( Switch & sw, Request const & request ) {
    }
    Interface::AutonegAdvertisement advert;
    advert.speeds = Kiv::inPlace( "speeds", [ & ] { return speedsOf( request.text( "speeds" ) ); } );
-   HobaSim::autonegEvent(
+   sw.chip->events()->autonegEvent(
          port, result == "success" ? Interface::autonegSuccess : Interface::autonegFailed, advert );
    return {};
 }
@@ -159,8 +159,11 @@ hostOf( Request const & request ) {
 Datum
 eventLearn( Switch & sw, Request const & request ) {
    auto const host = hostOf( request );
-   switch( sw.chip->mac()->learn( request.value< Pelt::IntfId >( "port" ), host.addr(),
-                                  Bridging::VlanId( host.vlanId().value() ) ) ) {
+   auto const intf = request.value< Pelt::IntfId >( "port" );
+   if( HobaSim::portTypeOf( intf ); !sw.hasIntf( intf ) ) {
+      throw Kiv::ParseError( Kiv::toText( intf ) + " is not an interface of this switch" );
+   }
+   switch( sw.chip->mac()->learn( intf, host.addr(), Bridging::VlanId( host.vlanId().value() ) ) ) {
    case HobaSim::learnNew:
       return "learnt";
    case HobaSim::learnMove:
@@ -203,10 +206,10 @@ kindOf( Request const & request ) {
 }
 
 Datum
-eventStation( Switch &, Request const & request ) {
-   HobaSim::stationEvent( kindOf( request ), hostOf( request ),
-                          request.value< Pelt::IntfId >( "port" ),
-                          request.value< std::uint32_t >( "tunnel" ) );
+eventStation( Switch & sw, Request const & request ) {
+   sw.chip->events()->stationEvent( kindOf( request ), hostOf( request ),
+                                    request.value< Pelt::IntfId >( "port" ),
+                                    request.value< std::uint32_t >( "tunnel" ) );
    return {};
 }
 
@@ -234,7 +237,7 @@ eventFlood( Switch & sw, Request const & request ) {
       Kiv::parseFailed( request.text( "count" ), "from 1 to " + std::to_string( most ) );
    }
    for( auto left = count; left-- > 0; ) {
-      HobaSim::linkEvent( port, left % 2 ? Interface::linkDown : Interface::linkUp );
+      sw.chip->events()->linkEvent( port, left % 2 ? Interface::linkDown : Interface::linkUp );
    }
    return Kiv::toText( sw.eventQueue->event().size() ) + " events are waiting";
 }

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Kiv/ClockDriver.h"
 #include "agent/features/FeatureCommands.h"
-#include "chips/sim/SimEvents.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -92,6 +91,12 @@ showNonAging( Switch const & sw ) {
    table.note( String( "non-aging is " ) +
                ( sw.nonAgingStatus->enabled() ? "enabled" : "disabled" ) + "; " +
                stations( sw.nonAgingStatus->macEntries().size() ) );
+   for( auto const * entry : sorted( sw.nonAgingStatus->macEntries() ) ) {
+      if( entry->intf && !sw.hasIntf( entry->intf ) ) {
+         table.note( Kiv::toText( entry->macEntry ) + " is behind " + Kiv::toText( entry->intf ) +
+                     ", which is not an interface of this switch" );
+      }
+   }
    for( auto const & [ name, client ] : sm.configSm() ) {
       if( !client.entity->enable() ) {
          table.note( "client " + name + " is disabled and lists " +

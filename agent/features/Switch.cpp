@@ -91,6 +91,12 @@ Switch::unmount( Tessera::Database & database ) {
    }
 }
 
+bool
+Switch::hasIntf( Pelt::IntfId intf ) const {
+   return context->intfHas( intf ) || context->lagToPortConfigHas( intf ) ||
+          context->cpuIntfHas( intf ) || Pelt::VxlanIntfId::isVxlanIntfId( intf );
+}
+
 void
 Switch::start() {
    portFeeder_->initializedIs( true );

@@ -263,7 +263,8 @@ class MapInfo final : public KeyedInfo< E, i, CollectionInfo > {
    using typename Base::Value;
 
    // A value that brings its key with it must bring the one that it is filed under, and gets that if
-   // it brings none.
+   // it brings none. What is wrong with a value as a whole it says itself: its kivCheck(), if it has
+   // one, throws ParseError.
    static Value valueFrom( typename Base::Key const & key, Datum const & datum ) {
       auto value = fromDatum< Value >( datum );
       if constexpr( Base::A::fixedKind == AttributeKind::keyed ) {
@@ -273,6 +274,9 @@ class MapInfo final : public KeyedInfo< E, i, CollectionInfo > {
          } else if( !( own == key ) ) {
             keysDiffer( toText( own ), toText( key ) );
          }
+      }
+      if constexpr( requires { value.kivCheck(); } ) {
+         value.kivCheck();
       }
       return value;
    }

@@ -255,9 +255,21 @@ TEST_F( OperatorTest, whatTheChipReportsIsAppliedAndCounted ) {
    EXPECT_EQ( row( "show events", "events most waiting at once" ), "100000" );
    EXPECT_EQ( row( "show events", "events wake-ups" ), std::to_string( wakeUps + 1 ) );
    EXPECT_EQ( row( "show events", "events handled: port" ), "100002" );
+   // A station where there is no interface: the chip has no such port.
+   for( auto const * intf : { "Ethernet99", "Port-Channel77", "Vlan5" } ) {
+      expectOneLine( ctl( std::string( "sim event learn " ) + intf + " 02:00:00:00:00:01 30" ), 1,
+                     intf );
+   }
+   EXPECT_EQ( row( "show mac", "02:00:00:00:00:01" ), "" );
    // A station on a LAG that is not there.
    ok( "sim event station static-mac-address Port-Channel77 00:1c:73:00:00:01 30" );
    EXPECT_EQ( row( "show events", "events aged instead: learnt on a deleted LAG" ), "1" );
+   // And on one whose only member is down.
+   ok( "sim lag Ethernet3 Port-Channel77" );
+   ok( "sim link Ethernet3 down" );
+   ok( "sim event station static-mac-address Port-Channel77 02:00:00:00:00:01 30" );
+   EXPECT_EQ( row( "show events", "events aged instead: learnt on a LAG without active members" ),
+              "1" );
 }
 
 TEST_F( OperatorTest, parityErrorsAndStationsThatNeverAge ) {
@@ -290,6 +302,18 @@ TEST_F( OperatorTest, parityErrorsAndStationsThatNeverAge ) {
    EXPECT_EQ( row( "show mac non-aging", host ), "Ethernet2 entryTypeUnknown 2 dot1x, dhcp" );
    ok( "del /feeders/config/nonAgingClient/dhcp" );
    EXPECT_EQ( row( "show mac non-aging", host ), "Ethernet1 entryTypeUnknown 1 dot1x" );
+   // What can be no station is refused, and a station nowhere told.
+   for( auto const * none :
+        { "01:00:5e:00:00:01@10", "02:00:00:00:00:02@0", "00:00:00:00:00:00@10" } ) {
+      expectOneLine(
+            ctl( "set /feeders/config/nonAgingClient/dot1x/macEntries/" + std::string( none ),
+                 R"({ "intf": "Ethernet1" })" ),
+            1, "the address of one station, in a VLAN" );
+   }
+   client( "dot1x", "Ethernet99" );
+   EXPECT_NE( ok( "show mac non-aging" )
+                    .find( "00:1c:73:00:00:01@10 is behind Ethernet99, which is not" ),
+              std::string::npos );
    ok( "set /feeders/config/nonAgingClient/dot1x/enable false" );
    EXPECT_NE( ok( "show mac non-aging" ).find( "non-aging is disabled; 0 stations" ),
               std::string::npos );
