@@ -34,8 +34,8 @@ paritySliceSmFactory( Kiv::String const &, Kiv::Ptr< ParityEventStatus const > c
 
 void
 ParitySliceSm::doBegin() {
-   // What the slice taken over from had, then what there is.
-   for( auto const & key : Kiv::keysOf( claimed_ ) ) {
+   // What was taken over, then what there is.
+   for( auto const & key : paritySm_->claims().keysOf( party_ ) ) {
       follow( key );
    }
    if( parityEventStatus() ) {
@@ -49,7 +49,6 @@ ParitySliceSm::doBegin() {
 void
 ParitySliceSm::takeOver( ParitySliceSm & former ) {
    std::swap( party_, former.party_ );
-   std::swap( claimed_, former.claimed_ );
 }
 
 void
@@ -64,11 +63,9 @@ ParitySliceSm::follow( ParityEvent::Key const & key ) {
    if( event == ParityEvent{} ) {
       ZTRACE( 5, "Parity event gone: ", key );
       paritySm_->claims().release( party_, key );
-      claimed_.erase( key );
    } else {
       ZTRACE( 5, "Parity event: ", key, " count:", event.count );
       paritySm_->claims().claim( party_, key, event );
-      claimed_.insert( key );
    }
 }
 
@@ -76,7 +73,7 @@ void
 ParitySliceSm::doSliceCleanup() {
    // What is added from now on is no longer this machine's to claim.
    parityEventStatusDel();
-   for( auto const & key : std::exchange( claimed_, {} ) ) {
+   for( auto const & key : paritySm_->claims().keysOf( party_ ) ) {
       paritySm_->claims().release( party_, key );
    }
    paritySm_->publish();

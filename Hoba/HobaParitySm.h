@@ -12,7 +12,6 @@
 #include "Hoba/HobaCommon.h"
 #include "Hoba/HobaDirSm.h"
 #include "Hoba/HobaUnion.h"
-#include "Kiv/HashMap.h"
 
 namespace Hoba {
 
@@ -54,8 +53,6 @@ class ParitySliceSm : public HobaBaseSm {
 
    HobaParitySm * const paritySm_;
    std::uint32_t party_;
-   // What it claims. The slice's own events may be ahead of it.
-   Kiv::HashSet< ParityEvent::Key > claimed_;
    KIV_REACTOR( KivParityEventStatus, parityEventStatus );
 };
 

@@ -67,6 +67,17 @@ class Union {
       return true;
    }
 
+   // What the party claims. Looks at all claims.
+   std::vector< Key > keysOf( Party party ) const {
+      std::vector< Key > keys;
+      for( auto const & [ key, claims ] : claims_ ) {
+         if( claimOf( claims, party ) != claims.end() ) {
+            keys.push_back( key );
+         }
+      }
+      return keys;
+   }
+
    // While it is true, all claims count as made at the same time.
    void atOnceIs( bool atOnce ) {
       atOnce_ = atOnce;
@@ -109,7 +120,7 @@ class Union {
    };
    using Claims = std::vector< Claim >; // in the order in which they were claimed
 
-   static auto claimOf( Claims & claims, Party party ) {
+   static auto claimOf( auto & claims, Party party ) {
       return std::find_if( claims.begin(), claims.end(),
                            [ party ]( Claim const & claim ) { return claim.party == party; } );
    }

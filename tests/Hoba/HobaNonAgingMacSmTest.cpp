@@ -265,6 +265,7 @@ TEST_F( NonAgingTest, anUninitializedMachineMissesNothing ) {
    client->macEntriesDel( station( 1 ) );
    client->macEntriesIs( entry( 2, "Ethernet2" ) );
    client->macEntriesIs( entry( 3 ) );
+   EXPECT_EQ( merged(), "on: 1 Ethernet1 x1 2 Ethernet1 x1 9 Ethernet1 x1" );
    sm->initializedIs( true );
    EXPECT_EQ( merged(), "on: 2 Ethernet2 x1 3 Ethernet1 x1 9 Ethernet1 x1" );
 
