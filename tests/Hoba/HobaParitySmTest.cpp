@@ -163,9 +163,7 @@ TEST_F( ParitySmTest, contextIsTheUnionOfTheSlices ) {
          if( sm ) {
             Kiv::Ptr( sm )->initializedIs( below( 2 ) );
             expectUnion();
-            if( HasFailure() ) {
-               return;
-            }
+            ASSERT_FALSE( HasFailure() );
          }
       }
       watcher->then = nullptr;
@@ -220,6 +218,7 @@ TEST_F( ParitySmTest, repairsInsideTheNotificationAreHeard ) {
    EXPECT_EQ( inContext(), ( Events{ { "one:l2:1", 1 }, { "three:l2:9", 1 } } ) );
    two->parityEventIs( parityEvent( "two", 5 ) );
    EXPECT_EQ( inContext(), ( Events{ { "one:l2:1", 1 }, { "three:l2:9", 1 } } ) );
+   watcher->then = nullptr;
 }
 
 TEST_F( ParitySmTest, oneChangeOfASliceIsOneChangeOfTheContext ) {
