@@ -102,7 +102,7 @@ class ParitySmTest : public HobaFixture {
 // inside the notifications of the context, and of a slice before its machine hears. With the odd ones
 // nothing nests, and what the context tells is exactly what became different, each key once.
 TEST_F( ParitySmTest, contextIsTheUnionOfTheSlices ) {
-   for( unsigned seed = 1; seed <= 40; ++seed ) {
+   for( unsigned seed = 1; seed <= 16; ++seed ) {
       SCOPED_TRACE( "seed " + std::to_string( seed ) );
       std::mt19937 random( seed );
       auto below = [ & ]( unsigned n ) { return static_cast< unsigned >( random() % n ); };
