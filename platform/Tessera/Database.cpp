@@ -50,7 +50,8 @@ Database::~Database() {
 }
 
 void
-Database::mount( std::string_view text, Kiv::Ptr< Kiv::Entity > const & entity, Access access ) {
+Database::mount( std::string_view text, Kiv::Ptr< Kiv::Entity > const & entity, Access access,
+                 MayBeMade mayBeMade ) {
    auto path = Path::parse( text );
    if( path.isRoot() || !entity ) {
       throw Error( path.text(),
@@ -78,6 +79,7 @@ Database::mount( std::string_view text, Kiv::Ptr< Kiv::Entity > const & entity, 
    }
    directory->entity = entity;
    directory->access = access;
+   directory->mayBeMade = std::move( mayBeMade );
    tell(
          path, [ & ]( Watch & watch ) { watch.attach( path, *entity ); },
          [ & ] { return readEntity( *entity, path ); } );
@@ -222,6 +224,11 @@ Database::apply( Kiv::Datum const & tree ) {
       plan.add( root_, resolve( root_, path ), value );
    }
    plan.apply();
+}
+
+void
+Database::requirePossible( std::string_view path ) const {
+   Tessera::requirePossible( root_, Path::parse( path ) );
 }
 
 std::uint64_t
