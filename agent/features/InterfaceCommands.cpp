@@ -68,12 +68,8 @@ showInterfaces( Switch const & sw, Pelt::IntfId only ) {
       }
       auto const status = sw.ethPhyIntfStatusDir->ethPhyIntfStatus( intf );
       auto const speed = status ? Interface::speedToKbps( status->speed() ) : 0;
-      // A speed that Ethernet does not have counts as unknown, but is worth showing.
-      auto const odd = speed == 0 && config->speed() != 0;
       table.row( { Kiv::toText( intf ), config->enabled() ? "yes" : "no",
-                   status ? linkText( status->linkStatus() ) : "-",
-                   odd ? "unknown (" + Kiv::toText( config->speed() ) + " Mb/s)"
-                       : speedText( speed ),
+                   status ? linkText( status->linkStatus() ) : "-", speedText( speed ),
                    status && status->active() ? "yes" : "no", membershipText( sw, intf ) } );
    }
    return table.take();

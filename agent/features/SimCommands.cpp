@@ -61,7 +61,7 @@ simLink( Switch & sw, Request const & request ) {
 Datum
 simSpeed( Switch & sw, Request const & request ) {
    auto const port = portOf( sw, request );
-   port->speedIs( request.value< std::uint32_t >( "mbps" ) );
+   port->speedIs( request.value< Interface::EthMbps >( "mbps" ) );
    return {};
 }
 
