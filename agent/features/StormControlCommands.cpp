@@ -134,9 +134,12 @@ show( Switch const & sw, Pelt::IntfId only, std::vector< String > const & notes 
 Datum
 showTrafficClasses( Switch const & sw ) {
    TableAnswer table( { "Traffic class", "Threshold", "Chip" } );
+   auto const & chip = *sw.chip->stormControl();
    for( auto const & [ trafficClass, config ] : sw.stormControlConfig->aggregateTcConfig() ) {
       table.row( { trafficClass, thresholdText( config->level() ),
-                   thresholdText( sw.chip->stormControl()->trafficClass( trafficClass ) ) } );
+                   trafficClass < chip.trafficClasses()
+                         ? thresholdText( chip.trafficClass( trafficClass ) )
+                         : "the chip has no such class" } );
    }
    return table.take();
 }

@@ -120,6 +120,17 @@ StormPort::dropsInc( LevelType levelType, std::uint64_t packets ) {
    }
 }
 
+void
+StormUnit::checkTrafficClass( std::uint32_t number ) const {
+   if( number >= trafficClasses() ) {
+      Kiv::parseFailed( Kiv::toText( number ),
+                        trafficClasses() == 0
+                              ? "a traffic class of this chip, which has none"
+                              : "a traffic class of this chip: a number from 0 to " +
+                                      Kiv::toText( trafficClasses() - 1 ) );
+   }
+}
+
 std::uint64_t
 StormUnit::inject( Pelt::IntfId intf, LevelType levelType, std::uint64_t packets,
                    std::uint32_t bytes, Kiv::Seconds seconds ) {
@@ -175,6 +186,10 @@ StormControlHelper::updateBcastSkipRule( Pelt::IntfId intf, bool skip ) {
 void
 StormControlHelper::programTcAggregateHwRate( std::uint32_t trafficClass,
                                               Threshold const & threshold ) {
+   if( trafficClass >= unit_->trafficClasses() ) {
+      ZTRACE( 4, "No traffic class ", trafficClass, " on this chip, nothing programmed" );
+      return;
+   }
    auto const key = static_cast< std::uint16_t >( trafficClass );
    unit_->writesInc( 1 );
    if( threshold.isDefault() ) {
@@ -248,6 +263,9 @@ StormControlHelper::verifyAggregateTc( std::uint32_t trafficClass,
    auto const & found = unit_->trafficClass( key );
    if( found == config.level() ) {
       return {};
+   }
+   if( trafficClass >= unit_->trafficClasses() ) {
+      return "the chip has no such traffic class";
    }
    return Kiv::toText( config.level() ) + " expected, " + Kiv::toText( found ) + " found";
 }

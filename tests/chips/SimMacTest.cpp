@@ -140,10 +140,14 @@ TEST_F( SimMacTest, parityErrors ) {
    Hoba::ParityEvent::Key const key{ "slice0", "L2:entry", 5 };
    EXPECT_EQ( parity.status( "slice0" )->parityEvent( key ), ( Hoba::ParityEvent{ key, 107, 2 } ) );
    EXPECT_EQ( Hoba::parityEventsWithoutMachine() - before, 4u );
+   EXPECT_THROW( parity.raise( "other", "L2", 1, Hoba::parityFatal ), Kiv::ParseError );
+   parity.sliceNameIs( "a:b" );
+   parity.sliceNameIs( "other" );
    EXPECT_THROW( parity.raise( "a:b", "L2", 1 ), Kiv::ParseError );
    EXPECT_THROW( parity.raise( "slice0", "", 1 ), Kiv::ParseError );
    parity.slices()->entryIs( "other", Kiv::make< Kiv::Dir >( "other" ) );
    EXPECT_THROW( parity.raise( "other", "L2", 1 ), Kiv::ParseError );
+   EXPECT_EQ( Hoba::parityEventsWithoutMachine() - before, 4u );
 
    EXPECT_TRUE( parity.corrected( key ) );
    EXPECT_FALSE( parity.corrected( key ) );

@@ -133,6 +133,13 @@ TEST_F( SimStormControlTest, verifiesTablesAndRules ) {
    EXPECT_EQ( helper->verifyAggregateTc( 3, *tc ), "" );
    helper->programTcAggregateHwRate( 3, {} );
    EXPECT_FALSE( unit.trafficClassHas( 3 ) );
+   // 65539 is 3 to whoever looks at its lower half only.
+   for( auto const absent : { 8u, 300u, 65539u } ) {
+      EXPECT_THROW( unit.checkTrafficClass( absent ), Kiv::ParseError );
+      helper->programTcAggregateHwRate( absent, percent( 400 ) );
+      EXPECT_TRUE( unit.trafficClass().empty() );
+      EXPECT_EQ( helper->verifyAggregateTc( absent, *tc ), "the chip has no such traffic class" );
+   }
 
    auto const whole = Kiv::make< Config >();
    auto const status = Kiv::make< Status >();

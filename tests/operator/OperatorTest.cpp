@@ -15,6 +15,7 @@
 #include <thread>
 
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 namespace HobaOperator {
 namespace {
@@ -337,6 +338,8 @@ TEST_F( OperatorTest, badInputIsRefusedInOneLineAndChangesNothing ) {
    startExample();
    auto const before = ok( "get --configuration /" );
    auto const malformed = file( "malformed.json", "{\n \"a\": [1,\n }\n" );
+   auto const pipe = directory + "/pipe";
+   ASSERT_EQ( mkfifo( pipe.c_str(), 0600 ), 0 );
    auto const oneBad =
          file( "bad.json", R"({"/feeders/config":{"port":{"Ethernet9":{"speed":1000}}},
       "/bridging/stormControl/config":{"intfConfig":{"Ethernet1":{"broadcast":{"level":7}},
@@ -359,6 +362,15 @@ TEST_F( OperatorTest, badInputIsRefusedInOneLineAndChangesNothing ) {
               { "sim link Ethernet1 sideways", "", 1, "not up or down" },
               { "sim speed Ethernet77 1000", "", 1, "Ethernet77 is not a port" },
               { "sim speed Ethernet1 -4", "", 1, "mbps: \"-4\"" },
+              { "sim speed Ethernet1 7", "", 1, "mbps: 7 Mb/s is not a speed of Ethernet" },
+              { "set /feeders/config/port/Ethernet1/speed 7", "", 1, "7 Mb/s is not a speed" },
+              { "set /bridging/stormControl/config/aggregateTcConfig/300/level/level 5", "", 1,
+                "aggregateTcConfig/300: \"300\" is not a traffic class of this chip" },
+              { "set /bridging/stormControl/config/period inf", "", 1, "period: " },
+              { "sim event parity pipe9 L2 1 fatal", "", 1, "\"pipe9\" is not a slice" },
+              { "watch /nope", "", 1, "/nope: no such path" },
+              { "watch " + levels + "Ethernet9/broadcast/levle", "", 1, "did you mean \"level\"?" },
+              { "get --configuration /sim/chip", "", 1, "/sim/chip: is no configuration" },
               { "get /nope", "", 1, "/nope: no such path" },
               { "get /bridging/stormControl/confg", "", 1, "did you mean \"config\"?" },
               { "set " + levels + "Ethernet1/brodcast 1", "", 1, "did you mean \"broadcast\"?" },
@@ -373,6 +385,7 @@ TEST_F( OperatorTest, badInputIsRefusedInOneLineAndChangesNothing ) {
               { "del /bridging/stormControl/config", "", 1, "cannot be deleted" },
               { "apply /nonexistent", "", 1, "/nonexistent: No such file" },
               { "apply", malformed, 1, malformed + ":3:2: " },
+              { "apply", pipe, 1, pipe + ": is not a regular file" },
               { "apply", oneBad, 1, "Ethernet9/broadcast: level: \"x\"" },
               { "trace --enable HobaCommon=12", "", 1, "levels: \"12\"" },
               { "trace --export /nonexistent/x", "", 1, "/nonexistent/x: No such file" },
@@ -392,6 +405,11 @@ TEST_F( OperatorTest, badInputIsRefusedInOneLineAndChangesNothing ) {
               { "--config", malformed, 1, malformed + ":3:2: " },
               { "--sim", malformed, 1, malformed + ":3:2: " },
               { "--config-db", "/nonexistent", 1, "/nonexistent: No such file" },
+              { "--config-db", file( "routes.json", R"({"192.0.2.0/24":[]})" ), 1,
+                "a table that is known here" },
+              { "--config", pipe, 1, pipe + ": is not a regular file" },
+              { "--sim", "/dev/zero", 1, "/dev/zero: is not a regular file" },
+              { "--config", "", 2, "--config: the name of a file is expected" },
               { "--bogus", "x", 2, "--bogus" },
               { "--socket", socket, 1, "another agent answers here" },
               { "--socket", malformed, 1, "not a socket" },
@@ -412,8 +430,9 @@ TEST_F( OperatorTest, anImportNamesBrokenRowsAndGoesOn ) {
       "PORT": { "Ethernet0": { "speed": "10000" }, "Ethernet4": { "speed": "fast" } },
       "PORTCHANNEL": { "PortChannel1": { "min_links": "1" } },
       "PORTCHANNEL_MEMBER": { "PortChannel9|Ethernet0": {} },
-      "PORT_STORM_CONTROL": { "Ethernet0|broadcast": { "kbps": "1000" },
-                              "Ethernet0|bogus": { "kbps": "1000" } } })" );
+      "PORT_STORM_CONTROL": { "Ethernet0|broadcast": { "kbps": "1000" } },
+      "PORT_STORM_CONTROL|Ethernet0|bogus": { "kbps": "1000" },
+      "ACL_RULE": { "A|1": {}, "A|2": {} } })" );
    std::vector< std::string > files{ own };
    auto const sample = HOBA_SOURCE_DIR "/../shared/inputs/sonic-config/sample_config_db.json";
    if( std::filesystem::exists( sample ) ) {
@@ -430,11 +449,53 @@ TEST_F( OperatorTest, anImportNamesBrokenRowsAndGoesOn ) {
             EXPECT_NE( agent->out().find( row ), std::string::npos ) << agent->out();
          }
          EXPECT_NE( level( "Ethernet0", "broadcast" ).find( " programmed" ), std::string::npos );
+         EXPECT_NE( agent->out().find( "ACL_RULE: 2 rows not imported: " ), std::string::npos );
+         EXPECT_EQ( row( "show import", "ACL_RULE|A|2" ), "notImported no such feature here" );
       }
       EXPECT_NE( ok( "verify" ).find( "all as they should be" ), std::string::npos );
       agent->signal( SIGTERM );
       EXPECT_EQ( agent->finish(), 0 ) << agent->err();
    }
+}
+
+// What the operator configured, and nothing of the chip: saved and loaded again it is the same switch.
+TEST_F( OperatorTest, savedConfigurationGivesTheSameSwitch ) {
+   startExample();
+   auto const switchNow = [ & ] {
+      std::string all;
+      for( auto const * command :
+           { "get --configuration /", "show storm-control", "show storm-control-traffic-classes",
+             "show interfaces", "show lag", "show mac non-aging" } ) {
+         all += ok( command );
+      }
+      return all;
+   };
+   for( auto const * change :
+        { "sim lag Ethernet5 Port-Channel2", "sim link Ethernet3 down",
+          "set /feeders/config/lag/Port-Channel1/minLinks 1",
+          "set /feeders/config/port[Ethernet9/1]/speed 40000",
+          "set /bridging/stormControl/config/intfConfig/Ethernet1/uucast/level 50",
+          "set /bridging/stormControl/config/burstConfig[a/b]/burstTime 7",
+          "set /bridging/stormControl/config/period 60",
+          "set /feeders/config/nonAgingClient/dot1x/enable true",
+          "set /sim/chip/stormControl/ppsMetering true",
+          "del /bridging/stormControl/config/intfConfig/Ethernet6" } ) {
+      ok( change );
+   }
+   ok( "set /feeders/config/nonAgingClient/dot1x/macEntries/02:00:00:00:00:01@10",
+       R"({ "intf": "Ethernet1" })" );
+   auto const saved = file( "saved.json", ok( "--json get --configuration /" ) );
+   auto const before = switchNow();
+   ok( "apply", saved );
+   EXPECT_EQ( switchNow(), before ) << "nothing to do";
+   agent->signal( SIGTERM );
+   EXPECT_EQ( agent->finish(), 0 );
+   start( { "--config", saved, "--sim",
+            file( "chip.json",
+                  R"({ "stormControl": { "bpsMetering": true, "zeroRate": true } })" ) } );
+   EXPECT_EQ( switchNow(), before );
+   EXPECT_EQ( ok( "get /sim/chip/stormControl/zeroRate" ), "true\n" ) << "the chip is --sim's";
+   EXPECT_EQ( ok( "get /sim/chip/stormControl/ppsMetering" ), "false\n" );
 }
 
 TEST_F( OperatorTest, hostileClientsDoNotDisturb ) {
@@ -481,6 +542,23 @@ TEST_F( OperatorTest, signalsStopItCleanly ) {
       EXPECT_EQ( agent->err(), "" );
       EXPECT_FALSE( std::filesystem::exists( socket ) );
       expectOneLine( end( *watch ), 1, "agent" );
+   }
+   // Also while it still reads what was handed in. The file may be too short for a fast machine,
+   // on which it then serves before the signal comes.
+   for( std::size_t rows = 100'000; rows != 0; rows *= 2 ) {
+      std::string text = R"({"PORT":{"Ethernet0":{})";
+      for( std::size_t n = 1; n != rows; ++n ) {
+         text += ",\"Ethernet" + std::to_string( n ) + "\":{\"speed\":\"x\"}";
+      }
+      agent = agentProcess( { "--config-db", file( "large.json", text + "}}" ) } );
+      ASSERT_TRUE( eventually( [ & ] { return std::filesystem::exists( socket ); } ) );
+      agent->signal( SIGTERM );
+      EXPECT_EQ( agent->finish(), 0 ) << agent->err();
+      EXPECT_FALSE( std::filesystem::exists( socket ) );
+      if( agent->out().find( "serving" ) == std::string::npos ) {
+         break;
+      }
+      ASSERT_LT( rows, 1'000'000u ) << "it goes on until it serves";
    }
    // After a death without farewell the socket is stale, and in nobody's way.
    startExample();
