@@ -457,7 +457,7 @@ TEST_F( TesseraWatch, tellsWhatMayComeFromWhatNeverCan ) {
           "/feature/config/entry/5/port", "/dir/entry/late/whatever/it/has" } ) {
       EXPECT_EQ( errorOf( [ & ] { database.requirePossible( path ); } ), "" );
    }
-   for( auto const & [ path, error ] : std::vector< std::pair< char const *, char const * > >{
+   for( auto const & row : std::vector< std::pair< char const *, char const * > >{
               { "/featur", "/featur: no such path; did you mean \"feature\"?" },
               { "/feature/config/Perod",
                 "/feature/config/Perod: no such attribute; did you mean \"period\"?" },
@@ -477,7 +477,7 @@ TEST_F( TesseraWatch, tellsWhatMayComeFromWhatNeverCan ) {
                 "/feature/config/waiting/x: \"x\" is not a number from 0 to "
                 "18446744073709551615" },
         } ) {
-      EXPECT_EQ( errorOf( [ & ] { database.requirePossible( path ); } ), error );
+      EXPECT_EQ( errorOf( [ & ] { database.requirePossible( row.first ); } ), row.second );
    }
 }
 
