@@ -43,7 +43,7 @@ rethrowInPlace( std::string_view place ) {
    try {
       throw;
    } catch( RangeException const & error ) {
-      throw RangeException( String( place ) + ": " + error.what() );
+      throw RangeException( String( place ) + ": " + error.reason() );
    } catch( ParseError const & error ) {
       throw ParseError( String( place ) + ": " + error.what() );
    }

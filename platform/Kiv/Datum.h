@@ -80,7 +80,8 @@ std::int64_t integerFrom( Datum const & datum, std::int64_t min, std::int64_t ma
 std::uint64_t integerFrom( Datum const & datum, std::uint64_t min, std::uint64_t max );
 double numberFrom( Datum const & datum );
 [[noreturn]] void wrongShape( Datum const & datum, std::string_view expected );
-// Throws the exception in flight again; a ParseError or RangeException with "<place>: " before it.
+// Throws the exception in flight again; a ParseError with "<place>: " before its text, a
+// RangeException with that before its reason.
 [[noreturn]] void rethrowInPlace( std::string_view place );
 template< class Read >
 decltype( auto )
@@ -185,8 +186,10 @@ fromDatum( Datum const & datum ) {
       if( auto const * text = datum.as< String >() ) {
          return T::parse( *text );
       }
-      return T( integerFrom( datum, std::numeric_limits< std::int64_t >::min(),
-                             std::numeric_limits< std::int64_t >::max() ) );
+      // A whole number out of bounds is for the type to refuse.
+      auto const * number = datum.as< std::int64_t >();
+      return T( number ? *number
+                       : integerFrom( datum, std::int64_t{ T::min }, std::int64_t{ T::max } ) );
    } else if constexpr( std::is_floating_point_v< T > ) {
       return static_cast< T >( numberFrom( datum ) );
    } else {

@@ -23,8 +23,8 @@ Place::keys( Kiv::AttributeInfo const & of ) const {
 }
 
 void
-refuse( Path const & path, Kiv::Exception const & error ) {
-   std::string_view reason = error.what();
+refuse( Path const & path, std::string_view message ) {
+   auto reason = message;
    for( std::size_t i = 0; i != path.size(); ++i ) {
       auto const & name = path[ i ];
       if( reason.size() > name.size() + 2 && reason.starts_with( name ) &&

@@ -51,9 +51,9 @@ PlacePtr childPlace( PlacePtr const & parent, Kiv::AttributeInfo const & attribu
                      Kiv::String const & key );
 // Throws Error unless the entity exists.
 void require( Place const & place );
-// Throws `error` as an Error at `path`. Names of places that Kiv puts before its message, and that
+// Throws Kiv's `message` as an Error at `path`. Names of places that stand before it, and that
 // are in the path already, are left out.
-[[noreturn]] void refuse( Path const & path, Kiv::Exception const & error );
+[[noreturn]] void refuse( Path const & path, std::string_view message );
 
 // Runs `work`; what Kiv refuses becomes an Error at `path`.
 template< class Work >
@@ -62,9 +62,9 @@ at( Path const & path, Work work ) {
    try {
       return work();
    } catch( Kiv::ParseError const & error ) {
-      refuse( path, error );
+      refuse( path, error.what() );
    } catch( Kiv::RangeException const & error ) {
-      refuse( path, error );
+      refuse( path, error.reason() );
    }
 }
 
