@@ -245,7 +245,8 @@ Commands::run( Datum const & request, Client * client ) const {
       return command.handler( parsed );
    }
    Kiv::DispatchRecorder::Scope recorded( Kiv::DispatchRecorder::Kind::input, [ & ] {
-      return command.name + " " + Kiv::datumText( arguments ).substr( 0, 500 );
+      return Kiv::DispatchRecorder::Text( command.name,
+                                          " " + Kiv::datumText( arguments ).substr( 0, 500 ) );
    } );
    return command.handler( parsed );
 }

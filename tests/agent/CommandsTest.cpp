@@ -131,26 +131,65 @@ TEST_F( CommandsTest, recordsWhatInputsCause ) {
                    .help = "",
                    .handler =
                          []( Request const & ) {
-                            Kiv::DispatchRecorder::Scope outer( Kind::write, "x = 1" );
-                            Kiv::DispatchRecorder::Scope inner( Kind::hook, "hook" );
+                            using Text = Kiv::DispatchRecorder::Text;
+                            Kiv::DispatchRecorder::Scope outer( Kind::write, [] {
+                               return Text( "A::B::Thing(t).x[k.y]", R"( = {"a": 1})" );
+                            } );
+                            Kiv::DispatchRecorder::Scope handler( Kind::handler,
+                                                                  "A::Sm::KivThing::handleX" );
+                            Kiv::DispatchRecorder::Scope inner( Kind::hook, [] {
+                               return Text( "A::Helper::set", "( all, 5 )" );
+                            } );
                             return Kiv::Datum();
                          },
                    .isInput = true } );
    run( R"({"command":"cause"})" );
    run( R"({"command":"show"})" ); // no input
-   EXPECT_EQ( run( R"({"command":"trace tree"})" ),
-              R"({"columns":["AT us","TOOK us","KIND","EVENT"],"rows":[)"
-              R"([0,5000,"input","cause {}"],)"
-              R"([1000,3000,"write","  x = 1"],)"
-              R"([2000,1000,"hook","    hook"]]})" );
-   auto both = run( R"({"command":"trace tree","count":2})" );
-   EXPECT_NE( both.find( "a timer" ), std::string::npos );
+   auto const tree = R"({"columns":["AT us","TOOK us","KIND","EVENT"],"rows":[)"
+                     R"([0,7000,"input","cause {}"],)"
+                     R"([1000,5000,"write","  A::B::Thing(t).x[k.y] = {\"a\": 1}"],)"
+                     R"([2000,3000,"handler","    A::Sm::KivThing::handleX"],)"
+                     R"x([3000,1000,"hook","      A::Helper::set( all, 5 )"])x";
+   EXPECT_EQ( run( R"({"command":"trace tree"})" ), std::string( tree ) + "]}" );
+   // It begins at the input also when timers have fired since; of those, the first are shown.
+   for( int i = 0; i != 13; ++i ) {
+      Kiv::DispatchRecorder::Scope timer( Kind::timeout, "later" );
+   }
+   auto const later = run( R"({"command":"trace tree"})" );
+   EXPECT_TRUE( later.starts_with( std::string( tree ) + R"(,[8000,1000,"timeout","later"],)" ) )
+         << later;
+   EXPECT_NE( later.find( "3 later timers are left out" ), std::string::npos ) << later;
+   EXPECT_EQ( later.find( "a timer" ), std::string::npos );
+   run( R"({"command":"cause"})" );
+   auto const both = run( R"({"command":"trace tree","count":2})" );
+   EXPECT_NE( both.find( "later" ), std::string::npos );
+   EXPECT_EQ( both.find( "a timer" ), std::string::npos );
+
    auto exported = commands.run( parseJson( R"({"command":"trace export"})" ) );
    auto const & events = *exported.find( "traceEvents" )->as< Kiv::Datum::Array >();
-   ASSERT_EQ( events.size(), 4u );
-   EXPECT_EQ( jsonText( events[ 3 ] ),
-              R"({"name":"hook","cat":"hook","ph":"X","ts":5000,"pid":1,"tid":1,"dur":1000,)"
-              R"("args":{"id":4,"cause":3}})" );
+   ASSERT_GE( events.size(), 7u );
+   std::string texts;
+   for( std::size_t i : { 0u, 1u, 3u, 4u, 5u, 6u } ) {
+      texts += jsonText( events[ i ] ) + "\n";
+   }
+   EXPECT_EQ(
+         texts,
+         R"({"name":"process_name","ph":"M","pid":1,"tid":1,"args":{"name":"hoba-agent"}})"
+         "\n"
+         R"({"name":"thread_name","ph":"M","pid":1,"tid":1,"args":{"name":"event loop"}})"
+         "\n"
+         R"({"name":"cause","cat":"input","ph":"X","ts":3000,"dur":7000,"pid":1,"tid":1,)"
+         R"("args":{"values":{},"id":2,"cause":0}})"
+         "\n"
+         R"({"name":"Thing.x","cat":"write","ph":"X","ts":4000,"dur":5000,"pid":1,"tid":1,)"
+         R"("args":{"what":"A::B::Thing(t).x[k.y]","values":{"a":1},"id":3,"cause":2}})"
+         "\n"
+         R"({"name":"KivThing::handleX","cat":"handler","ph":"X","ts":5000,"dur":3000,"pid":1,)"
+         R"("tid":1,"args":{"what":"A::Sm::KivThing::handleX","id":4,"cause":3}})"
+         "\n"
+         R"({"name":"set","cat":"hook","ph":"X","ts":6000,"dur":1000,"pid":1,"tid":1,)"
+         R"x("args":{"what":"A::Helper::set","values":"( all, 5 )","id":5,"cause":4}})x"
+         "\n" );
 }
 
 } // namespace
