@@ -4,6 +4,7 @@
 #include "Glim/Loop.h"
 #include "agent/DatabaseCommands.h"
 #include "agent/TraceCommands.h"
+#include "agent/VersionCommand.h"
 #include "agent/common/File.h"
 #include "agent/common/Json.h"
 
@@ -39,6 +40,7 @@ Agent::Agent( AgentOptions const & options ) : recorder_( recordedEvents ) {
    loop_.fdIs( tables.fd(), EPOLLIN, [ &tables ]( std::uint32_t ) { tables.run(); } );
    addDatabaseCommands( commands_, database_, loop_ );
    addTraceCommands( commands_, recorder_ );
+   addVersionCommand( commands_, loop_ );
    features_ = std::make_unique< Features >(
          database_, commands_, [ this ]( Kiv::String const & reason ) { restart( reason ); } );
    configure( options );

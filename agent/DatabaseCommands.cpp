@@ -156,10 +156,12 @@ addDatabaseCommands( Commands & commands, Tessera::Database & database, EventLoo
                       return Datum( Datum::Array( paths.begin(), paths.end() ) );
                    } } );
    commands.add( { .name = "complete command",
-                   .help = "the words that may follow in the name of a command",
-                   .arguments = { { "name", "its first words", false, true } },
+                   .help = "the words that may follow in a command, its arguments too",
+                   .arguments = { { "half", "the beginning of the word" },
+                                  { "name", "its first words", false, true } },
                    .handler = [ & ]( Request const & request ) {
-                      auto next = commands.nextWords( wordsIn( request.text( "name" ) ) );
+                      auto next = commands.candidates( wordsIn( request.text( "name" ) ),
+                                                       request.text( "half" ) );
                       return Datum( Datum::Array( next.begin(), next.end() ) );
                    } } );
    commands.add( { .name = "watch",

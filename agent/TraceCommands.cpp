@@ -98,6 +98,7 @@ types() {
    for( auto const * type : Kiv::Type::all() ) {
       table.row( { type->name(), type->live(), type->made() } );
    }
+   table.count( "type" );
    return table.take();
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/Agent.h"
+#include "agent/common/Version.h"
 
 #include <CLI/CLI.hpp>
 
@@ -27,6 +28,7 @@ main( int argc, char ** argv ) {
    CLI::App app(
          "The forwarding agent: keeps the state database, runs the machines, programs the chip.",
          "hoba-agent" );
+   app.set_version_flag( "--version", "hoba-agent " + HobaAgent::versionText() );
    app.add_option( "--config", options.config, "Startup configuration, a JSON file" )
          ->type_name( "FILE" );
    app.add_option( "--config-db", options.configDb,

@@ -6,7 +6,6 @@
 #include "chips/sim/SimEvents.h"
 
 #include <algorithm>
-#include <cctype>
 
 // What the chip reported and what became of it, and a chip that reports on command.
 
@@ -17,18 +16,6 @@ using Kiv::Datum;
 using Kiv::String;
 
 namespace {
-
-// "mac address learned" of eventTypeMacAddressLearned: what is common to all says nothing.
-String
-spelled( String const & name, std::string_view prefix ) {
-   String text;
-   for( char const c : name.substr( name.starts_with( prefix ) ? prefix.size() : 0 ) ) {
-      auto const lower = static_cast< char >( std::tolower( static_cast< unsigned char >( c ) ) );
-      text += ( lower != c && !text.empty() ? " " : "" );
-      text += lower;
-   }
-   return text;
-}
 
 String
 reasonText( Hoba::EventDropReason reason ) {

@@ -105,7 +105,8 @@ show( Switch const & sw, Pelt::IntfId only, std::vector< String > const & notes 
    if( only && !sw.stormControlConfig->intfConfigHas( only ) ) {
       table.note( Kiv::toText( only ) + " has no storm control configured" );
    }
-   for( auto const & [ intf, config ] : sw.stormControlConfig->intfConfig() ) {
+   for( auto const intf : sortedKeys( sw.stormControlConfig->intfConfig() ) ) {
+      auto const config = sw.stormControlConfig->intfConfig( intf );
       auto const status = sw.stormControlStatus->intfStatus( intf );
       if( ( only && intf != only ) || !status ) {
          continue;
@@ -124,6 +125,9 @@ show( Switch const & sw, Pelt::IntfId only, std::vector< String > const & notes 
                       chipText( sw, intf, levelType ), drops[ levelType ],
                       stateText( sw, intf, level.state ) } );
       }
+   }
+   if( !only ) {
+      table.count( "level" );
    }
    for( auto const & note : notes ) {
       table.note( note );

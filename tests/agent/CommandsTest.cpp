@@ -81,7 +81,13 @@ TEST_F( CommandsTest, findsTheLongestNameAndItsArguments ) {
               { R"({"command":"shwo"})", "unknown command \"shwo\"; did you mean \"show\"?" },
               { R"({"command":"sim"})", "command \"sim\" is not complete; there is link" },
               { R"({"command":"sim","words":["lnik"]})",
-                "unknown command \"sim lnik\"; did you mean \"link\"?" },
+                "unknown command \"sim lnik\"; did you mean \"sim link\"?" },
+              { R"({"command":"sim","words":["lnik","pu","E1"]})",
+                "unknown command \"sim lnik\"; did you mean \"sim link up\"?" },
+              { R"({"command":"shwo storm E1"})",
+                "unknown command \"shwo\"; did you mean \"show storm\"?" },
+              { R"({"command":"sim","words":["cable"]})",
+                "unknown command \"sim cable\"; there is link" },
               { R"({"command":"show","words":["x"]})", "there is no use for \"x\"; usage: show" },
               { R"({"command":"show storm","port":1})",
                 "unknown argument \"port\"; usage: show storm [INTF]" },
@@ -115,6 +121,28 @@ TEST_F( CommandsTest, knowsWhatMayFollow ) {
    EXPECT_EQ( commands.nextWords( wordsIn( " sim  link " ) ), ( Words{ "up" } ) );
    EXPECT_EQ( commands.nextWords( { "sho" } ), Words() );
    EXPECT_EQ( commands.nextWords( { "number" } ), Words() );
+   // Arguments, too: what must come next by its value, what may be left out by its name.
+   commands.valuesAre( "intf", [] { return Words{ "E1", "E2", "Po1" }; } );
+   struct Row {
+      char const * words;
+      char const * half;
+      Words expected;
+   };
+   for( auto const & row : std::initializer_list< Row >{
+              { "", "s", { "show", "sim" } },
+              { "show", "", { "storm" } },
+              { "show storm", "E", { "E1", "E2" } },
+              { "show storm", "intf=P", { "intf=Po1" } },
+              { "show storm E1", "", {} },
+              { "show storm E1 E2", "", {} },
+              { "sim link up", "", { "E1", "E2", "Po1", "level=", "rest=" } },
+              { "sim link up E1", "", { "level=", "rest=" } },
+              { "sim link up level=3", "E", { "E1", "E2" } },
+              { "number", "x", {} },
+        } ) {
+      EXPECT_EQ( commands.candidates( wordsIn( row.words ), row.half ), row.expected )
+            << row.words << " / " << row.half;
+   }
 }
 
 Kiv::Seconds testTime = 0;

@@ -204,9 +204,13 @@ TEST_F( OperatorTest, dropsVerificationAndChanges ) {
 
    EXPECT_NE( ok( "verify" ).find( "all as they should be" ), std::string::npos );
    ok( "sim forget Ethernet1" );
-   auto const spoiled = ok( "verify" );
-   EXPECT_NE( spoiled.find( "MISMATCH: 1 of " ), std::string::npos ) << spoiled;
-   EXPECT_NE( spoiled.find( "no limit found" ), std::string::npos ) << spoiled;
+   auto const spoiled = ctl( "verify" );
+   EXPECT_EQ( spoiled.status, 3 );
+   EXPECT_NE( spoiled.out.find( "MISMATCH: 1 of " ), std::string::npos ) << spoiled.out;
+   EXPECT_NE( spoiled.out.find( "no limit found" ), std::string::npos ) << spoiled.out;
+   auto const json = ctl( "verify --json" );
+   EXPECT_EQ( json.status, 3 );
+   EXPECT_EQ( *HobaAgent::parseJson( json.out ).find( "mismatches" ), Datum( 1 ) ) << json.out;
 }
 
 // Frames of 60 octets in a capture: to anybody, from `source`, without a tag.
@@ -288,9 +292,9 @@ TEST_F( OperatorTest, parityErrorsAndStationsThatNeverAge ) {
    client( "dot1x", "Ethernet1" );
    client( "dhcp", "Ethernet2" );
    auto const host = "00:1c:73:00:00:01 10";
-   EXPECT_EQ( row( "show mac non-aging", host ), "Ethernet2 entryTypeUnknown 2 dot1x, dhcp" );
+   EXPECT_EQ( row( "show mac non-aging", host ), "Ethernet2 unknown 2 dot1x, dhcp" );
    ok( "del /feeders/config/nonAgingClient/dhcp" );
-   EXPECT_EQ( row( "show mac non-aging", host ), "Ethernet1 entryTypeUnknown 1 dot1x" );
+   EXPECT_EQ( row( "show mac non-aging", host ), "Ethernet1 unknown 1 dot1x" );
    ok( "set /feeders/config/nonAgingClient/dot1x/enable false" );
    EXPECT_NE( ok( "show mac non-aging" ).find( "non-aging is disabled; 0 stations" ),
               std::string::npos );
@@ -333,8 +337,8 @@ TEST_F( OperatorTest, tracesTellWhy ) {
    EXPECT_NE( ok( "types" ).find( "Bridging::StormControl::IntfConfig" ), std::string::npos );
    for( auto const * command :
         { "show storm-control", "show storm-control-traffic-classes", "show interfaces", "show lag",
-          "show import", "logs", "logs catalogue", "types", "verify", "help", "trace", "get /",
-          "list /", "trace --tree", "trace --handles" } ) {
+          "show vlan", "show mac", "show version", "show import", "logs", "logs catalogue", "types",
+          "verify", "help", "trace", "get /", "list /", "trace --tree", "trace --handles" } ) {
       auto const json = ok( std::string( "--json " ) + command );
       EXPECT_NO_THROW( HobaAgent::parseJson( json ) ) << command << ": " << json;
    }
@@ -356,12 +360,17 @@ TEST_F( OperatorTest, badInputIsRefusedInOneLineAndChangesNothing ) {
    for( auto const & row : std::vector< Row >{
               { "", "", 2, "hobactl: " },
               { "frobnicate", "", 2, "unknown command \"frobnicate\"" },
-              { "shwo lag", "", 2, "did you mean \"show\"?" },
+              { "shwo lag", "", 2, "did you mean \"show lag\"?" },
               { "get --bogus", "", 2, "--bogus" },
               { "--timeout x get", "", 2, "--timeout" },
               { "set /a", "", 2, "value is required" },
               { "show strom", "", 1, "unknown command \"show strom\"" },
               { "show lag extra", "", 1, "usage: show lag" },
+              { "show mac vlan=4095", "", 1, "vlan: 4095 is not a number from 0 to 4094" },
+              { "show mac port=Ethernet77", "", 1, "Ethernet77 is not a port or LAG of this" },
+              { "show vlan 7", "", 1, "VLAN 7 is not one of this switch" },
+              { "set /feeders/config/port/Ethernet1/vlan 4095", "", 1,
+                "/vlan: 4095 is not a number from 1 to 4094" },
               { "show storm-control Foo", "", 1, "\"Foo\" is not an interface name" },
               { "sim link Ethernet1 sideways", "", 1, "not up or down" },
               { "sim speed Ethernet77 1000", "", 1, "Ethernet77 is not a port" },
@@ -476,6 +485,78 @@ TEST_F( OperatorTest, hostileClientsDoNotDisturb ) {
    idle.clear();
    EXPECT_NE( level( "Ethernet1", "broadcast" ), "" );
    EXPECT_NE( ok( "verify" ).find( "all as they should be" ), std::string::npos );
+}
+
+// Ports in no order, a LAG with an active member, VLANs.
+char const * const vlanSwitch = R"({
+      "PORT": { "Ethernet10": { "speed": "10000", "admin_status": "up" },
+                "Ethernet2": { "speed": "10000", "admin_status": "up" },
+                "Ethernet1": { "speed": "10000", "admin_status": "up" } },
+      "PORTCHANNEL": { "PortChannel10": {}, "PortChannel9": {} },
+      "PORTCHANNEL_MEMBER": { "PortChannel10|Ethernet10": {} },
+      "VLAN": { "Vlan30": {}, "Vlan4": {} },
+      "VLAN_MEMBER": { "Vlan30|PortChannel10": { "tagging_mode": "tagged" },
+                       "Vlan30|Ethernet2": { "tagging_mode": "untagged" },
+                       "Vlan30|Ethernet1": { "tagging_mode": "tagged" } } })";
+
+TEST_F( OperatorTest, showsInterfacesVlansAndStationsInTheirOrder ) {
+   start( { "--config-db", file( "config_db.json", vlanSwitch ) } );
+   auto const expectInOrder = [ & ]( std::string const & words,
+                                     std::initializer_list< char const * > parts ) {
+      auto const text = ok( words );
+      std::size_t at = 0;
+      for( auto const * part : parts ) {
+         at = text.find( part, at );
+         ASSERT_NE( at, std::string::npos ) << part << " in:\n" << text;
+      }
+   };
+   expectInOrder( "show interfaces",
+                  { "Ethernet1 ", "Ethernet2 ", "Ethernet10 ", "3 ports, 3 up\n" } );
+   expectInOrder( "show lag", { "Port-Channel9 ", "Port-Channel10 ", "2 LAGs\n" } );
+   ok( "sim event learn Ethernet10 00:00:5e:00:53:01 30" );
+   ok( "sim event learn Ethernet2 00:00:5e:00:53:02 30" );
+   expectInOrder( "show vlan", { "4 ", "active", "0  -\n", "30 ",
+                                 "2  Ethernet1, Ethernet2 (untagged), "
+                                 "Port-Channel10\n",
+                                 "2 VLANs\n" } );
+   // Stations behind a member are behind its LAG, and found by either; by address, too.
+   for( auto const * words : { "show mac port=Ethernet10", "show mac port=Port-Channel10",
+                               "show mac mac=00:00:5e:00:53:01" } ) {
+      EXPECT_EQ( row( words, "00:00:5e:00:53:01 30" ).substr( 0, 31 ),
+                 "Port-Channel10 learned dynamic " );
+      expectInOrder( words, { "\n1 station\n" } );
+   }
+   EXPECT_EQ( row( "show mac port=Ethernet2", "00:00:5e:00:53:01 30" ), "" );
+   // People read words; programs find the enumerator.
+   EXPECT_NE( ok( "--json show mac" ).find( "\"learnedDynamicMac\"" ), std::string::npos );
+   EXPECT_EQ( row( "show version", "version:" ) + "\n", ok( "--version" ).substr( 8 ) );
+   EXPECT_NE( row( "show version", "uptime:" ), "" );
+}
+
+// What bash offers when the line is typed so far.
+TEST_F( OperatorTest, theShellCompletesInterfaces ) {
+   start( { "--config-db", file( "config_db.json", vlanSwitch ) } );
+   auto const script = HOBA_SOURCE_DIR "/agent/hobactl/completion/hobactl.bash";
+   for( auto const & [ line, offered ] : std::vector< std::pair< std::string, std::string > >{
+              { "hobactl sim link Eth", "Ethernet1 Ethernet2 Ethernet10 " },
+              { "hobactl show mac port=Port", "Port-Channel9 Port-Channel10 " },
+              { "hobactl show mac v", "vlan= " },
+              { "hobactl show v", "version vlan " },
+              { "hobactl --json sim link Ethernet1", "Ethernet1 Ethernet10 " },
+              { "hobactl get /feeders/config/port/Ethernet2/v",
+                "/feeders/config/port/Ethernet2/vlan " },
+              { "hobactl sho", "show " },
+        } ) {
+      std::filesystem::path const tools( HOBACTL_PATH );
+      Process bash( { "/bin/bash", "-c",
+                      "PATH=" + tools.parent_path().string() + ":$PATH; source " + script +
+                            "; COMP_LINE='" + line +
+                            "' COMP_POINT=" + std::to_string( line.size() ) +
+                            "; _hobactl; printf '%s ' \"${COMPREPLY[@]}\"" },
+                    { "HOBA_SOCKET=" + socket, "PATH=/usr/bin:/bin" } );
+      auto const result = end( bash );
+      EXPECT_EQ( result.out, offered ) << line << result.err;
+   }
 }
 
 TEST_F( OperatorTest, signalsStopItCleanly ) {

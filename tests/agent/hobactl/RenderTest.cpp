@@ -138,6 +138,9 @@ TEST( Tool, saysInOneLineWhatIsWrongWithACommandLine ) {
    for( auto const & row : std::vector< Row >{
               { {}, 2, "hobactl: " },
               { { "frob" }, 2, "hobactl: " },
+              { { "shwo", "mac", "x" },
+                2,
+                "hobactl: unknown command \"shwo\"; did you mean \"show mac x\"?" },
               { { "set", "/x" }, 2, "hobactl: value is required" },
               { { "get", "/x", "--timeout", "-1" }, 2, "hobactl: --timeout" },
               { { "get", "--socket", "/nonexistent/socket" },
@@ -152,6 +155,7 @@ TEST( Tool, saysInOneLineWhatIsWrongWithACommandLine ) {
               { { "apply", "/nonexistent/file" }, 1, "hobactl: /nonexistent/file: No such file" },
               { { "complete", "/", "--socket", "/nonexistent/socket" }, 0, "" },
               { { "--help" }, 0, "" },
+              { { "--version" }, 0, "" },
         } ) {
       std::vector< char const * > argv{ "hobactl" };
       argv.insert( argv.end(), row.arguments.begin(), row.arguments.end() );
