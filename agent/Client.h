@@ -28,7 +28,7 @@
 namespace HobaAgent {
 
 struct ServerLimits {
-   std::size_t clients = 64;            // beyond, the one that is idle the longest makes room
+   std::size_t clients = 64;            // at least 1; the one idle the longest makes room
    std::size_t line = maxRequestLine;   // bytes of a request
    std::size_t depth = 64;              // of a request's JSON
    std::size_t answer = maxAnswer;      // bytes of one answer

@@ -160,15 +160,15 @@ causalTree( Kiv::DispatchRecorder const & recorder, std::size_t count ) {
    TableAnswer table( { "AT us", "TOOK us", "KIND", "EVENT" } );
    Kiv::Seconds origin = 0;
    std::size_t timers = 0, left = 0;
-   bool begun = false;
+   bool behindInput = false;
    for( auto i = beginOf( events, depths, count ); i < events.size(); ++i ) {
       auto const & event = events[ i ];
       if( depths[ i ] == 0 ) {
-         timers = isInput( event ) || !begun ? 0 : timers + 1;
+         behindInput = behindInput || isInput( event );
+         timers = isInput( event ) || !behindInput ? 0 : timers + 1;
          left += timers > timersShown ? 1 : 0;
          // Times count from the input, also those of what it caused later.
-         origin = isInput( event ) || !begun ? event.begin : origin;
-         begun = true;
+         origin = timers ? origin : event.begin;
       }
       if( timers <= timersShown ) {
          table.row( { microseconds( event.begin - origin ),

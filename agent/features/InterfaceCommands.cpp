@@ -114,23 +114,13 @@ showLags( Switch const & sw ) {
    return table.take();
 }
 
-// The interfaces that carry the VLAN; of ports, whether without a tag.
-String
-carriersText( Switch const & sw, Bridging::VlanId vlan, Hoba::VlanStatus const & status ) {
-   std::vector< Pelt::IntfId > intfs;
-   for( auto const intf : status.intf() ) {
-      intfs.push_back( intf );
-   }
-   std::sort( intfs.begin(), intfs.end() );
-   String text;
-   for( auto const intf : intfs ) {
-      auto const port = Pelt::EthIntfId::isEthIntfId( intf )
-                              ? sw.feederConfig->port( Pelt::EthIntfId( intf ) )
-                              : nullptr;
-      text += ( text.empty() ? "" : ", " ) + Kiv::toText( intf );
-      text += port && port->vlan() == vlan ? " (untagged)" : "";
-   }
-   return text.empty() ? "-" : text;
+// Frames of the VLAN come in there without a tag.
+bool
+isUntagged( Switch const & sw, Pelt::IntfId intf, Bridging::VlanId vlan ) {
+   auto const port = Pelt::EthIntfId::isEthIntfId( intf )
+                           ? sw.feederConfig->port( Pelt::EthIntfId( intf ) )
+                           : nullptr;
+   return port && port->vlan() == vlan;
 }
 
 Datum
@@ -139,13 +129,18 @@ showVlans( Switch const & sw, Bridging::VlanIdOrNone only ) {
    for( auto const & [ host, entry ] : sw.macTable->macEntry() ) {
       ++stations[ host.vlanId().value() ];
    }
-   TableAnswer table( { "VLAN", "State", "Stations", "Interfaces" } );
+   TableAnswer table( { "VLAN", "State", "Stations", "Untagged", "Tagged" } );
    for( auto const vlan : sortedKeys( sw.context->vlanStatus() ) ) {
-      if( !only.value() || only.value() == vlan.value() ) {
-         auto const status = sw.context->vlanStatus( vlan );
-         table.row( { vlan.value(), status->active() ? "active" : "not active",
-                      stations[ vlan.value() ], carriersText( sw, vlan, *status ) } );
+      if( only.value() && only.value() != vlan.value() ) {
+         continue;
       }
+      auto const status = sw.context->vlanStatus( vlan );
+      std::vector< Pelt::IntfId > untagged, tagged;
+      for( auto const intf : status->intf() ) {
+         ( isUntagged( sw, intf, vlan ) ? untagged : tagged ).push_back( intf );
+      }
+      table.row( { vlan.value(), status->active() ? "active" : "not active",
+                   stations[ vlan.value() ], listText( untagged ), listText( tagged ) } );
    }
    if( !only.value() ) {
       table.count( "VLAN" );

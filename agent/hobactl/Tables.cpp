@@ -175,10 +175,12 @@ listText( std::vector< TableReport > const & reports, Style const & style ) {
    for( auto const & report : reports ) {
       rows.push_back( lineOf( report ) );
    }
-   return renderTable(
+   auto table =
          tableOf( { "TABLE", "ROWS", "WRITER", "READERS", "BEHIND", "MEMORY", "COMMIT", "NOTE" },
-                  std::move( rows ) ),
-         style );
+                  std::move( rows ) );
+   table.add( "notes", Datum::Array{ Datum( std::to_string( reports.size() ) +
+                                            ( reports.size() == 1 ? " table" : " tables" ) ) } );
+   return renderTable( table, style );
 }
 
 std::string
