@@ -311,7 +311,13 @@ TableWriterCore::recover() {
    viewIs( header().epoch.load() );
    forgetUnusable();
    changes_ = header().changeHead.load();
-   header().changeReserved.store( changes_ );
+   // Who died while he announced a change has spoiled the place of an older one. It stays reserved, so
+   // that readers who have yet to be told that one know that it is lost.
+   if( header().changeReserved.load() - changes_ > 1 ) {
+      return "its header is damaged: it has reserved change " +
+             std::to_string( header().changeReserved.load() ) + " behind " +
+             std::to_string( changes_ );
+   }
    completeChange();
    return countRows() ? std::string() : "its rows are damaged";
 }
