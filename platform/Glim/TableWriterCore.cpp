@@ -66,7 +66,7 @@ copyWords( Word const * from, Word * to, std::size_t words ) {
 TableWriterCore::TableWriterCore( std::string const & table, Schema const & schema,
                                   WriterOptions const & options )
       : table_( table ), what_( "table \"" + table + "\"" ), private_( options.privateMemory ),
-        keyWords_( wordsOf( schema.keyBytes ) ),
+        process_( ::getpid() ), keyWords_( wordsOf( schema.keyBytes ) ),
         slotBytes_( slotBytesOf( schema.keyBytes, schema.recordBytes ) ) {
    checkName( table_ );
    if( private_ ) {
@@ -140,8 +140,15 @@ TableWriterCore::close() {
    if( !open_ ) {
       return;
    }
+   if( process_ != ::getpid() ) {
+      // A forked process has this object, but the table is that of the one which it came from.
+      if( private_ ) {
+         PrivateTables::writerDel( table_, true );
+      }
+      letGo();
+      return;
+   }
    commit();
-   open_ = false;
    stateIs( stays_ ? stateClosed : stateRemoved );
    if( private_ ) {
       PrivateTables::writerDel( table_, !stays_ );
@@ -149,6 +156,12 @@ TableWriterCore::close() {
       ::unlink( pathOf( table_ ).c_str() );
       lock_.removeFile();
    }
+   letGo();
+}
+
+void
+TableWriterCore::letGo() {
+   open_ = false;
    memory_.reset();
    fd_ = Fd();
    lock_ = WriterLock();

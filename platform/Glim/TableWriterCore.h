@@ -124,6 +124,7 @@ class TableWriterCore {
    void regionIs( std::uint64_t epoch, std::uint64_t offset, std::uint64_t slots );
    void viewIs( std::uint64_t epoch );
    void removeFormer();
+   void letGo();
    void stateIs( Layout::State state );
    void ring();
    [[noreturn]] void fail( std::string const & text ) const;
@@ -135,6 +136,7 @@ class TableWriterCore {
    Fd fd_;
    Mapping memory_;
    bool const private_;
+   int const process_; // whose table it is
    bool found_ = false;
    bool tookOver_ = false;
    bool open_ = false;

@@ -599,6 +599,28 @@ TEST_P( GlimLoop, hearsEveryBell ) {
    }
 }
 
+TEST_P( GlimLoop, aForkedProcessTakesNothingAway ) {
+   auto const writer = writerEntity();
+   auto const reader = readerEntity();
+   auto const reading = machine( reader );
+   runAll();
+   reading->take();
+   auto const child = ::fork();
+   if( child == 0 ) {
+      ::alarm( 60 );
+      writer->hwFecIdControl().detach();
+      reader->hwFecIdControl().detach();
+      ::_exit( 0 );
+   }
+   int status = -1;
+   ::waitpid( child, &status, 0 );
+   EXPECT_EQ( status, 0 );
+   writer->hwFecIdIs( { 1, 10 } );
+   runAll();
+   EXPECT_EQ( reading->take(), Log{ "1" } );
+   EXPECT_EQ( Glim::ReaderFile::all( table ).size(), 1u );
+}
+
 // Somebody shortens the file under the reader's feet: no read fails, and no loop spins.
 TEST_P( GlimLoop, outlivesATableThatIsCutOff ) {
    auto plain = std::make_unique< Glim::TableWriter< uint64_t, Answer > >( table );

@@ -8,6 +8,8 @@
 #include <memory>
 #include <numeric>
 #include <random>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <thread>
 
 namespace {
@@ -260,6 +262,19 @@ TEST_P( GlimTable, ChurnNeedsNoMemory ) {
 TEST_P( GlimTable, OneWriter ) {
    auto writer = std::make_unique< Writer >( "t", as() );
    writer->is( 1, 1 );
+   // A forked process has the objects, too: their end there, as by exit(), takes nothing away here.
+   auto reading = reader( "t" );
+   auto const files = folder.files();
+   if( auto const child = ::fork(); child == 0 ) {
+      writer.reset();
+      reading.reset();
+      ::_exit( 0 );
+   } else {
+      ::waitpid( child, nullptr, 0 );
+   }
+   EXPECT_EQ( folder.files(), files );
+   EXPECT_TRUE( writer->is( 1, 10 ) );
+   EXPECT_EQ( Told( *reading ), ( Told{ Poll::changed, { 1 } } ) );
    for( bool const replace : { false, true } ) {
       auto const text =
             errorOf< Glim::Error >( [ & ] { Writer( "t", as( { .replace = replace } ) ); } );
