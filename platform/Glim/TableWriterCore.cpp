@@ -27,12 +27,6 @@ constexpr std::uint64_t firstEpoch = 2; // 0 is no region
 constexpr std::uint64_t pageBytes = 4096;
 
 std::uint64_t
-reservedBytes( int fd ) {
-   struct stat status {};
-   return ::fstat( fd, &status ) == 0 ? static_cast< std::uint64_t >( status.st_blocks ) * 512 : 0;
-}
-
-std::uint64_t
 nanosecondsNow() {
    timespec now{};
    ::clock_gettime( CLOCK_REALTIME, &now );
@@ -225,11 +219,8 @@ TableWriterCore::faultOf( Schema const & schema ) {
    }
    // Memory that nobody reserved is none of a table: to look at all of it would use it up.
    auto const rowBytes = region.slots.load() * slotBytes();
-   if( rowBytes / 16 > reservedBytes( fd_.get() ) ) {
-      return "its header is damaged: " + std::to_string( rowBytes ) +
-             " bytes of rows are not there";
-   }
-   return {};
+   return isThere( fd_.get(), header().regionsOffset + rowBytes ) ? std::string()
+                                                                  : notThere( rowBytes );
 }
 
 // Whether the region is where one can be.

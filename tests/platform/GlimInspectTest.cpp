@@ -279,6 +279,20 @@ TEST_F( GlimInspectTest, faults ) {
       EXPECT_EQ( report.fileBytes, each.content.size() );
       EXPECT_THROW( dumpTable( "t" ), Error ) << each.fault;
    }
+   // Rows where there is no memory: looking at them would use it up.
+   for( std::uint64_t const slots : { 1ull << 16, 1ull << 24, 1ull << 32 } ) {
+      file( "t", with( [ & ]( auto & h ) {
+               at( h ).slots = slots;
+               h.state = Layout::stateOpen;
+               h.writerPid = 0;
+            } ) );
+      std::filesystem::resize_file( pathOf( "t" ), good.size() + slots * 64 );
+      auto const report = inspect( "t" );
+      EXPECT_NE( report.fault.find( "are not there" ), report.fault.npos ) << report.fault;
+      EXPECT_THROW( dumpTable( "t" ), Error );
+      EXPECT_LE( inspect( "t" ).memoryBytes, report.memoryBytes );
+      EXPECT_LE( report.memoryBytes, good.size() + 8192 );
+   }
    std::filesystem::remove( pathOf( "t" ) );
    std::filesystem::create_directory( pathOf( "t" ) );
    EXPECT_EQ( inspect( "t" ).fault, "it is no regular file" );
