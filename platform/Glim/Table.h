@@ -121,8 +121,7 @@ class TableWriter : public TableWriterCore {
          if( equalWords( Shape::recordOf( found.slot ), recordWords ) ) {
             return false;
          }
-      } else if( !found.reuses && full() ) {
-         makeRoom();
+      } else if( !found.reuses && full() && makeRoom() ) {
          found = find( keyWords );
       }
       put( found, keyWords, recordWords );

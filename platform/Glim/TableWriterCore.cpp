@@ -12,6 +12,7 @@
 #include <linux/falloc.h>
 #include <linux/futex.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -217,7 +218,6 @@ TableWriterCore::faultOf( Schema const & schema ) {
    if( epochThere == 0 || region.epoch.load() != epochThere || !isPlace( region, bytes ) ) {
       return "its header is damaged";
    }
-   // Memory that nobody reserved is none of a table: to look at all of it would use it up.
    auto const rowBytes = region.slots.load() * slotBytes();
    return isThere( fd_.get(), header().regionsOffset + rowBytes ) ? std::string()
                                                                   : notThere( rowBytes );
@@ -284,10 +284,13 @@ TableWriterCore::make( Schema const & schema, WriterOptions const & options ) {
    }
 }
 
-// Memory that is not there would end the process when it is written.
+// Memory that is not there would end the process when it is written. What cannot be had is not tried:
+// the system would take all that there is, page by page, before it says so.
 void
 TableWriterCore::reserve( std::uint64_t offset, std::uint64_t bytes ) {
-   int error = EINTR;
+   struct statvfs room {};
+   bool const isBounded = ::fstatvfs( fd_.get(), &room ) == 0 && room.f_blocks != 0;
+   int error = isBounded && bytes / room.f_frsize > room.f_bavail ? ENOSPC : EINTR;
    while( error == EINTR ) {
       error = ::posix_fallocate( fd_.get(), static_cast< off_t >( offset ),
                                  static_cast< off_t >( bytes ) );
@@ -425,18 +428,25 @@ TableWriterCore::viewIs( std::uint64_t epoch ) {
    region_ = memory_.data() + region.offset.load();
    slots_ = region.slots.load();
    shift_ = static_cast< unsigned >( 64 - std::countr_zero( slots_ ) );
+   fullAt_ = slots_ / 2;
 }
 
-void
+bool
 TableWriterCore::makeRoom() {
    checkNotLost();
    // Twice as many slots, unless it is deleted rows that take the room.
    auto const wanted = rows_ * 4 >= slots_ ? slots_ * 2 : slots_;
-   if( wanted > maxSlots ) {
-      fail( "it has as many rows as a table can have" );
+   auto const most = slots_ / 8 * 7;
+   std::uint64_t offset = 0;
+   try {
+      offset = placeFor( wanted );
+   } catch( Error const & ) {
+      if( used_ >= most ) {
+         throw;
+      }
+      fullAt_ = std::min( used_ + slots_ / 16, most ); // to try for every row would take long
+      return false;
    }
-   auto const bytes = roundUp( wanted * slotBytes(), pageBytes );
-   auto const offset = placeFor( bytes );
    copyRows( memory_.data() + offset, wanted );
    auto const former = header().region[ ( epoch_ + 1 ) % 2 ].offset.load();
    auto const formerBytes = header().region[ ( epoch_ + 1 ) % 2 ].slots.load() * slotBytes();
@@ -444,20 +454,25 @@ TableWriterCore::makeRoom() {
    viewIs( epoch_ + 1 );
    usedIs( rows_ );
    if( former != 0 && former != offset ) {
-      zero( former, formerBytes ); // gives the memory back
+      giveBack( former, formerBytes );
    }
+   return true;
 }
 
 std::uint64_t
-TableWriterCore::placeFor( std::uint64_t bytes ) {
+TableWriterCore::placeFor( std::uint64_t slots ) {
+   if( slots > maxSlots ) {
+      fail( "it has as many rows as a table can have" );
+   }
+   auto const bytes = roundUp( slots * slotBytes(), pageBytes );
    auto & former = header().region[ ( epoch_ + 1 ) % 2 ];
    auto const offset = former.offset.load();
    if( offset != 0 && roundUp( former.slots.load() * slotBytes(), pageBytes ) >= bytes ) {
-      // Whoever still walks there learns that it is no more, before it becomes something else.
+      // Whoever still walks there learns that it is no more, before it becomes something else. Not a
+      // byte of it is given away: it might not be had again.
       former.epoch.store( 0, std::memory_order_relaxed );
       std::atomic_thread_fence( std::memory_order_seq_cst );
-      zero( offset, bytes );
-      reserve( offset, bytes );
+      clear( offset, bytes );
       return offset;
    }
    auto const end = roundUp( fileBytes( fd_.get() ), pageBytes );
@@ -468,14 +483,18 @@ TableWriterCore::placeFor( std::uint64_t bytes ) {
 }
 
 void
-TableWriterCore::zero( std::uint64_t offset, std::uint64_t bytes ) {
-   if( ::fallocate( fd_.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
-                    static_cast< off_t >( offset ), static_cast< off_t >( bytes ) ) != 0 ) {
-      auto * const words = wordsAt( memory_.data() + offset );
-      for( std::uint64_t i = 0; i != bytes / 8; ++i ) {
-         words[ i ].store( 0, std::memory_order_relaxed );
-      }
+TableWriterCore::clear( std::uint64_t offset, std::uint64_t bytes ) {
+   auto * const words = wordsAt( memory_.data() + offset );
+   for( std::uint64_t i = 0; i != bytes / 8; ++i ) {
+      words[ i ].store( 0, std::memory_order_relaxed );
    }
+}
+
+void
+TableWriterCore::giveBack( std::uint64_t offset, std::uint64_t bytes ) {
+   // A system that refuses keeps it for this file.
+   ::fallocate( fd_.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
+                static_cast< off_t >( offset ), static_cast< off_t >( bytes ) );
 }
 
 void

@@ -74,9 +74,11 @@ class TableWriterCore {
    }
    std::uint64_t used() const { return used_; }
    // Searches stay short while half of the slots are empty.
-   bool full() const { return used_ >= slots_ / 2; }
-   // Makes a region in which there is room for one more row. Throws Error: nothing changed then.
-   void makeRoom();
+   bool full() const { return used_ >= fullAt_; }
+   // Returns whether there is a new region, in which there is room for one more row. If there is no
+   // memory for that, the present one will do up to seven eighths. Throws Error when it is as full as
+   // that: nothing changed then.
+   bool makeRoom();
    void rowsIs( std::uint64_t rows ) {
       rows_ = rows;
       header().rows.store( rows, std::memory_order_relaxed );
@@ -117,9 +119,10 @@ class TableWriterCore {
    void completeChange();
    bool countRows();
    void checkNotLost() const;
-   // Where a region of so many bytes goes. Its memory is reserved and zero.
-   std::uint64_t placeFor( std::uint64_t bytes );
-   void zero( std::uint64_t offset, std::uint64_t bytes );
+   // Where a region of so many slots goes. Its memory is reserved and zero. Throws Error.
+   std::uint64_t placeFor( std::uint64_t slots );
+   void clear( std::uint64_t offset, std::uint64_t bytes );
+   void giveBack( std::uint64_t offset, std::uint64_t bytes );
    void copyRows( char * to, std::uint64_t slots ) const;
    void regionIs( std::uint64_t epoch, std::uint64_t offset, std::uint64_t slots );
    void viewIs( std::uint64_t epoch );
@@ -154,6 +157,8 @@ class TableWriterCore {
    std::uint64_t epoch_ = 0;
    std::uint64_t slots_ = 0;
    unsigned shift_ = 0;
+   std::uint64_t fullAt_ = 0;
+   Layout::Seed seed_{};
    std::uint64_t rows_ = 0;
    std::uint64_t used_ = 0;
    std::uint64_t changes_ = 0;

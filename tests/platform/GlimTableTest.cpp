@@ -3,7 +3,10 @@
 #include "platform/GlimFolder.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <fcntl.h>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <numeric>
@@ -11,6 +14,19 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
+
+namespace {
+bool memoryIsFull = false;
+}
+
+// In the place of the system's: the memory of this process may be full.
+extern "C" int
+posix_fallocate( int fd, off_t offset, off_t bytes ) {
+   if( memoryIsFull ) {
+      return ENOSPC;
+   }
+   return ::syscall( SYS_fallocate, fd, 0, offset, bytes ) == 0 ? 0 : errno;
+}
 
 namespace {
 
@@ -56,7 +72,10 @@ struct Told {
 class GlimTable : public testing::TestWithParam< bool > {
  protected:
    // Private tables that stay do so as long as the process.
-   ~GlimTable() override { Glim::PrivateTables::writerDel( "t", true ); }
+   ~GlimTable() override {
+      Glim::PrivateTables::writerDel( "t", true );
+      memoryIsFull = false;
+   }
    WriterOptions as( WriterOptions options = {} ) const {
       options.privateMemory = GetParam();
       return options;
@@ -247,8 +266,10 @@ TEST_P( GlimTable, ChurnNeedsNoMemory ) {
       ASSERT_TRUE( reading->has( i - std::min( i, alive ) / 2 ) );
       if( i == churned / 20 ) {
          bytes = size();
+         memoryIsFull = true; // what the table has it keeps
       }
    }
+   memoryIsFull = false;
    EXPECT_EQ( size(), bytes );
    EXPECT_LT( bytes, 400'000u );
    EXPECT_EQ( writer.rows(), alive );
@@ -257,6 +278,49 @@ TEST_P( GlimTable, ChurnNeedsNoMemory ) {
       expected[ i ] = i;
    }
    EXPECT_EQ( mapOf( *reading ), expected );
+}
+
+TEST_P( GlimTable, WithTheMemoryFullWhatIsThereIsUsed ) {
+   Writer writer( "t", as( { .rows = 500 } ) ); // 1024 slots
+   auto reading = reader( "t" );
+   Map model;
+   std::string refusal;
+   // Inserts new keys until one is refused.
+   auto const fill = [ & ]( uint64_t most ) {
+      static uint64_t key = 0;
+      refusal.clear();
+      while( refusal.empty() && writer.rows() != most ) {
+         refusal = errorOf< Glim::Error >( [ & ] { writer.is( ++key, key ); } );
+         if( refusal.empty() ) {
+            model[ key ] = key;
+         }
+      }
+   };
+   auto const delHalf = [ & ] {
+      for( auto row = model.begin(); row != model.end(); ) {
+         bool const goes = GlimTests::mix( row->first ) % 2;
+         ASSERT_TRUE( !goes || writer.del( row->first ) );
+         row = goes ? model.erase( row ) : std::next( row );
+      }
+   };
+   memoryIsFull = true;
+   fill( 512 );
+   EXPECT_EQ( refusal, "" );
+   delHalf();
+   fill( 512 );
+   EXPECT_EQ( refusal, "" );
+   fill( ~uint64_t( 0 ) );
+   EXPECT_NE( refusal.find( "no memory" ), refusal.npos ) << refusal;
+   EXPECT_GE( writer.rows(), 640u );
+   EXPECT_LE( writer.rows(), 896u );
+   EXPECT_EQ( mapOf( *reading ), model );
+   auto const first = model.begin()->first;
+   EXPECT_TRUE( writer.is( first, 0 ) && writer.is( first, first ) ); // needs none
+   memoryIsFull = false;
+   fill( 2000 );
+   EXPECT_EQ( refusal, "" );
+   EXPECT_EQ( mapOf( *reading ), model );
+   EXPECT_EQ( mapOf( writer ), model );
 }
 
 TEST_P( GlimTable, OneWriter ) {
