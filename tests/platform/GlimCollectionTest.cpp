@@ -330,8 +330,10 @@ TEST_P( GlimCollection, readersHearOfMountsAndOfQuiescence ) {
    auto const writing = machine( writer );
    writer->hwFecIdControl().attachWriter( table, writerOptions );
    writer->hwFecIdIs( { 1, 10 } );
-   // Nobody calls run(): the clock does.
-   driver_.advance( Glim::Loop::retryInterval );
+   // Nobody calls run(): the clock does, and not before it is time.
+   driver_.advance( 0.9 * Glim::Loop::retryInterval );
+   EXPECT_EQ( reading->log, Log{ "mount awaitingTable" } );
+   driver_.advance( 0.1 * Glim::Loop::retryInterval );
    EXPECT_EQ( reading->take(), ( Log{ "mount awaitingTable", "mount readingTable", "1" } ) );
    EXPECT_EQ( driver_.timers(), 0u );
 
