@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// What a table looks like in memory: version 1 of the layout.
+// What a table looks like in memory: version 2 of the layout.
 //
 //    Header | journal | changes | region | region ...
 //
@@ -27,8 +27,13 @@
 // `changeReserved` is raised before a place is overwritten, `changeHead` after it is written.
 // `bell` is the futex on which readers sleep; the writer raises it when it commits.
 //
+// The *seed* of the hash is chosen at random for every table: who chooses keys cannot choose some that
+// crowd it. So the rows of equal tables stand in different orders.
+//
 // Every counter that one side writes while the other reads has a cache line of its own, and its
 // neighbour, which processors fetch along with it.
+
+#include "Kiv/Hash.h"
 
 #include <atomic>
 #include <cstddef>
@@ -37,7 +42,7 @@
 namespace Glim::Layout {
 
 inline constexpr std::uint64_t magic = 0x4d494c4741424f48; // "HOBAGLIM"
-inline constexpr std::uint32_t version = 1;
+inline constexpr std::uint32_t version = 2;
 inline constexpr std::uint32_t byteOrder = 0x01020304;
 inline constexpr std::size_t lineBytes = 128;
 
@@ -68,6 +73,10 @@ enum State : std::uint32_t {
    stateRemoved,  // the table is no more: a new one of that name is in another file
 };
 
+struct Seed {
+   std::uint64_t first, second;
+};
+
 struct Header {
    // Written once; `magic` last.
    Word magic;
@@ -81,6 +90,7 @@ struct Header {
    std::uint64_t changesOffset;
    std::uint64_t regionsOffset; // where the first region begins
    std::uint64_t stays;         // 1 if the table outlives its writer's clean stop
+   Seed seed;                   // of hashOf()
    char table[ 64 ];            // all texts end in a zero
    char keyType[ 128 ];
    char recordType[ 128 ];
@@ -141,15 +151,15 @@ journalBytesOf( std::size_t keyBytes, std::size_t recordBytes ) {
                    lineBytes );
 }
 
-// The hash of a key, the same in every process. Slot `hash >> shift` is where the search begins.
+// The hash of a key, the same in every process. Slot `hash >> shift` is where the search begins. The
+// multiplier is secret, and the second round breaks up what is left of a pattern in the keys.
 inline std::uint64_t
-hashOf( std::uint64_t const * key, std::size_t words ) {
-   std::uint64_t hash = 0x9e3779b97f4a7c15;
+hashOf( Seed const & seed, std::uint64_t const * key, std::size_t words ) {
+   auto hash = seed.first;
    for( std::size_t i = 0; i != words; ++i ) {
-      hash = ( hash ^ key[ i ] ) * 0xff51afd7ed558ccd;
-      hash ^= hash >> 32;
+      hash = Kiv::hashMix( hash ^ key[ i ], seed.second );
    }
-   return hash * 0xc4ceb9fe1a85ec53;
+   return Kiv::hashMix( hash, 0x9e3779b97f4a7c15 );
 }
 
 } // namespace Glim::Layout

@@ -303,6 +303,7 @@ fillHeader( Layout::Header & header, std::string const & table, Schema const & s
          header.headerBytes + Layout::journalBytesOf( schema.keyBytes, schema.recordBytes );
    header.regionsOffset = fixedBytes( schema.keyBytes, schema.recordBytes, changes );
    header.stays = stays;
+   header.seed = { Kiv::randomBits(), Kiv::randomBits() | 1 };
    textIs( header.table, table );
    textIs( header.keyType, schema.keyType );
    textIs( header.recordType, schema.recordType );

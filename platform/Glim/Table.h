@@ -24,30 +24,14 @@
 
 #include "Glim/TableReaderCore.h"
 #include "Glim/TableWriterCore.h"
+#include "Glim/Words.h"
 
+#include <algorithm>
 #include <array>
-#include <cstring>
 #include <utility>
+#include <vector>
 
 namespace Glim {
-
-// A key or a record as whole words; what the last one has too many is zero.
-template< class T >
-using WordsOf = std::array< std::uint64_t, Layout::wordsOf( sizeof( T ) ) >;
-
-template< class T >
-WordsOf< T >
-toWords( T const & value ) {
-   WordsOf< T > words{};
-   std::memcpy( words.data(), &value, sizeof( T ) );
-   return words;
-}
-
-template< class T >
-void
-fromWords( T & value, WordsOf< T > const & words ) {
-   std::memcpy( static_cast< void * >( &value ), words.data(), sizeof( T ) );
-}
 
 // Calls use( i ) for each of n words; without a loop where they are few, which they mostly are.
 template< std::size_t n, class Use >
@@ -97,8 +81,8 @@ struct TableShape {
 
    static Layout::Word * keyOf( Layout::Word * slot ) { return slot + 1; }
    static Layout::Word * recordOf( Layout::Word * slot ) { return slot + 1 + keyWords; }
-   static std::uint64_t hashOf( WordsOf< Key > const & key ) {
-      return Layout::hashOf( key.data(), keyWords );
+   static std::uint64_t hashOf( Layout::Seed const & seed, WordsOf< Key > const & key ) {
+      return Layout::hashOf( seed, key.data(), keyWords );
    }
 };
 
@@ -145,8 +129,15 @@ class TableWriter : public TableWriterCore {
       return found.there;
    }
 
+   // In the order of the keys.
    void delAll() {
-      forEach( [ & ]( Key const & key, Record const & ) { del( key ); } );
+      std::vector< Key > keys;
+      keys.reserve( rows() );
+      forEach( [ & ]( Key const & key, Record const & ) { keys.push_back( key ); } );
+      std::sort( keys.begin(), keys.end(), KeyBefore() );
+      for( auto const & key : keys ) {
+         del( key );
+      }
    }
 
    // Tells readers that something about the key changed, though the record did not.
@@ -166,8 +157,9 @@ class TableWriter : public TableWriterCore {
       return const_cast< TableWriter * >( this )->find( toWords( key ) ).there;
    }
 
-   // Every row, in no particular order. `use` may write and delete rows that are there; it must not
-   // insert others, for which the rows may have to move.
+   // Every row, in an order that is another in every run: who acts by it sorts first. `use` may
+   // write and delete rows that are there; it must not insert others, for which the rows may have to
+   // move.
    template< class Use >
    void forEach( Use && use ) const {
       for( std::uint64_t i = 0; i != slots(); ++i ) {
@@ -197,7 +189,7 @@ class TableWriter : public TableWriterCore {
    // The slot of the key, or the one that it would get.
    Found find( WordsOf< Key > const & key ) {
       Found place;
-      for( auto i = Shape::hashOf( key ) >> shift();; i = ( i + 1 ) & ( slots() - 1 ) ) {
+      for( auto i = Shape::hashOf( seed(), key ) >> shift();; i = ( i + 1 ) & ( slots() - 1 ) ) {
          auto * const slot = slotAt( i, Shape::slotBytes );
          auto const word = slot->load( std::memory_order_relaxed );
          if( word & Layout::live ) {
@@ -276,8 +268,9 @@ class TableReader : public TableReaderCore {
       return find( toWords( key ), recordWords );
    }
 
-   // Every row, in no particular order: each that is there from the beginning of the walk to its
-   // end at least once (twice only if the table grew twice meanwhile). Throws as get().
+   // Every row, in an order that is another in every run: each that is there from the beginning of
+   // the walk to its end at least once (twice only if the table grew twice meanwhile). Throws as
+   // get().
    template< class Use >
    void forEach( Use && use ) {
       if( !attached() ) {
@@ -304,18 +297,18 @@ class TableReader : public TableReaderCore {
       std::uint64_t next = 0;
       std::uint64_t left = 0; // slots to be visited; 0: the walk is over
    };
-   // From now on every row that is there has still to be visited, beginning where the walk is.
-   void restart( Place & place ) {
+   // Where every row that is there from now on has still to be visited.
+   Place beginning() {
       if( attached() && epochNow() != epoch() ) {
          refresh();
       }
-      place = { epoch(), place.epoch == epoch() ? place.next : 0, attached() ? slots() : 0 };
+      return { epoch(), 0, attached() ? slots() : 0 };
    }
-   // Calls use( key ) for the next rows, at most so many, in at most so many slots. Each row that is
-   // there from the restart to the end is visited, some twice if the table grew. Throws as get().
+   // Calls use( key ) for the rows in the next slots, at most so many. Each row that is there from
+   // the beginning to the end is visited, some twice if the table grew. Throws as get().
    template< class Use >
-   void forSome( Place & place, std::uint64_t mostSlots, std::uint64_t mostRows, Use && use ) {
-      for( ; attached() && place.left && mostSlots && mostRows; --mostSlots ) {
+   void forSome( Place & place, std::uint64_t mostSlots, Use && use ) {
+      for( ; attached() && place.left && mostSlots; --mostSlots ) {
          if( epochNow() != epoch() ) {
             refresh();
          }
@@ -327,11 +320,10 @@ class TableReader : public TableReaderCore {
          auto const copied = copy( slotAt( place.next, Shape::slotBytes ), place.next, place.epoch,
                                    keyWords, recordWords );
          // Else the memory may have become another region's.
-         if( epochNow() == place.epoch ) {
-            place.next = ( place.next + 1 ) & ( slots() - 1 );
+         if( !moved() ) {
+            ++place.next;
             --place.left;
             if( copied == Copied::row ) {
-               --mostRows;
                Key key;
                fromWords( key, keyWords );
                use( key );
@@ -381,7 +373,7 @@ class TableReader : public TableReaderCore {
          }
          auto const found = probe( key, record );
          // The memory may have become another region's meanwhile.
-         if( epochNow() == epoch() ) [[likely]] {
+         if( !moved() ) [[likely]] {
             if( !found ) {
                checkNotLost();
             }
@@ -393,7 +385,8 @@ class TableReader : public TableReaderCore {
 
    bool probe( WordsOf< Key > const & key, WordsOf< Record > & record ) {
       auto const mask = slots() - 1;
-      auto i = Shape::hashOf( key ) >> shift();
+      auto i = Shape::hashOf( seed(), key ) >> shift();
+      std::uint64_t tries = 0;
       for( std::uint64_t left = slots(); left != 0; ) {
          auto * const slot = slotAt( i, Shape::slotBytes );
          auto const word = slot->load( std::memory_order_acquire );
@@ -411,7 +404,7 @@ class TableReader : public TableReaderCore {
             }
          } else if( word & Layout::writing ) {
             WordsOf< Key > there;
-            auto const copied = copyJournal( slot, word, i, epoch(), there, record );
+            auto const copied = copyJournal( slot, word, i, epoch(), there, record, tries );
             if( copied == Copied::again ) {
                if( epochNow() != epoch() ) {
                   return false; // this may be another region's slot, of a writer that died in it
@@ -431,10 +424,11 @@ class TableReader : public TableReaderCore {
    // What is in the slot.
    Copied copy( Layout::Word * slot, std::uint64_t index, std::uint64_t ofEpoch,
                 WordsOf< Key > & key, WordsOf< Record > & record ) {
+      std::uint64_t tries = 0;
       while( true ) {
          auto const word = slot->load( std::memory_order_acquire );
          if( word & Layout::writing ) {
-            auto const copied = copyJournal( slot, word, index, ofEpoch, key, record );
+            auto const copied = copyJournal( slot, word, index, ofEpoch, key, record, tries );
             if( copied != Copied::again ) {
                return copied;
             }
@@ -459,7 +453,8 @@ class TableReader : public TableReaderCore {
    // What the slot will have when the change that is under way is done. The writer may be dead, so
    // nobody waits for it.
    Copied copyJournal( Layout::Word * slot, std::uint64_t word, std::uint64_t index,
-                       std::uint64_t ofEpoch, WordsOf< Key > & key, WordsOf< Record > & record ) {
+                       std::uint64_t ofEpoch, WordsOf< Key > & key, WordsOf< Record > & record,
+                       std::uint64_t & tries ) {
       auto const & entry = journal();
       auto const sequence = entry.sequence.load( std::memory_order_acquire );
       bool const ours = !( sequence & 1 ) &&
@@ -472,10 +467,9 @@ class TableReader : public TableReaderCore {
       std::atomic_thread_fence( std::memory_order_acquire );
       if( !ours || entry.sequence.load( std::memory_order_relaxed ) != sequence ||
           slot->load( std::memory_order_relaxed ) != word ) {
-         retried( true );
+         retry( tries );
          return Copied::again;
       }
-      retried( false );
       return operation == Layout::operationPut ? Copied::row : Copied::none;
    }
 };

@@ -308,6 +308,7 @@ TableWriterCore::mapAll() {
       journal_ = reinterpret_cast< Journal * >( memory_.data() + h.headerBytes );
       ring_ = memory_.data() + h.changesOffset;
       ringMask_ = h.changes - 1;
+      seed_ = h.seed;
    }
 }
 
@@ -510,7 +511,7 @@ TableWriterCore::copyRows( char * to, std::uint64_t slots ) const {
       for( std::size_t k = 0; k != keyWords_; ++k ) {
          key[ k ] = from[ 1 + k ].load( std::memory_order_relaxed );
       }
-      auto place = hashOf( key.data(), keyWords_ ) >> shift;
+      auto place = hashOf( seed_, key.data(), keyWords_ ) >> shift;
       while( wordsAt( to + place * slotBytes() )->load( std::memory_order_relaxed ) != 0 ) {
          place = ( place + 1 ) & ( slots - 1 );
       }

@@ -66,6 +66,7 @@ class TableWriterCore {
       return *reinterpret_cast< Layout::Header * >( memory_.data() );
    }
    Layout::Journal & journal() const { return *journal_; }
+   Layout::Seed const & seed() const { return seed_; }
    std::uint64_t epoch() const { return epoch_; }
    std::uint64_t slots() const { return slots_; }
    unsigned shift() const { return shift_; }

@@ -215,6 +215,43 @@ TEST_P( GlimCollection, handlersHearEachChangedKeyInOrder ) {
    EXPECT_FALSE( GetParam() && readable( 0 ) );
 }
 
+// Rows stand in a table in an order that is another in every run. What is done for all of them is
+// done in the order of their keys.
+TEST_P( GlimCollection, allRowsAreInTheOrderOfTheirKeys ) {
+   constexpr uint64_t keys = 3000; // more than a turn tells
+   auto const writer = writerEntity();
+   Log inOrder;
+   for( uint64_t key = 0; key != keys; ++key ) {
+      writer->hwFecIdIs( { key * 1009 % keys, 1 } );
+      inOrder.push_back( std::to_string( key ) );
+   }
+   Log walked;
+   writer->hwFecIdForEach(
+         [ & ]( uint64_t key, Answer const & ) { walked.push_back( std::to_string( key ) ); } );
+   EXPECT_EQ( walked, inOrder );
+   auto const reader = entity();
+   auto const reading = machine( reader );
+   reader->hwFecIdControl().attachReader( table, readerOptions );
+   runAll();
+   reading->log.erase( reading->log.begin() ); // the mount
+   EXPECT_EQ( reading->take(), inOrder );
+   writer->hwFecIdDelAll();
+   runAll();
+   EXPECT_EQ( reading->take(), inOrder );
+   // The plain table, too.
+   Glim::TableWriter< uint64_t, Answer > plain( "plain" );
+   Glim::TableReader< uint64_t, Answer > plainReader( "plain" );
+   for( uint64_t key = 0; key != keys; ++key ) {
+      plain.is( key * 1009 % keys, {} );
+   }
+   plainReader.attach();
+   plainReader.poll( []( uint64_t ) {} );
+   plain.delAll();
+   Log told;
+   plainReader.poll( [ & ]( uint64_t key ) { told.push_back( std::to_string( key ) ); } );
+   EXPECT_EQ( told, inOrder );
+}
+
 TEST_P( GlimCollection, aReaderThatFellBehindIsRightAgain ) {
    writerOptions.changes = 16;
    auto const writer = writerEntity();

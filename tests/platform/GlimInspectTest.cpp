@@ -262,7 +262,7 @@ TEST_F( GlimInspectTest, faults ) {
          { good.substr( 0, 100 ), "it is cut off: 100 bytes, of " },
          { good.substr( 0, sizeof( Layout::Header ) ), "it is cut off: " },
          { good.substr( 0, good.size() - 1 ), "it is cut off: " },
-         { with( []( auto & h ) { h.version = 2; } ), "it is of layout version 2, expected 1" },
+         { with( []( auto & h ) { h.version = 1; } ), "it is of layout version 1, expected " },
          { with( []( auto & h ) { h.byteOrder = 0x04030201; } ), "of another byte order" },
          { with( []( auto & h ) { h.slotBytes = 8; } ), "its header is damaged" },
          { with( []( auto & h ) { h.state = 9; } ), "its header is damaged: it is in state 9" },

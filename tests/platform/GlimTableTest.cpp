@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Glim/Table.h"
+#include "Kiv/Value.h"
 #include "platform/GlimFolder.h"
 
 #include <algorithm>
@@ -533,6 +534,86 @@ TEST_P( GlimTable, SleepsUntilTheWriterCommits ) {
    thread.join();
    EXPECT_TRUE( std::is_sorted( told.begin(), told.end() ) );
    EXPECT_LE( told.size(), 98u ); // what went with the table need not be told
+}
+
+// Every table has a hash of its own: what crowds one says nothing of another.
+TEST( GlimCraftedKeys, CrowdOneTableAtMost ) {
+   constexpr uint64_t rows = 1 << 15, parts = 32;
+   GlimTests::Folder folder;
+   std::mt19937_64 random( 7 );
+   Writer known( "known", { .rows = rows } ), other( "other", { .rows = rows } );
+   for( uint64_t i = 0; i != rows; ++i ) {
+      known.is( random(), i );
+   }
+   // The keys of each part of the slots.
+   auto const keysOf = []( std::string const & table ) {
+      std::ifstream file( Glim::pathOf( table ), std::ios::binary );
+      std::string const bytes( std::istreambuf_iterator< char >( file ), {} );
+      auto const & header = *reinterpret_cast< Glim::Layout::Header const * >( bytes.data() );
+      auto const & region = header.region[ header.epoch % 2 ];
+      std::array< Keys, parts > keys;
+      for( uint64_t i = 0; i != region.slots; ++i ) {
+         auto const * const slot = reinterpret_cast< uint64_t const * >(
+               bytes.data() + region.offset + i * header.slotBytes );
+         if( slot[ 0 ] & Glim::Layout::live ) {
+            keys[ i * parts / region.slots ].push_back( slot[ 1 ] );
+         }
+      }
+      return keys;
+   };
+   auto const crafted = keysOf( "known" )[ 0 ];
+   ASSERT_GT( crafted.size(), rows / parts / 2 );
+   for( auto const key : crafted ) {
+      other.is( key, key );
+   }
+   for( auto const & part : keysOf( "other" ) ) {
+      EXPECT_LT( part.size(), 4 * crafted.size() / parts );
+   }
+}
+
+struct Padded {
+   KIV_VALUE( Padded );
+   KIV_FIELD( std::uint8_t, small, 0 );
+   KIV_FIELD( uint64_t, large, 0 );
+   KIV_FIELD( double, real, 0 );
+   KIV_FIELD( std::uint16_t, last, 0 );
+};
+struct Nested {
+   KIV_VALUE( Nested );
+   KIV_FIELD( std::uint8_t, small, 0 );
+   KIV_FIELD( Padded, padded );
+};
+
+// What stands between the fields of a record says nothing.
+TEST( GlimRecords, EqualOnesChangeNothing ) {
+   auto const recordIn = []( int noise ) {
+      Nested record;
+      std::memset( static_cast< void * >( &record ), noise, sizeof record );
+      record.small = 1;
+      record.padded.small = 2;
+      record.padded.large = 3;
+      record.padded.real = 4.5;
+      record.padded.last = 6;
+      return record;
+   };
+   GlimTests::Folder folder;
+   Glim::TableWriter< uint64_t, Nested > writer( "t" );
+   auto const first = recordIn( 0 ), second = recordIn( -1 );
+   ASSERT_NE( std::memcmp( &first, &second, sizeof first ), 0 );
+   EXPECT_TRUE( writer.is( 1, first ) );
+   EXPECT_FALSE( writer.is( 1, second ) );
+   Nested read;
+   ASSERT_TRUE( writer.get( 1, read ) );
+   EXPECT_TRUE( read == first && read == second );
+   for( auto change :
+        { +[]( Nested & r ) { ++r.small; }, +[]( Nested & r ) { ++r.padded.small; },
+          +[]( Nested & r ) { ++r.padded.large; }, +[]( Nested & r ) { ++r.padded.real; },
+          +[]( Nested & r ) { ++r.padded.last; } } ) {
+      change( read );
+      EXPECT_TRUE( writer.is( 1, read ) );
+      Nested again;
+      EXPECT_TRUE( writer.get( 1, again ) && again == read );
+   }
 }
 
 // Keys and records of every size, told apart by every byte of them.
