@@ -354,6 +354,32 @@ TEST_P( GlimCollection, resynchronisesInParts ) {
    EXPECT_EQ( reader->hwFecIdResyncs(), 3u );
 }
 
+// The table is so large that its keys are not gathered in a turn, and the reader falls behind in every
+// one: it hears of all rows nevertheless, and not of the first ones again and again.
+TEST_P( GlimCollection, whoFallsBehindInEveryTurnComesToAnEnd ) {
+   writerOptions.changes = 64;
+   writerOptions.rows = 100'000;
+   auto const writer = writerEntity();
+   uint64_t const keys = 4 * Glim::Loop::keysPerTurn;
+   for( uint64_t key = 0; key != keys; ++key ) {
+      writer->hwFecIdIs( { key, key } );
+   }
+   auto const reader = readerEntity();
+   auto const reading = machine( reader );
+   reading->state.clear();
+   reading->take();
+   for( uint64_t turn = 0; turn != 30; ++turn ) {
+      for( uint64_t i = 0; i != 2 * writerOptions.changes; ++i ) {
+         writer->hwFecIdNotify( 0 );
+      }
+      Glim::Loop::instance().run();
+   }
+   EXPECT_GE( reader->hwFecIdResyncs(), 29u );
+   EXPECT_EQ( reading->state, stateOf( *writer ) );
+   runAll();
+   EXPECT_EQ( reader->hwFecIdControl().behind(), 0u );
+}
+
 TEST_P( GlimCollection, readersHearOfMountsAndOfQuiescence ) {
    auto const reader = entity();
    auto const reading = machine( reader );

@@ -225,7 +225,7 @@ TEST_F( GlimInspectTest, changeUnderWay ) {
    EXPECT_EQ( dumpTable( "t" ).rows.size(), 4u );
 
    // An odd slot of which the journal knows nothing.
-   journal.slot = region.slots - 1;
+   journal.slot = ( journal.slot + 1 ) % region.slots;
    file( "t", bytes );
    dump = dumpTable( "t" );
    EXPECT_EQ( dump.rows.size(), 4u );
