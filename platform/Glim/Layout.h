@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// What a table looks like in memory: version 2 of the layout.
+// What a table looks like in memory: version 3 of the layout.
 //
 //    Header | journal | changes | region | region ...
 //
@@ -11,13 +11,18 @@
 // A *region* is a hash table with linear probing, `slots` many, a power of two. A slot is a word, the
 // key and the record, each in whole words:
 //
-//    word = 0                         empty, and never used: a search ends here
-//    word = version << 2 | live | writing
+//    word = version << 18 | reach << 2 | live | writing
 //
 // While the writer changes a slot, its word is odd; a reader that finds the word as it was, before and
-// after it copied, has a whole record. Slots never move within a region. A region that is too full is
-// replaced by a new one, `epoch` one higher: the memory of the one before the last is used again, so
-// who has read checks the epoch once more.
+// after it copied, has a whole record. Rows never move within a region.
+//
+// `reach` is not of the row that stands there, but of those whose search begins there: none of them
+// stands more than so many slots behind. It is raised before a row is put there, and lowered after the
+// farthest is gone, so a search for what is not there is short, and a slot whose row is gone is as
+// good as one that never had any.
+//
+// A region that is too full, or far too empty, is replaced by a new one, `epoch` one higher. The
+// memory of the former one is given back at once, so who has read checks the epoch once more.
 //
 // The *journal* has the last change whole. It is written before the slot is, so a reader that finds
 // an odd slot takes the record from the journal instead of waiting for a writer that may be dead, and
@@ -35,6 +40,7 @@
 
 #include "Kiv/Hash.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -42,7 +48,7 @@
 namespace Glim::Layout {
 
 inline constexpr std::uint64_t magic = 0x4d494c4741424f48; // "HOBAGLIM"
-inline constexpr std::uint32_t version = 2;
+inline constexpr std::uint32_t version = 3;
 inline constexpr std::uint32_t byteOrder = 0x01020304;
 inline constexpr std::size_t lineBytes = 128;
 
@@ -54,7 +60,9 @@ inline constexpr std::uint64_t maxChanges = std::uint64_t( 1 ) << 28;
 
 inline constexpr std::uint64_t writing = 1;
 inline constexpr std::uint64_t live = 2;
-inline constexpr std::uint64_t oneVersion = 4;
+inline constexpr unsigned reachShift = 2;
+inline constexpr std::uint64_t maxReach = 0xffff; // that far, or any farther
+inline constexpr std::uint64_t oneVersion = std::uint64_t( 1 ) << 18;
 
 using Word = std::atomic< std::uint64_t >;
 static_assert( Word::is_always_lock_free && sizeof( Word ) == 8 );
@@ -106,7 +114,6 @@ struct Header {
    Word committed;   // when the last commit was, in nanoseconds since 1970
 
    alignas( lineBytes ) Word rows;
-   Word used; // slots that are not empty, those of deleted rows included
 
    alignas( lineBytes ) Word changeReserved;
    alignas( lineBytes ) Word changeHead;
@@ -123,6 +130,23 @@ struct Journal {
    Word operation;
    Word change; // the number of the change
 };
+
+constexpr std::uint64_t
+reachOf( std::uint64_t word ) {
+   return word >> reachShift & maxReach;
+}
+
+constexpr std::uint64_t
+withReach( std::uint64_t word, std::uint64_t reach ) {
+   return ( word & ~( maxReach << reachShift ) ) | std::min( reach, maxReach ) << reachShift;
+}
+
+// At how many slots a search looks that begins at the one with this word.
+constexpr std::uint64_t
+searchOf( std::uint64_t word, std::uint64_t slots ) {
+   auto const reach = reachOf( word );
+   return reach == maxReach ? slots : std::min( reach + 1, slots );
+}
 
 constexpr std::size_t
 wordsOf( std::size_t bytes ) {

@@ -105,7 +105,7 @@ class TableWriter : public TableWriterCore {
          if( equalWords( Shape::recordOf( found.slot ), recordWords ) ) {
             return false;
          }
-      } else if( !found.reuses && full() && makeRoom() ) {
+      } else if( full() && makeRoom() ) {
          found = find( keyWords );
       }
       put( found, keyWords, recordWords );
@@ -124,6 +124,7 @@ class TableWriter : public TableWriterCore {
          found.slot->store( ( word & ~( Layout::live | Layout::writing ) ) + Layout::oneVersion,
                             std::memory_order_release );
          rowsIs( rows() - 1 );
+         lowerReach( found );
          announce( keyWords );
       }
       return found.there;
@@ -158,8 +159,8 @@ class TableWriter : public TableWriterCore {
    }
 
    // Every row, in an order that is another in every run: who acts by it sorts first. `use` may
-   // write and delete rows that are there; it must not insert others, for which the rows may have to
-   // move.
+   // write and delete rows that are there; it must not insert others, nor commit, for which the rows
+   // may have to move.
    template< class Use >
    void forEach( Use && use ) const {
       for( std::uint64_t i = 0; i != slots(); ++i ) {
@@ -182,29 +183,68 @@ class TableWriter : public TableWriterCore {
    struct Found {
       Layout::Word * slot = nullptr;
       std::uint64_t index = 0;
+      std::uint64_t home = 0;     // where the search for the key begins
+      std::uint64_t distance = 0; // from there
       bool there = false;
-      bool reuses = false; // the place of a deleted row
    };
 
-   // The slot of the key, or the one that it would get.
+   // The slot of the key, or the one that it would get: some are free.
    Found find( WordsOf< Key > const & key ) {
+      auto const home = Shape::hashOf( seed(), key ) >> shift();
+      auto const search = Layout::searchOf(
+            slotAt( home, Shape::slotBytes )->load( std::memory_order_relaxed ), slots() );
       Found place;
-      for( auto i = Shape::hashOf( seed(), key ) >> shift();; i = ( i + 1 ) & ( slots() - 1 ) ) {
+      for( std::uint64_t distance = 0; distance < search || !place.slot; ++distance ) {
+         auto const i = ( home + distance ) & ( slots() - 1 );
          auto * const slot = slotAt( i, Shape::slotBytes );
-         auto const word = slot->load( std::memory_order_relaxed );
-         if( word & Layout::live ) {
+         if( slot->load( std::memory_order_relaxed ) & Layout::live ) {
             if( equalWords( Shape::keyOf( slot ), key ) ) {
-               return { slot, i, true, false };
+               return { slot, i, home, distance, true };
             }
-         } else if( word == 0 ) {
-            return place.slot ? place : Found{ slot, i, false, false };
          } else if( !place.slot ) {
-            place = { slot, i, false, true };
+            place = { slot, i, home, distance, false };
          }
+      }
+      return place;
+   }
+
+   // Before a row is put there.
+   void raiseReach( Found const & found ) {
+      auto * const home = slotAt( found.home, Shape::slotBytes );
+      auto const word = home->load( std::memory_order_relaxed );
+      if( found.distance > Layout::reachOf( word ) ) {
+         home->store( Layout::withReach( word, found.distance ), std::memory_order_release );
       }
    }
 
+   // After the row that was there has gone.
+   void lowerReach( Found const & found ) {
+      auto * const home = slotAt( found.home, Shape::slotBytes );
+      auto const word = home->load( std::memory_order_relaxed );
+      auto const reach = Layout::reachOf( word );
+      if( found.distance != reach || reach == 0 || reach == Layout::maxReach ) {
+         return;
+      }
+      auto left = reach;
+      do {
+         --left;
+      } while( left != 0 && !isFrom( found.home, left ) );
+      home->store( Layout::withReach( word, left ), std::memory_order_release );
+   }
+
+   // Whether a row stands so far from there whose search begins there.
+   bool isFrom( std::uint64_t home, std::uint64_t distance ) const {
+      auto * const slot = slotAt( ( home + distance ) & ( slots() - 1 ), Shape::slotBytes );
+      WordsOf< Key > key;
+      loadWords( key, Shape::keyOf( slot ) );
+      return slot->load( std::memory_order_relaxed ) & Layout::live &&
+             Shape::hashOf( seed(), key ) >> shift() == home;
+   }
+
    void put( Found const & found, WordsOf< Key > const & key, WordsOf< Record > const & record ) {
+      if( !found.there ) {
+         raiseReach( found );
+      }
       journalIs( found, Layout::operationPut, key, record );
       auto const word = found.slot->load( std::memory_order_relaxed );
       // The journal before it, the content behind it.
@@ -215,7 +255,6 @@ class TableWriter : public TableWriterCore {
       found.slot->store( ( word | Layout::live ) + Layout::oneVersion, std::memory_order_release );
       if( !found.there ) {
          rowsIs( rows() + 1 );
-         usedIs( used() + ( found.reuses ? 0 : 1 ) );
       }
       announce( key );
    }
@@ -269,7 +308,7 @@ class TableReader : public TableReaderCore {
    }
 
    // Every row, in an order that is another in every run: each that is there from the beginning of
-   // the walk to its end at least once (twice only if the table grew twice meanwhile). Throws as
+   // the walk to its end at least once (twice only if the table grew or shrank meanwhile). Throws as
    // get().
    template< class Use >
    void forEach( Use && use ) {
@@ -305,7 +344,7 @@ class TableReader : public TableReaderCore {
       return { epoch(), 0, attached() ? slots() : 0 };
    }
    // Calls use( key ) for the rows in the next slots, at most so many. Each row that is there from
-   // the beginning to the end is visited, some twice if the table grew. Throws as get().
+   // the beginning to the end is visited, some twice if the table grew or shrank. Throws as get().
    template< class Use >
    void forSome( Place & place, std::uint64_t mostSlots, Use && use ) {
       for( ; attached() && place.left && mostSlots; --mostSlots ) {
@@ -384,15 +423,11 @@ class TableReader : public TableReaderCore {
    }
 
    bool probe( WordsOf< Key > const & key, WordsOf< Record > & record ) {
-      auto const mask = slots() - 1;
       auto i = Shape::hashOf( seed(), key ) >> shift();
+      auto * slot = slotAt( i, Shape::slotBytes );
+      auto word = slot->load( std::memory_order_acquire );
       std::uint64_t tries = 0;
-      for( std::uint64_t left = slots(); left != 0; ) {
-         auto * const slot = slotAt( i, Shape::slotBytes );
-         auto const word = slot->load( std::memory_order_acquire );
-         if( word == 0 ) {
-            return false;
-         }
+      for( auto left = Layout::searchOf( word, slots() );; ) {
          if( ( word & ( Layout::live | Layout::writing ) ) == Layout::live ) [[likely]] {
             if( equalWords( Shape::keyOf( slot ), key ) ) {
                loadWords( record, Shape::recordOf( slot ) );
@@ -400,6 +435,7 @@ class TableReader : public TableReaderCore {
                if( slot->load( std::memory_order_relaxed ) == word ) [[likely]] {
                   return true;
                }
+               word = slot->load( std::memory_order_acquire );
                continue;
             }
          } else if( word & Layout::writing ) {
@@ -409,16 +445,20 @@ class TableReader : public TableReaderCore {
                if( epochNow() != epoch() ) {
                   return false; // this may be another region's slot, of a writer that died in it
                }
+               word = slot->load( std::memory_order_acquire );
                continue;
             }
             if( copied == Copied::row && there == key ) {
                return true;
             }
          }
-         i = ( i + 1 ) & mask;
-         --left;
+         if( --left == 0 ) {
+            return false;
+         }
+         i = ( i + 1 ) & ( slots() - 1 );
+         slot = slotAt( i, Shape::slotBytes );
+         word = slot->load( std::memory_order_acquire );
       }
-      return false;
    }
 
    // What is in the slot.
@@ -432,7 +472,7 @@ class TableReader : public TableReaderCore {
             if( copied != Copied::again ) {
                return copied;
             }
-            // A region that was replaced meanwhile has all its rows still, none half written.
+            // A region that was replaced meanwhile has no rows any more.
             if( header().region[ ofEpoch % 2 ].epoch.load( std::memory_order_acquire ) !=
                 ofEpoch ) {
                return Copied::none;

@@ -15,7 +15,7 @@ struct WriterOptions {
    // What becomes of the table when its writer stops cleanly. A killed writer's table stays for the
    // next writer in either case.
    Lifetime lifetime = Lifetime::goes;
-   // Room for so many rows to begin with; it grows.
+   // Room for so many rows to begin with; it grows, and shrinks again down to that.
    std::uint64_t rows = 1024;
    // How many changes a reader may fall behind, rounded up to a power of two.
    std::uint64_t changes = 65536;
@@ -42,8 +42,9 @@ class TableWriterCore {
    bool tookOver() const { return tookOver_; }
 
    // What was written since the last commit is complete: runs the commit hook, and wakes the readers
-   // that sleep. Nothing when there was no change. An event loop commits once a turn. Throws Error
-   // when the table was cut off under the writer's feet.
+   // that sleep. Nothing when there was no change. An event loop commits once a turn. Gives memory
+   // back when few rows are left in a large table. Throws Error when the table was cut off under the
+   // writer's feet.
    void commit();
    // Runs first in every commit that has something to commit; it may write. Null for none.
    void commitHookIs( std::function< void() > hook ) { commitHook_ = std::move( hook ); }
@@ -73,9 +74,8 @@ class TableWriterCore {
    Layout::Word * slotAt( std::uint64_t index, std::size_t slotBytes ) const {
       return reinterpret_cast< Layout::Word * >( region_ + index * slotBytes );
    }
-   std::uint64_t used() const { return used_; }
-   // Searches stay short while half of the slots are empty.
-   bool full() const { return used_ >= fullAt_; }
+   // Searches stay short while half of the slots are free.
+   bool full() const { return rows_ >= fullAt_; }
    // Returns whether there is a new region, in which there is room for one more row. If there is no
    // memory for that, the present one will do up to seven eighths. Throws Error when it is as full as
    // that: nothing changed then.
@@ -83,10 +83,6 @@ class TableWriterCore {
    void rowsIs( std::uint64_t rows ) {
       rows_ = rows;
       header().rows.store( rows, std::memory_order_relaxed );
-   }
-   void usedIs( std::uint64_t used ) {
-      used_ = used;
-      header().used.store( used, std::memory_order_relaxed );
    }
 
    // The number of the next change, whose key is written between these two.
@@ -116,14 +112,20 @@ class TableWriterCore {
    bool isPlace( Layout::Region const & region, std::uint64_t bytes ) const;
    // What a writer that died left is made whole. Returns what is wrong with the rows.
    std::string recover();
-   void forgetUnusable();
    void completeChange();
    bool countRows();
    void checkNotLost() const;
-   // Where a region of so many slots goes. Its memory is reserved and zero. Throws Error.
-   std::uint64_t placeFor( std::uint64_t slots );
-   void clear( std::uint64_t offset, std::uint64_t bytes );
-   void giveBack( std::uint64_t offset, std::uint64_t bytes );
+   // Tells readers what was written. Returns whether there was anything.
+   bool tell();
+   void shrink();
+   // Moves the rows to a new region. Throws Error: nothing changed then.
+   void rebuild( std::uint64_t slots );
+   // Where a region of so many bytes goes. Its memory is reserved and zero. Throws Error.
+   std::uint64_t placeFor( std::uint64_t bytes );
+   // Nothing but the region that is in use keeps memory.
+   void dropFormer();
+   void giveBack( std::uint64_t begin, std::uint64_t end );
+   std::uint64_t homeOf( Layout::Word const * slot, unsigned shift ) const;
    void copyRows( char * to, std::uint64_t slots ) const;
    void regionIs( std::uint64_t epoch, std::uint64_t offset, std::uint64_t slots );
    void viewIs( std::uint64_t epoch );
@@ -159,9 +161,9 @@ class TableWriterCore {
    std::uint64_t slots_ = 0;
    unsigned shift_ = 0;
    std::uint64_t fullAt_ = 0;
+   std::uint64_t leastSlots_ = 0;
    Layout::Seed seed_{};
    std::uint64_t rows_ = 0;
-   std::uint64_t used_ = 0;
    std::uint64_t changes_ = 0;
    std::uint64_t rung_ = 0; // the changes that readers were woken for
 };

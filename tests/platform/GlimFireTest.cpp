@@ -538,11 +538,26 @@ TEST_F( GlimSteps, NoStateBetweenIsSeen ) {
          writer.is( key, Record::of( key, 1 ) );
       }
    };
+   Step const deleteMost = []( Writer & writer ) {
+      // 128 slots, of which a sixteenth is needed, and one more.
+      for( uint64_t key = 0; key != 33; ++key ) {
+         writer.is( key, Record::of( key, 1 ) );
+      }
+      for( uint64_t key = 8; key != 33; ++key ) {
+         writer.del( key );
+      }
+   };
    for( Case const & each : {
               Case{ "replaced", fill, []( Writer & w ) { w.is( 5, Record::of( 5, 2 ) ); }, 5 },
               Case{ "inserted", fill, []( Writer & w ) { w.is( 30, Record::of( 30, 2 ) ); }, 30 },
               Case{ "again", fill, []( Writer & w ) { w.is( 3, Record::of( 3, 2 ) ); }, 3 },
               Case{ "deleted", fill, []( Writer & w ) { w.del( 7 ); }, 7 },
+              Case{ "shrunk", deleteMost,
+                    []( Writer & w ) {
+                       w.del( 7 );
+                       w.commit();
+                    },
+                    7 },
               Case{ "grown", fillAll, []( Writer & w ) { w.is( 0, Record::of( 0, 2 ) ); }, 0 },
         } ) {
       SCOPED_TRACE( each.what );

@@ -129,8 +129,7 @@ TEST_F( GlimInspectTest, livingTable ) {
    EXPECT_EQ( report.keyType, "u32" );
    EXPECT_EQ( report.recordType, "GlimInspect::Known" );
    EXPECT_EQ( report.rows, 59u );
-   EXPECT_EQ( report.used, 60u );
-   EXPECT_GE( report.slots, 2 * report.used );
+   EXPECT_GE( report.slots, 2 * report.rows );
    EXPECT_EQ( report.writer, WriterState::running );
    EXPECT_EQ( report.writerPid, static_cast< std::uint32_t >( ::getpid() ) );
    EXPECT_EQ( report.writers, 1u );

@@ -12,6 +12,8 @@
 #include <memory>
 #include <numeric>
 #include <random>
+#include <set>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
@@ -88,6 +90,24 @@ class GlimTable : public testing::TestWithParam< bool > {
       EXPECT_TRUE( made->attach() );
       EXPECT_EQ( Told( *made ), ( Told{ Poll::resynchronise, {} } ) );
       return made;
+   }
+   // How often the rows of "t" have been moved, what memory it takes, and how far its searches go.
+   struct State {
+      uint64_t epoch = 0, bytes = 0, slots = 0, reach = 0; // the last is the sum of all
+   };
+   State stateOf() const {
+      auto const fd = GetParam() ? Glim::PrivateTables::open( "t" ) : Glim::openForReading( "t" );
+      struct stat status {};
+      ::fstat( fd.get(), &status );
+      Glim::Mapping const memory( fd.get(), Glim::fileBytes( fd.get() ), false, "t" );
+      auto const & header = *reinterpret_cast< Glim::Layout::Header const * >( memory.data() );
+      auto const & region = header.region[ header.epoch % 2 ];
+      State state{ header.epoch, static_cast< uint64_t >( status.st_blocks ) * 512, region.slots };
+      for( uint64_t i = 0; i != state.slots; ++i ) {
+         state.reach += Glim::Layout::reachOf( *reinterpret_cast< uint64_t const * >(
+               memory.data() + region.offset + i * header.slotBytes ) );
+      }
+      return state;
    }
    GlimTests::Folder folder;
 };
@@ -254,10 +274,7 @@ TEST_P( GlimTable, ChurnNeedsNoMemory ) {
    Writer writer( "t", as( { .rows = 500, .changes = 1024 } ) );
    auto reading = reader( "t" );
    uint64_t const alive = 400, churned = 200'000;
-   std::uintmax_t bytes = 0;
-   auto const size = [ & ] {
-      return GetParam() ? 0 : std::filesystem::file_size( Glim::pathOf( "t" ) );
-   };
+   State before;
    for( uint64_t i = 0; i != churned; ++i ) {
       writer.is( i, i );
       if( i >= alive ) {
@@ -265,20 +282,77 @@ TEST_P( GlimTable, ChurnNeedsNoMemory ) {
          ASSERT_FALSE( reading->has( i - alive ) );
       }
       ASSERT_TRUE( reading->has( i - std::min( i, alive ) / 2 ) );
-      if( i == churned / 20 ) {
-         bytes = size();
-         memoryIsFull = true; // what the table has it keeps
+      if( i == alive ) {
+         before = stateOf();
+         memoryIsFull = true;
       }
    }
    memoryIsFull = false;
-   EXPECT_EQ( size(), bytes );
-   EXPECT_LT( bytes, 400'000u );
+   auto const after = stateOf();
+   EXPECT_EQ( after.epoch, before.epoch ); // nor are the rows ever moved
+   EXPECT_LT( after.reach, after.slots );  // and searches stay short
    EXPECT_EQ( writer.rows(), alive );
    Map expected;
    for( uint64_t i = churned - alive; i != churned; ++i ) {
       expected[ i ] = i;
    }
    EXPECT_EQ( mapOf( *reading ), expected );
+}
+
+TEST_P( GlimTable, ShrinksUnderItsReaders ) {
+   constexpr uint64_t many = 100'000;
+   auto writer = std::make_unique< Writer >( "t", as( { .rows = 16, .changes = 64 } ) );
+   auto reading = reader( "t" );
+   auto const rowsAre = [ & ]( uint64_t rows ) {
+      for( auto key = writer->rows(); key < rows; ++key ) {
+         writer->is( key, key + 1 );
+      }
+      for( auto key = writer->rows(); key > rows; --key ) {
+         writer->del( key - 1 );
+      }
+      writer->commit();
+   };
+   rowsAre( 10 );
+   auto const little = stateOf().bytes;
+   for( int round = 0; round != 3; ++round ) {
+      rowsAre( many );
+      EXPECT_GT( stateOf().bytes, many * 64 );
+      // In the middle of a walk, too, which has all that stays.
+      std::set< uint64_t > seen;
+      reading->forEach( [ & ]( uint64_t key, uint64_t record ) {
+         EXPECT_EQ( record, key + 1 );
+         if( seen.insert( key ).second && seen.size() == 1000 ) {
+            rowsAre( 500 );
+         }
+      } );
+      EXPECT_GT( stateOf().epoch, 3u );
+      for( uint64_t key = 0; key != 500; ++key ) {
+         ASSERT_TRUE( seen.contains( key ) ) << key;
+      }
+      for( auto const rows : { 500u, 100u, 10u } ) {
+         rowsAre( rows );
+         for( uint64_t key = 0; key != 2 * rows; ++key ) {
+            uint64_t record = 0;
+            ASSERT_EQ( reading->get( key, record ), key < rows );
+            ASSERT_TRUE( key >= rows || record == key + 1 );
+         }
+         ASSERT_EQ( mapOf( *reading ).size(), rows );
+      }
+      EXPECT_LE( stateOf().bytes, little + 4096 * 4 ); // pages that readers looked at
+   }
+   // Up and down by a factor of four: the rows stay where they are.
+   rowsAre( 4000 );
+   rowsAre( 1000 );
+   auto const epoch = stateOf().epoch;
+   for( int round = 0; round != 10; ++round ) {
+      rowsAre( 4000 );
+      rowsAre( 1000 );
+   }
+   EXPECT_LE( stateOf().epoch, epoch + 1 );
+   memoryIsFull = true; // then nothing is moved
+   rowsAre( 3 );
+   EXPECT_LE( stateOf().epoch, epoch + 1 );
+   EXPECT_EQ( mapOf( *reading ).size(), 3u );
 }
 
 TEST_P( GlimTable, WithTheMemoryFullWhatIsThereIsUsed ) {
@@ -312,9 +386,12 @@ TEST_P( GlimTable, WithTheMemoryFullWhatIsThereIsUsed ) {
    EXPECT_EQ( refusal, "" );
    fill( ~uint64_t( 0 ) );
    EXPECT_NE( refusal.find( "no memory" ), refusal.npos ) << refusal;
-   EXPECT_GE( writer.rows(), 640u );
-   EXPECT_LE( writer.rows(), 896u );
-   EXPECT_EQ( mapOf( *reading ), model );
+   for( int i = 0; i != 5; ++i ) {
+      EXPECT_EQ( writer.rows(), 896u );
+      EXPECT_EQ( mapOf( *reading ), model );
+      delHalf();
+      fill( ~uint64_t( 0 ) );
+   }
    auto const first = model.begin()->first;
    EXPECT_TRUE( writer.is( first, 0 ) && writer.is( first, first ) ); // needs none
    memoryIsFull = false;
