@@ -5,7 +5,8 @@
 
 namespace Hoba {
 
-// The base of helpers that several machines share.
+// The base of helpers that several machines share. What their operations may throw, and what becomes
+// of it, is said in Hoba/HobaBaseSm.h.
 class HobaBaseHelper : public Kiv::Entity {
    KIV_ENTITY( Hoba::HobaBaseHelper );
 
@@ -24,7 +25,7 @@ class VlanHelperBase : public HobaBaseHelper {
    explicit VlanHelperBase( Kiv::String const & helperName ) : HobaBaseHelper( helperName ) {}
 
    // Compares the VLANs of the hardware with what they should be. Returns what the first mismatch
-   // is, empty when there is none.
+   // is, empty when there is none. May throw when it cannot find out.
    virtual Kiv::String verify() = 0;
 };
 

@@ -46,7 +46,13 @@ HobaBaseSm::initializedIs( bool initialized ) {
       // The first pass may make somebody drop the last reference to this machine.
       Kiv::Ptr< HobaBaseSm > const self( this );
       initialized_ = initialized;
-      handleInitialized();
+      try {
+         handleInitialized();
+      } catch( ... ) {
+         initialized_ = false;
+         reactorsUninitialize();
+         throw;
+      }
    }
 }
 

@@ -12,6 +12,21 @@
 // calls still reach the base class only: so a machine does nothing but keep its reactors in step
 // before its owner says initializedIs( true ). handleInitialized() then performs the first full
 // pass.
+//
+// What throws. Hooks of the hardware, counters that are read, handleVerify() and every handler may
+// throw. Each failure stays where it is:
+//
+// - What a handler throws, or a hook that it calls, ends that handler. It is told
+//   (HOBA_STEP_FAILED in the system log), the next handler has its turn, and whoever wrote the
+//   attribute never sees it: his write is done. A handler therefore calls a hook first, and writes
+//   down afterwards what the hook has done.
+// - What a call from outside throws (initializedIs(), runningIs(), a factory) reaches its caller.
+//   A beginning that throws has not begun: initialized() is false again, no reactor is initialized,
+//   and the same call may be repeated. An ending that throws has ended.
+// - A reactor whose first pass throws is not initialized, and the others have theirs. It has another
+//   when it next hears of a change.
+// - A machine that throws instead of verifying itself makes the pass a failed one; the others are
+//   verified (see Hoba/HobaVerifiedSm.h).
 
 #include "Kiv/Reactor.h"
 
@@ -27,7 +42,7 @@ class HobaBaseSm : public Kiv::PtrInterface, public Kiv::ReactorOwner {
    void hasNotificationActiveIs( bool active ) override;
    Kiv::Type const & fwkType() const override;
    ~HobaBaseSm() override;
-   // `initialized` changed, in either direction.
+   // `initialized` changed, in either direction. It may throw: see above.
    virtual void handleInitialized() {}
    // Marks the machine for deletion: its reactors first, its own mark last. A marked machine
    // ignores all further notifications.
@@ -35,6 +50,7 @@ class HobaBaseSm : public Kiv::PtrInterface, public Kiv::ReactorOwner {
 
    Kiv::Ptr< HobaCommonSmData > const & commonSmData() const { return commonSmData_; }
    bool initialized() const { return initialized_; }
+   // Throws what handleInitialized() throws, and leaves the machine not initialized then.
    void initializedIs( bool initialized );
 
    // See Hoba/HobaAssert.h.

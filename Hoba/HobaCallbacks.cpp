@@ -64,7 +64,7 @@ void
 newMacEventIs( HobaEvent const & event ) {
    // What the event leads to may drop the machine.
    if( auto const sm = events.sm ) {
-      sm->handleOneEvent( event );
+      sm->handleEventAhead( event );
       ZTRACE( 9, "Added mac event to codef" );
    } else {
       ++events.unheard;

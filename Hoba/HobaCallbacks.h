@@ -22,7 +22,8 @@ Kiv::Ptr< EventQueueSm > const & eventSm();
 // Queues the event: it is applied, in the order of arrival, after what is going on now is over.
 void newEventIs( HobaEvent const & event );
 // Applies an event about a station at once, ahead of all that is queued: a driver that reports very
-// many of them outside of notifications saves the queue.
+// many of them outside of notifications saves the queue. What is queued about the same station is
+// older, and is dropped and counted when its turn comes.
 void newMacEventIs( HobaEvent const & event );
 
 // The same for parity errors.

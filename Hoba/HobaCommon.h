@@ -23,7 +23,8 @@ namespace Hoba {
 
 KIV_ENUM( HwOperationalMode, std::uint8_t, operationalModeDefault = 0, operationalModeMaintenance );
 
-// Trace levels of the components whose traces are many, settable while the agent runs.
+// Trace levels of the components whose traces are many. None of these components is there yet:
+// whatever is set here changes nothing. The levels of trace handles are set in Zipline.
 struct ZiplineLevels {
    KIV_VALUE( Hoba::ZiplineLevels );
    KIV_FIELD( std::uint8_t, hobaVrfRootSm, 1 );
@@ -127,7 +128,7 @@ class HobaCommonSmData : public Kiv::Entity {
    // `initialized` last.
    virtual void handleInitialized();
    // Lets go of the verification machine, which holds this context. The owner says it last of all,
-   // before it drops its own pointer.
+   // before it drops its own pointer; also in the middle of a pass, which then ends without a result.
    void cleanup();
 
    virtual void handleMlagPeerLinkPort( Pelt::IntfId ) {}

@@ -13,17 +13,27 @@
 //    partSm()                     the machines, by name: members { key, value }, value.sm and value.entity
 //    partSm( name )               null when there is none
 //    partSmIs( name, config )     null removes it; a machine on that very entity stays as it is; one
-//                                 on another entity is removed and a new one made
+//                                 on another entity is replaced by a new one
 //    partSmFollow( dir, name )    the same with what `dir` has under that name: an entity of another
 //                                 class counts as none. A handler of Kiv::Dir::entryAttr calls it.
 //    partSmDel( name ), partSmDelAll()
 //
-// A new machine is silenced as its owner is, and initialized if its owner is. The owner's
-// handleInitialized() says reactorsInitialize() or reactorsUninitialize(), which reaches the machines
-// as it reaches reactors, in the order of the fields.
+// A machine begins when it is in its place, silenced as its owner is: doBegin() runs, if it has one,
+// and it is initialized if its owner is. Only from there on may it write what others hear of; the
+// factory and the constructor must not. The owner's handleInitialized() says reactorsInitialize() or
+// reactorsUninitialize(), which reaches the machines as it reaches reactors, in the order of the
+// fields.
+//
+// One that replaces another has its place from then on, and before it begins
+//
+//    void takeOver( PartSm & former )
+//
+// gives it all that the former one stands for, so that nothing is withdrawn that is still wanted. The
+// former one is marked.
 //
 // A machine is removed in this order: the owner knows it no more, its doCleanUp() runs if it has
-// one, it is marked. doCleanUp() does not run when the owner itself is marked or destroyed.
+// one, it is marked. doCleanUp() does not run when the owner itself is marked or destroyed. A machine
+// whose initializedIs() or doCleanUp() throws does not keep the others from theirs.
 //
 // The machines refer to their owner, which does not depend on who else holds them: a machine that
 // is marked must not look at it any more.
@@ -32,6 +42,7 @@
 #include "Kiv/Dir.h"
 
 #include <type_traits>
+#include <utility>
 
 namespace Hoba {
 
@@ -74,25 +85,17 @@ class DirSmMap final : public Kiv::ReactorSlotBase {
       // What the caller gave may live in what the former machine lets go.
       auto const key = name;
       auto const wanted = entity;
-      if( !isFor( key, wanted ) ) {
-         del( key );
+      if( isFor( key, wanted ) ) {
+         return;
+      }
+      if( wanted && !owner_.kivMarkedForDeletion() ) {
          make( key, wanted );
+      } else {
+         del( key );
       }
    }
    void follow( Dir & dir, Kiv::String const & name ) {
-      Kiv::Dispatch::Frame frame;
-      auto const key = name;
-      // What changes the directory while the machine is made is looked at when it is complete.
-      if( beingMade( key ) ) {
-         return;
-      }
-      while( !isFor( key, entityIn( dir, key ) ) ) {
-         del( key );
-         // Only now: the former machine's last words may have changed the directory.
-         if( !make( key, entityIn( dir, key ) ) ) {
-            return;
-         }
-      }
+      smIs( name, Kiv::dynamicCast< Entity >( dir.entry( name ) ) );
    }
    void del( Kiv::String const & name ) {
       Kiv::Dispatch::Frame frame;
@@ -108,62 +111,36 @@ class DirSmMap final : public Kiv::ReactorSlotBase {
    }
 
  private:
-   struct Making {
-      Making( Making *& top, Kiv::String const & of ) : innermost( top ), outer( top ), name( of ) {
-         top = this;
-      }
-      ~Making() { innermost = outer; }
-      Making( Making const & ) = delete;
-      Making & operator=( Making const & ) = delete;
-      Making *& innermost;
-      Making * const outer;
-      Kiv::String const & name;
-   };
-
    static void letGo( Sm & sm ) {
       if constexpr( requires { sm.doCleanUp(); } ) {
-         sm.doCleanUp();
+         Kiv::guarded( sm.fwkType().name(), {}, [ & ] { sm.doCleanUp(); } );
       }
       sm.kivDoZombieReactors( true );
-   }
-   bool beingMade( Kiv::String const & name ) const {
-      auto const * one = making_;
-      while( one && one->name != name ) {
-         one = one->outer;
-      }
-      return one;
-   }
-   Kiv::Ptr< Sm > made( Kiv::String const & name, Kiv::Ptr< Entity > const & entity ) {
-      Making const making( making_, name );
-      return factory( name, entity, owner_ );
-   }
-   static Kiv::Ptr< Entity > entityIn( Dir & dir, Kiv::String const & name ) {
-      return Kiv::dynamicCast< Entity >( dir.entry( name ) );
    }
    bool isFor( Kiv::String const & name, Kiv::Ptr< Entity > const & entity ) const {
       auto const * child = children_.find( name );
       return child ? child->entity == entity : !entity;
    }
-   // Whether there is a new machine.
-   bool make( Kiv::String const & name, Kiv::Ptr< Entity > const & entity ) {
-      // Somebody who heard of the removal may have been quicker.
-      if( !entity || children_.has( name ) || owner_.kivMarkedForDeletion() ) {
-         return false;
-      }
-      auto const sm = made( name, entity );
-      // What the machine did first may have ended its owner.
-      if( owner_.kivMarkedForDeletion() ||
-          !children_.tryEmplace( name, Child{ entity, sm } ).inserted ) {
-         letGo( *sm );
-         return false;
+   void make( Kiv::String const & name, Kiv::Ptr< Entity > const & entity ) {
+      auto const sm = factory( name, entity, owner_ );
+      auto const [ child, isNew ] = children_.tryEmplace( name, Child{ entity, sm } );
+      if( !isNew ) {
+         auto const former = std::exchange( *child, Child{ entity, sm } ).sm;
+         sm->takeOver( *former );
+         former->kivDoZombieReactors( true );
       }
       sm->hasNotificationActiveIs( owner_.hasNotificationActive() );
+      if constexpr( requires { sm->doBegin(); } ) {
+         sm->doBegin();
+      }
       initialize( *sm );
-      return true;
+   }
+   static void initializedIs( Sm & sm, bool initialized ) {
+      Kiv::guarded( sm.fwkType().name(), {}, [ & ] { sm.initializedIs( initialized ); } );
    }
    void initialize( Sm & sm ) {
       if( owner_.initialized() && !owner_.kivMarkedForDeletion() && !sm.kivMarkedForDeletion() ) {
-         sm.initializedIs( true );
+         initializedIs( sm, true );
       }
    }
 
@@ -184,13 +161,12 @@ class DirSmMap final : public Kiv::ReactorSlotBase {
    }
    void uninitialize() override {
       for( auto const & [ name, child ] : children_ ) {
-         child.sm->initializedIs( false );
+         initializedIs( *child.sm, false );
       }
    }
 
    Owner & owner_;
    Kiv::HashMap< Kiv::String, Child > children_;
-   Making * making_ = nullptr; // innermost
 };
 
 } // namespace Hoba

@@ -12,14 +12,16 @@
 //
 //    enabled    false keeps the queue as it is, also in the middle of a drain; true drains it
 //    running    the hardware may report: this is the machine that the entry functions know. What is
-//               drained while it is false is discarded
+//               drained while it is false is discarded, but then only a new event causes a drain:
+//               what waits for a machine that does not run yet, waits
 //
 // Sm, the machine itself, brings
 //
 //    void registerMachine()           tells the entry functions of this machine, and calls hwInit()
-//    void unregisterMachine()         tells them that there is none
+//    void unregisterMachine()         tells them that there is none, if they know this one
 //    void cleanupHardware()           calls hwCleanup()
-//    void applyEvent( Event const & )
+//    void applyEvent( std::uint32_t index, Event const & )
+//    void handleEmpty()               a drain has left nothing in the queue
 //    EventQueueStatus & status()
 //
 // and includes Hoba/HobaEventDrainImpl.h in its source file, behind its ZIPLINE_HANDLE.
@@ -38,7 +40,10 @@ class EventDrain : public HobaBaseSm {
    void handleInitialized() override;
 
    bool running() const { return running_; }
-   // Takes effect once the machine is initialized.
+   // Takes effect once the machine is initialized. Stopped, it may be gone on return, if the entry
+   // functions held it last. Throws what hwInit() and hwCleanup() throw: then the machine does not
+   // run, and is not registered. When initializedIs() calls them and throws, running() stays as it
+   // was asked for, and initializing again calls them again.
    void runningIs( bool running );
    bool enabled() const { return enabled_; }
    void enabledIs( bool enabled );
@@ -63,7 +68,10 @@ class EventDrain : public HobaBaseSm {
    void handleRunning();
    void handleEvent( std::uint32_t const & index );
    void handleEvent();
+   void start();
+   void stop();
    void wake();
+   void resume();
    void drain();
    void handleFirstEvent();
 
@@ -85,7 +93,6 @@ class EventDrain : public HobaBaseSm {
  private:
    bool running_ = false;
    bool enabled_ = true;
-   bool registered_ = false;
    bool apiRunning_ = false; // the hardware's part was initialized and has not been ended
    bool draining_ = false;
    Kiv::Seconds drainTime_ = 0;

@@ -11,6 +11,16 @@
 
 namespace Hoba {
 
+// Indices are counted around: of two that are more than half of all indices apart, the higher was
+// there before the last index was given.
+template< class Events >
+auto const &
+oldestOf( Events const & events ) {
+   constexpr std::uint32_t half = 1u << 31;
+   auto const & first = *events.first();
+   return events.last()->key - first.key < half ? first : *events.lowerBound( half );
+}
+
 template< class Sm, class Queue >
 EventDrain< Sm, Queue >::EventDrain( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
                                      Kiv::Ptr< Queue > const & queue )
@@ -24,16 +34,22 @@ void
 EventDrain< Sm, Queue >::handleInitialized() {
    if( initialized() ) {
       handleRunning();
-      wake();
    }
 }
 
 template< class Sm, class Queue >
 void
 EventDrain< Sm, Queue >::runningIs( bool running ) {
-   if( running_ != running ) {
-      running_ = running;
+   if( running_ == running ) {
+      return;
+   }
+   Kiv::Ptr< EventDrain > const alive( this );
+   running_ = running;
+   try {
       handleRunning();
+   } catch( ... ) {
+      running_ = false;
+      throw;
    }
 }
 
@@ -42,9 +58,7 @@ void
 EventDrain< Sm, Queue >::enabledIs( bool enabled ) {
    if( enabled_ != enabled ) {
       enabled_ = enabled;
-      if( enabled_ ) {
-         wake();
-      }
+      resume();
    }
 }
 
@@ -55,20 +69,32 @@ EventDrain< Sm, Queue >::handleRunning() {
       return;
    }
    ZTRACE( 5, "handleRunning", " running:", running_ );
-   if( !running_ ) {
-      // Not when it never ran: the machine that is registered is then another one.
-      if( std::exchange( registered_, false ) ) {
+   running_ ? start() : stop();
+}
+
+template< class Sm, class Queue >
+void
+EventDrain< Sm, Queue >::start() {
+   if( !apiRunning_ ) {
+      try {
+         self().registerMachine();
+      } catch( ... ) {
          self().unregisterMachine();
+         throw;
       }
-      // Once, also when the hardware's last words clean up again.
-      if( std::exchange( apiRunning_, false ) ) {
-         self().cleanupHardware();
-      }
-   } else if( !apiRunning_ ) {
-      registered_ = true;
-      self().registerMachine();
       // The hardware may have refused, and somebody stopped the machine for it.
       apiRunning_ = running_;
+   }
+   resume();
+}
+
+template< class Sm, class Queue >
+void
+EventDrain< Sm, Queue >::stop() {
+   self().unregisterMachine();
+   // Once, also when the hardware's last words clean up again.
+   if( std::exchange( apiRunning_, false ) ) {
+      self().cleanupHardware();
    }
 }
 
@@ -101,6 +127,15 @@ EventDrain< Sm, Queue >::wake() {
    }
 }
 
+// Events wait that nothing new has come for.
+template< class Sm, class Queue >
+void
+EventDrain< Sm, Queue >::resume() {
+   if( running_ && enabled_ && !kivMarkedForDeletion() ) {
+      wake();
+   }
+}
+
 template< class Sm, class Queue >
 void
 EventDrain< Sm, Queue >::handleEvent() {
@@ -126,9 +161,7 @@ EventDrain< Sm, Queue >::drain() {
       explicit Draining( EventDrain & sm ) : sm_( sm ) { sm_.draining_ = true; }
       ~Draining() {
          sm_.draining_ = false;
-         if( sm_.enabled_ && !sm_.kivMarkedForDeletion() ) {
-            sm_.wake();
-         }
+         sm_.resume();
       }
       EventDrain & sm_;
    } const draining( *this );
@@ -136,14 +169,18 @@ EventDrain< Sm, Queue >::drain() {
           !kivMarkedForDeletion() ) {
       handleFirstEvent();
    }
+   if( queue() && queue()->event().empty() ) {
+      self().handleEmpty();
+   }
 }
 
 template< class Sm, class Queue >
 void
 EventDrain< Sm, Queue >::handleFirstEvent() {
    Kiv::Ptr< Queue > const from( queue() );
-   auto const index = from->event().first()->key;
-   auto const event = from->event().first()->value;
+   auto const & oldest = oldestOf( from->event() );
+   auto const index = oldest.key;
+   auto const event = oldest.value;
    // No destructor takes the event out: those who watch the queue may throw.
    try {
       auto & status = self().status();
@@ -151,7 +188,7 @@ EventDrain< Sm, Queue >::handleFirstEvent() {
          status.highWaterMarkIs( depth );
       }
       if( running_ ) {
-         self().applyEvent( event );
+         self().applyEvent( index, event );
       } else {
          status.droppedInc( dropNotRunning, 1 );
       }

@@ -8,9 +8,10 @@
 
 namespace Hoba {
 
-// Events in the order in which they were reported. An index is given once, by nextIndexInc( 1 ): the
-// first event has index 1. Bounded by memory alone, some 100 bytes an event: what a chip reported
-// cannot be asked of it again, so nothing may be thrown away.
+// Events in the order in which they were reported. Indices are given by nextIndexInc( 1 ): the first
+// event has index 1. The last index is followed by 0, which a walk then shows first, although it came
+// later. Bounded by memory alone, some 100 bytes an event: what a chip reported cannot be asked of it
+// again, so nothing may be thrown away.
 class HobaEventQueue : public Kiv::Entity {
    KIV_ENTITY( Hoba::HobaEventQueue );
    KIV_ORDERED( std::uint32_t, HobaEvent, event );
@@ -40,7 +41,8 @@ KIV_ENUM( EventDropReason, std::uint8_t,
           dropWrongAge,              // a local age event of a remote entry, or the other way round
           agedLearnOnCpuPort,        // a station learnt on the CPU port: aged instead
           agedLearnOnDeletedLag,     // a station learnt on a LAG that is gone: aged instead
-          agedPortCollectionDeleted  // a station learnt on a LAG without members: aged instead
+          agedPortCollectionDeleted, // a station learnt on a LAG without active members: the same
+          dropOvertaken              // newer news of the same station was applied before it
 );
 
 // What the machine that drains a queue has counted since it was made.

@@ -42,7 +42,9 @@ EventQueueSm::registerMachine() {
 
 void
 EventQueueSm::unregisterMachine() {
-   eventSmIs( nullptr );
+   if( eventSm() == this ) {
+      eventSmIs( nullptr );
+   }
 }
 
 void
@@ -56,6 +58,36 @@ EventQueueSm::hwInit() {
 }
 
 // ---- One event
+
+namespace {
+
+bool
+isOfStation( HobaEvent const & event ) {
+   return event.eventType >= HobaEvent::eventTypeMacAddressLearned &&
+          event.eventType < HobaEvent::eventTypes;
+}
+
+} // namespace
+
+void
+EventQueueSm::handleEventAhead( HobaEvent const & event ) {
+   if( isOfStation( event ) && queue() && !queue()->event().empty() ) {
+      overtaken_.insertOrAssign( event.host, queue()->nextIndex() );
+   }
+   handleOneEvent( event );
+}
+
+void
+EventQueueSm::applyEvent( std::uint32_t index, HobaEvent const & event ) {
+   auto const * last = isOfStation( event ) ? overtaken_.find( event.host ) : nullptr;
+   // Indices are counted around.
+   if( last && static_cast< std::int32_t >( *last - index ) >= 0 ) {
+      ZTRACE( 4, "Newer news of host ", event.host, " came ahead, dropping ", event.eventType );
+      dropped( dropOvertaken );
+      return;
+   }
+   handleOneEvent( event );
+}
 
 void
 EventQueueSm::handleOneEvent( HobaEvent const & event ) {
@@ -165,14 +197,20 @@ EventQueueSm::age( Bridging::MacVlanPair const & host ) {
    macTable_->macEntryDel( host );
 }
 
+// The port collection of a LAG is its list of active members: without one there is no port on which
+// the station could be, however much of the LAG is configured. And a LAG is one whatever kind of port
+// the event says that it is.
 bool
 EventQueueSm::agedInstead( HobaEvent const & event ) {
+   auto const & context = *commonSmData();
+   bool const isLag = event.portType == HobaEvent::trunkPort || isPortChannel( event.port );
    if( isCpuPort( event.port ) ) {
       ZTRACE( 2, "Learn event on CPU port, aging host" );
       dropped( agedLearnOnCpuPort );
-   } else if( event.portType != HobaEvent::trunkPort || commonSmData()->lagToPortHas( event.port ) ) {
+   } else if( !isLag || !context.lagToPort( event.port ).port.empty() ) {
       return false;
-   } else if( commonSmData()->lagToLagTypeHas( event.port ) ) {
+   } else if( context.lagToPortHas( event.port ) || context.lagToPortConfigHas( event.port ) ||
+              context.lagToLagTypeHas( event.port ) ) {
       ZTRACE( 2, "The port collection has been deleted and is invalid, aging" );
       dropped( agedPortCollectionDeleted );
    } else {

@@ -24,7 +24,11 @@ class EventQueueSm : public EventDrain< EventQueueSm, HobaEventQueue > {
    // Applies one event now, whether or not the machine runs. A kind that there is none of is
    // ignored.
    virtual void handleOneEvent( HobaEvent const & event );
-   // The hardware begins to report, and ends. The base of hwInit() is an unimplemented hook.
+   // The same for one that comes ahead of all that is queued. What is queued about the same station
+   // is older, and will not be applied any more.
+   void handleEventAhead( HobaEvent const & event );
+   // The hardware begins to report, and ends. The base of hwInit() is an unimplemented hook. An
+   // hwInit() that throws has not begun, an hwCleanup() that throws has ended.
    virtual void hwInit();
    virtual void hwCleanup() {}
 
@@ -48,7 +52,8 @@ class EventQueueSm : public EventDrain< EventQueueSm, HobaEventQueue > {
    void registerMachine();
    void unregisterMachine();
    void cleanupHardware();
-   void applyEvent( HobaEvent const & event ) { handleOneEvent( event ); }
+   void applyEvent( std::uint32_t index, HobaEvent const & event );
+   void handleEmpty() { overtaken_.clear(); }
    EventQueueStatus & status() { return *eventStatus_; }
 
  protected:
@@ -70,7 +75,8 @@ class EventQueueSm : public EventDrain< EventQueueSm, HobaEventQueue > {
    // Whether there is a MAC table; the event is counted as dropped otherwise.
    bool hasMacTable();
    void age( Bridging::MacVlanPair const & host );
-   // A station was learnt where none can be: it is aged instead.
+   // A station was learnt where none can be: on the CPU port, or on a LAG without an active member.
+   // It is aged instead.
    bool agedInstead( HobaEvent const & event );
    void dropped( EventDropReason reason ) { eventStatus_->droppedInc( reason, 1 ); }
 
@@ -84,6 +90,8 @@ class EventQueueSm : public EventDrain< EventQueueSm, HobaEventQueue > {
    Kiv::Ptr< HobaTypes::MacTable > macTable_;
    Kiv::Ptr< HobaEventStatus > const eventStatus_;
    std::uint64_t eventCounter_ = 0;
+   // By station: the last index that was given when news of it came ahead of what was queued.
+   Kiv::HashMap< Bridging::MacVlanPair, std::uint32_t > overtaken_;
 
    KIV_REACTOR( KivPortStatusDir, portStatusDir );
 };

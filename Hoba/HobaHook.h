@@ -4,6 +4,8 @@
 // Calls of hardware hooks, so that a record of the dispatch shows them with their arguments:
 //
 //    callHook< &StormControlSmHelper::setHwRate >( *helper, levelType, intf, parent, speed, threshold );
+//
+// What the hook throws passes through, and ends the handler that called it: see Hoba/HobaBaseSm.h.
 
 #include "Kiv/Datum.h"
 #include "Kiv/Reactor.h"
@@ -24,10 +26,11 @@ template< auto hook, class Target, class... Args >
 decltype( auto )
 callHook( Target & target, Args const &... args ) {
    Kiv::DispatchRecorder::Scope recorded( Kiv::DispatchRecorder::Kind::hook, [ & ] {
-      Kiv::String text( Kiv::handlerName< hook >() );
+      Kiv::String values;
       [[maybe_unused]] char const * separator = "( ";
-      ( ( text += separator, text += hookArgument( args ), separator = ", " ), ... );
-      return text + ( sizeof...( args ) == 0 ? "()" : " )" );
+      ( ( values += separator, values += hookArgument( args ), separator = ", " ), ... );
+      values += sizeof...( args ) == 0 ? "()" : " )";
+      return Kiv::DispatchRecorder::Text( Kiv::String( Kiv::handlerName< hook >() ), values );
    } );
    return ( target.*hook )( args... );
 }

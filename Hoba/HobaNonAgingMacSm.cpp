@@ -6,10 +6,6 @@
 
 ZIPLINE_HANDLE( HobaNonAgingMacSm );
 
-// Every write of the status notifies, and who hears of it may change or remove any client, the one
-// at work included. So each write comes when all else is in order, and nothing from before it is
-// relied on after it.
-
 namespace Hoba {
 
 // ---- One client
@@ -17,7 +13,8 @@ namespace Hoba {
 NonAgingConfigSm::NonAgingConfigSm( Kiv::String const & name,
                                     Kiv::Ptr< NonAgingConfig const > const & config,
                                     NonAgingConfigDirSm * dirSm )
-      : HobaBaseSm( dirSm->commonSmData() ), name_( name ), dirSm_( *dirSm ) {
+      : HobaBaseSm( dirSm->commonSmData() ), name_( name ), dirSm_( *dirSm ),
+        party_( dirSm->claims().newParty() ) {
    configIs( config );
 }
 
@@ -59,59 +56,62 @@ void
 NonAgingConfigSm::handleEnable() {
    enabled_ = config()->notifier()->enable();
    ZTRACE( 5, "NonAgingConfigSm::handleEnable ", name(), ", Config:", enabled_ );
-   dirSm_.handleEnabled();
-   if( takesPart() ) {
-      handleMacEntries();
-   } else {
-      delMacEntries();
-   }
+   followAll();
+   dirSm_.publish();
 }
 
 void
 NonAgingConfigSm::handleMacEntries() {
    HOBA_INVARIANT( initialized(), "entries are followed once the machine is initialized" );
-   // What went while nobody listened, then what is there.
-   for( auto const & pair : Kiv::keysOf( held_ ) ) {
-      if( takesPart() ) {
-         handleMacEntries( pair );
-      }
-   }
-   if( !takesPart() ) {
-      return;
-   }
-   for( auto const & [ pair, entry ] : config()->notifier()->macEntries() ) {
-      handleMacEntries( pair );
-      if( !takesPart() ) {
-         return;
-      }
+   if( config() && !gone() ) {
+      followAll();
+      dirSm_.publish();
    }
 }
 
 void
 NonAgingConfigSm::handleMacEntries( Bridging::MacVlanPair pair ) {
    HOBA_INVARIANT( initialized(), "entries are followed once the machine is initialized" );
-   if( !takesPart() ) {
+   if( config() && !gone() ) {
+      follow( pair );
+      dirSm_.publish();
+   }
+}
+
+void
+NonAgingConfigSm::followAll() {
+   if( !enabled_ ) {
+      delMacEntries();
       return;
    }
-   auto const * wanted = config()->notifier()->macEntries().find( pair );
-   auto const * held = held_.find( pair );
-   if( !wanted ) {
-      delNonAgingEntry( pair );
-   } else if( !held || !( held->entry == *wanted ) ) {
+   // What went while nobody listened, then what is there.
+   for( auto const & pair : Kiv::keysOf( held_ ) ) {
+      follow( pair );
+   }
+   for( auto const & [ pair, entry ] : config()->notifier()->macEntries() ) {
+      follow( pair );
+   }
+}
+
+void
+NonAgingConfigSm::follow( Bridging::MacVlanPair pair ) {
+   auto const * wanted = enabled_ ? config()->notifier()->macEntries().find( pair ) : nullptr;
+   if( wanted && !pair.isStation() ) {
+      ZTRACE( 2, "NonAgingConfigSm::follow ", name(), " lists what is no station: ", pair );
+   } else if( wanted ) {
       addNonAgingEntry( wanted );
+   } else {
+      delNonAgingEntry( pair );
    }
 }
 
 void
 NonAgingConfigSm::addNonAgingEntry( Entry const * entry ) {
    HOBA_INVARIANT( entry, "there is no entry to add" );
-   auto const pair = entry->macEntry;
-   auto const [ held, isNew ] = held_.tryEmplace( pair );
-   *held = { *entry, dirSm_.nextWrite() };
-   if( isNew ) {
-      dirSm_.macEntriesRefInc( pair, 1 );
+   dirSm_.claims().claim( party_, entry->macEntry, *entry );
+   if( held_.insert( entry->macEntry ) ) {
+      dirSm_.macEntriesRefInc( entry->macEntry, 1 );
    }
-   dirSm_.status()->macEntriesIs( *entry );
 }
 
 void
@@ -120,24 +120,24 @@ NonAgingConfigSm::delNonAgingEntry( Bridging::MacVlanPair pair ) {
       return;
    }
    ZTRACE( 5, "NonAgingConfigSm::delNonAgingEntry ", name(), ", Non Aging Entry Key: ", pair );
+   dirSm_.claims().release( party_, pair );
    if( dirSm_.macEntriesRefDec( pair, 1 ) == 0 ) {
       dirSm_.macEntriesRefDel( pair );
-      ZTRACE( 5, "NonAgingConfigSm::delNonAgingEntry ", name(),
-              ", Deleting NonAging Entry from configDirSmstatus Key:", pair );
-      dirSm_.status()->macEntriesDel( pair );
-   } else if( auto const * standing = dirSm_.standingEntry( pair ) ) {
-      dirSm_.status()->macEntriesIs( *standing );
    }
 }
 
 void
 NonAgingConfigSm::delMacEntries() {
    for( auto const & pair : Kiv::keysOf( held_ ) ) {
-      if( enabled_ || gone() ) {
-         return; // enabled again meanwhile: then it holds what it shall
-      }
       delNonAgingEntry( pair );
    }
+}
+
+void
+NonAgingConfigSm::takeOver( NonAgingConfigSm & former ) {
+   std::swap( party_, former.party_ );
+   std::swap( enabled_, former.enabled_ );
+   std::swap( held_, former.held_ );
 }
 
 void
@@ -147,8 +147,8 @@ NonAgingConfigSm::doCleanUp() {
    }
    configDel();
    enabled_ = false;
-   dirSm_.handleEnabled();
    delMacEntries();
+   dirSm_.publish();
 }
 
 // ---- All clients
@@ -157,6 +157,7 @@ NonAgingConfigDirSm::NonAgingConfigDirSm( Kiv::Ptr< HobaCommonSmData > const & c
                                           Kiv::Ptr< Kiv::Dir const > const & configDir,
                                           Kiv::Ptr< NonAgingStatus > const & status )
       : HobaBaseSm( commonSmData ), status_( status ) {
+   HOBA_INVARIANT( status, "stations that never age are listed in a status" );
    configDirIs( configDir );
 }
 
@@ -173,16 +174,18 @@ NonAgingConfigDirSm::handleInitialized() {
       reactorsUninitialize();
       return;
    }
+   // The status may be that of a former machine, and is not touched before all clients have said
+   // what they ask for. Nobody knows who of them did so last: where they differ, what is in the status
+   // stands.
+   caughtUp_ = false;
+   claims_.atOnceIs( true );
    reactorsInitialize();
-   for( auto const & pair : Kiv::keysOf( status_->macEntries() ) ) {
-      if( !initialized() || kivMarkedForDeletion() ) {
-         return;
-      }
-      if( !macEntriesRef_.has( pair ) ) {
-         status_->macEntriesDel( pair );
-      }
+   claims_.atOnceIs( false );
+   caughtUp_ = true;
+   for( auto const & [ pair, entry ] : status_->macEntries() ) {
+      claims_.staleIs( pair );
    }
-   handleEnabled();
+   publish();
 }
 
 void
@@ -192,26 +195,35 @@ NonAgingConfigDirSm::handleConfigDir( Kiv::String const & name ) {
 }
 
 void
-NonAgingConfigDirSm::handleEnabled() {
+NonAgingConfigDirSm::publish() {
+   // Whoever hears of it may drop this machine.
+   Kiv::Dispatch::Frame frame;
+   if( !publishes() ) {
+      return;
+   }
    bool enabled = false;
    for( auto const & [ name, client ] : configSm() ) {
       enabled = enabled || client.sm->enabled();
    }
-   if( !kivMarkedForDeletion() ) {
-      status_->enabledIs( enabled );
+   status_->enabledIs( enabled );
+   while( publishes() ) {
+      auto const pair = claims_.nextStale();
+      if( !pair ) {
+         return;
+      }
+      publishEntry( *pair );
    }
 }
 
-HobaTypes::MacAddressTableEntry const *
-NonAgingConfigDirSm::standingEntry( Bridging::MacVlanPair const & pair ) const {
-   NonAgingConfigSm::Held const * standing = nullptr;
-   for( auto const & [ name, client ] : configSm() ) {
-      auto const * held = client.sm->held().find( pair );
-      if( held && ( !standing || held->written > standing->written ) ) {
-         standing = held;
-      }
+void
+NonAgingConfigDirSm::publishEntry( Bridging::MacVlanPair const & pair ) {
+   if( auto const * entry = claims_.standing( pair, status_->macEntries().find( pair ) ) ) {
+      status_->macEntriesIs( *entry );
+   } else if( status_->macEntriesHas( pair ) ) {
+      ZTRACE( 5, "NonAgingConfigDirSm::publishEntry",
+              ", Deleting NonAging Entry from configDirSmstatus Key:", pair );
+      status_->macEntriesDel( pair );
    }
-   return standing ? &standing->entry : nullptr;
 }
 
 std::uint32_t

@@ -9,12 +9,17 @@
 //   number of clients that hold it. An entry that changes is held once, as before.
 // - Clients may list one pair with different records. The record that was written last stands, and
 //   when its client lets go of the pair, the one written last among those who still hold it.
-// - An entity that is replaced by another under the same name is a new client.
+// - A client whose entity is replaced by another, under the same name, holds what both list, as
+//   before.
 // - Torn down, the machine leaves the status as it is. The next one on that status, when it is
 //   initialized, keeps what some client still asks for and removes the rest.
+// - So whoever watches the status hears of what differs, once, and of nothing that some client asks
+//   for before and after.
+// - What can be no station (a group address, the address zero, VLAN 0) is not taken, and traced.
 
 #include "Hoba/HobaCommon.h"
 #include "Hoba/HobaDirSm.h"
+#include "Hoba/HobaUnion.h"
 #include "types/NonAging.h"
 
 namespace Hoba {
@@ -26,17 +31,13 @@ class NonAgingConfigDirSm;
 class NonAgingConfigSm : public HobaBaseSm {
  public:
    using Entry = HobaTypes::MacAddressTableEntry;
-   struct Held {
-      Entry entry;
-      std::uint64_t written = 0; // of two, the higher was written later
-   };
 
    KIV_TYPE( NonAgingConfigSm );
 
    Kiv::String const & name() const { return name_; }
    // Whether it takes part at the moment.
    bool enabled() const { return enabled_; }
-   Kiv::HashMap< Bridging::MacVlanPair, Held > const & held() const { return held_; }
+   Kiv::HashSet< Bridging::MacVlanPair > const & held() const { return held_; }
 
    // Initialized, it catches up with its configuration. Before that, and while it is not, it
    // neither adds nor releases.
@@ -45,6 +46,8 @@ class NonAgingConfigSm : public HobaBaseSm {
    // machine is initialized.
    void handleMacEntries( Bridging::MacVlanPair pair );
    void handleMacEntries();
+   // All that `former` holds is held by this machine instead, until it is initialized and catches up.
+   void takeOver( NonAgingConfigSm & former );
    // The client goes: releases all that it holds, and hears nothing from now on.
    void doCleanUp();
 
@@ -54,8 +57,11 @@ class NonAgingConfigSm : public HobaBaseSm {
 
  private:
    bool gone() const;
-   bool takesPart() const { return initialized() && enabled_ && !gone(); }
    void handleEnable();
+   // Adds or releases the pair as the configuration says. Here and below nobody is told: that is
+   // NonAgingConfigDirSm::publish().
+   void follow( Bridging::MacVlanPair pair );
+   void followAll();
    void addNonAgingEntry( Entry const * entry );
    void delNonAgingEntry( Bridging::MacVlanPair pair );
    void delMacEntries();
@@ -73,8 +79,9 @@ class NonAgingConfigSm : public HobaBaseSm {
 
    Kiv::String const name_;
    NonAgingConfigDirSm & dirSm_;
+   std::uint32_t party_;
    bool enabled_ = false;
-   Kiv::HashMap< Bridging::MacVlanPair, Held > held_;
+   Kiv::HashSet< Bridging::MacVlanPair > held_;
    KIV_REACTOR( KivConfig, config );
 };
 
@@ -86,7 +93,8 @@ nonAgingConfigSmFactory( Kiv::String const & name, Kiv::Ptr< NonAgingConfig cons
 class NonAgingConfigDirSm : public HobaBaseSm {
  public:
    // Watches `configDir`, where every NonAgingConfig is a client and whatever else there is counts
-   // for nothing, and writes `status`, which must not be null and has no other writer.
+   // for nothing, and writes `status`, which has no other writer. Throws Kiv::Exception when `status`
+   // is null.
    static Kiv::Ptr< NonAgingConfigDirSm >
    NonAgingConfigDirSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
                           Kiv::Ptr< Kiv::Dir const > const & configDir,
@@ -114,12 +122,9 @@ class NonAgingConfigDirSm : public HobaBaseSm {
    void macEntriesRefDel( Bridging::MacVlanPair const & pair ) { macEntriesRef_.erase( pair ); }
    void macEntriesRefDelAll() { macEntriesRef_.clear(); }
 
-   // For the clients' machines: the number of one more write; the record that stands for `pair`,
-   // null if no client that is there holds it; what the clients' flags come to.
-   std::uint64_t nextWrite() { return ++written_; }
-   HobaTypes::MacAddressTableEntry const *
-   standingEntry( Bridging::MacVlanPair const & pair ) const;
-   void handleEnabled();
+   // For the clients' machines: what each asks for, and the status brought in line with it.
+   Union< Bridging::MacVlanPair, HobaTypes::MacAddressTableEntry > & claims() { return claims_; }
+   void publish();
 
  protected:
    NonAgingConfigDirSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
@@ -128,6 +133,9 @@ class NonAgingConfigDirSm : public HobaBaseSm {
 
  private:
    void handleConfigDir( Kiv::String const & name );
+   void publishEntry( Bridging::MacVlanPair const & pair );
+   // Not before all clients that it began with have been heard.
+   bool publishes() const { return caughtUp_ && !kivMarkedForDeletion(); }
 
    class KivConfigDir : public Kiv::Reactor< KivConfigDir, Kiv::Dir const, NonAgingConfigDirSm > {
     public:
@@ -137,7 +145,8 @@ class NonAgingConfigDirSm : public HobaBaseSm {
 
    Kiv::Ptr< NonAgingStatus > const status_;
    Kiv::HashMap< Bridging::MacVlanPair, std::uint32_t > macEntriesRef_;
-   std::uint64_t written_ = 0;
+   Union< Bridging::MacVlanPair, HobaTypes::MacAddressTableEntry > claims_;
+   bool caughtUp_ = false;
    KIV_REACTOR( KivConfigDir, configDir );
    // configSm(), configSmIs( name, config ), configSmDel( name ), configSmDelAll(): the clients'
    // machines. Removed, they release first.

@@ -38,10 +38,10 @@ class HobaParityEventHelperSm : public HobaBaseSm {
    KIV_TYPE( HobaParityEventHelperSm );
 
    // The hardware begins to report parity errors, and ends. The bases of all three are
-   // unimplemented hooks.
+   // unimplemented hooks. An hwInit() that throws has not begun, an hwCleanup() that throws has ended.
    virtual void hwInit();
    virtual void hwCleanup();
-   // Corrects one error, or schedules that.
+   // Corrects one error, or schedules that. The error counts as handled also if it throws.
    virtual void hwHandleParityError( HobaParityEvent const & event );
 
  protected:

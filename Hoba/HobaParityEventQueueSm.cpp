@@ -45,7 +45,9 @@ HobaParityEventQueueSm::registerMachine() {
 
 void
 HobaParityEventQueueSm::unregisterMachine() {
-   parityEventSmIs( nullptr );
+   if( parityEventSm() == this ) {
+      parityEventSmIs( nullptr );
+   }
 }
 
 void
@@ -54,7 +56,7 @@ HobaParityEventQueueSm::cleanupHardware() {
 }
 
 void
-HobaParityEventQueueSm::applyEvent( HobaParityEvent const & event ) {
+HobaParityEventQueueSm::applyEvent( std::uint32_t, HobaParityEvent const & event ) {
    eventStatus_->handledInc( event.severity, 1 );
    callHook< &Helper::hwHandleParityError >( *helper_, event );
 }

@@ -27,7 +27,8 @@ class HobaParityEventQueueSm
    void registerMachine();
    void unregisterMachine();
    void cleanupHardware();
-   void applyEvent( HobaParityEvent const & event );
+   void applyEvent( std::uint32_t index, HobaParityEvent const & event );
+   void handleEmpty() {}
    EventQueueStatus & status() { return *eventStatus_; }
 
  protected:

@@ -13,44 +13,70 @@ namespace Hoba {
 
 ParitySliceSm::ParitySliceSm( Kiv::Ptr< ParityEventStatus const > const & status,
                               HobaParitySm * paritySm )
-      : HobaBaseSm( paritySm->commonSmData() ), paritySm_( paritySm ) {
+      : HobaBaseSm( paritySm->commonSmData() ), paritySm_( paritySm ),
+        party_( paritySm->claims().newParty() ) {
    parityEventStatusIs( status );
 }
 
 Kiv::Ptr< ParitySliceSm >
 ParitySliceSm::ParitySliceSmIs( Kiv::Ptr< ParityEventStatus const > const & status,
                                 HobaParitySm * paritySm ) {
-   return smIs< ParitySliceSm >( status, paritySm );
+   auto const sm = smIs< ParitySliceSm >( status, paritySm );
+   sm->doBegin();
+   return sm;
 }
 
 Kiv::Ptr< ParitySliceSm >
 paritySliceSmFactory( Kiv::String const &, Kiv::Ptr< ParityEventStatus const > const & status,
                       HobaParitySm & paritySm ) {
-   return ParitySliceSm::ParitySliceSmIs( status, &paritySm );
+   return smIs< ParitySliceSm >( status, &paritySm );
+}
+
+void
+ParitySliceSm::doBegin() {
+   // What was taken over, then what there is.
+   for( auto const & key : paritySm_->claims().keysOf( party_ ) ) {
+      follow( key );
+   }
+   if( parityEventStatus() ) {
+      for( auto const & [ key, event ] : parityEventStatus()->notifier()->parityEvent() ) {
+         follow( key );
+      }
+   }
+   paritySm_->publish();
+}
+
+void
+ParitySliceSm::takeOver( ParitySliceSm & former ) {
+   std::swap( party_, former.party_ );
 }
 
 void
 ParitySliceSm::handleParityEvent( ParityEvent::Key const & key ) {
+   follow( key );
+   paritySm_->publish();
+}
+
+void
+ParitySliceSm::follow( ParityEvent::Key const & key ) {
    auto const event = parityEventStatus()->notifier()->parityEvent( key );
    if( event == ParityEvent{} ) {
       ZTRACE( 5, "Parity event gone: ", key );
-      copied_.erase( key );
-      commonSmData()->parityEventDel( key );
+      paritySm_->claims().release( party_, key );
    } else {
       ZTRACE( 5, "Parity event: ", key, " count:", event.count );
-      // First: whoever hears of the event may end this machine.
-      copied_.insert( key );
-      commonSmData()->parityEventIs( event );
+      paritySm_->claims().claim( party_, key, event );
    }
 }
 
 void
 ParitySliceSm::doSliceCleanup() {
-   // What is added from now on is no longer this machine's to copy.
+   // What is added from now on is no longer this machine's to claim.
    parityEventStatusDel();
-   for( auto const & key : std::exchange( copied_, {} ) ) {
-      commonSmData()->parityEventDel( key );
+   for( auto const & key : paritySm_->claims().keysOf( party_ ) ) {
+      paritySm_->claims().release( party_, key );
    }
+   paritySm_->publish();
 }
 
 // ---- All slices
@@ -59,7 +85,6 @@ HobaParitySm::HobaParitySm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
                             Kiv::Ptr< Kiv::Dir const > const & parityEventStatusDir )
       : HobaBaseSm( commonSmData ) {
    parityEventStatusDirIs( parityEventStatusDir );
-   handleInitialEntries();
 }
 
 HobaParitySm::~HobaParitySm() {
@@ -69,7 +94,10 @@ HobaParitySm::~HobaParitySm() {
 Kiv::Ptr< HobaParitySm >
 HobaParitySm::HobaParitySmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
                               Kiv::Ptr< Kiv::Dir const > const & parityEventStatusDir ) {
-   return smIs< HobaParitySm >( commonSmData, parityEventStatusDir );
+   auto const sm = smIs< HobaParitySm >( commonSmData, parityEventStatusDir );
+   // Not while it is made, and silent: whoever repairs what he hears of must be heard.
+   sm->handleInitialEntries();
+   return sm;
 }
 
 void
@@ -93,6 +121,20 @@ HobaParitySm::handleInitialEntries() {
 void
 HobaParitySm::handleParityEventStatus( Kiv::String const & slice ) {
    paritySliceSmFollow( *parityEventStatusDir()->notifier(), slice );
+}
+
+void
+HobaParitySm::publish() {
+   // Whoever hears of it may drop this machine.
+   Kiv::Dispatch::Frame frame;
+   auto & context = *commonSmData();
+   while( auto const key = claims_.nextStale() ) {
+      if( auto const * event = claims_.standing( *key, context.parityEvent().find( *key ) ) ) {
+         context.parityEventIs( *event );
+      } else {
+         context.parityEventDel( *key );
+      }
+   }
 }
 
 } // namespace Hoba

@@ -6,11 +6,12 @@
 //
 // HobaCommonSmData::parityEvent is the union of the events of all slices that are there, at any
 // time: also before initializedIs( true ), since an error that a machine could repair must not wait
-// for a machine that only copies.
+// for a machine that only copies. Of different events for one key the one that was reported last
+// stands.
 
 #include "Hoba/HobaCommon.h"
 #include "Hoba/HobaDirSm.h"
-#include "Kiv/HashMap.h"
+#include "Hoba/HobaUnion.h"
 
 namespace Hoba {
 
@@ -19,12 +20,16 @@ class HobaParitySm;
 // One slice.
 class ParitySliceSm : public HobaBaseSm {
  public:
-   // Copies the events of `status` into the context of `paritySm`, which outlives it.
+   // Its events are the slice's part of the union of `paritySm`, which outlives it.
    static Kiv::Ptr< ParitySliceSm >
    ParitySliceSmIs( Kiv::Ptr< ParityEventStatus const > const & status, HobaParitySm * paritySm );
    KIV_TYPE( ParitySliceSm );
 
-   // The slice goes: its events leave the context.
+   // The slice comes, with all events that it has.
+   void doBegin();
+   // All that is in the union for `former` is there for this machine instead.
+   void takeOver( ParitySliceSm & former );
+   // The slice goes: its events leave the union.
    void doSliceCleanup();
    void doCleanUp() { doSliceCleanup(); }
 
@@ -35,17 +40,19 @@ class ParitySliceSm : public HobaBaseSm {
 
  private:
    void handleParityEvent( ParityEvent::Key const & key );
+   // What the slice says of the key is its claim.
+   void follow( ParityEvent::Key const & key );
 
    class KivParityEventStatus
          : public Kiv::Reactor< KivParityEventStatus, ParityEventStatus const, ParitySliceSm > {
     public:
-      static constexpr auto handlers = Kiv::handlers( Kiv::on< ParityEventStatus::parityEventAttr,
-                                                               &ParitySliceSm::handleParityEvent >() );
+      static constexpr auto handlers =
+            Kiv::handlers( Kiv::onChange< ParityEventStatus::parityEventAttr,
+                                          &ParitySliceSm::handleParityEvent >() );
    };
 
    HobaParitySm * const paritySm_;
-   // What is in the context for this slice. The slice's own events may be ahead of it.
-   Kiv::HashSet< ParityEvent::Key > copied_;
+   std::uint32_t party_;
    KIV_REACTOR( KivParityEventStatus, parityEventStatus );
 };
 
@@ -65,6 +72,10 @@ class HobaParitySm : public HobaBaseSm {
 
    void kivDoZombieReactors( bool marked ) override;
 
+   // For the slices' machines: what each claims, and the context brought in line with it.
+   Union< ParityEvent::Key, ParityEvent > & claims() { return claims_; }
+   void publish();
+
  protected:
    HobaParitySm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
                  Kiv::Ptr< Kiv::Dir const > const & parityEventStatusDir );
@@ -80,6 +91,7 @@ class HobaParitySm : public HobaBaseSm {
             Kiv::onChange< Kiv::Dir::entryAttr, &HobaParitySm::handleParityEventStatus >() );
    };
 
+   Union< ParityEvent::Key, ParityEvent > claims_;
    KIV_REACTOR( KivParityEventStatusDir, parityEventStatusDir );
    HOBA_DIR_SMS( paritySliceSmFactory, paritySliceSm );
 };

@@ -82,6 +82,21 @@ decideLevel( StormControlSmHelper const & platform, LevelType levelType, Thresho
    return { true, asked.isDefault() ? notConfigured : programmed, asked };
 }
 
+LevelDecision
+decideLevelOnPort( StormControlSmHelper const & platform, LevelType levelType,
+                   IntfConfig const & config, bool allStands ) {
+   auto const & asked = configuredThreshold( config, levelType );
+   auto const alone = decideLevel( platform, levelType, asked );
+   if( ( levelType != levelTypeBroadcast && levelType != levelTypeUUcast ) ||
+       !levelSupported( platform, levelType ) ) {
+      return alone;
+   }
+   auto const all = decideLevel( platform, levelTypeAll, config.all() );
+   bool const covered = all.refused() ? allStands : !all.isDefault();
+   return covered ? LevelDecision{ true, asked.isDefault() ? notConfigured : supersededByAll, {} }
+                  : alone;
+}
+
 std::uint64_t
 rateOf( std::uint32_t speedKbps, Threshold const & threshold ) {
    return threshold.mode == meteringPercent
@@ -91,8 +106,8 @@ rateOf( std::uint32_t speedKbps, Threshold const & threshold ) {
 
 bool
 broadcastSkips( StormControlSmHelper const & platform, IntfConfig const & config ) {
-   return decideLevel( platform, levelTypeAll, config.all() ).threshold.isDefault() &&
-          !decideLevel( platform, levelTypeMulticast, config.multicast() ).threshold.isDefault();
+   return decideLevel( platform, levelTypeAll, config.all() ).isDefault() &&
+          !decideLevel( platform, levelTypeMulticast, config.multicast() ).isDefault();
 }
 
 } // namespace Hoba

@@ -31,18 +31,30 @@ struct LevelDecision {
    Bridging::StormControl::LevelState state;
    // What holds: the default where what was asked for is impossible.
    Bridging::StormControl::Threshold threshold;
+
+   // A zero that the platform cannot do. It is no default either: what stood before stays.
+   bool refused() const { return state == Bridging::StormControl::zeroRateNotSupported; }
+   bool isDefault() const { return threshold.isDefault() && !refused(); }
 };
 
 // What the platform can do about a threshold, whatever the speed of the interface.
 LevelDecision decideLevel( StormControlSmHelper const & platform, LevelType levelType,
                            Bridging::StormControl::Threshold const & asked );
 
+// The same for a level of `config` on one port, where the all-traffic level, while it is limited,
+// covers broadcast and unknown unicast: the default holds for these, whatever was asked for.
+// `allStands`: the port has an all-traffic limit of this configuration, which goes on covering when
+// a zero that followed it was refused.
+LevelDecision decideLevelOnPort( StormControlSmHelper const & platform, LevelType levelType,
+                                 Bridging::StormControl::IntfConfig const & config,
+                                 bool allStands );
+
 // Speed times level in kbps, in 64 bits, truncated; 0 outside percentage mode.
 std::uint64_t rateOf( std::uint32_t speedKbps,
                       Bridging::StormControl::Threshold const & threshold );
 
-// Whether broadcast has to skip the multicast limit: when multicast is limited, and all traffic
-// together is not.
+// Whether broadcast has to skip the multicast limit: when the multicast threshold is not the
+// default, and the all-traffic threshold is. A refused zero is not the default.
 bool broadcastSkips( StormControlSmHelper const & platform,
                      Bridging::StormControl::IntfConfig const & config );
 

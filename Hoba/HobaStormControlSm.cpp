@@ -4,7 +4,6 @@
 #include "Hoba/HobaAssert.h"
 #include "Hoba/HobaHelper.h"
 #include "Hoba/HobaHook.h"
-#include "Hoba/HobaStormControlRate.h"
 #include "Zipline/Zipline.h"
 
 #include <algorithm>
@@ -67,12 +66,14 @@ StormControlSm::StormControlSmIs(
 void
 StormControlSm::handleInitialized() {
    ZTRACE_ENTRY( 8 );
+   Kiv::Dispatch::Frame frame;
    if( !initialized() ) {
       handlePeriod();
       reactorsUninitialize();
       return;
    }
    callHook< &Helper::hwInit >( platform() );
+   held_.clear();
    if( !platform().chipStormControlEnabled() ) {
       callHook< &Helper::installRules >( platform() );
    }
@@ -163,8 +164,7 @@ StormControlSm::KivIntfConfig::handleLevel() {
 void
 StormControlSm::KivIntfConfig::handleAllLevel() {
    handleLevel< levelTypeAll >();
-   auto const all = decideLevel( owner().platform(), levelTypeAll, notifier()->all() );
-   if( all.threshold.isDefault() ) {
+   if( decideLevel( owner().platform(), levelTypeAll, notifier()->all() ).isDefault() ) {
       updateLevel( levelTypeUUcast );
       updateLevel( levelTypeBroadcast );
       updateLevel( levelTypeMulticast );
@@ -173,6 +173,7 @@ StormControlSm::KivIntfConfig::handleAllLevel() {
 
 void
 StormControlSm::KivIntfConfig::applyConfig() {
+   Kiv::Dispatch::Frame frame;
    for( auto levelType : allLevelTypes ) {
       updateLevel( levelType );
    }
@@ -182,27 +183,77 @@ StormControlSm::KivIntfConfig::applyConfig() {
 
 void
 StormControlSm::KivIntfConfig::updateLevel( LevelType levelType ) {
-   if( !initialized() ) {
+   Kiv::Dispatch::Frame frame;
+   if( !working() ) {
       return;
    }
    auto & sm = owner();
-   auto const decision =
-         decideLevel( sm.platform(), levelType, configuredThreshold( *notifier(), levelType ) );
-   if( !decision.program || obstacle() != programmed ) {
-      stateIs( levelType, standing( levelType ) );
-      return;
+   auto ports = sm.portSpeedsOf( key() );
+   // The all-traffic level takes along what it supersedes.
+   static constexpr LevelType superseding[] = { levelTypeAll, levelTypeBroadcast, levelTypeUUcast };
+   std::span< LevelType const > levels( &levelType, 1 );
+   if( levelType == levelTypeAll &&
+       !decideLevel( sm.platform(), levelTypeAll, notifier()->all() ).threshold.isDefault() ) {
+      levels = superseding;
    }
-   program( levelType, decision.threshold, decision.state );
-   if( levelType == levelTypeAll && !decision.threshold.isDefault() ) {
-      for( auto superseded : { levelTypeBroadcast, levelTypeUUcast } ) {
-         if( levelSupported( sm.platform(), superseded ) ) {
-            bool const asked = !configuredThreshold( *notifier(), superseded ).isDefault();
-            program( superseded, {}, asked ? supersededByAll : notConfigured );
-         }
+   if( obstacle() == programmed ) {
+      bool told = false;
+      for( auto each : levels ) {
+         told = program( each, ports ) || told;
+      }
+      if( told ) {
+         callHook< &Helper::updateBcastSkipRule >( sm.platform(), key(),
+                                                   broadcastSkips( sm.platform(), *notifier() ) );
       }
    }
-   callHook< &Helper::updateBcastSkipRule >( sm.platform(), key(),
-                                             broadcastSkips( sm.platform(), *notifier() ) );
+   if( working() ) {
+      report( *sm.status_->intfStatusIs( key() ), levels, std::move( ports ) );
+   }
+}
+
+bool
+StormControlSm::KivIntfConfig::working() const {
+   return initialized() && !kivMarkedForDeletion() && !owner().kivMarkedForDeletion();
+}
+
+class StormControlSm::KivIntfConfig::Decisions {
+ public:
+   Decisions( KivIntfConfig const & config, LevelType levelType )
+         : sm_( config.owner() ), parent_( config.key() ),
+           alone_( decideLevelOnPort( sm_.platform(), levelType, *config.notifier(), false ) ),
+           behindAll_( decideLevelOnPort( sm_.platform(), levelType, *config.notifier(), true ) ) {}
+
+   // Where nothing stands yet.
+   LevelDecision const & alone() const { return alone_; }
+   LevelDecision const & on( Pelt::IntfId port ) const {
+      return alone_.state == behindAll_.state ||
+                         sm_.held( port, parent_, levelTypeAll ).threshold.isDefault()
+                   ? alone_
+                   : behindAll_;
+   }
+
+ private:
+   StormControlSm const & sm_;
+   Pelt::IntfId const parent_;
+   LevelDecision const alone_;
+   LevelDecision const behindAll_;
+};
+
+bool
+StormControlSm::KivIntfConfig::program( LevelType levelType, PortSpeeds const & ports ) {
+   if( isPortChannel( key() ) ) {
+      ZTRACE( 5, "Updating levels for lag ", key() );
+   }
+   Decisions const decisions( *this, levelType );
+   bool told = decisions.alone().program;
+   for( auto const & [ port, speed ] : ports ) {
+      auto const & decision = decisions.on( port );
+      if( speed != 0 && decision.program ) {
+         owner().setHwRate( levelType, port, key(), speed, decision.threshold );
+         told = true;
+      }
+   }
+   return told;
 }
 
 // A LAG's members stand in its way one by one, not as a whole.
@@ -225,54 +276,63 @@ StormControlSm::KivIntfConfig::obstacle() const {
 }
 
 LevelState
-StormControlSm::KivIntfConfig::standing( LevelType levelType ) const {
-   auto const decision = decideLevel( owner().platform(), levelType,
-                                      configuredThreshold( *notifier(), levelType ) );
-   auto const why = obstacle();
-   return decision.program && decision.state != notConfigured && why != programmed ? why
-                                                                                   : decision.state;
-}
-
-// Programs the ports whose speed is known, and says so in the status.
-void
-StormControlSm::KivIntfConfig::program( LevelType levelType, Threshold const & threshold,
-                                        LevelState state ) {
-   auto & sm = owner();
-   auto const ports = sm.portsOf( key() );
-   bool const isLag = isPortChannel( key() );
-   if( isLag ) {
-      ZTRACE( 5, "Updating levels for lag ", key() );
+StormControlSm::KivIntfConfig::standing( LevelType levelType, PortSpeeds const & ports ) const {
+   auto const & platform = owner().platform();
+   auto const asked =
+         decideLevel( platform, levelType, configuredThreshold( *notifier(), levelType ) );
+   if( asked.state == notConfigured || asked.state == levelNotSupported ) {
+      return asked.state;
    }
-   std::uint64_t rate = 0;
-   std::uint64_t speed = 0;
-   for( auto port : ports ) {
-      if( auto const portSpeed = sm.calculateSpeedForIntf( port ) ) {
-         speed += portSpeed;
-         rate += threshold.isDefault() ? 0 : rateOf( portSpeed, threshold );
-         sm.setHwRate( levelType, port, key(), portSpeed, threshold );
+   Decisions const decisions( *this, levelType );
+   bool anyKnown = false;
+   bool anyUncovered = false;
+   for( auto const & [ port, speed ] : ports ) {
+      if( speed != 0 ) {
+         anyKnown = true;
+         anyUncovered = anyUncovered || decisions.on( port ).state != supersededByAll;
       }
    }
-   if( speed == 0 && state != notConfigured && state != supersededByAll ) {
-      state = ports.empty() ? lagHasNoMember : LevelState::speedUnknown;
+   auto why = obstacle();
+   if( why == programmed && !anyKnown ) {
+      why = ports.empty() ? lagHasNoMember : LevelState::speedUnknown;
    }
-   auto const status = sm.status_->intfStatusIs( key() );
-   status->speedIs( speed );
-   levelStatusIs( *status, levelType, { speed == 0 ? Threshold{} : threshold, rate, state } );
+   if( why != programmed ) {
+      return asked.refused() ? asked.state : why;
+   }
+   return anyUncovered ? asked.state : supersededByAll;
 }
 
-// What the hardware holds stays what it was.
-void
-StormControlSm::KivIntfConfig::stateIs( LevelType levelType, LevelState state ) {
-   auto const & sm = owner();
-   std::uint64_t speed = 0;
-   for( auto port : sm.portsOf( key() ) ) {
-      speed += sm.calculateSpeedForIntf( port );
+LevelStatus
+StormControlSm::KivIntfConfig::statusOf( LevelType levelType, PortSpeeds const & ports ) const {
+   LevelStatus level{ {}, 0, standing( levelType, ports ) };
+   for( auto const & [ port, speed ] : ports ) {
+      auto const & stands = owner().held( port, key(), levelType );
+      // A member of a LAG whose speed is not known adds nothing.
+      if( !stands.threshold.isDefault() && ( port == key() || speed != 0 ) ) {
+         level.rate += rateOf( stands.speedKbps, stands.threshold );
+         if( level.threshold.isDefault() ) {
+            level.threshold = stands.threshold;
+         }
+      }
    }
-   auto const status = sm.status_->intfStatusIs( key() );
-   status->speedIs( speed );
-   auto value = levelStatus( *status, levelType );
-   value.state = state;
-   levelStatusIs( *status, levelType, value );
+   return level;
+}
+
+void
+StormControlSm::KivIntfConfig::report( IntfStatus & status, std::span< LevelType const > levels,
+                                       PortSpeeds ports ) const {
+   for( auto levelType : levels ) {
+      auto const level = statusOf( levelType, ports );
+      if( level != levelStatus( status, levelType ) ) {
+         levelStatusIs( status, levelType, level );
+         ports = owner().portSpeedsOf( key() ); // whoever heard of it may have changed them
+      }
+   }
+   std::uint64_t speedOfAll = 0;
+   for( auto const & [ port, speed ] : ports ) {
+      speedOfAll += speed;
+   }
+   status.speedIs( speedOfAll );
 }
 
 void
@@ -280,6 +340,18 @@ StormControlSm::setHwRate( LevelType levelType, Pelt::IntfId intf, Pelt::IntfId 
                            std::uint32_t speedKbps, Threshold const & threshold ) {
    ZTRACE( 5, "Setting ", intf, levelText( levelType ), " level threshold to ", threshold );
    callHook< &Helper::setHwRate >( platform(), levelType, intf, parentIntf, speedKbps, threshold );
+   auto * holds = threshold.isDefault() ? held_.find( intf ) : held_.tryEmplace( intf ).value;
+   if( holds ) {
+      holds->parent = parentIntf;
+      holds->level[ levelType ] = { threshold, speedKbps };
+   }
+}
+
+StormControlSm::Held::Level const &
+StormControlSm::held( Pelt::IntfId port, Pelt::IntfId parent, LevelType levelType ) const {
+   static Held const nothing;
+   auto const * holds = held_.find( port );
+   return ( holds && holds->parent == parent ? *holds : nothing ).level[ levelType ];
 }
 
 void
@@ -291,6 +363,7 @@ StormControlSm::enable( Pelt::IntfId intf ) {
 
 void
 StormControlSm::disable( Pelt::IntfId intf ) {
+   Kiv::Dispatch::Frame frame;
    if( !intfExists( intf ) ) {
       return;
    }
@@ -312,9 +385,7 @@ StormControlSm::resetStormControlStatusForIntf( Pelt::IntfId intf ) {
       ZTRACE( 5, "No status found, returning...." );
       return;
    }
-   for( auto levelType : allLevelTypes ) {
-      levelStatusIs( *status, levelType, { {}, 0, reactor->standing( levelType ) } );
-   }
+   reactor->report( *status, allLevelTypes, portSpeedsOf( intf ) );
 }
 
 // ---- Ports
@@ -356,6 +427,17 @@ StormControlSm::portsOf( Pelt::IntfId intf ) const {
    return ports;
 }
 
+StormControlSm::PortSpeeds
+StormControlSm::portSpeedsOf( Pelt::IntfId intf ) const {
+   PortSpeeds speeds;
+   auto const ports = portsOf( intf );
+   speeds.reserve( ports.size() );
+   for( auto port : ports ) {
+      speeds.push_back( { port, calculateSpeedForIntf( port ) } );
+   }
+   return speeds;
+}
+
 bool
 StormControlSm::isMember( Pelt::IntfId intf, Pelt::IntfId lag ) const {
    auto const & ports = commonSmData()->lagToPort( lag ).port;
@@ -383,8 +465,10 @@ StormControlSm::handleSpeed( Pelt::IntfId const & intf ) {
 
 void
 StormControlSm::reprogram( Pelt::IntfId intf ) {
-   auto const lag = lagIntfForIntf( intf );
-   enable( lag ? lag : intf );
+   enable( intf ); // also while it belongs to a LAG: its status tells its speed
+   if( auto const lag = lagIntfForIntf( intf ) ) {
+      enable( lag );
+   }
 }
 
 void
@@ -412,12 +496,18 @@ StormControlSm::handleIntf( Pelt::IntfId const & intf ) {
    if( !initialized() ) {
       return;
    }
-   auto * reactor = intfConfig( intf );
-   if( reactor && !reactor->initialized() && intfExists( intf ) ) {
-      reactor->handleInitialized();
-   } else if( reactor && reactor->initialized() && !intfExists( intf ) ) {
-      reactor->initializedIs( false );
-      resetStormControlStatusForIntf( intf );
+   auto * own = intfConfig( intf );
+   if( !intfExists( intf ) ) {
+      if( own ) {
+         own->initializedIs( false );
+         resetStormControlStatusForIntf( intf );
+      }
+   } else if( !own || !own->initialized() ) {
+      // It came (back), and the hardware may have kept what stood when it went.
+      disable( intf );
+      if( own ) {
+         own->handleInitialized();
+      }
    }
    if( auto const lag = lagIntfForIntf( intf ) ) {
       enable( lag );
@@ -450,6 +540,13 @@ StormControlSm::handlePortToLag( Pelt::IntfId const & intf ) {
       joinLag( intf, lag );
    } else {
       leaveLag( intf );
+   }
+   // Who still lists the port has no share of it any more.
+   for( auto const & [ lag, members ] : commonSmData()->lagToPort() ) {
+      if( lag != lagIntfForIntf( intf ) && intfConfig( lag ) &&
+          std::find( members.port.begin(), members.port.end(), intf ) != members.port.end() ) {
+         resetStormControlStatusForIntf( lag );
+      }
    }
 }
 
@@ -562,15 +659,17 @@ StormControlSm::handlePeriod() {
    if( !clock() || !config() ) {
       return;
    }
-   auto const period = initialized() ? config()->notifier()->period() : 0;
+   Kiv::Seconds const period = initialized() ? config()->notifier()->period().value() : 0;
    clock()->timeMinIs( period > 0 ? clock()->now() + period : Kiv::never );
 }
 
 void
 StormControlSm::handleTime() {
    if( platform().dropCountEnabled() ) {
-      for( auto const & [ intf, reactor ] : intfConfig() ) {
-         reactor->handleTime();
+      for( auto const & each : intfConfig() ) {
+         // What cannot be read of one interface keeps nobody from reading the others.
+         Kiv::guarded( "StormControlSm::handleTime", Kiv::toText( each.key ),
+                       [ & ] { each.value->handleTime(); } );
       }
    }
    handlePeriod();
@@ -603,6 +702,10 @@ StormControlSm::KivIntfConfig::handleTime() {
 void
 StormControlSm::handleVerify() {
    ZTRACE_ENTRY( 8 );
+   Kiv::Dispatch::Frame frame;
+   if( !initialized() ) {
+      return;
+   }
    for( auto const & [ intf, reactor ] : intfConfig() ) {
       reactor->handleVerify();
    }
@@ -663,8 +766,9 @@ StormControlSm::reportVerify( Kiv::String const & item, Kiv::String const & mism
    if( !mismatch.empty() ) {
       ZTRACE( 0, "Storm control of ", item, " differs from the hardware: ", mismatch );
    }
-   verifyData()->updateCliVerifyOutput( "storm control " + item,
-                                        mismatch.empty() ? "ok" : mismatch );
+   if( auto * verify = verifyData() ) {
+      verify->updateCliVerifyOutput( "storm control " + item, mismatch.empty() ? "ok" : mismatch );
+   }
 }
 
 } // namespace Hoba

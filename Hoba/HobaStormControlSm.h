@@ -12,14 +12,22 @@
 // What may be programmed is decided in Hoba/HobaStormControlRate.h, without doing anything about
 // it. What was programmed, and why anything was not, stands in the status of each configured
 // interface.
+//
+// One configuration has one outcome, in the hardware and in the status, whatever came before it.
+// Only where nothing is programmed, for a speed that is not known or a zero that the platform cannot
+// do, what stood before stays; so the machine remembers what it told the hardware. A port that comes
+// (back) is cleared first.
 
 #include "Bridging/StormControl.h"
-#include "Hoba/HobaStormControlSmHelper.h"
+#include "Hoba/HobaStormControlRate.h"
 #include "Hoba/HobaVerifiedSm.h"
 #include "Interface/EthPhyIntfStatus.h"
 #include "Kiv/ClockReactor.h"
 #include "Lag/Lag.h"
 #include "Mox/TimerWheel.h"
+
+#include <array>
+#include <span>
 
 namespace Hoba {
 
@@ -49,10 +57,13 @@ class StormControlSm : public HobaVerifiedSm {
    void handleInitialized() override;
    void handleVerify() override;
 
+   // These may be called from anywhere: whoever watches may remove the configuration, or let go of
+   // the machine, meanwhile.
+   //
    // Applies the configuration of the interface, if it has one.
    void enable( Pelt::IntfId intf );
    // Takes all limits of the interface away, whatever its configuration, its speed, or its LAG. Of
-   // a LAG, those of its members.
+   // a LAG, those of its members. The status does not follow before the next change.
    void disable( Pelt::IntfId intf );
 
    // The port's speed in kbps, 0 when it is not known.
@@ -92,7 +103,7 @@ class StormControlSm : public HobaVerifiedSm {
    void handlePeriod();
 
    void removeOrphanedStatus();
-   // Nothing is programmed on the interface any more: says so, and why.
+   // Nothing is programmed on the interface any more, or less than before: says so, and why.
    void resetStormControlStatusForIntf( Pelt::IntfId intf );
    // Programs the port again: by its own levels, or by those of its LAG.
    void reprogram( Pelt::IntfId intf );
@@ -100,10 +111,31 @@ class StormControlSm : public HobaVerifiedSm {
    void leaveLag( Pelt::IntfId intf );
    void setHwRate( LevelType levelType, Pelt::IntfId intf, Pelt::IntfId parentIntf,
                    std::uint32_t speedKbps, Threshold const & threshold );
+
+   // What the hardware was told last of a port. It is what stands there: levels of one
+   // configuration, since a port is cleared before another one holds for it.
+   struct Held {
+      struct Level {
+         Threshold threshold;
+         std::uint32_t speedKbps = 0;
+      };
+      Pelt::IntfId parent;
+      std::array< Level, levelTypeMax > level;
+   };
+   // Of the configuration of `parent` only; the default for none.
+   Held::Level const & held( Pelt::IntfId port, Pelt::IntfId parent, LevelType levelType ) const;
+
    void reportVerify( Kiv::String const & item, Kiv::String const & mismatch );
    // The ports on which limits of the interface are put: a port itself, or the members of a LAG, as
    // far as they are there and active.
    std::vector< Pelt::IntfId > portsOf( Pelt::IntfId intf ) const;
+   // The same with their speeds.
+   struct PortSpeed {
+      Pelt::IntfId port;
+      std::uint32_t kbps; // 0 when it is not known
+   };
+   using PortSpeeds = std::vector< PortSpeed >;
+   PortSpeeds portSpeedsOf( Pelt::IntfId intf ) const;
    // Whether the port is an active member of the LAG, by both maps of the shared context.
    bool isMember( Pelt::IntfId intf, Pelt::IntfId lag ) const;
    StormControlSmHelper & platform() const { return *platformHelper_; }
@@ -126,6 +158,10 @@ class StormControlSm : public HobaVerifiedSm {
       void applyConfig();
       // Programs one level, as far as it can be, and says in the status what came of it.
       void updateLevel( LevelType levelType );
+      // Says in `status` what stands of these levels, and why what is asked for does not; and the
+      // speed. `ports` are those of the interface.
+      void report( IntfStatus & status, std::span< LevelType const > levels,
+                   PortSpeeds ports ) const;
       // The interface takes part. A LAG always does.
       bool active() const;
       // The configuration that holds for the interface: a LAG's for its members. Null for none.
@@ -137,16 +173,23 @@ class StormControlSm : public HobaVerifiedSm {
       void doCleanup();
       // What keeps the interface from being programmed at all: `programmed` when nothing does.
       LevelState obstacle() const;
-      // What becomes of the level: `programmed`, or why it does not.
-      LevelState standing( LevelType levelType ) const;
 
     private:
       template< LevelType levelType >
       void handleLevel();
       void handleAllLevel();
 
-      void stateIs( LevelType levelType, LevelState state );
-      void program( LevelType levelType, Threshold const & threshold, LevelState state );
+      // Nobody has removed the configuration, or the machine.
+      bool working() const;
+      // What the level comes to on each port. Mostly it is the same on all of them.
+      class Decisions;
+      // Programs the ports whose speed is known. Returns false if the level has nothing to say to
+      // any port, known or not.
+      bool program( LevelType levelType, PortSpeeds const & ports );
+      // What becomes of the level: `programmed`, or why it does not.
+      LevelState standing( LevelType levelType, PortSpeeds const & ports ) const;
+      Bridging::StormControl::LevelStatus statusOf( LevelType levelType,
+                                                    PortSpeeds const & ports ) const;
 
     public:
       static constexpr auto handlers = Kiv::handlers(
@@ -226,6 +269,7 @@ class StormControlSm : public HobaVerifiedSm {
 
    Kiv::Ptr< Status > const status_;
    Kiv::Ptr< StormControlSmHelper > const platformHelper_;
+   Kiv::HashMap< Pelt::IntfId, Held > held_;
 
    KIV_REACTOR( KivConfig, config );
    KIV_REACTORS( Pelt::IntfId, KivIntfConfig, intfConfig );

@@ -2,7 +2,9 @@
 #pragma once
 
 // What storm control needs of a platform. A chip derives from this class. The operations that say
-// "required" stop the agent when the chip does not override them and they are called.
+// "required" stop the agent when the chip does not override them and they are called. All of them may
+// throw, Hoba/HobaBaseSm.h says what follows: in short, what was under way for the interface ends, and
+// hwInit() and installRules() are called again when the machine is initialized again.
 
 #include "Bridging/StormControl.h"
 #include "Hoba/HobaBaseHelper.h"
@@ -24,7 +26,7 @@ class StormControlSmHelper : public HobaBaseHelper {
 
    // ---- Programming
 
-   // Once, before anything else is asked for.
+   // Once, before anything else is asked for. No limit stands afterwards, on any port.
    virtual void hwInit() {}
    // Required. Puts the rules in place that tell the traffic classes apart; once, behind hwInit().
    virtual void installRules();
@@ -52,7 +54,7 @@ class StormControlSmHelper : public HobaBaseHelper {
    // Required.
    virtual Kiv::String verifyAggregateTc( std::uint32_t trafficClass,
                                           Bridging::StormControl::AggregateTcConfig const & config );
-   // What the platform has beyond that.
+   // What the platform has beyond that: limits that nobody configured, for one.
    virtual Kiv::String verifyPlatformStormControl( Bridging::StormControl::Config const & config,
                                                    Bridging::StormControl::Status const & status );
 

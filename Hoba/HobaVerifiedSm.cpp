@@ -22,13 +22,17 @@ HobaVerifiedSm::handleVerifyData() {
 void
 HobaVerifiedSm::handleVerifyCounter() {
    if( initialized() ) {
-      handleVerify();
+      // Held: the machine may end what it reports to.
+      Kiv::Ptr< VerifyData > const verify( verifyDataReactor()->notifier() );
+      verify->verifyStep( className_, [ this ] { handleVerify(); } );
    }
 }
 
 void
 HobaVerifiedSm::handleVerify() {
-   unimplementedHook( Kiv::String( className_ ) + "::handleVerify" );
+   if( initialized() ) {
+      unimplementedHook( Kiv::String( className_ ) + "::handleVerify" );
+   }
 }
 
 } // namespace Hoba

@@ -14,10 +14,13 @@ class HobaVerifiedSm : public HobaBaseSm {
  public:
    // Runs in each verification pass once the machine is initialized. Findings go to
    // verifyData(): updateCliVerifyOutput(), or retryVerifyIs( true ) when it cannot conclude yet.
-   // The base is an unimplemented hook.
+   // The base is an unimplemented hook, and nothing before the machine is initialized.
+   //
+   // What it throws in a pass is reported as what the machine found, and counted in verifyFailures;
+   // the other machines have their turn.
    virtual void handleVerify();
 
-   // Null before the shared context is initialized.
+   // Null before the shared context is initialized, and after its cleanup().
    VerifyData * verifyData() const { return commonSmData()->verifyData().get(); }
 
  protected:
@@ -31,8 +34,7 @@ class HobaVerifiedSm : public HobaBaseSm {
    void handleVerifyData();
    void handleVerifyCounter();
 
-   class KivVerifyData
-         : public Kiv::Reactor< KivVerifyData, VerifyData const, HobaVerifiedSm > {
+   class KivVerifyData : public Kiv::Reactor< KivVerifyData, VerifyData, HobaVerifiedSm > {
     public:
       static constexpr auto handlers = Kiv::handlers(
             Kiv::onChange< VerifyData::verifyAttr, &HobaVerifiedSm::handleVerifyCounter >() );

@@ -43,6 +43,7 @@ VerifyData::resetVerifyData() {
    retryVerifyIs( false );
    verifyResultIs( HobaTypes::verifyNotRun );
    verifyDoneIs( false );
+   verifyFailuresIs( 0 );
    socketIs( 0 );
 }
 
@@ -58,6 +59,12 @@ VerifyData::updateCliVerifyOutput( Kiv::String const & key, Kiv::String const & 
       cliVerifyOutputIs( key, cliVerifyOutput( key ) + "{ " + jsonQuoted( key ) + " : " +
                                     jsonQuoted( value ) + " }," );
    }
+}
+
+void
+VerifyData::verifyStepFailed( Kiv::String const & item ) {
+   Kiv::Dispatch::failed( "verification of " + item );
+   updateCliVerifyOutput( item, "could not be verified: " + Kiv::exceptionText() );
 }
 
 Kiv::String

@@ -47,6 +47,10 @@ class VerifyData : public Kiv::Entity {
    KIV_ATTRIBUTE( HobaTypes::HobaVerifyStatus, verifyResult, HobaTypes::verifyNotRun );
    KIV_ATTRIBUTE( bool, verifyDone );
    KIV_CHILD( VerifyRequired, verifyRequired );
+   // A pass is under way: what is asked for now is for the next one.
+   KIV_ATTRIBUTE( bool, verifyActive );
+   // What failed in the last pass instead of finding out: machines, and whoever else heard of it.
+   KIV_ATTRIBUTE( std::uint32_t, verifyFailures, 0 );
 
  public:
    explicit VerifyData( Kiv::String const & dataName ) : Entity( dataName ) {}
@@ -62,6 +66,20 @@ class VerifyData : public Kiv::Entity {
    void updateCliVerifyOutput( Kiv::String const & key, Kiv::String const & value );
    // All items in the order in which they first reported, without the last comma.
    Kiv::String cliReplyItems() const;
+
+   // One part of a pass: what it throws is reported for `item`, told (Kiv::Dispatch::failed()), and
+   // ends here.
+   template< class Step >
+   void verifyStep( Kiv::String const & item, Step && step ) {
+      try {
+         step();
+      } catch( ... ) {
+         verifyStepFailed( item );
+      }
+   }
+
+ private:
+   void verifyStepFailed( Kiv::String const & item );
 };
 
 } // namespace Hoba

@@ -4,13 +4,41 @@
 #include "Hoba/HobaAssert.h"
 #include "Zipline/Zipline.h"
 
+#include <algorithm>
+
 ZIPLINE_HANDLE( HobaVerifySm );
 
 namespace Hoba {
 
+namespace {
+
+// From its first write to its last.
+class Pass {
+ public:
+   explicit Pass( Kiv::Ptr< VerifyData > const & verify ) : verify_( verify ) {
+      verify_->verifyActiveIs( true );
+   }
+   ~Pass() { verify_->verifyActiveIs( false ); }
+   Pass( Pass const & ) = delete;
+   Pass & operator=( Pass const & ) = delete;
+
+ private:
+   Kiv::Ptr< VerifyData > const verify_;
+};
+
+void
+countFailures( VerifyData & verify, std::uint64_t before ) {
+   auto const more = static_cast< std::uint32_t >( Kiv::Dispatch::failures - before );
+   verify.verifyFailuresIs( verify.verifyFailures() + more );
+}
+
+} // namespace
+
 VerifySm::VerifySm( Kiv::Ptr< HobaCommonSmData > const & commonSmData )
       : HobaBaseSm( commonSmData ) {
-   verifyRequiredIs( data().verifyRequired() );
+   HOBA_INVARIANT( commonSmData && commonSmData->verifyData(),
+                   "verification works on the verification entity of a context" );
+   verifyRequiredIs( commonSmData->verifyData()->verifyRequired() );
    verifyDataIs( commonSmData->verifyData() );
    clockIs( Kiv::make< Kiv::Clock >() );
    bogusAcsdIs( commonSmData );
@@ -27,11 +55,26 @@ VerifySm::handleContextInitialized() {
 }
 
 void
+VerifySm::handleInitialized() {
+   if( initialized() && due_ ) {
+      wakeAt( clock()->now() );
+   }
+}
+
+void
 VerifySm::handleVerifyRequest() {
    if( initialized() ) {
-      data().verifyDoneIs( false );
-      clock()->timeMinIs( clock()->now() );
+      auto const verify = data();
+      verify->verifyDoneIs( false );
+      wakeAt( clock()->now() );
    }
+}
+
+// The earlier of two: who wants a retry does not put off what was asked for meanwhile.
+void
+VerifySm::wakeAt( Kiv::Seconds when ) {
+   due_ = true;
+   clock()->timeMinIs( std::min( clock()->timeMin(), when ) );
 }
 
 void
@@ -39,56 +82,78 @@ VerifySm::handleTimeout() {
    if( !initialized() ) {
       return;
    }
-   auto & verify = data();
+   due_ = false;
+   auto const verify = data();
+   Pass const pass( verify );
    // A pass of the command line may have come in between, and be done.
-   verify.verifyDoneIs( false );
-   verify.cliVerifyOutputDelAll();
-   if( verify.retryVerify() ) {
-      verify.retryVerifyIs( false );
-      verify.reverifyInc( 1 );
+   verify->verifyDoneIs( false );
+   verify->cliVerifyOutputDelAll();
+   if( verify->retryVerify() ) {
+      verify->retryVerifyIs( false );
+      auto const before = Kiv::Dispatch::failures;
+      verify->reverifyInc( 1 );
+      countFailures( *verify, before );
    } else {
       ZTRACE( 5, "Starting Hoba verification" );
-      runVerification();
+      runVerification( *verify );
       ZTRACE( 5, "Hoba verification done" );
    }
    // Only now: who heard of the new count may have asked for another retry.
-   if( verify.retryVerify() ) {
-      verify.verifyResultIs( HobaTypes::verifyToBeRetried );
-      clock()->timeMinIs( clock()->now() + retryDelay );
+   if( verify->retryVerify() ) {
+      verify->verifyResultIs( HobaTypes::verifyToBeRetried );
+      wakeAt( clock()->now() + retryDelay );
    } else {
-      verify.verifyResultIs( HobaTypes::verifyFinished );
-      verify.verifyDoneIs( true );
+      verify->verifyResultIs( HobaTypes::verifyFinished );
+      verify->verifyDoneIs( true );
    }
 }
 
 void
-VerifySm::runVerification() {
-   data().verifyInc( 1 );
-   auto const & vlanHelper = commonSmData()->vlanHelper();
-   auto const mismatch = vlanHelper ? vlanHelper->verify() : Kiv::String();
+VerifySm::runVerification( VerifyData & verify ) {
+   verify.verifyFailuresIs( 0 );
+   auto const before = Kiv::Dispatch::failures;
+   verify.verifyInc( 1 );
+   Kiv::String mismatch;
+   if( auto const vlanHelper = commonSmData()->vlanHelper() ) {
+      verify.verifyStep( vlanHelper->name(), [ & ] { mismatch = vlanHelper->verify(); } );
+   }
+   countFailures( verify, before );
    if( mismatch.empty() ) {
       return;
    }
    if( isSimulation() ) {
-      data().verifyOutputIs( { "Hoba/HobaVerifySm", __func__, mismatch } );
+      verify.verifyOutputIs( { "Hoba/HobaVerifySm", __func__, mismatch } );
    } else {
       hobaAssert( mismatch );
    }
 }
 
-void
+Kiv::String
 VerifySm::handleCliVerificationRequest( std::uint32_t socket ) {
-   auto & verify = data();
-   verify.initVerifyData( socket );
+   // What the pass drops, this machine and the context included, lives until it has returned.
+   Kiv::Dispatch::Frame frame;
+   auto const verify = data();
+   HOBA_INVARIANT( !verify->verifyActive(), "a pass does not begin in the middle of another" );
+   Pass const pass( verify );
+   verify->initVerifyData( socket );
    ZTRACE( 5, "Starting Hoba verification due to cli request" );
-   runVerification();
-   verify.verifyDoneIs( true );
+   runVerification( *verify );
+   if( verify->retryVerify() ) {
+      // Nobody comes back to it: the next pass is a whole one.
+      verify->retryVerifyIs( false );
+      verify->updateCliVerifyOutput( "verification", "not everybody can conclude yet: ask again" );
+   }
+   verify->verifyDoneIs( true );
    ZTRACE( 5, "Hoba verification done" );
+   auto items = verify->cliReplyItems();
+   // The connection has its reply: a later pass is not for it.
+   verify->socketIs( 0 );
+   return items;
 }
 
 void
 VerifySm::handleVerifyOutput() {
-   auto const output = data().verifyOutput();
+   auto const output = data()->verifyOutput();
    if( output == VerifyOutput{} ) {
       return; // nothing found yet, or reset
    }
@@ -116,26 +181,24 @@ Kiv::String
 VerifyAgentSm::VerifyAgentSmCliCallback::handleCommand( std::uint32_t socket,
                                                         Kiv::String const & command ) {
    HOBA_INVARIANT( verifyAgentSm(), "a command came for a machine that is gone" );
+   // What the pass drops lives until it has returned; this object may go with the machine's end.
+   Kiv::Dispatch::Frame frame;
    if( !command.starts_with( "VTS#" ) ) {
       Kiv::parseFailed( command, "a command of hobaVerify: it begins with VTS#" );
    }
-   auto const & context = verifyAgentSm()->commonSmData();
-   auto const verifySm = Kiv::dynamicCast< VerifySm >( context->verifySm() );
-   if( !verifySm || !verifySm->initialized() ) {
+   auto const verifySm = verifyAgentSm()->verifySm();
+   if( !verifySm ) {
       throw Kiv::ParseError( "verification is not possible before the agent is initialized" );
    }
-   verifySm->handleCliVerificationRequest( socket );
-   auto const & verify = context->verifyData();
-   auto reply = "{ " + jsonQuoted( this->command() ) + " : [ " + verify->cliReplyItems() + " ] }";
-   // The connection has its reply: a later pass is not for it.
-   verify->socketIs( 0 );
-   return reply;
+   auto const begin = "{ " + jsonQuoted( this->command() ) + " : [ ";
+   return begin + verifySm->handleCliVerificationRequest( socket ) + " ] }";
 }
 
 VerifyAgentSm::VerifyAgentSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
                               Kiv::Ptr< HobaTypes::VerifyAgentConfig const > const & config,
                               Kiv::Ptr< HobaTypes::VerifyAgentStatus > const & status )
       : HobaBaseSm( commonSmData ), status_( status ) {
+   HOBA_INVARIANT( commonSmData && status, "requests to verify come with a context and a status" );
    configIs( config );
    bogusAcsdIs( commonSmData );
 }
@@ -151,24 +214,47 @@ VerifyAgentSm::VerifyAgentSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmDat
 
 void
 VerifyAgentSm::handleInitialized() {
-   if( initialized() && !cliCallback_ ) {
-      cliCallback_ = std::make_unique< VerifyAgentSmCliCallback >( commonSmData()->name(), this );
-      ZTRACE( 5, "Hoba CliCommand callback has been initialized" );
-      ZTRACE( 5, "VerifyAgentSm initialized" );
+   if( !initialized() ) {
+      cliCallback_ = nullptr;
+      return;
    }
+   cliCallback_ = std::make_unique< VerifyAgentSmCliCallback >( commonSmData()->name(), this );
+   ZTRACE( 5, "Hoba CliCommand callback has been initialized" );
+   ZTRACE( 5, "VerifyAgentSm initialized" );
+}
+
+Kiv::Ptr< VerifySm >
+VerifyAgentSm::verifySm() const {
+   auto const sm = Kiv::dynamicCast< VerifySm >( commonSmData()->verifySm() );
+   return sm && sm->initialized() ? sm : nullptr;
 }
 
 void
 VerifyAgentSm::handleVerifyAgent() {
-   auto const & verify = commonSmData()->verifyData();
-   if( !initialized() || !verify ) {
+   auto const verify = commonSmData()->verifyData();
+   if( !initialized() || !verify || !config() ) {
       return;
    }
    auto const * config = this->config()->notifier();
    ZTRACE( 5, config->name(), ": cookie is ", config->cookie() );
+   cookieWaits_ = verify->verifyActive();
+   if( cookieWaits_ ) {
+      return;
+   }
+   if( !verifySm() || !verify->verifyRequired() ) {
+      ZTRACE( 2, config->name(), ": verification is not possible now, the cookie is ignored" );
+      return;
+   }
    verify->resetVerifyData();
    status_->verifyStatusDataIs( { config->cookie(), HobaTypes::verifyRequested } );
    verify->doRequestVerify();
+}
+
+void
+VerifyAgentSm::handleVerifyActive() {
+   if( cookieWaits_ && !verifyData()->notifier()->verifyActive() ) {
+      handleVerifyAgent();
+   }
 }
 
 void
@@ -183,7 +269,9 @@ VerifyAgentSm::handleVerifyStatus() {
    auto const & verify = *verifyData()->notifier();
    auto const asked = status_->verifyStatusData();
    if( verify.verifyDone() && verify.socket() == 0 && asked.status == HobaTypes::verifyRequested ) {
-      status_->verifyStatusDataIs( { asked.cookie, verify.verifyResult() } );
+      status_->verifyStatusDataIs( { asked.cookie, verify.verifyFailures()
+                                                         ? HobaTypes::verifyFailed
+                                                         : verify.verifyResult() } );
    }
 }
 

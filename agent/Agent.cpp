@@ -3,7 +3,9 @@
 
 #include "Glim/Loop.h"
 #include "agent/DatabaseCommands.h"
+#include "agent/EndedBySignal.h"
 #include "agent/TraceCommands.h"
+#include "agent/VersionCommand.h"
 #include "agent/common/File.h"
 #include "agent/common/Json.h"
 
@@ -31,7 +33,7 @@ inFile( std::string const & file, Use use ) {
 } // namespace
 
 Agent::Agent( AgentOptions const & options ) : recorder_( recordedEvents ) {
-   // Before there is a socket to leave behind: a signal during the start waits for run().
+   // Before there is a socket to leave behind.
    loop_.stopOn( { SIGINT, SIGTERM } );
    // Next, so that a second agent does not get as far as the hardware.
    server_ = std::make_unique< Server >( loop_, commands_, options.socket );
@@ -39,9 +41,15 @@ Agent::Agent( AgentOptions const & options ) : recorder_( recordedEvents ) {
    loop_.fdIs( tables.fd(), EPOLLIN, [ &tables ]( std::uint32_t ) { tables.run(); } );
    addDatabaseCommands( commands_, database_, loop_ );
    addTraceCommands( commands_, recorder_ );
+   addVersionCommand( commands_, loop_ );
    features_ = std::make_unique< Features >(
          database_, commands_, [ this ]( Kiv::String const & reason ) { restart( reason ); } );
-   configure( options );
+   {
+      // Reading what an operator hands in may take long, and so far nobody outside depends on us.
+      EndedBySignal const ended( { SIGINT, SIGTERM }, options.socket );
+      configure( options );
+   }
+   // A signal from here on waits for run().
    features_->start();
 }
 

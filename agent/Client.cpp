@@ -14,10 +14,35 @@ namespace HobaAgent {
 
 using Kiv::Datum;
 
-Client::Client( EventLoop & loop, Commands const & commands, ServerLimits const & limits, Fd fd,
-                Gone gone )
-      : loop_( loop ), commands_( commands ), limits_( limits ), fd_( std::move( fd ) ),
-        gone_( std::move( gone ) ), events_( EPOLLIN ) {
+namespace {
+
+// The memory of a long line that is gone goes with it.
+void
+giveBack( std::string & text ) {
+   constexpr std::size_t kept = 64 * 1024;
+   if( text.capacity() > 2 * text.size() + kept ) {
+      text.shrink_to_fit();
+   }
+}
+
+std::string
+errorLine( Datum const & id, std::string_view message ) {
+   Datum error( Datum::Object{} );
+   error.add( "message", message );
+   Datum answer( Datum::Object{} );
+   answer.add( "id", id );
+   answer.add( "ok", false );
+   answer.add( "error", std::move( error ) );
+   return jsonText( answer );
+}
+
+} // namespace
+
+Client::Client( EventLoop & loop, Commands const & commands, ServerLimits const & limits,
+                Traffic & traffic, Fd fd, Gone gone )
+      : loop_( loop ), commands_( commands ), limits_( limits ), traffic_( traffic ),
+        fd_( std::move( fd ) ), gone_( std::move( gone ) ), lastMove_( ++traffic.moves ),
+        events_( EPOLLIN ) {
    loop_.fdIs( fd_.get(), events_, [ this ]( std::uint32_t events ) { onReady( events ); } );
 }
 
@@ -31,7 +56,7 @@ Client::onReady( std::uint32_t events ) {
    if( events & ( EPOLLIN | EPOLLHUP | EPOLLERR ) ) {
       receive();
    }
-   if( !dropped_ && ( events & EPOLLOUT ) ) {
+   if( state_ != State::gone && ( events & EPOLLOUT ) ) {
       flush();
    }
 }
@@ -47,8 +72,16 @@ Client::receive() {
       }
       return;
    }
+   if( !serving() ) {
+      if( count == 0 ) {
+         drop();
+      }
+      return;
+   }
    if( count == 0 ) {
       ended_ = true;
+   } else {
+      lastMove_ = ++traffic_.moves;
    }
    input_.append( piece.data(), static_cast< std::size_t >( count ) );
    takeLines();
@@ -58,7 +91,7 @@ Client::receive() {
 void
 Client::takeLines() {
    std::size_t begin = 0;
-   while( !dropped_ && !paused() ) {
+   while( serving() && !paused() ) {
       auto end = input_.find( '\n', begin );
       if( end == std::string::npos ) {
          break;
@@ -72,7 +105,7 @@ Client::takeLines() {
       }
    }
    input_.erase( 0, begin );
-   if( paused() || dropped_ ) {
+   if( paused() || !serving() ) {
       return;
    }
    if( !skipping_ && input_.size() > limits_.line ) {
@@ -82,6 +115,7 @@ Client::takeLines() {
    if( skipping_ ) {
       input_.clear();
    }
+   giveBack( input_ );
    if( ended_ ) {
       if( !input_.empty() ) {
          answerError( {}, "the connection ended in the middle of a line" );
@@ -127,18 +161,12 @@ Client::takeLine( std::string_view line ) {
 
 void
 Client::answerError( Datum const & id, std::string_view message ) {
-   Datum error( Datum::Object{} );
-   error.add( "message", message );
-   Datum answer( Datum::Object{} );
-   answer.add( "id", id );
-   answer.add( "ok", false );
-   answer.add( "error", std::move( error ) );
-   sendLine( jsonText( answer ) );
+   sendLine( errorLine( id, message ) );
 }
 
 void
 Client::sendEvent( Datum const & id, Datum event ) {
-   if( dropped_ ) {
+   if( !serving() ) {
       return;
    }
    Datum line( Datum::Object{} );
@@ -149,21 +177,34 @@ Client::sendEvent( Datum const & id, Datum event ) {
 
 void
 Client::sendLine( std::string line ) {
-   if( dropped_ ) {
+   if( !serving() ) {
       return;
    }
    if( pending() + line.size() > limits_.queued ) {
-      drop();
+      dismiss( "the agent ends this connection: " + std::to_string( pending() ) +
+               " bytes wait to be read, as many as one client may have" );
       return;
    }
    output_ += line;
    output_ += '\n';
    flushLater();
+   count();
+}
+
+// Lets the others know what waits here. It may be too much, and this client may have most of it.
+void
+Client::count() {
+   bool const grown = output_.size() > counted_;
+   traffic_.waiting += output_.size() - counted_;
+   counted_ = output_.size();
+   if( grown && traffic_.grown ) {
+      traffic_.grown();
+   }
 }
 
 void
 Client::flushLater() {
-   if( !flushing_ && !dropped_ ) {
+   if( !flushing_ && state_ != State::gone ) {
       flushing_ = true;
       loop_.later( [ self = self_ ] {
          if( *self ) {
@@ -177,7 +218,7 @@ Client::flushLater() {
 void
 Client::flush() {
    bool wasPaused = paused();
-   while( !dropped_ && pending() ) {
+   while( state_ != State::gone && pending() ) {
       auto count =
             send( fd_.get(), output_.data() + sent_, pending(), MSG_DONTWAIT | MSG_NOSIGNAL );
       if( count < 0 ) {
@@ -187,16 +228,20 @@ Client::flush() {
          break;
       }
       sent_ += static_cast< std::size_t >( count );
+      inLine_ = output_[ sent_ - 1 ] != '\n';
+      lastMove_ = ++traffic_.moves;
    }
    // What is gone makes room at once, or when it has become the greater part.
    if( sent_ * 2 >= output_.size() ) {
       output_.erase( 0, sent_ );
       sent_ = 0;
+      giveBack( output_ );
+      count();
    }
-   if( wasPaused && !dropped_ && !paused() ) {
+   if( wasPaused && serving() && !paused() ) {
       takeLines();
    }
-   if( ended_ && !pending() && input_.empty() ) {
+   if( !pending() && ( state_ == State::leaving || ( ended_ && input_.empty() ) ) ) {
       drop();
    }
    updateEvents();
@@ -204,11 +249,11 @@ Client::flush() {
 
 void
 Client::updateEvents() {
-   if( dropped_ ) {
+   if( state_ == State::gone ) {
       return;
    }
    std::uint32_t wanted = 0;
-   if( !ended_ && !paused() ) {
+   if( serving() && !ended_ && !paused() ) {
       wanted |= EPOLLIN;
    }
    if( pending() ) {
@@ -220,18 +265,45 @@ Client::updateEvents() {
    }
 }
 
-// Hears and sends nothing more; the rest waits until whoever called us is done.
 void
-Client::drop() {
-   if( std::exchange( dropped_, true ) ) {
-      return;
-   }
-   loop_.fdDel( fd_.get() );
-   fd_.reset();
+Client::endWatches() {
    auto work = std::exchange( atEnd_, {} );
    for( auto const & each : work ) {
       each();
    }
+}
+
+// The input stays: this may be in the middle of a line of it.
+void
+Client::dismiss( std::string_view reason ) {
+   if( !serving() ) {
+      return;
+   }
+   state_ = State::leaving;
+   endWatches();
+   auto const rest = inLine_ ? output_.find( '\n', sent_ ) + 1 - sent_ : 0;
+   if( rest > limits_.farewell ) {
+      drop();
+      return;
+   }
+   output_ = output_.substr( sent_, rest ) + errorLine( {}, reason ) + '\n';
+   sent_ = 0;
+   count();
+   flushLater();
+}
+
+// Hears and sends nothing more; the rest waits until whoever called us is done.
+void
+Client::drop() {
+   if( std::exchange( state_, State::gone ) == State::gone ) {
+      return;
+   }
+   loop_.fdDel( fd_.get() );
+   fd_.reset();
+   output_ = {};
+   sent_ = 0;
+   count();
+   endWatches();
    if( *self_ ) {
       loop_.later( [ self = self_ ] {
          if( *self ) {

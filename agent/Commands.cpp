@@ -191,15 +191,22 @@ Commands::add( Command command ) {
    }
 }
 
-// The command with the longest name that the words begin with; takes its words away.
-Command const &
-Commands::find( std::vector< String > & words ) const {
+Command const *
+Commands::longest( std::vector< String > & words ) const {
    for( auto length = words.size(); length != 0; --length ) {
       auto found = commands_.find( joined( words, 0, length ) );
       if( found != commands_.end() ) {
          words.erase( words.begin(), words.begin() + static_cast< std::ptrdiff_t >( length ) );
-         return found->second;
+         return &found->second;
       }
+   }
+   return nullptr;
+}
+
+Command const &
+Commands::find( std::vector< String > & words ) const {
+   if( auto const * command = longest( words ) ) {
+      return *command;
    }
    if( auto next = nextWords( words ); !next.empty() && !words.empty() ) {
       throw Kiv::ParseError( "command \"" + joined( words, 0, words.size() ) +
@@ -209,11 +216,29 @@ Commands::find( std::vector< String > & words ) const {
       auto begin = std::vector< String >( words.begin(),
                                           words.begin() + static_cast< std::ptrdiff_t >( known ) );
       if( auto next = nextWords( begin ); !next.empty() ) {
+         auto const whole = meant( words, known );
          throw Kiv::ParseError( "unknown command \"" + joined( words, 0, known + 1 ) + "\"; " +
-                                Tessera::suggestion( words[ known ], next ) );
+                                ( whole.empty() ? Tessera::suggestion( words[ known ], next )
+                                                : "did you mean \"" + whole + "\"?" ) );
       }
    }
    throw Kiv::ParseError( "a request needs a command" );
+}
+
+String
+Commands::meant( std::vector< String > const & words, std::size_t wrong ) const {
+   auto mended = std::vector< String >( words.begin(),
+                                        words.begin() + static_cast< std::ptrdiff_t >( wrong ) );
+   for( auto i = wrong; i != words.size(); ++i ) {
+      auto const next = nextWords( mended );
+      bool const known = std::find( next.begin(), next.end(), words[ i ] ) != next.end();
+      auto const * word = known ? &words[ i ] : Tessera::nearest( words[ i ], next );
+      if( !word ) {
+         return i == wrong ? String() : joined( mended, 0, mended.size() );
+      }
+      mended.push_back( *word );
+   }
+   return joined( mended, 0, mended.size() );
 }
 
 std::vector< String >
@@ -233,6 +258,54 @@ Commands::nextWords( std::vector< String > const & words ) const {
    return next;
 }
 
+void
+Commands::valuesAre( String const & argument, Values values ) {
+   values_[ argument ] = std::move( values );
+}
+
+std::vector< String >
+Commands::valuesOf( String const & argument ) const {
+   auto const found = values_.find( argument );
+   return found == values_.end() ? std::vector< String >() : found->second();
+}
+
+std::vector< String >
+Commands::candidates( std::vector< String > const & words, std::string_view half ) const {
+   auto all = nextWords( words );
+   auto rest = words;
+   if( auto const * command = longest( rest ) ) {
+      Datum given( Datum::Object{} );
+      std::vector< Argument const * > left;
+      try {
+         addWords( *command, rest, given );
+      } catch( Kiv::ParseError const & ) {
+         return {};
+      }
+      for( auto const & argument : command->arguments ) {
+         if( !given.find( argument.name ) ) {
+            left.push_back( &argument );
+         }
+      }
+      auto const equals = half.find( '=' );
+      for( auto const * argument : left ) {
+         bool const byName =
+               equals != std::string_view::npos && half.substr( 0, equals ) == argument->name;
+         // Of several that may be left out, which one it is must be said first.
+         bool const inOrder =
+               argument == left.front() && ( argument->required || left.size() == 1 );
+         if( byName || inOrder ) {
+            for( auto const & value : valuesOf( argument->name ) ) {
+               all.push_back( byName ? argument->name + '=' + value : value );
+            }
+         } else if( !argument->required && equals == std::string_view::npos ) {
+            all.push_back( argument->name + '=' );
+         }
+      }
+   }
+   std::erase_if( all, [ & ]( String const & word ) { return !word.starts_with( half ); } );
+   return all;
+}
+
 Datum
 Commands::run( Datum const & request, Client * client ) const {
    auto words = wordsOf( request );
@@ -245,7 +318,8 @@ Commands::run( Datum const & request, Client * client ) const {
       return command.handler( parsed );
    }
    Kiv::DispatchRecorder::Scope recorded( Kiv::DispatchRecorder::Kind::input, [ & ] {
-      return command.name + " " + Kiv::datumText( arguments ).substr( 0, 500 );
+      return Kiv::DispatchRecorder::Text( command.name,
+                                          " " + Kiv::datumText( arguments ).substr( 0, 500 ) );
    } );
    return command.handler( parsed );
 }
@@ -275,6 +349,26 @@ Commands::help( Request const & request ) const {
 TableAnswer::TableAnswer( std::vector< String > const & columns )
       : columns_( columns.begin(), columns.end() ) {}
 
+String
+counted( std::size_t count, std::string_view what ) {
+   return std::to_string( count ) + ' ' + String( what ) + ( count == 1 ? "" : "s" );
+}
+
+void
+TableAnswer::count( String const & what, String const & more ) {
+   note( counted( rows_.size(), what ) + more );
+}
+
+void
+TableAnswer::words( String const & column, String const & value, String const & text ) {
+   words_[ column ][ value ] = text;
+}
+
+void
+TableAnswer::member( String const & name, Datum value ) {
+   members_.emplace_back( name, std::move( value ) );
+}
+
 Datum
 TableAnswer::take() {
    Datum table( Datum::Object{} );
@@ -282,6 +376,16 @@ TableAnswer::take() {
    table.add( "rows", std::move( rows_ ) );
    if( !notes_.empty() ) {
       table.add( "notes", std::move( notes_ ) );
+   }
+   if( !words_.empty() ) {
+      Datum columns( Datum::Object{} );
+      for( auto const & [ column, words ] : words_ ) {
+         columns.add( column, Datum::Object( words.begin(), words.end() ) );
+      }
+      table.add( "words", std::move( columns ) );
+   }
+   for( auto & [ name, value ] : members_ ) {
+      table.add( name, std::move( value ) );
    }
    return table;
 }

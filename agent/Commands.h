@@ -18,7 +18,10 @@
 // "directory" says where whoever asks is, for the names of files.
 //
 // A handler answers data or throws Kiv::Exception, whose text goes to whoever asked. Answers in form
-// of a table, {"columns":[...], "rows":[[...], ...], "notes":[...]}, are shown as one.
+// of a table, {"columns":[...], "rows":[[...], ...], "notes":[...]}, are shown as one. Cells are for
+// programs: enumerators have their names there, and "words" has what people read in their place,
+//
+//    "words":{"Type":{"learnedDynamicMac":"learned dynamic"}}
 
 #include "Kiv/Datum.h"
 
@@ -34,7 +37,7 @@ struct Argument {
    Kiv::String name;
    Kiv::String help;
    bool required = false;
-   bool rest = false; // the last one: takes all words that are left, separated by spaces
+   bool rest = false;   // the last one: takes all words that are left, separated by spaces
    bool isFile = false; // a path: what is not absolute begins in the request's "directory"
 };
 
@@ -96,17 +99,37 @@ class Commands {
    // The words that may follow `words` in the name of a command.
    std::vector< Kiv::String > nextWords( std::vector< Kiv::String > const & words ) const;
 
+   // For the shell: what arguments of that name may be, of whichever command.
+   using Values = std::function< std::vector< Kiv::String >() >;
+   void valuesAre( Kiv::String const & argument, Values values );
+   // What the word that begins with `half` may become behind `words`: a further word of a command's
+   // name, a value of the next argument, or NAME= and, behind it, a value.
+   std::vector< Kiv::String > candidates( std::vector< Kiv::String > const & words,
+                                          std::string_view half ) const;
+
    std::map< Kiv::String, Command > const & all() const { return commands_; }
 
  private:
+   // The command with the longest name that the words begin with, null if there is none; takes its
+   // words away.
+   Command const * longest( std::vector< Kiv::String > & words ) const;
+   // The same; throws Kiv::ParseError if there is none.
    Command const & find( std::vector< Kiv::String > & words ) const;
+   // The words with slips mended, as far as they name commands: the first that is wrong stands at
+   // `wrong`. Empty if it is like nothing.
+   Kiv::String meant( std::vector< Kiv::String > const & words, std::size_t wrong ) const;
+   std::vector< Kiv::String > valuesOf( Kiv::String const & argument ) const;
    Kiv::Datum help( Request const & request ) const;
 
    std::map< Kiv::String, Command > commands_;
+   std::map< Kiv::String, Values > values_;
 };
 
 // The words of a text, which spaces separate.
 std::vector< Kiv::String > wordsIn( std::string_view text );
+
+// "1 port", "2 ports".
+Kiv::String counted( std::size_t count, std::string_view what );
 
 // A table as commands answer it.
 class TableAnswer {
@@ -114,12 +137,20 @@ class TableAnswer {
    explicit TableAnswer( std::vector< Kiv::String > const & columns );
    void row( Kiv::Datum::Array cells ) { rows_.emplace_back( std::move( cells ) ); }
    void note( Kiv::String text ) { notes_.emplace_back( std::move( text ) ); }
+   // A note "1 port", "2 ports, 1 up": how many rows there are, of what.
+   void count( Kiv::String const & what, Kiv::String const & more = {} );
+   // People read `text` where a cell of the column is `value`.
+   void words( Kiv::String const & column, Kiv::String const & value, Kiv::String const & text );
+   // For programs: a member of the answer beside the table.
+   void member( Kiv::String const & name, Kiv::Datum value );
    Kiv::Datum take();
 
  private:
    Kiv::Datum::Array columns_;
    Kiv::Datum::Array rows_;
    Kiv::Datum::Array notes_;
+   std::map< Kiv::String, std::map< Kiv::String, Kiv::String > > words_;
+   Kiv::Datum::Object members_;
 };
 
 } // namespace HobaAgent

@@ -74,7 +74,9 @@ watch( Tessera::Database & database, EventLoop & loop, Request const & request )
       }
       client->sendEvent( id, std::move( event ) );
    };
-   auto id = database.watch( request.text( "path" ), tell );
+   auto const path = request.text( "path" );
+   database.requirePossible( path );
+   auto id = database.watch( path, tell );
    client->atEnd( [ &database, id ] { database.unwatch( id ); } );
    Datum answer( Datum::Object{} );
    answer.add( "watch", id );
@@ -115,7 +117,8 @@ addDatabaseCommands( Commands & commands, Tessera::Database & database, EventLoo
          { .name = "get",
            .help = "everything at and below a path of the state database",
            .arguments = { pathArgument( "where; / is everything" ),
-                          { "scope", "everything, or configuration: what can be applied again" } },
+                          { "scope",
+                            "everything, or configuration: what an operator saves and applies" } },
            .handler = [ & ]( Request const & request ) { return get( database, request ); } } );
    commands.add(
          { .name = "set",
@@ -156,10 +159,12 @@ addDatabaseCommands( Commands & commands, Tessera::Database & database, EventLoo
                       return Datum( Datum::Array( paths.begin(), paths.end() ) );
                    } } );
    commands.add( { .name = "complete command",
-                   .help = "the words that may follow in the name of a command",
-                   .arguments = { { "name", "its first words", false, true } },
+                   .help = "the words that may follow in a command, its arguments too",
+                   .arguments = { { "half", "the beginning of the word" },
+                                  { "name", "its first words", false, true } },
                    .handler = [ & ]( Request const & request ) {
-                      auto next = commands.nextWords( wordsIn( request.text( "name" ) ) );
+                      auto next = commands.candidates( wordsIn( request.text( "name" ) ),
+                                                       request.text( "half" ) );
                       return Datum( Datum::Array( next.begin(), next.end() ) );
                    } } );
    commands.add( { .name = "watch",

@@ -28,7 +28,8 @@ class Features {
    Features & operator=( Features const & ) = delete;
 
    // Adds what can be taken over from a file of the config_db.json shape. Returns what the operator
-   // should know of the rest, a line each. Throws Kiv::ParseError if it is no such file at all.
+   // should know of the rest, in few lines: `show import` has every row. Throws Kiv::ParseError if
+   // it is no such file, or has nothing that is known here.
    std::vector< Kiv::String > importConfigDb( Kiv::Datum const & file );
 
    // The configuration is complete: the machines begin.

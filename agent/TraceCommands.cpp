@@ -4,6 +4,7 @@
 #include "Kiv/Type.h"
 #include "Zipline/Control.h"
 #include "Zipline/Reader.h"
+#include "agent/Timeline.h"
 
 #include <limits>
 
@@ -97,85 +98,11 @@ types() {
    for( auto const * type : Kiv::Type::all() ) {
       table.row( { type->name(), type->live(), type->made() } );
    }
+   table.count( "type" );
    return table.take();
-}
-
-std::string_view
-kindName( Kiv::DispatchRecorder::Kind kind ) {
-   constexpr std::string_view names[] = { "write", "handler", "hook", "timeout", "input" };
-   return names[ static_cast< std::size_t >( kind ) ];
-}
-
-double
-microseconds( Kiv::Seconds seconds ) {
-   // To the nanosecond: the rest is noise of the subtraction.
-   return static_cast< double >( static_cast< std::int64_t >( seconds * 1e9 + 0.5 ) ) / 1000;
 }
 
 } // namespace
-
-Datum
-causalTree( Kiv::DispatchRecorder const & recorder, std::size_t count ) {
-   auto const & events = recorder.events();
-   std::vector< std::size_t > depths( events.size() );
-   std::vector< std::size_t > roots;
-   for( std::size_t i = 0; i != events.size(); ++i ) {
-      auto parent = events[ i ].parent;
-      if( parent && parent >= events.front().id ) {
-         depths[ i ] = depths[ parent - events.front().id ] + 1;
-      } else {
-         roots.push_back( i );
-      }
-   }
-   TableAnswer table( { "AT us", "TOOK us", "KIND", "EVENT" } );
-   auto begin = roots.empty()           ? events.size()
-                : roots.size() <= count ? roots.front()
-                                        : roots[ roots.size() - count ];
-   Kiv::Seconds origin = 0;
-   for( auto i = begin; i < events.size(); ++i ) {
-      auto const & event = events[ i ];
-      origin = depths[ i ] ? origin : event.begin;
-      table.row( { microseconds( event.begin - origin ),
-                   event.end > 0 ? Datum( microseconds( event.end - event.begin ) ) : Datum(),
-                   kindName( event.kind ), String( 2 * depths[ i ], ' ' ) + event.text } );
-   }
-   if( !recorder.active() ) {
-      table.note( "recording is off; turn it on with: hobactl trace --tree on" );
-   }
-   if( recorder.dropped() ) {
-      table.note( std::to_string( recorder.dropped() ) + " older events made room" );
-   }
-   return table.take();
-}
-
-Datum
-traceEvents( Kiv::DispatchRecorder const & recorder ) {
-   Datum::Array events;
-   auto event = [ & ]( std::string_view name, std::string_view category, char const * phase,
-                       Kiv::Seconds time ) {
-      Datum datum( Datum::Object{} );
-      datum.add( "name", name );
-      datum.add( "cat", category );
-      datum.add( "ph", phase );
-      datum.add( "ts", microseconds( time ) );
-      datum.add( "pid", 1 );
-      datum.add( "tid", 1 );
-      return datum;
-   };
-   for( auto const & each : recorder.events() ) {
-      auto datum = event( each.text, kindName( each.kind ), "X", each.begin );
-      datum.add( "dur", each.end > 0 ? microseconds( each.end - each.begin ) : 0.0 );
-      Datum details( Datum::Object{} );
-      details.add( "id", each.id );
-      details.add( "cause", each.parent );
-      datum.add( "args", std::move( details ) );
-      events.push_back( std::move( datum ) );
-   }
-   Datum answer( Datum::Object{} );
-   answer.add( "displayTimeUnit", "ns" );
-   answer.add( "traceEvents", std::move( events ) );
-   return answer;
-}
 
 void
 addTraceCommands( Commands & commands, Kiv::DispatchRecorder & recorder ) {

@@ -14,12 +14,4 @@ inline constexpr std::size_t recordedEvents = 100'000;
 // `recorder` outlives the commands' last run.
 void addTraceCommands( Commands & commands, Kiv::DispatchRecorder & recorder );
 
-// The last `count` causes that came from nothing else (an input, a timer), each with all that
-// followed from it, as a table: when, how long in microseconds, what, indented by depth.
-Kiv::Datum causalTree( Kiv::DispatchRecorder const & recorder, std::size_t count );
-
-// What is recorded, in the JSON form of trace events that
-// trace viewers open: {"traceEvents":[...]}, times in microseconds.
-Kiv::Datum traceEvents( Kiv::DispatchRecorder const & recorder );
-
 } // namespace HobaAgent

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/Agent.h"
+#include "agent/common/Version.h"
 
 #include <CLI/CLI.hpp>
 
@@ -19,6 +20,12 @@ served( HobaAgent::AgentOptions const & options ) {
    return agent.restartWanted();
 }
 
+// Nobody means a file without a name: a variable of a script was empty.
+std::string
+isNamed( std::string const & file ) {
+   return file.empty() ? "the name of a file is expected, and this one is empty" : "";
+}
+
 } // namespace
 
 int
@@ -27,16 +34,21 @@ main( int argc, char ** argv ) {
    CLI::App app(
          "The forwarding agent: keeps the state database, runs the machines, programs the chip.",
          "hoba-agent" );
+   app.set_version_flag( "--version", "hoba-agent " + HobaAgent::versionText() );
    app.add_option( "--config", options.config, "Startup configuration, a JSON file" )
-         ->type_name( "FILE" );
+         ->type_name( "FILE" )
+         ->check( isNamed );
    app.add_option( "--config-db", options.configDb,
                    "Configuration to import, of the config_db.json shape; --config comes on top" )
-         ->type_name( "FILE" );
+         ->type_name( "FILE" )
+         ->check( isNamed );
    app.add_option( "--socket", options.socket, "Where hobactl finds this agent" )
          ->type_name( "PATH" )
+         ->check( isNamed )
          ->capture_default_str();
    app.add_option( "--sim", options.sim, "Description of the simulated chip, a JSON file" )
-         ->type_name( "FILE" );
+         ->type_name( "FILE" )
+         ->check( isNamed );
    try {
       app.parse( argc, argv );
    } catch( CLI::ParseError const & error ) {

@@ -32,7 +32,7 @@ namespace {
 struct Id {
    std::uint64_t word = 0;
 
-   std::size_t hash() const { return Kiv::hashMix( word ^ Kiv::hashSeed, 0xd6e8feb86659fd93ull ); }
+   std::size_t hash() const { return Kiv::hashWord( word ); }
    friend bool operator==( Id, Id ) = default;
    template< class H >
    friend H AbslHashValue( H state, Id id ) {

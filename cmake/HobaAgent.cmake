@@ -30,6 +30,8 @@ endfunction()
 file(GLOB hobaCommonSources CONFIGURE_DEPENDS "${hobaAgentDir}/common/*.cpp")
 hoba_agent_part(hoba-agent-common SOURCES ${hobaCommonSources}
   LINK Hoba::Platform nlohmann_json::nlohmann_json CLI11::CLI11 Threads::Threads)
+set_source_files_properties("${hobaAgentDir}/common/Version.cpp" PROPERTIES
+  COMPILE_DEFINITIONS "HOBA_VERSION=\"${PROJECT_VERSION}\"")
 
 file(GLOB_RECURSE hobaAgentSources CONFIGURE_DEPENDS "${hobaAgentDir}/*.cpp")
 list(FILTER hobaAgentSources EXCLUDE REGEX "/agent/(main\\.cpp|common/|hobactl/)")

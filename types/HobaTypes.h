@@ -37,6 +37,9 @@ class HobaPortStatusDir : public Kiv::Entity {
    explicit HobaPortStatusDir( Kiv::String const & dirName = {} ) : Entity( dirName ) {}
 };
 
+// Throws Kiv::ParseError: this can be no station (Bridging::MacVlanPair::isStation()).
+[[noreturn]] void stationFailed( Bridging::MacVlanPair host );
+
 // A station that the hardware learnt, or that another source claims to be behind `intf`.
 struct MacAddressTableEntry {
    KIV_VALUE( HobaTypes::MacAddressTableEntry );
@@ -49,6 +52,13 @@ struct MacAddressTableEntry {
    KIV_FIELD( Kiv::Seconds, learnTime, 0 );
    KIV_FIELD( bool, learnedInHardware, false );
    KIV_FIELD( bool, agedInHardware, false );
+
+   // What is written from outside is about a station.
+   void kivCheck() const {
+      if( !macEntry.isStation() ) {
+         stationFailed( macEntry );
+      }
+   }
 };
 
 class MacTable : public Kiv::Entity {

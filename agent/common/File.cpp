@@ -8,13 +8,24 @@
 #include <cerrno>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace HobaAgent {
 
 std::string
 readFile( std::string const & file, std::size_t maxBytes ) {
-   Fd fd( open( file.c_str(), O_RDONLY | O_CLOEXEC ) );
+   // Asked before it is opened: merely opening a device may do something, and a pipe that nobody
+   // writes to blocks whoever opens it. Should it become one meanwhile, O_NONBLOCK helps.
+   struct stat status {};
+   if( stat( file.c_str(), &status ) != 0 ) {
+      throw Kiv::Exception( systemError( file ) );
+   }
+   if( !S_ISREG( status.st_mode ) ) {
+      throw Kiv::Exception( file + ( S_ISDIR( status.st_mode ) ? ": is a directory, expected a file"
+                                                               : ": is not a regular file" ) );
+   }
+   Fd fd( open( file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC ) );
    if( !fd ) {
       throw Kiv::Exception( systemError( file ) );
    }

@@ -8,8 +8,8 @@
 
 namespace HobaAgent {
 
-// The content of a file. Throws Kiv::Exception, "<file>: <why>", if it cannot be read or is longer
-// than `maxBytes`.
+// The content of a regular file. Throws Kiv::Exception, "<file>: <why>", if it cannot be read, is
+// longer than `maxBytes`, or is something else: a directory, a pipe, a device. It never blocks.
 std::string readFile( std::string const & file, std::size_t maxBytes = 64 * 1024 * 1024 );
 
 // Replaces the content of a file. Throws Kiv::Exception, "<file>: <why>".

@@ -6,7 +6,6 @@
 #include "chips/sim/SimEvents.h"
 
 #include <algorithm>
-#include <cctype>
 
 // What the chip reported and what became of it, and a chip that reports on command.
 
@@ -17,18 +16,6 @@ using Kiv::Datum;
 using Kiv::String;
 
 namespace {
-
-// "mac address learned" of eventTypeMacAddressLearned: what is common to all says nothing.
-String
-spelled( String const & name, std::string_view prefix ) {
-   String text;
-   for( char const c : name.substr( name.starts_with( prefix ) ? prefix.size() : 0 ) ) {
-      auto const lower = static_cast< char >( std::tolower( static_cast< unsigned char >( c ) ) );
-      text += ( lower != c && !text.empty() ? " " : "" );
-      text += lower;
-   }
-   return text;
-}
 
 String
 reasonText( Hoba::EventDropReason reason ) {
@@ -48,7 +35,9 @@ reasonText( Hoba::EventDropReason reason ) {
    case Hoba::agedLearnOnDeletedLag:
       return "aged instead: learnt on a deleted LAG";
    case Hoba::agedPortCollectionDeleted:
-      return "aged instead: learnt on a LAG without a port collection";
+      return "aged instead: learnt on a LAG without active members";
+   case Hoba::dropOvertaken:
+      return "dropped: newer news of the station came ahead";
    }
    return "dropped";
 }
@@ -111,10 +100,10 @@ eventLink( Switch & sw, Request const & request ) {
    if( fault != "none" && fault != "local" && fault != "remote" ) {
       Kiv::parseFailed( fault, "none, local or remote" );
    }
-   HobaSim::linkEvent( port, state,
-                       fault == "none"    ? HobaTypes::faultNone
-                       : fault == "local" ? HobaTypes::faultLocal
-                                          : HobaTypes::faultRemote );
+   sw.chip->events()->linkEvent( port, state,
+                                 fault == "none"    ? HobaTypes::faultNone
+                                 : fault == "local" ? HobaTypes::faultLocal
+                                                    : HobaTypes::faultRemote );
    return {};
 }
 
@@ -144,7 +133,7 @@ eventAutoneg( Switch & sw, Request const & request ) {
    }
    Interface::AutonegAdvertisement advert;
    advert.speeds = Kiv::inPlace( "speeds", [ & ] { return speedsOf( request.text( "speeds" ) ); } );
-   HobaSim::autonegEvent(
+   sw.chip->events()->autonegEvent(
          port, result == "success" ? Interface::autonegSuccess : Interface::autonegFailed, advert );
    return {};
 }
@@ -157,8 +146,11 @@ hostOf( Request const & request ) {
 Datum
 eventLearn( Switch & sw, Request const & request ) {
    auto const host = hostOf( request );
-   switch( sw.chip->mac()->learn( request.value< Pelt::IntfId >( "port" ), host.addr(),
-                                  Bridging::VlanId( host.vlanId().value() ) ) ) {
+   auto const intf = request.value< Pelt::IntfId >( "port" );
+   if( HobaSim::portTypeOf( intf ); !sw.hasIntf( intf ) ) {
+      throw Kiv::ParseError( Kiv::toText( intf ) + " is not an interface of this switch" );
+   }
+   switch( sw.chip->mac()->learn( intf, host.addr(), Bridging::VlanId( host.vlanId().value() ) ) ) {
    case HobaSim::learnNew:
       return "learnt";
    case HobaSim::learnMove:
@@ -201,10 +193,10 @@ kindOf( Request const & request ) {
 }
 
 Datum
-eventStation( Switch &, Request const & request ) {
-   HobaSim::stationEvent( kindOf( request ), hostOf( request ),
-                          request.value< Pelt::IntfId >( "port" ),
-                          request.value< std::uint32_t >( "tunnel" ) );
+eventStation( Switch & sw, Request const & request ) {
+   sw.chip->events()->stationEvent( kindOf( request ), hostOf( request ),
+                                    request.value< Pelt::IntfId >( "port" ),
+                                    request.value< std::uint32_t >( "tunnel" ) );
    return {};
 }
 
@@ -232,7 +224,7 @@ eventFlood( Switch & sw, Request const & request ) {
       Kiv::parseFailed( request.text( "count" ), "from 1 to " + std::to_string( most ) );
    }
    for( auto left = count; left-- > 0; ) {
-      HobaSim::linkEvent( port, left % 2 ? Interface::linkDown : Interface::linkUp );
+      sw.chip->events()->linkEvent( port, left % 2 ? Interface::linkDown : Interface::linkUp );
    }
    return Kiv::toText( sw.eventQueue->event().size() ) + " events are waiting";
 }

@@ -6,12 +6,15 @@
 #include "agent/Commands.h"
 #include "agent/features/Switch.h"
 
+#include <algorithm>
+#include <vector>
+
 namespace HobaAgent {
 
 // `notes` tells what the import of a configuration had to say of storm control.
 void addStormControlCommands( Commands & commands, Switch & sw,
                               std::function< std::vector< Kiv::String >() > notes );
-// show interfaces, show lag
+// show interfaces, show lag, show vlan; and what the shell may offer for arguments that are interfaces
 void addInterfaceCommands( Commands & commands, Switch & sw );
 // sim link, speed, lag, drop, forget
 void addSimCommands( Commands & commands, Switch & sw );
@@ -39,5 +42,24 @@ void addInput( Commands & commands, Switch & sw, char const * name, char const *
 
 // "10 Gb/s"; "unknown" for 0.
 Kiv::String speedText( std::uint64_t kbps );
+// An enumerator as words: "mac address learned" of eventTypeMacAddressLearned, without the prefix
+// eventType that is common to all and says nothing.
+Kiv::String spelled( Kiv::String const & enumerator, std::string_view prefix = {} );
+
+// The keys of a collection in their own order: interfaces by number.
+template< class Collection >
+auto
+sortedKeys( Collection const & collection ) {
+   auto const keyOf = []( auto const & member ) {
+      auto const & [ key, value ] = member;
+      return key;
+   };
+   std::vector< decltype( keyOf( *collection.begin() ) ) > keys;
+   for( auto const & member : collection ) {
+      keys.push_back( keyOf( member ) );
+   }
+   std::sort( keys.begin(), keys.end() );
+   return keys;
+}
 
 } // namespace HobaAgent

@@ -28,6 +28,7 @@ emitted( std::size_t last ) {
                          Kiv::ClockDriver::ambient().wallTime( entry.time ) ),
                    severityText( entry.message->severity ), entry.message->name, entry.text } );
    }
+   table.count( "message", skipped ? ", the last of " + std::to_string( entries.size() ) : "" );
    return table.take();
 }
 

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "Hoba/HobaHelper.h"
 #include "Kiv/ClockDriver.h"
 #include "agent/features/FeatureCommands.h"
-#include "chips/sim/SimEvents.h"
 
 #include <algorithm>
 #include <cstdio>
+#include <optional>
 
 // Stations: what the hardware learnt, which of them never age, and captures to learn from.
 
@@ -29,32 +30,68 @@ sorted( Entries const & entries ) {
    return all;
 }
 
-String
-stations( std::size_t count ) {
-   return std::to_string( count ) + ( count == 1 ? " station" : " stations" );
+// People read "learned dynamic" where programs read learnedDynamicMac.
+Datum
+typeCell( TableAnswer & table, Bridging::EntryType type ) {
+   auto const name = Kiv::toText( type );
+   auto words = spelled( name, "entryType" );
+   if( words.ends_with( " mac" ) ) {
+      words.erase( words.size() - 4 );
+   }
+   table.words( "Type", name, words );
+   return name;
 }
+
+// What `show mac` is asked for.
+struct Wanted {
+   explicit Wanted( Switch const & sw, Request const & request )
+         : vlan( request.value< Bridging::VlanIdOrNone >( "vlan" ) ),
+           intf( request.value< Pelt::IntfId >( "port" ) ),
+           addr( request.has( "mac" ) ? std::optional( request.value< Pelt::EthAddr >( "mac" ) )
+                                      : std::nullopt ),
+           lag( intf ? sw.context->portToLag( intf ) : Pelt::IntfId() ) {
+      bool const isMissing =
+            Pelt::EthIntfId::isEthIntfId( intf )
+                  ? !sw.feederConfig->portHas( Pelt::EthIntfId( intf ) )
+                  : Hoba::isPortChannel( intf ) &&
+                          !sw.feederConfig->lagHas( Pelt::PortChannelIntfId( intf ) );
+      if( isMissing ) {
+         throw Kiv::ParseError( Kiv::toText( intf ) + " is not a port or LAG of this switch" );
+      }
+   }
+   bool operator()( Entry const & entry ) const {
+      return ( !vlan.value() || entry.macEntry.vlanId() == vlan ) &&
+             ( !intf || entry.intf == intf || ( lag && entry.intf == lag ) ) &&
+             ( !addr || entry.macEntry.addr() == *addr );
+   }
+
+   Bridging::VlanIdOrNone const vlan;
+   Pelt::IntfId const intf;
+   std::optional< Pelt::EthAddr > const addr;
+   Pelt::IntfId const lag; // stations behind an active member are behind its LAG
+};
 
 Datum
 showMac( Switch const & sw, Request const & request ) {
-   auto const onlyVlan = request.value< Bridging::VlanIdOrNone >( "vlan" );
-   auto const onlyIntf = request.value< Pelt::IntfId >( "port" );
+   Wanted const wanted( sw, request );
    TableAnswer table( { "MAC address", "VLAN", "Interface", "Type", "Tunnel", "Learnt" } );
-   std::size_t count = 0;
    for( auto const * entry : sorted( sw.macTable->macEntry() ) ) {
-      if( ( onlyVlan.value() && entry->macEntry.vlanId() != onlyVlan ) ||
-          ( onlyIntf && entry->intf != onlyIntf ) ) {
+      if( !wanted( *entry ) ) {
          continue;
       }
       char age[ 32 ];
       std::snprintf( age, sizeof age, "%.0f s ago",
                      Kiv::ClockDriver::ambient().now() - entry->learnTime );
-      ++count;
       table.row( { Kiv::toText( entry->macEntry.addr() ), entry->macEntry.vlanId().value(),
-                   Kiv::toText( entry->intf ), Kiv::toText( entry->entryType ),
-                   entry->tunnelId ? Datum( entry->tunnelId ) : Datum( "-" ), age } );
+                   Kiv::toText( entry->intf ), typeCell( table, entry->entryType ),
+                   entry->tunnelId ? Datum( entry->tunnelId ) : Datum(), age } );
    }
    auto const & chip = *sw.chip->mac();
-   table.note( stations( count ) );
+   table.count( "station" );
+   if( wanted.lag ) {
+      table.note( Kiv::toText( wanted.intf ) + " is an active member of " +
+                  Kiv::toText( wanted.lag ) );
+   }
    if( auto const refused = chip.groupSourceRefused() + chip.zeroSourceRefused() +
                             chip.badVlanRefused() + chip.runts() + chip.tableFull() ) {
       table.note(
@@ -86,16 +123,22 @@ showNonAging( Switch const & sw ) {
    for( auto const * entry : sorted( sw.nonAgingStatus->macEntries() ) ) {
       auto const host = entry->macEntry;
       table.row( { Kiv::toText( host.addr() ), host.vlanId().value(), Kiv::toText( entry->intf ),
-                   Kiv::toText( entry->entryType ), sm.macEntriesRef( host ),
+                   typeCell( table, entry->entryType ), sm.macEntriesRef( host ),
                    holders( sm, host ) } );
    }
    table.note( String( "non-aging is " ) +
                ( sw.nonAgingStatus->enabled() ? "enabled" : "disabled" ) + "; " +
-               stations( sw.nonAgingStatus->macEntries().size() ) );
+               counted( sw.nonAgingStatus->macEntries().size(), "station" ) );
+   for( auto const * entry : sorted( sw.nonAgingStatus->macEntries() ) ) {
+      if( entry->intf && !sw.hasIntf( entry->intf ) ) {
+         table.note( Kiv::toText( entry->macEntry ) + " is behind " + Kiv::toText( entry->intf ) +
+                     ", which is not an interface of this switch" );
+      }
+   }
    for( auto const & [ name, client ] : sm.configSm() ) {
       if( !client.entity->enable() ) {
          table.note( "client " + name + " is disabled and lists " +
-                     stations( client.entity->macEntries().size() ) );
+                     counted( client.entity->macEntries().size(), "station" ) );
       }
    }
    return table.take();
@@ -132,7 +175,8 @@ addMacCommands( Commands & commands, Switch & sw ) {
          { .name = "show mac",
            .help = "Stations that the hardware reported",
            .arguments = { { "vlan", "Only in this VLAN" },
-                          { "port", "Only behind this interface" } },
+                          { "port", "Only behind this interface, or behind the LAG it is in" },
+                          { "mac", "Only this station" } },
            .handler = [ &sw ]( Request const & request ) { return showMac( sw, request ); } } );
    commands.add( { .name = "show mac non-aging",
                    .help = "Stations that never age, and who asks for that",

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Hoba/HobaHelper.h"
 #include "agent/features/FeatureCommands.h"
-#include "chips/sim/SimEvents.h"
 
 // What happens to a switch from outside, for one that is simulated: cables, speeds, LAG membership,
 // traffic, and a chip that forgets what it was told.
@@ -53,7 +52,7 @@ simLink( Switch & sw, Request const & request ) {
    auto const port = portOf( sw, request );
    auto const state = linkStatusOf( request );
    // The chip reports what it sees of the cable.
-   HobaSim::linkEvent( portIdOf( sw, request ), state );
+   sw.chip->events()->linkEvent( portIdOf( sw, request ), state );
    port->linkUpIs( state == Interface::linkUp );
    return {};
 }
@@ -61,7 +60,7 @@ simLink( Switch & sw, Request const & request ) {
 Datum
 simSpeed( Switch & sw, Request const & request ) {
    auto const port = portOf( sw, request );
-   port->speedIs( request.value< std::uint32_t >( "mbps" ) );
+   port->speedIs( request.value< Interface::EthMbps >( "mbps" ) );
    return {};
 }
 

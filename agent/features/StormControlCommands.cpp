@@ -3,6 +3,7 @@
 #include "Hoba/HobaStormControlRate.h"
 #include "agent/features/FeatureCommands.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace HobaAgent {
@@ -98,6 +99,28 @@ chipText( Switch const & sw, Pelt::IntfId intf, LevelType levelType ) {
    return text.empty() ? "-" : text;
 }
 
+// What the level comes to, over all members of a LAG. Levels in packets a second come to none.
+Datum
+rateCell( Switch const & sw, Pelt::IntfId intf, LevelStatus const & level ) {
+   if( level.threshold.isDefault() || level.threshold.mode == meteringPps ) {
+      return "-";
+   }
+   if( level.threshold.mode == meteringPercent ) {
+      return level.rate;
+   }
+   // The status has no rate of these: each port has the whole level, whatever its speed.
+   std::uint64_t ports = 1;
+   if( Hoba::isPortChannel( intf ) ) {
+      auto const & members = sw.context->lagToPort( intf ).port;
+      ports = static_cast< std::uint64_t >(
+            std::count_if( members.begin(), members.end(), [ & ]( Pelt::IntfId port ) {
+               auto const status = sw.ethPhyIntfStatusDir->ethPhyIntfStatus( port );
+               return status && Interface::speedToKbps( status->speed() ) != 0;
+            } ) );
+   }
+   return level.threshold.rateKbps() * ports;
+}
+
 Datum
 show( Switch const & sw, Pelt::IntfId only, std::vector< String > const & notes ) {
    TableAnswer table( { "Interface", "Level", "Threshold", "Speed", "Rate (kbps)", "Chip", "Drops",
@@ -105,7 +128,8 @@ show( Switch const & sw, Pelt::IntfId only, std::vector< String > const & notes 
    if( only && !sw.stormControlConfig->intfConfigHas( only ) ) {
       table.note( Kiv::toText( only ) + " has no storm control configured" );
    }
-   for( auto const & [ intf, config ] : sw.stormControlConfig->intfConfig() ) {
+   for( auto const intf : sortedKeys( sw.stormControlConfig->intfConfig() ) ) {
+      auto const config = sw.stormControlConfig->intfConfig( intf );
       auto const status = sw.stormControlStatus->intfStatus( intf );
       if( ( only && intf != only ) || !status ) {
          continue;
@@ -120,10 +144,12 @@ show( Switch const & sw, Pelt::IntfId only, std::vector< String > const & notes 
          auto const & level = Hoba::levelStatus( *status, levelType );
          table.row( { Kiv::toText( intf ), String( Hoba::levelText( levelType ).substr( 1 ) ),
                       thresholdText( asked ), speedText( status->speed() ),
-                      level.threshold.isDefault() ? Datum( "-" ) : Datum( level.rate ),
-                      chipText( sw, intf, levelType ), drops[ levelType ],
-                      stateText( sw, intf, level.state ) } );
+                      rateCell( sw, intf, level ), chipText( sw, intf, levelType ),
+                      drops[ levelType ], stateText( sw, intf, level.state ) } );
       }
+   }
+   if( !only ) {
+      table.count( "level" );
    }
    for( auto const & note : notes ) {
       table.note( note );
@@ -134,9 +160,12 @@ show( Switch const & sw, Pelt::IntfId only, std::vector< String > const & notes 
 Datum
 showTrafficClasses( Switch const & sw ) {
    TableAnswer table( { "Traffic class", "Threshold", "Chip" } );
+   auto const & chip = *sw.chip->stormControl();
    for( auto const & [ trafficClass, config ] : sw.stormControlConfig->aggregateTcConfig() ) {
       table.row( { trafficClass, thresholdText( config->level() ),
-                   thresholdText( sw.chip->stormControl()->trafficClass( trafficClass ) ) } );
+                   trafficClass < chip.trafficClasses()
+                         ? thresholdText( chip.trafficClass( trafficClass ) )
+                         : "the chip has no such class" } );
    }
    return table.take();
 }

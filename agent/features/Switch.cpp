@@ -51,14 +51,26 @@ struct Mounted {
    char const * path;
    Kiv::Ptr< Kiv::Entity > entity;
    Tessera::Access access;
+   Tessera::MayBeMade mayBeMade = {};
 };
+
+// Ports and LAGs may come one day; the chip gets no more traffic classes.
+Tessera::MayBeMade
+knownTrafficClasses( Kiv::Ptr< HobaSim::StormUnit > const & unit ) {
+   return [ unit ]( Tessera::Path const & path ) {
+      if( path[ path.size() - 2 ] == "aggregateTcConfig" ) {
+         unit->checkTrafficClass( Kiv::fromText< std::uint16_t >( path.back() ) );
+      }
+   };
+}
 
 std::vector< Mounted >
 mountsOf( Switch const & sw ) {
    using enum Tessera::Access;
    return { { "/feeders/config", sw.feederConfig, configuration },
             { "/lag/input/config", sw.lagInputConfig, configuration },
-            { "/bridging/stormControl/config", sw.stormControlConfig, configuration },
+            { "/bridging/stormControl/config", sw.stormControlConfig, configuration,
+              knownTrafficClasses( sw.chip->stormControl() ) },
             { "/bridging/stormControl/status", sw.stormControlStatus, status },
             { "/interface/status", sw.ethPhyIntfStatusDir, status },
             { "/hoba/portStatus", sw.portStatusDir, status },
@@ -68,19 +80,20 @@ mountsOf( Switch const & sw ) {
             { "/hoba/events/status", sw.eventSm().eventStatus(), status },
             { "/hoba/parityEvents/queue", sw.parityEventQueue, status },
             { "/hoba/parityEvents/status", sw.parityEventSm().eventStatus(), status },
-            { "/verify/config", sw.verifyConfig, configuration },
+            // A cookie asks for one pass: nothing to keep.
+            { "/verify/config", sw.verifyConfig, writable },
             { "/verify/status", sw.verifyStatus, status },
             { "/hoba/common", sw.context, status },
-            // Writable: whoever spoils what the chip holds sees verification find it.
-            { "/sim/chip", sw.chip, configuration } };
+            // Whoever spoils what the chip holds sees verification find it.
+            { "/sim/chip", sw.chip, writable } };
 }
 
 } // namespace
 
 void
 Switch::mount( Tessera::Database & database ) {
-   for( auto const & [ path, entity, access ] : mountsOf( *this ) ) {
-      database.mount( path, entity, access );
+   for( auto const & [ path, entity, access, mayBeMade ] : mountsOf( *this ) ) {
+      database.mount( path, entity, access, mayBeMade );
    }
 }
 
@@ -89,6 +102,12 @@ Switch::unmount( Tessera::Database & database ) {
    for( auto const & mounted : mountsOf( *this ) ) {
       database.unmount( mounted.path );
    }
+}
+
+bool
+Switch::hasIntf( Pelt::IntfId intf ) const {
+   return context->intfHas( intf ) || context->lagToPortConfigHas( intf ) ||
+          context->cpuIntfHas( intf ) || Pelt::VxlanIntfId::isVxlanIntfId( intf );
 }
 
 void

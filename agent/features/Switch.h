@@ -40,6 +40,10 @@ class Switch {
    // full pass.
    void start();
 
+   // Whether the switch has this interface. Nothing here makes VXLAN interfaces: each is taken to be
+   // there, as the CPU port is.
+   bool hasIntf( Pelt::IntfId intf ) const;
+
    Kiv::Ptr< Hoba::HobaCommonSmData > const context;
    Kiv::Ptr< Feeders::Config > const feederConfig = Kiv::make< Feeders::Config >();
    Kiv::Ptr< Lag::Input::Config > const lagInputConfig =

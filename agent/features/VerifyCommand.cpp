@@ -28,6 +28,8 @@ tableOf( Datum const & reply ) {
                      ? "verified: " + std::to_string( items ) + " items, all as they should be"
                      : "MISMATCH: " + std::to_string( mismatches ) + " of " +
                              std::to_string( items ) + " items differ from the hardware" );
+   table.member( "items", items );
+   table.member( "mismatches", mismatches );
    return table.take();
 }
 

@@ -6,6 +6,7 @@
 // imported configuration says it, and the feeders make of it what those agents would have made.
 
 #include "Bridging/VlanId.h"
+#include "Interface/EthPhyIntfStatus.h"
 #include "Kiv/Entity.h"
 #include "Pelt/IntfId.h"
 #include "types/HobaLagTypes.h"
@@ -16,8 +17,7 @@ namespace Feeders {
 // A port that the switch has.
 class PortConfig : public Kiv::Entity {
    KIV_ENTITY( Feeders::PortConfig );
-   // In Mb/s; 0 when it is unknown. What is no Ethernet speed counts as unknown.
-   KIV_ATTRIBUTE( std::uint32_t, speed, 0 );
+   KIV_ATTRIBUTE( Interface::EthMbps, speed );
    // The operator lets the port take part.
    KIV_ATTRIBUTE( bool, enabled, true );
    // The cable: plugged in, with a partner at its other end.

@@ -63,7 +63,7 @@ PortFeeder::statusIs( Interface::EthPhyIntfStatus & status, PortConfig const & p
                       Pelt::IntfId intf ) {
    auto const reported = hobaPortStatusDir_->portStatus( intf );
    bool const up = port.linkUp() && !( reported && reported->linkStatus() == Interface::linkDown );
-   status.speedIs( Interface::speedFromMbps( port.speed() ) );
+   status.speedIs( port.speed().speed() );
    status.linkStatusIs( up ? Interface::linkUp : Interface::linkDown );
    status.activeIs( port.enabled() && up );
 }

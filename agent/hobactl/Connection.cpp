@@ -14,6 +14,18 @@ namespace Hobactl {
 
 using Kiv::Datum;
 
+namespace {
+
+[[noreturn]] void
+refused( Datum const & answer ) {
+   auto const * error = answer.find( "error" );
+   auto const * message = error ? error->find( "message" ) : nullptr;
+   auto const * text = message ? message->as< Kiv::String >() : nullptr;
+   throw Kiv::Exception( text ? *text : "the agent's answer makes no sense" );
+}
+
+} // namespace
+
 Connection::Connection( std::string const & socketPath, double timeout )
       : fd_( HobaAgent::connectTo( socketPath ) ), timeout_( timeout ) {}
 
@@ -78,10 +90,7 @@ Connection::ask( Datum const & request ) {
          auto const * result = answer.find( "result" );
          return result ? *result : Datum();
       }
-      auto const * error = answer.find( "error" );
-      auto const * message = error ? error->find( "message" ) : nullptr;
-      auto const * text = message ? message->as< Kiv::String >() : nullptr;
-      throw Kiv::Exception( text ? *text : "the agent's answer makes no sense" );
+      refused( answer );
    }
 }
 
@@ -91,6 +100,8 @@ Connection::events( std::function< void( Datum const & ) > const & take ) {
       auto line = nextLine( -1 );
       if( auto const * event = line.find( "event" ) ) {
          take( *event );
+      } else {
+         refused( line ); // there is no other question that this could be the answer to
       }
    }
 }

@@ -23,7 +23,9 @@ Style terminalStyle();
 std::string render( Kiv::Datum const & answer, Style const & style = {} );
 
 // A table that is no wider than style.width if that can be: the widest columns give way, and their
-// cells go on in further lines. Numbers stand on the right. Notes follow below.
+// cells go on in further lines. Words are never broken: a table that is too wide with its longest
+// words in every column runs over. Cells with something in "words" are shown as that (see
+// agent/Commands.h). Numbers stand on the right. Notes follow below.
 std::string renderTable( Kiv::Datum const & table, Style const & style );
 bool isTable( Kiv::Datum const & answer );
 

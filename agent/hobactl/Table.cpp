@@ -12,7 +12,6 @@ using Kiv::Datum;
 namespace {
 
 constexpr std::size_t gap = 2;
-constexpr std::size_t narrowest = 8; // columns are not made narrower than this to fit
 
 enum class CellKind { empty, number, text };
 
@@ -23,7 +22,8 @@ struct Cell {
 
 struct Column {
    std::size_t width = 0;
-   bool right = false; // all its cells are numbers
+   std::size_t narrowest = 0; // its longest word
+   bool right = false;        // all its cells are numbers
 };
 
 // Columns on the terminal: characters, not bytes. (Wide characters do not occur in names here.)
@@ -34,66 +34,57 @@ columnsOf( std::string_view text ) {
    } ) );
 }
 
-// The bytes of the first `columns` characters.
 std::size_t
-bytesOf( std::string_view text, std::size_t columns ) {
-   std::size_t bytes = 0;
-   while( bytes != text.size() ) {
-      bool begins = ( static_cast< unsigned char >( text[ bytes ] ) & 0xc0 ) != 0x80;
-      if( begins && columns-- == 0 ) {
-         break;
-      }
-      ++bytes;
-   }
-   return bytes;
+marginOf( std::string_view text ) {
+   return std::min( text.find_first_not_of( ' ' ), text.size() );
 }
 
-// `text` in lines of at most `width`, broken at spaces where there are some; the indentation of the
-// first line is kept in the others.
+// `text` in lines of at most `width`, broken at spaces only; the indentation of the first line is
+// kept in the others.
 std::vector< std::string >
 wrapped( std::string_view text, std::size_t width ) {
    std::vector< std::string > lines;
-   auto indent = std::min( text.find_first_not_of( ' ' ), text.size() );
-   if( indent * 2 > width ) {
-      indent = 0;
-   }
-   std::string const margin( indent, ' ' );
-   while( columnsOf( text ) > width ) {
-      auto cut = bytesOf( text, width );
-      auto space = text.rfind( ' ', cut );
-      if( space != std::string_view::npos && space > indent ) {
-         cut = space;
+   std::string const margin( marginOf( text ), ' ' );
+   std::string line( text.substr( 0, text.find( ' ', margin.size() ) ) );
+   for( auto at = line.size(); at != text.size(); ) {
+      auto const end = std::min( text.find( ' ', at + 1 ), text.size() );
+      auto const word = text.substr( at, end - at ); // with the space in front
+      if( columnsOf( line ) + columnsOf( word ) <= width ) {
+         line += word;
+      } else if( word.size() > 1 ) {
+         lines.push_back( line );
+         line = margin + std::string( word.substr( 1 ) );
       }
-      lines.emplace_back( text.substr( 0, cut ) );
-      text.remove_prefix(
-            std::min( std::max( text.find_first_not_of( ' ', cut ), cut ), text.size() ) );
-      if( indent ) {
-         // The rest is looked at with its margin in front.
-         auto rest = margin + std::string( text );
-         auto more = wrapped( rest, width );
-         lines.insert( lines.end(), more.begin(), more.end() );
-         return lines;
-      }
+      at = end;
    }
-   lines.emplace_back( text );
+   lines.push_back( line );
    return lines;
 }
 
-// Shrinks the widest columns until all fit, or none can give way any more.
+// The width of the widest line when `text` is wrapped as narrow as can be.
+std::size_t
+longestWord( std::string_view text ) {
+   std::size_t longest = 0;
+   for( auto const & line : wrapped( text, 0 ) ) {
+      longest = std::max( longest, columnsOf( line ) );
+   }
+   return longest;
+}
+
+// Shrinks the widest columns until all fit, or none can give way any more: the table runs over then.
 void
 fit( std::vector< Column > & columns, std::size_t available ) {
-   if( columns.empty() ) {
-      return;
-   }
-   auto total = [ & ] {
-      return std::accumulate(
-            columns.begin(), columns.end(), gap * ( columns.size() - 1 ),
-            []( std::size_t sum, Column const & column ) { return sum + column.width; } );
-   };
-   auto narrower = []( Column const & a, Column const & b ) { return a.width < b.width; };
-   while( total() > available ) {
-      auto widest = std::max_element( columns.begin(), columns.end(), narrower );
-      if( widest->width <= narrowest ) {
+   auto total = std::accumulate(
+         columns.begin(), columns.end(), columns.empty() ? 0 : gap * ( columns.size() - 1 ),
+         []( std::size_t sum, Column const & column ) { return sum + column.width; } );
+   for( ; total > available; --total ) {
+      Column * widest = nullptr;
+      for( auto & column : columns ) {
+         if( column.width > column.narrowest && ( !widest || column.width > widest->width ) ) {
+            widest = &column;
+         }
+      }
+      if( !widest ) {
          return;
       }
       --widest->width;
@@ -113,7 +104,7 @@ appendRow( std::string & out, std::vector< Cell > const & row,
    std::vector< std::vector< std::string > > cells;
    std::size_t height = 1;
    for( std::size_t i = 0; i != row.size(); ++i ) {
-      cells.push_back( wrapped( row[ i ].text, std::max< std::size_t >( columns[ i ].width, 1 ) ) );
+      cells.push_back( wrapped( row[ i ].text, columns[ i ].width ) );
       height = std::max( height, cells.back().size() );
    }
    for( std::size_t line = 0; line != height; ++line ) {
@@ -128,12 +119,22 @@ appendRow( std::string & out, std::vector< Cell > const & row,
    }
 }
 
+// What people read in place of the value; null if it is the value itself.
+Datum const *
+wordsFor( Datum const * words, Datum const & column, Datum const & value ) {
+   auto const * name = column.as< Kiv::String >();
+   auto const * text = value.as< Kiv::String >();
+   auto const * ofColumn = words && name && text ? words->find( *name ) : nullptr;
+   return ofColumn ? ofColumn->find( *text ) : nullptr;
+}
+
 std::vector< Cell >
-cellsOf( Datum const & row, std::size_t count ) {
-   std::vector< Cell > cells( count );
+cellsOf( Datum const & row, Datum::Array const & names, Datum const * words ) {
+   std::vector< Cell > cells( names.size() );
    if( auto const * values = row.as< Datum::Array >() ) {
-      for( std::size_t i = 0; i != std::min( count, values->size() ); ++i ) {
-         auto const & value = ( *values )[ i ];
+      for( std::size_t i = 0; i != std::min( names.size(), values->size() ); ++i ) {
+         auto const * inWords = wordsFor( words, names[ i ], ( *values )[ i ] );
+         auto const & value = inWords ? *inWords : ( *values )[ i ];
          bool number =
                value.as< std::int64_t >() || value.as< std::uint64_t >() || value.as< double >();
          cells[ i ] = { value.isNull() ? "-" : oneLine( value ), value.isNull() ? CellKind::empty
@@ -149,13 +150,14 @@ columnsFor( std::vector< Cell > const & header, std::vector< std::vector< Cell >
    std::vector< Column > columns;
    for( std::size_t i = 0; i != header.size(); ++i ) {
       bool numbers = false, texts = false;
-      auto width = columnsOf( header[ i ].text );
+      auto width = columnsOf( header[ i ].text ), narrowest = longestWord( header[ i ].text );
       for( auto const & row : rows ) {
          width = std::max( width, columnsOf( row[ i ].text ) );
+         narrowest = std::max( narrowest, longestWord( row[ i ].text ) );
          numbers = numbers || row[ i ].kind == CellKind::number;
          texts = texts || row[ i ].kind == CellKind::text;
       }
-      columns.push_back( { width, numbers && !texts } );
+      columns.push_back( { width, narrowest, numbers && !texts } );
    }
    return columns;
 }
@@ -172,10 +174,11 @@ isTable( Datum const & answer ) {
 std::string
 renderTable( Datum const & table, Style const & style ) {
    auto const & names = *table.find( "columns" )->as< Datum::Array >();
-   auto const header = cellsOf( names, names.size() );
+   auto const * words = table.find( "words" );
+   auto const header = cellsOf( names, names, nullptr );
    std::vector< std::vector< Cell > > rows;
    for( auto const & row : *table.find( "rows" )->as< Datum::Array >() ) {
-      rows.push_back( cellsOf( row, names.size() ) );
+      rows.push_back( cellsOf( row, names, words ) );
    }
    auto columns = columnsFor( header, rows );
    if( style.width ) {

@@ -175,10 +175,12 @@ listText( std::vector< TableReport > const & reports, Style const & style ) {
    for( auto const & report : reports ) {
       rows.push_back( lineOf( report ) );
    }
-   return renderTable(
+   auto table =
          tableOf( { "TABLE", "ROWS", "WRITER", "READERS", "BEHIND", "MEMORY", "COMMIT", "NOTE" },
-                  std::move( rows ) ),
-         style );
+                  std::move( rows ) );
+   table.add( "notes", Datum::Array{ Datum( std::to_string( reports.size() ) +
+                                            ( reports.size() == 1 ? " table" : " tables" ) ) } );
+   return renderTable( table, style );
 }
 
 std::string
@@ -212,8 +214,8 @@ detailText( TableReport const & report, Style const & style ) {
    }
    all.add( "types", report.keyType + " -> " + report.recordType );
    all.add( "shape", report.schema );
-   all.add( "rows", std::to_string( report.rows ) + ", in " + std::to_string( report.slots ) +
-                          " slots, of which " + std::to_string( report.used ) + " are used" );
+   all.add( "rows",
+            std::to_string( report.rows ) + ", in " + std::to_string( report.slots ) + " slots" );
    all.add( "writer", "process " + std::to_string( report.writerPid ) + ", " +
                             nameOf( report.writer ) + "; number " +
                             std::to_string( report.writers ) + " of this table's" );
@@ -257,7 +259,6 @@ datumOf( TableReport const & report ) {
    datum.add( "schema", report.schema );
    datum.add( "rows", report.rows );
    datum.add( "slots", report.slots );
-   datum.add( "used", report.used );
    datum.add( "writer", nameOf( report.writer ) );
    datum.add( "writerPid", report.writerPid );
    datum.add( "writers", report.writers );

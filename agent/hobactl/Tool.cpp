@@ -4,6 +4,7 @@
 #include "Tessera/Suggest.h"
 #include "agent/common/File.h"
 #include "agent/common/Json.h"
+#include "agent/common/Version.h"
 #include "agent/hobactl/Connection.h"
 #include "agent/hobactl/Render.h"
 #include "agent/hobactl/Tables.h"
@@ -89,7 +90,6 @@ class Tool {
       agent.ask( atPath( "watch" ) );
       agent.events( [ & ]( Datum const & event ) {
          out_ << ( options_.json ? HobaAgent::jsonText( event ) + "\n" : changeLine( event ) );
-         out_.flush();
          checkOutput();
       } );
    }
@@ -98,22 +98,39 @@ class Tool {
       if( command == "show" && isAboutTables( options_.words ) ) {
          showTables( options_.words, options_.json, style_, out_ );
       } else if( command == "help" ) {
-         help();
+         help( options_.words );
       } else if( command == "show" && options_.words.empty() ) {
          whatCanBeShown();
+      } else if( command == "sim" && options_.words.empty() ) {
+         help( { command } );
       } else {
-         show( answerTo( command ) );
+         auto const answer = answerTo( command, options_.words );
+         if( auto const * mismatches = answer.find( "mismatches" ) ) {
+            status_ = Kiv::fromDatum< std::uint64_t >( *mismatches ) ? statusMismatch : statusDone;
+         }
+         show( answer );
+      }
+   }
+
+   Status status() const { return status_; }
+
+   // Whoever read us has gone: no reason to go on.
+   void checkOutput() const {
+      if( !out_.flush() ) {
+         throw Kiv::Exception( "the output cannot be written" );
       }
    }
 
    // For the shell: one candidate a line; of the agent's nothing if it cannot be asked.
    void complete() {
+      auto const half = options_.path == "/" ? std::string() : options_.path;
       for( auto const & word : nextWordsForTables( options_.value ) ) {
-         out_ << word << "\n";
+         out_ << ( word.starts_with( half ) ? word + "\n" : "" );
       }
       try {
          auto request = requestOf( "complete command" );
          request.add( "name", options_.value );
+         request.add( "half", half );
          auto answer = connection().ask( options_.asText ? request : atPath( "complete" ) );
          for( auto const & path : *answer.as< Datum::Array >() ) {
             out_ << oneLine( path ) << "\n";
@@ -141,9 +158,9 @@ class Tool {
  private:
    Connection connection() const { return Connection( options_.socket, options_.timeout ); }
 
-   Datum answerTo( std::string const & command ) const {
+   Datum answerTo( std::string const & command, std::vector< std::string > const & words ) const {
       auto request = requestOf( command );
-      request.add( "words", Datum::Array( options_.words.begin(), options_.words.end() ) );
+      request.add( "words", Datum::Array( words.begin(), words.end() ) );
       std::error_code unknown;
       if( auto const directory = std::filesystem::current_path( unknown ); !unknown ) {
          request.add( "directory", directory.string() );
@@ -153,18 +170,17 @@ class Tool {
 
    void whatCanBeShown() {
       try {
-         show( answerTo( "show" ) );
+         help( { "show" } );
       } catch( Kiv::Exception const & error ) {
          throw Kiv::Exception( std::string( error.what() ) + "; show tables needs no agent" );
       }
    }
 
    // What needs no agent is explained without one, too.
-   void help() {
-      auto const & about = options_.words;
+   void help( std::vector< std::string > const & about ) {
       bool const ours = about.empty() || ( about.front() == "show" &&
                                            ( about.size() == 1 || about[ 1 ] == "tables" ) );
-      auto const answer = ours && about.size() > 1 ? Datum() : answerTo( "help" );
+      auto const answer = ours && about.size() > 1 ? Datum() : answerTo( "help", about );
       show( ours ? withHelpForTables( answer ) : answer );
    }
 
@@ -177,13 +193,6 @@ class Tool {
    void show( Datum const & answer ) {
       out_ << ( options_.json ? HobaAgent::jsonText( answer, 2 ) + "\n"
                               : render( answer, style_ ) );
-   }
-
-   // Whoever read us has gone: no reason to go on.
-   void checkOutput() const {
-      if( !out_ ) {
-         throw Kiv::Exception( "the output cannot be written" );
-      }
    }
 
    void enable() {
@@ -224,7 +233,6 @@ class Tool {
          next.add( "since", *answer.find( "next" ) );
          answer = agent.ask( next );
          showRecords( answer );
-         checkOutput();
       }
    }
 
@@ -236,12 +244,13 @@ class Tool {
       for( auto const & record : *answer.find( "records" )->as< Datum::Array >() ) {
          out_ << ( options_.json ? HobaAgent::jsonText( record ) + "\n" : recordLine( record ) );
       }
-      out_.flush();
+      checkOutput();
    }
 
    Options const & options_;
    std::ostream & out_;
    Style const style_;
+   Status status_ = statusDone;
 };
 
 // The command line, and what each command does.
@@ -249,6 +258,10 @@ class CommandLine {
  public:
    explicit CommandLine( std::function< Tool() > tool ) : tool_( std::move( tool ) ) {
       app.require_subcommand( 1 );
+      app.set_version_flag( "--version", "hobactl " + HobaAgent::versionText() );
+      app.footer(
+            "Exit status: 0 done; 1 refused by the agent, or it cannot be asked; 2 wrong command "
+            "line;\n3 verify found a mismatch." );
       app.add_option( "--socket", options.socket, "Where the agent listens" )
             ->type_name( "PATH" )
             ->capture_default_str();
@@ -278,14 +291,24 @@ class CommandLine {
          }
       }
       auto const words = app.remaining();
-      auto const given = words.empty() ? std::string() : words.front();
-      return ( given.empty() ? "a command is needed"
-                             : "unknown command " + oneLine( Datum( "\"" + given + "\"" ) ) ) +
-             "; " + Tessera::suggestion( given, known );
+      if( words.empty() ) {
+         return "a command is needed; " + Tessera::suggestion( {}, known );
+      }
+      auto const unknown = "unknown command \"" + oneLine( words.front() ) + "\"; ";
+      auto const * nearest = Tessera::nearest( words.front(), known );
+      if( !nearest ) {
+         return unknown + Tessera::suggestion( words.front(), known );
+      }
+      auto meant = *nearest;
+      for( std::size_t i = 1; i != words.size(); ++i ) {
+         meant += ' ' + oneLine( words[ i ] );
+      }
+      return unknown + "did you mean \"" + meant + "\"?";
    }
 
    CLI::App app{ "Talks to the forwarding agent.", "hobactl" };
    Options options;
+   Status status = statusDone;
 
  private:
    CLI::App * add( char const * name, char const * help, std::function< void( Tool & ) > run ) {
@@ -294,6 +317,8 @@ class CommandLine {
       command->callback( [ this, run = std::move( run ) ] {
          auto tool = tool_();
          run( tool );
+         tool.checkOutput();
+         status = tool.status();
       } );
       return command;
    }
@@ -440,7 +465,7 @@ runTool( int argc, char const * const * argv, std::ostream & out, std::ostream &
    line = &commandLine;
    try {
       commandLine.app.parse( argumentsOf( argc, argv ) );
-      return 0;
+      return commandLine.status;
    } catch( CLI::ParseError const & error ) {
       if( error.get_exit_code() == 0 ) {
          return commandLine.app.exit( error, out, err );
@@ -448,13 +473,13 @@ runTool( int argc, char const * const * argv, std::ostream & out, std::ostream &
       if( dynamic_cast< CLI::RequiredError const * >( &error ) &&
           commandLine.app.get_subcommands().empty() ) {
          err << "hobactl: " << commandLine.whatIsMissing() << "\n";
-         return 2;
+         return statusCommandLine;
       }
       err << "hobactl: " << firstLine( error.what() ) << "\n";
-      return 2;
+      return statusCommandLine;
    } catch( std::exception const & error ) {
       err << "hobactl: " << oneLine( Datum( std::string( error.what() ) ) ) << "\n";
-      return 1;
+      return statusFailed;
    }
 }
 

@@ -9,8 +9,15 @@
 
 namespace Hobactl {
 
-// Runs one command line. Results go to `out`, one line for a failure to `err`. Returns the exit
-// status: 0, 1 for what the agent refused or could not be asked, 2 for a wrong command line.
+// The exit statuses.
+enum Status : int {
+   statusDone = 0,
+   statusFailed = 1, // the agent refused it or could not be asked, or the output cannot be written
+   statusCommandLine = 2, // the command line is wrong; nobody was asked
+   statusMismatch = 3,    // verify found that the hardware differs
+};
+
+// Runs one command line. Results go to `out`, one line for a failure to `err`. Returns a Status.
 int runTool( int argc, char const * const * argv, std::ostream & out, std::ostream & err );
 
 } // namespace Hobactl

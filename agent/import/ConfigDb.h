@@ -3,7 +3,8 @@
 
 // Reads the open config_db.json shape that many switch systems keep their configuration in: an
 // object of tables, each an object of rows by key ("PORTCHANNEL_MEMBER": {"PortChannel3|Ethernet1":
-// {...}}), each an object of fields, whose values are strings or lists.
+// {...}}), each an object of fields, whose values are strings or lists. Rows may also stand by
+// themselves, as the stores behind the shape have them: "PORT|Ethernet1": {...}.
 //
 // Not everything that stands in such a file has a place in this system, and files are written by
 // people. So importing goes on after what it cannot take, and says of every row whether it was
@@ -40,22 +41,25 @@ struct ConfigDbTargets {
 KIV_ENUM( LineKind, std::uint8_t,
           // A row that was taken, and what it became.
           imported = 0,
-          // About a row that was taken, but not to the letter.
+          // About a row that was taken, but not to the letter, or that files of this shape ought
+          // not to have.
           remark,
           // A row that is wrong, or does not fit what stands before it. Nothing of it was taken.
           refused,
-          // A table, or fields in the rows of a table, that have no place in this system.
+          // A row of a table, a table, or fields in its rows, that have no place in this system.
           notImported );
 
 // One line of the report.
 struct ReportLine {
    LineKind kind;
    Kiv::String table;
-   Kiv::String key; // of the row, as it stands in the file; "" when the line is about a table
-   Kiv::String what;
+   Kiv::String key;  // of the row, as it stands in the file; "" when the line is about a table
+   Kiv::String what; // for people: in one line, and no longer than they can read
 
-   // "TABLE|key: what", without a line break whatever the file holds.
-   Kiv::String text() const;
+   // "TABLE|key", the same way.
+   Kiv::String row() const;
+   // "TABLE|key: what"
+   Kiv::String text() const { return row() + ": " + what; }
 };
 
 // A change that has been checked.
@@ -83,12 +87,18 @@ struct ConfigDbImport {
    // For who wants all or nothing: no row was refused, and none was taken otherwise than to the
    // letter. What has no place in this system does not count.
    bool clean() const { return count( refused ) == 0 && count( remark ) == 0; }
-   // "47 rows imported, 1 refused, 39 remarks, 34 tables not imported or not whole"
+   // "47 rows imported, 1 refused, 39 remarks, 120 not imported"
    Kiv::String summary() const;
+   // What the report says of rows that were not taken to the letter, of one table or ("") of all,
+   // in few lines whatever the file holds: first what was left out, last what was refused. What
+   // is said of several rows of a table is said once, and of the many different things that may
+   // be wrong with the rows of one table the first few.
+   std::vector< Kiv::String > digest( std::string_view table = {} ) const;
 };
 
 // Checks the file against itself and against the targets, and changes nothing. Throws
-// Kiv::ParseError only when `file` is no object of tables at all.
+// Kiv::ParseError only when `file` is no object of tables at all, or has none of the tables that
+// this system knows.
 ConfigDbImport importConfigDb( Kiv::Datum const & file, ConfigDbTargets const & targets );
 
 } // namespace Import

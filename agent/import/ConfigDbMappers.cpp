@@ -34,16 +34,17 @@ void
 mapPort( Row & row, Model & model ) {
    auto const intf = Pelt::EthIntfId::parse( row.key() );
    row.identityIs( Kiv::toText( intf ) );
-   auto speed = static_cast< std::uint32_t >(
-         row.number( "speed", std::numeric_limits< std::uint32_t >::max() ).value_or( 0 ) );
-   if( speed != 0 && Interface::speedFromMbps( speed ) == Interface::speedUnknown ) {
-      row.remark( "speed " + Kiv::toText( speed ) +
+   auto const mbps =
+         row.number( "speed", std::numeric_limits< std::uint32_t >::max() ).value_or( 0 );
+   bool const known = Interface::speedFromMbps( mbps ) != Interface::speedUnknown;
+   if( !known && mbps != 0 ) {
+      row.remark( "speed " + Kiv::toText( mbps ) +
                   " Mb/s is not an Ethernet speed; taken as unknown" );
-      speed = 0;
    }
+   auto const speed = known ? Interface::EthMbps( mbps ) : Interface::EthMbps();
    bool const enabled = adminUp( row );
    row.operationIs( "port " + Kiv::toText( intf ) + ", " + upText( enabled ) + ", speed " +
-                          ( speed ? Kiv::toText( speed ) + " Mb/s" : "unknown" ),
+                          ( known ? Kiv::toText( speed ) + " Mb/s" : "unknown" ),
                     [ config = model.targets().feeders, intf, speed, enabled ] {
                        auto const port = config->portIs( intf );
                        port->speedIs( speed );
@@ -52,6 +53,10 @@ mapPort( Row & row, Model & model ) {
    model.portIs( intf );
 }
 
+// What the shape allows; this system takes more.
+constexpr std::uint16_t maxMinLinks = 1024;
+constexpr std::uint32_t maxLagNumber = 9999;
+
 // LAGs of this shape always negotiate by LACP.
 void
 mapPortChannel( Row & row, Model & model ) {
@@ -59,6 +64,14 @@ mapPortChannel( Row & row, Model & model ) {
    row.identityIs( Kiv::toText( intf ) );
    auto const minLinks = static_cast< std::uint16_t >(
          row.number( "min_links", std::numeric_limits< std::uint16_t >::max() ).value_or( 0 ) );
+   if( minLinks > maxMinLinks ) {
+      row.remark( "min_links " + Kiv::toText( minLinks ) + " is more than the " +
+                  Kiv::toText( maxMinLinks ) + " that files of this shape may ask for" );
+   }
+   if( intf.number() > maxLagNumber ) {
+      row.remark( "the names of files of this shape end at PortChannel" +
+                  Kiv::toText( maxLagNumber ) );
+   }
    bool const fallback = row.either( "fallback", "true", "false" ).value_or( false );
    bool const enabled = adminUp( row );
    row.operationIs( "LACP LAG " + Kiv::toText( intf ) + ", " + upText( enabled ) + ", min links " +

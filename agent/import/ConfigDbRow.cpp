@@ -12,6 +12,12 @@ namespace {
 // An empty row is written with a field of this name: the stores behind the shape keep none without.
 constexpr std::string_view noFields = "NULL";
 
+bool
+sameWord( std::string_view a, std::string_view b ) {
+   auto const small = []( char c ) { return c >= 'A' && c <= 'Z' ? char( c - 'A' + 'a' ) : c; };
+   return std::ranges::equal( a, b, {}, small, small );
+}
+
 [[noreturn]] void
 missing( std::string_view name, std::string_view table ) {
    throw Kiv::ParseError( Kiv::String( name ) + " is neither in this system nor in a row of " +
@@ -149,12 +155,13 @@ Row::either( std::string_view field, std::string_view yes, std::string_view no )
    if( !value ) {
       return std::nullopt;
    }
-   if( *value != yes && *value != no ) {
+   bool const isYes = sameWord( *value, yes );
+   if( !isYes && !sameWord( *value, no ) ) {
       Kiv::inPlace( field, [ & ] {
          Kiv::parseFailed( *value, Kiv::String( yes ) + " or " + Kiv::String( no ) );
       } );
    }
-   return *value == yes;
+   return isYes;
 }
 
 void

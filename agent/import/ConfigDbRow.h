@@ -40,6 +40,11 @@ class Model {
    Kiv::HashMap< Pelt::IntfId, Pelt::IntfId > lagOf_;
 };
 
+// "1 row", "2 rows"
+Kiv::String counted( std::size_t count, std::string_view one );
+// Text of the file for people: in one line, and cut after `most` bytes.
+Kiv::String shown( std::string_view text, std::size_t most = 100 );
+
 // The VLAN of the name "Vlan<n>", whether there is one or not. Kiv::ParseError for another name,
 // Kiv::RangeException for a number that is no VLAN's.
 Bridging::VlanId vlanNamed( std::string_view name );
@@ -61,7 +66,7 @@ class Row {
    // The value of a field; nothing when the row does not have it.
    std::optional< Kiv::String > text( std::string_view field );
    std::optional< std::uint64_t > number( std::string_view field, std::uint64_t max );
-   // Which of two words the field holds.
+   // Which of two words the field holds, in small letters or capitals: Python says "True".
    std::optional< bool > either( std::string_view field, std::string_view yes,
                                  std::string_view no );
    // The same for a field that the row must have.

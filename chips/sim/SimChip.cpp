@@ -9,9 +9,19 @@ namespace HobaSim {
 
 Chip::Chip( Kiv::String const & chipName ) : Entity( chipName ) {
    stormControlIs( "stormControl" );
-   macIs( "mac" );
+   eventsIs( "events" );
+   macIs( Kiv::make< MacUnit >( "mac", events() ) );
    parityIs( "parity" );
    captureIs( Kiv::make< CaptureReplay >( "capture", mac() ) );
+}
+
+void
+Chip::reportingIs( bool reporting ) {
+   events()->reportingIs( reporting );
+   if( reporting ) {
+      events()->reportPorts();
+      mac()->reportHosts();
+   }
 }
 
 } // namespace HobaSim

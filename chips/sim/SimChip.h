@@ -12,9 +12,8 @@ namespace HobaSim {
 
 class Chip : public Kiv::Entity {
    KIV_ENTITY( HobaSim::Chip );
-   // Whether the library has asked for events, for people to see: without it they reach nobody.
-   KIV_ATTRIBUTE( bool, reporting, false );
    KIV_CHILD( StormUnit, stormControl );
+   KIV_CHILD( EventUnit, events );
    KIV_CHILD( MacUnit, mac );
    KIV_CHILD( ParityUnit, parity );
    // Brings packet captures to `mac`.
@@ -22,6 +21,9 @@ class Chip : public Kiv::Entity {
 
  public:
    explicit Chip( Kiv::String const & chipName = "sim" );
+
+   // From now on the chip reports ports and stations, beginning with all that it holds; or nothing.
+   void reportingIs( bool reporting );
 };
 
 } // namespace HobaSim

@@ -2,21 +2,18 @@
 #include "chips/sim/SimEvents.h"
 
 #include "Hoba/HobaCallbacks.h"
+#include "Kiv/Reflect.h"
 #include "Zipline/Zipline.h"
 
 ZIPLINE_HANDLE( SimEvents );
+
+KIV_DEFINE( HobaSim::EventUnit );
 
 namespace HobaSim {
 
 using Hoba::HobaEvent;
 
 namespace {
-
-void
-raise( HobaEvent const & event ) {
-   ZTRACE( 4, "Raises ", event );
-   Hoba::newEventIs( event );
-}
 
 // An event about an Ethernet port.
 HobaEvent
@@ -49,16 +46,35 @@ portTypeOf( Pelt::IntfId intf ) {
 }
 
 void
-linkEvent( Pelt::IntfId port, Interface::LinkStatus linkStatus, HobaTypes::FaultType faultType ) {
+EventUnit::raise( HobaEvent const & event ) {
+   if( reporting() ) {
+      ZTRACE( 4, "Raises ", event );
+      Hoba::newEventIs( event );
+   }
+}
+
+void
+EventUnit::reportPorts() {
+   for( auto const * events : { &link(), &autoneg() } ) {
+      for( auto const & [ port, event ] : *events ) {
+         raise( event );
+      }
+   }
+}
+
+void
+EventUnit::linkEvent( Pelt::IntfId port, Interface::LinkStatus linkStatus,
+                      HobaTypes::FaultType faultType ) {
    auto event = portEvent( HobaEvent::eventTypePort, port );
    event.linkStatus = linkStatus;
    event.faultType = faultType;
+   linkIs( port, event );
    raise( event );
 }
 
 void
-autonegEvent( Pelt::IntfId port, Interface::AutonegState result,
-              Interface::AutonegAdvertisement const & advert ) {
+EventUnit::autonegEvent( Pelt::IntfId port, Interface::AutonegState result,
+                         Interface::AutonegAdvertisement const & advert ) {
    if( result != Interface::autonegSuccess && result != Interface::autonegFailed ) {
       Kiv::parseFailed( Kiv::toText( result ), "an end of autonegotiation: autonegSuccess or "
                                                "autonegFailed" );
@@ -67,17 +83,18 @@ autonegEvent( Pelt::IntfId port, Interface::AutonegState result,
                                                                : HobaEvent::eventTypeAutonegFailed,
                            port );
    event.advert = advert;
+   autonegIs( port, event );
    raise( event );
 }
 
 void
-stationEvent( HobaEvent::HobaEventType eventType, Bridging::MacVlanPair host, Pelt::IntfId intf,
-              std::uint32_t tunnelId ) {
+EventUnit::stationEvent( HobaEvent::HobaEventType eventType, Bridging::MacVlanPair host,
+                         Pelt::IntfId intf, std::uint32_t tunnelId ) {
    if( eventType < HobaEvent::eventTypeMacAddressLearned || eventType >= HobaEvent::eventTypes ) {
       Kiv::parseFailed( Kiv::toText( eventType ), "a kind of event about stations" );
    }
-   if( !host.addr().isUnicast() || host.vlanId().value() == 0 ) {
-      Kiv::parseFailed( Kiv::toText( host ), "a station: the address of one station, in a VLAN" );
+   if( !host.isStation() ) {
+      HobaTypes::stationFailed( host );
    }
    HobaEvent event;
    event.eventType = eventType;

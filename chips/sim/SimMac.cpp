@@ -2,7 +2,6 @@
 #include "chips/sim/SimMac.h"
 
 #include "Kiv/Reflect.h"
-#include "chips/sim/SimEvents.h"
 
 KIV_DEFINE( HobaSim::MacUnit );
 
@@ -43,7 +42,7 @@ MacUnit::learnHost( Pelt::IntfId intf, MacVlanPair station ) {
       learntInc( 1 );
    }
    hostIs( station, intf );
-   stationEvent( HobaEvent::eventTypeMacAddressLearned, station, intf );
+   events_->stationEvent( HobaEvent::eventTypeMacAddressLearned, station, intf );
    return known ? learnMove : learnNew;
 }
 
@@ -75,7 +74,14 @@ MacUnit::age( MacVlanPair station ) {
    }
    hostDel( station );
    agedInc( 1 );
-   stationEvent( HobaEvent::eventTypeMacAddressAged, station, intf );
+   events_->stationEvent( HobaEvent::eventTypeMacAddressAged, station, intf );
+}
+
+void
+MacUnit::reportHosts() {
+   for( auto const & [ station, intf ] : host() ) {
+      events_->stationEvent( HobaEvent::eventTypeMacAddressLearned, station, intf );
+   }
 }
 
 } // namespace HobaSim

@@ -2,11 +2,12 @@
 #pragma once
 
 // The L2 table of the simulated chip: it learns from the source addresses of frames, as chips do,
-// and reports what it learnt.
+// and reports what it learnt, once it may.
 
 #include "Bridging/MacVlanPair.h"
 #include "Kiv/Entity.h"
 #include "Pelt/IntfId.h"
+#include "chips/sim/SimEvents.h"
 #include "chips/sim/SimFrame.h"
 
 #include <functional>
@@ -46,7 +47,9 @@ class MacUnit : public Kiv::Entity {
    // Says of a port which LAG it is an active member of; the empty id for none.
    using LagOfPort = std::function< Pelt::IntfId( Pelt::IntfId port ) >;
 
-   explicit MacUnit( Kiv::String const & unitName = {} ) : Entity( unitName ) {}
+   // Reports by `events`.
+   MacUnit( Kiv::String const & unitName, Kiv::Ptr< EventUnit > const & events )
+         : Entity( unitName ), events_( events ) {}
 
    // Without one no port is in a LAG.
    void lagOfPortIs( LagOfPort lagOfPort ) { lagOfPort_ = std::move( lagOfPort ); }
@@ -64,9 +67,13 @@ class MacUnit : public Kiv::Entity {
    // station that is not in the table.
    void age( Bridging::MacVlanPair station );
 
+   // Reports all hosts, in the order in which they were learnt.
+   void reportHosts();
+
  private:
    Learning learnHost( Pelt::IntfId intf, Bridging::MacVlanPair station );
 
+   Kiv::Ptr< EventUnit > const events_;
    LagOfPort lagOfPort_;
 };
 

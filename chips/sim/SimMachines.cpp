@@ -35,6 +35,19 @@ ChipParityHelperSm::ChipParityHelperSmIs( Kiv::Ptr< Hoba::HobaCommonSmData > con
 }
 
 void
+ChipParityHelperSm::hwInit() {
+   auto const done = clock()->now() + unit_->correctionTime();
+   for( auto const & [ name, entry ] : unit_->slices()->entry() ) {
+      if( auto const slice = Kiv::dynamicCast< Hoba::ParityEventStatus >( entry ) ) {
+         for( auto const & [ key, event ] : slice->parityEvent() ) {
+            due_.tryEmplace( key, done );
+         }
+      }
+   }
+   arm();
+}
+
+void
 ChipParityHelperSm::hwHandleParityError( Hoba::HobaParityEvent const & event ) {
    auto const & key = event.key;
    auto const entry = "entry " + Kiv::toText( key.index );

@@ -13,7 +13,7 @@ namespace HobaSim {
 // Events of ports and stations.
 class ChipEventQueueSm : public Hoba::EventQueueSm {
  public:
-   // As Hoba::EventQueueSm::EventQueueSmIs(); says in `chip` whether it may report.
+   // As Hoba::EventQueueSm::EventQueueSmIs(); tells `chip` whether it may report.
    static Kiv::Ptr< ChipEventQueueSm >
    ChipEventQueueSmIs( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
                        Kiv::Ptr< Hoba::HobaEventQueue > const & queue,
@@ -44,7 +44,8 @@ class ChipParityHelperSm : public Hoba::HobaParityEventHelperSm {
                          Kiv::Ptr< ParityUnit > const & unit );
    KIV_TYPE( ChipParityHelperSm );
 
-   void hwInit() override { arm(); }
+   // Also corrects what was found wrong when nobody could hear of it.
+   void hwInit() override;
    // What is still to be corrected waits for the next hwInit().
    void hwCleanup() override { clock()->timeMinIs( Kiv::never ); }
    void hwHandleParityError( Hoba::HobaParityEvent const & event ) override;

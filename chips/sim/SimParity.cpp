@@ -17,6 +17,9 @@ using Hoba::ParityEventStatus;
 
 ParityUnit::ParityUnit( Kiv::String const & unitName ) : Entity( unitName ) {
    slicesIs( "slices" );
+   for( auto const * name : { "slice0", "slice1", "slice2", "slice3" } ) {
+      sliceNameIs( name );
+   }
 }
 
 Kiv::Ptr< ParityEventStatus >
@@ -36,9 +39,12 @@ ParityUnit::status( Kiv::String const & slice ) {
 void
 ParityUnit::raise( Kiv::String const & slice, Kiv::String const & memory, std::uint32_t index,
                    Hoba::ParitySeverity severity ) {
+   if( !sliceNameHas( slice ) ) {
+      Kiv::parseFailed( slice, "a slice of this chip: " + Kiv::toText( sliceName() ) );
+   }
    // Keys print with colons between their parts, and the slice comes first.
-   if( slice.empty() || slice.find( ':' ) != Kiv::String::npos ) {
-      Kiv::parseFailed( slice, "the name of a slice: not empty, without colons" );
+   if( slice.find( ':' ) != Kiv::String::npos ) {
+      Kiv::parseFailed( slice, "the name of a slice: without colons" );
    }
    if( memory.empty() ) {
       Kiv::parseFailed( memory, "the name of a memory" );

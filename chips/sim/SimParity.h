@@ -13,6 +13,8 @@ class ParityUnit : public Kiv::Entity {
    // The errors that are not corrected yet: a Hoba::ParityEventStatus for each slice, made when the
    // slice first has an error. slicesIs() hands in another directory to use from then on.
    KIV_CHILD( Kiv::Dir, slices );
+   // The slices that the chip has, four unless it is told otherwise.
+   KIV_SET( Kiv::String, sliceName );
    // How long the chip takes to have an entry written again.
    KIV_ATTRIBUTE( Kiv::Seconds, correctionTime, 1.0 );
    // Errors raised, by what it takes to get rid of them.
@@ -27,8 +29,8 @@ class ParityUnit : public Kiv::Entity {
    explicit ParityUnit( Kiv::String const & unitName = {} );
 
    // An entry of a memory is found wrong: counted in the status of its slice, with the time of the
-   // ambient clock driver, and reported. Throws Kiv::ParseError when the slice or the memory has no
-   // name, or the slice one with a colon in it, and as status().
+   // ambient clock driver, and reported. Throws Kiv::ParseError for a slice that the chip does not
+   // have or whose name has a colon in it, for a memory without a name, and as status().
    void raise( Kiv::String const & slice, Kiv::String const & memory, std::uint32_t index,
                Hoba::ParitySeverity severity = Hoba::parityCorrectable );
 

@@ -45,6 +45,17 @@ limitText( StormLimit const & limit ) {
           Kiv::toText( limit.parent );
 }
 
+Kiv::String
+levelName( LevelType levelType ) {
+   return Kiv::String( Hoba::levelText( levelType ).substr( 1 ) );
+}
+
+void
+addItem( Kiv::String & items, Kiv::String const & item ) {
+   items += items.empty() || item.empty() ? "" : "; ";
+   items += item;
+}
+
 std::uint64_t
 packetsLetThrough( StormLimit const & limit, std::uint64_t packets, std::uint32_t bytes,
                    Kiv::Seconds seconds ) {
@@ -120,6 +131,17 @@ StormPort::dropsInc( LevelType levelType, std::uint64_t packets ) {
    }
 }
 
+void
+StormUnit::checkTrafficClass( std::uint32_t number ) const {
+   if( number >= trafficClasses() ) {
+      Kiv::parseFailed( Kiv::toText( number ),
+                        trafficClasses() == 0
+                              ? "a traffic class of this chip, which has none"
+                              : "a traffic class of this chip: a number from 0 to " +
+                                      Kiv::toText( trafficClasses() - 1 ) );
+   }
+}
+
 std::uint64_t
 StormUnit::inject( Pelt::IntfId intf, LevelType levelType, std::uint64_t packets,
                    std::uint32_t bytes, Kiv::Seconds seconds ) {
@@ -175,6 +197,10 @@ StormControlHelper::updateBcastSkipRule( Pelt::IntfId intf, bool skip ) {
 void
 StormControlHelper::programTcAggregateHwRate( std::uint32_t trafficClass,
                                               Threshold const & threshold ) {
+   if( trafficClass >= unit_->trafficClasses() ) {
+      ZTRACE( 4, "No traffic class ", trafficClass, " on this chip, nothing programmed" );
+      return;
+   }
    auto const key = static_cast< std::uint16_t >( trafficClass );
    unit_->writesInc( 1 );
    if( threshold.isDefault() ) {
@@ -186,7 +212,11 @@ StormControlHelper::programTcAggregateHwRate( std::uint32_t trafficClass,
 
 void
 StormControlHelper::setBurstTime( BurstConfig const & burstConfig ) {
-   unit_->burstTimeIs( burstConfig.name(), burstConfig.burstTime() );
+   if( burstConfig.burstTime() == 0 ) {
+      unit_->burstTimeDel( burstConfig.name() ); // its own
+   } else {
+      unit_->burstTimeIs( burstConfig.name(), burstConfig.burstTime() );
+   }
 }
 
 Kiv::String
@@ -206,39 +236,48 @@ StormControlHelper::verifyPort( Pelt::IntfId intf, Pelt::IntfId parentIntf, std:
                                 IntfConfig const & intfConfig ) {
    Kiv::String mismatches;
    if( speedKbps == 0 ) {
-      return mismatches; // nothing is programmed then, and what stood before may stand
+      return mismatches; // nothing is programmed then: what stood before stands
    }
    auto const port = unit_->port( intf );
    for( auto levelType : Hoba::allLevelTypes ) {
-      auto const found = port ? port->limit( levelType ) : StormLimit{};
-      auto const mismatch = verifyLevel( found, levelType, parentIntf, speedKbps, intfConfig );
-      if( !mismatch.empty() ) {
-         mismatches += mismatches.empty() ? "" : "; ";
-         mismatches += mismatch;
-      }
+      addItem( mismatches,
+               verifyLevel( port.get(), levelType, parentIntf, speedKbps, intfConfig ) );
    }
+   addItem( mismatches, verifySkip( intf, parentIntf, intfConfig ) );
    return mismatches;
 }
 
 Kiv::String
-StormControlHelper::verifyLevel( StormLimit const & found, LevelType levelType,
+StormControlHelper::verifyLevel( StormPort const * port, LevelType levelType,
                                  Pelt::IntfId parentIntf, std::uint32_t speedKbps,
                                  IntfConfig const & intfConfig ) const {
+   auto const found = port ? port->limit( levelType ) : StormLimit{};
    auto const decision =
-         Hoba::decideLevel( *this, levelType, Hoba::configuredThreshold( intfConfig, levelType ) );
-   if( !decision.program ) {
-      return {};
-   }
+         Hoba::decideLevelOnPort( *this, levelType, intfConfig, port && port->all().limited );
    auto const expected = limitFor( decision.threshold, speedKbps, parentIntf );
-   // The all-traffic level takes these limits away; a later change puts one back.
-   bool const mayBeSuperseded =
-         ( levelType == Hoba::levelTypeBroadcast || levelType == Hoba::levelTypeUUcast ) &&
-         !Hoba::decideLevel( *this, Hoba::levelTypeAll, intfConfig.all() ).threshold.isDefault();
-   if( found == expected || ( mayBeSuperseded && !found.limited ) ) {
+   // A zero that was refused leaves what stood before, of which the chip knows nothing.
+   if( decision.refused() || found == expected ) {
       return {};
    }
-   auto const name = Kiv::String( Hoba::levelText( levelType ).substr( 1 ) );
-   return name + ": " + limitText( expected ) + " expected, " + limitText( found ) + " found";
+   return levelName( levelType ) + ": " + limitText( expected ) + " expected, " +
+          limitText( found ) + " found";
+}
+
+Kiv::String
+StormControlHelper::verifySkip( Pelt::IntfId intf, Pelt::IntfId parentIntf,
+                                IntfConfig const & intfConfig ) const {
+   if( intf != parentIntf && unit_->bcastSkipHas( intf ) ) {
+      return "a skip rule of its own found";
+   }
+   if( Hoba::decideLevel( *this, Hoba::levelTypeMulticast, intfConfig.multicast() ).refused() ||
+       Hoba::decideLevel( *this, Hoba::levelTypeAll, intfConfig.all() ).refused() ) {
+      return {}; // as above
+   }
+   bool const expected = Hoba::broadcastSkips( *this, intfConfig );
+   if( unit_->bcastSkipHas( parentIntf ) == expected ) {
+      return {};
+   }
+   return expected ? "skip rule expected, none found" : "no skip rule expected, one found";
 }
 
 Kiv::String
@@ -249,12 +288,41 @@ StormControlHelper::verifyAggregateTc( std::uint32_t trafficClass,
    if( found == config.level() ) {
       return {};
    }
+   if( trafficClass >= unit_->trafficClasses() ) {
+      return "the chip has no such traffic class";
+   }
    return Kiv::toText( config.level() ) + " expected, " + Kiv::toText( found ) + " found";
 }
 
 Kiv::String
-StormControlHelper::verifyPlatformStormControl( Config const &, Status const & ) {
-   return unit_->rulesInstalled() || unit_->chipStormControl() ? "" : "the rules are missing";
+StormControlHelper::verifyPlatformStormControl( Config const & config, Status const & ) {
+   Kiv::String mismatches;
+   if( !unit_->rulesInstalled() && !unit_->chipStormControl() ) {
+      addItem( mismatches, "the rules are missing" );
+   }
+   // What is configured has been compared already, item by item.
+   Kiv::String const nobodys = ", which nobody configured";
+   for( auto const & [ intf, port ] : unit_->port() ) {
+      for( auto levelType : Hoba::allLevelTypes ) {
+         auto const & limit = port->limit( levelType );
+         if( limit.limited && !config.intfConfigHas( limit.parent ) ) {
+            addItem( mismatches, Kiv::toText( intf ) + ' ' + levelName( levelType ) + ": " +
+                                       limitText( limit ) + nobodys );
+         }
+      }
+   }
+   for( auto intf : unit_->bcastSkip() ) {
+      if( !config.intfConfigHas( intf ) ) {
+         addItem( mismatches, Kiv::toText( intf ) + ": a skip rule" + nobodys );
+      }
+   }
+   for( auto const & [ trafficClass, threshold ] : unit_->trafficClass() ) {
+      if( !config.aggregateTcConfigHas( trafficClass ) ) {
+         addItem( mismatches, "traffic class " + Kiv::toText( trafficClass ) + ": " +
+                                    Kiv::toText( threshold ) + nobodys );
+      }
+   }
+   return mismatches;
 }
 
 std::uint64_t

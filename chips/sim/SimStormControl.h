@@ -53,6 +53,8 @@ class StormUnit : public Kiv::Entity {
    KIV_ATTRIBUTE( bool, dropCount, true );
    KIV_ATTRIBUTE( bool, chipStormControl, false );
    KIV_ATTRIBUTE( bool, dynamicLogicalPorts, false );
+   // It knows the traffic classes 0, 1, ... below this one.
+   KIV_ATTRIBUTE( std::uint16_t, trafficClasses, 8 );
    // What it holds.
    KIV_ATTRIBUTE( bool, rulesInstalled, false );
    KIV_CHILDREN( Pelt::IntfId, StormPort, port );
@@ -64,6 +66,9 @@ class StormUnit : public Kiv::Entity {
 
  public:
    explicit StormUnit( Kiv::String const & unitName = {} ) : Entity( unitName ) {}
+
+   // Throws Kiv::ParseError for a traffic class that the chip does not have.
+   void checkTrafficClass( std::uint32_t number ) const;
 
    // Lets `packets` of `bytes` each come in on the port within `seconds`: what exceeds the limit
    // of its class, and then that of all traffic, is dropped and counted. Returns the drops.
@@ -117,10 +122,12 @@ class StormControlHelper : public Hoba::StormControlSmHelper {
 
  private:
    std::uint64_t drops( Pelt::IntfId intf, Hoba::LevelType levelType ) const;
-   // What is wrong with one level of a port; empty when nothing is.
-   Kiv::String verifyLevel( StormLimit const & found, Hoba::LevelType levelType,
+   // What is wrong with one level of a port, or with its skip rule; empty when nothing is.
+   Kiv::String verifyLevel( StormPort const * port, Hoba::LevelType levelType,
                             Pelt::IntfId parentIntf, std::uint32_t speedKbps,
                             IntfConfig const & intfConfig ) const;
+   Kiv::String verifySkip( Pelt::IntfId intf, Pelt::IntfId parentIntf,
+                           IntfConfig const & intfConfig ) const;
 
    Kiv::Ptr< StormUnit > const unit_;
 };

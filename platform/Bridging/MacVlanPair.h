@@ -23,6 +23,9 @@ class MacVlanPair {
    constexpr Pelt::EthAddr addr() const { return Pelt::EthAddr( word_ >> vlanBits ); }
    constexpr VlanIdOrNone vlanId() const { return VlanIdOrNone( word_ & vlanMask ); }
 
+   // Whether there can be one: the address is one station's, and it is in a VLAN.
+   constexpr bool isStation() const { return addr().isUnicast() && vlanId().value() != 0; }
+
    constexpr bool operator==( MacVlanPair const & ) const = default;
    constexpr std::strong_ordering operator<=>( MacVlanPair const & ) const = default;
    std::size_t hash() const { return Kiv::hashOf( word_ ); }

@@ -20,6 +20,13 @@ Threshold::check() const {
    }
 }
 
+Period::Period( Kiv::Seconds seconds ) : seconds_( seconds ) {
+   if( !( seconds <= 0 || seconds >= shortest ) ) {
+      throw Kiv::RangeException( Kiv::toText( seconds ) + " is not a period: at least " +
+                                 Kiv::toText( shortest ) + " seconds, or 0 for none" );
+   }
+}
+
 std::uint64_t
 Threshold::rateKbps() const {
    if( mode != meteringBps ) {

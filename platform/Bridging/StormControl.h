@@ -35,6 +35,25 @@ struct Threshold {
    std::uint64_t rateKbps() const;
 };
 
+// Seconds between two readings of the drop counters; 0 or less reads none.
+class Period {
+ public:
+   using KivNumber = Kiv::Seconds;
+   // Each reading costs four counters of every port: oftener than that it would take a core.
+   static constexpr Kiv::Seconds shortest = 0.1;
+
+   // Throws Kiv::RangeException for what is above 0 and below `shortest`, or is no number at all.
+   Period( Kiv::Seconds seconds );
+
+   Kiv::Seconds value() const { return seconds_; }
+   operator Kiv::Seconds() const { return seconds_; }
+   void print( std::string & out ) const { Kiv::print( out, seconds_ ); }
+   static Period parse( std::string_view text ) { return Kiv::fromText< Kiv::Seconds >( text ); }
+
+ private:
+   Kiv::Seconds seconds_;
+};
+
 // The levels of one interface, a port or a LAG. The default threshold means no storm control.
 class IntfConfig : public Kiv::Entity {
    KIV_ENTITY( Bridging::StormControl::IntfConfig );
@@ -72,8 +91,7 @@ class Config : public Kiv::Entity {
    KIV_CHILDREN( Pelt::IntfId, IntfConfig, intfConfig );
    KIV_CHILDREN( std::uint16_t, AggregateTcConfig, aggregateTcConfig );
    KIV_CHILDREN( Kiv::String, BurstConfig, burstConfig );
-   // Seconds between two readings of the drop counters; 0 or less reads none.
-   KIV_ATTRIBUTE( Kiv::Seconds, period, 5.0 );
+   KIV_ATTRIBUTE( Period, period, 5.0 );
 
  public:
    explicit Config( Kiv::String const & configName = "config" ) : Entity( configName ) {}
@@ -86,16 +104,18 @@ KIV_ENUM( LevelState, std::uint8_t,
           // Nothing is programmed, because of ...
           speedUnknown, memberOfLag, lagHasNoMember, meteringModeNotSupported, zeroRateNotSupported,
           levelNotSupported, intfNotPresent, intfInactive,
-          // ... or because the all-traffic level covers it.
+          // ... or, for broadcast and unknown unicast, because the all-traffic level covers it, be
+          // it an older one that stands behind a zero that is not supported.
           supersededByAll );
 
 // What became of one level.
 struct LevelStatus {
    KIV_VALUE( Bridging::StormControl::LevelStatus );
-   // What was programmed.
+   // What stands in the hardware, also where `state` says why what is configured does not. For a
+   // LAG that of the first member that has any.
    KIV_FIELD( Threshold, threshold );
-   // Speed times level, in kbps; for a LAG the sum over its members; 0 where nothing is limited,
-   // and outside percentage mode.
+   // Speed times level of that, in kbps; for a LAG the sum over its members of known speed; 0 where
+   // nothing is limited, and outside percentage mode.
    KIV_FIELD( std::uint64_t, rate, 0 );
    KIV_FIELD( LevelState, state, notConfigured );
 };

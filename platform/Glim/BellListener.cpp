@@ -34,11 +34,21 @@ waitFor( std::atomic< std::uint32_t > const & word, std::uint32_t value, std::ui
 
 BellListener::~BellListener() { stop(); }
 
+bool
+BellListener::isForked() const {
+   return thread_.joinable() && pid_ != ::getpid();
+}
+
+std::unique_lock< std::mutex >
+BellListener::lock() {
+   return isForked() ? std::unique_lock( mutex_, std::defer_lock ) : std::unique_lock( mutex_ );
+}
+
 void
 BellListener::add( std::uint64_t id, Mapping header ) {
    auto const heard = bellOf( header ).load( std::memory_order_acquire );
    {
-      std::lock_guard const guard( mutex_ );
+      auto const guard = lock();
       entries_.push_back( { id, std::move( header ), heard, true } );
       disturb();
    }
@@ -53,7 +63,7 @@ BellListener::add( std::uint64_t id, Mapping header ) {
 bool
 BellListener::del( std::uint64_t id ) {
    {
-      std::lock_guard const guard( mutex_ );
+      auto const guard = lock();
       if( std::erase_if( entries_, [ & ]( Entry const & entry ) { return entry.id == id; } ) ==
           0 ) {
          return false;
@@ -71,7 +81,7 @@ BellListener::rearm() {
    if( !rang_.exchange( false, std::memory_order_acquire ) ) {
       return;
    }
-   std::lock_guard const guard( mutex_ );
+   auto const guard = lock();
    for( auto & entry : entries_ ) {
       if( !entry.armed ) {
          entry.heard = bellOf( entry.header ).load( std::memory_order_acquire );
@@ -111,12 +121,12 @@ BellListener::stop() {
    if( !thread_.joinable() ) {
       return;
    }
-   if( pid_ != ::getpid() ) {
-      thread_.detach(); // a forked process has the object, not the thread
+   if( isForked() ) {
+      thread_.detach();
       return;
    }
    {
-      std::lock_guard const guard( mutex_ );
+      auto const guard = lock();
       stopping_ = true;
       disturb();
    }

@@ -47,6 +47,9 @@ class BellListener {
       bool armed;
    };
 
+   // A forked process has this object without the thread, and the mutex as that left it.
+   bool isForked() const;
+   std::unique_lock< std::mutex > lock();
    void start();
    void stop();
    void listen();

@@ -12,8 +12,8 @@
 //
 //    hwFecId( key )          a copy of the record; a default one if it is not there
 //    hwFecIdHas( key )
-//    hwFecIdForEach( use )   use( key, record ) for every row, in no particular order. `use` may do
-//                            anything: write, delete, detach. The keys are copied first.
+//    hwFecIdForEach( use )   use( key, record ) for every row, in the order of the keys. `use` may
+//                            do anything: write, delete, detach. The keys are copied first.
 //    hwFecIdIs( record )     inserts or replaces
 //    hwFecIdDel( key )
 //    hwFecIdDelAll()
@@ -33,10 +33,13 @@
 //    was there already when the writer attached;
 //  - at a reader from the event loop (Loop.h), for all rows when it attached, then for what
 //    changed.
+// All rows: in the order of their keys. Where rows stand in a table is another in every run, and
+// nothing that is done here follows from it.
 //
 // A reader that fell too far behind is told to resynchronise. Handlers then run for every row that
 // is there, and for every key that this program has seen there before and that is gone, a part in
-// each turn of the event loop, and for what changes meanwhile. So a machine whose handler does
+// each turn of the event loop, and for what changes meanwhile. The turns before those only gather the
+// keys. So a machine whose handler does
 // nothing but read the state of its key is right again by itself. The same happens when the reader
 // attaches again, to the next table of that name or to another. While there is none handlers hear
 // the mount status and nothing else: whether rows of a peer that restarts are to be forgotten is
@@ -52,6 +55,7 @@
 
 #include "Glim/KeySet.h"
 #include "Glim/Loop.h"
+#include "Glim/SortedKeys.h"
 #include "Glim/Table.h"
 #include "Kiv/Entity.h"
 
@@ -74,8 +78,7 @@ class CollectionControl {
    CollectionControl( CollectionControl const & ) = delete;
    CollectionControl & operator=( CollectionControl const & ) = delete;
 
-   // Writes that table from now on. Throws Error as TableWriter, and if it is attached already. What
-   // a handler throws about the rows passes through: it is attached then, and tells the rest later.
+   // Writes that table from now on. Throws Error as TableWriter, and if it is attached already.
    void attachWriter( std::string const & table, WriterOptions const & options = {} );
    // Reads that table from now on, or from when it appears. Throws Error if the name is none, and
    // if it is attached already; a table that cannot be read is a mount status, and is tried again.
@@ -188,7 +191,7 @@ template< TableKey KeyT, TableRecord RecordT >
 class Collection final : public CollectionControl {
    using Writer = TableWriter< KeyT, RecordT >;
    using Reader = TableReader< KeyT, RecordT >;
-   // Passing an empty slot costs that much less than telling a key.
+   // Looking at a slot costs that much less than telling a key.
    static constexpr std::uint64_t slotsPerKey = 64;
 
  public:
@@ -326,6 +329,8 @@ class Collection final : public CollectionControl {
          table.forEach( [ & ]( KeyT const & key, RecordT const & ) { keys.push_back( key ); } );
          return true;
       } );
+      std::sort( keys.begin(), keys.end(), KeyBefore() );
+      keys.erase( std::unique( keys.begin(), keys.end() ), keys.end() );
       return keys;
    }
 
@@ -340,26 +345,46 @@ class Collection final : public CollectionControl {
    Poll takeChanges( std::uint64_t most ) override {
       return reader().poll( [ & ]( KeyT const & key ) { untold_.push_back( key ); }, most );
    }
-   // What is told after the walk has not been told in it, so it is gone.
+   // What is told after the rows that are there has not been told with them, so it is gone.
    void beginAll() override {
-      clearUntold();
+      // Who falls behind again before he has gathered all gathers more in a turn, and in the end all:
+      // so it comes to an end. The keys go on behind the last that was told.
+      auto const pace = reader_ && gathering() ? 4 * pace_ : 1;
+      auto gathered = std::move( gathered_ );
+      forgetUntold();
+      pace_ = pace;
       before_.merge( seen_ );
       if( reader_ ) {
-         reader().restart( walk_ );
+         gathered.restart();
+         gathered_ = std::move( gathered );
+         walk_ = reader().beginning();
       } else {
-         walk_ = {};
          untold_ = allKeys();
       }
    }
    void takeSome( std::uint64_t most ) override {
       if( walk_.left ) {
-         reader().forSome( walk_, slotsPerKey * most, most,
-                           [ & ]( KeyT const & key ) { untold_.push_back( key ); } );
-         return;
+         bool const atOnce = walk_.next == 0;
+         reader().forSome( walk_, slotsPerKey * pace_ * most,
+                           [ & ]( KeyT const & key ) { gathered_.add( key ); } );
+         gatheredAt_ = walk_.left || atOnce ? 0 : reader().told() + reader().behind();
+      } else if( gathered_.size() == 0 ) {
+         meanwhile_ = {};
+         before_.some( most, [ & ]( KeyT const & key ) { untold_.push_back( key ); } );
       }
-      before_.some( most, [ & ]( KeyT const & key ) { untold_.push_back( key ); } );
+      for( ; most != 0 && gathered_.size() != 0 && !gathering(); --most ) {
+         auto const key = gathered_.take();
+         if( !meanwhile_.has( key ) ) {
+            untold_.push_back( key );
+         }
+      }
    }
-   std::uint64_t left() const override { return mounted() ? walk_.left + before_.size() : 0; }
+   // Whether a row that changes now is among the gathered ones depends on where it stands. So all that
+   // changes until they are complete is told first, and not once more with them.
+   bool gathering() const { return walk_.left != 0 || reader().told() < gatheredAt_; }
+   std::uint64_t left() const override {
+      return mounted() ? walk_.left + gathered_.size() + before_.size() : 0;
+   }
    void seeAll() override {
       for( auto const & key : allKeys() ) {
          seen_.insert( key );
@@ -373,10 +398,17 @@ class Collection final : public CollectionControl {
       }
       seen_.erase( key );
       before_.erase( key );
+      if( reader_ && gathering() ) {
+         meanwhile_.insert( key );
+      }
       notify( CollectionEvent::changed, &key );
    }
    void forgetUntold() override {
       walk_ = {};
+      gathered_.clear();
+      gatheredAt_ = 0;
+      pace_ = 1;
+      meanwhile_ = {};
       clearUntold();
    }
    // The memory of a long list goes, that of a turn's stays.
@@ -392,7 +424,13 @@ class Collection final : public CollectionControl {
    // present resynchronisation, as long as it has not told them.
    mutable KeySet< KeyT > seen_;
    KeySet< KeyT > before_;
+   // Of that resynchronisation: the walk that gathers the keys of all rows, what it has gathered, the
+   // number of the change up to which it did, and the keys that were told of changes meanwhile.
    typename Reader::Place walk_;
+   SortedKeys< KeyT > gathered_;
+   std::uint64_t gatheredAt_ = 0;
+   std::uint64_t pace_ = 1; // of the walk
+   KeySet< KeyT > meanwhile_;
    std::vector< KeyT > untold_;
    std::size_t nextUntold_ = 0;
 };

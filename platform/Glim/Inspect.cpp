@@ -57,7 +57,6 @@ fill( TableReport & report, TableView & view ) {
    report.schema = header.schema;
    report.rows = header.rows.load();
    report.slots = view.slots();
-   report.used = header.used.load();
    report.writer = writerStateOf( header );
    report.writerPid = header.writerPid.load();
    report.writers = header.writers.load();

@@ -43,7 +43,6 @@ struct TableReport {
    std::string keyType, recordType, schema;
    std::uint64_t rows = 0;
    std::uint64_t slots = 0;
-   std::uint64_t used = 0; // slots, those of deleted rows included
    WriterState writer = WriterState::running;
    std::uint32_t writerPid = 0;
    std::uint64_t writers = 0; // how many there have been

@@ -3,7 +3,7 @@
 
 // A set of very many keys that never takes long: it grows a part at a time.
 
-#include "Kiv/Hash.h"
+#include "Glim/Words.h"
 #include "Kiv/HashMap.h"
 
 #include <array>
@@ -16,13 +16,16 @@ template< class Key >
 class KeySet {
  public:
    std::size_t size() const { return size_; }
+   bool has( Key const & key ) const {
+      return size_ != 0 && const_cast< KeySet * >( this )->part( key ).has( key );
+   }
    void insert( Key const & key ) { size_ += part( key ).insert( key ) ? 1 : 0; }
    void erase( Key const & key ) {
       if( size_ != 0 ) {
          size_ -= part( key ).erase( key ) ? 1 : 0;
       }
    }
-   // Calls use( key ) for some keys, at most so many.
+   // Calls use( key ) for some keys, at most so many, in an order that follows from what was done.
    template< class Use >
    void some( std::size_t most, Use && use ) const {
       for( auto const & each : parts_ ) {
@@ -47,8 +50,10 @@ class KeySet {
 
  private:
    Kiv::HashSet< Key > & part( Key const & key ) {
-      // Other bits than those that find the place in the part.
-      return parts_[ std::uint64_t( Kiv::hashOf( key ) ) * 0x9e3779b97f4a7c15 >> 58 ];
+      // The same in every run, since some() goes by the parts.
+      auto const words = toWords( key );
+      return parts_[ Layout::hashOf( { 0, 0xd6e8feb86659fd93 }, words.data(), words.size() ) >>
+                     58 ];
    }
 
    std::array< Kiv::HashSet< Key >, 64 > parts_;

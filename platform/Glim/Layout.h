@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// What a table looks like in memory: version 1 of the layout.
+// What a table looks like in memory: version 3 of the layout.
 //
 //    Header | journal | changes | region | region ...
 //
@@ -11,13 +11,18 @@
 // A *region* is a hash table with linear probing, `slots` many, a power of two. A slot is a word, the
 // key and the record, each in whole words:
 //
-//    word = 0                         empty, and never used: a search ends here
-//    word = version << 2 | live | writing
+//    word = version << 18 | reach << 2 | live | writing
 //
 // While the writer changes a slot, its word is odd; a reader that finds the word as it was, before and
-// after it copied, has a whole record. Slots never move within a region. A region that is too full is
-// replaced by a new one, `epoch` one higher: the memory of the one before the last is used again, so
-// who has read checks the epoch once more.
+// after it copied, has a whole record. Rows never move within a region.
+//
+// `reach` is not of the row that stands there, but of those whose search begins there: none of them
+// stands more than so many slots behind. It is raised before a row is put there, and lowered after the
+// farthest is gone, so a search for what is not there is short, and a slot whose row is gone is as
+// good as one that never had any.
+//
+// A region that is too full, or far too empty, is replaced by a new one, `epoch` one higher. The
+// memory of the former one is given back at once, so who has read checks the epoch once more.
 //
 // The *journal* has the last change whole. It is written before the slot is, so a reader that finds
 // an odd slot takes the record from the journal instead of waiting for a writer that may be dead, and
@@ -27,9 +32,15 @@
 // `changeReserved` is raised before a place is overwritten, `changeHead` after it is written.
 // `bell` is the futex on which readers sleep; the writer raises it when it commits.
 //
+// The *seed* of the hash is chosen at random for every table: who chooses keys cannot choose some that
+// crowd it. So the rows of equal tables stand in different orders.
+//
 // Every counter that one side writes while the other reads has a cache line of its own, and its
 // neighbour, which processors fetch along with it.
 
+#include "Kiv/Hash.h"
+
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -37,7 +48,7 @@
 namespace Glim::Layout {
 
 inline constexpr std::uint64_t magic = 0x4d494c4741424f48; // "HOBAGLIM"
-inline constexpr std::uint32_t version = 1;
+inline constexpr std::uint32_t version = 3;
 inline constexpr std::uint32_t byteOrder = 0x01020304;
 inline constexpr std::size_t lineBytes = 128;
 
@@ -49,7 +60,9 @@ inline constexpr std::uint64_t maxChanges = std::uint64_t( 1 ) << 28;
 
 inline constexpr std::uint64_t writing = 1;
 inline constexpr std::uint64_t live = 2;
-inline constexpr std::uint64_t oneVersion = 4;
+inline constexpr unsigned reachShift = 2;
+inline constexpr std::uint64_t maxReach = 0xffff; // that far, or any farther
+inline constexpr std::uint64_t oneVersion = std::uint64_t( 1 ) << 18;
 
 using Word = std::atomic< std::uint64_t >;
 static_assert( Word::is_always_lock_free && sizeof( Word ) == 8 );
@@ -68,6 +81,10 @@ enum State : std::uint32_t {
    stateRemoved,  // the table is no more: a new one of that name is in another file
 };
 
+struct Seed {
+   std::uint64_t first, second;
+};
+
 struct Header {
    // Written once; `magic` last.
    Word magic;
@@ -81,6 +98,7 @@ struct Header {
    std::uint64_t changesOffset;
    std::uint64_t regionsOffset; // where the first region begins
    std::uint64_t stays;         // 1 if the table outlives its writer's clean stop
+   Seed seed;                   // of hashOf()
    char table[ 64 ];            // all texts end in a zero
    char keyType[ 128 ];
    char recordType[ 128 ];
@@ -96,7 +114,6 @@ struct Header {
    Word committed;   // when the last commit was, in nanoseconds since 1970
 
    alignas( lineBytes ) Word rows;
-   Word used; // slots that are not empty, those of deleted rows included
 
    alignas( lineBytes ) Word changeReserved;
    alignas( lineBytes ) Word changeHead;
@@ -113,6 +130,23 @@ struct Journal {
    Word operation;
    Word change; // the number of the change
 };
+
+constexpr std::uint64_t
+reachOf( std::uint64_t word ) {
+   return word >> reachShift & maxReach;
+}
+
+constexpr std::uint64_t
+withReach( std::uint64_t word, std::uint64_t reach ) {
+   return ( word & ~( maxReach << reachShift ) ) | std::min( reach, maxReach ) << reachShift;
+}
+
+// At how many slots a search looks that begins at the one with this word.
+constexpr std::uint64_t
+searchOf( std::uint64_t word, std::uint64_t slots ) {
+   auto const reach = reachOf( word );
+   return reach == maxReach ? slots : std::min( reach + 1, slots );
+}
 
 constexpr std::size_t
 wordsOf( std::size_t bytes ) {
@@ -141,15 +175,15 @@ journalBytesOf( std::size_t keyBytes, std::size_t recordBytes ) {
                    lineBytes );
 }
 
-// The hash of a key, the same in every process. Slot `hash >> shift` is where the search begins.
+// The hash of a key, the same in every process. Slot `hash >> shift` is where the search begins. The
+// multiplier is secret, and the second round breaks up what is left of a pattern in the keys.
 inline std::uint64_t
-hashOf( std::uint64_t const * key, std::size_t words ) {
-   std::uint64_t hash = 0x9e3779b97f4a7c15;
+hashOf( Seed const & seed, std::uint64_t const * key, std::size_t words ) {
+   auto hash = seed.first;
    for( std::size_t i = 0; i != words; ++i ) {
-      hash = ( hash ^ key[ i ] ) * 0xff51afd7ed558ccd;
-      hash ^= hash >> 32;
+      hash = Kiv::hashMix( hash ^ key[ i ], seed.second );
    }
-   return hash * 0xc4ceb9fe1a85ec53;
+   return Kiv::hashMix( hash, 0x9e3779b97f4a7c15 );
 }
 
 } // namespace Glim::Layout

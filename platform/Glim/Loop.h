@@ -37,9 +37,8 @@ class Loop {
    // Readable (level-triggered) while run() has something to do.
    int fd() const { return event_.get(); }
 
-   // One turn: every reader tells what changed, and then every writer that wrote commits. Whatever
-   // a handler or a commit hook throws passes through; the others have their turn in the next
-   // run(). Nothing happens when it is called from inside of one of them.
+   // One turn: every reader tells what changed, and then every writer that wrote commits. What a
+   // commit hook throws passes through; the others have their turn in the next run(). Nothing happens when it is called from inside of one of them.
    void run();
 
    // Attached collections, and bells that are listened to.

@@ -72,7 +72,8 @@ ReaderFile::ReaderFile( std::string const & table, std::string const & reader ) 
    removeDead( table );
    Content first;
    first.magic = magic;
-   first.pid = static_cast< std::uint32_t >( ::getpid() );
+   process_ = ::getpid();
+   first.pid = static_cast< std::uint32_t >( process_ );
    first.start = processStart( first.pid );
    std::memcpy( first.reader, reader.data(), std::min( reader.size(), sizeof first.reader - 1 ) );
    path_ = pathOf( table ) + ".reader." + std::to_string( first.pid ) + '.' +
@@ -95,10 +96,10 @@ ReaderFile::ReaderFile( std::string const & table, std::string const & reader ) 
 void
 ReaderFile::remove() {
    memory_.reset();
-   if( !path_.empty() ) {
+   if( !path_.empty() && process_ == ::getpid() ) {
       ::unlink( path_.c_str() );
-      path_.clear();
    }
+   path_.clear();
 }
 
 void

@@ -31,12 +31,15 @@ class ReaderFile {
    ReaderFile( std::string const & table, std::string const & reader );
    ~ReaderFile() { remove(); }
    ReaderFile( ReaderFile && other ) noexcept
-         : path_( std::exchange( other.path_, {} ) ), memory_( std::move( other.memory_ ) ) {}
+         : path_( std::exchange( other.path_, {} ) ), memory_( std::move( other.memory_ ) ),
+           process_( other.process_ ) {}
    ReaderFile & operator=( ReaderFile && other ) noexcept {
       std::swap( path_, other.path_ );
       std::swap( memory_, other.memory_ );
+      std::swap( process_, other.process_ );
       return *this;
    }
+   // Takes the file away, in the process that made it. A forked one just knows it no more.
    void remove();
 
    void cursorIs( std::uint64_t cursor );
@@ -50,6 +53,7 @@ class ReaderFile {
 
    std::string path_;
    Mapping memory_;
+   int process_ = 0;
 };
 
 } // namespace Glim

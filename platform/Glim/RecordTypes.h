@@ -42,16 +42,12 @@ isPossible( char const * bytes ) {
    } else if constexpr( Kiv::FieldedValue< T > ) {
       static T const example{};
       auto const * const begin = reinterpret_cast< char const * >( &example );
-      return [ & ]< unsigned... i >( std::integer_sequence< unsigned, i... > ) {
-         auto const possible = [ & ]< class V, class F >( Kiv::FieldOf< V, F > const & field ) {
-            return isPossible< F >(
-                  bytes +
-                  ( reinterpret_cast< char const * >( &( example.*field.member ) ) - begin ) );
-         };
-         return ( possible( T::kivField( Kiv::Count< i >{} ) ) && ... );
-      }
-      ( std::make_integer_sequence< unsigned,
-                                    decltype( T::kivCount( Kiv::MaxRank{} ) )::value >{} );
+      bool all = true;
+      eachField< T >( [ & ]< class V, class F >( Kiv::FieldOf< V, F > const & field ) {
+         auto const * const place = reinterpret_cast< char const * >( &( example.*field.member ) );
+         all = all && isPossible< F >( bytes + ( place - begin ) );
+      } );
+      return all;
    } else {
       return true;
    }

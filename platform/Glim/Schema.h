@@ -7,8 +7,10 @@
 #include "Glim/Layout.h"
 #include "Kiv/Value.h"
 
+#include <cstring>
 #include <string>
 #include <type_traits>
+#include <utility>
 
 namespace Glim {
 
@@ -22,13 +24,55 @@ struct Schema {
    bool operator==( Schema const & ) const = default;
 };
 
+// Calls use( field ) for each field of a value type, in order.
+template< class T, class Use >
+constexpr void
+eachField( Use const & use ) {
+   [ & ]< unsigned... i >( std::integer_sequence< unsigned, i... > ) {
+      ( use( T::kivField( Kiv::Count< i >{} ) ), ... );
+   }
+   ( std::make_integer_sequence< unsigned, decltype( T::kivCount( Kiv::MaxRank{} ) )::value >{} );
+}
+
+// Whether it is known which bytes of a T say something.
+template< class T >
+constexpr bool
+hasKnownBytes() {
+   if constexpr( Kiv::FieldedValue< T > ) {
+      bool all = true;
+      eachField< T >( [ & ]< class V, class F >( Kiv::FieldOf< V, F > const & ) {
+         all = all && hasKnownBytes< F >();
+      } );
+      return all;
+   } else {
+      return std::has_unique_object_representations_v< T > ||
+             ( std::is_floating_point_v< T > && sizeof( T ) <= 8 );
+   }
+}
+
+// Copies those to the same places.
+template< class T >
+void
+copyFields( T const & value, char * to ) {
+   if constexpr( Kiv::FieldedValue< T > && !std::has_unique_object_representations_v< T > ) {
+      eachField< T >( [ & ]< class V, class F >( Kiv::FieldOf< V, F > const & field ) {
+         auto const & member = value.*field.member;
+         auto const offset = reinterpret_cast< char const * >( &member ) -
+                             reinterpret_cast< char const * >( &value );
+         copyFields( member, to + offset );
+      } );
+   } else {
+      std::memcpy( to, &value, sizeof( T ) );
+   }
+}
+
 template< class T >
 concept TableKey = std::is_trivially_copyable_v< T > && std::is_default_constructible_v< T > &&
                    std::has_unique_object_representations_v< T > &&
                    sizeof( T ) <= Layout::maxKeyBytes;
 template< class T >
 concept TableRecord = std::is_trivially_copyable_v< T > && std::is_default_constructible_v< T > &&
-                      sizeof( T ) <= Layout::maxRecordBytes;
+                      sizeof( T ) <= Layout::maxRecordBytes && hasKnownBytes< T >();
 
 // "u32", "enum8", "bytes8", or the fields of a value type in braces.
 template< class T >
@@ -45,15 +89,10 @@ shapeOf() {
       return ( std::is_signed_v< T > ? "i" : "u" ) + bits;
    } else if constexpr( Kiv::FieldedValue< T > ) {
       std::string text = "{";
-      [ & ]< unsigned... i >( std::integer_sequence< unsigned, i... > ) {
-         auto const add = [ & ]< class V, class F >( Kiv::FieldOf< V, F > const & field ) {
-            text += ( text.size() == 1 ? "" : ", " ) + std::string( field.name ) + ' ' +
-                    shapeOf< F >();
-         };
-         ( add( T::kivField( Kiv::Count< i >{} ) ), ... );
-      }
-      ( std::make_integer_sequence< unsigned,
-                                    decltype( T::kivCount( Kiv::MaxRank{} ) )::value >{} );
+      eachField< T >( [ & ]< class V, class F >( Kiv::FieldOf< V, F > const & field ) {
+         text +=
+               ( text.size() == 1 ? "" : ", " ) + std::string( field.name ) + ' ' + shapeOf< F >();
+      } );
       return text + "}";
    } else {
       return "bytes" + std::to_string( sizeof( T ) );

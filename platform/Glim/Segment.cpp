@@ -8,10 +8,12 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <fstream>
+#include <linux/magic.h>
 #include <map>
 #include <mutex>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <unistd.h>
 
 namespace Glim {
@@ -57,6 +59,23 @@ std::uint64_t
 fileBytes( int fd ) {
    struct stat status {};
    return ::fstat( fd, &status ) == 0 ? static_cast< std::uint64_t >( status.st_size ) : 0;
+}
+
+bool
+isThere( int fd, std::uint64_t bytes ) {
+   struct stat status {};
+   struct statfs system {};
+   if( ::fstat( fd, &status ) != 0 || ::fstatfs( fd, &system ) != 0 ) {
+      return false;
+   }
+   // A disk's may compress.
+   bool const exact = system.f_type == TMPFS_MAGIC;
+   return ( exact ? bytes : bytes / 16 ) <= static_cast< std::uint64_t >( status.st_blocks ) * 512;
+}
+
+std::string
+notThere( std::uint64_t rowBytes ) {
+   return "its header is damaged: " + std::to_string( rowBytes ) + " bytes of rows are not there";
 }
 
 std::string
@@ -284,6 +303,7 @@ fillHeader( Layout::Header & header, std::string const & table, Schema const & s
          header.headerBytes + Layout::journalBytesOf( schema.keyBytes, schema.recordBytes );
    header.regionsOffset = fixedBytes( schema.keyBytes, schema.recordBytes, changes );
    header.stays = stays;
+   header.seed = { Kiv::randomBits(), Kiv::randomBits() | 1 };
    textIs( header.table, table );
    textIs( header.keyType, schema.keyType );
    textIs( header.recordType, schema.recordType );

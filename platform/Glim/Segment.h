@@ -39,6 +39,10 @@ class Fd {
 
 // How long the file is; 0 if that cannot be found out.
 std::uint64_t fileBytes( int fd );
+// Whether the file has memory for so many bytes of its length, as far as the system says; and the
+// fault of one that has not. To look at what is not there would use memory up.
+bool isThere( int fd, std::uint64_t bytes );
+std::string notThere( std::uint64_t rowBytes );
 
 std::string folder();
 // Throws Error unless the name is 1 to 63 of A-Z a-z 0-9 _ - . and begins with none of the last two.

@@ -24,30 +24,14 @@
 
 #include "Glim/TableReaderCore.h"
 #include "Glim/TableWriterCore.h"
+#include "Glim/Words.h"
 
+#include <algorithm>
 #include <array>
-#include <cstring>
 #include <utility>
+#include <vector>
 
 namespace Glim {
-
-// A key or a record as whole words; what the last one has too many is zero.
-template< class T >
-using WordsOf = std::array< std::uint64_t, Layout::wordsOf( sizeof( T ) ) >;
-
-template< class T >
-WordsOf< T >
-toWords( T const & value ) {
-   WordsOf< T > words{};
-   std::memcpy( words.data(), &value, sizeof( T ) );
-   return words;
-}
-
-template< class T >
-void
-fromWords( T & value, WordsOf< T > const & words ) {
-   std::memcpy( static_cast< void * >( &value ), words.data(), sizeof( T ) );
-}
 
 // Calls use( i ) for each of n words; without a loop where they are few, which they mostly are.
 template< std::size_t n, class Use >
@@ -97,8 +81,8 @@ struct TableShape {
 
    static Layout::Word * keyOf( Layout::Word * slot ) { return slot + 1; }
    static Layout::Word * recordOf( Layout::Word * slot ) { return slot + 1 + keyWords; }
-   static std::uint64_t hashOf( WordsOf< Key > const & key ) {
-      return Layout::hashOf( key.data(), keyWords );
+   static std::uint64_t hashOf( Layout::Seed const & seed, WordsOf< Key > const & key ) {
+      return Layout::hashOf( seed, key.data(), keyWords );
    }
 };
 
@@ -121,8 +105,7 @@ class TableWriter : public TableWriterCore {
          if( equalWords( Shape::recordOf( found.slot ), recordWords ) ) {
             return false;
          }
-      } else if( !found.reuses && full() ) {
-         makeRoom();
+      } else if( full() && makeRoom() ) {
          found = find( keyWords );
       }
       put( found, keyWords, recordWords );
@@ -141,13 +124,21 @@ class TableWriter : public TableWriterCore {
          found.slot->store( ( word & ~( Layout::live | Layout::writing ) ) + Layout::oneVersion,
                             std::memory_order_release );
          rowsIs( rows() - 1 );
+         lowerReach( found );
          announce( keyWords );
       }
       return found.there;
    }
 
+   // In the order of the keys.
    void delAll() {
-      forEach( [ & ]( Key const & key, Record const & ) { del( key ); } );
+      std::vector< Key > keys;
+      keys.reserve( rows() );
+      forEach( [ & ]( Key const & key, Record const & ) { keys.push_back( key ); } );
+      std::sort( keys.begin(), keys.end(), KeyBefore() );
+      for( auto const & key : keys ) {
+         del( key );
+      }
    }
 
    // Tells readers that something about the key changed, though the record did not.
@@ -167,8 +158,9 @@ class TableWriter : public TableWriterCore {
       return const_cast< TableWriter * >( this )->find( toWords( key ) ).there;
    }
 
-   // Every row, in no particular order. `use` may write and delete rows that are there; it must not
-   // insert others, for which the rows may have to move.
+   // Every row, in an order that is another in every run: who acts by it sorts first. `use` may
+   // write and delete rows that are there; it must not insert others, nor commit, for which the rows
+   // may have to move.
    template< class Use >
    void forEach( Use && use ) const {
       for( std::uint64_t i = 0; i != slots(); ++i ) {
@@ -191,29 +183,68 @@ class TableWriter : public TableWriterCore {
    struct Found {
       Layout::Word * slot = nullptr;
       std::uint64_t index = 0;
+      std::uint64_t home = 0;     // where the search for the key begins
+      std::uint64_t distance = 0; // from there
       bool there = false;
-      bool reuses = false; // the place of a deleted row
    };
 
-   // The slot of the key, or the one that it would get.
+   // The slot of the key, or the one that it would get: some are free.
    Found find( WordsOf< Key > const & key ) {
+      auto const home = Shape::hashOf( seed(), key ) >> shift();
+      auto const search = Layout::searchOf(
+            slotAt( home, Shape::slotBytes )->load( std::memory_order_relaxed ), slots() );
       Found place;
-      for( auto i = Shape::hashOf( key ) >> shift();; i = ( i + 1 ) & ( slots() - 1 ) ) {
+      for( std::uint64_t distance = 0; distance < search || !place.slot; ++distance ) {
+         auto const i = ( home + distance ) & ( slots() - 1 );
          auto * const slot = slotAt( i, Shape::slotBytes );
-         auto const word = slot->load( std::memory_order_relaxed );
-         if( word & Layout::live ) {
+         if( slot->load( std::memory_order_relaxed ) & Layout::live ) {
             if( equalWords( Shape::keyOf( slot ), key ) ) {
-               return { slot, i, true, false };
+               return { slot, i, home, distance, true };
             }
-         } else if( word == 0 ) {
-            return place.slot ? place : Found{ slot, i, false, false };
          } else if( !place.slot ) {
-            place = { slot, i, false, true };
+            place = { slot, i, home, distance, false };
          }
+      }
+      return place;
+   }
+
+   // Before a row is put there.
+   void raiseReach( Found const & found ) {
+      auto * const home = slotAt( found.home, Shape::slotBytes );
+      auto const word = home->load( std::memory_order_relaxed );
+      if( found.distance > Layout::reachOf( word ) ) {
+         home->store( Layout::withReach( word, found.distance ), std::memory_order_release );
       }
    }
 
+   // After the row that was there has gone.
+   void lowerReach( Found const & found ) {
+      auto * const home = slotAt( found.home, Shape::slotBytes );
+      auto const word = home->load( std::memory_order_relaxed );
+      auto const reach = Layout::reachOf( word );
+      if( found.distance != reach || reach == 0 || reach == Layout::maxReach ) {
+         return;
+      }
+      auto left = reach;
+      do {
+         --left;
+      } while( left != 0 && !isFrom( found.home, left ) );
+      home->store( Layout::withReach( word, left ), std::memory_order_release );
+   }
+
+   // Whether a row stands so far from there whose search begins there.
+   bool isFrom( std::uint64_t home, std::uint64_t distance ) const {
+      auto * const slot = slotAt( ( home + distance ) & ( slots() - 1 ), Shape::slotBytes );
+      WordsOf< Key > key;
+      loadWords( key, Shape::keyOf( slot ) );
+      return slot->load( std::memory_order_relaxed ) & Layout::live &&
+             Shape::hashOf( seed(), key ) >> shift() == home;
+   }
+
    void put( Found const & found, WordsOf< Key > const & key, WordsOf< Record > const & record ) {
+      if( !found.there ) {
+         raiseReach( found );
+      }
       journalIs( found, Layout::operationPut, key, record );
       auto const word = found.slot->load( std::memory_order_relaxed );
       // The journal before it, the content behind it.
@@ -224,7 +255,6 @@ class TableWriter : public TableWriterCore {
       found.slot->store( ( word | Layout::live ) + Layout::oneVersion, std::memory_order_release );
       if( !found.there ) {
          rowsIs( rows() + 1 );
-         usedIs( used() + ( found.reuses ? 0 : 1 ) );
       }
       announce( key );
    }
@@ -277,8 +307,9 @@ class TableReader : public TableReaderCore {
       return find( toWords( key ), recordWords );
    }
 
-   // Every row, in no particular order: each that is there from the beginning of the walk to its
-   // end at least once (twice only if the table grew twice meanwhile). Throws as get().
+   // Every row, in an order that is another in every run: each that is there from the beginning of
+   // the walk to its end at least once (twice only if the table grew or shrank meanwhile). Throws as
+   // get().
    template< class Use >
    void forEach( Use && use ) {
       if( !attached() ) {
@@ -305,18 +336,18 @@ class TableReader : public TableReaderCore {
       std::uint64_t next = 0;
       std::uint64_t left = 0; // slots to be visited; 0: the walk is over
    };
-   // From now on every row that is there has still to be visited, beginning where the walk is.
-   void restart( Place & place ) {
+   // Where every row that is there from now on has still to be visited.
+   Place beginning() {
       if( attached() && epochNow() != epoch() ) {
          refresh();
       }
-      place = { epoch(), place.epoch == epoch() ? place.next : 0, attached() ? slots() : 0 };
+      return { epoch(), 0, attached() ? slots() : 0 };
    }
-   // Calls use( key ) for the next rows, at most so many, in at most so many slots. Each row that is
-   // there from the restart to the end is visited, some twice if the table grew. Throws as get().
+   // Calls use( key ) for the rows in the next slots, at most so many. Each row that is there from
+   // the beginning to the end is visited, some twice if the table grew or shrank. Throws as get().
    template< class Use >
-   void forSome( Place & place, std::uint64_t mostSlots, std::uint64_t mostRows, Use && use ) {
-      for( ; attached() && place.left && mostSlots && mostRows; --mostSlots ) {
+   void forSome( Place & place, std::uint64_t mostSlots, Use && use ) {
+      for( ; attached() && place.left && mostSlots; --mostSlots ) {
          if( epochNow() != epoch() ) {
             refresh();
          }
@@ -328,11 +359,10 @@ class TableReader : public TableReaderCore {
          auto const copied = copy( slotAt( place.next, Shape::slotBytes ), place.next, place.epoch,
                                    keyWords, recordWords );
          // Else the memory may have become another region's.
-         if( epochNow() == place.epoch ) {
-            place.next = ( place.next + 1 ) & ( slots() - 1 );
+         if( !moved() ) {
+            ++place.next;
             --place.left;
             if( copied == Copied::row ) {
-               --mostRows;
                Key key;
                fromWords( key, keyWords );
                use( key );
@@ -382,7 +412,7 @@ class TableReader : public TableReaderCore {
          }
          auto const found = probe( key, record );
          // The memory may have become another region's meanwhile.
-         if( epochNow() == epoch() ) [[likely]] {
+         if( !moved() ) [[likely]] {
             if( !found ) {
                checkNotLost();
             }
@@ -393,14 +423,11 @@ class TableReader : public TableReaderCore {
    }
 
    bool probe( WordsOf< Key > const & key, WordsOf< Record > & record ) {
-      auto const mask = slots() - 1;
-      auto i = Shape::hashOf( key ) >> shift();
-      for( std::uint64_t left = slots(); left != 0; ) {
-         auto * const slot = slotAt( i, Shape::slotBytes );
-         auto const word = slot->load( std::memory_order_acquire );
-         if( word == 0 ) {
-            return false;
-         }
+      auto i = Shape::hashOf( seed(), key ) >> shift();
+      auto * slot = slotAt( i, Shape::slotBytes );
+      auto word = slot->load( std::memory_order_acquire );
+      std::uint64_t tries = 0;
+      for( auto left = Layout::searchOf( word, slots() );; ) {
          if( ( word & ( Layout::live | Layout::writing ) ) == Layout::live ) [[likely]] {
             if( equalWords( Shape::keyOf( slot ), key ) ) {
                loadWords( record, Shape::recordOf( slot ) );
@@ -408,38 +435,44 @@ class TableReader : public TableReaderCore {
                if( slot->load( std::memory_order_relaxed ) == word ) [[likely]] {
                   return true;
                }
+               word = slot->load( std::memory_order_acquire );
                continue;
             }
          } else if( word & Layout::writing ) {
             WordsOf< Key > there;
-            auto const copied = copyJournal( slot, word, i, epoch(), there, record );
+            auto const copied = copyJournal( slot, word, i, epoch(), there, record, tries );
             if( copied == Copied::again ) {
                if( epochNow() != epoch() ) {
                   return false; // this may be another region's slot, of a writer that died in it
                }
+               word = slot->load( std::memory_order_acquire );
                continue;
             }
             if( copied == Copied::row && there == key ) {
                return true;
             }
          }
-         i = ( i + 1 ) & mask;
-         --left;
+         if( --left == 0 ) {
+            return false;
+         }
+         i = ( i + 1 ) & ( slots() - 1 );
+         slot = slotAt( i, Shape::slotBytes );
+         word = slot->load( std::memory_order_acquire );
       }
-      return false;
    }
 
    // What is in the slot.
    Copied copy( Layout::Word * slot, std::uint64_t index, std::uint64_t ofEpoch,
                 WordsOf< Key > & key, WordsOf< Record > & record ) {
+      std::uint64_t tries = 0;
       while( true ) {
          auto const word = slot->load( std::memory_order_acquire );
          if( word & Layout::writing ) {
-            auto const copied = copyJournal( slot, word, index, ofEpoch, key, record );
+            auto const copied = copyJournal( slot, word, index, ofEpoch, key, record, tries );
             if( copied != Copied::again ) {
                return copied;
             }
-            // A region that was replaced meanwhile has all its rows still, none half written.
+            // A region that was replaced meanwhile has no rows any more.
             if( header().region[ ofEpoch % 2 ].epoch.load( std::memory_order_acquire ) !=
                 ofEpoch ) {
                return Copied::none;
@@ -460,7 +493,8 @@ class TableReader : public TableReaderCore {
    // What the slot will have when the change that is under way is done. The writer may be dead, so
    // nobody waits for it.
    Copied copyJournal( Layout::Word * slot, std::uint64_t word, std::uint64_t index,
-                       std::uint64_t ofEpoch, WordsOf< Key > & key, WordsOf< Record > & record ) {
+                       std::uint64_t ofEpoch, WordsOf< Key > & key, WordsOf< Record > & record,
+                       std::uint64_t & tries ) {
       auto const & entry = journal();
       auto const sequence = entry.sequence.load( std::memory_order_acquire );
       bool const ours = !( sequence & 1 ) &&
@@ -473,10 +507,9 @@ class TableReader : public TableReaderCore {
       std::atomic_thread_fence( std::memory_order_acquire );
       if( !ours || entry.sequence.load( std::memory_order_relaxed ) != sequence ||
           slot->load( std::memory_order_relaxed ) != word ) {
-         retried( true );
+         retry( tries );
          return Copied::again;
       }
-      retried( false );
       return operation == Layout::operationPut ? Copied::row : Copied::none;
    }
 };

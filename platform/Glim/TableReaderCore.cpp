@@ -67,6 +67,7 @@ TableReaderCore::attach() {
       detach();
       return false;
    }
+   seed_ = header().seed;
    journalOffset_ = header().headerBytes;
    ringOffset_ = header().changesOffset;
    ringMask_ = header().changes - 1;
@@ -87,7 +88,6 @@ TableReaderCore::detach() {
    memory_.reset();
    fd_ = Fd();
    slots_ = 1;
-   retries_ = 0;
 }
 
 void
@@ -147,13 +147,9 @@ TableReaderCore::checkNotLost() {
 }
 
 void
-TableReaderCore::retried( bool again ) {
-   if( !again ) {
-      retries_ = 0;
-      return;
-   }
+TableReaderCore::retry( std::uint64_t & tries ) {
    checkNotLost();
-   if( ++retries_ == maxRetries ) {
+   if( ++tries == maxRetries ) {
       fail( "its rows are damaged" );
    }
 }

@@ -47,7 +47,9 @@ class TableReaderCore {
    bool quiesced() const;
    // Whether there is a writer at the moment.
    bool written() const;
-   // Changes that poll() has still to tell, and how often it said resynchronise.
+   // Changes since the table was made that poll() has told or passed over; how many it has still to
+   // tell, and how often it said resynchronise.
+   std::uint64_t told() const { return cursor_; }
    std::uint64_t behind() const { return attached() ? waiting() : 0; }
    std::uint64_t resyncs() const { return resyncs_; }
 
@@ -70,7 +72,13 @@ class TableReaderCore {
    Layout::Journal const & journal() const {
       return *reinterpret_cast< Layout::Journal const * >( memory_.data() + journalOffset_ );
    }
+   Layout::Seed const & seed() const { return seed_; }
    std::uint64_t epochNow() const { return header().epoch.load( std::memory_order_acquire ); }
+   // Whether what was just read may have been another region's: asked after all that was read.
+   bool moved() const {
+      std::atomic_thread_fence( std::memory_order_acquire );
+      return header().epoch.load( std::memory_order_relaxed ) != epoch_;
+   }
    std::uint64_t epoch() const { return epoch_; }
    std::uint64_t slots() const { return slots_; }
    unsigned shift() const { return shift_; }
@@ -82,9 +90,9 @@ class TableReaderCore {
    void refresh();
    // Throws Error when memory was cut off; the reader is detached then.
    void checkNotLost();
-   // The same, and also when it is called again and again with no retried( false ) in between: a
-   // living writer cannot be that quick, so what is read is damaged.
-   void retried( bool again );
+   // The same, and also at the last of very many tries of one thing: no living writer is so quick for
+   // so long, so what is read is damaged.
+   void retry( std::uint64_t & tries );
 
    struct Walk {
       std::uint64_t epoch = 0;
@@ -131,6 +139,7 @@ class TableReaderCore {
    Fd fd_;
    Mapping memory_;
    ReaderFile file_;
+   Layout::Seed seed_{};
    std::uint64_t journalOffset_ = 0;
    std::uint64_t ringOffset_ = 0;
    std::uint64_t ringMask_ = 0;
@@ -141,7 +150,6 @@ class TableReaderCore {
    unsigned shift_ = 0;
    std::uint64_t cursor_ = 0;
    std::uint64_t resyncs_ = 0;
-   std::uint64_t retries_ = 0;
    bool fresh_ = false; // nothing was read since it attached
 };
 

@@ -120,6 +120,13 @@ TableView::findRegion() {
          }
          memory_ = Mapping( fd_.get(), bytes, false, "the table" );
       }
+      auto const rowBytes = found.slots * copy_.slotBytes;
+      if( !isThere( fd_.get(), copy_.regionsOffset + rowBytes ) ) {
+         if( headerNow().epoch.load( std::memory_order_acquire ) != epoch ) {
+            continue; // given back just now
+         }
+         return notThere( rowBytes );
+      }
       region_ = found;
       return {};
    }

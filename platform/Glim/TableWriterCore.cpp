@@ -12,6 +12,7 @@
 #include <linux/falloc.h>
 #include <linux/futex.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -27,9 +28,8 @@ constexpr std::uint64_t firstEpoch = 2; // 0 is no region
 constexpr std::uint64_t pageBytes = 4096;
 
 std::uint64_t
-reservedBytes( int fd ) {
-   struct stat status {};
-   return ::fstat( fd, &status ) == 0 ? static_cast< std::uint64_t >( status.st_blocks ) * 512 : 0;
+slotsFor( std::uint64_t rows ) {
+   return std::bit_ceil( std::clamp( 2 * rows + 2, minSlots, maxSlots ) );
 }
 
 std::uint64_t
@@ -66,8 +66,9 @@ copyWords( Word const * from, Word * to, std::size_t words ) {
 TableWriterCore::TableWriterCore( std::string const & table, Schema const & schema,
                                   WriterOptions const & options )
       : table_( table ), what_( "table \"" + table + "\"" ), private_( options.privateMemory ),
-        keyWords_( wordsOf( schema.keyBytes ) ),
-        slotBytes_( slotBytesOf( schema.keyBytes, schema.recordBytes ) ) {
+        process_( ::getpid() ), keyWords_( wordsOf( schema.keyBytes ) ),
+        slotBytes_( slotBytesOf( schema.keyBytes, schema.recordBytes ) ),
+        leastSlots_( slotsFor( options.rows ) ) {
    checkName( table_ );
    if( private_ ) {
       bool isNew = false;
@@ -140,8 +141,15 @@ TableWriterCore::close() {
    if( !open_ ) {
       return;
    }
-   commit();
-   open_ = false;
+   if( process_ != ::getpid() ) {
+      // A forked process has this object, but the table is that of the one which it came from.
+      if( private_ ) {
+         PrivateTables::writerDel( table_, true );
+      }
+      letGo();
+      return;
+   }
+   tell();
    stateIs( stays_ ? stateClosed : stateRemoved );
    if( private_ ) {
       PrivateTables::writerDel( table_, !stays_ );
@@ -149,6 +157,12 @@ TableWriterCore::close() {
       ::unlink( pathOf( table_ ).c_str() );
       lock_.removeFile();
    }
+   letGo();
+}
+
+void
+TableWriterCore::letGo() {
+   open_ = false;
    memory_.reset();
    fd_ = Fd();
    lock_ = WriterLock();
@@ -210,13 +224,9 @@ TableWriterCore::faultOf( Schema const & schema ) {
    if( epochThere == 0 || region.epoch.load() != epochThere || !isPlace( region, bytes ) ) {
       return "its header is damaged";
    }
-   // Memory that nobody reserved is none of a table: to look at all of it would use it up.
    auto const rowBytes = region.slots.load() * slotBytes();
-   if( rowBytes / 16 > reservedBytes( fd_.get() ) ) {
-      return "its header is damaged: " + std::to_string( rowBytes ) +
-             " bytes of rows are not there";
-   }
-   return {};
+   return isThere( fd_.get(), header().regionsOffset + rowBytes ) ? std::string()
+                                                                  : notThere( rowBytes );
 }
 
 // Whether the region is where one can be.
@@ -249,7 +259,6 @@ TableWriterCore::removeFormer() {
 void
 TableWriterCore::make( Schema const & schema, WriterOptions const & options ) {
    auto const changesRoom = std::bit_ceil( std::clamp( options.changes, minChanges, maxChanges ) );
-   auto const slotsRoom = std::bit_ceil( std::clamp( 2 * options.rows + 2, minSlots, maxSlots ) );
    auto const path = pathOf( table_ ), making = path + ".new";
    if( !private_ ) {
       ::unlink( making.c_str() );
@@ -262,10 +271,10 @@ TableWriterCore::make( Schema const & schema, WriterOptions const & options ) {
    }
    try {
       auto const first = fixedBytes( schema.keyBytes, schema.recordBytes, changesRoom );
-      reserve( 0, first + slotsRoom * slotBytes() );
+      reserve( 0, first + leastSlots_ * slotBytes() );
       mapAll();
       fillHeader( header(), table_, schema, changesRoom, options.lifetime == Lifetime::stays );
-      regionIs( firstEpoch, first, slotsRoom );
+      regionIs( firstEpoch, first, leastSlots_ );
       header().magic.store( magic, std::memory_order_release );
       mapAll(); // now that the header says where everything is
       viewIs( firstEpoch );
@@ -280,10 +289,13 @@ TableWriterCore::make( Schema const & schema, WriterOptions const & options ) {
    }
 }
 
-// Memory that is not there would end the process when it is written.
+// Memory that is not there would end the process when it is written. What cannot be had is not tried:
+// the system would take all that there is, page by page, before it says so.
 void
 TableWriterCore::reserve( std::uint64_t offset, std::uint64_t bytes ) {
-   int error = EINTR;
+   struct statvfs room {};
+   bool const isBounded = ::fstatvfs( fd_.get(), &room ) == 0 && room.f_blocks != 0;
+   int error = isBounded && bytes / room.f_frsize > room.f_bavail ? ENOSPC : EINTR;
    while( error == EINTR ) {
       error = ::posix_fallocate( fd_.get(), static_cast< off_t >( offset ),
                                  static_cast< off_t >( bytes ) );
@@ -301,6 +313,7 @@ TableWriterCore::mapAll() {
       journal_ = reinterpret_cast< Journal * >( memory_.data() + h.headerBytes );
       ring_ = memory_.data() + h.changesOffset;
       ringMask_ = h.changes - 1;
+      seed_ = h.seed;
    }
 }
 
@@ -309,27 +322,17 @@ TableWriterCore::mapAll() {
 std::string
 TableWriterCore::recover() {
    viewIs( header().epoch.load() );
-   forgetUnusable();
+   dropFormer(); // and what was to become a region
    changes_ = header().changeHead.load();
-   header().changeReserved.store( changes_ );
+   // Who died while he announced a change has spoiled the place of an older one. It stays reserved, so
+   // that readers who have yet to be told that one know that it is lost.
+   if( header().changeReserved.load() - changes_ > 1 ) {
+      return "its header is damaged: it has reserved change " +
+             std::to_string( header().changeReserved.load() ) + " behind " +
+             std::to_string( changes_ );
+   }
    completeChange();
    return countRows() ? std::string() : "its rows are damaged";
-}
-
-// The memory of the former region is used again, if that is what it is. Who died while using it
-// left it without an epoch.
-void
-TableWriterCore::forgetUnusable() {
-   auto & former = header().region[ ( epoch_ + 1 ) % 2 ];
-   auto const begin = former.offset.load();
-   auto const end = begin + former.slots.load() * slotBytes();
-   auto const mine = header().region[ epoch_ % 2 ].offset.load();
-   bool const apart = end <= mine || begin >= mine + slots_ * slotBytes();
-   if( !isPlace( former, memory_.bytes() ) || !apart ) {
-      former.epoch.store( 0 );
-      former.offset.store( 0 );
-      former.slots.store( 0 );
-   }
 }
 
 void
@@ -371,19 +374,24 @@ TableWriterCore::completeChange() {
    }
 }
 
+// Whether every row is whole, and found where it is.
 bool
 TableWriterCore::countRows() {
-   std::uint64_t rowsThere = 0, usedThere = 0;
-   bool damaged = false;
-   for( std::uint64_t i = 0; i != slots_; ++i ) {
-      auto const word = slotAt( i, slotBytes() )->load( std::memory_order_relaxed );
-      rowsThere += ( word & live ) != 0;
-      usedThere += word != 0;
-      damaged = damaged || ( word & writing );
+   std::uint64_t rowsThere = 0;
+   bool sound = true;
+   for( std::uint64_t i = 0; i != slots_ && sound; ++i ) {
+      auto const * const slot = slotAt( i, slotBytes() );
+      auto const word = slot->load( std::memory_order_relaxed );
+      sound = !( word & writing );
+      if( word & live ) {
+         ++rowsThere;
+         auto const home = homeOf( slot, shift_ );
+         auto const search = searchOf( slotAt( home, slotBytes() )->load(), slots_ );
+         sound = sound && ( ( i - home ) & ( slots_ - 1 ) ) < search;
+      }
    }
    rowsIs( rowsThere );
-   usedIs( usedThere );
-   return !damaged && usedThere != slots_;
+   return sound && rowsThere != slots_;
 }
 
 void
@@ -415,79 +423,130 @@ TableWriterCore::viewIs( std::uint64_t epoch ) {
    region_ = memory_.data() + region.offset.load();
    slots_ = region.slots.load();
    shift_ = static_cast< unsigned >( 64 - std::countr_zero( slots_ ) );
+   fullAt_ = slots_ / 2;
+}
+
+bool
+TableWriterCore::makeRoom() {
+   checkNotLost();
+   auto const most = slots_ / 8 * 7;
+   try {
+      rebuild( 2 * slots_ );
+   } catch( Error const & ) {
+      if( rows_ >= most ) {
+         throw;
+      }
+      fullAt_ = std::min( rows_ + slots_ / 16, most ); // to try for every row would take long
+      return false;
+   }
+   return true;
+}
+
+// From a sixteenth to a quarter, and it grows at a half: no table goes up and down.
+void
+TableWriterCore::shrink() {
+   if( slots_ > leastSlots_ && rows_ < slots_ / 16 ) {
+      checkNotLost();
+      try {
+         rebuild( std::max( leastSlots_, std::bit_ceil( 4 * rows_ ) ) );
+      } catch( Error const & ) {
+         // There is not even memory for that: it stays as it is.
+      }
+   }
 }
 
 void
-TableWriterCore::makeRoom() {
-   checkNotLost();
-   // Twice as many slots, unless it is deleted rows that take the room.
-   auto const wanted = rows_ * 4 >= slots_ ? slots_ * 2 : slots_;
-   if( wanted > maxSlots ) {
+TableWriterCore::rebuild( std::uint64_t slots ) {
+   if( slots > maxSlots ) {
       fail( "it has as many rows as a table can have" );
    }
-   auto const bytes = roundUp( wanted * slotBytes(), pageBytes );
-   auto const offset = placeFor( bytes );
-   copyRows( memory_.data() + offset, wanted );
-   auto const former = header().region[ ( epoch_ + 1 ) % 2 ].offset.load();
-   auto const formerBytes = header().region[ ( epoch_ + 1 ) % 2 ].slots.load() * slotBytes();
-   regionIs( epoch_ + 1, offset, wanted );
+   auto const offset = placeFor( roundUp( slots * slotBytes(), pageBytes ) );
+   copyRows( memory_.data() + offset, slots );
+   regionIs( epoch_ + 1, offset, slots );
    viewIs( epoch_ + 1 );
-   usedIs( rows_ );
-   if( former != 0 && former != offset ) {
-      zero( former, formerBytes ); // gives the memory back
+   dropFormer();
+}
+
+// Before the present region, if there is room, or behind it.
+std::uint64_t
+TableWriterCore::placeFor( std::uint64_t bytes ) {
+   auto const first = header().regionsOffset;
+   auto const mine = header().region[ epoch_ % 2 ].offset.load();
+   auto const offset =
+         mine - first >= bytes ? first : roundUp( mine + slots_ * slotBytes(), pageBytes );
+   auto const endThere = fileBytes( fd_.get() );
+   reserve( offset, bytes );
+   if( endThere < offset + bytes ) {
+      mapAll();
+      viewIs( epoch_ );
+   }
+   // Who died while he moved rows has left some there, unless the system took them back.
+   if( offset < endThere ) {
+      auto * const words = wordsAt( memory_.data() + offset );
+      for( std::uint64_t i = 0; i != std::min( bytes, endThere - offset ) / 8; ++i ) {
+         words[ i ].store( 0, std::memory_order_relaxed );
+      }
+   }
+   return offset;
+}
+
+// Whoever still walks there learns that it is no more, before its memory goes.
+void
+TableWriterCore::dropFormer() {
+   auto & former = header().region[ ( epoch_ + 1 ) % 2 ];
+   former.epoch.store( 0, std::memory_order_relaxed );
+   std::atomic_thread_fence( std::memory_order_seq_cst );
+   former.offset.store( 0, std::memory_order_relaxed );
+   former.slots.store( 0, std::memory_order_relaxed );
+   auto const mine = header().region[ epoch_ % 2 ].offset.load();
+   giveBack( header().regionsOffset, mine );
+   giveBack( roundUp( mine + slots_ * slotBytes(), pageBytes ), fileBytes( fd_.get() ) );
+}
+
+// A system that refuses keeps it for this file.
+void
+TableWriterCore::giveBack( std::uint64_t begin, std::uint64_t end ) {
+   if( begin < end ) {
+      ::fallocate( fd_.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
+                   static_cast< off_t >( begin ), static_cast< off_t >( end - begin ) );
    }
 }
 
 std::uint64_t
-TableWriterCore::placeFor( std::uint64_t bytes ) {
-   auto & former = header().region[ ( epoch_ + 1 ) % 2 ];
-   auto const offset = former.offset.load();
-   if( offset != 0 && roundUp( former.slots.load() * slotBytes(), pageBytes ) >= bytes ) {
-      // Whoever still walks there learns that it is no more, before it becomes something else.
-      former.epoch.store( 0, std::memory_order_relaxed );
-      std::atomic_thread_fence( std::memory_order_seq_cst );
-      zero( offset, bytes );
-      reserve( offset, bytes );
-      return offset;
+TableWriterCore::homeOf( Word const * slot, unsigned shift ) const {
+   std::array< std::uint64_t, wordsOf( maxKeyBytes ) > key;
+   for( std::size_t k = 0; k != keyWords_; ++k ) {
+      key[ k ] = slot[ 1 + k ].load( std::memory_order_relaxed );
    }
-   auto const end = roundUp( fileBytes( fd_.get() ), pageBytes );
-   reserve( end, bytes );
-   mapAll();
-   viewIs( epoch_ );
-   return end;
-}
-
-void
-TableWriterCore::zero( std::uint64_t offset, std::uint64_t bytes ) {
-   if( ::fallocate( fd_.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
-                    static_cast< off_t >( offset ), static_cast< off_t >( bytes ) ) != 0 ) {
-      auto * const words = wordsAt( memory_.data() + offset );
-      for( std::uint64_t i = 0; i != bytes / 8; ++i ) {
-         words[ i ].store( 0, std::memory_order_relaxed );
-      }
-   }
+   return hashOf( seed_, key.data(), keyWords_ ) >> shift;
 }
 
 void
 TableWriterCore::copyRows( char * to, std::uint64_t slots ) const {
    auto const words = slotBytes() / 8;
    auto const shift = static_cast< unsigned >( 64 - std::countr_zero( slots ) );
-   std::array< std::uint64_t, wordsOf( maxKeyBytes ) > key;
    for( std::uint64_t i = 0; i != slots_; ++i ) {
       auto const * const from = slotAt( i, slotBytes() );
       if( !( from->load( std::memory_order_relaxed ) & live ) ) {
          continue;
       }
-      for( std::size_t k = 0; k != keyWords_; ++k ) {
-         key[ k ] = from[ 1 + k ].load( std::memory_order_relaxed );
+      auto const home = homeOf( from, shift );
+      auto const wordOf = [ & ]( std::uint64_t distance ) {
+         return wordsAt( to + ( ( home + distance ) & ( slots - 1 ) ) * slotBytes() );
+      };
+      std::uint64_t distance = 0;
+      while( wordOf( distance )->load( std::memory_order_relaxed ) & live ) {
+         ++distance;
       }
-      auto place = hashOf( key.data(), keyWords_ ) >> shift;
-      while( wordsAt( to + place * slotBytes() )->load( std::memory_order_relaxed ) != 0 ) {
-         place = ( place + 1 ) & ( slots - 1 );
-      }
-      auto * const slot = wordsAt( to + place * slotBytes() );
+      auto * const first = wordOf( 0 );
+      auto * const slot = wordOf( distance );
       copyWords( from + 1, slot + 1, words - 1 );
-      slot->store( live + oneVersion, std::memory_order_relaxed );
+      slot->store( slot->load( std::memory_order_relaxed ) + oneVersion + live,
+                   std::memory_order_relaxed );
+      auto const word = first->load( std::memory_order_relaxed );
+      if( distance > reachOf( word ) ) {
+         first->store( withReach( word, distance ), std::memory_order_relaxed );
+      }
    }
 }
 
@@ -495,8 +554,15 @@ TableWriterCore::copyRows( char * to, std::uint64_t slots ) const {
 
 void
 TableWriterCore::commit() {
+   if( tell() ) {
+      shrink();
+   }
+}
+
+bool
+TableWriterCore::tell() {
    if( changes_ == rung_ ) {
-      return;
+      return false;
    }
    if( memory_.lost() || header().magic.load( std::memory_order_relaxed ) != magic ) {
       checkNotLost();
@@ -507,6 +573,7 @@ TableWriterCore::commit() {
    rung_ = changes_;
    header().committed.store( nanosecondsNow(), std::memory_order_relaxed );
    ring();
+   return true;
 }
 
 void

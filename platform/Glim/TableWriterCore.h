@@ -15,7 +15,7 @@ struct WriterOptions {
    // What becomes of the table when its writer stops cleanly. A killed writer's table stays for the
    // next writer in either case.
    Lifetime lifetime = Lifetime::goes;
-   // Room for so many rows to begin with; it grows.
+   // Room for so many rows to begin with; it grows, and shrinks again down to that.
    std::uint64_t rows = 1024;
    // How many changes a reader may fall behind, rounded up to a power of two.
    std::uint64_t changes = 65536;
@@ -42,8 +42,9 @@ class TableWriterCore {
    bool tookOver() const { return tookOver_; }
 
    // What was written since the last commit is complete: runs the commit hook, and wakes the readers
-   // that sleep. Nothing when there was no change. An event loop commits once a turn. Throws Error
-   // when the table was cut off under the writer's feet.
+   // that sleep. Nothing when there was no change. An event loop commits once a turn. Gives memory
+   // back when few rows are left in a large table. Throws Error when the table was cut off under the
+   // writer's feet.
    void commit();
    // Runs first in every commit that has something to commit; it may write. Null for none.
    void commitHookIs( std::function< void() > hook ) { commitHook_ = std::move( hook ); }
@@ -66,24 +67,22 @@ class TableWriterCore {
       return *reinterpret_cast< Layout::Header * >( memory_.data() );
    }
    Layout::Journal & journal() const { return *journal_; }
+   Layout::Seed const & seed() const { return seed_; }
    std::uint64_t epoch() const { return epoch_; }
    std::uint64_t slots() const { return slots_; }
    unsigned shift() const { return shift_; }
    Layout::Word * slotAt( std::uint64_t index, std::size_t slotBytes ) const {
       return reinterpret_cast< Layout::Word * >( region_ + index * slotBytes );
    }
-   std::uint64_t used() const { return used_; }
-   // Searches stay short while half of the slots are empty.
-   bool full() const { return used_ >= slots_ / 2; }
-   // Makes a region in which there is room for one more row. Throws Error: nothing changed then.
-   void makeRoom();
+   // Searches stay short while half of the slots are free.
+   bool full() const { return rows_ >= fullAt_; }
+   // Returns whether there is a new region, in which there is room for one more row. If there is no
+   // memory for that, the present one will do up to seven eighths. Throws Error when it is as full as
+   // that: nothing changed then.
+   bool makeRoom();
    void rowsIs( std::uint64_t rows ) {
       rows_ = rows;
       header().rows.store( rows, std::memory_order_relaxed );
-   }
-   void usedIs( std::uint64_t used ) {
-      used_ = used;
-      header().used.store( used, std::memory_order_relaxed );
    }
 
    // The number of the next change, whose key is written between these two.
@@ -113,17 +112,25 @@ class TableWriterCore {
    bool isPlace( Layout::Region const & region, std::uint64_t bytes ) const;
    // What a writer that died left is made whole. Returns what is wrong with the rows.
    std::string recover();
-   void forgetUnusable();
    void completeChange();
    bool countRows();
    void checkNotLost() const;
-   // Where a region of so many bytes goes. Its memory is reserved and zero.
+   // Tells readers what was written. Returns whether there was anything.
+   bool tell();
+   void shrink();
+   // Moves the rows to a new region. Throws Error: nothing changed then.
+   void rebuild( std::uint64_t slots );
+   // Where a region of so many bytes goes. Its memory is reserved and zero. Throws Error.
    std::uint64_t placeFor( std::uint64_t bytes );
-   void zero( std::uint64_t offset, std::uint64_t bytes );
+   // Nothing but the region that is in use keeps memory.
+   void dropFormer();
+   void giveBack( std::uint64_t begin, std::uint64_t end );
+   std::uint64_t homeOf( Layout::Word const * slot, unsigned shift ) const;
    void copyRows( char * to, std::uint64_t slots ) const;
    void regionIs( std::uint64_t epoch, std::uint64_t offset, std::uint64_t slots );
    void viewIs( std::uint64_t epoch );
    void removeFormer();
+   void letGo();
    void stateIs( Layout::State state );
    void ring();
    [[noreturn]] void fail( std::string const & text ) const;
@@ -135,6 +142,7 @@ class TableWriterCore {
    Fd fd_;
    Mapping memory_;
    bool const private_;
+   int const process_; // whose table it is
    bool found_ = false;
    bool tookOver_ = false;
    bool open_ = false;
@@ -152,8 +160,10 @@ class TableWriterCore {
    std::uint64_t epoch_ = 0;
    std::uint64_t slots_ = 0;
    unsigned shift_ = 0;
+   std::uint64_t fullAt_ = 0;
+   std::uint64_t leastSlots_ = 0;
+   Layout::Seed seed_{};
    std::uint64_t rows_ = 0;
-   std::uint64_t used_ = 0;
    std::uint64_t changes_ = 0;
    std::uint64_t rung_ = 0; // the changes that readers were woken for
 };

@@ -34,4 +34,23 @@ speedFromMbps( std::uint64_t mbps ) {
    return speedUnknown;
 }
 
+EthMbps
+EthMbps::parse( std::string_view text ) {
+   return EthMbps( Kiv::fromText< std::uint32_t >( text ) );
+}
+
+std::uint32_t
+EthMbps::checked( std::uint64_t mbps ) {
+   if( mbps != 0 && speedFromMbps( mbps ) == speedUnknown ) {
+      std::string speeds;
+      for( auto const known : mbpsOf ) {
+         speeds += ( speeds.empty() ? "" : ", " ) + Kiv::toText( known );
+      }
+      throw Kiv::RangeException( Kiv::toText( mbps ) +
+                                 " Mb/s is not a speed of Ethernet: expected " + speeds +
+                                 "; 0 is unknown" );
+   }
+   return static_cast< std::uint32_t >( mbps );
+}
+
 } // namespace Interface

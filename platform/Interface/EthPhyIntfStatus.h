@@ -21,6 +21,35 @@ std::uint32_t speedToKbps( EthSpeed speed );
 // The Ethernet speed of so many Mb/s; speedUnknown when Ethernet has none such.
 EthSpeed speedFromMbps( std::uint64_t mbps );
 
+// A speed as people configure it: one that Ethernet has, in Mb/s, or 0 for unknown.
+class EthMbps {
+ public:
+   using KivNumber = std::uint32_t;
+   // What is no whole number between these is refused as such, and not as a speed.
+   static constexpr std::uint32_t min = 0;
+   static constexpr std::uint32_t max = UINT32_MAX;
+
+   constexpr EthMbps() = default;
+   // Throws Kiv::RangeException for any other number.
+   template< class Number >
+      requires std::is_integral_v< Number >
+   explicit EthMbps( Number mbps ) : value_( checked( static_cast< std::uint64_t >( mbps ) ) ) {}
+
+   std::uint32_t value() const { return value_; }
+   EthSpeed speed() const { return speedFromMbps( value_ ); }
+
+   friend bool operator==( EthMbps, EthMbps ) = default;
+   std::size_t hash() const { return Kiv::hashOf( value_ ); }
+   void print( std::string & out ) const { Kiv::print( out, value_ ); }
+   // Kiv::ParseError for what is no number, Kiv::RangeException for a number that is no speed.
+   static EthMbps parse( std::string_view text );
+
+ private:
+   static std::uint32_t checked( std::uint64_t mbps );
+
+   std::uint32_t value_ = 0;
+};
+
 class EthPhyIntfStatus : public Kiv::Entity {
    KIV_ENTITY( Interface::EthPhyIntfStatus );
    KIV_ATTRIBUTE( EthSpeed, speed );

@@ -11,7 +11,8 @@
 //
 // The handler is a member of the reactor or of its owner. It runs from the clock's driver, never
 // from inside timeMinIs(), and not at all while the reactor is marked or its owner is silenced: a
-// time that comes then is let pass.
+// time that comes then is let pass. What it throws ends with it, as that of every handler: a handler
+// that re-arms does so before what may throw, or keeps apart (guarded()) what others must not suffer.
 
 #include "Kiv/Clock.h"
 #include "Kiv/Reactor.h"

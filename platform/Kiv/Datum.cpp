@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Kiv/Datum.h"
 
+#include <cmath>
+
 namespace Kiv {
 
 Datum const *
@@ -43,7 +45,7 @@ rethrowInPlace( std::string_view place ) {
    try {
       throw;
    } catch( RangeException const & error ) {
-      throw RangeException( String( place ) + ": " + error.what() );
+      throw RangeException( String( place ) + ": " + error.reason() );
    } catch( ParseError const & error ) {
       throw ParseError( String( place ) + ": " + error.what() );
    }
@@ -86,6 +88,10 @@ integerFrom( Datum const & datum, std::int64_t min, std::int64_t max ) {
 double
 numberFrom( Datum const & datum ) {
    if( auto const * value = datum.as< double >() ) {
+      // Data that is written down has no form for these.
+      if( !std::isfinite( *value ) ) {
+         parseFailed( toText( *value ), "a finite number" );
+      }
       return *value;
    }
    if( auto const * value = datum.as< std::int64_t >() ) {

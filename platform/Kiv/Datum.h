@@ -80,7 +80,8 @@ std::int64_t integerFrom( Datum const & datum, std::int64_t min, std::int64_t ma
 std::uint64_t integerFrom( Datum const & datum, std::uint64_t min, std::uint64_t max );
 double numberFrom( Datum const & datum );
 [[noreturn]] void wrongShape( Datum const & datum, std::string_view expected );
-// Throws the exception in flight again; a ParseError or RangeException with "<place>: " before it.
+// Throws the exception in flight again; a ParseError with "<place>: " before its text, a
+// RangeException with that before its reason.
 [[noreturn]] void rethrowInPlace( std::string_view place );
 template< class Read >
 decltype( auto )
@@ -95,9 +96,12 @@ inPlace( std::string_view place, Read const & read ) {
 template< class T >
 concept FieldedValue = requires { typename T::KivFields; };
 
-// A number with bounds (KIV_RANGED): a number as data, too.
+// A number with bounds (KIV_RANGED, or a fraction that brings `KivNumber` and value()): a number as
+// data, too.
 template< class T >
 concept RangedNumber = requires { typename T::KivNumber; };
+template< class T >
+concept RangedFraction = RangedNumber< T > && std::is_floating_point_v< typename T::KivNumber >;
 
 template< class T >
 inline constexpr bool isVector = false;
@@ -109,10 +113,10 @@ consteval DatumShape
 datumShape() {
    if constexpr( std::is_same_v< T, bool > ) {
       return DatumShape::boolean;
+   } else if constexpr( std::is_floating_point_v< T > || RangedFraction< T > ) {
+      return DatumShape::number;
    } else if constexpr( std::is_integral_v< T > || RangedNumber< T > ) {
       return DatumShape::integer;
-   } else if constexpr( std::is_floating_point_v< T > ) {
-      return DatumShape::number;
    } else if constexpr( FieldedValue< T > || isVector< T > ) {
       return DatumShape::structure;
    } else {
@@ -180,13 +184,17 @@ fromDatum( Datum const & datum ) {
       using Limits = std::numeric_limits< T >;
       return static_cast< T >( integerFrom( datum, static_cast< Wide >( Limits::min() ),
                                             static_cast< Wide >( Limits::max() ) ) );
+   } else if constexpr( RangedFraction< T > ) {
+      return T( numberFrom( datum ) );
    } else if constexpr( RangedNumber< T > ) {
       // Also as text, which is how keys and many files have it.
       if( auto const * text = datum.as< String >() ) {
          return T::parse( *text );
       }
-      return T( integerFrom( datum, std::numeric_limits< std::int64_t >::min(),
-                             std::numeric_limits< std::int64_t >::max() ) );
+      // A whole number out of bounds is for the type to refuse.
+      auto const * number = datum.as< std::int64_t >();
+      return T( number ? *number
+                       : integerFrom( datum, std::int64_t{ T::min }, std::int64_t{ T::max } ) );
    } else if constexpr( std::is_floating_point_v< T > ) {
       return static_cast< T >( numberFrom( datum ) );
    } else {

@@ -2,10 +2,12 @@
 #pragma once
 
 // What is going on in the event loop right now: the notifications in flight, innermost first, the
-// objects that wait for the outermost one to return, and who records all of it.
+// objects that wait for the outermost one to return, who records all of it, and what failed.
 
 #include "Kiv/Ptr.h"
 
+#include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace Kiv {
@@ -52,6 +54,32 @@ struct Dispatch {
    static inline bool waiting = false;
    // Null unless somebody records: one load and one branch is all that recording costs then.
    static inline DispatchRecorder * recorder = nullptr;
+
+   // Says that `step`, at work on what is called `on`, failed with the exception being handled:
+   // called inside a catch block.
+   static void failed( std::string_view step, std::string_view on = {} ) noexcept;
+   // How often that was said since the process started.
+   static inline std::uint64_t failures = 0;
+   // Who is told of it; null for a line on standard error. What it throws itself is lost.
+   static inline void ( *failureSink )( std::string_view step, std::string_view why ) = nullptr;
 };
+
+// What the exception being handled says: called inside a catch block.
+std::string exceptionText();
+
+// Runs a step whose failure is its own: what it throws is told (Dispatch::failed()) and ends here.
+// Returns whether it succeeded. Handlers, timeouts and first passes run like this, so that no one's
+// failure keeps others from their turn, or is taken for the failure of whoever wrote an attribute.
+template< class Step >
+bool
+guarded( std::string_view name, std::string_view on, Step && step ) {
+   try {
+      step();
+      return true;
+   } catch( ... ) {
+      Dispatch::failed( name, on );
+      return false;
+   }
+}
 
 } // namespace Kiv

@@ -44,7 +44,7 @@ DispatchRecorder::clear() {
 }
 
 std::uint64_t
-DispatchRecorder::begin( Kind kind, String text ) {
+DispatchRecorder::begin( Kind kind, Text text ) {
    if( events_.size() == capacity_ ) {
       events_.pop_front();
       ++dropped_;
@@ -66,9 +66,9 @@ DispatchRecorder::end( std::uint64_t id ) {
 }
 
 void
-DispatchRecorder::Scope::begin( Kind kind, std::string_view text ) {
+DispatchRecorder::Scope::begin( Kind kind, Text text ) {
    recorder_ = Dispatch::recorder;
-   id_ = recorder_->begin( kind, String( text ) );
+   id_ = recorder_->begin( kind, std::move( text ) );
 }
 
 void

@@ -26,13 +26,23 @@ class DispatchRecorder {
    // a timer fired, or something from outside (a command, a frame) came in.
    enum class Kind : std::uint8_t { write, handler, hook, timeout, input };
 
+   // What an event is about: a name that is the same each time, and the values of this time behind
+   // it, as "set" and " {...}".
+   struct Text {
+      Text( String textName = {}, String textValues = {} )
+            : name( std::move( textName ) ), values( std::move( textValues ) ) {}
+      String name, values;
+   };
+
    struct Event {
       std::uint64_t id = 0;     // ascending from 1 in the order of beginning
       std::uint64_t parent = 0; // the event during which this one began; 0 for none
       Kind kind = Kind::input;
       Seconds begin = 0;
       Seconds end = 0; // 0 while it is under way
-      String text;
+      Text about;
+
+      String text() const { return about.name + about.values; }
    };
 
    // Keeps at most `capacity` events: the oldest make room, and are counted as dropped.
@@ -52,14 +62,14 @@ class DispatchRecorder {
    // An event from here to the end of the scope.
    class Scope {
     public:
-      Scope( Kind kind, std::string_view text ) {
+      Scope( Kind kind, std::string_view name ) {
          if( Dispatch::recorder ) [[unlikely]] {
-            begin( kind, text );
+            begin( kind, String( name ) );
          }
       }
       // `makeText` is called only if the event is recorded.
       template< class MakeText >
-         requires std::is_invocable_r_v< String, MakeText >
+         requires std::is_invocable_r_v< Text, MakeText >
       Scope( Kind kind, MakeText makeText ) {
          if( Dispatch::recorder ) [[unlikely]] {
             begin( kind, makeText() );
@@ -74,7 +84,7 @@ class DispatchRecorder {
       Scope & operator=( Scope const & ) = delete;
 
     private:
-      void begin( Kind kind, std::string_view text );
+      void begin( Kind kind, Text text );
       void end();
       DispatchRecorder * recorder_ = nullptr; // null unless the event is recorded
       std::uint64_t id_ = 0;
@@ -84,7 +94,7 @@ class DispatchRecorder {
    static Seconds monotonicNow();
 
  private:
-   std::uint64_t begin( Kind kind, String text );
+   std::uint64_t begin( Kind kind, Text text );
    void end( std::uint64_t id );
    Event * find( std::uint64_t id );
 

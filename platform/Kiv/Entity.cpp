@@ -27,8 +27,8 @@ void
 Entity::recordChange( AttributeId const & attribute, void const * key ) const {
    DispatchRecorder::Scope recorded( DispatchRecorder::Kind::write, [ & ] {
       auto value = describeValue( *this, attribute, key );
-      return describeAttribute( *this, attribute, key ) +
-             ( value.empty() ? String( " deleted" ) : " = " + value );
+      return DispatchRecorder::Text( describeAttribute( *this, attribute, key ),
+                                     value.empty() ? String( " deleted" ) : " = " + value );
    } );
    if( notifiees_ ) {
       visit( attribute, key );

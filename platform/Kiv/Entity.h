@@ -14,7 +14,8 @@
 // and, in one source file, KIV_DEFINE( Bridging::StormControl::IntfConfig );
 //
 // Kiv/Attribute.h lists the kinds of attributes and their accessors. A setter compares, stores,
-// and notifies only on change, synchronously: handlers run before it returns, and may nest.
+// and notifies only on change, synchronously: handlers run before it returns, and may nest. What a
+// handler throws does not come back through the setter: once it has stored, the write is done.
 
 #include "Kiv/Attribute.h"
 #include "Kiv/Notifiee.h"

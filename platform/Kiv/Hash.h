@@ -1,14 +1,32 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+// Hashes of keys, for tables in memory.
+//
+// Every process has a seed of its own, so that nobody who chooses keys (stations on the wire choose
+// their addresses) can choose some that crowd a table. So a hash says nothing outside of its
+// process, and nothing that shows may depend on one: not an order, not a printed number.
+
 #include <concepts>
 #include <cstdint>
 #include <functional>
-#include <string>
 #include <string_view>
 #include <type_traits>
 
 namespace Kiv {
+
+namespace Detail {
+
+// Secret. Set before anything that uses this library begins, and one for all libraries of a process.
+struct HashSeed {
+   std::uint64_t first, second;
+};
+inline constinit HashSeed hashSeed{};
+
+} // namespace Detail
+
+// Bits from the system that nobody can foresee, for seeds. Throws std::exception if it has none.
+std::uint64_t randomBits();
 
 // One 64 x 64 -> 128 bit multiplication, folded: every input bit reaches every output bit that a
 // table of any size looks at.
@@ -19,37 +37,43 @@ hashMix( std::uint64_t a, std::uint64_t b ) {
    return static_cast< std::uint64_t >( product ) ^ static_cast< std::uint64_t >( product >> 64 );
 }
 
-inline constexpr std::uint64_t hashSeed = 0x9e3779b97f4a7c15ull;
-
 inline std::size_t
-hashCombine( std::size_t seed, std::size_t next ) {
-   return hashMix( seed ^ hashSeed, next + 0xe7037ed1a0b428dbull );
+hashWord( std::uint64_t word ) {
+   return hashMix( word ^ Detail::hashSeed.first, Detail::hashSeed.second );
 }
+
+// `hash` is that of what comes before, `next` another hash, or a number.
+inline std::size_t
+hashCombine( std::size_t hash, std::size_t next ) {
+   return hashMix( hash ^ Detail::hashSeed.first, next ^ Detail::hashSeed.second );
+}
+
+std::size_t hashText( std::string_view text );
 
 template< class T >
 concept HashMember = requires( T const & value ) {
    { value.hash() } -> std::convertible_to< std::size_t >;
 };
 
-// The hash of a key. Types with a hash() member bring their own; everything else goes through
-// integers and strings. The seed is fixed: the same inputs give the same run.
+// The hash of a key. Types with a hash() member bring their own, which is made of these; everything
+// else goes through integers and strings.
 template< class T >
 std::size_t
 hashOf( T const & value ) {
    if constexpr( HashMember< T > ) {
       return value.hash();
    } else if constexpr( std::is_enum_v< T > || std::is_integral_v< T > ) {
-      return hashMix( static_cast< std::uint64_t >( value ) ^ hashSeed, 0xd6e8feb86659fd93ull );
+      return hashWord( static_cast< std::uint64_t >( value ) );
    } else if constexpr( std::convertible_to< T const &, std::string_view > ) {
-      return std::hash< std::string_view >{}( std::string_view( value ) );
+      return hashText( std::string_view( value ) );
    } else if constexpr( requires { value.begin(); } ) {
-      std::size_t seed = value.size();
+      std::size_t hash = value.size();
       for( auto const & element : value ) {
-         seed = hashCombine( seed, hashOf( element ) );
+         hash = hashCombine( hash, hashOf( element ) );
       }
-      return seed;
+      return hash;
    } else {
-      return std::hash< T >{}( value );
+      return hashWord( std::hash< T >{}( value ) );
    }
 }
 

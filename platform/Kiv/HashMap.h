@@ -20,8 +20,8 @@
 //   Value that cannot be moved is made and destroyed where it stands: its constructor must leave
 //   the collection alone, its destructor may do anything but clear or destroy it.)
 // - An empty collection is one pointer. Memory comes with the first member and goes with clear().
-// - Keys need == and Kiv::hashOf, of which the low 32 bits count. Collections of std::string are
-//   searched by std::string_view.
+// - Keys need == and Kiv::hashOf, of which the low 32 bits count. It differs from process to
+//   process, the order does not. Collections of std::string are searched by std::string_view.
 // - One thread only, const operations included: a walk enrols with its collection.
 //
 // Nothing throws but allocation, the constructors of keys and values, and Kiv::Exception at more

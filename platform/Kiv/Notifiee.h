@@ -61,12 +61,15 @@ class PtrInterface::NotifieeConst : public PtrInterface, public ReactorOwner {
    ~NotifieeConst() override;
 
    // One attribute of the watched entity changed. `key` points at the member's key for keyed
-   // attributes, and is null for scalar ones.
+   // attributes, and is null for scalar ones. Must not throw, lest it keeps others from hearing:
+   // Kiv::Reactor sees to it.
    virtual void onAttribute( AttributeId const & attribute, void const * key ) = 0;
 
    // Runs once the owner is initialized. An override performs the reactor's first full pass and
    // calls initializedIs( true ), before the pass if the pass needs it; a reactor that must not
-   // work (yet) simply does not, and is asked again at the owner's next occasion.
+   // work (yet) simply does not, and is asked again at the owner's next occasion. A pass that throws
+   // leaves the reactor not initialized; it is tried again when the reactor next hears of a change,
+   // ahead of that change, and at the owner's next occasion.
    virtual void handleInitialized() { initializedIs( true ); }
 
    // This object first, then its own reactors.
@@ -77,6 +80,9 @@ class PtrInterface::NotifieeConst : public PtrInterface, public ReactorOwner {
    bool initialized() const { return initialized_; }
    void initializedIs( bool initialized ) { initialized_ = initialized; }
    bool isRegisteredNotifiee() const { return registered_; }
+   // Whether the last first pass threw: for the slot that asks for it.
+   bool kivFirstPassFailed() const { return firstPassFailed_; }
+   void kivFirstPassFailedIs( bool failed ) { firstPassFailed_ = failed; }
 
  protected:
    NotifieeConst();
@@ -97,6 +103,7 @@ class PtrInterface::NotifieeConst : public PtrInterface, public ReactorOwner {
    NotifieeConst * previous_ = nullptr;
    bool registered_ = false;
    bool initialized_ = false;
+   bool firstPassFailed_ = false;
 };
 
 } // namespace Kiv

@@ -3,6 +3,8 @@
 
 #include "Kiv/Dispatch.h"
 
+#include <cstdio>
+#include <exception>
 #include <vector>
 
 namespace Kiv {
@@ -68,6 +70,36 @@ Dispatch::releaseWaiting() {
       }
    }
    waiting = false;
+}
+
+std::string
+exceptionText() {
+   try {
+      throw;
+   } catch( std::exception const & exception ) {
+      return exception.what();
+   } catch( ... ) {
+      return "an exception of unknown kind";
+   }
+}
+
+void
+Dispatch::failed( std::string_view step, std::string_view on ) noexcept {
+   ++failures;
+   try {
+      auto const why = exceptionText();
+      auto what = std::string( step );
+      if( !on.empty() ) {
+         what.append( " on " ).append( on );
+      }
+      if( failureSink ) {
+         failureSink( what, why );
+      } else {
+         std::fprintf( stderr, "%s failed: %s\n", what.c_str(), why.c_str() );
+      }
+   } catch( ... ) {
+      // Not even the memory to say so; it is counted.
+   }
 }
 
 } // namespace Kiv

@@ -30,6 +30,9 @@
 //
 // A reactor may delete itself, its siblings or its owner from inside a handler: what is removed
 // hears nothing more and is destroyed when the outermost notification has returned.
+//
+// What a handler throws ends with it: it is told (Dispatch::failed()), the next handler has its turn,
+// and who wrote the attribute sees nothing of it.
 
 #include "Kiv/DispatchRecorder.h"
 #include "Kiv/Entity.h"
@@ -92,7 +95,7 @@ class Reactor : public PtrInterface::NotifieeConst {
    }
 
    void onAttribute( AttributeId const & attribute, void const * key ) final {
-      if( live() ) [[likely]] {
+      if( live() && ( !kivFirstPassFailed() || firstPassAgain() ) ) [[likely]] {
          DerivedT::handlers.dispatch( static_cast< DerivedT & >( *this ), attribute, key );
       }
    }
@@ -111,6 +114,13 @@ class Reactor : public PtrInterface::NotifieeConst {
    }
 
  private:
+   // Makes up for a first pass that threw. Whether a change still concerns this reactor.
+   [[gnu::noinline, gnu::cold]] bool firstPassAgain() {
+      auto const * entity = notifier();
+      initializeReactor( static_cast< DerivedT & >( *this ) );
+      return kivHears( entity );
+   }
+
    OwnerT * owner_ = nullptr;
    [[no_unique_address]] KeyT key_{};
 };
@@ -162,13 +172,25 @@ recordHandler( R & reactor, AttributeKey const &... key ) {
    invokeHandler< handler >( reactor, key... );
 }
 
+// Inside a catch block; the handler may have turned the reactor away from its entity.
+template< class R >
+[[gnu::noinline, gnu::cold]] void
+reactorFailed( R const & reactor, std::string_view step ) {
+   auto const * entity = reactor.notifier();
+   Dispatch::failed( step, entity ? std::string_view( entity->name() ) : std::string_view() );
+}
+
 template< auto handler, class R, class... AttributeKey >
 void
 callHandler( R & reactor, AttributeKey const &... key ) {
-   if( Dispatch::recorder ) [[unlikely]] {
-      recordHandler< handler >( reactor, key... );
-   } else {
-      invokeHandler< handler >( reactor, key... );
+   try {
+      if( Dispatch::recorder ) [[unlikely]] {
+         recordHandler< handler >( reactor, key... );
+      } else {
+         invokeHandler< handler >( reactor, key... );
+      }
+   } catch( ... ) {
+      reactorFailed( reactor, handlerName< handler >() );
    }
 }
 
@@ -321,7 +343,14 @@ void
 initializeReactor( R & reactor ) {
    if( !reactor.kivMarkedForDeletion() && !ownerMarked( reactor.owner() ) &&
        reactor.owner().initialized() && !reactor.initialized() ) {
-      reactor.handleInitialized();
+      reactor.kivFirstPassFailedIs( false );
+      try {
+         reactor.handleInitialized();
+      } catch( ... ) {
+         reactorFailed( reactor, reactor.fwkType().name() );
+         reactor.initializedIs( false );
+         reactor.kivFirstPassFailedIs( true );
+      }
    }
 }
 

@@ -73,6 +73,11 @@ AttributeInfo::keyText( void const * ) const {
    return {};
 }
 
+Datum
+AttributeInfo::sample() const {
+   return {};
+}
+
 namespace {
 
 // The members that `value` gives to a collection: for sets, the keys alone.

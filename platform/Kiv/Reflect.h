@@ -30,6 +30,10 @@ class AttributeInfo {
    DatumShape const shape;           // of one value
 
    bool isKeyed() const { return !keyType.empty(); }
+   // Its members stand in a row, without keys.
+   bool isListed() const {
+      return id.kind == AttributeKind::queue || id.kind == AttributeKind::stack;
+   }
    // Its members are entities with attributes of their own.
    bool isChild() const {
       return id.kind == AttributeKind::child || id.kind == AttributeKind::children;
@@ -64,6 +68,9 @@ class AttributeInfo {
 
    // The text of a key as notifications carry it; empty for scalars.
    virtual String keyText( void const * key ) const;
+
+   // One value as its type makes it, for what its fields are; null where values have none.
+   virtual Datum sample() const;
 
  protected:
    [[noreturn]] void notWritable( std::string_view how ) const;
@@ -162,6 +169,15 @@ class InfoBase : public Base {
 
    constexpr InfoBase( std::string_view keyName, DatumShape valueShape )
          : Base( attribute, keyName, typeName< Value >(), valueShape ) {}
+
+ public:
+   Datum sample() const override {
+      if constexpr( FieldedValue< Value > || isVector< Value > ) {
+         return toDatum( Value{} );
+      } else {
+         return {};
+      }
+   }
 };
 
 template< class E, unsigned i >
@@ -263,7 +279,8 @@ class MapInfo final : public KeyedInfo< E, i, CollectionInfo > {
    using typename Base::Value;
 
    // A value that brings its key with it must bring the one that it is filed under, and gets that if
-   // it brings none.
+   // it brings none. What is wrong with a value as a whole it says itself: its kivCheck(), if it has
+   // one, throws ParseError.
    static Value valueFrom( typename Base::Key const & key, Datum const & datum ) {
       auto value = fromDatum< Value >( datum );
       if constexpr( Base::A::fixedKind == AttributeKind::keyed ) {
@@ -273,6 +290,9 @@ class MapInfo final : public KeyedInfo< E, i, CollectionInfo > {
          } else if( !( own == key ) ) {
             keysDiffer( toText( own ), toText( key ) );
          }
+      }
+      if constexpr( requires { value.kivCheck(); } ) {
+         value.kivCheck();
       }
       return value;
    }

@@ -2,6 +2,7 @@
 #include "Kiv/Value.h"
 
 #include <algorithm>
+#include <charconv>
 
 namespace Kiv {
 
@@ -114,6 +115,23 @@ EnumNames::parse( std::string_view text ) const {
       expected += name;
    }
    parseFailed( text, expected );
+}
+
+void
+rangeFailed( char const * text, String const & number, std::int64_t min, std::int64_t max ) {
+   throw RangeException( text, number + " is not a number from " + std::to_string( min ) + " to " +
+                                     std::to_string( max ) );
+}
+
+std::int64_t
+parseRanged( std::string_view text, std::int64_t min, std::int64_t max ) {
+   std::int64_t number = 0;
+   auto const [ end, error ] = std::from_chars( text.data(), text.data() + text.size(), number );
+   if( error != std::errc{} || end != text.data() + text.size() ) {
+      parseFailed( text,
+                   "a number from " + std::to_string( min ) + " to " + std::to_string( max ) );
+   }
+   return number;
 }
 
 } // namespace Kiv

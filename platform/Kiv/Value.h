@@ -130,6 +130,12 @@ class EnumNames {
    std::vector< std::pair< String, std::int64_t > > names_;
 };
 
+// For numbers with bounds. `text` is the exception's; its reason names number and bounds.
+[[noreturn]] void rangeFailed( char const * text, String const & number, std::int64_t min,
+                               std::int64_t max );
+// Any number that fits into 64 bits; ParseError with the bounds for what is none.
+std::int64_t parseRanged( std::string_view text, std::int64_t min, std::int64_t max );
+
 // A number with bounds; Derived brings the text of the exception, `rangeText`.
 template< class Derived, class Rep, Rep minimum, Rep maximum, Rep initial >
 class Ranged {
@@ -144,7 +150,7 @@ class Ranged {
       requires std::is_integral_v< Number >
    constexpr explicit Ranged( Number number ) : value_( static_cast< Rep >( number ) ) {
       if( std::cmp_less( number, minimum ) || std::cmp_greater( number, maximum ) ) {
-         throw RangeException( Derived::rangeText );
+         rangeFailed( Derived::rangeText, std::to_string( number ), minimum, maximum );
       }
    }
 
@@ -155,7 +161,9 @@ class Ranged {
    std::size_t hash() const { return hashOf( value_ ); }
    void print( std::string & out ) const { Kiv::print( out, value_ ); }
    // ParseError for what is no number, RangeException for a number outside the bounds.
-   static Derived parse( std::string_view text ) { return Derived( fromText< std::int64_t >( text ) ); }
+   static Derived parse( std::string_view text ) {
+      return Derived( parseRanged( text, minimum, maximum ) );
+   }
 
  private:
    Rep value_ = initial;

@@ -50,7 +50,8 @@ Database::~Database() {
 }
 
 void
-Database::mount( std::string_view text, Kiv::Ptr< Kiv::Entity > const & entity, Access access ) {
+Database::mount( std::string_view text, Kiv::Ptr< Kiv::Entity > const & entity, Access access,
+                 MayBeMade mayBeMade ) {
    auto path = Path::parse( text );
    if( path.isRoot() || !entity ) {
       throw Error( path.text(),
@@ -78,6 +79,7 @@ Database::mount( std::string_view text, Kiv::Ptr< Kiv::Entity > const & entity, 
    }
    directory->entity = entity;
    directory->access = access;
+   directory->mayBeMade = std::move( mayBeMade );
    tell(
          path, [ & ]( Watch & watch ) { watch.attach( path, *entity ); },
          [ & ] { return readEntity( *entity, path ); } );
@@ -165,6 +167,7 @@ Database::setText( std::string_view path, std::string_view text ) {
    auto target = resolve( root_, Path::parse( path ) );
    std::optional< Plan > fitting;
    std::optional< Error > failure;
+   bool aboutValue = false;
    for( auto const & candidate : readings( text ) ) {
       try {
          Plan plan;
@@ -172,11 +175,11 @@ Database::setText( std::string_view path, std::string_view text ) {
          fitting = std::move( plan );
          break;
       } catch( Error const & error ) {
-         // The best message is of the first reading that got as far as the value itself, and else
-         // of the last one, the text as it stands.
-         bool const aboutValue = failure && failure->reason().find( text ) != Kiv::String::npos;
+         // The best message is of the first reading that got as far as the value itself, in its own
+         // printed form, and else of the last one, the text as it stands.
          if( !aboutValue ) {
             failure = error;
+            aboutValue = error.reason().find( Kiv::datumText( candidate ) ) != Kiv::String::npos;
          }
       }
    }
@@ -222,6 +225,11 @@ Database::apply( Kiv::Datum const & tree ) {
       plan.add( root_, resolve( root_, path ), value );
    }
    plan.apply();
+}
+
+void
+Database::requirePossible( std::string_view path ) const {
+   Tessera::requirePossible( root_, Path::parse( path ) );
 }
 
 std::uint64_t

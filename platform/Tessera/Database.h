@@ -36,7 +36,8 @@ class Database {
 
    // Makes `entity` part of the database; directories on the way are made. Throws Error if something
    // is at that path, or an entity on the way to it.
-   void mount( std::string_view path, Kiv::Ptr< Kiv::Entity > const & entity, Access access );
+   void mount( std::string_view path, Kiv::Ptr< Kiv::Entity > const & entity, Access access,
+               MayBeMade mayBeMade = {} );
    // Takes it out again; directories that are empty then go too. Throws Error unless an entity is
    // mounted at exactly that path.
    void unmount( std::string_view path );
@@ -46,7 +47,7 @@ class Database {
    std::vector< Kiv::String > mounts() const;
 
    // Everything at and below the path: objects for directories, entities and collections of entities.
-   // Throws Error if the path leads nowhere.
+   // Throws Error if the path leads nowhere, or to what is not in the scope.
    Kiv::Datum get( std::string_view path, Scope scope = Scope::everything ) const;
    // What may follow in the path: names of directories, attributes and fields, keys.
    std::vector< Entry > entries( std::string_view path ) const;
@@ -71,6 +72,9 @@ class Database {
    // Throws the Error of the first value that cannot be written; nothing is written then.
    void apply( Kiv::Datum const & tree );
 
+   // Throws Error for a path at which nothing is and, with the mounts as they are, nothing can come:
+   // a name that no directory, class or value has, or a malformed key.
+   void requirePossible( std::string_view path ) const;
    // From now on `callback` hears of every change at and below the path, including those of entities
    // that come later. The path need not exist, but must be well formed. The callback may do
    // anything, ending the watch included, but must not throw. Answers the id of the watch.

@@ -94,6 +94,13 @@ checkCanBeMade( Place const & place ) {
    if( !place.attribute->makesChildren() ) {
       throw Error( place.path.text(), "is not there, and cannot be made from outside" );
    }
+   auto const * top = &place;
+   while( top->parent ) {
+      top = top->parent.get();
+   }
+   if( top->mount->mayBeMade ) {
+      at( place.path, [ & ] { top->mount->mayBeMade( place.path ); } );
+   }
 }
 
 } // namespace

@@ -106,6 +106,9 @@ read( Target const & target, Scope scope ) {
    if( target.directory ) {
       return readDirectory( *target.directory, scope );
    }
+   if( scope == Scope::configuration && target.access != Access::configuration ) {
+      throw Error( target.path.text(), "is no configuration" );
+   }
    require( *target.place );
    auto & entity = *target.place->entity;
    if( !target.attribute ) {

@@ -13,10 +13,10 @@ inline constexpr std::size_t maxNesting = 32;
 
 enum class Scope : std::uint8_t {
    everything,
-   configuration // leaves out what is mounted as status
+   configuration // only what is mounted as configuration
 };
 
-// The datum form of all below; throws Error when it is not there. Directories and entities are
+// The datum form of all below; throws Error when it is not there, or not in the scope. Directories and entities are
 // objects of what they hold, collections of entities are objects by key, a missing single child is
 // null, and the rest is as Kiv::AttributeInfo::get() answers.
 Kiv::Datum read( Target const & target, Scope scope = Scope::everything );

@@ -40,29 +40,34 @@ distance( std::string_view a, std::string_view b ) {
 
 } // namespace
 
+Kiv::String const *
+nearest( std::string_view name, std::vector< Kiv::String > const & known ) {
+   if( name.size() > longestCompared || known.size() > mostCompared || name.empty() ||
+       std::isdigit( static_cast< unsigned char >( name.back() ) ) ) {
+      return nullptr;
+   }
+   Kiv::String const * found = nullptr;
+   std::size_t foundDistance = std::max< std::size_t >( 1, name.size() / 3 ) + 1;
+   for( auto const & candidate : known ) {
+      if( candidate.size() <= longestCompared ) {
+         auto changes = distance( name, candidate );
+         // Not a slip but another name, if nothing of it is left.
+         if( changes < foundDistance && changes < candidate.size() ) {
+            found = &candidate;
+            foundDistance = changes;
+         }
+      }
+   }
+   return found;
+}
+
 Kiv::String
 suggestion( std::string_view name, std::vector< Kiv::String > const & known ) {
    if( known.empty() ) {
       return "there is nothing here";
    }
-   Kiv::String const * nearest = nullptr;
-   std::size_t nearestDistance = std::max< std::size_t >( 1, name.size() / 3 ) + 1;
-   if( name.size() <= longestCompared && known.size() <= mostCompared ) {
-      for( auto const & candidate : known ) {
-         if( candidate.size() <= longestCompared ) {
-            auto changes = distance( name, candidate );
-            // Not a slip but another name, if nothing of it is left.
-            if( changes < nearestDistance && changes < candidate.size() ) {
-               nearest = &candidate;
-               nearestDistance = changes;
-            }
-         }
-      }
-   }
-   // Names that end in a number are near each other, and each of them is somebody's port.
-   bool numbered = std::isdigit( static_cast< unsigned char >( name.empty() ? 'x' : name.back() ) );
-   if( nearest && !numbered ) {
-      return "did you mean \"" + *nearest + "\"?";
+   if( auto const * meant = nearest( name, known ) ) {
+      return "did you mean \"" + *meant + "\"?";
    }
    Kiv::String text = known.size() == 1 ? "there is " : "there are ";
    for( std::size_t i = 0; i != std::min( known.size(), mostListed ); ++i ) {

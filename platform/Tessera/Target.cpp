@@ -2,6 +2,7 @@
 #include "Tessera/Target.h"
 
 #include "Tessera/Error.h"
+#include "Tessera/Read.h"
 #include "Tessera/Suggest.h"
 
 namespace Tessera {
@@ -23,8 +24,8 @@ Place::keys( Kiv::AttributeInfo const & of ) const {
 }
 
 void
-refuse( Path const & path, Kiv::Exception const & error ) {
-   std::string_view reason = error.what();
+refuse( Path const & path, std::string_view message ) {
+   auto reason = message;
    for( std::size_t i = 0; i != path.size(); ++i ) {
       auto const & name = path[ i ];
       if( reason.size() > name.size() + 2 && reason.starts_with( name ) &&
@@ -60,11 +61,11 @@ require( Place const & place ) {
       require( *place.parent );
    }
    if( place.attribute && place.attribute->isKeyed() ) {
-      throw Error( place.path.text(),
-                   "is not there; " +
-                         suggestion( place.key, place.parent->keys( *place.attribute ) ) );
+      throw Missing( place.path.text(),
+                     "is not there; " +
+                           suggestion( place.key, place.parent->keys( *place.attribute ) ) );
    }
-   throw Error( place.path.text(), "is not there" );
+   throw Missing( place.path.text(), "is not there" );
 }
 
 namespace {
@@ -87,7 +88,8 @@ class Walk {
       } else if( target_.attribute->isKeyed() ) {
          at( here, [ & ] { target_.attribute->checkKey( component ); } );
          target_.key = component;
-      } else if( target_.attribute->shape == Kiv::DatumShape::structure || isListed() ) {
+      } else if( target_.attribute->shape == Kiv::DatumShape::structure ||
+                 target_.attribute->isListed() ) {
          target_.fields.push_back( component );
       } else {
          throw Error( here.text(), Kiv::String( target_.attribute->id.name ) +
@@ -96,11 +98,6 @@ class Walk {
    }
 
  private:
-   bool isListed() const {
-      auto kind = target_.attribute->id.kind;
-      return kind == Kiv::AttributeKind::queue || kind == Kiv::AttributeKind::stack;
-   }
-
    void enter( Kiv::String const & component, Path const & here ) {
       auto const * attribute = target_.place->find( component );
       if( !attribute ) {
@@ -142,13 +139,65 @@ resolve( Mount const & root, Path const & path ) {
       return target;
    }
    target.access = mount->access;
-   target.place = std::make_shared< Place >(
-         Place{ mount->path, mount->entity, mount->entity->fwkType().reflection() } );
+   target.place =
+         std::make_shared< Place >( Place{ .path = mount->path,
+                                           .entity = mount->entity,
+                                           .reflection = mount->entity->fwkType().reflection(),
+                                           .mount = mount } );
    Walk walk( path, target );
    for( ; i != path.size(); ++i ) {
       walk.step( i );
    }
    return target;
+}
+
+namespace {
+
+// Down into a value, by what its type says of it.
+void
+requireFields( Target const & target ) {
+   auto path = target.place->path / target.attribute->id.name;
+   if( target.key ) {
+      path = path / *target.key;
+   }
+   auto sample = target.attribute->sample();
+   if( target.attribute->isListed() ) {
+      sample = Kiv::Datum::Array{ std::move( sample ) };
+   }
+   Kiv::Datum const * part = &sample;
+   for( auto const & field : target.fields ) {
+      path = path / field;
+      if( auto const * list = part->as< Kiv::Datum::Array >() ) {
+         at( path, [ & ] { Kiv::fromText< std::size_t >( field ); } );
+         if( list->empty() ) {
+            return; // its elements may be anything
+         }
+         part = &list->front();
+      } else if( part->as< Kiv::Datum::Object >() ) {
+         auto const * next = part->find( field );
+         if( !next ) {
+            throw Error( path.text(),
+                         "no such field; " + suggestion( field, fieldNames( *part ) ) );
+         }
+         part = next;
+      } else {
+         throw Error( path.text(), "is below a plain value, where nothing can be" );
+      }
+   }
+}
+
+} // namespace
+
+void
+requirePossible( Mount const & root, Path const & path ) {
+   try {
+      auto const target = resolve( root, path );
+      if( !target.fields.empty() ) {
+         requireFields( target );
+      }
+   } catch( Missing const & ) {
+      // It may come, and is the only one to know what it has.
+   }
 }
 
 } // namespace Tessera

@@ -5,6 +5,7 @@
 // known: a write may make them.
 
 #include "Kiv/Reflect.h"
+#include "Tessera/Error.h"
 #include "Tessera/Mount.h"
 
 #include <memory>
@@ -21,6 +22,7 @@ struct Place {
    std::shared_ptr< Place > parent = nullptr;          // null: this is a mounted entity
    Kiv::AttributeInfo const * attribute = nullptr;     // of the parent, where this one hangs
    Kiv::String key = {};                               // in that attribute
+   Mount const * mount = nullptr;                      // of a mounted entity
 
    // Null when there is none of that name.
    Kiv::AttributeInfo const * find( std::string_view name ) const {
@@ -44,16 +46,24 @@ struct Target {
 
 // Throws Error at the first component that cannot lead anywhere.
 Target resolve( Mount const & root, Path const & path );
+// Throws Error unless something is at the path, or may be one day, as long as the mounts stay as they
+// are: members and children may come, but no class gets other attributes, and no value other fields.
+void requirePossible( Mount const & root, Path const & path );
 
 // The child entity of `parent` in `attribute` (with `key`, for a collection). Throws Error for a
 // malformed key.
 PlacePtr childPlace( PlacePtr const & parent, Kiv::AttributeInfo const & attribute,
                      Kiv::String const & key );
-// Throws Error unless the entity exists.
+// An entity does not exist.
+class Missing : public Error {
+ public:
+   using Error::Error;
+};
+// Throws Missing unless the entity exists.
 void require( Place const & place );
-// Throws `error` as an Error at `path`. Names of places that Kiv puts before its message, and that
+// Throws Kiv's `message` as an Error at `path`. Names of places that stand before it, and that
 // are in the path already, are left out.
-[[noreturn]] void refuse( Path const & path, Kiv::Exception const & error );
+[[noreturn]] void refuse( Path const & path, std::string_view message );
 
 // Runs `work`; what Kiv refuses becomes an Error at `path`.
 template< class Work >
@@ -62,9 +72,9 @@ at( Path const & path, Work work ) {
    try {
       return work();
    } catch( Kiv::ParseError const & error ) {
-      refuse( path, error );
+      refuse( path, error.what() );
    } catch( Kiv::RangeException const & error ) {
-      refuse( path, error );
+      refuse( path, error.reason() );
    }
 }
 

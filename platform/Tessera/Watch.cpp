@@ -159,10 +159,12 @@ EntityWatcher::onAttribute( Kiv::AttributeId const & id, void const * key ) {
    // The callback may end the watch, and with it this object's hold on the entity.
    Kiv::Ptr< EntityWatcher > self( this );
    Kiv::Ptr< Kiv::Entity > held( &entity() );
-   if( attribute->isChild() ) {
-      follow( *attribute, keyText, path );
-   }
-   owner_.report( path, [ & ] { return value( *attribute, keyText, path ); } );
+   Kiv::guarded( "Tessera::Watch", path.text(), [ & ] {
+      if( attribute->isChild() ) {
+         follow( *attribute, keyText, path );
+      }
+      owner_.report( path, [ & ] { return value( *attribute, keyText, path ); } );
+   } );
 }
 
 } // namespace Tessera

@@ -9,6 +9,8 @@
 #include "Kiv/Exception.h"
 #include "Kiv/Reflect.h"
 
+#include <stdexcept>
+
 namespace HobaTest {
 
 class Context : public Hoba::HobaCommonSmData {
@@ -154,7 +156,13 @@ class WatcherSm : public Hoba::HobaBaseSm {
       HobaBaseSm::hasNotificationActiveIs( active );
       say( active ? "machine done" : "machine off" );
    }
-   void say( std::string const & line ) { journal_.lines.push_back( line ); }
+   void say( std::string const & line ) {
+      journal_.lines.push_back( line );
+      if( line == throwAt ) {
+         throw std::runtime_error( "the chip refused" );
+      }
+   }
+   std::string throwAt;
    void enlist( std::uint16_t vlan ) {
       vlanIs( vlan, commonSmData()->vlanStatusIs( Bridging::VlanId( vlan ) ) );
    }
@@ -306,6 +314,87 @@ TEST_F( HobaCommonTest, reactorThatDeletesItselfSynchronisesNoFurther ) {
                                          "vlan 7 off active" } ) );
    data->vlanStatus( Bridging::VlanId( 7 ) )->activeIs( true );
    EXPECT_EQ( journal.take(), Strings{} );
+}
+
+TEST_F( HobaCommonTest, whatThrowsFailsAlone ) {
+   Journal journal, another;
+   auto sm = WatcherSm::WatcherSmIs( data, journal );
+   auto const next = WatcherSm::WatcherSmIs( data, another );
+   sm->enlist( 7 );
+   sm->enlist( 9 );
+   journal.take();
+
+   // A beginning that throws has not begun, and may be repeated; an ending that throws has ended.
+   sm->throwAt = "initialized";
+   EXPECT_THROW( sm->initializedIs( true ), std::runtime_error );
+   EXPECT_FALSE( sm->initialized() );
+   EXPECT_THROW( sm->initializedIs( true ), std::runtime_error );
+   sm->throwAt.clear();
+   journal.take();
+   sm->initializedIs( true );
+   Strings const begins{ "initialized", "first pass of 7", "first pass of 9" };
+   EXPECT_EQ( journal.take(), begins );
+   sm->throwAt = "not initialized";
+   EXPECT_THROW( sm->initializedIs( false ), std::runtime_error );
+   EXPECT_FALSE( sm->initialized() || sm->vlan( 7 )->initialized() );
+   journal.take();
+   EXPECT_EQ( failures(), 0u ) << "whoever calls sees it himself";
+
+   // A first pass that throws: the other reactors have theirs, and it has another.
+   sm->throwAt = "first pass of 7";
+   sm->initializedIs( true );
+   EXPECT_EQ( journal.take(), begins );
+   EXPECT_TRUE( sm->initialized() );
+   EXPECT_FALSE( sm->vlan( 7 )->initialized() );
+   EXPECT_EQ( failures(), 1u );
+   sm->throwAt.clear();
+   auto const vlan7 = data->vlanStatus( Bridging::VlanId( 7 ) );
+   vlan7->activeIs( true );
+   EXPECT_EQ( journal.take(), ( Strings{ "first pass of 7", "vlan 7" } ) );
+   vlan7->activeIs( false );
+   EXPECT_EQ( journal.take(), Strings{ "vlan 7" } );
+
+   // A handler: others hear of the same write, and the writer of none of it. The log says why.
+   sm->throwAt = "minIntfs";
+   another.take();
+   data->minIntfsIs( 3 );
+   EXPECT_EQ( another.take(), Strings{ "minIntfs" } );
+   EXPECT_EQ( failures(), 1u );
+   auto const & entry = Hoba::logEntries().back();
+   EXPECT_STREQ( entry.message->name, "HOBA_STEP_FAILED" );
+   EXPECT_NE( entry.text.find( " on agent failed: the chip refused" ), std::string::npos )
+         << entry.text;
+}
+
+// A chip of which one port's counters cannot be read.
+class BrokenCounters : public RecordingStormHelper {
+ public:
+   using RecordingStormHelper::RecordingStormHelper;
+   std::uint64_t getBcastDropCnt( Pelt::IntfId intf ) const override {
+      if( intf == Pelt::IntfId( "Ethernet1" ) ) {
+         throw std::runtime_error( "bus error" );
+      }
+      return ++read;
+   }
+   mutable unsigned read = 0;
+};
+
+TEST_F( HobaCommonTest, oneCounterThatCannotBeReadStopsNoOther ) {
+   StormWorld world;
+   auto const helper = Kiv::make< BrokenCounters >( world.chip->stormControl() );
+   world.helper = helper;
+   for( auto const * port : { "Ethernet1", "Ethernet2" } ) {
+      Pelt::IntfId const intf( port );
+      world.portIs( intf, Interface::speed10Gbps );
+      world.levelIs( intf, Hoba::levelTypeBroadcast, percent( 100 ) );
+   }
+   world.start();
+   driver.advance( 3 * world.config->period() );
+   EXPECT_EQ( failures(), 3u );
+   EXPECT_EQ( helper->read, 3u );
+   EXPECT_EQ( world.status->intfStatus( Pelt::IntfId( "Ethernet2" ) )->broadcastDrop(), 3u );
+   EXPECT_EQ( world.status->intfStatus( Pelt::IntfId( "Ethernet1" ) )->broadcastDrop(), 0u );
+   EXPECT_NE( lastLogged().find( "on Ethernet1 failed: bus error" ), std::string::npos );
 }
 
 // Drops the last pointer to itself in its first pass.

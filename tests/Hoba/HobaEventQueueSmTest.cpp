@@ -53,6 +53,13 @@ class ChipSm : public Hoba::EventQueueSm {
    KIV_TYPE( ChipSm );
    void hwInit() override { said( "hwInit" ); }
    void hwCleanup() override { said( "hwCleanup" ); }
+   void handleOneEvent( HobaEvent const & event ) override {
+      if( onEvent ) {
+         onEvent();
+      }
+      EventQueueSm::handleOneEvent( event );
+   }
+   std::function< void() > onEvent;
    Strings calls;
    std::function< void() > then;
 
@@ -229,6 +236,40 @@ TEST_F( EventQueueSmTest, notRunningDiscardsEvents ) {
    EXPECT_EQ( sm->eventCounter(), 0u );
 }
 
+// What came before the machine runs waits for it; only a new event has it thrown away.
+TEST_F( EventQueueSmTest, nothingButANewEventWakesAMachineThatDoesNotRun ) {
+   queue->eventIs( queue->nextIndexInc( 1 ), linkEvent( port1, Interface::linkUp ) );
+   sm->initializedIs( true );
+   sm->enabledIs( false );
+   sm->enabledIs( true );
+   sm->initializedIs( false );
+   sm->initializedIs( true );
+   EXPECT_EQ( driver.run(), 0u );
+   EXPECT_EQ( waiting(), 1u );
+   sm->runningIs( true );
+   driver.run();
+   EXPECT_EQ( heard, Strings{ "linkUp faultNone" } );
+   sm->runningIs( false );
+   queue->eventIs( queue->nextIndexInc( 1 ), linkEvent( port1, Interface::linkDown ) );
+   EXPECT_EQ( driver.run(), 1u );
+   EXPECT_EQ( waiting(), 0u );
+   EXPECT_EQ( status->dropped( Hoba::dropNotRunning ), 1u );
+}
+
+TEST_F( EventQueueSmTest, theOrderOfArrivalOutlivesTheLastIndex ) {
+   start();
+   queue->nextIndexIs( 0xffffffff - 2 );
+   for( auto const fault : { HobaTypes::faultLocal, HobaTypes::faultRemote, HobaTypes::faultNone,
+                             HobaTypes::faultRemote, HobaTypes::faultLocal } ) {
+      Hoba::newEventIs(
+            linkEvent( port1, ++toggled % 2 ? Interface::linkUp : Interface::linkDown, fault ) );
+   }
+   EXPECT_EQ( queue->nextIndex(), 2u );
+   driver.run();
+   EXPECT_EQ( heard, ( Strings{ "linkUp faultLocal", "linkDown faultRemote", "linkUp faultNone",
+                                "linkDown faultRemote", "linkUp faultLocal" } ) );
+}
+
 TEST_F( EventQueueSmTest, floodIsOneWakeUp ) {
    constexpr unsigned many = 1'000'000;
    start();
@@ -283,6 +324,12 @@ TEST_F( EventQueueSmTest, cleanupMayDropTheLastReference ) {
    EXPECT_FALSE( Hoba::eventSm() );
    EXPECT_EQ( driver.clocks(), 0u );
 
+   // By stopping it, too.
+   sm = Hoba::smIs< ChipSm >( data, queue, dir );
+   start();
+   std::exchange( sm, nullptr ).get()->runningIs( false );
+   EXPECT_EQ( driver.clocks(), 0u );
+
    // From inside a handler, with events left.
    sm = Hoba::smIs< ChipSm >( data, queue, dir );
    start();
@@ -310,7 +357,12 @@ TEST_F( EventQueueSmTest, anotherMachineTakesOverInTheMiddleOfADrain ) {
    EXPECT_EQ( queue2->event().size(), 1u );
    EXPECT_EQ( waiting(), 0u );
    EXPECT_EQ( heard.size(), 3u ) << "what was reported to it, it applied";
+   sm->runningIs( false );
+   EXPECT_EQ( sm->calls.back(), "hwCleanup" );
+   sm->cleanup();
+   EXPECT_EQ( Hoba::eventSm().get(), other.get() ) << "whoever goes now";
    other->cleanup();
+   EXPECT_FALSE( Hoba::eventSm() );
 }
 
 TEST_F( EventQueueSmTest, throwingAndMarkingInTheMiddleOfADrain ) {
@@ -321,19 +373,54 @@ TEST_F( EventQueueSmTest, throwingAndMarkingInTheMiddleOfADrain ) {
          throw std::runtime_error( "no" );
       }
    };
-   EXPECT_THROW( driver.run(), std::runtime_error );
-   EXPECT_EQ( waiting(), 3u ) << "the event is lost, and no other";
    using QueueWatcher = Watcher< Hoba::HobaEventQueue, Hoba::HobaEventQueue::eventAttr >;
    auto onQueue = Hoba::smIs< QueueWatcher >( queue );
    onQueue->then = [] { throw std::runtime_error( "nor here" ); };
-   EXPECT_THROW( driver.run(), std::runtime_error );
-   EXPECT_EQ( waiting(), 2u );
+   EXPECT_EQ( driver.run(), 1u );
+   EXPECT_EQ( heard.size(), 5u ) << "who hears of an event and throws is no matter of the drain";
+   EXPECT_EQ( failures(), 6u );
    onQueue = nullptr;
+
+   // What the machine itself throws: the event is lost, and no other; the rest come next.
+   toggle( 4 );
+   sm->onEvent = [ & ] {
+      sm->onEvent = nullptr;
+      throw std::runtime_error( "not this one" );
+   };
+   EXPECT_EQ( driver.run(), 1u );
+   EXPECT_EQ( failures(), 1u );
+   EXPECT_EQ( waiting(), 3u );
    then = [ & ] { sm->kivDoZombieReactors( true ); };
    EXPECT_EQ( driver.run(), 1u );
-   EXPECT_EQ( heard.size(), 4u );
+   EXPECT_EQ( heard.size(), 6u );
    EXPECT_EQ( waiting(), 1u );
    EXPECT_EQ( driver.run(), 0u );
+}
+
+TEST_F( EventQueueSmTest, hardwareThatThrowsAtItsBeginningOrEnd ) {
+   auto const refused = [] { throw std::runtime_error( "no chip" ); };
+   sm->runningIs( true );
+   sm->then = refused;
+   EXPECT_THROW( sm->initializedIs( true ), std::runtime_error );
+   EXPECT_FALSE( sm->initialized() || Hoba::eventSm() );
+   sm->then = nullptr;
+   sm->initializedIs( true );
+   EXPECT_EQ( Hoba::eventSm(), sm );
+
+   sm->then = refused;
+   EXPECT_THROW( sm->runningIs( false ), std::runtime_error );
+   EXPECT_FALSE( sm->running() || Hoba::eventSm() );
+   EXPECT_THROW( sm->runningIs( true ), std::runtime_error );
+   EXPECT_FALSE( sm->running() || Hoba::eventSm() );
+   toggle( 2 );
+   EXPECT_EQ( waiting(), 0u ) << "nobody is there to take them";
+   sm->then = nullptr;
+   sm->runningIs( true );
+   EXPECT_EQ( sm->calls, ( Strings{ "hwInit registered", "hwInit registered", "hwCleanup",
+                                    "hwInit registered", "hwInit registered" } ) );
+   toggle( 2 );
+   driver.run();
+   EXPECT_EQ( heard.size(), 2u );
 }
 
 TEST_F( EventQueueSmTest, chipCodeMustInitialize ) {
@@ -407,7 +494,7 @@ TEST_F( EventQueueSmTest, stationsAreLearntWithTheTypeOfTheirKind ) {
       Kind kind;
       EntryType local, remote;
    };
-   data->lagToPortIs( lag, {} );
+   data->lagToPortIs( lag, { { port2 } } );
    for( Row const & row :
         { Row{ HobaEvent::eventTypeMacAddressLearned, learnedDynamicMac, learnedRemoteMac },
           Row{ HobaEvent::eventTypeStaticMacAddress, configuredStaticMac, configuredRemoteMac },
@@ -471,43 +558,89 @@ TEST_F( EventQueueSmTest, stationsAgeOnlyByAnEventOfTheirOwnSide ) {
 }
 
 TEST_F( EventQueueSmTest, aLearnEventWhereNobodyCanBeAges ) {
+   Pelt::IntfId const unknown( "Port-Channel4" );
+   auto const onCpu = "Learn event on CPU port, aging host";
+   auto const onDeletedLag = "Learn event on deleted LAG, aging host";
+   auto const noCollection = "The port collection has been deleted and is invalid, aging";
    struct Row {
-      char const * port;
+      Pelt::IntfId port;
       Hoba::EventDropReason reason;
       char const * trace;
+      std::function< void() > before;
    };
-   data->lagToLagTypeIs( lag, HobaTypes::lagTypeLacp ); // a LAG, whose ports are gone
+   auto const none = [] {};
+   Row const rows[] = {
+         { Pelt::IntfId( "Cpu" ), Hoba::agedLearnOnCpuPort, onCpu, none },
+         { unknown, Hoba::agedLearnOnDeletedLag, onDeletedLag, none },
+         // LAGs without an active member: never had one, lost the last one, lost their list of them.
+         { lag, Hoba::agedPortCollectionDeleted, noCollection,
+           [ & ] { data->lagToPortIs( lag, {} ); } },
+         { lag, Hoba::agedPortCollectionDeleted, noCollection,
+           [ & ] {
+              data->lagToPortConfigIs( lag, { { port2 } } );
+              data->lagToPortIs( lag, { { port2 } } );
+              data->lagToPortIs( lag, {} );
+           } },
+         { lag, Hoba::agedPortCollectionDeleted, noCollection,
+           [ & ] { data->lagToPortDel( lag ); } },
+         { lag, Hoba::agedPortCollectionDeleted, noCollection,
+           [ & ] {
+              data->lagToPortConfigDel( lag );
+              data->lagToLagTypeIs( lag, HobaTypes::lagTypeLacp );
+           } },
+         { lag, Hoba::agedLearnOnDeletedLag, onDeletedLag,
+           [ & ] { data->lagToLagTypeDel( lag ); } } };
    Traces traces( "HobaEventQueueSm" );
-   for( Row const & row :
-        { Row{ "Cpu", Hoba::agedLearnOnCpuPort, "Learn event on CPU port, aging host" },
-          Row{ "Port-Channel4", Hoba::agedLearnOnDeletedLag,
-               "Learn event on deleted LAG, aging host" },
-          Row{ "Port-Channel3", Hoba::agedPortCollectionDeleted,
-               "The port collection has been deleted and is invalid, aging" } } ) {
-      sm->handleOneEvent( hostEvent( HobaEvent::eventTypeMacAddressLearned ) );
-      traces.take();
-      sm->handleOneEvent( hostEvent( HobaEvent::eventTypePeerMacAddressLearned, 1,
-                                     Pelt::IntfId( row.port ), HobaEvent::trunkPort ) );
-      EXPECT_EQ( traces.take(), ( Strings{ "handleOneEvent event:eventTypePeerMacAddressLearned",
-                                           row.trace, "Aged host 00:00:5e:00:53:01@10" } ) );
-      EXPECT_EQ( table->macEntry().size(), 0u );
-      EXPECT_EQ( status->dropped( row.reason ), 1u );
+   std::map< Hoba::EventDropReason, unsigned > counted;
+   for( Row const & row : rows ) {
+      // What the event says of the kind of port makes no difference.
+      for( auto const portType : { HobaEvent::trunkPort, HobaEvent::fpPort } ) {
+         row.before();
+         sm->handleOneEvent( hostEvent( HobaEvent::eventTypeMacAddressLearned ) );
+         traces.take();
+         sm->handleOneEvent(
+               hostEvent( HobaEvent::eventTypePeerMacAddressLearned, 1, row.port, portType ) );
+         EXPECT_EQ( traces.take(), ( Strings{ "handleOneEvent event:eventTypePeerMacAddressLearned",
+                                              row.trace, "Aged host 00:00:5e:00:53:01@10" } ) );
+         EXPECT_EQ( table->macEntry().size(), 0u );
+         EXPECT_EQ( status->dropped( row.reason ), ++counted[ row.reason ] );
+      }
    }
 }
 
+// The queue is overtaken, but older news never undoes newer: what waited for a station when newer
+// news of it was applied is dropped. Of other stations, and reported later, it is applied.
 TEST_F( EventQueueSmTest, macEventsOvertakeTheQueue ) {
+   auto const learnt = HobaEvent::eventTypeMacAddressLearned;
+   auto const deleted = HobaEvent::eventTypeMacAddressDeleted;
    start();
-   Hoba::newEventIs( hostEvent( HobaEvent::eventTypeMacAddressDeleted ) );
+   queue->nextIndexIs( 0xffffffff - 1 ); // around the end of the indices, too
+   Hoba::newEventIs( hostEvent( deleted, 1 ) );
+   Hoba::newEventIs( hostEvent( learnt, 2, port1 ) );
+   Hoba::newEventIs( hostEvent( learnt, 3, port1 ) );
    Traces traces( "HobaEventHandler" );
-   Hoba::newMacEventIs( hostEvent( HobaEvent::eventTypeMacAddressLearned ) );
+   Hoba::newMacEventIs( hostEvent( learnt, 1 ) );
    EXPECT_EQ( traces.take(), Strings{ "Added mac event to codef" } );
-   EXPECT_EQ( table->macEntry().size(), 1u );
+   Hoba::newMacEventIs( hostEvent( deleted, 2 ) );
+   Hoba::newMacEventIs( hostEvent( learnt, 3, port2 ) );
+   Hoba::newMacEventIs( linkEvent( port1, Interface::linkUp ) );
+   Hoba::newEventIs( hostEvent( learnt, 4, port1 ) );
+   driver.advance( 1 );
+   EXPECT_TRUE( table->macEntryHas( hostNumber( 1 ) ) );
+   EXPECT_FALSE( table->macEntryHas( hostNumber( 2 ) ) );
+   EXPECT_EQ( table->macEntry( hostNumber( 3 ) ).intf, port2 );
+   EXPECT_EQ( table->macEntry( hostNumber( 3 ) ).learnTime, 100 );
+   EXPECT_EQ( table->macEntry( hostNumber( 4 ) ).intf, port1 );
+   Hoba::newEventIs( hostEvent( deleted, 1 ) );
+   Hoba::newMacEventIs( hostEvent( learnt, 4, port2 ) );
+   Hoba::newEventIs( hostEvent( learnt, 4, port1 ) );
    driver.run();
-   EXPECT_EQ( table->macEntry().size(), 0u );
+   EXPECT_FALSE( table->macEntryHas( hostNumber( 1 ) ) ) << "later than what overtook once";
+   EXPECT_EQ( table->macEntry( hostNumber( 4 ) ).intf, port1 );
    sm->runningIs( false );
    Hoba::eventSmIs( sm );
-   Hoba::newMacEventIs( hostEvent( HobaEvent::eventTypeMacAddressLearned ) );
-   EXPECT_EQ( table->macEntry().size(), 1u ) << "also while it does not run";
+   Hoba::newMacEventIs( hostEvent( learnt ) );
+   EXPECT_TRUE( table->macEntryHas( hostNumber( 1 ) ) ) << "also while it does not run";
 }
 
 } // namespace

@@ -220,10 +220,11 @@ TEST_F( StormControlSmTest, allTrafficSupersedes ) {
    EXPECT_EQ( state( et1, levelTypeUUcast ), supersededByAll );
    EXPECT_EQ( state( et1, levelTypeMulticast ), programmed );
 
-   // A later change of one level alone is programmed, until all are applied together.
+   // Also when the covered level changes.
    world.levelIs( et1, levelTypeBroadcast, percent( 150 ) );
-   EXPECT_EQ( calls(), ( Strings{ "broadcast Ethernet1 10000000 150", "skip Ethernet1 off" } ) );
-   EXPECT_EQ( world.held( et1 ), "broadcast 150000, multicast 300000, all 500000" );
+   EXPECT_EQ( calls(), ( Strings{ "broadcast Ethernet1 10000000 none", "skip Ethernet1 off" } ) );
+   EXPECT_EQ( state( et1, levelTypeBroadcast ), supersededByAll );
+   EXPECT_EQ( world.held( et1 ), "multicast 300000, all 500000" );
    EXPECT_EQ( mismatches(), Strings{} );
    world.speedIs( et1, speed1Gbps );
    EXPECT_EQ( world.held( et1 ), "multicast 30000, all 50000" );
@@ -633,8 +634,10 @@ TEST_F( StormControlSmTest, verificationKnowsWhoseConfigurationHolds ) {
    world.start();
    EXPECT_EQ( mismatches(), Strings{} ) << "a LAG without configuration";
    world.unit().portIs( et1 )->allIs( { true, 5, unitKbps, po1 } );
-   EXPECT_EQ( mismatches(), Strings{ "{ \"storm control Ethernet1\" : \"no limits expected, some "
-                                     "found\" }," } );
+   EXPECT_EQ( mismatches(),
+              ( Strings{ "{ \"storm control Ethernet1\" : \"no limits expected, some found\" },",
+                         "{ \"storm control platform\" : \"Ethernet1 all: 5 kbps of "
+                         "Port-Channel1, which nobody configured\" }," } ) );
    world.levelIs( po1, levelTypeMulticast, percent( 100 ) );
    EXPECT_EQ( mismatches(), Strings{} ) << "a LAG with configuration";
    world.activeIs( et1, false );

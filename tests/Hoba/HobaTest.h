@@ -6,6 +6,7 @@
 
 #include "Hoba/HobaCallbacks.h"
 #include "Hoba/HobaEventQueueSm.h"
+#include "Hoba/HobaLog.h"
 #include "Hoba/HobaParityEventQueueSm.h"
 #include "Hoba/HobaStormControlSm.h"
 #include "Kiv/ClockDriver.h"
@@ -62,7 +63,7 @@ class Environment {
 };
 
 // Hardware, no simulation, time stands at 100 s; and nothing may be left over at the end, no machine
-// with the entry functions either.
+// with the entry functions either, and no failure that the test did not ask for.
 class HobaFixture : public testing::Test {
  protected:
    HobaFixture() { Kiv::ClockDriver::ambientIs( driver ); }
@@ -70,11 +71,22 @@ class HobaFixture : public testing::Test {
       EXPECT_FALSE( Hoba::eventSm() );
       EXPECT_FALSE( Hoba::parityEventSm() );
       EXPECT_EQ( liveObjects(), liveBefore_ );
+      EXPECT_EQ( failures(), 0u ) << lastLogged();
+   }
+
+   static Kiv::String lastLogged() {
+      return Hoba::logEntries().empty() ? Kiv::String() : Hoba::logEntries().back().text;
+   }
+   // Steps that threw since it was last asked.
+   std::uint64_t failures() {
+      auto const before = std::exchange( failuresSeen_, Kiv::Dispatch::failures );
+      return failuresSeen_ - before;
    }
 
    Kiv::VirtualDriver driver{ 100 };
 
  private:
+   std::uint64_t failuresSeen_ = Kiv::Dispatch::failures;
    std::map< std::string_view, std::uint64_t > liveBefore_ = liveObjects();
    Environment simulation_{ "SIMULATION_VMID", nullptr };
    Environment noop_{ "HOBA_NOOP_AGENT", nullptr };

@@ -5,6 +5,7 @@
 #include "HobaTest.h"
 
 #include "Hoba/HobaLog.h"
+#include "Hoba/HobaNonAgingMacSm.h"
 #include "Hoba/HobaVerifySm.h"
 #include "Kiv/Exception.h"
 #include "Kiv/Reflect.h"
@@ -18,9 +19,13 @@ class VlanHelper : public Hoba::VlanHelperBase {
    VlanHelper() : VlanHelperBase( "vlan" ) {}
    Kiv::String verify() override {
       ++asked;
+      if( then ) {
+         then();
+      }
       return mismatch;
    }
    Kiv::String mismatch;
+   std::function< void() > then;
    unsigned asked = 0;
 };
 
@@ -42,7 +47,11 @@ class CheckedSm : public Hoba::HobaVerifiedSm {
       ++passes;
       verifyData()->updateCliVerifyOutput( item, text );
       notYet();
+      if( then ) {
+         then();
+      }
    }
+   std::function< void() > then;
 
    Kiv::String item = "vlan \"1\"";
    Kiv::String text = "a\\b\nc";
@@ -256,6 +265,214 @@ TEST_F( VerifySmTest, commandLineBetweenRequestAndPass ) {
    command( "VTS#" );
    driver.advance( Hoba::VerifySm::retryDelay );
    EXPECT_EQ( answered(), ( VerifyStatusData{ 18, verifyFinished } ) );
+}
+
+// ---- What happens in the middle of a pass
+
+TEST_F( VerifySmTest, whoIsDroppedInTheMiddleOfAPass ) {
+   struct Row {
+      char const * what;
+      std::function< void() > drop;
+   };
+   Row const rows[] = {
+         { "cleanup", [ & ] { data->cleanup(); } },
+         { "the agent's machine", [ & ] { agentSm = nullptr; } },
+         { "the agent's machine ends", [ & ] { agentSm->initializedIs( false ); } },
+         { "the verified machine", [ & ] { checked = nullptr; } },
+         { "a new context",
+           [ & ] {
+              data->cleanup();
+              data->handleInitialized();
+           } },
+         { "everything",
+           [ & ] {
+              agentSm = nullptr;
+              checked = nullptr;
+              data->cleanup();
+              data = nullptr;
+           } },
+   };
+   Environment const simulation( "SIMULATION_VMID", "12" );
+   for( auto const & row : rows ) {
+      for( bool const atRestart : { false, true } ) {
+         for( bool const byClock : { false, true } ) {
+            SCOPED_TRACE( std::string( row.what ) + ( atRestart ? ", at the restart" : "" ) +
+                          ( byClock ? ", by the clock" : "" ) );
+            data = Kiv::make< Hoba::HobaCommonSmData >( "agent" );
+            data->agentRestartCallbackIs( [ & ]( Kiv::String const & ) {
+               data->agentRestartCallbackIs( nullptr );
+               row.drop();
+            } );
+            vlanHelper->mismatch = atRestart ? "vlan 5 is missing" : "";
+            start();
+            checked->then = atRestart ? std::function< void() >() : row.drop;
+            if( byClock ) {
+               config->cookieIs( config->cookie() + 1 );
+               driver.run();
+            } else {
+               EXPECT_NE( command( "VTS#" ).find( "a\\\\b" ), Kiv::String::npos )
+                     << "what was found before is told";
+            }
+            if( data && data->verifyData() ) {
+               EXPECT_EQ( verify().socket(), 0u );
+               EXPECT_FALSE( verify().verifyActive() );
+            }
+            agentSm = nullptr;
+            checked = nullptr;
+            if( data ) {
+               data->cleanup();
+            }
+            driver.run();
+         }
+      }
+   }
+   data = Kiv::make< Hoba::HobaCommonSmData >( "agent" );
+}
+
+TEST_F( VerifySmTest, aCookieInTheMiddleOfAPassHasItsOwn ) {
+   start();
+   checked->then = [ & ] {
+      config->cookieIs( 18 );
+      checked->then = nullptr;
+   };
+   config->cookieIs( 17 );
+   using StatusWatcher = Watcher< VerifyAgentStatus, VerifyAgentStatus::verifyStatusDataAttr >;
+   auto const watcher = Hoba::smIs< StatusWatcher >( status );
+   std::vector< VerifyStatusData > answers;
+   watcher->then = [ & ] {
+      answers.push_back( answered() );
+      // Who has his answer may ask again at once.
+      if( answered() == VerifyStatusData{ 18, verifyFinished } ) {
+         config->cookieIs( 19 );
+      }
+   };
+   driver.run();
+   EXPECT_EQ( verify().verify(), 1u );
+   driver.run();
+   driver.run();
+   EXPECT_EQ( verify().verify(), 3u );
+   EXPECT_EQ( answers, ( std::vector< VerifyStatusData >{ { 17, verifyFinished },
+                                                          { 18, verifyRequested },
+                                                          { 18, verifyFinished },
+                                                          { 19, verifyRequested },
+                                                          { 19, verifyFinished } } ) );
+
+   // What a machine cannot conclude is kept; a cookie that comes then begins anew.
+   answers.clear();
+   checked->retries = 1;
+   vlanHelper->then = [ & ] {
+      vlanHelper->then = nullptr;
+      config->cookieIs( 21 );
+      EXPECT_TRUE( verify().retryVerify() );
+   };
+   config->cookieIs( 20 );
+   driver.runUntilIdle( 10 );
+   EXPECT_EQ( verify().verify(), 5u );
+   EXPECT_EQ( answers,
+              ( std::vector< VerifyStatusData >{
+                    { 20, verifyRequested }, { 21, verifyRequested }, { 21, verifyFinished } } ) );
+
+   // Neither is the reply of the command line taken away, nor the cookie answered by its pass.
+   checked->then = [ & ] {
+      config->cookieIs( 22 );
+      checked->then = nullptr;
+      EXPECT_THROW( command( "VTS#" ), Kiv::Exception );
+   };
+   EXPECT_NE( command( "VTS#" ).find( "vlan" ), Kiv::String::npos );
+   EXPECT_EQ( answered(), ( VerifyStatusData{ 22, verifyRequested } ) );
+   driver.run();
+   EXPECT_EQ( answered(), ( VerifyStatusData{ 22, verifyFinished } ) );
+   EXPECT_EQ( verify().verify(), 7u );
+   EXPECT_EQ( driver.timers(), 0u );
+
+   // Who cannot conclude while the command line waits says so there, and puts off nobody.
+   checked->retries = 1;
+   EXPECT_NE( command( "VTS#" ).find( "ask again" ), Kiv::String::npos );
+   verify().doRequestVerify();
+   driver.run();
+   EXPECT_EQ( verify().verify(), 9u );
+   EXPECT_EQ( verify().verifyResult(), verifyFinished );
+}
+
+TEST_F( VerifySmTest, whatThrowsInAPassIsReported ) {
+   start();
+   auto const later = Hoba::smIs< CheckedSm >( data );
+   later->item = "later";
+   later->initializedIs( true );
+   auto const refuse = [] { throw Kiv::Exception( "no \"answer\"" ); };
+   checked->then = refuse;
+   config->cookieIs( 17 );
+   driver.run();
+   EXPECT_EQ( failures(), 1u );
+   EXPECT_EQ( later->passes, 1u );
+   EXPECT_EQ( answered(), ( VerifyStatusData{ 17, verifyFailed } ) );
+   EXPECT_TRUE( verify().verifyDone() );
+   // Also when somebody else cannot conclude yet.
+   later->retries = 1;
+   config->cookieIs( 18 );
+   driver.runUntilIdle( 10 );
+   EXPECT_EQ( failures(), 1u );
+   EXPECT_EQ( answered(), ( VerifyStatusData{ 18, verifyFailed } ) );
+
+   auto const reply = command( "VTS#" );
+   EXPECT_NE( reply.find( "\"CheckedSm\" : \"could not be verified: no \\\"answer\\\"\"" ),
+              Kiv::String::npos )
+         << reply;
+   EXPECT_NE( reply.find( "\"later\"" ), Kiv::String::npos );
+   EXPECT_EQ( verify().socket(), 0u );
+   checked->then = nullptr;
+   vlanHelper->then = refuse;
+   EXPECT_NE( command( "VTS#" ).find( "\"vlan\" : \"could not be verified" ), Kiv::String::npos );
+   EXPECT_EQ( failures(), 2u );
+   vlanHelper->then = nullptr;
+   config->cookieIs( 19 );
+   driver.run();
+   EXPECT_EQ( answered(), ( VerifyStatusData{ 19, verifyFinished } ) );
+}
+
+TEST_F( VerifySmTest, whileVerificationIsNotPossible ) {
+   start();
+   auto const sm = Kiv::dynamicCast< Hoba::VerifySm >( data->verifySm() );
+   sm->initializedIs( false );
+   config->cookieIs( 17 );
+   EXPECT_EQ( answered(), VerifyStatusData{} ) << "nobody would ever answer it";
+   sm->initializedIs( true );
+   driver.run();
+   EXPECT_EQ( verify().verify(), 0u );
+   config->cookieIs( 18 );
+   sm->initializedIs( false );
+   driver.run();
+   sm->initializedIs( true );
+   driver.run();
+   EXPECT_EQ( answered(), ( VerifyStatusData{ 18, verifyFinished } ) ) << "what was taken is done";
+
+   // The command line, once the agent's machine does not work any more; and then again.
+   for( bool const works : { false, true } ) {
+      agentSm->initializedIs( works );
+      EXPECT_EQ( Hoba::CliCallback::find( "VerifyAgentCli" ) != nullptr, works );
+   }
+   checked->initializedIs( false );
+   checked->HobaVerifiedSm::handleVerify(); // stops nobody
+   EXPECT_NE( command( "VTS#" ), "" );
+
+   // What is missing is said at once.
+   auto const bare = Kiv::make< Hoba::HobaCommonSmData >( "bare" );
+   EXPECT_THROW( Hoba::VerifySm::VerifySmIs( bare ), Kiv::Exception );
+   EXPECT_THROW( Hoba::VerifySm::VerifySmIs( nullptr ), Kiv::Exception );
+   EXPECT_THROW( Hoba::VerifyAgentSm::VerifyAgentSmIs( data, config, nullptr ), Kiv::Exception );
+   EXPECT_THROW( Hoba::VerifyAgentSm::VerifyAgentSmIs( nullptr, config, status ), Kiv::Exception );
+   auto const deaf = Hoba::VerifyAgentSm::VerifyAgentSmIs( bare, nullptr, status );
+   deaf->initializedIs( true );
+   EXPECT_THROW( command( "VTS#" ), Kiv::ParseError );
+   EXPECT_THROW( Hoba::NonAgingConfigDirSm::NonAgingConfigDirSmIs( data, nullptr, nullptr ),
+                 Kiv::Exception );
+   // A machine that is asked without being initialized, or before its context is.
+   StormWorld world;
+   world.create();
+   world.sm->handleVerify();
+   world.config->aggregateTcConfigIs( 3 );
+   world.sm->initializedIs( true );
+   world.sm->handleVerify();
 }
 
 TEST_F( VerifySmTest, itemsOfTheReply ) {

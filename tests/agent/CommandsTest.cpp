@@ -81,7 +81,13 @@ TEST_F( CommandsTest, findsTheLongestNameAndItsArguments ) {
               { R"({"command":"shwo"})", "unknown command \"shwo\"; did you mean \"show\"?" },
               { R"({"command":"sim"})", "command \"sim\" is not complete; there is link" },
               { R"({"command":"sim","words":["lnik"]})",
-                "unknown command \"sim lnik\"; did you mean \"link\"?" },
+                "unknown command \"sim lnik\"; did you mean \"sim link\"?" },
+              { R"({"command":"sim","words":["lnik","pu","E1"]})",
+                "unknown command \"sim lnik\"; did you mean \"sim link up\"?" },
+              { R"({"command":"shwo storm E1"})",
+                "unknown command \"shwo\"; did you mean \"show storm\"?" },
+              { R"({"command":"sim","words":["cable"]})",
+                "unknown command \"sim cable\"; there is link" },
               { R"({"command":"show","words":["x"]})", "there is no use for \"x\"; usage: show" },
               { R"({"command":"show storm","port":1})",
                 "unknown argument \"port\"; usage: show storm [INTF]" },
@@ -115,6 +121,28 @@ TEST_F( CommandsTest, knowsWhatMayFollow ) {
    EXPECT_EQ( commands.nextWords( wordsIn( " sim  link " ) ), ( Words{ "up" } ) );
    EXPECT_EQ( commands.nextWords( { "sho" } ), Words() );
    EXPECT_EQ( commands.nextWords( { "number" } ), Words() );
+   // Arguments, too: what must come next by its value, what may be left out by its name.
+   commands.valuesAre( "intf", [] { return Words{ "E1", "E2", "Po1" }; } );
+   struct Row {
+      char const * words;
+      char const * half;
+      Words expected;
+   };
+   for( auto const & row : std::initializer_list< Row >{
+              { "", "s", { "show", "sim" } },
+              { "show", "", { "storm" } },
+              { "show storm", "E", { "E1", "E2" } },
+              { "show storm", "intf=P", { "intf=Po1" } },
+              { "show storm E1", "", {} },
+              { "show storm E1 E2", "", {} },
+              { "sim link up", "", { "E1", "E2", "Po1", "level=", "rest=" } },
+              { "sim link up E1", "", { "level=", "rest=" } },
+              { "sim link up level=3", "E", { "E1", "E2" } },
+              { "number", "x", {} },
+        } ) {
+      EXPECT_EQ( commands.candidates( wordsIn( row.words ), row.half ), row.expected )
+            << row.words << " / " << row.half;
+   }
 }
 
 Kiv::Seconds testTime = 0;
@@ -131,26 +159,65 @@ TEST_F( CommandsTest, recordsWhatInputsCause ) {
                    .help = "",
                    .handler =
                          []( Request const & ) {
-                            Kiv::DispatchRecorder::Scope outer( Kind::write, "x = 1" );
-                            Kiv::DispatchRecorder::Scope inner( Kind::hook, "hook" );
+                            using Text = Kiv::DispatchRecorder::Text;
+                            Kiv::DispatchRecorder::Scope outer( Kind::write, [] {
+                               return Text( "A::B::Thing(t).x[k.y]", R"( = {"a": 1})" );
+                            } );
+                            Kiv::DispatchRecorder::Scope handler( Kind::handler,
+                                                                  "A::Sm::KivThing::handleX" );
+                            Kiv::DispatchRecorder::Scope inner( Kind::hook, [] {
+                               return Text( "A::Helper::set", "( all, 5 )" );
+                            } );
                             return Kiv::Datum();
                          },
                    .isInput = true } );
    run( R"({"command":"cause"})" );
    run( R"({"command":"show"})" ); // no input
-   EXPECT_EQ( run( R"({"command":"trace tree"})" ),
-              R"({"columns":["AT us","TOOK us","KIND","EVENT"],"rows":[)"
-              R"([0,5000,"input","cause {}"],)"
-              R"([1000,3000,"write","  x = 1"],)"
-              R"([2000,1000,"hook","    hook"]]})" );
-   auto both = run( R"({"command":"trace tree","count":2})" );
-   EXPECT_NE( both.find( "a timer" ), std::string::npos );
+   auto const tree = R"({"columns":["AT us","TOOK us","KIND","EVENT"],"rows":[)"
+                     R"([0,7000,"input","cause {}"],)"
+                     R"([1000,5000,"write","  A::B::Thing(t).x[k.y] = {\"a\": 1}"],)"
+                     R"([2000,3000,"handler","    A::Sm::KivThing::handleX"],)"
+                     R"x([3000,1000,"hook","      A::Helper::set( all, 5 )"])x";
+   EXPECT_EQ( run( R"({"command":"trace tree"})" ), std::string( tree ) + "]}" );
+   // It begins at the input also when timers have fired since; of those, the first are shown.
+   for( int i = 0; i != 13; ++i ) {
+      Kiv::DispatchRecorder::Scope timer( Kind::timeout, "later" );
+   }
+   auto const later = run( R"({"command":"trace tree"})" );
+   EXPECT_TRUE( later.starts_with( std::string( tree ) + R"(,[8000,1000,"timeout","later"],)" ) )
+         << later;
+   EXPECT_NE( later.find( "3 later timers are left out" ), std::string::npos ) << later;
+   EXPECT_EQ( later.find( "a timer" ), std::string::npos );
+   run( R"({"command":"cause"})" );
+   auto const both = run( R"({"command":"trace tree","count":2})" );
+   EXPECT_NE( both.find( "later" ), std::string::npos );
+   EXPECT_EQ( both.find( "a timer" ), std::string::npos );
+
    auto exported = commands.run( parseJson( R"({"command":"trace export"})" ) );
    auto const & events = *exported.find( "traceEvents" )->as< Kiv::Datum::Array >();
-   ASSERT_EQ( events.size(), 4u );
-   EXPECT_EQ( jsonText( events[ 3 ] ),
-              R"({"name":"hook","cat":"hook","ph":"X","ts":5000,"pid":1,"tid":1,"dur":1000,)"
-              R"("args":{"id":4,"cause":3}})" );
+   ASSERT_GE( events.size(), 7u );
+   std::string texts;
+   for( std::size_t i : { 0u, 1u, 3u, 4u, 5u, 6u } ) {
+      texts += jsonText( events[ i ] ) + "\n";
+   }
+   EXPECT_EQ(
+         texts,
+         R"({"name":"process_name","ph":"M","pid":1,"tid":1,"args":{"name":"hoba-agent"}})"
+         "\n"
+         R"({"name":"thread_name","ph":"M","pid":1,"tid":1,"args":{"name":"event loop"}})"
+         "\n"
+         R"({"name":"cause","cat":"input","ph":"X","ts":3000,"dur":7000,"pid":1,"tid":1,)"
+         R"("args":{"values":{},"id":2,"cause":0}})"
+         "\n"
+         R"({"name":"Thing.x","cat":"write","ph":"X","ts":4000,"dur":5000,"pid":1,"tid":1,)"
+         R"("args":{"what":"A::B::Thing(t).x[k.y]","values":{"a":1},"id":3,"cause":2}})"
+         "\n"
+         R"({"name":"KivThing::handleX","cat":"handler","ph":"X","ts":5000,"dur":3000,"pid":1,)"
+         R"("tid":1,"args":{"what":"A::Sm::KivThing::handleX","id":4,"cause":3}})"
+         "\n"
+         R"({"name":"set","cat":"hook","ph":"X","ts":6000,"dur":1000,"pid":1,"tid":1,)"
+         R"x("args":{"what":"A::Helper::set","values":"( all, 5 )","id":5,"cause":4}})x"
+         "\n" );
 }
 
 } // namespace

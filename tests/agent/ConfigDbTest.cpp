@@ -69,7 +69,8 @@ constexpr std::string_view wholeFile = R"({
       "Ethernet8": { "NULL": "NULL" }
    },
    "PORTCHANNEL": {
-      "PortChannel0003": { "admin_status": "down", "min_links": "2", "fallback": "true" }
+      "PortChannel0003": { "admin_status": "down", "min_links": "2", "fallback": "True" },
+      "PortChannel11001": { "admin_status": "up", "min_links": "1025" }
    },
    "PORTCHANNEL_MEMBER": { "PortChannel3|Ethernet8": {} },
    "VLAN": { "Vlan100": { "vlanid": "100", "admin_status": "up" } },
@@ -88,13 +89,13 @@ TEST_F( ConfigDbTest, aFileBecomesConfiguration ) {
       import.apply();
       auto const & feeders = *targets.feeders;
       ASSERT_EQ( feeders.port().size(), 3u );
-      EXPECT_EQ( feeders.port( eth( 0 ) )->speed(), 40000u );
+      EXPECT_EQ( feeders.port( eth( 0 ) )->speed().value(), 40000u );
       EXPECT_TRUE( feeders.port( eth( 0 ) )->enabled() );
-      EXPECT_EQ( feeders.port( eth( 4 ) )->speed(), 0u );
+      EXPECT_EQ( feeders.port( eth( 4 ) )->speed().value(), 0u );
       EXPECT_FALSE( feeders.port( eth( 4 ) )->enabled() );
       EXPECT_TRUE( feeders.port( eth( 8 ) )->enabled() );
       EXPECT_EQ( feeders.port( eth( 0 ) )->vlan(), Bridging::VlanId( 100 ) );
-      ASSERT_EQ( feeders.lag().size(), 1u );
+      ASSERT_EQ( feeders.lag().size(), 2u );
       auto const po3 = feeders.lag( lag( 3 ) );
       EXPECT_EQ( po3->minLinks(), 2u );
       EXPECT_EQ( po3->kind(), HobaTypes::lagTypeLacp );
@@ -123,6 +124,8 @@ TEST_F( ConfigDbTest, theReportNamesEverything ) {
                        "PORT|Ethernet8: port Ethernet8, up, speed unknown",
                        "PORTCHANNEL|PortChannel0003: LACP LAG Port-Channel3, down, min links 2, "
                        "with fallback",
+                       "PORTCHANNEL|PortChannel11001: LACP LAG Port-Channel11001, up, min links "
+                       "1025",
                        "PORTCHANNEL_MEMBER|PortChannel3|Ethernet8: Ethernet8 in Port-Channel3",
                        "VLAN|Vlan100: VLAN 100, up",
                        "VLAN_MEMBER|Vlan100|Ethernet0: Ethernet0 carries VLAN 100, untagged",
@@ -133,22 +136,110 @@ TEST_F( ConfigDbTest, theReportNamesEverything ) {
                        "20000 kbps of unknown-unicast" } ) );
    EXPECT_EQ(
          lines( import, Import::remark ),
-         ( Lines{ "PORT|Ethernet4: speed 11100 Mb/s is not an Ethernet speed; taken as unknown",
-                  "PORT|Ethernet8: no admin_status; taken as up" } ) );
+         ( Lines{
+               "PORT|Ethernet4: speed 11100 Mb/s is not an Ethernet speed; taken as unknown",
+               "PORT|Ethernet8: no admin_status; taken as up",
+               "PORTCHANNEL|PortChannel11001: min_links 1025 is more than the 1024 that files of "
+               "this shape may ask for",
+               "PORTCHANNEL|PortChannel11001: the names of files of this shape end at "
+               "PortChannel9999" } ) );
    EXPECT_EQ( lines( import, Import::refused ),
               Lines{ "PORT_STORM_CONTROL|Ethernet0|unknown-multicast: unknown-multicast is not a "
                      "level of this system" } );
    EXPECT_EQ( lines( import, Import::notImported ),
               ( Lines{ "PORT: no such attribute here: lanes (2 rows), mtu (1 row)",
                        "VLAN_MEMBER: no such attribute here: tagging_mode (1 row)",
-                       "ACL_RULE: 2 rows not imported: no such feature here",
-                       "PBH_TABLE: 1 row not imported: no such feature here" } ) );
-   EXPECT_EQ( import.summary(),
-              "10 rows imported, 1 refused, 2 remarks, 4 tables not imported or not whole" );
+                       "ACL_RULE|A|1: no such feature here", "ACL_RULE|A|2: no such feature here",
+                       "PBH_TABLE|t: no such feature here" } ) );
+   EXPECT_EQ( import.summary(), "11 rows imported, 1 refused, 4 remarks, 3 not imported" );
    EXPECT_TRUE( import.accepted( "PORT", "Ethernet4" ) );
    EXPECT_FALSE( import.accepted( "PORT", "Ethernet5" ) );
    EXPECT_FALSE( import.clean() );
    EXPECT_TRUE( checkText( R"({ "PORT": { "Ethernet1": { "admin_status": "up" } } })" ).clean() );
+}
+
+Lines
+allLines( ConfigDbImport const & import ) {
+   Lines all;
+   std::ranges::transform( import.report, std::back_inserter( all ), &Import::ReportLine::text );
+   return all;
+}
+
+// Some files have their rows side by side, "TABLE|key", all of them or a few.
+TEST_F( ConfigDbTest, rowsMayStandByThemselves ) {
+   auto const file = HobaAgent::parseJson( wholeFile );
+   auto const expected = allLines( check( file ) );
+   for( std::size_t const few : { 0, 1, 2, 100 } ) {
+      Datum::Object flat;
+      for( auto const & [ table, rows ] : *file.as< Datum::Object >() ) {
+         Datum rest( Datum::Object{} );
+         auto const & all = *rows.as< Datum::Object >();
+         for( std::size_t i = 0; i != all.size(); ++i ) {
+            if( i < few ) {
+               rest.add( all[ i ].first, all[ i ].second );
+            } else {
+               if( i == few && few != 0 ) {
+                  flat.emplace_back( table, rest );
+               }
+               flat.emplace_back( table + '|' + all[ i ].first, all[ i ].second );
+            }
+         }
+         if( few >= all.size() ) {
+            flat.emplace_back( table, rest );
+         }
+      }
+      EXPECT_EQ( allLines( check( flat ) ), expected ) << few;
+   }
+   EXPECT_EQ( allLines( checkText( R"({ "PORT|Ethernet0": { "admin_status": "up" },
+                                        "PORT": { "Ethernet0": {} }, "PORT|": 7 })" ) ),
+              ( Lines{ "PORT|Ethernet0: port Ethernet0, up, speed unknown",
+                       "PORT|Ethernet0: Ethernet0 is in this table already, as Ethernet0",
+                       "PORT: a number is not a row: an object of fields is expected" } ) );
+}
+
+TEST_F( ConfigDbTest, theDigestIsShortWhateverTheFileHolds ) {
+   Datum ports( Datum::Object{} ), rules( Datum::Object{} );
+   auto const bad = []( std::string const & speed ) {
+      return Datum( Datum::Object{ { "speed", speed } } );
+   };
+   for( int i = 0; i != 1000; ++i ) {
+      auto const n = std::to_string( i );
+      ports.add( "Ethernet" + n, bad( "x" + n ) );
+      rules.add( "A|" + n, Datum::Object{} );
+   }
+   std::string const wide( 10'000'000, 'E' );
+   Datum::Object file{ { "PORT", ports },
+                       { "PORTCHANNEL", Datum::Object{ { wide, Datum::Object{} } } },
+                       { "ACL_RULE", rules },
+                       { wide, Datum::Object{} } };
+   auto const import = check( file );
+   EXPECT_EQ( lines( import, Import::refused ).size(), 1001u ) << "every row is in the report";
+   EXPECT_EQ( lines( import, Import::notImported ).size(), 1001u );
+   Lines const expected{
+         "ACL_RULE: 1000 rows not imported: no such feature here",
+         std::string( 100, 'E' ) + "...: no such feature here",
+         "PORT|Ethernet0: speed: \"x0\" is not a number from 0 to 4294967295",
+         "PORT|Ethernet1: speed: \"x1\" is not a number from 0 to 4294967295",
+         "PORT|Ethernet2: speed: \"x2\" is not a number from 0 to 4294967295",
+         "PORT|Ethernet3: speed: \"x3\" is not a number from 0 to 4294967295",
+         "PORT|Ethernet4: speed: \"x4\" is not a number from 0 to 4294967295",
+         "PORT: 995 more rows refused, each for a reason of its own: see hobactl show import" };
+   auto digest = import.digest();
+   EXPECT_TRUE( digest.back().starts_with( "PORTCHANNEL|" + std::string( 100, 'E' ) + "...: " ) );
+   digest.pop_back();
+   EXPECT_EQ( digest, expected );
+   EXPECT_EQ( import.digest( "PORT" ), Lines( expected.begin() + 2, expected.end() ) );
+   for( auto const & line : allLines( import ) ) {
+      EXPECT_LT( line.size(), 400u );
+   }
+   // What is the same is said once, and the rest counted.
+   EXPECT_EQ( checkText( R"({ "VLAN": { "Vlan1": { "a\nb": 1 }, "Vlan2": {} } })" ).digest(),
+              ( Lines{ "VLAN: no such attribute here: a?b (1 row)",
+                       "VLAN|Vlan1: no admin_status; taken as up (and 1 more row of VLAN)" } ) );
+   for( int i = 0; i != 100; ++i ) {
+      file.emplace_back( "T" + std::to_string( i ), Datum::Object{} );
+   }
+   EXPECT_EQ( check( file ).digest().size(), 60u + 1 + 7 );
 }
 
 // Each file is whole but for one row, which is refused for the reason given; the rows around it are
@@ -261,17 +352,31 @@ TEST_F( ConfigDbTest, rowsMayReferToWhatIsThere ) {
 }
 
 TEST_F( ConfigDbTest, whatIsNoTableIsSaid ) {
-   for( auto const * text : { "[]", "7", "null", "\"PORT\"" } ) {
-      EXPECT_THROW( checkText( text ), Kiv::ParseError ) << text;
+   std::string const known = "not a configuration with a table that is known here: expected one of "
+                             "PORT, PORTCHANNEL, PORTCHANNEL_MEMBER, VLAN, VLAN_MEMBER, "
+                             "PORT_STORM_CONTROL; there ";
+   for( auto const & [ text, error ] : std::vector< std::pair< std::string, std::string > >{
+              { "[]", "a list is not a configuration: an object of tables is expected" },
+              { "7", "a number is not a configuration: an object of tables is expected" },
+              { "null", "nothing is not a configuration: an object of tables is expected" },
+              { "{}", known + "is nothing" },
+              { R"({ "PORT_TABLE": {}, "PORT:Ethernet0": {}, "PORT_TABLE|Ethernet0": {} })",
+                known + "are PORT_TABLE, PORT:Ethernet0" },
+              { R"({ "192.0.2.0/26": [], "b": 1, "c": 1, "d": 1, "e": 1, "f": 1, "g": 1 })",
+                known + "are 192.0.2.0/26, b, c, d, e and 2 more" } } ) {
+      try {
+         checkText( text );
+         ADD_FAILURE() << text;
+      } catch( Kiv::ParseError const & refusal ) {
+         EXPECT_EQ( std::string( refusal.what() ), error );
+      }
    }
-   auto const import = checkText( R"({ "PORT": [ 1 ], "NOTES": "none", "ODD\nNAME": {},
-                                   "VLAN": { "Vlan1": { "admin_status": "up" } } })" );
-   Lines all;
-   std::ranges::transform( import.report, std::back_inserter( all ), &Import::ReportLine::text );
-   EXPECT_EQ( all, ( Lines{ "PORT: a list is not a table: an object of rows is expected",
-                            "VLAN|Vlan1: VLAN 1, up",
-                            "NOTES: a string not imported: no such feature here",
-                            "ODD?NAME: 0 rows not imported: no such feature here" } ) );
+   EXPECT_EQ( allLines( checkText( R"({ "PORT": [ 1 ], "NOTES": "none", "ODD\nNAME": {},
+                                        "VLAN": { "Vlan1": { "admin_status": "up" } } })" ) ),
+              ( Lines{ "PORT: a list is not a table: an object of rows is expected",
+                       "VLAN|Vlan1: VLAN 1, up",
+                       "NOTES: no such feature here, and a string is not a table",
+                       "ODD?NAME: no such feature here" } ) );
 }
 
 // ---- Cases that somebody else wrote, where they are at hand

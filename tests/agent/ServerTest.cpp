@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <sstream>
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -106,6 +107,17 @@ class ServerTest : public testing::Test {
              "}}\n";
    }
 
+   // Of lines that are whole, the last one.
+   static void expectReason( std::string const & lines, std::string const & reason ) {
+      ASSERT_TRUE( lines.ends_with( "\n" ) );
+      std::istringstream in( lines );
+      Kiv::Datum last;
+      for( std::string line; std::getline( in, line ); ) {
+         ASSERT_NO_THROW( last = parseJson( line ) ) << line;
+      }
+      EXPECT_NE( jsonText( last ).find( reason ), std::string::npos ) << jsonText( last );
+   }
+
    std::string directory, path;
    EventLoop loop;
    Tessera::Database database;
@@ -189,23 +201,42 @@ TEST_F( ServerTest, takesLinesInPieces ) {
    EXPECT_EQ( server->clients(), 0u );
 }
 
-TEST_F( ServerTest, servesOnlySoManyClients ) {
+TEST_F( ServerTest, whoIsIdleTheLongestMakesRoom ) {
    limits.clients = 3;
    restart();
-   std::vector< Fd > clients;
-   for( int i = 0; i != 3; ++i ) {
-      clients.push_back( client() );
-   }
+   std::string const watch = R"({"id":9,"command":"watch","path":"/thing"})";
+   auto const expectDismissed = [ & ]( Fd const & fd ) {
+      bool ended = false;
+      EXPECT_EQ( take( fd, &ended ),
+                 error( "the agent ends this connection: it has 3 clients, as many as it takes, "
+                        "and this one was idle the longest" ) );
+      EXPECT_TRUE( ended );
+      EXPECT_EQ( server->clients(), 3u );
+   };
+   auto watcher = client(), first = client(), second = client();
+   ask( watcher, watch );
+   EXPECT_EQ( ask( second, getNote ), fine );
+   EXPECT_EQ( ask( first, getNote ), fine );
+   auto third = client();
+   expectDismissed( second ); // not the watcher, though it is silent for longer
+   ask( third, watch );
+   ask( first, watch );
    auto fourth = client();
-   bool ended = false;
-   EXPECT_EQ( take( fourth, &ended ),
-              error( "the agent has 3 clients already, as many as it takes" ) );
-   EXPECT_TRUE( ended );
-   clients.pop_back();
-   turn();
-   auto fifth = client();
-   EXPECT_EQ( ask( fifth, getNote ), fine );
-   EXPECT_EQ( ask( clients.front(), getNote ), fine );
+   expectDismissed( watcher );
+   EXPECT_EQ( database.watches(), 2u );
+   // A crowd at the door: all who stay behind their connections' limit are told so.
+   ask( fourth, getNote );
+   std::vector< Fd > crowd;
+   for( int i = 0; i != 40; ++i ) {
+      crowd.push_back( connectTo( path ) );
+      fcntl( crowd.back().get(), F_SETFL, O_NONBLOCK );
+      put( crowd.back(), getNote + "\n" );
+   }
+   for( auto const & fd : crowd ) {
+      EXPECT_TRUE( take( fd ).starts_with( fine ) );
+   }
+   EXPECT_EQ( server->clients(), 3u );
+   EXPECT_EQ( database.watches(), 2u ) << "who only passes by displaces nobody who watches";
 }
 
 TEST_F( ServerTest, doesNotListenToWhoDoesNotRead ) {
@@ -244,6 +275,65 @@ TEST_F( ServerTest, dropsWhoDoesNotReadItsEvents ) {
    EXPECT_EQ( database.watches(), 1u );
    EXPECT_EQ( server->clients(), 1u );
    EXPECT_EQ( std::count( heard.begin(), heard.end(), '\n' ), 200 );
+   // It finds whole lines, and the reason behind them.
+   bool ended = false;
+   expectReason( take( silent, &ended ), " bytes wait to be read, as many as one client may have" );
+   EXPECT_TRUE( ended );
+}
+
+TEST_F( ServerTest, boundsWhatWaitsForAllTogether ) {
+   limits.waiting = 300'000;
+   restart();
+   std::string const watch = R"({"id":9,"command":"watch","path":"/thing"})";
+   std::vector< Fd > silent;
+   for( int i = 0; i != 5; ++i ) {
+      silent.push_back( client() );
+      put( silent.back(), watch + "\n" );
+   }
+   auto reader = client();
+   ask( reader, watch );
+   std::string heard;
+   auto const flood = [ & ]( auto const & change ) {
+      for( int i = 0;
+           i != 300 && change( std::string( 4000, static_cast< char >( 'a' + i % 26 ) ) ); ++i ) {
+         turn();
+         heard += take( reader );
+         EXPECT_LE( server->waiting(), limits.waiting + 7 * 500 );
+      }
+   };
+   // One that floods itself is the slowest, and found to be so in the midst of its own requests.
+   auto busy = client();
+   put( busy, watch + "\n" + watch + "\n" );
+   flood( [ & ]( std::string const & note ) {
+      auto const set = R"({"command":"set","path":"/thing/note","text":")" + note + "\"}\n";
+      return send( busy.get(), set.data(), set.size(), MSG_NOSIGNAL ) > 0;
+   } );
+   expectReason( take( busy ), "more than may, and most of it by this one" );
+   EXPECT_EQ( server->clients(), 6u );
+   // Without it, the others are.
+   flood( [ & ]( std::string const & note ) {
+      thing->noteIs( note );
+      return server->clients() > 4;
+   } );
+   EXPECT_EQ( server->clients(), 4u );
+   EXPECT_GE( std::count( heard.begin(), heard.end(), '\n' ), 40 );
+   take( reader );
+   EXPECT_TRUE( ask( reader, getNote ).starts_with( fine.substr( 0, 17 ) ) );
+   int dismissed = 0;
+   for( auto const & fd : silent ) {
+      bool ended = false;
+      auto const lines = take( fd, &ended );
+      if( ended ) {
+         ++dismissed;
+         expectReason( lines, "more than may, and most of it by this one" );
+      }
+   }
+   EXPECT_EQ( dismissed, 2 );
+   silent.clear();
+   reader.reset();
+   turn();
+   EXPECT_EQ( server->waiting(), 0u );
+   EXPECT_EQ( database.watches(), 0u );
 }
 
 TEST_F( ServerTest, watchesUntilTheConnectionEnds ) {

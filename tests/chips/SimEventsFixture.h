@@ -13,7 +13,10 @@
 
 class SimEventsFixture : public testing::Test {
  protected:
-   SimEventsFixture() { Hoba::eventSmIs( sm ); }
+   SimEventsFixture() {
+      Hoba::eventSmIs( sm );
+      chip->reportingIs( true );
+   }
    ~SimEventsFixture() override { Hoba::eventSmIs( nullptr ); }
 
    // The events since the last call, each as its kind, port, kind of port and host.

@@ -3,7 +3,7 @@
 // What the simulated chip reports: stations that it learns from frames, links, parity errors.
 
 #include "chips/SimEventsFixture.h"
-#include "chips/sim/SimEvents.h"
+#include "chips/sim/SimMachines.h"
 
 #include "Kiv/Exception.h"
 
@@ -110,23 +110,67 @@ TEST_F( SimMacTest, refusesWhatIsNoStationAndWhatHasNoRoom ) {
 
 TEST_F( SimMacTest, eventsOnCommand ) {
    using Hoba::HobaEvent;
-   linkEvent( et1, Interface::linkDown, HobaTypes::faultRemote );
-   autonegEvent( et2, Interface::autonegFailed );
-   autonegEvent( et2, Interface::autonegSuccess, { 96, true, false } );
+   auto & unit = *chip->events();
+   unit.linkEvent( et1, Interface::linkDown, HobaTypes::faultRemote );
+   unit.autonegEvent( et2, Interface::autonegFailed );
+   unit.autonegEvent( et2, Interface::autonegSuccess, { 96, true, false } );
    EXPECT_EQ( queue->event( 1 ).linkStatus, Interface::linkDown );
    EXPECT_EQ( queue->event( 1 ).faultType, HobaTypes::faultRemote );
    EXPECT_EQ( queue->event( 3 ).advert.speeds, 96u );
-   stationEvent( HobaEvent::eventTypePeerMacAddressLearned, pair( 3, 5 ),
-                 Pelt::IntfId( "Vxlan1" ) );
+   unit.stationEvent( HobaEvent::eventTypePeerMacAddressLearned, pair( 3, 5 ),
+                      Pelt::IntfId( "Vxlan1" ) );
    auto const raised = events();
    ASSERT_EQ( raised.size(), 4u );
    EXPECT_EQ( raised[ 1 ], "eventTypeAutonegFailed fpPort Ethernet2 00:00:00:00:00:00@0" );
    EXPECT_EQ( raised[ 3 ], "eventTypePeerMacAddressLearned vxlanPort Vxlan1 02:00:00:00:00:03@5" );
-   EXPECT_THROW( linkEvent( po7, Interface::linkUp ), Kiv::ParseError );
-   EXPECT_THROW( autonegEvent( et1, Interface::autonegUnknown ), Kiv::ParseError );
-   EXPECT_THROW( stationEvent( HobaEvent::eventTypePort, pair( 3, 5 ), et1 ), Kiv::ParseError );
-   EXPECT_THROW( stationEvent( HobaEvent::eventTypeStaticMacAddress, {}, et1 ), Kiv::ParseError );
+   EXPECT_THROW( unit.linkEvent( po7, Interface::linkUp ), Kiv::ParseError );
+   EXPECT_THROW( unit.autonegEvent( et1, Interface::autonegUnknown ), Kiv::ParseError );
+   EXPECT_THROW( unit.stationEvent( HobaEvent::eventTypePort, pair( 3, 5 ), et1 ),
+                 Kiv::ParseError );
+   EXPECT_THROW( unit.stationEvent( HobaEvent::eventTypeStaticMacAddress, {}, et1 ),
+                 Kiv::ParseError );
    EXPECT_EQ( events(), Texts{} );
+}
+
+// A chip keeps to itself what it finds while it must not report; asked to, it begins with all of that.
+TEST_F( SimMacTest, reportsWhatItHoldsOnceItMay ) {
+   chip->reportingIs( false );
+   auto & unit = *chip->events();
+   mac.learn( et1, addr( 1 ), VlanId( 10 ) );
+   mac.learn( et1, addr( 2 ), VlanId( 10 ) );
+   mac.learn( et2, addr( 1 ), VlanId( 10 ) );
+   mac.learn( et2, addr( 3 ), VlanId( 10 ) );
+   mac.age( pair( 3, 10 ) );
+   unit.linkEvent( et1, Interface::linkUp );
+   unit.linkEvent( et1, Interface::linkDown, HobaTypes::faultLocal );
+   unit.autonegEvent( et2, Interface::autonegFailed );
+   auto const machine = ChipEventQueueSm::ChipEventQueueSmIs( context, queue, nullptr, chip );
+   machine->initializedIs( true );
+   EXPECT_EQ( events(), Texts{} );
+   for( unsigned times = 0; times != 2; ++times ) { // also after a restart
+      machine->runningIs( true );
+      EXPECT_EQ( queue->event().first()->value.faultType, HobaTypes::faultLocal );
+      EXPECT_EQ( events(),
+                 ( Texts{ "eventTypePort fpPort Ethernet1 00:00:00:00:00:00@0",
+                          "eventTypeAutonegFailed fpPort Ethernet2 00:00:00:00:00:00@0",
+                          "eventTypeMacAddressLearned fpPort Ethernet2 02:00:00:00:00:01@10",
+                          "eventTypeMacAddressLearned fpPort Ethernet1 02:00:00:00:00:02@10" } ) );
+      EXPECT_EQ( mac.learn( et1, addr( 2 ), VlanId( 10 ) ), learnHit );
+      machine->runningIs( false );
+   }
+   mac.learn( et1, addr( 4 ), VlanId( 10 ) );
+   EXPECT_EQ( events(), Texts{} );
+
+   // Errors of memories, too.
+   auto & parity = *chip->parity();
+   parity.raise( "slice0", "L2", 5 );
+   auto const helper = ChipParityHelperSm::ChipParityHelperSmIs( context, chip->parity() );
+   driver.advance( 100 );
+   EXPECT_EQ( parity.status( "slice0" )->parityEvent().size(), 1u );
+   helper->hwInit();
+   driver.advance( parity.correctionTime() );
+   EXPECT_EQ( parity.status( "slice0" )->parityEvent().size(), 0u );
+   EXPECT_EQ( parity.entriesCorrected(), 1u );
 }
 
 TEST_F( SimMacTest, parityErrors ) {
@@ -140,10 +184,14 @@ TEST_F( SimMacTest, parityErrors ) {
    Hoba::ParityEvent::Key const key{ "slice0", "L2:entry", 5 };
    EXPECT_EQ( parity.status( "slice0" )->parityEvent( key ), ( Hoba::ParityEvent{ key, 107, 2 } ) );
    EXPECT_EQ( Hoba::parityEventsWithoutMachine() - before, 4u );
+   EXPECT_THROW( parity.raise( "other", "L2", 1, Hoba::parityFatal ), Kiv::ParseError );
+   parity.sliceNameIs( "a:b" );
+   parity.sliceNameIs( "other" );
    EXPECT_THROW( parity.raise( "a:b", "L2", 1 ), Kiv::ParseError );
    EXPECT_THROW( parity.raise( "slice0", "", 1 ), Kiv::ParseError );
    parity.slices()->entryIs( "other", Kiv::make< Kiv::Dir >( "other" ) );
    EXPECT_THROW( parity.raise( "other", "L2", 1 ), Kiv::ParseError );
+   EXPECT_EQ( Hoba::parityEventsWithoutMachine() - before, 4u );
 
    EXPECT_TRUE( parity.corrected( key ) );
    EXPECT_FALSE( parity.corrected( key ) );

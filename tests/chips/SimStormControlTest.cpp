@@ -97,27 +97,35 @@ TEST_F( SimStormControlTest, verifiesPorts ) {
    config->broadcastIs( percent( 250 ) );
    config->multicastIs( percent( 300 ) );
    limitIs( levelTypeBroadcast, percent( 250 ) );
-   EXPECT_EQ( verifyPort(), "multicast: 300000 kbps of Ethernet1 expected, no limit found" );
+   EXPECT_EQ( verifyPort(), "multicast: 300000 kbps of Ethernet1 expected, no limit found; skip "
+                            "rule expected, none found" );
    limitIs( levelTypeMulticast, percent( 300 ) );
+   helper->updateBcastSkipRule( et1, true );
    EXPECT_EQ( verifyPort(), "" );
    EXPECT_EQ( helper->verifyEnabled( et1, true ), "" );
    EXPECT_EQ( helper->verifyEnabled( et1, false ), "no limits expected, some found" );
    EXPECT_EQ( verifyPort( po1 ), "broadcast: 250000 kbps of Port-Channel1 expected, 250000 kbps of "
                                  "Ethernet1 found; multicast: 300000 kbps of Port-Channel1 "
-                                 "expected, 300000 kbps of Ethernet1 found" );
+                                 "expected, 300000 kbps of Ethernet1 found; a skip rule of its "
+                                 "own found" );
    EXPECT_EQ( helper->verifyPort( et1, et1, 0, *config ), "" ) << "not without a speed";
 
-   // The all-traffic level takes broadcast's limit away; a wrong one is no better for that.
+   // The all-traffic level takes broadcast's limit away, be it an older one behind a refused zero.
    config->allIs( percent( 400 ) );
    limitIs( levelTypeAll, percent( 400 ) );
    limitIs( levelTypeBroadcast, {} );
+   EXPECT_EQ( verifyPort(), "no skip rule expected, one found" );
+   helper->updateBcastSkipRule( et1, false );
    EXPECT_EQ( verifyPort(), "" );
-   limitIs( levelTypeBroadcast, percent( 251 ) );
-   EXPECT_EQ( verifyPort(), "broadcast: 250000 kbps of Ethernet1 expected, 251000 kbps of "
-                            "Ethernet1 found" );
+   config->allIs( percent( 0 ) );
+   EXPECT_EQ( verifyPort(), "" );
+   limitIs( levelTypeBroadcast, percent( 250 ) );
+   EXPECT_EQ( verifyPort(), "broadcast: no limit expected, 250000 kbps of Ethernet1 found" );
+   limitIs( levelTypeAll, {} );
+   EXPECT_EQ( verifyPort(), "" ) << "one that never stood covers nothing";
    // One that cannot be metered takes nothing away.
    config->allIs( { meteringPps, 0, 5, unitPps } );
-   limitIs( levelTypeAll, {} );
+   helper->updateBcastSkipRule( et1, true );
    limitIs( levelTypeBroadcast, {} );
    EXPECT_EQ( verifyPort(), "broadcast: 250000 kbps of Ethernet1 expected, no limit found" );
    config->broadcastIs( percent( 0 ) );
@@ -133,6 +141,13 @@ TEST_F( SimStormControlTest, verifiesTablesAndRules ) {
    EXPECT_EQ( helper->verifyAggregateTc( 3, *tc ), "" );
    helper->programTcAggregateHwRate( 3, {} );
    EXPECT_FALSE( unit.trafficClassHas( 3 ) );
+   // 65539 is 3 to whoever looks at its lower half only.
+   for( auto const absent : { 8u, 300u, 65539u } ) {
+      EXPECT_THROW( unit.checkTrafficClass( absent ), Kiv::ParseError );
+      helper->programTcAggregateHwRate( absent, percent( 400 ) );
+      EXPECT_TRUE( unit.trafficClass().empty() );
+      EXPECT_EQ( helper->verifyAggregateTc( absent, *tc ), "the chip has no such traffic class" );
+   }
 
    auto const whole = Kiv::make< Config >();
    auto const status = Kiv::make< Status >();
@@ -142,6 +157,21 @@ TEST_F( SimStormControlTest, verifiesTablesAndRules ) {
    unit.chipStormControlIs( false );
    helper->installRules();
    EXPECT_EQ( helper->verifyPlatformStormControl( *whole, *status ), "" );
+
+   // What nobody configured.
+   helper->setHwRate( levelTypeUUcast, et1, po1, 10'000'000, percent( 100 ) );
+   helper->updateBcastSkipRule( et1, true );
+   helper->programTcAggregateHwRate( 5, percent( 400 ) );
+   whole->intfConfigIs( et1 );
+   EXPECT_EQ( helper->verifyPlatformStormControl( *whole, *status ),
+              "Ethernet1 uucast: 100000 kbps of Port-Channel1, which nobody configured; traffic "
+              "class 5: " +
+                    Kiv::toText( percent( 400 ) ) + ", which nobody configured" );
+   whole->intfConfigIs( po1 );
+   whole->intfConfigDel( et1 );
+   whole->aggregateTcConfigIs( 5 );
+   EXPECT_EQ( helper->verifyPlatformStormControl( *whole, *status ),
+              "Ethernet1: a skip rule, which nobody configured" );
 }
 
 } // namespace

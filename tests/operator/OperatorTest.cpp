@@ -11,10 +11,12 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <set>
 #include <sstream>
 #include <thread>
 
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 namespace HobaOperator {
 namespace {
@@ -168,6 +170,16 @@ TEST_F( OperatorTest, levelsFollowConfigurationSpeedAndMembership ) {
               { "set /bridging/stormControl/config/intfConfig/Ethernet1/all/level 10000",
                 "Ethernet1", "broadcast", "3.00% 25 Gb/s 750000 750000 kbps 0 programmed" },
               { "", "Ethernet1", "all", "" },
+              { "set /bridging/stormControl/config/intfConfig/Ethernet1/broadcast "
+                R"({"mode":"meteringBps","level":0,"rate":70000,"unit":"unitKbps"})",
+                "Ethernet1", "broadcast", "70000 kbps 25 Gb/s 70000 70000 kbps 0 programmed" },
+              { "set /bridging/stormControl/config/intfConfig/Port-Channel1/broadcast "
+                R"({"mode":"meteringBps","level":0,"rate":2,"unit":"unitMbps"})",
+                "Port-Channel1", "broadcast", "2 Mbps 11 Gb/s 4000 2 x 2000 kbps 0 programmed" },
+              { "set /sim/chip/stormControl/ppsMetering true", "Ethernet1", "uucast", "" },
+              { "set /bridging/stormControl/config/intfConfig/Ethernet1/uucast "
+                R"({"mode":"meteringPps","level":0,"rate":300,"unit":"unitPps"})",
+                "Ethernet1", "uucast", "300 pps 25 Gb/s - 300 pps 0 programmed" },
               { "del /bridging/stormControl/config/intfConfig/Ethernet5", "Ethernet5", "uucast",
                 "" },
         } ) {
@@ -203,9 +215,13 @@ TEST_F( OperatorTest, dropsVerificationAndChanges ) {
 
    EXPECT_NE( ok( "verify" ).find( "all as they should be" ), std::string::npos );
    ok( "sim forget Ethernet1" );
-   auto const spoiled = ok( "verify" );
-   EXPECT_NE( spoiled.find( "MISMATCH: 1 of " ), std::string::npos ) << spoiled;
-   EXPECT_NE( spoiled.find( "no limit found" ), std::string::npos ) << spoiled;
+   auto const spoiled = ctl( "verify" );
+   EXPECT_EQ( spoiled.status, 3 );
+   EXPECT_NE( spoiled.out.find( "MISMATCH: 1 of " ), std::string::npos ) << spoiled.out;
+   EXPECT_NE( spoiled.out.find( "no limit found" ), std::string::npos ) << spoiled.out;
+   auto const json = ctl( "verify --json" );
+   EXPECT_EQ( json.status, 3 );
+   EXPECT_EQ( *HobaAgent::parseJson( json.out ).find( "mismatches" ), Datum( 1 ) ) << json.out;
 }
 
 // Frames of 60 octets in a capture: to anybody, from `source`, without a tag.
@@ -255,9 +271,21 @@ TEST_F( OperatorTest, whatTheChipReportsIsAppliedAndCounted ) {
    EXPECT_EQ( row( "show events", "events most waiting at once" ), "100000" );
    EXPECT_EQ( row( "show events", "events wake-ups" ), std::to_string( wakeUps + 1 ) );
    EXPECT_EQ( row( "show events", "events handled: port" ), "100002" );
+   // A station where there is no interface: the chip has no such port.
+   for( auto const * intf : { "Ethernet99", "Port-Channel77", "Vlan5" } ) {
+      expectOneLine( ctl( std::string( "sim event learn " ) + intf + " 02:00:00:00:00:01 30" ), 1,
+                     intf );
+   }
+   EXPECT_EQ( row( "show mac", "02:00:00:00:00:01" ), "" );
    // A station on a LAG that is not there.
    ok( "sim event station static-mac-address Port-Channel77 00:00:5e:00:53:01 30" );
    EXPECT_EQ( row( "show events", "events aged instead: learnt on a deleted LAG" ), "1" );
+   // And on one whose only member is down.
+   ok( "sim lag Ethernet3 Port-Channel77" );
+   ok( "sim link Ethernet3 down" );
+   ok( "sim event station static-mac-address Port-Channel77 02:00:00:00:00:01 30" );
+   EXPECT_EQ( row( "show events", "events aged instead: learnt on a LAG without active members" ),
+              "1" );
 }
 
 TEST_F( OperatorTest, parityErrorsAndStationsThatNeverAge ) {
@@ -287,9 +315,21 @@ TEST_F( OperatorTest, parityErrorsAndStationsThatNeverAge ) {
    client( "dot1x", "Ethernet1" );
    client( "dhcp", "Ethernet2" );
    auto const host = "00:00:5e:00:53:01 10";
-   EXPECT_EQ( row( "show mac non-aging", host ), "Ethernet2 entryTypeUnknown 2 dot1x, dhcp" );
+   EXPECT_EQ( row( "show mac non-aging", host ), "Ethernet2 unknown 2 dot1x, dhcp" );
    ok( "del /feeders/config/nonAgingClient/dhcp" );
-   EXPECT_EQ( row( "show mac non-aging", host ), "Ethernet1 entryTypeUnknown 1 dot1x" );
+   EXPECT_EQ( row( "show mac non-aging", host ), "Ethernet1 unknown 1 dot1x" );
+   // What can be no station is refused, and a station nowhere told.
+   for( auto const * none :
+        { "01:00:5e:00:00:01@10", "02:00:00:00:00:02@0", "00:00:00:00:00:00@10" } ) {
+      expectOneLine(
+            ctl( "set /feeders/config/nonAgingClient/dot1x/macEntries/" + std::string( none ),
+                 R"({ "intf": "Ethernet1" })" ),
+            1, "the address of one station, in a VLAN" );
+   }
+   client( "dot1x", "Ethernet99" );
+   EXPECT_NE( ok( "show mac non-aging" )
+                    .find( "00:00:5e:00:53:01@10 is behind Ethernet99, which is not" ),
+              std::string::npos );
    ok( "set /feeders/config/nonAgingClient/dot1x/enable false" );
    EXPECT_NE( ok( "show mac non-aging" ).find( "non-aging is disabled; 0 stations" ),
               std::string::npos );
@@ -315,19 +355,25 @@ TEST_F( OperatorTest, tracesTellWhy ) {
    auto const * list = exported.find( "traceEvents" );
    ASSERT_TRUE( list && list->as< Datum::Array >() );
    EXPECT_GE( list->as< Datum::Array >()->size(), 5u );
+   std::set< std::string > names;
    for( auto const & event : *list->as< Datum::Array >() ) {
+      bool const isName = *event.find( "ph" ) == Datum( "M" );
       for( auto const * name : { "name", "ph", "ts", "dur", "pid", "tid" } ) {
-         EXPECT_TRUE( event.find( name ) ) << name;
+         EXPECT_TRUE( event.find( name ) || isName ) << name;
       }
-      EXPECT_EQ( *event.find( "ph" ), Datum( std::string( "X" ) ) );
+      names.insert( *event.find( "name" )->as< std::string >() );
+   }
+   for( auto const * name : { "process_name", "thread_name", "set", "IntfConfig.broadcast",
+                              "KivIntfConfig::handleLevel", "setHwRate" } ) {
+      EXPECT_TRUE( names.count( name ) ) << name;
    }
    EXPECT_NE( ok( "trace --handles" ).find( "HobaStormControlSm" ), std::string::npos );
    EXPECT_NE( ok( "logs catalogue" ).find( "HARDWARE_VERIFY_AGENT_FAILED" ), std::string::npos );
    EXPECT_NE( ok( "types" ).find( "Bridging::StormControl::IntfConfig" ), std::string::npos );
    for( auto const * command :
         { "show storm-control", "show storm-control-traffic-classes", "show interfaces", "show lag",
-          "show import", "logs", "logs catalogue", "types", "verify", "help", "trace", "get /",
-          "list /", "trace --tree", "trace --handles" } ) {
+          "show vlan", "show mac", "show version", "show import", "logs", "logs catalogue", "types",
+          "verify", "help", "trace", "get /", "list /", "trace --tree", "trace --handles" } ) {
       auto const json = ok( std::string( "--json " ) + command );
       EXPECT_NO_THROW( HobaAgent::parseJson( json ) ) << command << ": " << json;
    }
@@ -337,6 +383,8 @@ TEST_F( OperatorTest, badInputIsRefusedInOneLineAndChangesNothing ) {
    startExample();
    auto const before = ok( "get --configuration /" );
    auto const malformed = file( "malformed.json", "{\n \"a\": [1,\n }\n" );
+   auto const pipe = directory + "/pipe";
+   ASSERT_EQ( mkfifo( pipe.c_str(), 0600 ), 0 );
    auto const oneBad =
          file( "bad.json", R"({"/feeders/config":{"port":{"Ethernet9":{"speed":1000}}},
       "/bridging/stormControl/config":{"intfConfig":{"Ethernet1":{"broadcast":{"level":7}},
@@ -349,16 +397,30 @@ TEST_F( OperatorTest, badInputIsRefusedInOneLineAndChangesNothing ) {
    for( auto const & row : std::vector< Row >{
               { "", "", 2, "hobactl: " },
               { "frobnicate", "", 2, "unknown command \"frobnicate\"" },
-              { "shwo lag", "", 2, "did you mean \"show\"?" },
+              { "shwo lag", "", 2, "did you mean \"show lag\"?" },
               { "get --bogus", "", 2, "--bogus" },
               { "--timeout x get", "", 2, "--timeout" },
               { "set /a", "", 2, "value is required" },
               { "show strom", "", 1, "unknown command \"show strom\"" },
               { "show lag extra", "", 1, "usage: show lag" },
+              { "show mac vlan=4095", "", 1, "vlan: 4095 is not a number from 0 to 4094" },
+              { "show mac port=Ethernet77", "", 1, "Ethernet77 is not a port or LAG of this" },
+              { "show vlan 7", "", 1, "VLAN 7 is not one of this switch" },
+              { "set /feeders/config/port/Ethernet1/vlan 4095", "", 1,
+                "/vlan: 4095 is not a number from 1 to 4094" },
               { "show storm-control Foo", "", 1, "\"Foo\" is not an interface name" },
               { "sim link Ethernet1 sideways", "", 1, "not up or down" },
               { "sim speed Ethernet77 1000", "", 1, "Ethernet77 is not a port" },
               { "sim speed Ethernet1 -4", "", 1, "mbps: \"-4\"" },
+              { "sim speed Ethernet1 7", "", 1, "mbps: 7 Mb/s is not a speed of Ethernet" },
+              { "set /feeders/config/port/Ethernet1/speed 7", "", 1, "7 Mb/s is not a speed" },
+              { "set /bridging/stormControl/config/aggregateTcConfig/300/level/level 5", "", 1,
+                "aggregateTcConfig/300: \"300\" is not a traffic class of this chip" },
+              { "set /bridging/stormControl/config/period inf", "", 1, "period: " },
+              { "sim event parity pipe9 L2 1 fatal", "", 1, "\"pipe9\" is not a slice" },
+              { "watch /nope", "", 1, "/nope: no such path" },
+              { "watch " + levels + "Ethernet9/broadcast/levle", "", 1, "did you mean \"level\"?" },
+              { "get --configuration /sim/chip", "", 1, "/sim/chip: is no configuration" },
               { "get /nope", "", 1, "/nope: no such path" },
               { "get /bridging/stormControl/confg", "", 1, "did you mean \"config\"?" },
               { "set " + levels + "Ethernet1/brodcast 1", "", 1, "did you mean \"broadcast\"?" },
@@ -366,6 +428,8 @@ TEST_F( OperatorTest, badInputIsRefusedInOneLineAndChangesNothing ) {
               { "set " + levels + "Ethernet1/broadcast/level -5", "", 1, "not a whole number" },
               { "set " + levels + "Ethernet1/broadcast/level 4294967296", "", 1, "4294967295" },
               { "set " + levels + "Ethernet1/broadcast/level 10001", "", 1, "from 0 to 10000" },
+              { "set /bridging/stormControl/config/period 1e-9", "", 1,
+                "/bridging/stormControl/config/period: 1e-09 is not a period: at least 0.1" },
               { "set " + levels + "Ethernet1", R"({"broadcast":{"level":7},"all":5})", 1, "all" },
               { "set " + levels + "Ethernet1", "{\"a\":", 1, "value: line 1, column " },
               { "set " + levels + "Ether/broadcast/level 1", "", 1, "\"Ether\" is not" },
@@ -373,6 +437,7 @@ TEST_F( OperatorTest, badInputIsRefusedInOneLineAndChangesNothing ) {
               { "del /bridging/stormControl/config", "", 1, "cannot be deleted" },
               { "apply /nonexistent", "", 1, "/nonexistent: No such file" },
               { "apply", malformed, 1, malformed + ":3:2: " },
+              { "apply", pipe, 1, pipe + ": is not a regular file" },
               { "apply", oneBad, 1, "Ethernet9/broadcast: level: \"x\"" },
               { "trace --enable HobaCommon=12", "", 1, "levels: \"12\"" },
               { "trace --export /nonexistent/x", "", 1, "/nonexistent/x: No such file" },
@@ -392,6 +457,11 @@ TEST_F( OperatorTest, badInputIsRefusedInOneLineAndChangesNothing ) {
               { "--config", malformed, 1, malformed + ":3:2: " },
               { "--sim", malformed, 1, malformed + ":3:2: " },
               { "--config-db", "/nonexistent", 1, "/nonexistent: No such file" },
+              { "--config-db", file( "routes.json", R"({"192.0.2.0/24":[]})" ), 1,
+                "a table that is known here" },
+              { "--config", pipe, 1, pipe + ": is not a regular file" },
+              { "--sim", "/dev/zero", 1, "/dev/zero: is not a regular file" },
+              { "--config", "", 2, "--config: the name of a file is expected" },
               { "--bogus", "x", 2, "--bogus" },
               { "--socket", socket, 1, "another agent answers here" },
               { "--socket", malformed, 1, "not a socket" },
@@ -412,8 +482,9 @@ TEST_F( OperatorTest, anImportNamesBrokenRowsAndGoesOn ) {
       "PORT": { "Ethernet0": { "speed": "10000" }, "Ethernet4": { "speed": "fast" } },
       "PORTCHANNEL": { "PortChannel1": { "min_links": "1" } },
       "PORTCHANNEL_MEMBER": { "PortChannel9|Ethernet0": {} },
-      "PORT_STORM_CONTROL": { "Ethernet0|broadcast": { "kbps": "1000" },
-                              "Ethernet0|bogus": { "kbps": "1000" } } })" );
+      "PORT_STORM_CONTROL": { "Ethernet0|broadcast": { "kbps": "1000" } },
+      "PORT_STORM_CONTROL|Ethernet0|bogus": { "kbps": "1000" },
+      "ACL_RULE": { "A|1": {}, "A|2": {} } })" );
    std::vector< std::string > files{ own };
    auto const sample = HOBA_SOURCE_DIR "/../shared/inputs/sonic-config/sample_config_db.json";
    if( std::filesystem::exists( sample ) ) {
@@ -430,11 +501,53 @@ TEST_F( OperatorTest, anImportNamesBrokenRowsAndGoesOn ) {
             EXPECT_NE( agent->out().find( row ), std::string::npos ) << agent->out();
          }
          EXPECT_NE( level( "Ethernet0", "broadcast" ).find( " programmed" ), std::string::npos );
+         EXPECT_NE( agent->out().find( "ACL_RULE: 2 rows not imported: " ), std::string::npos );
+         EXPECT_EQ( row( "show import", "ACL_RULE|A|2" ), "notImported no such feature here" );
       }
       EXPECT_NE( ok( "verify" ).find( "all as they should be" ), std::string::npos );
       agent->signal( SIGTERM );
       EXPECT_EQ( agent->finish(), 0 ) << agent->err();
    }
+}
+
+// What the operator configured, and nothing of the chip: saved and loaded again it is the same switch.
+TEST_F( OperatorTest, savedConfigurationGivesTheSameSwitch ) {
+   startExample();
+   auto const switchNow = [ & ] {
+      std::string all;
+      for( auto const * command :
+           { "get --configuration /", "show storm-control", "show storm-control-traffic-classes",
+             "show interfaces", "show lag", "show mac non-aging" } ) {
+         all += ok( command );
+      }
+      return all;
+   };
+   for( auto const * change :
+        { "sim lag Ethernet5 Port-Channel2", "sim link Ethernet3 down",
+          "set /feeders/config/lag/Port-Channel1/minLinks 1",
+          "set /feeders/config/port[Ethernet9/1]/speed 40000",
+          "set /bridging/stormControl/config/intfConfig/Ethernet1/uucast/level 50",
+          "set /bridging/stormControl/config/burstConfig[a/b]/burstTime 7",
+          "set /bridging/stormControl/config/period 60",
+          "set /feeders/config/nonAgingClient/dot1x/enable true",
+          "set /sim/chip/stormControl/ppsMetering true",
+          "del /bridging/stormControl/config/intfConfig/Ethernet6" } ) {
+      ok( change );
+   }
+   ok( "set /feeders/config/nonAgingClient/dot1x/macEntries/02:00:00:00:00:01@10",
+       R"({ "intf": "Ethernet1" })" );
+   auto const saved = file( "saved.json", ok( "--json get --configuration /" ) );
+   auto const before = switchNow();
+   ok( "apply", saved );
+   EXPECT_EQ( switchNow(), before ) << "nothing to do";
+   agent->signal( SIGTERM );
+   EXPECT_EQ( agent->finish(), 0 );
+   start( { "--config", saved, "--sim",
+            file( "chip.json",
+                  R"({ "stormControl": { "bpsMetering": true, "zeroRate": true } })" ) } );
+   EXPECT_EQ( switchNow(), before );
+   EXPECT_EQ( ok( "get /sim/chip/stormControl/zeroRate" ), "true\n" ) << "the chip is --sim's";
+   EXPECT_EQ( ok( "get /sim/chip/stormControl/ppsMetering" ), "false\n" );
 }
 
 TEST_F( OperatorTest, hostileClientsDoNotDisturb ) {
@@ -460,16 +573,86 @@ TEST_F( OperatorTest, hostileClientsDoNotDisturb ) {
                        "\"}\n" );
       ASSERT_NE( answer( busy ).find( "\"ok\":true" ), std::string::npos );
    }
-   // As many as come: those that find no place are told so, and make room when they go.
+   // As many as come: the operator finds room, and who was idle for the longest is told why he goes.
    for( int n = 0; n != 80; ++n ) {
       idle.push_back( client() );
    }
-   EXPECT_NE( answer( idle.back() ).find( "clients already" ), std::string::npos );
-   expectOneLine( ctl( "show lag" ), 1, "clients already" );
+   ok( "show lag" );
+   EXPECT_NE( answer( idle.front() ).find( "idle the longest" ), std::string::npos );
    idle.clear();
-   EXPECT_TRUE( eventually( [ & ] { return ctl( "show lag" ).status == 0; } ) );
    EXPECT_NE( level( "Ethernet1", "broadcast" ), "" );
    EXPECT_NE( ok( "verify" ).find( "all as they should be" ), std::string::npos );
+}
+
+// Ports in no order, a LAG with an active member, VLANs.
+char const * const vlanSwitch = R"({
+      "PORT": { "Ethernet10": { "speed": "10000", "admin_status": "up" },
+                "Ethernet2": { "speed": "10000", "admin_status": "up" },
+                "Ethernet1": { "speed": "10000", "admin_status": "up" } },
+      "PORTCHANNEL": { "PortChannel10": {}, "PortChannel9": {} },
+      "PORTCHANNEL_MEMBER": { "PortChannel10|Ethernet10": {} },
+      "VLAN": { "Vlan30": {}, "Vlan4": {} },
+      "VLAN_MEMBER": { "Vlan30|PortChannel10": { "tagging_mode": "tagged" },
+                       "Vlan30|Ethernet2": { "tagging_mode": "untagged" },
+                       "Vlan30|Ethernet1": { "tagging_mode": "tagged" } } })";
+
+TEST_F( OperatorTest, showsInterfacesVlansAndStationsInTheirOrder ) {
+   start( { "--config-db", file( "config_db.json", vlanSwitch ) } );
+   auto const expectInOrder = [ & ]( std::string const & words,
+                                     std::initializer_list< char const * > parts ) {
+      auto const text = ok( words );
+      std::size_t at = 0;
+      for( auto const * part : parts ) {
+         at = text.find( part, at );
+         ASSERT_NE( at, std::string::npos ) << part << " in:\n" << text;
+      }
+   };
+   expectInOrder( "show interfaces",
+                  { "Ethernet1 ", "Ethernet2 ", "Ethernet10 ", "3 ports, 3 up\n" } );
+   expectInOrder( "show lag", { "Port-Channel9 ", "Port-Channel10 ", "2 LAGs\n" } );
+   ok( "sim event learn Ethernet10 00:00:5e:00:53:01 30" );
+   ok( "sim event learn Ethernet2 00:00:5e:00:53:02 30" );
+   EXPECT_EQ( row( "show vlan", "4 active" ), "0 - -" );
+   EXPECT_EQ( row( "show vlan 30", "30 active" ), "2 Ethernet2 Ethernet1, Port-Channel10" );
+   expectInOrder( "show vlan", { "\n   4", "\n  30", "\n2 VLANs\n" } );
+   // Stations behind a member are behind its LAG, and found by either; by address, too.
+   for( auto const * words : { "show mac port=Ethernet10", "show mac port=Port-Channel10",
+                               "show mac mac=00:00:5e:00:53:01" } ) {
+      EXPECT_EQ( row( words, "00:00:5e:00:53:01 30" ).substr( 0, 31 ),
+                 "Port-Channel10 learned dynamic " );
+      expectInOrder( words, { "\n1 station\n" } );
+   }
+   EXPECT_EQ( row( "show mac port=Ethernet2", "00:00:5e:00:53:01 30" ), "" );
+   // People read words; programs find the enumerator.
+   EXPECT_NE( ok( "--json show mac" ).find( "\"learnedDynamicMac\"" ), std::string::npos );
+   EXPECT_EQ( row( "show version", "version:" ) + "\n", ok( "--version" ).substr( 8 ) );
+   EXPECT_NE( row( "show version", "uptime:" ), "" );
+}
+
+// What bash offers when the line is typed so far.
+TEST_F( OperatorTest, theShellCompletesInterfaces ) {
+   start( { "--config-db", file( "config_db.json", vlanSwitch ) } );
+   auto const script = HOBA_SOURCE_DIR "/agent/hobactl/completion/hobactl.bash";
+   for( auto const & [ line, offered ] : std::vector< std::pair< std::string, std::string > >{
+              { "hobactl sim link Eth", "Ethernet1 Ethernet2 Ethernet10 " },
+              { "hobactl show mac port=Port", "Port-Channel9 Port-Channel10 " },
+              { "hobactl show mac v", "vlan= " },
+              { "hobactl show v", "version vlan " },
+              { "hobactl --json sim link Ethernet1", "Ethernet1 Ethernet10 " },
+              { "hobactl get /feeders/config/port/Ethernet2/v",
+                "/feeders/config/port/Ethernet2/vlan " },
+              { "hobactl sho", "show " },
+        } ) {
+      std::filesystem::path const tools( HOBACTL_PATH );
+      Process bash( { "/bin/bash", "-c",
+                      "PATH=" + tools.parent_path().string() + ":$PATH; source " + script +
+                            "; COMP_LINE='" + line +
+                            "' COMP_POINT=" + std::to_string( line.size() ) +
+                            "; _hobactl; printf '%s ' \"${COMPREPLY[@]}\"" },
+                    { "HOBA_SOCKET=" + socket, "PATH=/usr/bin:/bin" } );
+      auto const result = end( bash );
+      EXPECT_EQ( result.out, offered ) << line << result.err;
+   }
 }
 
 TEST_F( OperatorTest, signalsStopItCleanly ) {
@@ -481,6 +664,23 @@ TEST_F( OperatorTest, signalsStopItCleanly ) {
       EXPECT_EQ( agent->err(), "" );
       EXPECT_FALSE( std::filesystem::exists( socket ) );
       expectOneLine( end( *watch ), 1, "agent" );
+   }
+   // Also while it still reads what was handed in. The file may be too short for a fast machine,
+   // on which it then serves before the signal comes.
+   for( std::size_t rows = 100'000; rows != 0; rows *= 2 ) {
+      std::string text = R"({"PORT":{"Ethernet0":{})";
+      for( std::size_t n = 1; n != rows; ++n ) {
+         text += ",\"Ethernet" + std::to_string( n ) + "\":{\"speed\":\"x\"}";
+      }
+      agent = agentProcess( { "--config-db", file( "large.json", text + "}}" ) } );
+      ASSERT_TRUE( eventually( [ & ] { return std::filesystem::exists( socket ); } ) );
+      agent->signal( SIGTERM );
+      EXPECT_EQ( agent->finish(), 0 ) << agent->err();
+      EXPECT_FALSE( std::filesystem::exists( socket ) );
+      if( agent->out().find( "serving" ) == std::string::npos ) {
+         break;
+      }
+      ASSERT_LT( rows, 1'000'000u ) << "it goes on until it serves";
    }
    // After a death without farewell the socket is stale, and in nobody's way.
    startExample();

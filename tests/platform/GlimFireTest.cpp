@@ -447,11 +447,12 @@ class GlimSteps : public testing::Test {
    }
 
    // From before the step to after it.
-   std::vector< std::string > imagesOf( Step before, Step step ) const {
+   template< class W >
+   std::vector< std::string > imagesOf( void ( *before )( W & ), void ( *step )( W & ) ) const {
       std::filesystem::remove( path );
       Shared< Report > report;
       Child child( *report, [ & ] {
-         Writer writer( "fire", options );
+         W writer( "fire", options );
          before( writer );
          ::ptrace( PTRACE_TRACEME, 0, nullptr, nullptr );
          ::raise( SIGSTOP );
@@ -537,16 +538,87 @@ TEST_F( GlimSteps, NoStateBetweenIsSeen ) {
          writer.is( key, Record::of( key, 1 ) );
       }
    };
+   Step const deleteMost = []( Writer & writer ) {
+      // 128 slots, of which a sixteenth is needed, and one more.
+      for( uint64_t key = 0; key != 33; ++key ) {
+         writer.is( key, Record::of( key, 1 ) );
+      }
+      for( uint64_t key = 8; key != 33; ++key ) {
+         writer.del( key );
+      }
+   };
    for( Case const & each : {
               Case{ "replaced", fill, []( Writer & w ) { w.is( 5, Record::of( 5, 2 ) ); }, 5 },
               Case{ "inserted", fill, []( Writer & w ) { w.is( 30, Record::of( 30, 2 ) ); }, 30 },
               Case{ "again", fill, []( Writer & w ) { w.is( 3, Record::of( 3, 2 ) ); }, 3 },
               Case{ "deleted", fill, []( Writer & w ) { w.del( 7 ); }, 7 },
+              Case{ "shrunk", deleteMost,
+                    []( Writer & w ) {
+                       w.del( 7 );
+                       w.commit();
+                    },
+                    7 },
               Case{ "grown", fillAll, []( Writer & w ) { w.is( 0, Record::of( 0, 2 ) ); }, 0 },
         } ) {
       SCOPED_TRACE( each.what );
       check( imagesOf( each.before, each.step ), each.key );
    }
+}
+
+// A reader exactly one ring behind has yet to be told what stands where the next change goes. It is
+// told that, or that it has lost something; never a key that is half of one and half of another.
+TEST_F( GlimSteps, AReaderOneRingBehindIsToldAllOrThatItIsNot ) {
+   using Key = std::array< uint64_t, 4 >;
+   using Wide = Glim::TableWriter< Key, Record >;
+   static constexpr auto keyOf = []( uint64_t n ) { return Key{ n, n + 100, n + 200, n + 300 }; };
+   static constexpr uint64_t ring = 64;
+   auto const images = imagesOf< Wide >(
+         []( Wide & writer ) {
+            for( uint64_t n = 0; n != ring; ++n ) {
+               writer.notify( keyOf( n ) );
+            }
+         },
+         []( Wide & writer ) { writer.notify( keyOf( ring ) ); } );
+   ASSERT_GT( images.size(), 6u );
+   // When the reader attached, nothing had been told yet.
+   auto first = images.front();
+   auto & header = *reinterpret_cast< Glim::Layout::Header * >( first.data() );
+   ASSERT_EQ( header.changeHead, ring );
+   header.changeHead = header.changeReserved = 0;
+   std::vector< Key > all;
+   for( uint64_t n = 0; n != ring; ++n ) {
+      all.push_back( keyOf( n ) );
+   }
+   uint64_t lost = 0;
+   for( std::size_t i = 0; i != 2 * images.size(); ++i ) {
+      SCOPED_TRACE( i );
+      std::ofstream( path, std::ios::binary ) << first;
+      Glim::TableReader< Key, Record > reader( "fire" );
+      ASSERT_TRUE( reader.attach() );
+      ASSERT_EQ( reader.poll( []( Key const & ) {} ), Poll::resynchronise );
+      contentIs( images[ i / 2 ] );
+      std::unique_ptr< Wide > next;
+      auto const takeOver = [ & ] { next = std::make_unique< Wide >( "fire", options ); };
+      std::vector< Key > told;
+      auto const poll = [ & ] {
+         told.clear();
+         return reader.poll( [ & ]( Key const & key ) { told.push_back( key ); } );
+      };
+      if( i % 2 ) {
+         takeOver();
+      }
+      auto const result = poll();
+      lost += result == Poll::resynchronise;
+      ASSERT_EQ( told, result == Poll::resynchronise ? std::vector< Key >() : all );
+      if( !next ) {
+         takeOver();
+      }
+      next->notify( keyOf( 1000 ) );
+      ASSERT_EQ( poll(), Poll::changed );
+      ASSERT_EQ( told, std::vector< Key >{ keyOf( 1000 ) } );
+   }
+   EXPECT_GT( lost, 0u );
+   EXPECT_LE( lost, 2 * ( images.size() - 1 ) );
 }
 
 } // namespace

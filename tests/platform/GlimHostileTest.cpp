@@ -290,6 +290,8 @@ TEST_F( GlimHostile, NoRegularFile ) {
    refused( "no folder" );
    EXPECT_FALSE( Reader( "t" ).attach() );
    EXPECT_TRUE( Glim::tableNames().empty() );
+   ::setenv( "HOBA_GLIM_DIR", "", 1 ); // as if it were not set
+   EXPECT_EQ( Glim::folder(), "/dev/shm" );
    ::setenv( "HOBA_GLIM_DIR", folder.path.c_str(), 1 );
 }
 

@@ -14,6 +14,7 @@
 #include <optional>
 #include <random>
 #include <ranges>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -335,6 +336,34 @@ TEST( KivContainers, crowdedHashMapIsAsItsModel ) {
    runTwins< HashMap< CrowdedKey< 1 >, Box >, false >();
    runTwins< HashMap< CrowdedKey< 5 >, Box >, false >();
    runTwins< HashMap< CrowdedKey< 60 >, Box >, false >();
+}
+
+// Keys that were all alike to a hash that everybody knows: they are not, to that of this process.
+TEST( KivContainers, craftedKeysDoNotCrowd ) {
+   std::set< std::size_t > places;
+   int crafted = 0;
+   for( std::uint64_t word = 0; crafted != 200; ++word ) {
+      if( Kiv::hashMix( word ^ 0x9e3779b97f4a7c15, 0xd6e8feb86659fd93 ) % 4096 == 0 ) {
+         places.insert( Kiv::hashOf( word ) % 4096 );
+         ++crafted;
+      }
+   }
+   EXPECT_GT( places.size(), 150u );
+   // Texts, whatever their length; and an empty one beside one that has a zero.
+   std::set< std::size_t > texts;
+   for( std::size_t length = 0; length != 100; ++length ) {
+      for( std::size_t at = 0; at != length + 1; ++at ) {
+         std::string text( length, '\0' );
+         if( at != length ) {
+            text[ at ] = 'x';
+         }
+         texts.insert( Kiv::hashOf( text ) );
+         EXPECT_EQ( Kiv::hashOf( text ), Kiv::hashOf( std::string_view( text ) ) );
+      }
+   }
+   EXPECT_EQ( texts.size(), 5050u );
+   // The library, which has this function, sees the seed that is seen here.
+   EXPECT_EQ( Kiv::hashText( "" ), Kiv::hashCombine( 0, 0 ) );
 }
 
 TEST( KivContainers, orderedMapIsAsItsModel ) { runTwins< OrderedMap< int, Box >, true >(); }

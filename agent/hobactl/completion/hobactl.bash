@@ -1,38 +1,34 @@
 # SPDX-License-Identifier: Apache-2.0
-# bash completion for hobactl. Paths of the state database are asked of the running agent.
+# bash completion for hobactl. Commands, their arguments and paths of the state database are asked of
+# the running agent.
 
+# Candidates hold what the shell would take for patterns: they go in as they are, line by line.
 _hobactl_ask() {
-   local socket=() i
-   for (( i = 1; i < COMP_CWORD; ++i )); do
-      if [[ ${COMP_WORDS[i]} == --socket ]]; then
-         socket=( --socket "${COMP_WORDS[i + 1]}" )
-      fi
-   done
-   hobactl "${socket[@]}" --timeout 2 complete "$@" 2>/dev/null
+   mapfile -t COMPREPLY < <( hobactl "${socket[@]}" --timeout 2 complete "$@" 2>/dev/null )
 }
 
-_hobactl_paths() {
-   # Candidates hold what the shell would take for patterns: they go in as they are, line by line.
-   mapfile -t COMPREPLY < <( _hobactl_ask -- "${1:-/}" )
-   if (( ${#COMPREPLY[@]} == 1 )) && [[ ${COMPREPLY[0]} == */ ]]; then
-      compopt -o nospace 2>/dev/null
-   fi
+_hobactl_words() {
+   mapfile -t COMPREPLY < <( compgen -W "$1" -- "$cur" )
+}
+
+# Behind a command's first words, of which no option is one.
+_hobactl_next() {
+   _hobactl_ask --command "$1" -- "$cur"
 }
 
 _hobactl() {
-   local cur prev words cword
-   if declare -F _get_comp_words_by_ref >/dev/null; then
-      _get_comp_words_by_ref -n : cur prev words cword # addresses have colons
-   else
-      cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]}
-      words=( "${COMP_WORDS[@]}" ) cword=$COMP_CWORD
-   fi
+   # Words as blanks separate them: the shell's own end at colons and equal signs, too.
+   local words cur prev
+   read -ra words <<< "${COMP_LINE:0:COMP_POINT}"
+   [[ ${COMP_LINE:0:COMP_POINT} == *[[:space:]] ]] && words+=( '' )
+   cur=${words[-1]} prev=${words[-2]}
    local commands='get set del list watch apply show logs verify sim types help trace'
-   local options='--socket --json --timeout --help'
-   local i command='' place=0 typed=()
-   for (( i = 1; i < cword; ++i )); do
+   local options='--socket --json --timeout --help --version'
+   local i command='' place=0 typed=() socket=()
+   for (( i = 1; i < ${#words[@]} - 1; ++i )); do
       case ${words[i]} in
-         --socket|--timeout|--handle|--levels|--text|--last|--enable|--tree|--export|--dump) (( ++i )) ;;
+         --socket) socket=( --socket "${words[++i]}" ) ;;
+         --timeout|--handle|--levels|--text|--last|--enable|--tree|--export|--dump) (( ++i )) ;;
          -*) ;;
          *) [[ -n $command ]] && (( ++place )) || command=${words[i]}
             typed+=( "${words[i]}" ) ;;
@@ -41,8 +37,8 @@ _hobactl() {
    COMPREPLY=()
    case $prev in
       --socket|--export) compopt -o default 2>/dev/null; return ;;
-      --tree) mapfile -t COMPREPLY < <( compgen -W 'on off 1' -- "$cur" ); return ;;
-      --dump) mapfile -t COMPREPLY < <( compgen -W "$( _hobactl_ask --command 'show tables' )" -- "$cur" ); return ;;
+      --tree) _hobactl_words 'on off 1'; return ;;
+      --dump) _hobactl_next 'show tables'; return ;;
       --timeout|--handle|--levels|--last|--enable) return ;;
    esac
    if [[ $cur == -* ]]; then
@@ -50,21 +46,24 @@ _hobactl() {
       [[ $command == set ]] && options+=' --text'
       [[ "${typed[*]}" == 'show tables' ]] && options+=' --dump'
       [[ $command == trace ]] && options+=' --handle --levels --text --last --follow --handles --enable --tree --export'
-      mapfile -t COMPREPLY < <( compgen -W "$options" -- "$cur" )
+      _hobactl_words "$options"
    elif [[ -z $command ]]; then
-      mapfile -t COMPREPLY < <( compgen -W "$commands" -- "$cur" )
+      _hobactl_words "$commands"
    else
       case $command:$place in
-         get:0|set:0|del:0|list:0|watch:0) _hobactl_paths "$cur" ;;
-         help:*) mapfile -t COMPREPLY < <( compgen -W "$( _hobactl_ask --command "${typed[*]:1}" )" -- "$cur" ) ;;
-         show:*|logs:*|verify:*|sim:*)
-            mapfile -t COMPREPLY < <( compgen -W "$( _hobactl_ask --command "${typed[*]}" )" -- "$cur" ) ;;
+         get:0|set:0|del:0|list:0|watch:0) _hobactl_ask -- "${cur:-/}" ;;
+         help:*) _hobactl_next "${typed[*]:1}" ;;
+         show:*|logs:*|verify:*|sim:*) _hobactl_next "${typed[*]}" ;;
          apply:0) compopt -o default 2>/dev/null; return ;;
       esac
+      # The file of a capture, which the agent does not look for.
+      [[ "${typed[*]}" == 'sim pcap' && -z ${COMPREPLY[*]} ]] && compopt -o default 2>/dev/null
    fi
-   if declare -F __ltrim_colon_completions >/dev/null; then
-      __ltrim_colon_completions "$cur"
-   fi
+   # More may follow without a blank.
+   [[ ${#COMPREPLY[@]} == 1 && ${COMPREPLY[0]} == *[/=] ]] && compopt -o nospace 2>/dev/null
+   # The shell replaces what stands behind the last of its own breaks only.
+   local behind=${cur##*[$COMP_WORDBREAKS]}
+   COMPREPLY=( "${COMPREPLY[@]#"${cur%"$behind"}"}" )
 }
 
 complete -F _hobactl hobactl

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <set>
 #include <sstream>
 #include <vector>
 
@@ -35,29 +36,61 @@ TEST( Render, tables ) {
               "\n"
               "1    2\n"
               "[1]  {\"x\":true}\n" );
+   // People read words where there are some, in the columns for which they are.
+   EXPECT_EQ( rendered( R"({"columns":["A","B"],"rows":[["red","red"],["blue",1]],
+                            "words":{"A":{"red":"like a rose"}}})" ),
+              "A            B\n"
+              "like a rose  red\n"
+              "blue         1\n" );
    EXPECT_EQ( rendered( R"({"columns":["N\u00c4ME","B"],"rows":[["\u00fc","x"]]})" ),
               "N\xc3\x84ME  B\n\xc3\xbc     x\n" );
 }
 
-TEST( Render, tablesFitTheTerminal ) {
+TEST( Render, tablesFitTheTerminalAndBreakNoWord ) {
    auto const * json = R"({"columns":["NAME","TEXT"],"rows":[
          ["Ethernet1","one two three four five six seven"],
          ["Ethernet2","  indented text stays where it is"],
-         ["Ethernet3","aVeryLongWordThatHasNoSpaceInItAtAll"]]})";
-   for( std::size_t width : { 20u, 25u, 40u, 80u } ) {
-      std::istringstream lines( rendered( json, width ) );
-      for( std::string line; std::getline( lines, line ); ) {
-         EXPECT_LE( line.size(), width ) << line;
-      }
+         ["Ethernet3","aVeryLongWord"]]})";
+   for( auto const & [ width, text ] :
+        std::initializer_list< std::pair< std::size_t, char const * > >{
+              { 30, "NAME       TEXT\n"
+                    "Ethernet1  one two three four\n"
+                    "           five six seven\n"
+                    "Ethernet2    indented text\n"
+                    "             stays where it is\n"
+                    "Ethernet3  aVeryLongWord\n" },
+              // The longest words decide; what is wider than the terminal runs over.
+              { 1, "NAME       TEXT\n"
+                   "Ethernet1  one two three\n"
+                   "           four five six\n"
+                   "           seven\n"
+                   "Ethernet2    indented\n"
+                   "             text stays\n"
+                   "             where it is\n"
+                   "Ethernet3  aVeryLongWord\n" },
+        } ) {
+      EXPECT_EQ( rendered( json, width ), text );
    }
-   EXPECT_EQ( rendered( json, 30 ), "NAME       TEXT\n"
-                                    "Ethernet1  one two three four\n"
-                                    "           five six seven\n"
-                                    "Ethernet2    indented text\n"
-                                    "             stays where it is\n"
-                                    "Ethernet3  aVeryLongWordThatHa\n"
-                                    "           sNoSpaceInItAtAll\n" );
-   EXPECT_NE( rendered( json, 1 ), "" ); // too narrow for anything, and still an answer
+   // At any width, every word of the table stands there whole.
+   auto const * wide = R"x({"columns":["Interface","Rate (kbps)","State"],"rows":[
+         ["Port-Channel1000",100000,"not programmed: member of Port-Channel1000"],
+         ["Ethernet1",1,"  margin  two spaces, and a very-long-word-that-has-no-space-in-it"]]})x";
+   for( std::size_t width = 1; width != 120; ++width ) {
+      std::istringstream lines( rendered( wide, width ) );
+      std::multiset< std::string > words;
+      std::size_t widest = 0;
+      for( std::string line; std::getline( lines, line ); ) {
+         widest = std::max( widest, line.size() );
+         std::istringstream in( line );
+         for( std::string word; in >> word; ) {
+            words.insert( word );
+         }
+      }
+      EXPECT_EQ( words.size(), 19u ) << width;
+      EXPECT_EQ( words.count( "very-long-word-that-has-no-space-in-it" ), 1u ) << width;
+      EXPECT_EQ( words.count( "Port-Channel1000" ), 2u ) << width;
+      EXPECT_LE( widest, std::max< std::size_t >( width, 16 + 2 + 6 + 2 + 40 ) ) << width;
+   }
 }
 
 TEST( Render, trees ) {
@@ -105,6 +138,9 @@ TEST( Tool, saysInOneLineWhatIsWrongWithACommandLine ) {
    for( auto const & row : std::vector< Row >{
               { {}, 2, "hobactl: " },
               { { "frob" }, 2, "hobactl: " },
+              { { "shwo", "mac", "x" },
+                2,
+                "hobactl: unknown command \"shwo\"; did you mean \"show mac x\"?" },
               { { "set", "/x" }, 2, "hobactl: value is required" },
               { { "get", "/x", "--timeout", "-1" }, 2, "hobactl: --timeout" },
               { { "get", "--socket", "/nonexistent/socket" },
@@ -119,6 +155,7 @@ TEST( Tool, saysInOneLineWhatIsWrongWithACommandLine ) {
               { { "apply", "/nonexistent/file" }, 1, "hobactl: /nonexistent/file: No such file" },
               { { "complete", "/", "--socket", "/nonexistent/socket" }, 0, "" },
               { { "--help" }, 0, "" },
+              { { "--version" }, 0, "" },
         } ) {
       std::vector< char const * > argv{ "hobactl" };
       argv.insert( argv.end(), row.arguments.begin(), row.arguments.end() );

@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// What several parties ask for, as one table: a key is in it while any party claims it.
+//
+// Written claim by claim, the table would show what nobody asked for: an entry is taken out because
+// one party lets go of it, and put in again because the next one asks for it too. So a party changes
+// its claims first, which tells nobody, and the owner of the table writes it then:
+//
+//    while( auto const key = claims.nextStale() ) {
+//       table: what claims.standing( *key, ... ) says, which may be nothing
+//    }
+//
+// Who hears of such a write may change any claim, and write in turn; and one who throws leaves the
+// rest to the next write. So nothing of before a write is relied on after it.
+//
+// Of several records for one key the one that was claimed last stands, and when its party lets go,
+// the one claimed last among the rest.
+
+#include "Kiv/HashMap.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace Hoba {
+
+template< class Key, class Record >
+class Union {
+ public:
+   // A party is a number, so that another machine may take it over with all its claims.
+   using Party = std::uint32_t;
+
+   Party newParty() { return ++parties_; }
+
+   // Returns whether that is news.
+   bool claim( Party party, Key const & key, Record const & record ) {
+      auto & claims = *claims_.tryEmplace( key ).value;
+      auto const own = claimOf( claims, party );
+      if( own != claims.end() ) {
+         if( own->record == record ) {
+            return false;
+         }
+         claims.erase( own );
+      }
+      claims.push_back( { party, atOnce_ ? claimed_ : ++claimed_, record } );
+      stale_.insert( key );
+      return true;
+   }
+
+   // Returns whether the party had claimed it.
+   bool release( Party party, Key const & key ) {
+      auto * const claims = claims_.find( key );
+      if( !claims ) {
+         return false;
+      }
+      auto const own = claimOf( *claims, party );
+      if( own == claims->end() ) {
+         return false;
+      }
+      claims->erase( own );
+      stale_.insert( key );
+      if( claims->empty() ) {
+         claims_.erase( key );
+      }
+      return true;
+   }
+
+   // What the party claims. Looks at all claims.
+   std::vector< Key > keysOf( Party party ) const {
+      std::vector< Key > keys;
+      for( auto const & [ key, claims ] : claims_ ) {
+         if( claimOf( claims, party ) != claims.end() ) {
+            keys.push_back( key );
+         }
+      }
+      return keys;
+   }
+
+   // While it is true, all claims count as made at the same time.
+   void atOnceIs( bool atOnce ) {
+      atOnce_ = atOnce;
+      claimed_ += atOnce;
+   }
+
+   // Null when nobody claims the key. Of records that were claimed at the same time `inTable`, which
+   // may be null, stands on. Valid until a claim changes.
+   Record const * standing( Key const & key, Record const * inTable ) const {
+      auto const * const claims = claims_.find( key );
+      if( !claims ) {
+         return nullptr;
+      }
+      auto const & last = claims->back();
+      for( auto const & claim : *claims ) {
+         if( claim.time == last.time && inTable && claim.record == *inTable ) {
+            return &claim.record;
+         }
+      }
+      return &last.record;
+   }
+
+   // The table's entry for the key may differ from what stands.
+   void staleIs( Key const & key ) { stale_.insert( key ); }
+   // A key whose entry may differ, and which does not count as one from now on.
+   std::optional< Key > nextStale() {
+      if( stale_.empty() ) {
+         return std::nullopt;
+      }
+      Key const key = *stale_.begin();
+      stale_.erase( key );
+      return key;
+   }
+
+ private:
+   struct Claim {
+      Party party;
+      std::uint64_t time; // of two, the higher was claimed later
+      Record record;
+   };
+   using Claims = std::vector< Claim >; // in the order in which they were claimed
+
+   static auto claimOf( auto & claims, Party party ) {
+      return std::find_if( claims.begin(), claims.end(),
+                           [ party ]( Claim const & claim ) { return claim.party == party; } );
+   }
+
+   Kiv::HashMap< Key, Claims > claims_;
+   Kiv::HashSet< Key > stale_;
+   Party parties_ = 0;
+   std::uint64_t claimed_ = 0;
+   bool atOnce_ = false;
+};
+
+} // namespace Hoba

@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// What people read of an import. Files may hold anything, and any number of anything: what is
+// printed of them is bounded, in length and in lines.
+
+#include "agent/import/ConfigDbRow.h"
+
+#include <algorithm>
+
+namespace Import {
+
+namespace {
+
+// How many different things are said of the rows of one table.
+constexpr std::size_t mostOfTable = 5;
+// How many tables are named that have no place here.
+constexpr std::size_t mostTables = 60;
+
+// What is said of rows of one table.
+struct Saying {
+   ReportLine const * first;
+   std::size_t rows;
+};
+
+// Of one kind and one table.
+struct Sayings {
+   std::vector< Saying > different = {};
+   Kiv::HashMap< Kiv::String, std::size_t > places = {}; // by what is said, in `different`
+};
+
+Kiv::String
+sayingText( Saying const & saying ) {
+   auto const & line = *saying.first;
+   if( line.kind == notImported && !line.key.empty() ) {
+      return shown( line.table ) + ": " + counted( saying.rows, "row" ) +
+             " not imported: " + line.what;
+   }
+   return line.text() + ( saying.rows == 1 ? ""
+                                           : " (and " + counted( saying.rows - 1, "more row" ) +
+                                                   " of " + shown( line.table ) + ")" );
+}
+
+void
+addDigest( std::vector< ReportLine > const & report, LineKind kind, std::string_view only,
+           std::vector< Kiv::String > & lines ) {
+   Kiv::HashMap< Kiv::String, Sayings > tables;
+   for( auto const & line : report ) {
+      if( line.kind != kind || ( !only.empty() && line.table != only ) ) {
+         continue;
+      }
+      if( !tables.has( line.table ) ) {
+         tables.insertOrAssign( line.table, Sayings{} );
+      }
+      auto & sayings = *tables.find( line.table );
+      if( auto const * place = sayings.places.find( line.what ) ) {
+         ++sayings.different[ *place ].rows;
+      } else {
+         sayings.places.insertOrAssign( line.what, sayings.different.size() );
+         sayings.different.push_back( { &line, 1 } );
+      }
+   }
+   std::size_t left = mostTables;
+   for( auto const & [ table, sayings ] : tables ) {
+      if( left-- == 0 ) {
+         lines.push_back( counted( tables.size() - mostTables, "more table" ) +
+                          ": see hobactl show import" );
+         return;
+      }
+      std::size_t rows = 0;
+      for( std::size_t i = 0; i != sayings.different.size(); ++i ) {
+         if( i < mostOfTable ) {
+            lines.push_back( sayingText( sayings.different[ i ] ) );
+         } else {
+            rows += sayings.different[ i ].rows;
+         }
+      }
+      if( rows ) {
+         lines.push_back( shown( table ) + ": " + counted( rows, "more row" ) + ' ' +
+                          Kiv::toText( kind ) +
+                          ", each for a reason of its own: see hobactl show import" );
+      }
+   }
+}
+
+} // namespace
+
+Kiv::String
+counted( std::size_t count, std::string_view one ) {
+   return Kiv::toText( count ) + ' ' + Kiv::String( one ) + ( count == 1 ? "" : "s" );
+}
+
+Kiv::String
+shown( std::string_view text, std::size_t most ) {
+   bool const cut = text.size() > most;
+   if( cut ) {
+      // Not in the middle of a character.
+      while( most && ( static_cast< unsigned char >( text[ most ] ) & 0xc0 ) == 0x80 ) {
+         --most;
+      }
+   }
+   Kiv::String line( text.substr( 0, most ) );
+   std::ranges::replace_if(
+         line, []( char c ) { return static_cast< unsigned char >( c ) < ' ' || c == 0x7f; }, '?' );
+   return line + ( cut ? "..." : "" );
+}
+
+Kiv::String
+ReportLine::row() const {
+   return shown( table ) + ( key.empty() ? "" : "|" + shown( key ) );
+}
+
+Kiv::String
+ConfigDbImport::summary() const {
+   auto const rowsLeft = std::ranges::count_if( report, []( ReportLine const & line ) {
+      return line.kind == notImported && !line.key.empty();
+   } );
+   return counted( count( imported ), "row" ) + " imported, " + Kiv::toText( count( refused ) ) +
+          " refused, " + counted( count( remark ), "remark" ) + ", " + Kiv::toText( rowsLeft ) +
+          " not imported";
+}
+
+std::vector< Kiv::String >
+ConfigDbImport::digest( std::string_view table ) const {
+   std::vector< Kiv::String > lines;
+   for( auto kind : { notImported, remark, refused } ) {
+      addDigest( report, kind, table, lines );
+   }
+   return lines;
+}
+
+} // namespace Import

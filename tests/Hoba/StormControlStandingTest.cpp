@@ -1,0 +1,317 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// Storm control: what stands in the chip depends on the configuration, not on how it came about;
+// and callers from outside are safe from whoever watches.
+
+#include "HobaTest.h"
+
+#include "Kiv/Exception.h"
+#include "Kiv/Reflect.h"
+
+namespace {
+
+using namespace HobaTest;
+using namespace Bridging::StormControl;
+using Hoba::levelTypeAll;
+using Hoba::levelTypeBroadcast;
+using Hoba::levelTypeMulticast;
+using Hoba::levelTypeUUcast;
+using Interface::speed100Gbps;
+using Interface::speed10Gbps;
+using Interface::speed1Gbps;
+
+Pelt::IntfId const et1{ "Ethernet1" };
+Pelt::IntfId const et2{ "Ethernet2" };
+Pelt::IntfId const po1{ "Port-Channel1" };
+
+class StormControlStandingTest : public HobaFixture {
+ protected:
+   std::string platformVerdict() {
+      return world.helper->verifyPlatformStormControl( *world.config, *world.status );
+   }
+   StormWorld world;
+};
+
+// ---- One configuration, one state of the chip
+
+// Written one after the other on Ethernet1, at 10 Gb/s unless the row says otherwise.
+struct Write {
+   Hoba::LevelType levelType;
+   std::uint32_t level;
+};
+struct History {
+   char const * what;
+   std::vector< Write > writes;
+   // "held; skip; states of broadcast, multicast, unknown unicast, all"
+   char const * outcome;
+   bool restartedBefore = false; // the last write
+};
+
+auto constexpr bc = levelTypeBroadcast;
+auto constexpr mc = levelTypeMulticast;
+auto constexpr uu = levelTypeUUcast;
+auto constexpr at = levelTypeAll;
+
+History const histories[] = {
+      { "covered after the all-traffic level",
+        { { at, 500 }, { bc, 100 }, { uu, 200 } },
+        "all 500000; no skip; supersededByAll notConfigured supersededByAll programmed" },
+      { "covered before it",
+        { { bc, 100 }, { uu, 200 }, { at, 500 } },
+        "all 500000; no skip; supersededByAll notConfigured supersededByAll programmed" },
+      { "an older limit goes on covering behind a refused zero",
+        { { bc, 100 }, { at, 500 }, { at, 0 }, { bc, 150 } },
+        "all 500000; no skip; supersededByAll notConfigured notConfigured zeroRateNotSupported" },
+      { "and gives way to the default",
+        { { bc, 100 }, { at, 500 }, { at, 0 }, { at, 10000 } },
+        "broadcast 100000; no skip; programmed notConfigured notConfigured notConfigured" },
+      { "one that never stood covers nothing",
+        { { bc, 100 }, { at, 0 }, { bc, 150 } },
+        "broadcast 150000; no skip; programmed notConfigured notConfigured zeroRateNotSupported" },
+      { "nor one that stood before the chip was initialized",
+        { { bc, 100 }, { at, 500 }, { at, 0 }, { bc, 150 } },
+        "broadcast 150000; no skip; programmed notConfigured notConfigured zeroRateNotSupported",
+        true },
+      { "a refused zero under the all-traffic level is covered as well",
+        { { bc, 100 }, { at, 500 }, { bc, 0 } },
+        "all 500000; no skip; supersededByAll notConfigured notConfigured programmed" },
+      { "in either order",
+        { { bc, 0 }, { at, 500 } },
+        "all 500000; no skip; supersededByAll notConfigured notConfigured programmed" },
+      { "a refused multicast zero is no default for the skip rule",
+        { { mc, 300 }, { mc, 0 }, { bc, 100 } },
+        "broadcast 100000, multicast 300000; skip; "
+        "programmed zeroRateNotSupported notConfigured notConfigured" },
+      { "nor is a refused all-traffic zero",
+        { { mc, 300 }, { at, 500 }, { at, 0 }, { mc, 200 } },
+        "multicast 200000, all 500000; no skip; "
+        "notConfigured programmed notConfigured zeroRateNotSupported" },
+};
+
+TEST_F( StormControlStandingTest, configurationDecidesNotHistory ) {
+   for( auto const & row : histories ) {
+      for( bool lag : { false, true } ) {
+         SCOPED_TRACE( std::string( row.what ) + ( lag ? ", LAG" : "" ) );
+         StormWorld one;
+         auto const intf = lag ? po1 : et1;
+         one.portIs( et1, speed10Gbps );
+         if( lag ) {
+            one.memberIs( et1, po1 );
+         }
+         one.start();
+         for( auto const & write : row.writes ) {
+            if( row.restartedBefore && &write == &row.writes.back() ) {
+               one.sm->initializedIs( false );
+               one.sm->initializedIs( true );
+            }
+            one.helper->take();
+            one.levelIs( intf, write.levelType, percent( write.level ) );
+            if( write.level == 0 && write.levelType != bc ) {
+               EXPECT_EQ( one.helper->take(), Strings{} ) << "a refused zero changes nothing";
+            }
+         }
+         auto const outcome = [ & ] {
+            auto text = one.held( et1 );
+            for( std::string const of = " of Port-Channel1"; text.find( of ) != text.npos; ) {
+               text.erase( text.find( of ), of.size() );
+            }
+            text += one.unit().bcastSkipHas( intf ) ? "; skip;" : "; no skip;";
+            for( auto levelType : { bc, mc, uu, at } ) {
+               text += " " + Kiv::toText( one.levelStatus( intf, levelType ).state );
+            }
+            return text;
+         };
+         EXPECT_EQ( outcome(), row.outcome );
+         one.sm->enable( intf );
+         one.speedIs( et1, Interface::speedUnknown );
+         one.speedIs( et1, speed10Gbps );
+         EXPECT_EQ( outcome(), row.outcome ) << "again, and after its speed was not known";
+         auto const verify = one.data->verifyData();
+         verify->initVerifyData( 7 );
+         verify->verifyInc( 1 );
+         for( auto const & [ key, text ] : verify->cliVerifyOutput() ) {
+            EXPECT_TRUE( text.ends_with( ": \"ok\" }," ) ) << text;
+         }
+      }
+   }
+}
+
+// The members of a LAG are covered one by one.
+TEST_F( StormControlStandingTest, newMemberHasNoOlderLimit ) {
+   world.portIs( et1, speed10Gbps );
+   world.portIs( et2, speed1Gbps );
+   world.memberIs( et1, po1 );
+   world.levelIs( po1, levelTypeBroadcast, percent( 100 ) );
+   world.levelIs( po1, levelTypeAll, percent( 500 ) );
+   world.start();
+   world.levelIs( po1, levelTypeAll, percent( 0 ) );
+   world.memberIs( et2, po1 );
+   EXPECT_EQ( world.held( et1 ), "all 500000 of Port-Channel1" );
+   EXPECT_EQ( world.held( et2 ), "broadcast 10000 of Port-Channel1" );
+   auto const broadcast = world.levelStatus( po1, levelTypeBroadcast );
+   EXPECT_EQ( broadcast.state, programmed );
+   EXPECT_EQ( broadcast.rate, 10'000u ) << "of the member that is not covered";
+   EXPECT_EQ( world.levelStatus( po1, levelTypeAll ).rate, 500'000u );
+   // Who leaves takes his share along, at once.
+   world.data->portToLagDel( et1 );
+   EXPECT_EQ( world.levelStatus( po1, levelTypeAll ).rate, 0u );
+   EXPECT_EQ( world.status->intfStatus( po1 )->speed(), 1'000'000u );
+   world.data->portToLagDel( et2 );
+   EXPECT_EQ( world.levelStatus( po1, levelTypeBroadcast ).state, lagHasNoMember );
+}
+
+// ---- Ports that come back
+
+TEST_F( StormControlStandingTest, portThatComesBackIsClear ) {
+   for( bool lag : { false, true } ) {
+      SCOPED_TRACE( lag );
+      StormWorld one;
+      auto const intf = lag ? po1 : et1;
+      one.portIs( et1, speed10Gbps );
+      one.levelIs( intf, levelTypeBroadcast, percent( 250 ) );
+      one.levelIs( intf, levelTypeMulticast, percent( 300 ) );
+      if( lag ) {
+         one.memberIs( et1, po1 );
+      }
+      one.start();
+      one.data->intfDel( et1 );
+      one.config->intfConfigDel( intf );
+      EXPECT_NE( one.held( et1 ), "nothing" ) << "nobody can program a port that is not there";
+      auto const verdict = one.helper->verifyPlatformStormControl( *one.config, *one.status );
+      EXPECT_TRUE( verdict.starts_with( "Ethernet1 broadcast: 250000 kbps of " ) ) << verdict;
+      one.data->intfIs( et1, true );
+      EXPECT_EQ( one.held( et1 ), "nothing" );
+      EXPECT_FALSE( one.unit().bcastSkipHas( et1 ) );
+      EXPECT_EQ( one.helper->verifyPlatformStormControl( *one.config, *one.status ), "" );
+   }
+   // With a configuration that leaves alone what stands.
+   world.portIs( et1, speed10Gbps );
+   world.levelIs( et1, levelTypeBroadcast, percent( 250 ) );
+   world.start();
+   world.data->intfDel( et1 );
+   EXPECT_EQ( world.status->intfStatus( et1 )->speed(), 0u );
+   world.levelIs( et1, levelTypeBroadcast, percent( 0 ) );
+   world.data->intfIs( et1, true );
+   EXPECT_EQ( world.held( et1 ), "nothing" );
+   // What is said twice of a port that is there clears nothing.
+   world.levelIs( et1, levelTypeBroadcast, percent( 100 ) );
+   world.helper->take();
+   world.data->intfIs( et1, false );
+   EXPECT_EQ( world.helper->take(), Strings{} );
+}
+
+// ---- The status of interfaces whose levels wait
+
+TEST_F( StormControlStandingTest, speedInTheStatusFollowsThePort ) {
+   world.unit().dynamicLogicalPortsIs( true );
+   world.portIs( et1, speed10Gbps );
+   world.memberIs( et1, po1 );
+   world.levelIs( et1, levelTypeBroadcast, percent( 250 ) );
+   world.levelIs( po1, levelTypeBroadcast, percent( 500 ) );
+   world.start();
+   auto const speeds = [ & ] {
+      return std::pair( world.status->intfStatus( et1 )->speed(),
+                        world.status->intfStatus( po1 )->speed() );
+   };
+   using Speeds = std::pair< std::uint64_t, std::uint64_t >;
+   world.speedIs( et1, speed1Gbps );
+   EXPECT_EQ( speeds(), Speeds( 1'000'000, 1'000'000 ) );
+   world.activeIs( et1, false );
+   world.speedIs( et1, speed100Gbps );
+   EXPECT_EQ( speeds(), Speeds( 100'000'000, 0 ) );
+   world.memberDel( et1 );
+   world.speedIs( et1, speed10Gbps );
+   EXPECT_EQ( speeds(), Speeds( 10'000'000, 0 ) );
+   world.memberIs( et1, po1 );
+   world.dir->ethPhyIntfStatusDel( et1 );
+   EXPECT_EQ( speeds(), Speeds( 0, 0 ) );
+   world.memberDel( et1 );
+   EXPECT_EQ( speeds(), Speeds( 0, 0 ) );
+}
+
+// ---- Calls from outside
+
+using StatusWatcher = Watcher< IntfStatus, IntfStatus::broadcastAttr >;
+using ReportWatcher = Watcher< Hoba::VerifyData, Hoba::VerifyData::cliVerifyOutputAttr >;
+
+TEST_F( StormControlStandingTest, watchersMayRemoveWhoWasCalled ) {
+   using Call = void ( * )( Hoba::StormControlSm & );
+   Call const calls[] = { []( auto & sm ) { sm.enable( et1 ); },
+                          []( auto & sm ) { sm.enable( po1 ); },
+                          []( auto & sm ) { sm.disable( et1 ), sm.enable( et1 ); },
+                          []( auto & sm ) { sm.intfConfig( et1 )->applyConfig(); },
+                          []( auto & sm ) { sm.intfConfig( et1 )->updateLevel( bc ); },
+                          []( auto & sm ) { sm.initializedIs( false ), sm.initializedIs( true ); },
+                          []( auto & sm ) { sm.handleVerify(); } };
+   for( auto const & call : calls ) {
+      for( bool wholeMachine : { false, true } ) {
+         SCOPED_TRACE( std::to_string( &call - calls ) + ( wholeMachine ? ", machine" : "" ) );
+         StormWorld one;
+         one.portIs( et1, speed10Gbps );
+         one.portIs( et2, speed10Gbps );
+         one.memberIs( et2, po1 );
+         for( auto intf : { et1, po1 } ) {
+            one.levelIs( intf, levelTypeBroadcast, percent( 100 ) );
+            one.levelIs( intf, levelTypeMulticast, percent( 200 ) );
+         }
+         one.start();
+         // Whatever the call does, the status changes.
+         one.status->intfStatus( et1 )->broadcastIs( {} );
+         one.status->intfStatus( po1 )->broadcastIs( {} );
+         one.data->verifyData()->initVerifyData( 7 );
+         auto const remove = [ & ] {
+            if( wholeMachine ) {
+               one.sm = nullptr;
+            } else {
+               one.config->intfConfigDel( et1 );
+               one.config->intfConfigDel( po1 );
+            }
+         };
+         auto const ofPort = Hoba::smIs< StatusWatcher >( one.status->intfStatus( et1 ) );
+         auto const ofLag = Hoba::smIs< StatusWatcher >( one.status->intfStatus( po1 ) );
+         auto const ofReport = Hoba::smIs< ReportWatcher >( one.data->verifyData() );
+         ofPort->then = ofLag->then = ofReport->then = remove;
+         call( *one.sm );
+         EXPECT_GT( ofPort->changes + ofLag->changes + ofReport->changes, 0u );
+         if( !wholeMachine ) {
+            EXPECT_EQ( one.held( et1 ), "nothing" );
+            EXPECT_EQ( one.held( et2 ), "nothing" );
+            EXPECT_EQ( one.unit().bcastSkip().size(), 0u );
+            EXPECT_EQ( one.status->intfStatus().size(), 0u ) << "nothing that is configured";
+         }
+      }
+   }
+}
+
+// ---- The period
+
+TEST_F( StormControlStandingTest, periodHasALowerBound ) {
+   auto const & info = *Config::kivType().reflection()->attribute( "period" );
+   struct Row {
+      Kiv::Datum value;
+      char const * error; // or what it becomes
+   };
+   Row const rows[] = {
+         { 0.1, "0.1" },
+         { 7, "7" },
+         { 0, "0" },
+         { -3, "-3" },
+         { 1e-9, "1e-09 is not a period: at least 0.1 seconds, or 0 for none" },
+         { 0.09, "0.09 is not a period: at least 0.1 seconds, or 0 for none" },
+         { "2.5", "\"2.5\" is not a number" },
+   };
+   for( auto const & row : rows ) {
+      std::string outcome;
+      try {
+         info.set( *world.config, row.value );
+         outcome = Kiv::datumText( info.get( *world.config ) );
+      } catch( Kiv::Exception const & error ) {
+         outcome = error.what();
+      }
+      EXPECT_EQ( outcome, row.error );
+   }
+   EXPECT_EQ( info.shape, Kiv::DatumShape::number );
+   EXPECT_THROW( world.config->periodIs( 1e-9 ), Kiv::RangeException );
+}
+
+} // namespace
