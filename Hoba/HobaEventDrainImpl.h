@@ -106,6 +106,7 @@ EventDrain< Sm, Queue >::cleanup() {
    self().unregisterMachine();
    runningIs( false );
    handleRunning();
+   stop(); // also when it is no longer initialized
 }
 
 template< class Sm, class Queue >

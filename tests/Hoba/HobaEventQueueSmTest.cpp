@@ -423,6 +423,16 @@ TEST_F( EventQueueSmTest, hardwareThatThrowsAtItsBeginningOrEnd ) {
    EXPECT_EQ( heard.size(), 2u );
 }
 
+// What the hardware would call is gone soon.
+TEST_F( EventQueueSmTest, cleanupEndsTheHardwaresPartAlsoWhenItIsNotInitialized ) {
+   start();
+   sm->calls.clear();
+   sm->initializedIs( false );
+   sm->cleanup();
+   sm->cleanup();
+   EXPECT_EQ( sm->calls, Strings{ "hwCleanup" } );
+}
+
 TEST_F( EventQueueSmTest, chipCodeMustInitialize ) {
    auto const base = Hoba::EventQueueSm::EventQueueSmIs( data, nullptr, nullptr );
    base->initializedIs( true );
