@@ -33,6 +33,11 @@ limitOf( Bridging::StormControl::Threshold const & threshold, std::uint32_t spee
                 : threshold.rateKbps();
 }
 
+bool
+countsBits( Bridging::StormControl::Threshold const & threshold ) {
+   return threshold.mode != Bridging::StormControl::meteringPps;
+}
+
 // What an operator reads; empty when the meter is as it should be.
 Kiv::String
 mismatch( std::string const & name, std::uint64_t expected, std::uint64_t found ) {
@@ -55,7 +60,9 @@ StormControlHelper::setHwRate( Hoba::LevelType levelType, Pelt::IntfId intf, Pel
 void
 StormControlHelper::programTcAggregateHwRate( std::uint32_t trafficClass,
                                               Threshold const & threshold ) {
-   driver_.meterIs( classMeter( trafficClass ), limitOf( threshold, capacityKbps ) );
+   driver_.meterIs( classMeter( trafficClass ), countsBits( threshold )
+                                                      ? limitOf( threshold, capacityKbps )
+                                                      : Driver::noLimit );
 }
 
 Kiv::String
@@ -91,6 +98,9 @@ StormControlHelper::verifyPort( Pelt::IntfId intf, Pelt::IntfId, std::uint32_t s
 Kiv::String
 StormControlHelper::verifyAggregateTc( std::uint32_t trafficClass,
                                        Bridging::StormControl::AggregateTcConfig const & config ) {
+   if( !countsBits( config.level() ) ) {
+      return "the meters do not count packets";
+   }
    auto const name = classMeter( trafficClass );
    return mismatch( name, limitOf( config.level(), capacityKbps ), driver_.meter( name ) );
 }

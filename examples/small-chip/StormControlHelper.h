@@ -3,7 +3,7 @@
 
 // What storm control needs of this chip. It has two meters a port, for broadcast and for multicast,
 // and one for each traffic class; they count bits. The machine asks the capabilities first, so that
-// what the chip cannot do never arrives here.
+// what the chip cannot do on a port never arrives here; levels of traffic classes arrive as they are.
 
 #include "Driver.h"
 #include "Hoba/HobaStormControlSmHelper.h"
