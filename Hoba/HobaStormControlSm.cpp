@@ -7,6 +7,7 @@
 #include "Zipline/Zipline.h"
 
 #include <algorithm>
+#include <utility>
 
 ZIPLINE_HANDLE( HobaStormControlSm );
 
@@ -74,6 +75,7 @@ StormControlSm::handleInitialized() {
    }
    callHook< &Helper::hwInit >( platform() );
    held_.clear();
+   lagOfPort_ = commonSmData()->portToLag();
    if( !platform().chipStormControlEnabled() ) {
       callHook< &Helper::installRules >( platform() );
    }
@@ -133,9 +135,9 @@ StormControlSm::KivIntfConfig::doCleanup() {
    if( isPortChannel( key() ) ) {
       ZTRACE( 3, key(), " removed. Disabling reactor" );
    }
-   // What stands on a member of a LAG is the LAG's.
-   if( initialized() && !sm.lagIntfForIntf( key() ) ) {
-      sm.disable( key() );
+   // What stands on a member of a LAG is the LAG's. A first pass that failed may have come far.
+   if( !sm.lagIntfForIntf( key() ) ) {
+      sm.clear( key() );
    }
    initializedIs( false );
    if( sm.status_->intfStatusHas( key() ) ) {
@@ -357,14 +359,18 @@ StormControlSm::held( Pelt::IntfId port, Pelt::IntfId parent, LevelType levelTyp
 void
 StormControlSm::enable( Pelt::IntfId intf ) {
    if( auto * reactor = intfConfig( intf ) ) {
-      reactor->applyConfig();
+      if( reactor->kivFirstPassFailed() ) {
+         Kiv::initializeReactor( *reactor );
+      } else {
+         reactor->applyConfig();
+      }
    }
 }
 
 void
 StormControlSm::disable( Pelt::IntfId intf ) {
    Kiv::Dispatch::Frame frame;
-   if( !intfExists( intf ) ) {
+   if( !initialized() || !intfExists( intf ) ) {
       return;
    }
    for( auto port : portsOf( intf ) ) {
@@ -375,6 +381,11 @@ StormControlSm::disable( Pelt::IntfId intf ) {
       }
    }
    callHook< &Helper::updateBcastSkipRule >( platform(), intf, false );
+}
+
+void
+StormControlSm::clear( Pelt::IntfId intf ) {
+   Kiv::guarded( "StormControlSm::disable", Kiv::toText( intf ), [ & ] { disable( intf ); } );
 }
 
 void
@@ -484,7 +495,7 @@ StormControlSm::handleEthIntf( Pelt::IntfId const & intf ) {
       ZTRACE( 3, intf, ": Interface has become active, reprogram storm control" );
    } else {
       ZTRACE( 3, intf, ": Interface has become inactive, clear storm control" );
-      disable( intf );
+      clear( intf );
       resetStormControlStatusForIntf( intf );
    }
    // Also when it is gone: its share of a LAG's rate is.
@@ -504,9 +515,9 @@ StormControlSm::handleIntf( Pelt::IntfId const & intf ) {
       }
    } else if( !own || !own->initialized() ) {
       // It came (back), and the hardware may have kept what stood when it went.
-      disable( intf );
+      clear( intf );
       if( own ) {
-         own->handleInitialized();
+         Kiv::initializeReactor( *own );
       }
    }
    if( auto const lag = lagIntfForIntf( intf ) ) {
@@ -536,17 +547,13 @@ StormControlSm::handlePortToLag( Pelt::IntfId const & intf ) {
    if( !initialized() ) {
       return;
    }
-   if( auto const lag = lagIntfForIntf( intf ) ) {
-      joinLag( intf, lag );
-   } else {
-      leaveLag( intf );
-   }
-   // Who still lists the port has no share of it any more.
-   for( auto const & [ lag, members ] : commonSmData()->lagToPort() ) {
-      if( lag != lagIntfForIntf( intf ) && intfConfig( lag ) &&
-          std::find( members.port.begin(), members.port.end(), intf ) != members.port.end() ) {
-         resetStormControlStatusForIntf( lag );
-      }
+   auto const lag = lagIntfForIntf( intf );
+   auto const former = std::exchange( *lagOfPort_.tryEmplace( intf ).value, lag );
+   Kiv::guarded( "StormControlSm::handlePortToLag", Kiv::toText( intf ),
+                 [ & ] { lag ? joinLag( intf, lag ) : leaveLag( intf ); } );
+   // The LAG that it left may still list it, but it has no share of that any more.
+   if( former != lag && former && intfConfig( former ) ) {
+      resetStormControlStatusForIntf( former );
    }
 }
 
@@ -554,7 +561,7 @@ void
 StormControlSm::joinLag( Pelt::IntfId intf, Pelt::IntfId lag ) {
    ZTRACE( 3, "Disabling storm control on ", intf,
            " because it is part of a lag, and lag config takes precedence" );
-   disable( intf );
+   clear( intf );
    resetStormControlStatusForIntf( intf );
    if( intfConfig( lag ) ) {
       ZTRACE( 3, lag, " config exists, reapplying config" );
@@ -566,9 +573,10 @@ StormControlSm::joinLag( Pelt::IntfId intf, Pelt::IntfId lag ) {
 void
 StormControlSm::leaveLag( Pelt::IntfId intf ) {
    auto * own = intfConfig( intf );
-   if( !own || own->obstacle() != programmed ) {
-      disable( intf );
+   if( !own || !own->initialized() || own->obstacle() != programmed ) {
+      clear( intf );
       resetStormControlStatusForIntf( intf );
+      enable( intf ); // where its first pass failed, another
       return;
    }
    ZTRACE( 3, "Applying config to ", intf, " because it left a lag" );
@@ -590,7 +598,7 @@ StormControlSm::handleLagToPort( Pelt::IntfId const & lag ) {
    // Who belongs to the LAG and is no active member must not keep levels that nobody follows up.
    for( auto const & port : Kiv::keysOf( commonSmData()->portToLag() ) ) {
       if( lagIntfForIntf( port ) == lag && !isMember( port, lag ) ) {
-         disable( port );
+         clear( port );
       }
    }
    enable( lag );
@@ -709,6 +717,9 @@ StormControlSm::handleVerify() {
    for( auto const & [ intf, reactor ] : intfConfig() ) {
       reactor->handleVerify();
    }
+   for( auto const & port : Kiv::keysOf( commonSmData()->intf() ) ) {
+      verifyUnlimited( port );
+   }
    for( auto const & [ trafficClass, reactor ] : aggregateTcConfig() ) {
       reportVerify( "traffic class " + Kiv::toText( trafficClass ),
                     callHook< &Helper::verifyAggregateTc >( platform(), trafficClass,
@@ -720,9 +731,24 @@ StormControlSm::handleVerify() {
    }
 }
 
+// A port for which no configuration holds. Nobody asked for it by name, so it is named when something
+// is wrong with it.
+void
+StormControlSm::verifyUnlimited( Pelt::IntfId port ) {
+   auto const lag = lagIntfForIntf( port );
+   bool const ofLag = lag && intfConfig( lag ) && isMember( port, lag ) && intfActive( port );
+   if( isPortChannel( port ) || intfConfig( port ) || ofLag ) {
+      return;
+   }
+   auto const mismatch = callHook< &Helper::verifyEnabled >( platform(), port, false );
+   if( !mismatch.empty() ) {
+      reportVerify( Kiv::toText( port ), mismatch );
+   }
+}
+
 void
 StormControlSm::KivIntfConfig::handleVerify() {
-   if( !initialized() ) {
+   if( !initialized() && !kivFirstPassFailed() ) {
       return;
    }
    auto & sm = owner();

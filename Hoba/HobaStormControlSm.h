@@ -109,6 +109,8 @@ class StormControlSm : public HobaVerifiedSm {
    void reprogram( Pelt::IntfId intf );
    void joinLag( Pelt::IntfId intf, Pelt::IntfId lag );
    void leaveLag( Pelt::IntfId intf );
+   // disable(), on the way to something that must come about also when the hardware refuses.
+   void clear( Pelt::IntfId intf );
    void setHwRate( LevelType levelType, Pelt::IntfId intf, Pelt::IntfId parentIntf,
                    std::uint32_t speedKbps, Threshold const & threshold );
 
@@ -125,6 +127,7 @@ class StormControlSm : public HobaVerifiedSm {
    // Of the configuration of `parent` only; the default for none.
    Held::Level const & held( Pelt::IntfId port, Pelt::IntfId parent, LevelType levelType ) const;
 
+   void verifyUnlimited( Pelt::IntfId port );
    void reportVerify( Kiv::String const & item, Kiv::String const & mismatch );
    // The ports on which limits of the interface are put: a port itself, or the members of a LAG, as
    // far as they are there and active.
@@ -270,6 +273,8 @@ class StormControlSm : public HobaVerifiedSm {
    Kiv::Ptr< Status > const status_;
    Kiv::Ptr< StormControlSmHelper > const platformHelper_;
    Kiv::HashMap< Pelt::IntfId, Held > held_;
+   // The LAG that the port was last heard to be in: a change does not tell which one it left.
+   Kiv::HashMap< Pelt::IntfId, Pelt::IntfId > lagOfPort_;
 
    KIV_REACTOR( KivConfig, config );
    KIV_REACTORS( Pelt::IntfId, KivIntfConfig, intfConfig );

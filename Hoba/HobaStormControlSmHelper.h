@@ -46,7 +46,8 @@ class StormControlSmHelper : public HobaBaseHelper {
 
    // ---- Verification: what differs between hardware and configuration, empty when nothing does.
 
-   // Required. Whether any limit is in place on the port.
+   // Required. Whether any limit is in place on the port. Asked of all ports for which no
+   // configuration holds.
    virtual Kiv::String verifyEnabled( Pelt::IntfId intf, bool enabled );
    // Required. The limits of the port against `intfConfig`, which is that of `parentIntf`.
    virtual Kiv::String verifyPort( Pelt::IntfId intf, Pelt::IntfId parentIntf,
@@ -54,7 +55,7 @@ class StormControlSmHelper : public HobaBaseHelper {
    // Required.
    virtual Kiv::String verifyAggregateTc( std::uint32_t trafficClass,
                                           Bridging::StormControl::AggregateTcConfig const & config );
-   // What the platform has beyond that: limits that nobody configured, for one.
+   // What the platform has beyond that: limits on ports that are not there, for one.
    virtual Kiv::String verifyPlatformStormControl( Bridging::StormControl::Config const & config,
                                                    Bridging::StormControl::Status const & status );
 

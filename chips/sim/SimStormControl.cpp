@@ -226,7 +226,7 @@ StormControlHelper::verifyEnabled( Pelt::IntfId intf, bool enabled ) {
          port && std::any_of( std::begin( Hoba::allLevelTypes ), std::end( Hoba::allLevelTypes ),
                               [ & ]( LevelType type ) { return port->limit( type ).limited; } );
    if( limited == enabled ) {
-      return {};
+      return enabled || !unit_->bcastSkipHas( intf ) ? "" : "no skip rule expected, one found";
    }
    return enabled ? "limits expected, none found" : "no limits expected, some found";
 }
@@ -235,15 +235,12 @@ Kiv::String
 StormControlHelper::verifyPort( Pelt::IntfId intf, Pelt::IntfId parentIntf, std::uint32_t speedKbps,
                                 IntfConfig const & intfConfig ) {
    Kiv::String mismatches;
-   if( speedKbps == 0 ) {
-      return mismatches; // nothing is programmed then: what stood before stands
-   }
    auto const port = unit_->port( intf );
    for( auto levelType : Hoba::allLevelTypes ) {
       addItem( mismatches,
                verifyLevel( port.get(), levelType, parentIntf, speedKbps, intfConfig ) );
    }
-   addItem( mismatches, verifySkip( intf, parentIntf, intfConfig ) );
+   addItem( mismatches, verifySkip( intf, parentIntf, speedKbps, intfConfig ) );
    return mismatches;
 }
 
@@ -255,21 +252,25 @@ StormControlHelper::verifyLevel( StormPort const * port, LevelType levelType,
    auto const decision =
          Hoba::decideLevelOnPort( *this, levelType, intfConfig, port && port->all().limited );
    auto const expected = limitFor( decision.threshold, speedKbps, parentIntf );
-   // A zero that was refused leaves what stood before, of which the chip knows nothing.
-   if( decision.refused() || found == expected ) {
+   // Without a speed, or for a zero that was refused, nothing is programmed. What stood before stays,
+   // of which the chip knows only that it is of the same configuration.
+   bool const stays = speedKbps == 0 || decision.refused();
+   if( stays ? !found.limited || found.parent == parentIntf : found == expected ) {
       return {};
    }
-   return levelName( levelType ) + ": " + limitText( expected ) + " expected, " +
-          limitText( found ) + " found";
+   return levelName( levelType ) + ": " +
+          ( stays ? "no limit but of " + Kiv::toText( parentIntf ) : limitText( expected ) ) +
+          " expected, " + limitText( found ) + " found";
 }
 
 Kiv::String
-StormControlHelper::verifySkip( Pelt::IntfId intf, Pelt::IntfId parentIntf,
+StormControlHelper::verifySkip( Pelt::IntfId intf, Pelt::IntfId parentIntf, std::uint32_t speedKbps,
                                 IntfConfig const & intfConfig ) const {
    if( intf != parentIntf && unit_->bcastSkipHas( intf ) ) {
       return "a skip rule of its own found";
    }
-   if( Hoba::decideLevel( *this, Hoba::levelTypeMulticast, intfConfig.multicast() ).refused() ||
+   if( speedKbps == 0 ||
+       Hoba::decideLevel( *this, Hoba::levelTypeMulticast, intfConfig.multicast() ).refused() ||
        Hoba::decideLevel( *this, Hoba::levelTypeAll, intfConfig.all() ).refused() ) {
       return {}; // as above
    }

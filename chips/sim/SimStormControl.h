@@ -126,7 +126,7 @@ class StormControlHelper : public Hoba::StormControlSmHelper {
    Kiv::String verifyLevel( StormPort const * port, Hoba::LevelType levelType,
                             Pelt::IntfId parentIntf, std::uint32_t speedKbps,
                             IntfConfig const & intfConfig ) const;
-   Kiv::String verifySkip( Pelt::IntfId intf, Pelt::IntfId parentIntf,
+   Kiv::String verifySkip( Pelt::IntfId intf, Pelt::IntfId parentIntf, std::uint32_t speedKbps,
                            IntfConfig const & intfConfig ) const;
 
    Kiv::Ptr< StormUnit > const unit_;

@@ -30,14 +30,22 @@ text( StormControl::Threshold const & threshold ) {
 } // namespace
 
 void
+RecordingStormHelper::called( std::string const & call ) {
+   calls.push_back( call );
+   if( throwAt && --throwAt == 0 ) {
+      throw std::runtime_error( "the chip refused" );
+   }
+}
+
+void
 RecordingStormHelper::hwInit() {
-   calls.push_back( "hwInit" );
+   called( "hwInit" );
    StormControlHelper::hwInit();
 }
 
 void
 RecordingStormHelper::installRules() {
-   calls.push_back( "installRules" );
+   called( "installRules" );
    StormControlHelper::installRules();
 }
 
@@ -45,35 +53,34 @@ void
 RecordingStormHelper::setHwRate( Hoba::LevelType levelType, Pelt::IntfId intf,
                                  Pelt::IntfId parentIntf, std::uint32_t speedKbps,
                                  Threshold const & threshold ) {
-   calls.push_back( std::string( Hoba::levelText( levelType ).substr( 1 ) ) + " " +
-                    Kiv::toText( intf ) +
-                    ( parentIntf == intf ? "" : "(" + Kiv::toText( parentIntf ) + ")" ) + " " +
-                    Kiv::toText( speedKbps ) + text( threshold ) );
+   called( std::string( Hoba::levelText( levelType ).substr( 1 ) ) + " " + Kiv::toText( intf ) +
+           ( parentIntf == intf ? "" : "(" + Kiv::toText( parentIntf ) + ")" ) + " " +
+           Kiv::toText( speedKbps ) + text( threshold ) );
    StormControlHelper::setHwRate( levelType, intf, parentIntf, speedKbps, threshold );
 }
 
 void
 RecordingStormHelper::updateBcastSkipRule( Pelt::IntfId intf, bool skip ) {
-   calls.push_back( "skip " + Kiv::toText( intf ) + ( skip ? " on" : " off" ) );
+   called( "skip " + Kiv::toText( intf ) + ( skip ? " on" : " off" ) );
    StormControlHelper::updateBcastSkipRule( intf, skip );
 }
 
 void
 RecordingStormHelper::programTcAggregateHwRate( std::uint32_t trafficClass,
                                                 Threshold const & threshold ) {
-   calls.push_back( "tc " + Kiv::toText( trafficClass ) + text( threshold ) );
+   called( "tc " + Kiv::toText( trafficClass ) + text( threshold ) );
    StormControlHelper::programTcAggregateHwRate( trafficClass, threshold );
 }
 
 void
 RecordingStormHelper::setBurstTime( StormControl::BurstConfig const & burstConfig ) {
-   calls.push_back( "burst " + burstConfig.name() + " " + Kiv::toText( burstConfig.burstTime() ) );
+   called( "burst " + burstConfig.name() + " " + Kiv::toText( burstConfig.burstTime() ) );
    StormControlHelper::setBurstTime( burstConfig );
 }
 
 void
 RecordingStormHelper::handleEthPhyIntfLagConfig( Pelt::IntfId intf ) {
-   calls.push_back( "lag of " + Kiv::toText( intf ) );
+   called( "lag of " + Kiv::toText( intf ) );
 }
 
 StormWorld::StormWorld()

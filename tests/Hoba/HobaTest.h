@@ -173,6 +173,8 @@ class RecordingStormHelper : public HobaSim::StormControlHelper {
 
    Strings take() { return std::exchange( calls, {} ); }
    Strings calls;
+   // Which call from now on is refused: 1 is the next; 0 for none.
+   unsigned throwAt = 0;
 
    void hwInit() override;
    void installRules() override;
@@ -183,6 +185,9 @@ class RecordingStormHelper : public HobaSim::StormControlHelper {
                                   Threshold const & threshold ) override;
    void setBurstTime( StormControl::BurstConfig const & burstConfig ) override;
    void handleEthPhyIntfLagConfig( Pelt::IntfId intf ) override;
+
+ private:
+   void called( std::string const & call );
 };
 
 // Everything that storm control needs, and itself once start() was called.

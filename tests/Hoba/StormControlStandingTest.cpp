@@ -160,6 +160,22 @@ TEST_F( StormControlStandingTest, newMemberHasNoOlderLimit ) {
    EXPECT_EQ( world.levelStatus( po1, levelTypeBroadcast ).state, lagHasNoMember );
 }
 
+TEST_F( StormControlStandingTest, whoLeavesALagTakesHisShareAlongWithoutALimitToo ) {
+   world.portIs( et1, speed10Gbps );
+   world.portIs( et2, Interface::speedUnknown );
+   world.memberIs( et1, po1 );
+   world.config->intfConfigIs( po1 );
+   world.start();
+   EXPECT_EQ( world.status->intfStatus( po1 )->speed(), 10'000'000u );
+   world.data->portToLagDel( et1 );
+   EXPECT_EQ( world.status->intfStatus( po1 )->speed(), 0u ) << "no level is limited";
+   world.memberIs( et2, po1 );
+   world.levelIs( po1, levelTypeBroadcast, percent( 100 ) );
+   EXPECT_EQ( world.levelStatus( po1, levelTypeBroadcast ).state, LevelState::speedUnknown );
+   world.data->portToLagDel( et2 );
+   EXPECT_EQ( world.levelStatus( po1, levelTypeBroadcast ).state, lagHasNoMember );
+}
+
 // ---- Ports that come back
 
 TEST_F( StormControlStandingTest, portThatComesBackIsClear ) {
@@ -279,6 +295,153 @@ TEST_F( StormControlStandingTest, watchersMayRemoveWhoWasCalled ) {
             EXPECT_EQ( one.unit().bcastSkip().size(), 0u );
             EXPECT_EQ( one.status->intfStatus().size(), 0u ) << "nothing that is configured";
          }
+      }
+   }
+}
+
+// ---- Hardware that refuses
+
+// Of what nobody configured; empty when there is none.
+std::string
+verdictOf( StormWorld & world ) {
+   auto const verify = world.data->verifyData();
+   verify->initVerifyData( 7 );
+   verify->verifyInc( 1 );
+   std::string verdict;
+   for( auto const & [ item, text ] : verify->cliVerifyOutput() ) {
+      verdict += text.ends_with( ": \"ok\" }," ) ? "" : text;
+   }
+   verify->resetVerifyData();
+   return verdict;
+}
+
+// All that the machine made of the configuration.
+std::string
+outcomeOf( StormWorld & world ) {
+   std::string outcome;
+   for( auto intf : { et1, et2, po1 } ) {
+      outcome += Kiv::toText( intf ) + ": " + world.held( intf ) +
+                 ( world.unit().bcastSkipHas( intf ) ? ", skip" : "" );
+      if( auto const status = world.status->intfStatus( intf ) ) {
+         for( auto const & level : { status->broadcast(), status->multicast(), status->all() } ) {
+            outcome += ", " + Kiv::toText( level.rate ) + ' ' + Kiv::toText( level.state );
+         }
+      }
+      outcome += '\n';
+   }
+   return outcome;
+}
+
+// One call is refused, each in its turn. Whatever was under way: as soon as the ports change their
+// speed everything is as on a fresh machine, or verification says of what it is not.
+TEST_F( StormControlStandingTest, oneRefusedCallIsMadeUpForOrFound ) {
+   struct Step {
+      char const * what;
+      void ( *prepare )( StormWorld & );
+      void ( *step )( StormWorld & );
+   };
+   static auto constexpr nothing = []( StormWorld & ) {};
+   static auto constexpr join = []( StormWorld & one ) { one.memberIs( et1, po1 ); };
+   static auto constexpr leave = []( StormWorld & one ) { one.memberDel( et1 ); };
+   static auto constexpr unplug = []( StormWorld & one ) { one.data->intfDel( et1 ); };
+   static auto constexpr plug = []( StormWorld & one ) { one.data->intfIs( et1, true ); };
+   static auto constexpr remove = []( StormWorld & one ) { one.config->intfConfigDel( et1 ); };
+   static auto constexpr removeLag = []( StormWorld & one ) { one.config->intfConfigDel( po1 ); };
+   static auto constexpr configure = []( StormWorld & one ) {
+      auto const config = Kiv::make< IntfConfig >( et1 );
+      config->broadcastIs( percent( 100 ) );
+      config->multicastIs( percent( 200 ) );
+      one.config->intfConfigIs( et1, config );
+   };
+   Step const steps[] = {
+         { "configured", remove, configure },
+         { "configured and removed", remove,
+           []( StormWorld & one ) {
+              configure( one );
+              one.helper->throwAt = 0;
+              remove( one );
+           } },
+         { "removed", nothing, remove },
+         { "LAG removed", join, removeLag },
+         { "all-traffic level", nothing,
+           []( StormWorld & one ) { one.levelIs( et1, levelTypeAll, percent( 500 ) ); } },
+         { "joins", nothing, join },
+         { "joins without levels", remove, join },
+         { "leaves", join, leave },
+         { "leaves without levels",
+           []( StormWorld & one ) {
+              remove( one );
+              join( one );
+           },
+           leave },
+         { "is away from the LAG's list for a moment", join,
+           []( StormWorld & one ) {
+              one.lagPortDel( po1, et1 );
+              one.lagPortIs( po1, et1 );
+           } },
+         { "comes back", unplug, plug },
+         { "member comes back",
+           []( StormWorld & one ) {
+              join( one );
+              unplug( one );
+           },
+           plug },
+         { "inactive for a moment", nothing,
+           []( StormWorld & one ) {
+              one.activeIs( et1, false );
+              one.activeIs( et1, true );
+           } },
+         { "inactive", nothing, []( StormWorld & one ) { one.activeIs( et1, false ); } },
+         { "left after a first pass that failed", remove,
+           []( StormWorld & one ) {
+              configure( one );
+              one.helper->throwAt = 0;
+              join( one );
+              leave( one );
+           } },
+   };
+   for( auto const & row : steps ) {
+      for( unsigned n = 1;; ++n ) {
+         SCOPED_TRACE( std::string( row.what ) + ", call " + std::to_string( n ) );
+         StormWorld one;
+         one.unit().dynamicLogicalPortsIs( true );
+         for( auto port : { et1, et2 } ) {
+            one.portIs( port, speed10Gbps );
+         }
+         one.memberIs( et2, po1 );
+         for( auto intf : { et1, po1 } ) {
+            one.levelIs( intf, levelTypeBroadcast, percent( 100 ) );
+            one.levelIs( intf, levelTypeMulticast, percent( 200 ) );
+         }
+         one.start();
+         row.prepare( one );
+         one.helper->throwAt = n;
+         row.step( one );
+         if( one.helper->throwAt != 0 || failures() == 0 ) {
+            one.helper->throwAt = 0;
+            EXPECT_GT( n, 2u );
+            break; // there are no more calls
+         }
+         for( auto const & [ intf, reactor ] : one.sm->intfConfig() ) {
+            EXPECT_TRUE( one.config->intfConfigHas( intf ) ) << "out of force";
+         }
+         EXPECT_EQ( one.status->intfStatus().size(), one.config->intfConfig().size() );
+         for( auto speed : { speed1Gbps, speed10Gbps } ) {
+            one.speedIs( et1, speed );
+            one.speedIs( et2, speed );
+         }
+         auto const verdict = verdictOf( one );
+         auto const outcome = outcomeOf( one );
+         // A fresh machine and a fresh chip on the same configuration.
+         one.sm = nullptr;
+         one.chip = Kiv::make< HobaSim::Chip >();
+         one.unit().dynamicLogicalPortsIs( true );
+         one.helper = Kiv::make< RecordingStormHelper >( one.chip->stormControl() );
+         one.status = Kiv::make< Status >();
+         one.start();
+         auto const fresh = outcomeOf( one );
+         EXPECT_EQ( outcome == fresh, verdict.empty() )
+               << outcome << fresh << verdict << "is what was found";
       }
    }
 }

@@ -101,6 +101,9 @@ TEST_F( SimStormControlTest, verifiesPorts ) {
                             "rule expected, none found" );
    limitIs( levelTypeMulticast, percent( 300 ) );
    helper->updateBcastSkipRule( et1, true );
+   EXPECT_EQ( helper->verifyEnabled( po1, false ), "" );
+   helper->updateBcastSkipRule( po1, true );
+   EXPECT_EQ( helper->verifyEnabled( po1, false ), "no skip rule expected, one found" );
    EXPECT_EQ( verifyPort(), "" );
    EXPECT_EQ( helper->verifyEnabled( et1, true ), "" );
    EXPECT_EQ( helper->verifyEnabled( et1, false ), "no limits expected, some found" );
@@ -109,6 +112,11 @@ TEST_F( SimStormControlTest, verifiesPorts ) {
                                  "expected, 300000 kbps of Ethernet1 found; a skip rule of its "
                                  "own found" );
    EXPECT_EQ( helper->verifyPort( et1, et1, 0, *config ), "" ) << "not without a speed";
+   EXPECT_EQ( helper->verifyPort( et1, po1, 0, *config ),
+              "broadcast: no limit but of Port-Channel1 expected, 250000 kbps of Ethernet1 found; "
+              "multicast: no limit but of Port-Channel1 expected, 300000 kbps of Ethernet1 found; a "
+              "skip rule of its own found" )
+         << "what stood for others does not stay";
 
    // The all-traffic level takes broadcast's limit away, be it an older one behind a refused zero.
    config->allIs( percent( 400 ) );
