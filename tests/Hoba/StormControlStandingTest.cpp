@@ -301,7 +301,7 @@ TEST_F( StormControlStandingTest, watchersMayRemoveWhoWasCalled ) {
 
 // ---- Hardware that refuses
 
-// Of what nobody configured; empty when there is none.
+// What verification finds; empty when it is content.
 std::string
 verdictOf( StormWorld & world ) {
    auto const verify = world.data->verifyData();
@@ -332,88 +332,106 @@ outcomeOf( StormWorld & world ) {
    return outcome;
 }
 
+// What happens to Ethernet1, which has levels of its own beside Port-Channel1 and its member Ethernet2.
+struct Step {
+   char const * what;
+   void ( *prepare )( StormWorld & );
+   void ( *step )( StormWorld & );
+};
+auto constexpr asItIs = []( StormWorld & ) {};
+auto constexpr join = []( StormWorld & one ) { one.memberIs( et1, po1 ); };
+auto constexpr leave = []( StormWorld & one ) { one.memberDel( et1 ); };
+auto constexpr unplug = []( StormWorld & one ) { one.data->intfDel( et1 ); };
+auto constexpr plug = []( StormWorld & one ) { one.data->intfIs( et1, true ); };
+auto constexpr unconfigure = []( StormWorld & one ) { one.config->intfConfigDel( et1 ); };
+auto constexpr unconfigureLag = []( StormWorld & one ) { one.config->intfConfigDel( po1 ); };
+auto constexpr configure = []( StormWorld & one ) {
+   auto const config = Kiv::make< IntfConfig >( et1 );
+   config->broadcastIs( percent( 100 ) );
+   config->multicastIs( percent( 200 ) );
+   one.config->intfConfigIs( et1, config );
+};
+Step const stepsOfEt1[] = {
+      { "configured", unconfigure, configure },
+      { "configured and removed", unconfigure,
+        []( StormWorld & one ) {
+           configure( one );
+           one.helper->throwAt = 0;
+           unconfigure( one );
+        } },
+      { "removed", asItIs, unconfigure },
+      { "LAG removed", join, unconfigureLag },
+      { "all-traffic level", asItIs,
+        []( StormWorld & one ) { one.levelIs( et1, levelTypeAll, percent( 500 ) ); } },
+      { "joins", asItIs, join },
+      { "joins without levels", unconfigure, join },
+      { "leaves", join, leave },
+      { "leaves without levels",
+        []( StormWorld & one ) {
+           unconfigure( one );
+           join( one );
+        },
+        leave },
+      { "is away from the LAG's list for a moment", join,
+        []( StormWorld & one ) {
+           one.lagPortDel( po1, et1 );
+           one.lagPortIs( po1, et1 );
+        } },
+      { "comes back", unplug, plug },
+      { "member comes back",
+        []( StormWorld & one ) {
+           join( one );
+           unplug( one );
+        },
+        plug },
+      { "inactive for a moment", asItIs,
+        []( StormWorld & one ) {
+           one.activeIs( et1, false );
+           one.activeIs( et1, true );
+        } },
+      { "inactive", asItIs, []( StormWorld & one ) { one.activeIs( et1, false ); } },
+      { "left after a first pass that failed", unconfigure,
+        []( StormWorld & one ) {
+           configure( one );
+           one.helper->throwAt = 0;
+           join( one );
+           leave( one );
+        } },
+};
+
+void
+startWithLevels( StormWorld & one ) {
+   one.unit().dynamicLogicalPortsIs( true );
+   for( auto port : { et1, et2 } ) {
+      one.portIs( port, speed10Gbps );
+   }
+   one.memberIs( et2, po1 );
+   for( auto intf : { et1, po1 } ) {
+      one.levelIs( intf, levelTypeBroadcast, percent( 100 ) );
+      one.levelIs( intf, levelTypeMulticast, percent( 200 ) );
+   }
+   one.start();
+}
+
+// A fresh machine and a fresh chip on the same configuration.
+void
+startAfresh( StormWorld & one ) {
+   one.sm = nullptr;
+   one.chip = Kiv::make< HobaSim::Chip >();
+   one.unit().dynamicLogicalPortsIs( true );
+   one.helper = Kiv::make< RecordingStormHelper >( one.chip->stormControl() );
+   one.status = Kiv::make< Status >();
+   one.start();
+}
+
 // One call is refused, each in its turn. Whatever was under way: as soon as the ports change their
 // speed everything is as on a fresh machine, or verification says of what it is not.
 TEST_F( StormControlStandingTest, oneRefusedCallIsMadeUpForOrFound ) {
-   struct Step {
-      char const * what;
-      void ( *prepare )( StormWorld & );
-      void ( *step )( StormWorld & );
-   };
-   static auto constexpr nothing = []( StormWorld & ) {};
-   static auto constexpr join = []( StormWorld & one ) { one.memberIs( et1, po1 ); };
-   static auto constexpr leave = []( StormWorld & one ) { one.memberDel( et1 ); };
-   static auto constexpr unplug = []( StormWorld & one ) { one.data->intfDel( et1 ); };
-   static auto constexpr plug = []( StormWorld & one ) { one.data->intfIs( et1, true ); };
-   static auto constexpr remove = []( StormWorld & one ) { one.config->intfConfigDel( et1 ); };
-   static auto constexpr removeLag = []( StormWorld & one ) { one.config->intfConfigDel( po1 ); };
-   static auto constexpr configure = []( StormWorld & one ) {
-      auto const config = Kiv::make< IntfConfig >( et1 );
-      config->broadcastIs( percent( 100 ) );
-      config->multicastIs( percent( 200 ) );
-      one.config->intfConfigIs( et1, config );
-   };
-   Step const steps[] = {
-         { "configured", remove, configure },
-         { "configured and removed", remove,
-           []( StormWorld & one ) {
-              configure( one );
-              one.helper->throwAt = 0;
-              remove( one );
-           } },
-         { "removed", nothing, remove },
-         { "LAG removed", join, removeLag },
-         { "all-traffic level", nothing,
-           []( StormWorld & one ) { one.levelIs( et1, levelTypeAll, percent( 500 ) ); } },
-         { "joins", nothing, join },
-         { "joins without levels", remove, join },
-         { "leaves", join, leave },
-         { "leaves without levels",
-           []( StormWorld & one ) {
-              remove( one );
-              join( one );
-           },
-           leave },
-         { "is away from the LAG's list for a moment", join,
-           []( StormWorld & one ) {
-              one.lagPortDel( po1, et1 );
-              one.lagPortIs( po1, et1 );
-           } },
-         { "comes back", unplug, plug },
-         { "member comes back",
-           []( StormWorld & one ) {
-              join( one );
-              unplug( one );
-           },
-           plug },
-         { "inactive for a moment", nothing,
-           []( StormWorld & one ) {
-              one.activeIs( et1, false );
-              one.activeIs( et1, true );
-           } },
-         { "inactive", nothing, []( StormWorld & one ) { one.activeIs( et1, false ); } },
-         { "left after a first pass that failed", remove,
-           []( StormWorld & one ) {
-              configure( one );
-              one.helper->throwAt = 0;
-              join( one );
-              leave( one );
-           } },
-   };
-   for( auto const & row : steps ) {
+   for( auto const & row : stepsOfEt1 ) {
       for( unsigned n = 1;; ++n ) {
          SCOPED_TRACE( std::string( row.what ) + ", call " + std::to_string( n ) );
          StormWorld one;
-         one.unit().dynamicLogicalPortsIs( true );
-         for( auto port : { et1, et2 } ) {
-            one.portIs( port, speed10Gbps );
-         }
-         one.memberIs( et2, po1 );
-         for( auto intf : { et1, po1 } ) {
-            one.levelIs( intf, levelTypeBroadcast, percent( 100 ) );
-            one.levelIs( intf, levelTypeMulticast, percent( 200 ) );
-         }
-         one.start();
+         startWithLevels( one );
          row.prepare( one );
          one.helper->throwAt = n;
          row.step( one );
@@ -432,13 +450,7 @@ TEST_F( StormControlStandingTest, oneRefusedCallIsMadeUpForOrFound ) {
          }
          auto const verdict = verdictOf( one );
          auto const outcome = outcomeOf( one );
-         // A fresh machine and a fresh chip on the same configuration.
-         one.sm = nullptr;
-         one.chip = Kiv::make< HobaSim::Chip >();
-         one.unit().dynamicLogicalPortsIs( true );
-         one.helper = Kiv::make< RecordingStormHelper >( one.chip->stormControl() );
-         one.status = Kiv::make< Status >();
-         one.start();
+         startAfresh( one );
          auto const fresh = outcomeOf( one );
          EXPECT_EQ( outcome == fresh, verdict.empty() )
                << outcome << fresh << verdict << "is what was found";
