@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/common/Json.h"
 
+#include "Kiv/Utf8.h"
+
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -70,7 +72,7 @@ class Builder : public nlohmann::json_sax< nlohmann::json > {
    }
    bool number_float( number_float_t v, string_t const & digits ) override {
       if( digits.find_first_of( ".eE" ) == string_t::npos ) {
-         fail( "the integer " + digits.substr( 0, 40 ) + " does not fit into 64 bits" );
+         fail( "the integer " + Kiv::excerpt( digits, 40 ) + " does not fit into 64 bits" );
       }
       return value( v );
    }
@@ -81,7 +83,7 @@ class Builder : public nlohmann::json_sax< nlohmann::json > {
    bool start_array( std::size_t ) override { return start( false ); }
    bool key( string_t & name ) override {
       if( !open_.back().names.insert( name ).second ) {
-         fail( "the name \"" + name.substr( 0, 60 ) + "\" stands twice in this object" );
+         fail( "the name \"" + Kiv::excerpt( name, 60 ) + "\" stands twice in this object" );
       }
       open_.back().key = std::move( name );
       return true;
@@ -99,7 +101,8 @@ class Builder : public nlohmann::json_sax< nlohmann::json > {
             break; // a message without a place
          }
       }
-      failAt( text_, position ? position - 1 : 0, std::string( what ) );
+      // It quotes what was read last, all of it.
+      failAt( text_, position ? position - 1 : 0, Kiv::excerpt( what, 300 ) );
    }
 
  private:

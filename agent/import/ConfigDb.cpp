@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/import/ConfigDb.h"
 
+#include "Kiv/Utf8.h"
 #include "agent/import/ConfigDbRow.h"
 
 #include <algorithm>
@@ -90,7 +91,8 @@ class Importer {
  private:
    void line( LineKind kind, std::string_view table, Kiv::String const & key,
               std::string_view what ) {
-      import_.report.push_back( { kind, Kiv::String( table ), key, shown( what, maxWhat ) } );
+      import_.report.push_back(
+            { kind, Kiv::String( table ), key, Kiv::excerpt( what, maxWhat ) } );
    }
 
    void importTable( TableMapper const & mapper, Table const & table ) {
@@ -112,7 +114,7 @@ class Importer {
       }
       std::vector< Kiv::String > fields;
       for( auto const & [ field, count ] : unread ) {
-         fields.push_back( shown( field ) + " (" + counted( count, "row" ) + ')' );
+         fields.push_back( Kiv::excerpt( field ) + " (" + counted( count, "row" ) + ')' );
       }
       if( !fields.empty() ) {
          line( notImported, mapper.table, {}, "no such attribute here: " + someOf( fields, 40 ) );
@@ -203,7 +205,7 @@ importConfigDb( Kiv::Datum const & file, ConfigDbTargets const & targets ) {
          known.emplace_back( mapper.table );
       }
       for( auto const & table : tables ) {
-         found.push_back( shown( table.name ) );
+         found.push_back( Kiv::excerpt( table.name ) );
       }
       throw Kiv::ParseError(
             "not a configuration with a table that is known here: expected one of " +

@@ -3,6 +3,7 @@
 // What people read of an import. Files may hold anything, and any number of anything: what is
 // printed of them is bounded, in length and in lines.
 
+#include "Kiv/Utf8.h"
 #include "agent/import/ConfigDbRow.h"
 
 #include <algorithm>
@@ -32,12 +33,12 @@ Kiv::String
 sayingText( Saying const & saying ) {
    auto const & line = *saying.first;
    if( line.kind == notImported && !line.key.empty() ) {
-      return shown( line.table ) + ": " + counted( saying.rows, "row" ) +
+      return Kiv::excerpt( line.table ) + ": " + counted( saying.rows, "row" ) +
              " not imported: " + line.what;
    }
    return line.text() + ( saying.rows == 1 ? ""
                                            : " (and " + counted( saying.rows - 1, "more row" ) +
-                                                   " of " + shown( line.table ) + ")" );
+                                                   " of " + Kiv::excerpt( line.table ) + ")" );
 }
 
 void
@@ -75,7 +76,7 @@ addDigest( std::vector< ReportLine > const & report, LineKind kind, std::string_
          }
       }
       if( rows ) {
-         lines.push_back( shown( table ) + ": " + counted( rows, "more row" ) + ' ' +
+         lines.push_back( Kiv::excerpt( table ) + ": " + counted( rows, "more row" ) + ' ' +
                           Kiv::toText( kind ) +
                           ", each for a reason of its own: see hobactl show import" );
       }
@@ -90,23 +91,8 @@ counted( std::size_t count, std::string_view one ) {
 }
 
 Kiv::String
-shown( std::string_view text, std::size_t most ) {
-   bool const cut = text.size() > most;
-   if( cut ) {
-      // Not in the middle of a character.
-      while( most && ( static_cast< unsigned char >( text[ most ] ) & 0xc0 ) == 0x80 ) {
-         --most;
-      }
-   }
-   Kiv::String line( text.substr( 0, most ) );
-   std::ranges::replace_if(
-         line, []( char c ) { return static_cast< unsigned char >( c ) < ' ' || c == 0x7f; }, '?' );
-   return line + ( cut ? "..." : "" );
-}
-
-Kiv::String
 ReportLine::row() const {
-   return shown( table ) + ( key.empty() ? "" : "|" + shown( key ) );
+   return Kiv::excerpt( table ) + ( key.empty() ? "" : "|" + Kiv::excerpt( key ) );
 }
 
 Kiv::String

@@ -42,8 +42,6 @@ class Model {
 
 // "1 row", "2 rows"
 Kiv::String counted( std::size_t count, std::string_view one );
-// Text of the file for people: in one line, and cut after `most` bytes.
-Kiv::String shown( std::string_view text, std::size_t most = 100 );
 
 // The VLAN of the name "Vlan<n>", whether there is one or not. Kiv::ParseError for another name,
 // Kiv::RangeException for a number that is no VLAN's.

@@ -2,24 +2,25 @@
 #pragma once
 
 #include "Kiv/Exception.h"
+#include "Kiv/Utf8.h"
 
 #include <string>
 #include <string_view>
 
 namespace Tessera {
 
-// What was asked of the database cannot be done. what() is "<path>: <reason>", one line; path()
-// goes down to the component that is at fault. The database is as it was before.
+// What was asked of the database cannot be done. what() is "<path>: <reason>", one line; the path goes
+// down to the component that is at fault, and is cut when it is too long to be read. The database is
+// as it was before.
 class Error : public Kiv::Exception {
  public:
-   Error( std::string path, std::string_view reason )
-         : Exception( path + ": " + std::string( reason ) ), path_( std::move( path ) ) {}
+   Error( std::string_view path, std::string reason )
+         : Exception( Kiv::excerpt( path, 500 ) + ": " + reason ), reason_( std::move( reason ) ) {}
 
-   std::string const & path() const { return path_; }
-   std::string reason() const { return std::string( what() ).substr( path_.size() + 2 ); }
+   std::string const & reason() const { return reason_; }
 
  private:
-   std::string path_;
+   std::string reason_;
 };
 
 } // namespace Tessera

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Tessera/Path.h"
 
+#include "Kiv/Utf8.h"
 #include "Tessera/Error.h"
 
 #include <algorithm>
@@ -20,6 +21,20 @@ void
 appendCode( std::string & out, char c ) {
    auto byte = static_cast< unsigned char >( c );
    out += { '%', hexDigits[ byte >> 4 ], hexDigits[ byte & 15 ] };
+}
+
+void
+appendCoded( std::string & out, std::string_view component ) {
+   while( !component.empty() ) {
+      auto const length = Kiv::utf8Length( component );
+      char const c = component.front();
+      if( length == 0 || c == '%' || c == ']' || isControl( c ) ) {
+         appendCode( out, c );
+      } else {
+         out += component.substr( 0, length );
+      }
+      component.remove_prefix( std::max< std::size_t >( length, 1 ) );
+   }
 }
 
 // `text`, fit for a message: whoever sends us garbage gets it back in visible form, and not all.
@@ -102,7 +117,7 @@ class Parser {
 
 Path
 Path::parse( std::string_view text ) {
-   auto refuse = [ & ]( std::string_view reason ) {
+   auto refuse = [ & ]( std::string const & reason ) {
       throw Error( "path " + shown( text ), reason );
    };
    if( text.empty() ) {
@@ -132,13 +147,7 @@ Path::print( std::string & out ) const {
    for( auto const & component : components_ ) {
       bool brackets = component.empty() || component.find_first_of( "/[]" ) != Kiv::String::npos;
       out += brackets ? first ? "/[" : "[" : "/";
-      for( char c : component ) {
-         if( c == '%' || c == ']' || isControl( c ) ) {
-            appendCode( out, c );
-         } else {
-            out += c;
-         }
-      }
+      appendCoded( out, component );
       if( brackets ) {
          out += ']';
       }
@@ -161,6 +170,11 @@ Path::first( std::size_t count ) const {
    path.components_.assign( components_.begin(),
                             components_.begin() + static_cast< std::ptrdiff_t >( count ) );
    return path;
+}
+
+bool
+Path::isUtf8() const {
+   return std::ranges::all_of( components_, Kiv::isUtf8 );
 }
 
 bool

@@ -10,7 +10,7 @@
 // A component stands after a slash, or in brackets: the two mean the same, and brackets take slashes
 // as they are. Anywhere, %2F is the character with that hexadecimal code. Printed are brackets for
 // components that hold a slash or a bracket or are empty, and codes for "%", for control characters,
-// and for "]" inside brackets; what is printed parses to the same path. A path may end in a slash.
+// for bytes that are not UTF-8, and for "]" inside brackets; what is printed parses to the same path. A path may end in a slash.
 
 #include "Kiv/Text.h"
 
@@ -40,6 +40,8 @@ class Path {
    // The first `count` components; `count` is at most size().
    Path first( std::size_t count ) const;
    bool startsWith( Path const & prefix ) const;
+   // Whether all components are.
+   bool isUtf8() const;
    // Whether one of the two lies at or below the other.
    static bool related( Path const & a, Path const & b ) {
       return a.startsWith( b ) || b.startsWith( a );

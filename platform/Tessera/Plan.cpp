@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Tessera/Plan.h"
 
+#include "Kiv/Utf8.h"
 #include "Tessera/Error.h"
 #include "Tessera/Read.h"
 #include "Tessera/Suggest.h"
@@ -85,6 +86,18 @@ made( Place & place ) {
    return *place.entity;
 }
 
+// What is made must be there for paths to lead to, and for data, which is UTF-8, to hold.
+void
+checkCanBeNamed( Path const & path ) {
+   auto const text = path.text();
+   if( text.size() > Path::maxLength ) {
+      throw Error( text, "longer than " + std::to_string( Path::maxLength ) + " characters" );
+   }
+   if( !path.isUtf8() ) {
+      throw Error( text, "is not UTF-8" );
+   }
+}
+
 void
 checkCanBeMade( Place const & place ) {
    if( place.entity ) {
@@ -94,19 +107,14 @@ checkCanBeMade( Place const & place ) {
    if( !place.attribute->makesChildren() ) {
       throw Error( place.path.text(), "is not there, and cannot be made from outside" );
    }
-   auto const * top = &place;
-   while( top->parent ) {
-      top = top->parent.get();
-   }
-   if( top->mount->mayBeMade ) {
-      at( place.path, [ & ] { top->mount->mayBeMade( place.path ); } );
-   }
+   requireUse( place );
 }
 
 } // namespace
 
 void
 Plan::add( Mount const & root, Target const & target, Datum const & value ) {
+   checkCanBeNamed( target.path );
    if( target.directory ) {
       auto const & object =
             objectAt( target.path, value, "an object of what is in this directory" );
@@ -135,7 +143,7 @@ void
 Plan::addEntity( PlacePtr const & place, Datum const & value ) {
    auto const & object = objectAt( place->path, value, "an object of the entity's attributes" );
    if( !place->entity ) {
-      steps_.push_back( { place->path, place, nullptr, {}, {}, {} } );
+      addStep( { place->path, place, nullptr, {}, {}, {} } );
    }
    for( auto const & [ name, member ] : object ) {
       auto const * attribute = place->find( name );
@@ -191,7 +199,7 @@ Plan::addWhole( Step step ) {
       }
    }
    at( step.path, [ & ] { step.attribute->check( patched( now, step.fields, step.value ) ); } );
-   steps_.push_back( std::move( step ) );
+   addStep( std::move( step ) );
 }
 
 void
@@ -200,6 +208,12 @@ Plan::addMember( Step step ) {
    at( step.path, [ & ] {
       step.attribute->checkMember( *step.key, patched( now, step.fields, step.value ) );
    } );
+   addStep( std::move( step ) );
+}
+
+void
+Plan::addStep( Step step ) {
+   checkCanBeNamed( step.path );
    steps_.push_back( std::move( step ) );
 }
 

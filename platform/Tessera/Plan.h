@@ -35,6 +35,7 @@ class Plan {
                       Kiv::Datum const & value );
    void addWhole( Step step );
    void addMember( Step step );
+   void addStep( Step step );
 
    std::vector< Step > steps_;
 };

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Tessera/Suggest.h"
 
+#include "Kiv/Utf8.h"
+
 #include <algorithm>
 #include <cctype>
 
@@ -71,7 +73,7 @@ suggestion( std::string_view name, std::vector< Kiv::String > const & known ) {
    }
    Kiv::String text = known.size() == 1 ? "there is " : "there are ";
    for( std::size_t i = 0; i != std::min( known.size(), mostListed ); ++i ) {
-      text += ( i ? ", " : "" ) + known[ i ];
+      text += ( i ? ", " : "" ) + Kiv::excerpt( known[ i ] );
    }
    if( known.size() > mostListed ) {
       text += " and " + std::to_string( known.size() - mostListed ) + " more";

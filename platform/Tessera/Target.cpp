@@ -33,7 +33,7 @@ refuse( Path const & path, std::string_view message ) {
          reason.remove_prefix( name.size() + 2 );
       }
    }
-   throw Error( path.text(), reason );
+   throw Error( path.text(), Kiv::String( reason ) );
 }
 
 PlacePtr
@@ -151,6 +151,21 @@ resolve( Mount const & root, Path const & path ) {
    return target;
 }
 
+void
+requireUse( Place const & place ) {
+   if( place.entity ) {
+      return;
+   }
+   requireUse( *place.parent );
+   auto const * top = place.parent.get();
+   while( top->parent ) {
+      top = top->parent.get();
+   }
+   if( top->mount->mayBeMade ) {
+      at( place.path, [ & ] { top->mount->mayBeMade( place.path ); } );
+   }
+}
+
 namespace {
 
 // Down into a value, by what its type says of it.
@@ -192,6 +207,9 @@ void
 requirePossible( Mount const & root, Path const & path ) {
    try {
       auto const target = resolve( root, path );
+      if( target.place ) {
+         requireUse( *target.place );
+      }
       if( !target.fields.empty() ) {
          requireFields( target );
       }

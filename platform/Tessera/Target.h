@@ -47,8 +47,12 @@ struct Target {
 // Throws Error at the first component that cannot lead anywhere.
 Target resolve( Mount const & root, Path const & path );
 // Throws Error unless something is at the path, or may be one day, as long as the mounts stay as they
-// are: members and children may come, but no class gets other attributes, and no value other fields.
+// are: members and children may come that the process has a use for, but no class gets other
+// attributes, and no value other fields.
 void requirePossible( Mount const & root, Path const & path );
+
+// Throws Error if the entity is missing, or one above it, and the process has no use for such a one.
+void requireUse( Place const & place );
 
 // The child entity of `parent` in `attribute` (with `key`, for a collection). Throws Error for a
 // malformed key.

@@ -93,7 +93,14 @@ TEST( Json, isBounded ) {
    EXPECT_EQ( errorOf( "[[[]]]", { .depth = 3 } ), "" );
    EXPECT_EQ( errorOf( "[[[{}]]]", { .depth = 3 } ), "line 1, column 4: nested deeper than 3" );
    EXPECT_EQ( errorOf( "[1]", { .bytes = 2 } ), "line 1, column 1: longer than 2 bytes" );
-   EXPECT_NE( errorOf( std::string( 1'000'000, '[' ) ), "" );
+   // So are the errors, whatever they quote.
+   std::string const endless( 1'000'000, '9' );
+   for( auto const & text : { std::string( 1'000'000, '[' ), '"' + endless, endless,
+                              "{\"" + endless + "\":1,\"" + endless + "\":2}" } ) {
+      auto const error = errorOf( text );
+      EXPECT_NE( error, "" );
+      EXPECT_LT( error.size(), 400u ) << error.substr( 0, 400 );
+   }
 }
 
 } // namespace

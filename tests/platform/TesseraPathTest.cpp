@@ -42,6 +42,11 @@ TEST( TesseraPath, printsWhatItParses ) {
               { "/a[[x%5D]", { "a", "[x]" }, nullptr },
               { "/a/00:00:5e:00:53:01", { "a", "00:00:5e:00:53:01" }, nullptr },
               { "/100%25/a b%0A", { "100%", "a b\n" }, nullptr },
+              // What is no UTF-8, a byte by itself, longer than need be, a half or beyond the last.
+              { "/\xff/%e4%C3%A4", { "\xff", "\xe4\xc3\xa4" }, "/%FF/%E4\xc3\xa4" },
+              { "/%C0%AF%ED%A0%80", { "\xc0\xaf\xed\xa0\x80" }, nullptr },
+              { "/%F4%90%80%80%E2%82", { "\xf4\x90\x80\x80\xe2\x82" }, nullptr },
+              { "/\xe2\x82\xac\xf0\x9f\x99\x82", { "\xe2\x82\xac\xf0\x9f\x99\x82" }, nullptr },
         } ) {
       auto path = Path::parse( row.text );
       ASSERT_EQ( path.size(), row.components.size() ) << row.text;

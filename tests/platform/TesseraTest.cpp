@@ -184,6 +184,11 @@ TEST_F( TesseraDatabase, makesWhatTheProcessHasAUseFor ) {
    String const error = "/some/config/intf/Ethernet9: \"Ethernet9\" is not wanted";
    EXPECT_EQ( setError( "/some/config/intf", intfs ), error );
    EXPECT_EQ( setError( "/some/config/intf/Ethernet9/broadcast/level", 5 ), error );
+   auto const possible = [ & ]( char const * path ) {
+      return errorOf( [ & ] { database.requirePossible( path ); } );
+   };
+   EXPECT_EQ( possible( "/some/config/intf/Ethernet9/enabled" ), error );
+   EXPECT_EQ( possible( "/some/config/intf/Ethernet8/enabled" ), "" );
    asked.clear();
    EXPECT_EQ( setError( "/some/config/intf/Ethernet1/enabled", false ), "" );
    EXPECT_EQ( setError( "/some/config/intf/Ethernet1/enabled", true ), "" );
@@ -345,12 +350,24 @@ TEST_F( TesseraDatabase, appliesAllOrNothing ) {
    auto good = object( { { "enabled", false } } );
    struct Row {
       Datum tree;
-      char const * error;
+      String error;
    };
    auto inConfig = [ & ]( Datum config_ ) {
       return object( { { "feature", object( { { "config", std::move( config_ ) } } ) } } );
    };
+   String const endless( 1'000'000, 'k' );
+   String const cut( 480, 'k' );
    for( auto const & row : std::vector< Row >{
+              { object( { { endless, good } } ),
+                "/" + cut + String( 19, 'k' ) + "...: no such path; there is feature" },
+              { inConfig( object( { { endless, 1 } } ) ),
+                "/feature/config/" + cut +
+                      "kkkk...: no such attribute; there are period, number, note, color, friend_, "
+                      "port, level, entry, waiting, fixed, intf, odd" },
+              { inConfig( object( { { "intf", object( { { endless, good } } ) } } ) ),
+                "/feature/config/intf/" + cut.substr( 1 ) + "...: longer than 4096 characters" },
+              { inConfig( object( { { "intf", object( { { "E\xff", good } } ) } } ) ),
+                "/feature/config/intf/E%FF: is not UTF-8" },
               { "x", "/: a string is not an object of paths or directories" },
               { object( { { "/feature/nothing", good } } ),
                 "/feature/nothing: no such path; there are config, status" },
