@@ -105,7 +105,8 @@ Client::takeLines() {
       }
    }
    input_.erase( 0, begin );
-   if( paused() || !serving() ) {
+   halted_ = paused();
+   if( halted_ || !serving() ) {
       return;
    }
    if( !skipping_ && input_.size() > limits_.line ) {
@@ -187,6 +188,10 @@ Client::sendLine( std::string line ) {
    }
    output_ += line;
    output_ += '\n';
+   // One input may have much to tell. Who takes it meanwhile is not one who does not read.
+   if( output_.size() >= tried_ + limits_.piece ) {
+      sendSome();
+   }
    flushLater();
    count();
 }
@@ -215,9 +220,9 @@ Client::flushLater() {
    }
 }
 
+// As much as the socket takes now.
 void
-Client::flush() {
-   bool wasPaused = paused();
+Client::sendSome() {
    while( state_ != State::gone && pending() ) {
       auto count =
             send( fd_.get(), output_.data() + sent_, pending(), MSG_DONTWAIT | MSG_NOSIGNAL );
@@ -238,7 +243,13 @@ Client::flush() {
       giveBack( output_ );
       count();
    }
-   if( wasPaused && serving() && !paused() ) {
+   tried_ = output_.size();
+}
+
+void
+Client::flush() {
+   sendSome();
+   if( halted_ && serving() && !paused() ) {
       takeLines();
    }
    if( !pending() && ( state_ == State::leaving || ( ended_ && input_.empty() ) ) ) {
@@ -288,6 +299,7 @@ Client::dismiss( std::string_view reason ) {
    }
    output_ = output_.substr( sent_, rest ) + errorLine( {}, reason ) + '\n';
    sent_ = 0;
+   tried_ = 0;
    count();
    flushLater();
 }
@@ -302,6 +314,7 @@ Client::drop() {
    fd_.reset();
    output_ = {};
    sent_ = 0;
+   tried_ = 0;
    count();
    endWatches();
    if( *self_ ) {

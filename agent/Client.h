@@ -32,6 +32,7 @@ struct ServerLimits {
    std::size_t line = maxRequestLine;   // bytes of a request
    std::size_t depth = 64;              // of a request's JSON
    std::size_t answer = maxAnswer;      // bytes of one answer
+   std::size_t piece = 64 * 1024;       // bytes waiting, upon which some are sent at once
    std::size_t unread = 1024 * 1024;    // bytes waiting, above which no more requests are taken
    std::size_t queued = 2 * maxAnswer;  // bytes waiting, above which a client is dismissed
    std::size_t waiting = 4 * maxAnswer; // of all together, above which the one with most of it is
@@ -82,6 +83,7 @@ class Client {
    void takeLine( std::string_view line );
    void answerError( Kiv::Datum const & id, std::string_view message );
    void sendLine( std::string line );
+   void sendSome();
    void flushLater();
    void flush();
    void updateEvents();
@@ -100,12 +102,14 @@ class Client {
    std::string input_;
    std::string output_;
    std::size_t sent_ = 0;    // bytes at the front of output_ that are gone already
+   std::size_t tried_ = 0;   // of output_, when some was last sent, or tried to be
    std::size_t counted_ = 0; // of output_, in the traffic of all
    std::uint64_t lastMove_ = 0;
    std::uint32_t events_ = 0;
    State state_ = State::serving;
    bool inLine_ = false;   // of the line at sent_, the beginning has been sent
    bool skipping_ = false; // the rest of a line that is too long
+   bool halted_ = false;   // lines of input_ wait until what waits in output_ is less
    bool ended_ = false;    // the client sends nothing more
    bool flushing_ = false; // flush() is due
    std::vector< std::function< void() > > atEnd_;

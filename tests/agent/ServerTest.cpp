@@ -281,6 +281,21 @@ TEST_F( ServerTest, dropsWhoDoesNotReadItsEvents ) {
    EXPECT_TRUE( ended );
 }
 
+TEST_F( ServerTest, tellsWhileMuchHappensAtOnce ) {
+   limits.piece = 10'000;
+   limits.queued = 50'000;
+   restart();
+   auto reader = client();
+   ask( reader, R"({"id":9,"command":"watch","path":"/thing"})" );
+   for( int i = 0; i != 20; ++i ) {
+      thing->noteIs( std::string( 5000, static_cast< char >( 'a' + i % 26 ) ) );
+   }
+   EXPECT_LT( server->waiting(), limits.queued );
+   auto const heard = take( reader );
+   EXPECT_EQ( std::count( heard.begin(), heard.end(), '\n' ), 20 );
+   EXPECT_EQ( server->clients(), 1u );
+}
+
 TEST_F( ServerTest, boundsWhatWaitsForAllTogether ) {
    limits.waiting = 300'000;
    restart();
