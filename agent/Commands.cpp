@@ -3,6 +3,7 @@
 
 #include "Kiv/DispatchRecorder.h"
 #include "Kiv/Reflect.h"
+#include "Kiv/Utf8.h"
 #include "Tessera/Suggest.h"
 
 #include <algorithm>
@@ -83,7 +84,7 @@ addWords( Command const & command, std::vector< String > const & words, Datum & 
             command.arguments.begin(), command.arguments.end(),
             [ & ]( Argument const & argument ) { return !arguments.find( argument.name ); } );
       if( next == command.arguments.end() ) {
-         throw Kiv::ParseError( "there is no use for \"" + words[ i ] +
+         throw Kiv::ParseError( "there is no use for \"" + Kiv::excerpt( words[ i ] ) +
                                 "\"; usage: " + command.usage() );
       }
       if( next->rest ) {
@@ -119,7 +120,8 @@ argumentsOf( Command const & command, Datum const & request, std::vector< String
          continue;
       }
       if( !findArgument( command, name ) ) {
-         throw Kiv::ParseError( "unknown argument \"" + name + "\"; usage: " + command.usage() );
+         throw Kiv::ParseError( "unknown argument \"" + Kiv::excerpt( name ) +
+                                "\"; usage: " + command.usage() );
       }
       arguments.add( name, value );
    }
@@ -163,6 +165,18 @@ Request::text( std::string_view name, std::string_view otherwise ) const {
    return Kiv::datumText( *argument );
 }
 
+void
+Request::isNoneOf( std::vector< std::string_view > const & words, std::string_view name,
+                   std::string_view given ) {
+   String expected;
+   for( std::size_t i = 0; i != words.size(); ++i ) {
+      expected += i == 0 ? "" : i + 1 == words.size() ? " or " : ", ";
+      expected += words[ i ];
+   }
+   throw Kiv::ParseError( String( name ) + ": \"" + Kiv::excerpt( given ) + "\" is not " +
+                          expected );
+}
+
 String
 Command::usage() const {
    String text = name;
@@ -178,8 +192,8 @@ Command::usage() const {
 
 Commands::Commands() {
    add( { .name = "help",
-          .help = "what commands there are, or what one of them takes",
-          .arguments = { { "about", "a command", false, true } },
+          .help = "What commands there are, or what one of them takes",
+          .arguments = { { "about", "A command", false, true } },
           .handler = [ this ]( Request const & request ) { return help( request ); } } );
 }
 
@@ -217,7 +231,8 @@ Commands::find( std::vector< String > & words ) const {
                                           words.begin() + static_cast< std::ptrdiff_t >( known ) );
       if( auto next = nextWords( begin ); !next.empty() ) {
          auto const whole = meant( words, known );
-         throw Kiv::ParseError( "unknown command \"" + joined( words, 0, known + 1 ) + "\"; " +
+         throw Kiv::ParseError( "unknown command \"" +
+                                Kiv::excerpt( joined( words, 0, known + 1 ) ) + "\"; " +
                                 ( whole.empty() ? Tessera::suggestion( words[ known ], next )
                                                 : "did you mean \"" + whole + "\"?" ) );
       }

@@ -58,14 +58,34 @@ class Request {
    // Throws Kiv::ParseError or Kiv::RangeException that names the argument.
    template< class T >
    T value( std::string_view name, T const & otherwise = {} ) const {
-      return has( name )
-                   ? Kiv::inPlace( name, [ & ] { return Kiv::fromText< T >( text( name ) ); } )
-                   : otherwise;
+      if( !has( name ) ) {
+         return otherwise;
+      }
+      auto const given = text( name );
+      return Kiv::inPlace( name, [ & ] { return Kiv::fromText< T >( given ); } );
+   }
+   // What the argument, one of these words, stands for; what the first does when it is not given.
+   // Throws Kiv::ParseError that names the argument.
+   template< class T >
+   T oneOf( std::string_view name,
+            std::initializer_list< std::pair< std::string_view, T > > choices ) const {
+      auto const given = text( name, choices.begin()->first );
+      std::vector< std::string_view > words;
+      for( auto const & [ word, value ] : choices ) {
+         if( word == given ) {
+            return value;
+         }
+         words.push_back( word );
+      }
+      isNoneOf( words, name, given );
    }
    // Who asked, for answers that go on coming; null when nobody listens.
    Client * client() const { return client_; }
 
  private:
+   [[noreturn]] static void isNoneOf( std::vector< std::string_view > const & words,
+                                      std::string_view name, std::string_view given );
+
    Kiv::Datum const & id_;
    Kiv::Datum const & arguments_;
    Client * client_;

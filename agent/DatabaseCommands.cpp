@@ -23,13 +23,10 @@ done() {
 
 Datum
 get( Tessera::Database const & database, Request const & request ) {
-   auto scope = request.text( "scope", "everything" );
-   if( scope != "everything" && scope != "configuration" ) {
-      Kiv::parseFailed( scope, "everything or configuration" );
-   }
-   return database.get( request.text( "path", "/" ), scope == "everything"
-                                                           ? Tessera::Scope::everything
-                                                           : Tessera::Scope::configuration );
+   auto const scope = request.oneOf< Tessera::Scope >(
+         "scope", { { "everything", Tessera::Scope::everything },
+                    { "configuration", Tessera::Scope::configuration } } );
+   return database.get( request.text( "path", "/" ), scope );
 }
 
 // `text` is what somebody typed, `value` is data. In a line of words the value is a text.
@@ -115,22 +112,22 @@ void
 addDatabaseCommands( Commands & commands, Tessera::Database & database, EventLoop & loop ) {
    commands.add(
          { .name = "get",
-           .help = "everything at and below a path of the state database",
-           .arguments = { pathArgument( "where; / is everything" ),
+           .help = "Everything at and below a path of the state database",
+           .arguments = { pathArgument( "Where; / is everything" ),
                           { "scope",
                             "everything, or configuration: what an operator saves and applies" } },
            .handler = [ & ]( Request const & request ) { return get( database, request ); } } );
    commands.add(
          { .name = "set",
-           .help = "write an attribute, a member, a field, or whole entities",
-           .arguments = { pathArgument( "where" ),
-                          { "text", "the printed form of a number, a name, an address, ..." },
-                          { "value", "or data" } },
+           .help = "Write an attribute, a member, a field, or whole entities",
+           .arguments = { pathArgument( "Where" ),
+                          { "text", "The printed form of a number, a name, an address, ..." },
+                          { "value", "Data, in place of text" } },
            .handler = [ & ]( Request const & request ) { return set( database, request ); },
            .isInput = true } );
    commands.add( { .name = "del",
-                   .help = "delete a member of a collection",
-                   .arguments = { pathArgument( "of the member" ) },
+                   .help = "Delete a member of a collection",
+                   .arguments = { pathArgument( "Of the member" ) },
                    .handler =
                          [ & ]( Request const & request ) {
                             database.del( request.text( "path" ) );
@@ -138,8 +135,8 @@ addDatabaseCommands( Commands & commands, Tessera::Database & database, EventLoo
                          },
                    .isInput = true } );
    commands.add( { .name = "apply",
-                   .help = "write a configuration, all of it or nothing",
-                   .arguments = { { "tree", "paths or directories, as get answers them", true } },
+                   .help = "Write a configuration, all of it or nothing",
+                   .arguments = { { "tree", "Paths or directories, as get answers them", true } },
                    .handler =
                          [ & ]( Request const & request ) {
                             database.apply( *request.find( "tree" ) );
@@ -148,28 +145,28 @@ addDatabaseCommands( Commands & commands, Tessera::Database & database, EventLoo
                    .isInput = true } );
    commands.add(
          { .name = "list",
-           .help = "the names that may follow a path",
-           .arguments = { { "path", "where; / if it is left out" } },
+           .help = "The names that may follow a path",
+           .arguments = { { "path", "Where; / if it is left out" } },
            .handler = [ & ]( Request const & request ) { return list( database, request ); } } );
    commands.add( { .name = "complete",
-                   .help = "the paths that the beginning of a path may become",
-                   .arguments = { pathArgument( "its beginning" ) },
+                   .help = "The paths that the beginning of a path may become",
+                   .arguments = { pathArgument( "Its beginning" ) },
                    .handler = [ & ]( Request const & request ) {
                       auto paths = completions( database, request.text( "path" ) );
                       return Datum( Datum::Array( paths.begin(), paths.end() ) );
                    } } );
    commands.add( { .name = "complete command",
-                   .help = "the words that may follow in a command, its arguments too",
-                   .arguments = { { "half", "the beginning of the word" },
-                                  { "name", "its first words", false, true } },
+                   .help = "The words that may follow in a command, its arguments too",
+                   .arguments = { { "half", "The beginning of the word" },
+                                  { "name", "Its first words", false, true } },
                    .handler = [ & ]( Request const & request ) {
                       auto next = commands.candidates( wordsIn( request.text( "name" ) ),
                                                        request.text( "half" ) );
                       return Datum( Datum::Array( next.begin(), next.end() ) );
                    } } );
    commands.add( { .name = "watch",
-                   .help = "every change at and below a path, until the connection ends",
-                   .arguments = { pathArgument( "what to follow; it may come later" ) },
+                   .help = "Every change at and below a path, until the connection ends",
+                   .arguments = { pathArgument( "What to follow; it may come later" ) },
                    .handler = [ & ]( Request const & request ) {
                       return watch( database, loop, request );
                    } } );

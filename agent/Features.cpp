@@ -37,10 +37,13 @@ Features::addImportCommand( Commands & commands ) {
    commands.add( { .name = "show import",
                    .help = "What became of the rows of the imported configuration",
                    .handler = [ this ]( Request const & ) {
-                      TableAnswer table( { "Row", "", "What" } );
+                      TableAnswer table( { "Row", "Outcome", "What" } );
                       for( auto const & line : imported_->report ) {
-                         table.row( { line.row(), Kiv::toText( line.kind ), line.what } );
+                         auto const kind = Kiv::toText( line.kind );
+                         table.row( { line.row(), kind, line.what } );
+                         table.words( "Outcome", kind, spelled( kind ) );
                       }
+                      table.note( imported_->summary() );
                       return table.take();
                    } } );
 }

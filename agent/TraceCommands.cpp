@@ -81,14 +81,11 @@ levels( Request const & request ) {
 
 Datum
 record( Kiv::DispatchRecorder & recorder, Request const & request ) {
-   auto state = request.text( "state" );
-   if( state != "on" && state != "off" ) {
-      Kiv::parseFailed( state, "on or off" );
-   }
-   if( state == "on" && !recorder.active() ) {
+   bool const on = request.oneOf< bool >( "state", { { "on", true }, { "off", false } } );
+   if( on && !recorder.active() ) {
       recorder.clear();
    }
-   recorder.activeIs( state == "on" );
+   recorder.activeIs( on );
    return {};
 }
 
@@ -107,37 +104,37 @@ types() {
 void
 addTraceCommands( Commands & commands, Kiv::DispatchRecorder & recorder ) {
    commands.add( { .name = "trace",
-                   .help = "trace records, oldest first",
-                   .arguments = { { "handle", "only of this source file" },
-                                  { "levels", "only of these levels, as in 0-5,9" },
-                                  { "text", "only with this text in the message" },
-                                  { "last", "only so many, the newest" },
-                                  { "since", "only from this sequence number on" } },
+                   .help = "Trace records, oldest first",
+                   .arguments = { { "handle", "Only of this source file" },
+                                  { "levels", "Only of these levels, as in 0-5,9" },
+                                  { "text", "Only with this text in the message" },
+                                  { "last", "Only so many, the newest" },
+                                  { "since", "Only from this sequence number on" } },
                    .handler = records } );
    commands.add( { .name = "trace handles",
-                   .help = "the source files that trace, and their levels",
+                   .help = "The source files that trace, and their levels",
                    .handler = []( Request const & ) { return handles(); } } );
    commands.add( { .name = "trace levels",
-                   .help = "set what a source file traces",
-                   .arguments = { { "handle", "its name; * for all that have not been set", true },
-                                  { "levels", "as in 0-5,9, or all, none, default", true } },
+                   .help = "Set what a source file traces",
+                   .arguments = { { "handle", "Its name; * for all that have not been set", true },
+                                  { "levels", "As in 0-5,9, or all, none, default", true } },
                    .handler = levels } );
    commands.add(
          { .name = "trace record",
-           .help = "start or stop recording what causes what",
+           .help = "Start or stop recording what causes what",
            .arguments = { { "state", "on or off", true } },
            .handler = [ & ]( Request const & request ) { return record( recorder, request ); } } );
    commands.add( { .name = "trace tree",
-                   .help = "what the last input or timer caused, as recorded",
-                   .arguments = { { "count", "of so many last ones; 1 if it is left out" } },
+                   .help = "What the last input or timer caused, as recorded",
+                   .arguments = { { "count", "Of so many last ones; 1 if it is left out" } },
                    .handler = [ & ]( Request const & request ) {
                       return causalTree( recorder, request.value< std::size_t >( "count", 1 ) );
                    } } );
    commands.add( { .name = "trace export",
-                   .help = "all that is recorded, for trace viewers",
+                   .help = "All that is recorded, for trace viewers",
                    .handler = [ & ]( Request const & ) { return traceEvents( recorder ); } } );
    commands.add( { .name = "types",
-                   .help = "how many objects of every class exist, and were made",
+                   .help = "How many objects of every class exist, and were made",
                    .handler = []( Request const & ) { return types(); } } );
 }
 

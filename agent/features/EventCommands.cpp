@@ -96,14 +96,11 @@ Datum
 eventLink( Switch & sw, Request const & request ) {
    auto const port = portIdOf( sw, request );
    auto const state = linkStatusOf( request );
-   auto const fault = request.text( "fault", "none" );
-   if( fault != "none" && fault != "local" && fault != "remote" ) {
-      Kiv::parseFailed( fault, "none, local or remote" );
-   }
-   sw.chip->events()->linkEvent( port, state,
-                                 fault == "none"    ? HobaTypes::faultNone
-                                 : fault == "local" ? HobaTypes::faultLocal
-                                                    : HobaTypes::faultRemote );
+   auto const fault =
+         request.oneOf< HobaTypes::FaultType >( "fault", { { "none", HobaTypes::faultNone },
+                                                           { "local", HobaTypes::faultLocal },
+                                                           { "remote", HobaTypes::faultRemote } } );
+   sw.chip->events()->linkEvent( port, state, fault );
    return {};
 }
 
@@ -127,14 +124,12 @@ speedsOf( String const & text ) {
 Datum
 eventAutoneg( Switch & sw, Request const & request ) {
    auto const port = portIdOf( sw, request );
-   auto const result = request.text( "result" );
-   if( result != "success" && result != "failed" ) {
-      Kiv::parseFailed( result, "success or failed" );
-   }
+   auto const result = request.oneOf< Interface::AutonegState >(
+         "result",
+         { { "success", Interface::autonegSuccess }, { "failed", Interface::autonegFailed } } );
    Interface::AutonegAdvertisement advert;
    advert.speeds = Kiv::inPlace( "speeds", [ & ] { return speedsOf( request.text( "speeds" ) ); } );
-   sw.chip->events()->autonegEvent(
-         port, result == "success" ? Interface::autonegSuccess : Interface::autonegFailed, advert );
+   sw.chip->events()->autonegEvent( port, result, advert );
    return {};
 }
 
@@ -175,8 +170,7 @@ eventAge( Switch & sw, Request const & request ) {
 
 // A kind of event about a station, as "static-mac-address" or by its full name.
 HobaEvent::HobaEventType
-kindOf( Request const & request ) {
-   auto const kind = request.text( "kind" );
+kindOf( String const & kind ) {
    String expected;
    for( auto const & [ name, value ] : kivEnumNames( HobaEvent::HobaEventType{} ).all() ) {
       if( value <= HobaEvent::eventTypeAutonegFailed ) {
@@ -194,7 +188,8 @@ kindOf( Request const & request ) {
 
 Datum
 eventStation( Switch & sw, Request const & request ) {
-   sw.chip->events()->stationEvent( kindOf( request ), hostOf( request ),
+   auto const kind = Kiv::inPlace( "kind", [ & ] { return kindOf( request.text( "kind" ) ); } );
+   sw.chip->events()->stationEvent( kind, hostOf( request ),
                                     request.value< Pelt::IntfId >( "port" ),
                                     request.value< std::uint32_t >( "tunnel" ) );
    return {};
@@ -202,27 +197,23 @@ eventStation( Switch & sw, Request const & request ) {
 
 Datum
 eventParity( Switch & sw, Request const & request ) {
-   auto const severity = request.text( "severity", "correctable" );
-   if( severity != "correctable" && severity != "reset" && severity != "fatal" ) {
-      Kiv::parseFailed( severity, "correctable, reset or fatal" );
-   }
+   auto const severity = request.oneOf< Hoba::ParitySeverity >(
+         "severity", { { "correctable", Hoba::parityCorrectable },
+                       { "reset", Hoba::parityNeedsReset },
+                       { "fatal", Hoba::parityFatal } } );
    sw.chip->parity()->raise( request.text( "slice" ), request.text( "memory" ),
-                             request.value< std::uint32_t >( "index" ),
-                             severity == "correctable" ? Hoba::parityCorrectable
-                             : severity == "reset"     ? Hoba::parityNeedsReset
-                                                       : Hoba::parityFatal );
+                             request.value< std::uint32_t >( "index" ), severity );
    return {};
 }
 
 // A flapping link, which ends as it began: up.
 Datum
 eventFlood( Switch & sw, Request const & request ) {
-   constexpr std::uint32_t most = 10'000'000;
+   constexpr std::uint64_t most = 10'000'000;
    auto const port = portIdOf( sw, request );
-   auto const count = request.value< std::uint32_t >( "count" );
-   if( count == 0 || count > most ) {
-      Kiv::parseFailed( request.text( "count" ), "from 1 to " + std::to_string( most ) );
-   }
+   auto const count = Kiv::inPlace( "count", [ & ] {
+      return Kiv::parseInteger( request.text( "count" ), std::uint64_t( 1 ), most );
+   } );
    for( auto left = count; left-- > 0; ) {
       sw.chip->events()->linkEvent( port, left % 2 ? Interface::linkDown : Interface::linkUp );
    }

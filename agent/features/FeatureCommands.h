@@ -31,6 +31,8 @@ Id
 idOf( Request const & request, char const * argument ) {
    return Kiv::inPlace( argument, [ & ] { return Id::parse( request.text( argument ) ); } );
 }
+// The argument `vlan`, a VLAN; none when it is not given.
+Bridging::VlanIdOrNone vlanOf( Request const & request );
 // The argument `port`, a port of this switch.
 Pelt::EthIntfId portIdOf( Switch & sw, Request const & request );
 // The argument `state`, up or down.

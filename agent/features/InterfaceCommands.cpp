@@ -25,6 +25,12 @@ speedText( std::uint64_t kbps ) {
    return text;
 }
 
+Bridging::VlanIdOrNone
+vlanOf( Request const & request ) {
+   return Bridging::VlanIdOrNone(
+         request.has( "vlan" ) ? request.value< Bridging::VlanId >( "vlan" ).value() : 0 );
+}
+
 String
 spelled( String const & enumerator, std::string_view prefix ) {
    String text;
@@ -193,7 +199,7 @@ addInterfaceCommands( Commands & commands, Switch & sw ) {
                    .help = "VLANs: the interfaces that carry them, and how many stations are there",
                    .arguments = { { "vlan", "Only this VLAN" } },
                    .handler = [ &sw ]( Request const & request ) {
-                      return showVlans( sw, request.value< Bridging::VlanIdOrNone >( "vlan" ) );
+                      return showVlans( sw, vlanOf( request ) );
                    } } );
    addValues( commands, sw );
 }

@@ -45,8 +45,7 @@ typeCell( TableAnswer & table, Bridging::EntryType type ) {
 // What `show mac` is asked for.
 struct Wanted {
    explicit Wanted( Switch const & sw, Request const & request )
-         : vlan( request.value< Bridging::VlanIdOrNone >( "vlan" ) ),
-           intf( request.value< Pelt::IntfId >( "port" ) ),
+         : vlan( vlanOf( request ) ), intf( request.value< Pelt::IntfId >( "port" ) ),
            addr( request.has( "mac" ) ? std::optional( request.value< Pelt::EthAddr >( "mac" ) )
                                       : std::nullopt ),
            lag( intf ? sw.context->portToLag( intf ) : Pelt::IntfId() ) {

@@ -22,11 +22,8 @@ portIdOf( Switch & sw, Request const & request ) {
 
 Interface::LinkStatus
 linkStatusOf( Request const & request ) {
-   auto const state = request.text( "state" );
-   if( state != "up" && state != "down" ) {
-      Kiv::parseFailed( state, "up or down" );
-   }
-   return state == "up" ? Interface::linkUp : Interface::linkDown;
+   return request.oneOf< Interface::LinkStatus >(
+         "state", { { "up", Interface::linkUp }, { "down", Interface::linkDown } } );
 }
 
 void
@@ -80,17 +77,9 @@ simLag( Switch & sw, Request const & request ) {
 
 LevelType
 trafficOf( Request const & request ) {
-   auto const traffic = request.text( "traffic" );
-   if( traffic == "broadcast" ) {
-      return Hoba::levelTypeBroadcast;
-   }
-   if( traffic == "multicast" ) {
-      return Hoba::levelTypeMulticast;
-   }
-   if( traffic == "uucast" ) {
-      return Hoba::levelTypeUUcast;
-   }
-   Kiv::parseFailed( traffic, "broadcast, multicast or uucast" );
+   return request.oneOf< LevelType >( "traffic", { { "broadcast", Hoba::levelTypeBroadcast },
+                                                   { "multicast", Hoba::levelTypeMulticast },
+                                                   { "uucast", Hoba::levelTypeUUcast } } );
 }
 
 Datum

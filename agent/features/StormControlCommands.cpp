@@ -49,23 +49,23 @@ stateText( Switch const & sw, Pelt::IntfId intf, LevelState state ) {
    case programmed:
       return "programmed";
    case speedUnknown:
-      return "not programmed: speed unknown";
+      return "speed unknown";
    case memberOfLag:
-      return "not programmed: member of " + Kiv::toText( sw.context->portToLag( intf ) );
+      return "member of " + Kiv::toText( sw.context->portToLag( intf ) );
    case lagHasNoMember:
-      return "not programmed: no active member";
+      return "no active member";
    case meteringModeNotSupported:
-      return "not programmed: metering mode not supported";
+      return "metering mode not supported";
    case zeroRateNotSupported:
-      return "not programmed: zero rate not supported";
+      return "zero rate not supported";
    case levelNotSupported:
-      return "not programmed: level not supported";
+      return "level not supported";
    case intfNotPresent:
-      return "not programmed: no such port";
+      return "no such port";
    case intfInactive:
-      return "not programmed: port is inactive";
+      return "port is inactive";
    case supersededByAll:
-      return "not programmed: superseded by all";
+      return "superseded by all";
    }
    return "?";
 }

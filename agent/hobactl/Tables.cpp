@@ -477,8 +477,8 @@ withHelpForTables( Datum const & help ) {
    auto const * const rows = there ? there->as< Datum::Array >() : nullptr;
    auto all = rows ? *rows : Datum::Array();
    all.emplace_back( Datum::Array{ "show tables [NAME]",
-                                   "the shared tables, also when no agent runs; all about one" } );
-   all.emplace_back( Datum::Array{ "show tables --dump NAME", "the rows of a shared table" } );
+                                   "The shared tables, also when no agent runs; all about one" } );
+   all.emplace_back( Datum::Array{ "show tables --dump NAME", "The rows of a shared table" } );
    return tableOf( { "COMMAND", "DOES" }, std::move( all ) );
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/hobactl/Tool.h"
 
+#include "Kiv/Utf8.h"
 #include "Tessera/Suggest.h"
 #include "agent/common/File.h"
 #include "agent/common/Json.h"
@@ -23,6 +24,12 @@ namespace Hobactl {
 using Kiv::Datum;
 
 namespace {
+
+// What is wrong before anybody is asked.
+class CommandLineError : public Kiv::Exception {
+ public:
+   using Exception::Exception;
+};
 
 struct Options {
    std::string socket = HobaAgent::defaultSocketPath();
@@ -68,9 +75,11 @@ class Tool {
       bool structure = !options_.value.empty() &&
                        ( options_.value.front() == '{' || options_.value.front() == '[' );
       if( structure && !options_.asText ) {
-         request.add( "value", Kiv::inPlace( "value", [ & ] {
-                         return HobaAgent::parseJson( options_.value );
-                      } ) );
+         try {
+            request.add( "value", HobaAgent::parseJson( options_.value ) );
+         } catch( HobaAgent::JsonError const & error ) {
+            throw CommandLineError( std::string( "value: " ) + error.what() );
+         }
       } else {
          request.add( "text", options_.value );
       }
@@ -198,7 +207,7 @@ class Tool {
    void enable() {
       auto equals = options_.enable.find( '=' );
       if( equals == std::string::npos ) {
-         throw Kiv::Exception( "--enable: expected HANDLE=LEVELS, such as HobaCommon=0-5" );
+         throw CommandLineError( "--enable: expected HANDLE=LEVELS, such as HobaCommon=0-5" );
       }
       auto request = requestOf( "trace levels" );
       request.add( "handle", options_.enable.substr( 0, equals ) );
@@ -264,6 +273,10 @@ class CommandLine {
             "line;\n3 verify found a mismatch." );
       app.add_option( "--socket", options.socket, "Where the agent listens" )
             ->type_name( "PATH" )
+            ->check( []( std::string const & path ) {
+               return std::string( path.empty() ? "a path is expected, and this one is empty"
+                                                : "" );
+            } )
             ->capture_default_str();
       app.add_flag( "--json", options.json, "Answers as JSON" );
       app.add_option( "--timeout", options.timeout, "How long an answer may take" )
@@ -294,7 +307,7 @@ class CommandLine {
       if( words.empty() ) {
          return "a command is needed; " + Tessera::suggestion( {}, known );
       }
-      auto const unknown = "unknown command \"" + oneLine( words.front() ) + "\"; ";
+      auto const unknown = "unknown command \"" + Kiv::excerpt( words.front() ) + "\"; ";
       auto const * nearest = Tessera::nearest( words.front(), known );
       if( !nearest ) {
          return unknown + Tessera::suggestion( words.front(), known );
@@ -382,6 +395,7 @@ class CommandLine {
       trace->add_option( "--levels", options.levels, "Only these levels, as in 0-5,9" );
       trace->add_option( "--text", options.text, "Only messages with this text" );
       trace->add_option( "--last", options.last, "Only so many, the newest" )
+            ->check( CLI::NonNegativeNumber )
             ->capture_default_str();
       trace->add_flag( "-f,--follow", options.follow, "Go on with what comes" );
       trace->add_flag( "--handles", options.handles, "List the source files and their levels" );
@@ -417,9 +431,15 @@ nameArguments( std::vector< std::string > & all ) {
                             std::initializer_list< char const * > names ) {
       return std::find( names.begin(), names.end(), text ) != names.end();
    };
-   auto word = std::find_if( all.begin(), all.end(), [ & ]( std::string const & text ) {
-      return isOneOf( text, { "show", "sim", "logs", "verify", "types", "help" } );
-   } );
+   auto word = all.begin();
+   while( word != all.end() && word->starts_with( '-' ) ) {
+      bool const hasValue = isOneOf( *word, { "--socket", "--timeout" } );
+      word += std::min< std::ptrdiff_t >( hasValue ? 2 : 1, all.end() - word );
+   }
+   if( word == all.end() ||
+       !isOneOf( *word, { "show", "sim", "logs", "verify", "types", "help" } ) ) {
+      return;
+   }
    for( ; word != all.end(); ++word ) {
       if( !word->starts_with( "--" ) || word->size() == 2 ||
           isOneOf( word->substr( 0, word->find( '=' ) ),
@@ -439,6 +459,12 @@ nameArguments( std::vector< std::string > & all ) {
 std::vector< std::string >
 argumentsOf( int argc, char const * const * argv ) {
    std::vector< std::string > all( argv + 1, argv + argc );
+   for( auto const & word : all ) {
+      // It would come to the agent as another one.
+      if( !Kiv::isUtf8( word ) ) {
+         throw CommandLineError( '"' + Kiv::excerpt( word ) + "\" is not UTF-8" );
+      }
+   }
    nameArguments( all );
    auto isNegative = []( std::string const & text ) {
       return text.size() > 1 && text[ 0 ] == '-' &&
@@ -476,6 +502,9 @@ runTool( int argc, char const * const * argv, std::ostream & out, std::ostream &
          return statusCommandLine;
       }
       err << "hobactl: " << firstLine( error.what() ) << "\n";
+      return statusCommandLine;
+   } catch( CommandLineError const & error ) {
+      err << "hobactl: " << oneLine( Datum( std::string( error.what() ) ) ) << "\n";
       return statusCommandLine;
    } catch( std::exception const & error ) {
       err << "hobactl: " << oneLine( Datum( std::string( error.what() ) ) ) << "\n";

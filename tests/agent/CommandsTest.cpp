@@ -39,6 +39,13 @@ class CommandsTest : public testing::Test {
                       .handler = []( Request const & request ) {
                          return Kiv::Datum( request.value< std::uint16_t >( "level", 7 ) );
                       } } );
+      commands.add( { .name = "pick",
+                      .help = "",
+                      .arguments = { { "color", "" } },
+                      .handler = []( Request const & request ) {
+                         return Kiv::Datum( request.oneOf< int >(
+                               "color", { { "red", 1 }, { "green", 2 }, { "blue", 3 } } ) );
+                      } } );
    }
 
    // The answer as JSON, or the error's text.
@@ -72,7 +79,11 @@ TEST_F( CommandsTest, findsTheLongestNameAndItsArguments ) {
               { R"({"command":"number","level":9})", "9" },
               { R"({"command":"number","level":65536})",
                 "level: \"65536\" is not a number from 0 to 65535" },
-              { R"({"command":"number","level":[]})", "level: level: expected a text" },
+              { R"({"command":"number","level":[]})", "level: expected a text" },
+              { R"({"command":"pick"})", "1" },
+              { R"({"command":"pick blue"})", "3" },
+              { R"({"command":"pick","color":"pink"})",
+                "color: \"pink\" is not red, green or blue" },
               { "5", "a request is an object with a command" },
               { "{}", "a request needs a command, a string" },
               { R"({"command":""})", "a request needs a command" },
@@ -103,6 +114,13 @@ TEST_F( CommandsTest, findsTheLongestNameAndItsArguments ) {
       many += " x";
    }
    EXPECT_EQ( run( R"({"command":")" + many + "\"}" ), "a command has at most 64 words" );
+   std::string const endless( 1'000'000, 'x' );
+   for( auto const & request :
+        { "{\"command\":\"" + endless + "\"}", "{\"command\":\"show " + endless + "\"}",
+          "{\"command\":\"pick " + endless + "\"}",
+          "{\"command\":\"show\",\"" + endless + "\":1}" } ) {
+      EXPECT_LT( run( request ).size(), 200u );
+   }
    EXPECT_THROW( commands.add( { .name = "show", .help = "", .handler = {} } ), Kiv::Exception );
 }
 
@@ -117,7 +135,7 @@ TEST_F( CommandsTest, helpKnowsEveryCommand ) {
 
 TEST_F( CommandsTest, knowsWhatMayFollow ) {
    using Words = std::vector< Kiv::String >;
-   EXPECT_EQ( commands.nextWords( {} ), ( Words{ "help", "number", "show", "sim" } ) );
+   EXPECT_EQ( commands.nextWords( {} ), ( Words{ "help", "number", "pick", "show", "sim" } ) );
    EXPECT_EQ( commands.nextWords( wordsIn( " sim  link " ) ), ( Words{ "up" } ) );
    EXPECT_EQ( commands.nextWords( { "sho" } ), Words() );
    EXPECT_EQ( commands.nextWords( { "number" } ), Words() );

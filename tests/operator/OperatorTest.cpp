@@ -149,23 +149,21 @@ TEST_F( OperatorTest, levelsFollowConfigurationSpeedAndMembership ) {
    };
    for( auto const & step : std::vector< Step >{
               { "", "Ethernet1", "broadcast", "2.50% 10 Gb/s 250000 250000 kbps 0 programmed" },
-              { "", "Ethernet2", "broadcast",
-                "1.00% 25 Gb/s - - 0 not programmed: superseded by all" },
-              { "", "Ethernet7", "broadcast", "2.50% unknown - - 0 not programmed: speed unknown" },
-              { "", "Port-Channel2", "broadcast",
-                "10.00% unknown - - 0 not programmed: no active member" },
+              { "", "Ethernet2", "broadcast", "1.00% 25 Gb/s - - 0 superseded by all" },
+              { "", "Ethernet7", "broadcast", "2.50% unknown - - 0 speed unknown" },
+              { "", "Port-Channel2", "broadcast", "10.00% unknown - - 0 no active member" },
               { "set /bridging/stormControl/config/intfConfig/Ethernet1/broadcast/level 300",
                 "Ethernet1", "broadcast", "3.00% 10 Gb/s 300000 300000 kbps 0 programmed" },
               { "sim speed Ethernet1 25000", "Ethernet1", "broadcast",
                 "3.00% 25 Gb/s 750000 750000 kbps 0 programmed" },
               { "sim lag Ethernet1 Port-Channel2", "Ethernet1", "multicast",
-                "5.00% 25 Gb/s - - 0 not programmed: member of Port-Channel2" },
+                "5.00% 25 Gb/s - - 0 member of Port-Channel2" },
               { "", "Port-Channel2", "broadcast",
                 "10.00% 25 Gb/s 2500000 1 x 2500000 kbps 0 programmed" },
               { "sim lag Ethernet1 none", "Ethernet1", "broadcast",
                 "3.00% 25 Gb/s 750000 750000 kbps 0 programmed" },
               { "set /bridging/stormControl/config/intfConfig/Ethernet1/all/level 1000",
-                "Ethernet1", "broadcast", "3.00% 25 Gb/s - - 0 not programmed: superseded by all" },
+                "Ethernet1", "broadcast", "3.00% 25 Gb/s - - 0 superseded by all" },
               { "", "Ethernet1", "all", "10.00% 25 Gb/s 2500000 2500000 kbps 0 programmed" },
               { "set /bridging/stormControl/config/intfConfig/Ethernet1/all/level 10000",
                 "Ethernet1", "broadcast", "3.00% 25 Gb/s 750000 750000 kbps 0 programmed" },
@@ -403,13 +401,15 @@ TEST_F( OperatorTest, badInputIsRefusedInOneLineAndChangesNothing ) {
               { "set /a", "", 2, "value is required" },
               { "show strom", "", 1, "unknown command \"show strom\"" },
               { "show lag extra", "", 1, "usage: show lag" },
-              { "show mac vlan=4095", "", 1, "vlan: 4095 is not a number from 0 to 4094" },
+              { "show mac vlan=4095", "", 1, "vlan: 4095 is not a number from 1 to 4094" },
+              { "show vlan 0", "", 1, "vlan: 0 is not a number from 1 to 4094" },
               { "show mac port=Ethernet77", "", 1, "Ethernet77 is not a port or LAG of this" },
               { "show vlan 7", "", 1, "VLAN 7 is not one of this switch" },
               { "set /feeders/config/port/Ethernet1/vlan 4095", "", 1,
                 "/vlan: 4095 is not a number from 1 to 4094" },
               { "show storm-control Foo", "", 1, "\"Foo\" is not an interface name" },
-              { "sim link Ethernet1 sideways", "", 1, "not up or down" },
+              { "sim link Ethernet1 sideways", "", 1, "state: \"sideways\" is not up or down" },
+              { "sim event flood Ethernet1 0", "", 1, "count: \"0\" is not a number from 1" },
               { "sim speed Ethernet77 1000", "", 1, "Ethernet77 is not a port" },
               { "sim speed Ethernet1 -4", "", 1, "mbps: \"-4\"" },
               { "sim speed Ethernet1 7", "", 1, "mbps: 7 Mb/s is not a speed of Ethernet" },
@@ -418,6 +418,8 @@ TEST_F( OperatorTest, badInputIsRefusedInOneLineAndChangesNothing ) {
                 "aggregateTcConfig/300: \"300\" is not a traffic class of this chip" },
               { "set /bridging/stormControl/config/period inf", "", 1, "period: " },
               { "sim event parity pipe9 L2 1 fatal", "", 1, "\"pipe9\" is not a slice" },
+              { "set /feeders/config/nonAgingClient/%FF/enable true", "", 1,
+                "/feeders/config/nonAgingClient/%FF/enable: is not UTF-8" },
               { "watch /nope", "", 1, "/nope: no such path" },
               { "watch " + levels + "Ethernet9/broadcast/levle", "", 1, "did you mean \"level\"?" },
               { "get --configuration /sim/chip", "", 1, "/sim/chip: is no configuration" },
@@ -431,7 +433,7 @@ TEST_F( OperatorTest, badInputIsRefusedInOneLineAndChangesNothing ) {
               { "set /bridging/stormControl/config/period 1e-9", "", 1,
                 "/bridging/stormControl/config/period: 1e-09 is not a period: at least 0.1" },
               { "set " + levels + "Ethernet1", R"({"broadcast":{"level":7},"all":5})", 1, "all" },
-              { "set " + levels + "Ethernet1", "{\"a\":", 1, "value: line 1, column " },
+              { "set " + levels + "Ethernet1", "{\"a\":", 2, "value: line 1, column " },
               { "set " + levels + "Ether/broadcast/level 1", "", 1, "\"Ether\" is not" },
               { "set /bridging/stormControl/status/x 1", "", 1, "no such attribute" },
               { "del /bridging/stormControl/config", "", 1, "cannot be deleted" },
@@ -500,9 +502,10 @@ TEST_F( OperatorTest, anImportNamesBrokenRowsAndGoesOn ) {
                 "PORT_STORM_CONTROL|Ethernet0|bogus: " } ) {
             EXPECT_NE( agent->out().find( row ), std::string::npos ) << agent->out();
          }
-         EXPECT_NE( level( "Ethernet0", "broadcast" ).find( " programmed" ), std::string::npos );
+         EXPECT_EQ( level( "Ethernet0", "broadcast" ),
+                    "1000 kbps 10 Gb/s - - 0 metering mode not supported" );
          EXPECT_NE( agent->out().find( "ACL_RULE: 2 rows not imported: " ), std::string::npos );
-         EXPECT_EQ( row( "show import", "ACL_RULE|A|2" ), "notImported no such feature here" );
+         EXPECT_EQ( row( "show import", "ACL_RULE|A|2" ), "not imported no such feature here" );
       }
       EXPECT_NE( ok( "verify" ).find( "all as they should be" ), std::string::npos );
       agent->signal( SIGTERM );
