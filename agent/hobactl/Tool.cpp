@@ -395,7 +395,10 @@ class CommandLine {
       trace->add_option( "--levels", options.levels, "Only these levels, as in 0-5,9" );
       trace->add_option( "--text", options.text, "Only messages with this text" );
       trace->add_option( "--last", options.last, "Only so many, the newest" )
-            ->check( CLI::NonNegativeNumber )
+            ->check( []( std::string const & text ) {
+               bool const isNumber = text.find_first_not_of( "0123456789" ) == std::string::npos;
+               return std::string( isNumber ? "" : "a whole number is expected" );
+            } )
             ->capture_default_str();
       trace->add_flag( "-f,--follow", options.follow, "Go on with what comes" );
       trace->add_flag( "--handles", options.handles, "List the source files and their levels" );

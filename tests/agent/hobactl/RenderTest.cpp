@@ -153,7 +153,7 @@ TEST( Tool, saysInOneLineWhatIsWrongWithACommandLine ) {
                 1,
                 "hobactl: /nonexistent/socket: " },
               { { "--socket", "", "get" }, 2, "hobactl: --socket: a path is expected" },
-              { { "trace", "--last", "-1" }, 2, "hobactl: --last" },
+              { { "trace", "--last", "-1" }, 2, "hobactl: --last: a whole number is expected" },
               { { "trace", "--enable", "HobaCommon" }, 2, "hobactl: --enable: expected" },
               { { "get", "/\xff" }, 2, "hobactl: \"/" },
               { { "set", "/x", "help", "--text", "--socket", "/nonexistent/socket" },
