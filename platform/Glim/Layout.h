@@ -175,15 +175,17 @@ journalBytesOf( std::size_t keyBytes, std::size_t recordBytes ) {
                    lineBytes );
 }
 
-// The hash of a key, the same in every process. Slot `hash >> shift` is where the search begins. The
-// multiplier is secret, and the second round breaks up what is left of a pattern in the keys.
+// The hash of a key, the same in every process. Slot `hash >> shift` is where the search begins. Who
+// does not know the multiplier cannot choose keys that come close to each other; the second one breaks
+// up what is left of a pattern in them.
 inline std::uint64_t
 hashOf( Seed const & seed, std::uint64_t const * key, std::size_t words ) {
    auto hash = seed.first;
    for( std::size_t i = 0; i != words; ++i ) {
-      hash = Kiv::hashMix( hash ^ key[ i ], seed.second );
+      hash = ( hash ^ key[ i ] ) * seed.second;
+      hash ^= hash >> 32;
    }
-   return Kiv::hashMix( hash, 0x9e3779b97f4a7c15 );
+   return hash * 0xc4ceb9fe1a85ec53;
 }
 
 } // namespace Glim::Layout

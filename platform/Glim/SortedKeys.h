@@ -24,7 +24,6 @@ class SortedKeys {
    void add( Key const & key ) {
       if( runs_.empty() || runs_.back().keys.size() == runKeys ) {
          runs_.emplace_back();
-         runs_.back().keys.reserve( runKeys );
       }
       auto & keys = runs_.back().keys;
       keys.push_back( key );

@@ -50,7 +50,7 @@ eachWord( Use const & use ) {
 
 // The other side may be at them: never more than a word at a time, and the order is the caller's.
 template< std::size_t n >
-void
+[[gnu::always_inline]] inline void
 loadWords( std::array< std::uint64_t, n > & words, Layout::Word const * from ) {
    eachWord< n >( [ & ]( std::size_t i ) {
       words[ i ] = from[ i ].load( std::memory_order_relaxed );
@@ -64,7 +64,7 @@ storeWords( Layout::Word * to, std::array< std::uint64_t, n > const & words ) {
    } );
 }
 template< std::size_t n >
-bool
+[[gnu::always_inline]] inline bool
 equalWords( Layout::Word const * there, std::array< std::uint64_t, n > const & words ) {
    std::uint64_t different = 0;
    eachWord< n >( [ & ]( std::size_t i ) {
@@ -124,7 +124,7 @@ class TableWriter : public TableWriterCore {
          found.slot->store( ( word & ~( Layout::live | Layout::writing ) ) + Layout::oneVersion,
                             std::memory_order_release );
          rowsIs( rows() - 1 );
-         lowerReach( found );
+         lowerReach( keyWords, found.index );
          announce( keyWords );
       }
       return found.there;
@@ -183,67 +183,86 @@ class TableWriter : public TableWriterCore {
    struct Found {
       Layout::Word * slot = nullptr;
       std::uint64_t index = 0;
-      std::uint64_t home = 0;     // where the search for the key begins
-      std::uint64_t distance = 0; // from there
       bool there = false;
    };
 
-   // The slot of the key, or the one that it would get: some are free.
+   // The slot of the key, or the one that it would get: some are free. Mostly it is at home.
    Found find( WordsOf< Key > const & key ) {
       auto const home = Shape::hashOf( seed(), key ) >> shift();
-      auto const search = Layout::searchOf(
-            slotAt( home, Shape::slotBytes )->load( std::memory_order_relaxed ), slots() );
+      auto * const slot = slotAt( home, Shape::slotBytes );
+      auto const word = slot->load( std::memory_order_relaxed );
+      if( word & Layout::live && equalWords( Shape::keyOf( slot ), key ) ) {
+         return { slot, home, true };
+      }
+      return findBehind( home, word, key );
+   }
+
+   [[gnu::noinline]] Found findBehind( std::uint64_t home, std::uint64_t homeWord,
+                                       WordsOf< Key > const & key ) {
       Found place;
-      for( std::uint64_t distance = 0; distance < search || !place.slot; ++distance ) {
-         auto const i = ( home + distance ) & ( slots() - 1 );
+      if( !( homeWord & Layout::live ) ) {
+         place = { slotAt( home, Shape::slotBytes ), home, false };
+      }
+      for( std::uint64_t seen = 1; seen < Layout::searchOf( homeWord, slots() ) || !place.slot;
+           ++seen ) {
+         auto const i = ( home + seen ) & ( slots() - 1 );
          auto * const slot = slotAt( i, Shape::slotBytes );
          if( slot->load( std::memory_order_relaxed ) & Layout::live ) {
             if( equalWords( Shape::keyOf( slot ), key ) ) {
-               return { slot, i, home, distance, true };
+               return { slot, i, true };
             }
          } else if( !place.slot ) {
-            place = { slot, i, home, distance, false };
+            place = { slot, i, false };
          }
       }
       return place;
    }
 
+   // How far a slot is from where the search for the key begins.
+   struct Reach {
+      Layout::Word & home;
+      std::uint64_t word, distance;
+   };
+   Reach reachFrom( WordsOf< Key > const & key, std::uint64_t index ) const {
+      auto const home = Shape::hashOf( seed(), key ) >> shift();
+      auto & word = *slotAt( home, Shape::slotBytes );
+      return { word, word.load( std::memory_order_relaxed ), ( index - home ) & ( slots() - 1 ) };
+   }
+
    // Before a row is put there.
-   void raiseReach( Found const & found ) {
-      auto * const home = slotAt( found.home, Shape::slotBytes );
-      auto const word = home->load( std::memory_order_relaxed );
-      if( found.distance > Layout::reachOf( word ) ) {
-         home->store( Layout::withReach( word, found.distance ), std::memory_order_release );
+   [[gnu::noinline]] void raiseReach( WordsOf< Key > const & key, std::uint64_t index ) {
+      auto const [ home, word, distance ] = reachFrom( key, index );
+      if( distance > Layout::reachOf( word ) ) {
+         home.store( Layout::withReach( word, distance ), std::memory_order_release );
       }
    }
 
    // After the row that was there has gone.
-   void lowerReach( Found const & found ) {
-      auto * const home = slotAt( found.home, Shape::slotBytes );
-      auto const word = home->load( std::memory_order_relaxed );
-      auto const reach = Layout::reachOf( word );
-      if( found.distance != reach || reach == 0 || reach == Layout::maxReach ) {
+   void lowerReach( WordsOf< Key > const & key, std::uint64_t index ) {
+      auto const [ home, word, distance ] = reachFrom( key, index );
+      auto left = Layout::reachOf( word );
+      if( distance != left || left == 0 || left == Layout::maxReach ) {
          return;
       }
-      auto left = reach;
       do {
          --left;
-      } while( left != 0 && !isFrom( found.home, left ) );
-      home->store( Layout::withReach( word, left ), std::memory_order_release );
+      } while( left != 0 && !isFrom( index - distance, left ) );
+      home.store( Layout::withReach( word, left ), std::memory_order_release );
    }
 
    // Whether a row stands so far from there whose search begins there.
    bool isFrom( std::uint64_t home, std::uint64_t distance ) const {
-      auto * const slot = slotAt( ( home + distance ) & ( slots() - 1 ), Shape::slotBytes );
+      auto const index = ( home + distance ) & ( slots() - 1 );
+      auto * const slot = slotAt( index, Shape::slotBytes );
       WordsOf< Key > key;
       loadWords( key, Shape::keyOf( slot ) );
       return slot->load( std::memory_order_relaxed ) & Layout::live &&
-             Shape::hashOf( seed(), key ) >> shift() == home;
+             reachFrom( key, index ).distance == distance;
    }
 
    void put( Found const & found, WordsOf< Key > const & key, WordsOf< Record > const & record ) {
-      if( !found.there ) {
-         raiseReach( found );
+      if( !found.there ) [[unlikely]] {
+         raiseReach( key, found.index );
       }
       journalIs( found, Layout::operationPut, key, record );
       auto const word = found.slot->load( std::memory_order_relaxed );
@@ -427,7 +446,8 @@ class TableReader : public TableReaderCore {
       auto * slot = slotAt( i, Shape::slotBytes );
       auto word = slot->load( std::memory_order_acquire );
       std::uint64_t tries = 0;
-      for( auto left = Layout::searchOf( word, slots() );; ) {
+      auto const homeWord = word;
+      for( std::uint64_t seen = 0;; ) {
          if( ( word & ( Layout::live | Layout::writing ) ) == Layout::live ) [[likely]] {
             if( equalWords( Shape::keyOf( slot ), key ) ) {
                loadWords( record, Shape::recordOf( slot ) );
@@ -452,7 +472,7 @@ class TableReader : public TableReaderCore {
                return true;
             }
          }
-         if( --left == 0 ) {
+         if( ++seen == Layout::searchOf( homeWord, slots() ) ) {
             return false;
          }
          i = ( i + 1 ) & ( slots() - 1 );

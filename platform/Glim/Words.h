@@ -20,7 +20,11 @@ template< class T >
 WordsOf< T >
 toWords( T const & value ) {
    WordsOf< T > words{};
-   copyFields( value, reinterpret_cast< char * >( words.data() ) );
+   if constexpr( std::has_unique_object_representations_v< T > ) {
+      std::memcpy( words.data(), &value, sizeof( T ) );
+   } else {
+      copyFields( value, reinterpret_cast< char * >( words.data() ) );
+   }
    return words;
 }
 

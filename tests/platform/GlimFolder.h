@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -71,6 +72,17 @@ struct Cell {
    std::uint64_t counter() const { return word[ 0 ]; }
    bool whole( std::uint64_t key ) const { return word == of( key, counter() ).word; }
 };
+
+// The rows of a table whose keys and records are numbers, each of them once.
+template< class Table >
+std::map< std::uint64_t, std::uint64_t >
+mapOf( Table & table ) {
+   std::map< std::uint64_t, std::uint64_t > map;
+   table.forEach( [ & ]( std::uint64_t key, std::uint64_t record ) {
+      EXPECT_TRUE( map.emplace( key, record ).second ) << "twice: " << key;
+   } );
+   return map;
+}
 
 // Calls `use`, and returns the text of the error that it threw; empty if it threw none.
 template< class Error, class Use >
