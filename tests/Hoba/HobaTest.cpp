@@ -95,6 +95,7 @@ StormWorld::StormWorld()
 StormWorld::~StormWorld() {
    sm = nullptr;
    data->cleanup();
+   EXPECT_EQ( Kiv::Dispatch::failures, failures ) << "the log says which, and why";
 }
 
 void

@@ -221,6 +221,8 @@ class StormWorld {
    StormControl::LevelStatus levelStatus( Pelt::IntfId intf, Hoba::LevelType levelType );
    HobaSim::StormUnit & unit() { return *chip->stormControl(); }
 
+   // Steps that threw before, or that the test asked for; there may be no other.
+   std::uint64_t failures = Kiv::Dispatch::failures;
    Kiv::Ptr< Hoba::HobaCommonSmData > data;
    Kiv::Ptr< StormControl::Config > config;
    Kiv::Ptr< Interface::AllEthPhyIntfStatusDir > dir;
