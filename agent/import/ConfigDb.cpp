@@ -109,7 +109,7 @@ class Importer {
          } catch( Kiv::ParseError const & error ) {
             line( refused, mapper.table, key, error.what() );
          } catch( Kiv::RangeException const & error ) {
-            line( refused, mapper.table, key, error.what() );
+            line( refused, mapper.table, key, error.reason() );
          }
       }
       std::vector< Kiv::String > fields;

@@ -278,7 +278,7 @@ TEST_F( ConfigDbTest, aBadRowIsRefusedAlone ) {
            "Ethernet1 is a member of Port-Channel3 already" },
          { "PORTCHANNEL_MEMBER", "PortChannel0003|Ethernet1", "{}",
            "Port-Channel3|Ethernet1 is in this table already, as PortChannel3|Ethernet1" },
-         { "VLAN", "Vlan4095", "{}", "Bridging::VlanId::value < 1 or > 4094 not allowed" },
+         { "VLAN", "Vlan4095", "{}", "4095 is not a number from 1 to 4094" },
          { "VLAN", "Vlan7", R"({ "vlanid": "8" })", "vlanid: 8 is not the number of Vlan7" },
          { "VLAN_MEMBER", "Vlan9|Ethernet2", "{}",
            "Vlan9 is neither in this system nor in a row of VLAN that was taken" },
