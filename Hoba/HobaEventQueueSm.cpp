@@ -36,8 +36,16 @@ EventQueueSm::EventQueueSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
 
 void
 EventQueueSm::registerMachine() {
+   auto const former = eventSm();
    eventSmIs( Kiv::Ptr< EventQueueSm >( this ) );
-   callHook< &EventQueueSm::hwInit >( *this );
+   try {
+      callHook< &EventQueueSm::hwInit >( *this );
+   } catch( ... ) {
+      if( eventSm() == this ) {
+         eventSmIs( former );
+      }
+      throw;
+   }
 }
 
 void

@@ -421,6 +421,15 @@ TEST_F( EventQueueSmTest, hardwareThatThrowsAtItsBeginningOrEnd ) {
    toggle( 2 );
    driver.run();
    EXPECT_EQ( heard.size(), 2u );
+
+   // One that could not begin does not take the place of one that did.
+   auto const former = std::exchange( sm, Hoba::smIs< ChipSm >( data, queue, dir ) );
+   sm->initializedIs( true );
+   sm->then = refused;
+   EXPECT_THROW( sm->runningIs( true ), std::runtime_error );
+   EXPECT_EQ( Hoba::eventSm(), former );
+   sm->then = nullptr;
+   former->cleanup();
 }
 
 // What the hardware would call is gone soon.

@@ -12,7 +12,27 @@
 #include <sys/wait.h>
 #include <thread>
 
+namespace GlimTableRecords {
+
+struct Padded {
+   KIV_VALUE( Padded );
+   KIV_FIELD( std::uint8_t, small, 0 );
+   KIV_FIELD( std::uint64_t, large, 0 );
+   KIV_FIELD( double, real, 0 );
+   KIV_FIELD( std::uint16_t, last, 0 );
+};
+struct Nested {
+   KIV_VALUE( Nested );
+   KIV_FIELD( std::uint8_t, small, 0 );
+   KIV_FIELD( Padded, padded );
+};
+
+} // namespace GlimTableRecords
+
 namespace {
+
+using GlimTableRecords::Nested;
+using GlimTableRecords::Padded;
 
 using Glim::Lifetime;
 using Glim::Poll;
@@ -432,19 +452,6 @@ TEST_P( GlimTable, SleepsUntilTheWriterCommits ) {
    EXPECT_TRUE( std::is_sorted( told.begin(), told.end() ) );
    EXPECT_LE( told.size(), 98u ); // what went with the table need not be told
 }
-
-struct Padded {
-   KIV_VALUE( Padded );
-   KIV_FIELD( std::uint8_t, small, 0 );
-   KIV_FIELD( uint64_t, large, 0 );
-   KIV_FIELD( double, real, 0 );
-   KIV_FIELD( std::uint16_t, last, 0 );
-};
-struct Nested {
-   KIV_VALUE( Nested );
-   KIV_FIELD( std::uint8_t, small, 0 );
-   KIV_FIELD( Padded, padded );
-};
 
 // What stands between the fields of a record says nothing.
 TEST( GlimRecords, EqualOnesChangeNothing ) {
