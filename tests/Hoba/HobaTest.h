@@ -62,6 +62,19 @@ class Environment {
    std::optional< std::string > before_;
 };
 
+// Steps that threw since it was last asked. What no test asks for is a fault.
+inline std::uint64_t
+failures() {
+   static std::uint64_t seen = 0;
+   auto const before = std::exchange( seen, Kiv::Dispatch::failures );
+   return seen - before;
+}
+
+inline Kiv::String
+lastLogged() {
+   return Hoba::logEntries().empty() ? Kiv::String() : Hoba::logEntries().back().text;
+}
+
 // Hardware, no simulation, time stands at 100 s; and nothing may be left over at the end, no machine
 // with the entry functions either, and no failure that the test did not ask for.
 class HobaFixture : public testing::Test {
@@ -74,19 +87,9 @@ class HobaFixture : public testing::Test {
       EXPECT_EQ( failures(), 0u ) << lastLogged();
    }
 
-   static Kiv::String lastLogged() {
-      return Hoba::logEntries().empty() ? Kiv::String() : Hoba::logEntries().back().text;
-   }
-   // Steps that threw since it was last asked.
-   std::uint64_t failures() {
-      auto const before = std::exchange( failuresSeen_, Kiv::Dispatch::failures );
-      return failuresSeen_ - before;
-   }
-
    Kiv::VirtualDriver driver{ 100 };
 
  private:
-   std::uint64_t failuresSeen_ = Kiv::Dispatch::failures;
    std::map< std::string_view, std::uint64_t > liveBefore_ = liveObjects();
    Environment simulation_{ "SIMULATION_VMID", nullptr };
    Environment noop_{ "HOBA_NOOP_AGENT", nullptr };
@@ -220,9 +223,6 @@ class StormWorld {
    std::string held( Pelt::IntfId intf );
    StormControl::LevelStatus levelStatus( Pelt::IntfId intf, Hoba::LevelType levelType );
    HobaSim::StormUnit & unit() { return *chip->stormControl(); }
-
-   // Steps that threw before, or that the test asked for; there may be no other.
-   std::uint64_t failures = Kiv::Dispatch::failures;
    Kiv::Ptr< Hoba::HobaCommonSmData > data;
    Kiv::Ptr< StormControl::Config > config;
    Kiv::Ptr< Interface::AllEthPhyIntfStatusDir > dir;
