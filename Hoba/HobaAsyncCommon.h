@@ -88,10 +88,10 @@ class HobaAsyncBaseSm : public HobaBaseSm {
 
  private:
    class KivTcamRequestClock
-         : public Kiv::ClockReactor< KivTcamRequestClock, HobaAsyncBaseSm,
+         : public Kiv::ClockReactor< HobaAsyncBaseSm,
                                      &HobaAsyncBaseSm::processTcamRequestQueue > {};
    class KivPendingOperationTimeoutClock
-         : public Kiv::ClockReactor< KivPendingOperationTimeoutClock, HobaAsyncBaseSm,
+         : public Kiv::ClockReactor< HobaAsyncBaseSm,
                                      &HobaAsyncBaseSm::handlePendingOperationTimeout > {};
    // What the helper holds when it is set is the end of no operation of this machine.
    class KivAsyncHelper

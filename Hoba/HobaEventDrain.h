@@ -85,7 +85,7 @@ class EventDrain : public HobaBaseSm {
    };
    void handleClockEvent() { handleEvent(); }
    class KivClock
-         : public Kiv::ClockReactor< KivClock, EventDrain, &EventDrain::handleClockEvent > {};
+         : public Kiv::ClockReactor< EventDrain, &EventDrain::handleClockEvent > {};
 
    KIV_REACTOR( KivEventQueue, eventQueue );
    KIV_REACTOR( KivClock, clock );

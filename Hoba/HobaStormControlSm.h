@@ -259,7 +259,7 @@ class StormControlSm : public HobaVerifiedSm {
    };
 
    class KivClock
-         : public Kiv::ClockReactor< KivClock, StormControlSm, &StormControlSm::handleTime > {};
+         : public Kiv::ClockReactor< StormControlSm, &StormControlSm::handleTime > {};
 
    class KivBogusAcsd
          : public Kiv::Reactor< KivBogusAcsd, HobaCommonSmData const, StormControlSm > {

@@ -73,7 +73,7 @@ class VerifySm : public HobaBaseSm {
       static constexpr auto handlers = Kiv::handlers(
             Kiv::on< VerifyData::verifyOutputAttr, &VerifySm::handleVerifyOutput >() );
    };
-   class KivClock : public Kiv::ClockReactor< KivClock, VerifySm, &VerifySm::handleTimeout > {};
+   class KivClock : public Kiv::ClockReactor< VerifySm, &VerifySm::handleTimeout > {};
    class KivBogusAcsd : public Kiv::Reactor< KivBogusAcsd, HobaCommonSmData const, VerifySm > {
     public:
       static constexpr auto handlers = Kiv::handlers(

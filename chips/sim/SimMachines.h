@@ -59,7 +59,7 @@ class ChipParityHelperSm : public Hoba::HobaParityEventHelperSm {
    void arm();
    void handleCorrectionTime();
 
-   class KivClock : public Kiv::ClockReactor< KivClock, ChipParityHelperSm,
+   class KivClock : public Kiv::ClockReactor< ChipParityHelperSm,
                                               &ChipParityHelperSm::handleCorrectionTime > {};
 
    Kiv::Ptr< ParityUnit > const unit_;

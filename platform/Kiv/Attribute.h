@@ -9,6 +9,8 @@
 //    KIV_SET( K, x )                        x(), xHas( k ), xIs( k ), xDel( k ), xDelAll()
 //    KIV_COLLECTION( K, V, x, option... )   x(), x( k ), xHas( k ), xIs( k, v ), xDel( k ), xDelAll()
 //    KIV_COUNTERS( K, T, x )                the same, and xInc( k, n ), xDec( k, n )
+//    KIV_REFCOUNTS( K, x )                  counts of who uses a key: x( k ), xInc( k, n ) and xDec( k, n ) return the
+//                                           new count; at 0 the key goes, below it xDec() throws RangeException
 //    KIV_KEYED( V, K, key, x )              a collection whose key is the value's member `key`: xIs( v )
 //    KIV_ORDERED( K, V, x )                 a collection that iterates in ascending order of its keys
 //    KIV_QUEUE( T, x )                      x(), xEnq( v ), xDeq(), xFront(), xBack()
@@ -125,6 +127,24 @@ auto const &
 valueOrDefault( Map const & map, Key const & key ) {
    auto const * value = map.find( key );
    return value ? *value : absentValue< std::remove_cvref_t< decltype( *value ) > >();
+}
+
+// Reference counts neither fall below 0 nor wrap.
+inline std::uint32_t
+countedDown( std::uint32_t count, std::uint32_t by ) {
+   if( count < by ) {
+      throw RangeException( "a reference count of " + std::to_string( count ) + " less " +
+                            std::to_string( by ) + " is below 0" );
+   }
+   return count - by;
+}
+inline std::uint32_t
+countedUp( std::uint32_t count, std::uint32_t by ) {
+   if( count + by < by ) {
+      throw RangeException( "a reference count of " + std::to_string( count ) + " and " +
+                            std::to_string( by ) + " more is too large" );
+   }
+   return count + by;
 }
 
 // What a walk over a map or a set shows, reduced to the key.
@@ -290,6 +310,29 @@ keysOf( Map const & map ) {
       T value = static_cast< T >( attr( key ) - by );                                              \
       attr##Is( key, value );                                                                      \
       return value;                                                                                \
+   }                                                                                               \
+   KIV_NEXT( attr )
+
+#define KIV_REFCOUNTS( Key, attr )                                                                 \
+   KIV_MEMBERS_( counters, Key, ::std::uint32_t, attr, ::Kiv::HashMap< Key, ::std::uint32_t > )    \
+   ::std::uint32_t attr( Key const & key ) const { return ::Kiv::valueOrDefault( attr##_, key ); } \
+   void attr##Is( Key const & key, ::std::uint32_t count ) {                                       \
+      if( count == 0 ) {                                                                           \
+         attr##Del( key );                                                                         \
+      } else {                                                                                     \
+         ::Kiv::putMember( attr##_, key, count, KIV_NOTIFIER_( attr ) );                           \
+      }                                                                                            \
+   }                                                                                               \
+   KIV_PUT_MEMBER_( Key, ::std::uint32_t, attr )                                                   \
+   ::std::uint32_t attr##Inc( Key const & key, ::std::uint32_t by = 1 ) {                          \
+      auto const count = ::Kiv::countedUp( attr( key ), by );                                      \
+      attr##Is( key, count );                                                                      \
+      return count;                                                                                \
+   }                                                                                               \
+   ::std::uint32_t attr##Dec( Key const & key, ::std::uint32_t by = 1 ) {                          \
+      auto const count = ::Kiv::countedDown( attr( key ), by );                                    \
+      attr##Is( key, count );                                                                      \
+      return count;                                                                                \
    }                                                                                               \
    KIV_NEXT( attr )
 

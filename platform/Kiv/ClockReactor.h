@@ -3,13 +3,14 @@
 
 // What a machine does when a time comes:
 //
-//    class KivClock : public Kiv::ClockReactor< KivClock, VerifySm, &VerifySm::handleTimeout > {};
+//    class KivClock : public Kiv::ClockReactor< VerifySm, &VerifySm::handleTimeout > {};
 //    KIV_REACTOR( KivClock, clock );
 //
 //    clockIs( aClock );                   from now on it waits on that clock, for nothing yet
 //    clock()->timeMinIs( when );          absolute, in the clock's seconds; Kiv::never disarms
+//    clock()->noLaterThan( when );        the same, but what is armed for an earlier time stays so
 //
-// The handler is a member of the reactor or of its owner. It runs from the clock's driver, never
+// The handler is a member of the owner. It runs from the clock's driver, never
 // from inside timeMinIs(), and not at all while the reactor is marked or its owner is silenced: a
 // time that comes then is let pass. What it throws ends with it, as that of every handler: a handler
 // that re-arms does so before what may throw, or keeps apart (guarded()) what others must not suffer.
@@ -21,9 +22,10 @@
 
 namespace Kiv {
 
-template< class DerivedT, class OwnerT, auto handler, class KeyT = NoKey >
-class ClockReactor : public Reactor< DerivedT, Clock const, OwnerT, KeyT > {
-   using Base = Reactor< DerivedT, Clock const, OwnerT, KeyT >;
+template< class OwnerT, auto handler, class KeyT = NoKey >
+class ClockReactor
+      : public Reactor< ClockReactor< OwnerT, handler, KeyT >, Clock const, OwnerT, KeyT > {
+   using Base = Reactor< ClockReactor, Clock const, OwnerT, KeyT >;
 
  public:
    static constexpr auto handlers = Kiv::handlers();
@@ -44,6 +46,11 @@ class ClockReactor : public Reactor< DerivedT, Clock const, OwnerT, KeyT > {
          waiting_->timeMinIs( when );
       }
    }
+   void noLaterThan( Seconds when ) {
+      if( when < timeMin() ) {
+         timeMinIs( when );
+      }
+   }
    // `never` while it waits for nothing.
    Seconds timeMin() const { return waiting_ ? waiting_->timeMin() : never; }
    // The clock's time; 0 without a clock.
@@ -61,7 +68,7 @@ class ClockReactor : public Reactor< DerivedT, Clock const, OwnerT, KeyT > {
          Dispatch::Frame frame;
          if( reactor_.live() ) {
             DispatchRecorder::Scope recorded( DispatchRecorder::Kind::timeout, "timeout" );
-            callHandler< handler >( static_cast< DerivedT & >( reactor_ ) );
+            callHandler< handler >( reactor_ );
          }
       }
 

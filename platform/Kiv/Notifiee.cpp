@@ -66,6 +66,14 @@ PtrInterface::NotifieeConst::kivDoZombieReactors( bool marked ) {
 }
 
 void
+PtrInterface::NotifieeConst::initializedIs( bool initialized ) {
+   initialized_ = initialized;
+   if( !initialized ) {
+      reactorsUninitialize();
+   }
+}
+
+void
 PtrInterface::NotifieeConst::watch( Entity const * entity ) {
    leave();
    Ptr< Entity const > const left = Ptr< Entity const >::adopt( watched_ );

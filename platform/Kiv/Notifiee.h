@@ -78,7 +78,8 @@ class PtrInterface::NotifieeConst : public PtrInterface, public ReactorOwner {
    virtual void kivDoZombieReactors( bool marked );
 
    bool initialized() const { return initialized_; }
-   void initializedIs( bool initialized ) { initialized_ = initialized; }
+   // False is for its own reactors too: each has its first pass again.
+   void initializedIs( bool initialized );
    bool isRegisteredNotifiee() const { return registered_; }
    // Whether the last first pass threw: for the slot that asks for it.
    bool kivFirstPassFailed() const { return firstPassFailed_; }

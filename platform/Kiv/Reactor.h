@@ -16,10 +16,24 @@
 //                                                               intfConfigDel( k ), intfConfigDelAll()
 //
 // Rows of the table:
-//    on< attr, &C::handler >()              runs at synchronisation (once for each key there is, if
-//                                           it takes the attribute's key) and on every change
-//    onChange< attr, &C::handler >()        on changes only
-//    onAny< &C::handler, attr, attr... >()  several attributes, one handler: once at synchronisation
+//    on< attr, &C::handler >()           runs at synchronisation (once for each key there is, if it
+//                                        takes the attribute's key) and on every change
+//    onChange< attr, &C::handler >()     on changes only
+//    whenReady< attr, &C::handler >()    on changes only, and only while the owner is initialized
+//    onAny< &C::handler, attr, attr... >()        several attributes, one handler: once at
+//                                                 synchronisation, and on every change
+//    onAnyChange< &C::handler, attr, attr... >()  the same on changes only
+//    follow< attr, &C::field_ >()        a reactor for each entity that the attribute holds: field_ is
+//                                        a KIV_REACTORS of the attribute's key, or, if the attribute
+//                                        is one entity, a KIV_REACTOR. Reactors come, turn to another
+//                                        entity and go as the entities do.
+//    follow< attr, &C::field_, &KivChild::lastWord >()   a reactor whose entity goes speaks first
+//
+// A reactor whose handlers are all its owner's is its rows alone, with their types instead of their
+// functions; the key, if it has one, stands before them:
+//
+//    class KivEthPhyIntfStatus : public Kiv::Hears< StormControlSm, EthPhyIntfStatus const, Pelt::IntfId,
+//          Kiv::WhenReady< EthPhyIntfStatus::speedAttr, &StormControlSm::handleSpeed > > {};
 //
 // A handler is a member of the reactor or of its owner. It takes nothing, or the key of the changed
 // member of a keyed attribute, or, in a keyed reactor whose handler is its owner's, the reactor's
@@ -66,8 +80,6 @@ class Reactor : public PtrInterface::NotifieeConst {
    using Watched = WatchedT;
    using Owner = OwnerT;
    using Key = KeyT;
-
-   Type const & fwkType() const override { return typeInstance< DerivedT >; }
 
    // The entity watched. Null before the first notifierIs().
    WatchedT * notifier() const { return static_cast< WatchedT * >( const_cast< Entity * >( watched() ) ); }
@@ -218,69 +230,189 @@ callForChange( R & reactor, [[maybe_unused]] void const * key ) {
    }
 }
 
-template< auto const & attribute, auto handler, bool synchronises >
-struct OnRow {
-   static constexpr std::array< AttributeId const *, 1 > attributes{ &attribute };
+// When the handler of a row runs, beside on changes.
+enum class RowRuns { atSynchronisation, onChangesOnly, whileOwnerIsReady };
+
+// What stands in a table of handlers.
+struct HandlerRow {};
+
+template< RowRuns runs, auto handler, auto const &... attribute >
+struct OnRow : HandlerRow {
+   static constexpr std::array< AttributeId const *, sizeof...( attribute ) > attributes{ &attribute... };
 
    // Whether the change was this row's.
    template< class R >
    static bool dispatch( R & reactor, AttributeId const & changed, void const * key ) {
-      if( &changed != &attribute ) {
-         return false;
-      }
-      callForChange< handler, attribute >( reactor, key );
-      return true;
+      return ( dispatchOne< attribute >( reactor, changed, key ) || ... );
    }
 
    template< class R >
    static void synchronise( R & reactor, typename R::Watched & entity ) {
-      if constexpr( synchronises ) {
-         using A = AttributeType< attribute >;
-         using Key = typename A::Key;
-         if constexpr( !takesKey< handler, Key > ) {
-            callHandler< handler >( reactor );
+      if constexpr( runs == RowRuns::atSynchronisation ) {
+         if constexpr( ( takesKey< handler, typename AttributeType< attribute >::Key > && ... ) &&
+                       sizeof...( attribute ) == 1 ) {
+            ( synchroniseMembers< attribute >( reactor, entity ), ... );
          } else {
-            for( auto const & member : A::Entity::kivGet( Count< A::fixedIndex >{}, entity ) ) {
-               // Handlers may remove the member that they are told of.
-               Key const key = memberKey< Key >( member );
-               callHandler< handler >( reactor, key );
-               if( !reactor.kivSynchronises( entity ) ) {
-                  return;
-               }
-            }
+            callHandler< handler >( reactor );
+         }
+      }
+   }
+
+ private:
+   template< auto const & one, class R >
+   static bool dispatchOne( R & reactor, AttributeId const & changed, void const * key ) {
+      if( &changed != &one ) {
+         return false;
+      }
+      if constexpr( runs == RowRuns::whileOwnerIsReady ) {
+         if( !reactor.owner().initialized() ) {
+            return true;
+         }
+      }
+      callForChange< handler, one >( reactor, key );
+      return true;
+   }
+
+   template< auto const & one, class R >
+   static void synchroniseMembers( R & reactor, typename R::Watched & entity ) {
+      using A = AttributeType< one >;
+      for( auto const & member : A::Entity::kivGet( Count< A::fixedIndex >{}, entity ) ) {
+         // Handlers may remove the member that they are told of.
+         auto const key = memberKey< typename A::Key >( member );
+         callHandler< handler >( reactor, key );
+         if( !reactor.kivSynchronises( entity ) ) {
+            return;
          }
       }
    }
 };
 
-template< auto handler, auto const &... attribute >
-struct OnAnyRow {
-   static constexpr std::array< AttributeId const *, sizeof...( attribute ) > attributes{
-         &attribute... };
+template< auto const & attribute, auto field, auto lastWord = nullptr >
+struct Follow : HandlerRow {
+   static constexpr std::array< AttributeId const *, 1 > attributes{ &attribute };
+   using A = AttributeType< attribute >;
+   static constexpr bool keyed = !std::is_void_v< typename A::Key >;
 
    template< class R >
-   static bool dispatch( R & reactor, AttributeId const & changed, void const * key ) {
-      return ( OnRow< attribute, handler, true >::dispatch( reactor, changed, key ) || ... );
+   static bool dispatch( R & reactor, AttributeId const & changed, [[maybe_unused]] void const * key ) {
+      if( &changed != &attribute ) {
+         return false;
+      }
+      Dispatch::Frame frame;
+      if constexpr( keyed ) {
+         step( reactor, *static_cast< typename A::Key const * >( key ) );
+      } else {
+         step( reactor );
+      }
+      return true;
+   }
+
+   template< class R >
+   static void synchronise( R & reactor, typename R::Watched & entity ) {
+      if constexpr( keyed ) {
+         auto const & children = childrenOf( entity );
+         // First those of the entity that was watched before.
+         for( auto const & key : keysOf( slot( reactor ).all() ) ) {
+            if( !children.has( key ) ) {
+               step( reactor, key );
+            }
+            if( !reactor.kivSynchronises( entity ) ) {
+               return;
+            }
+         }
+         for( auto const & child : children ) {
+            auto const key = child.key;
+            step( reactor, key );
+            if( !reactor.kivSynchronises( entity ) ) {
+               return;
+            }
+         }
+      } else {
+         step( reactor );
+      }
+   }
+
+ private:
+   template< class R >
+   static auto & slot( R & reactor ) {
+      if constexpr( std::is_invocable_v< decltype( field ), R & > ) {
+         return reactor.*field;
+      } else {
+         return reactor.owner().*field;
+      }
+   }
+   static auto const & childrenOf( typename A::Entity const & entity ) {
+      return A::Entity::kivGet( Count< A::fixedIndex >{}, entity );
+   }
+   // Silent before it speaks: what the last word changes is for who comes after it.
+   template< class Slot, class... Key >
+   static void remove( Slot & from, Key const &... key ) {
+      if( auto const gone = from.take( key... ) ) {
+         if constexpr( !std::is_null_pointer_v< decltype( lastWord ) > ) {
+            ( ( *gone ).*lastWord )();
+         }
+         gone->kivDoZombieReactors( true );
+      }
+   }
+   template< class R, class Key >
+   static void step( R & reactor, Key const & key ) {
+      if( auto const child = valueOrDefault( childrenOf( *reactor.notifier() ), key ) ) {
+         slot( reactor ).notifierIs( key, child );
+      } else {
+         remove( slot( reactor ), key );
+      }
    }
    template< class R >
-   static void synchronise( R & reactor, typename R::Watched & ) {
-      callHandler< handler >( reactor );
+   static void step( R & reactor ) {
+      if( auto const child = childrenOf( *reactor.notifier() ) ) {
+         slot( reactor ).notifierIs( child );
+      } else {
+         remove( slot( reactor ) );
+      }
    }
 };
 
+// The rows as types.
 template< auto const & attribute, auto handler >
-consteval OnRow< attribute, handler, true >
+using On = OnRow< RowRuns::atSynchronisation, handler, attribute >;
+template< auto const & attribute, auto handler >
+using OnChange = OnRow< RowRuns::onChangesOnly, handler, attribute >;
+template< auto const & attribute, auto handler >
+using WhenReady = OnRow< RowRuns::whileOwnerIsReady, handler, attribute >;
+template< auto handler, auto const &... attributes >
+using OnAny = OnRow< RowRuns::atSynchronisation, handler, attributes... >;
+template< auto handler, auto const &... attributes >
+using OnAnyChange = OnRow< RowRuns::onChangesOnly, handler, attributes... >;
+
+// The rows as functions, which may name members of the very class whose table they stand in.
+template< auto const & attribute, auto handler >
+consteval On< attribute, handler >
 on() {
    return {};
 }
 template< auto const & attribute, auto handler >
-consteval OnRow< attribute, handler, false >
+consteval OnChange< attribute, handler >
 onChange() {
    return {};
 }
+template< auto const & attribute, auto handler >
+consteval WhenReady< attribute, handler >
+whenReady() {
+   return {};
+}
 template< auto handler, auto const &... attributes >
-consteval OnAnyRow< handler, attributes... >
+consteval OnAny< handler, attributes... >
 onAny() {
+   return {};
+}
+template< auto handler, auto const &... attributes >
+consteval OnAnyChange< handler, attributes... >
+onAnyChange() {
+   return {};
+}
+template< auto const & attribute, auto field, auto lastWord = nullptr >
+consteval Follow< attribute, field, lastWord >
+follow() {
    return {};
 }
 
@@ -327,11 +459,38 @@ handlers( Rows... ) {
    return {};
 }
 
+template< class OwnerT, class WatchedT, class KeyT, class... Rows >
+class HearsRows : public Reactor< HearsRows< OwnerT, WatchedT, KeyT, Rows... >, WatchedT, OwnerT, KeyT > {
+ public:
+   static constexpr Handlers< Rows... > handlers{};
+};
+
+template< class OwnerT, class WatchedT, class... Rows >
+struct HearsOf {
+   using Type = HearsRows< OwnerT, WatchedT, NoKey, Rows... >;
+};
+template< class OwnerT, class WatchedT, class KeyT, class... Rows >
+   requires( !std::is_base_of_v< HandlerRow, KeyT > )
+struct HearsOf< OwnerT, WatchedT, KeyT, Rows... > {
+   using Type = HearsRows< OwnerT, WatchedT, KeyT, Rows... >;
+};
+
+// A reactor that is its rows alone: see the head of this file.
+template< class OwnerT, class WatchedT, class... KeyThenRows >
+using Hears = typename HearsOf< OwnerT, WatchedT, KeyThenRows... >::Type;
+
+// What a slot makes: counted under the name of the class that was declared.
+template< class R >
+class MadeReactor final : public R {
+ public:
+   Type const & fwkType() const override { return typeInstance< R >; }
+};
+
 // Makes a reactor for `owner` in the owner's present state of notification.
 template< class R >
 Ptr< R >
 makeReactor( typename R::Owner & owner, typename R::Key const & key = {} ) {
-   auto reactor = make< R >();
+   Ptr< R > reactor = make< MadeReactor< R > >();
    reactor->kivOwnerIs( owner, key );
    reactor->hasNotificationActiveIs( owner.hasNotificationActive() );
    return reactor;
@@ -377,9 +536,17 @@ class ReactorSlot final : public ReactorSlotBase {
       initializeReactor( *reactor );
    }
    void del() {
-      if( auto gone = std::move( reactor_ ) ) {
+      if( auto const gone = take() ) {
          gone->kivDoZombieReactors( true );
       }
+   }
+   // The reactor, which the owner knows no more, and which watches nothing; null for none.
+   Ptr< R > take() {
+      auto gone = std::move( reactor_ );
+      if( gone ) {
+         gone->notifierIs( nullptr );
+      }
+      return gone;
    }
 
  private:
@@ -439,9 +606,17 @@ class ReactorMap final : public ReactorSlotBase {
       initializeReactor( *reactor );
    }
    void del( Key const & key ) {
-      if( auto gone = reactors_.extract( key ) ) {
-         ( *gone )->kivDoZombieReactors( true );
+      if( auto const gone = take( key ) ) {
+         gone->kivDoZombieReactors( true );
       }
+   }
+   // The reactor, which the owner knows no more, and which watches nothing; null for none.
+   Ptr< R > take( Key const & key ) {
+      auto gone = reactors_.extract( key ).value_or( nullptr );
+      if( gone ) {
+         gone->notifierIs( nullptr );
+      }
+      return gone;
    }
    void delAll() {
       for( auto const & key : keysOf( reactors_ ) ) {

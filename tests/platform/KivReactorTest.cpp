@@ -604,7 +604,7 @@ class Waiter : public Kiv::PtrInterface, public Kiv::ReactorOwner {
       ++timeouts;
       action();
    }
-   class KivClock : public Kiv::ClockReactor< KivClock, Waiter, &Waiter::handleTimeout > {};
+   class KivClock : public Kiv::ClockReactor< Waiter, &Waiter::handleTimeout > {};
 
    Waiter() : PtrInterface( Lifetime::eventLoop ) {}
    Kiv::Type const & fwkType() const override { return Kiv::typeInstance< Waiter >; }

@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// The rows that keep reactors in step with an entity's children, that wait until their owner is
+// ready, and the reactors that are nothing but rows.
+
+#include "KivExample.h"
+
+#include "Kiv/Reflect.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace Example;
+using Kiv::make;
+using Kiv::Ptr;
+
+class Follower : public Kiv::PtrInterface, public Kiv::ReactorOwner {
+ public:
+   explicit Follower( Script & theScript )
+         : PtrInterface( Lifetime::eventLoop ), script( theScript ) {
+      hasNotificationActiveIs( true );
+   }
+   Kiv::Type const & fwkType() const override { return Kiv::typeInstance< Follower >; }
+   void hasNotificationActiveIs( bool active ) override {
+      PtrInterface::hasNotificationActiveIs( active );
+      reactorsActiveIs( active );
+   }
+   bool initialized() const { return initialized_; }
+   void initializedIs( bool initialized ) {
+      initialized_ = initialized;
+      initialized ? reactorsInitialize() : reactorsUninitialize();
+   }
+
+   void handleA() { script.heard( "a" ); }
+   void handleText() { script.heard( "text" ); }
+   void handleLevel( Kiv::String const & leaf ) { script.heard( "level " + leaf ); }
+   void handleWide() { script.heard( "wide" ); }
+
+   // Owns a reactor itself, on the same leaf.
+   class KivLeaf : public Kiv::Reactor< KivLeaf, Leaf const, Follower, Kiv::String > {
+    public:
+      class KivInner : public Kiv::Reactor< KivInner, Leaf const, KivLeaf > {
+       public:
+         void handleInitialized() override {
+            initializedIs( true );
+            owner().owner().script.heard( "inner " + owner().key() );
+         }
+         static constexpr auto handlers = Kiv::handlers();
+      };
+      KIV_REACTOR( KivInner, inner );
+
+    public:
+      void handleInitialized() override {
+         initializedIs( true );
+         owner().script.heard( "first " + key() );
+         innerIs( notifier() );
+         reactorsInitialize();
+      }
+      void lastWord() { owner().script.heard( "last " + key() ); }
+      static constexpr auto handlers =
+            Kiv::handlers( Kiv::onChange< Leaf::levelAttr, &Follower::handleLevel >() );
+   };
+   KIV_REACTORS( Kiv::String, KivLeaf, leaves );
+
+   class KivOneLeaf : public Kiv::Hears< Follower, Leaf const, int,
+                                         Kiv::OnChange< Leaf::levelAttr, &Follower::handleWide > > {};
+   KIV_REACTOR( KivOneLeaf, leaf );
+
+   class KivNode
+         : public Kiv::Hears< Follower, Node const,
+                              Kiv::Follow< Node::leavesAttr, &Follower::leaves_, &KivLeaf::lastWord >,
+                              Kiv::Follow< Node::leafAttr, &Follower::leaf_ >,
+                              Kiv::WhenReady< Node::aAttr, &Follower::handleA >,
+                              Kiv::OnAnyChange< &Follower::handleText, Node::textAttr, Node::bAttr > > {};
+   KIV_REACTOR( KivNode, node );
+
+   Script & script;
+
+ private:
+   bool initialized_ = false;
+};
+
+class KivRows : public testing::Test {
+ protected:
+   void TearDown() override {
+      script.actions.clear();
+      follower = nullptr;
+      EXPECT_EQ( Kiv::typeInstance< Follower >.live(), 0u );
+      EXPECT_EQ( Kiv::typeInstance< Follower::KivLeaf >.live(), 0u );
+      EXPECT_EQ( Kiv::typeInstance< Follower::KivNode >.live(), 0u );
+   }
+   void on( std::string const & what, std::function< void() > action ) {
+      script.actions[ what ] = std::move( action );
+   }
+   std::vector< Kiv::String > followed() const { return Kiv::keysOf( follower->leaves() ); }
+   using Names = std::vector< Kiv::String >;
+
+   Script script;
+   Ptr< Node > node = make< Node >();
+   Ptr< Node > other = make< Node >( "other" );
+   Ptr< Follower > follower = make< Follower >( script );
+};
+
+TEST_F( KivRows, reactorsFollowTheChildren ) {
+   node->leavesIs( "x" );
+   node->leavesIs( "y" );
+   node->leafIs( "one" );
+   follower->nodeIs( node );
+   EXPECT_EQ( followed(), ( Names{ "x", "y" } ) );
+   ASSERT_NE( follower->leaf(), nullptr );
+   node->leavesIs( "z" )->levelIs( 1 );
+   node->leavesDel( "x" );
+   node->leafDel();
+   EXPECT_EQ( followed(), ( Names{ "y", "z" } ) );
+   EXPECT_EQ( follower->leaf(), nullptr );
+   EXPECT_EQ( script.take(), ( Log{ "level z", "last x" } ) );
+
+   // Another leaf under an old name: the reactor turns to it.
+   Ptr< Follower::KivLeaf > const y = follower->leaves( "y" );
+   node->leavesIs( "y", make< Leaf >( "y" ) );
+   node->leaves( "y" )->levelIs( 2 );
+   EXPECT_EQ( follower->leaves( "y" ), y.get() );
+   EXPECT_EQ( script.take(), Log{ "level y" } );
+
+   // Another node: who is not there goes first.
+   other->leavesIs( "z" );
+   other->leavesIs( "w" );
+   follower->nodeIs( other );
+   EXPECT_EQ( followed(), ( Names{ "z", "w" } ) );
+   EXPECT_EQ( follower->leaves( "z" )->notifier(), other->leaves( "z" ).get() );
+   EXPECT_EQ( script.take(), Log{ "last y" } );
+}
+
+TEST_F( KivRows, whatIsHeardWhileChildrenComeAndGo ) {
+   node->leavesIs( "x" );
+   node->leavesIs( "y" );
+   node->leavesIs( "z" );
+   follower->initializedIs( true );
+   on( "first x", [ & ] { node->leavesDel( "y" ); } );
+   follower->nodeIs( node );
+   EXPECT_EQ( followed(), ( Names{ "x", "z" } ) );
+   EXPECT_EQ( script.take(), ( Log{ "first x", "inner x", "first z", "inner z" } ) );
+
+   // The last word makes the child again, or drops the machine.
+   on( "last x", [ & ] { node->leavesIs( "x" ); } );
+   node->leavesDel( "x" );
+   EXPECT_TRUE( node->leavesHas( "x" ) );
+   EXPECT_EQ( follower->leaves( "x" )->notifier(), node->leaves( "x" ).get() );
+   script.take();
+   on( "last z", [ & ] { follower = nullptr; } );
+   node->leavesDel( "z" );
+   EXPECT_EQ( script.take(), Log{ "last z" } );
+   EXPECT_FALSE( node->kivWatched() );
+}
+
+TEST_F( KivRows, someRowsWaitForTheirOwner ) {
+   follower->nodeIs( node );
+   node->aIs( 1 );
+   EXPECT_EQ( script.take(), Log{} ) << "neither ready, nor at synchronisation";
+   node->textIs( "t" );
+   node->bIs( 9 );
+   EXPECT_EQ( script.take(), ( Log{ "text", "text" } ) );
+   follower->initializedIs( true );
+   node->aIs( 2 );
+   follower->initializedIs( false );
+   node->aIs( 3 );
+   EXPECT_EQ( script.take(), Log{ "a" } );
+}
+
+TEST_F( KivRows, innerReactorsHaveTheirFirstPassAgain ) {
+   node->leavesIs( "x" );
+   follower->nodeIs( node );
+   for( int pass = 0; pass < 2; ++pass ) {
+      follower->initializedIs( true );
+      EXPECT_EQ( script.take(), ( Log{ "first x", "inner x" } ) ) << "pass " << pass;
+      follower->initializedIs( false );
+      EXPECT_FALSE( follower->leaves( "x" )->inner()->initialized() );
+   }
+}
+
+} // namespace
