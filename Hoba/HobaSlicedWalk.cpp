@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Hoba/HobaSlicedWalk.h"
+
+#include "Zipline/Zipline.h"
+
+ZIPLINE_HANDLE( HobaSlicedWalk );
+
+namespace Hoba {
+
+void
+traceYield( std::string_view machine, std::uint32_t visited ) {
+   ZTRACE( 6, machine, " yields after ", visited );
+}
+
+} // namespace Hoba
