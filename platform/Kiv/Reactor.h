@@ -349,7 +349,7 @@ struct Follow : HandlerRow {
    static void remove( Slot & from, Key const &... key ) {
       if( auto const gone = from.take( key... ) ) {
          if constexpr( !std::is_null_pointer_v< decltype( lastWord ) > ) {
-            ( ( *gone ).*lastWord )();
+            guarded( handlerName< lastWord >(), {}, [ & ] { ( ( *gone ).*lastWord )(); } );
          }
          gone->kivDoZombieReactors( true );
       }
