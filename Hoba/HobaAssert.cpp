@@ -46,17 +46,12 @@ hobaAssert( Kiv::String const & message ) {
 }
 
 void
-unimplementedHook( std::string_view function ) {
+unimplementedHook( std::string_view operation, HookText const & text ) {
    if( !isNoopAgent() ) {
-      hobaAssert( "Call to unimplemented function " + Kiv::String( function ) );
-   }
-}
-
-void
-mustBeImplemented( std::string_view operation, std::string_view whom ) {
-   if( !isNoopAgent() ) {
-      hobaAssert( "Function " + Kiv::String( operation ) + "() must be implemented" +
-                  Kiv::String( whom ) );
+      Kiv::String message( text.before );
+      message += text.name.empty() ? operation : text.name;
+      message += text.after;
+      hobaAssert( message );
    }
 }
 

@@ -9,8 +9,9 @@
 //       stops the process: the caller broke the contract of the function
 //    hobaAssert( message )
 //       stops the process with `message` on standard error, but not in a simulation
-//    unimplementedHook( "SwitchIntfSm::handleVerify" ), mustBeImplemented( "setHwRate", ... )
-//       the base of a hook that a platform had to override: nothing without hardware, else hobaAssert
+//    HOBA_REQUIRED( void, setHwRate, ( Pelt::IntfId intf, std::uint32_t kbps ), mustBeImplemented );
+//       declares a hook that a platform must override; the base, if called, does nothing without
+//       hardware, and else hobaAssert with a text that may be given, as a HookText
 //
 // SIMULATION_VMID set in the environment makes it a simulation; HOBA_NOOP_AGENT says that there is
 // no hardware. Both are looked up at each failure.
@@ -25,12 +26,17 @@ bool isNoopAgent();
 
 void hobaAssert( Kiv::String const & message );
 
-// "Call to unimplemented function <function>"; `function` is class and operation joined by "::".
-void unimplementedHook( std::string_view function );
+// What is said of a call to a hook that nobody implements.
+struct HookText {
+   std::string_view before = "Call to unimplemented function ";
+   std::string_view name = {}; // where it is not the operation's own, as "EventQueueSm::hwInit"
+   std::string_view after = {};
+};
+inline constexpr HookText mustBeImplemented{ .before = "Function ",
+                                             .after = "() must be implemented by derived class" };
 
-// "Function <operation>() must be implemented<whom>".
-void mustBeImplemented( std::string_view operation,
-                        std::string_view whom = " by derived class" );
+// What such a call does.
+void unimplementedHook( std::string_view operation, HookText const & text = {} );
 
 [[noreturn]] void invariantFailed( char const * file, int line, char const * function,
                                    char const * expression, std::string_view explanation );
@@ -44,7 +50,16 @@ void mustBeImplemented( std::string_view operation,
                     : ::Hoba::invariantFailed( __FILE__, __LINE__, __PRETTY_FUNCTION__,            \
                                                #expression, explanation ) )
 
+// The parameters have names, for who overrides it, which the base has no use for.
+#define HOBA_REQUIRED( Result, operation, parameters, ... )                                        \
+   _Pragma( "GCC diagnostic push" ) _Pragma(                                                       \
+         "GCC diagnostic ignored \"-Wunused-parameter\"" ) virtual Result operation parameters {   \
+      ::Hoba::unimplementedHook( #operation, ::Hoba::HookText{ __VA_ARGS__ } );                    \
+      return Result();                                                                             \
+   }                                                                                               \
+   _Pragma( "GCC diagnostic pop" ) static_assert( true )
+
 #define HOBA_PROGRAM_ASSERT( expression )                                                          \
-   ( ( expression ) ? static_cast< void >( 0 )                                                     \
-                    : ::Hoba::programAssertFailed( __FILE__, __LINE__, __PRETTY_FUNCTION__,        \
-                                                   #expression ) )
+   ( ( expression )                                                                                \
+           ? static_cast< void >( 0 )                                                              \
+           : ::Hoba::programAssertFailed( __FILE__, __LINE__, __PRETTY_FUNCTION__, #expression ) )

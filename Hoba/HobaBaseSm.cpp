@@ -3,11 +3,15 @@
 
 #include "Hoba/HobaAssert.h"
 #include "Hoba/HobaCommon.h"
+#include "Kiv/Reflect.h"
+
+KIV_DEFINE( Hoba::HobaBaseSm );
 
 namespace Hoba {
 
-HobaBaseSm::HobaBaseSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData )
-      : PtrInterface( Lifetime::eventLoop ), commonSmData_( commonSmData ) {}
+HobaBaseSm::HobaBaseSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
+                        Kiv::String const & machineName )
+      : Entity( machineName ), commonSmData_( commonSmData ) {}
 
 HobaBaseSm::~HobaBaseSm() = default;
 
@@ -19,16 +23,14 @@ HobaBaseSm::HobaBaseSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData ) {
    return smIs< Sm >( commonSmData );
 }
 
-Kiv::Type const &
-HobaBaseSm::fwkType() const {
-   return Kiv::typeInstance< HobaBaseSm >;
-}
-
 void
 HobaBaseSm::hasNotificationActiveIs( bool active ) {
    if( active != hasNotificationActive() ) {
       PtrInterface::hasNotificationActiveIs( active );
       reactorsActiveIs( active );
+      if( active ) {
+         handleActive();
+      }
    }
 }
 
@@ -37,6 +39,9 @@ HobaBaseSm::kivDoZombieReactors( bool marked ) {
    if( marked != kivMarkedForDeletion() ) {
       reactorsZombieIs( marked );
       kivMarkedForDeletionIs( marked );
+      if( marked ) {
+         reactorsFarewell();
+      }
    }
 }
 
@@ -53,6 +58,7 @@ HobaBaseSm::initializedIs( bool initialized ) {
          reactorsUninitialize();
          throw;
       }
+      kivChanged( initializedAttr );
    }
 }
 

@@ -3,9 +3,25 @@
 
 // The base of all state machines.
 //
+//    class VlanSm : public Hoba::HobaBaseSm {
+//       HOBA_MACHINE( VlanSm );                             // VlanSmIs( ... ) makes one
+//       KIV_COLLECTION( Bridging::VlanId, bool, dirty );    // its own state, as an entity's
+//     public:
+//       VlanSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData, Kiv::Ptr< Config const > const & config );
+//       ...
+//       KIV_REACTOR( KivConfig, config );
+//    };
+//
+// and, in its source file, which includes Kiv/Reflect.h, KIV_DEFINE( Hoba::VlanSm ).
+//
 // A machine is built by its static factory, which is named after the class with "Is" behind it and
-// takes the shared context first, then the entities that it watches, then those that it writes. The
-// owner holds it by the pointer that the factory returns; it lives as long as it is held.
+// takes what the constructor takes: the shared context first, then the entities that it watches, then
+// those that it writes. The owner holds it by the pointer that the factory returns. It lives as long
+// as it is held, and as somebody who looks at it from outside may hold it too, its owner ends it with
+// letGo().
+//
+// A machine is an entity: its state is declared like one's, and mounted for those who ask what it
+// knows and what waits in it. Only the machine itself writes it.
 //
 // Its constructor builds the reactors: first those on the entities given (a null entity leaves the
 // slot empty), then the one on the shared context. They synchronise there and then, while virtual
@@ -34,34 +50,55 @@ namespace Hoba {
 
 class HobaCommonSmData;
 
-class HobaBaseSm : public Kiv::PtrInterface, public Kiv::ReactorOwner {
+class HobaBaseSm : public Kiv::Entity, public Kiv::ReactorOwner {
+   KIV_ENTITY( Hoba::HobaBaseSm );
+
  public:
    static Kiv::Ptr< HobaBaseSm > HobaBaseSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData );
 
    // Whether notifications reach the machine: itself first, then its reactors in field order.
    void hasNotificationActiveIs( bool active ) override;
-   Kiv::Type const & fwkType() const override;
    ~HobaBaseSm() override;
+   // Notifications reach the machine, or do again: who must not miss what came before catches up.
+   virtual void handleActive() {}
    // `initialized` changed, in either direction. It may throw: see above.
    virtual void handleInitialized() {}
    // Marks the machine for deletion: its reactors first, its own mark last. A marked machine
-   // ignores all further notifications.
-   virtual void kivDoZombieReactors( bool marked );
+   // ignores all further notifications. Machines of its own that have a last word with its end say
+   // it then. An override ends what else reaches the machine from outside.
+   void kivDoZombieReactors( bool marked ) override;
 
    Kiv::Ptr< HobaCommonSmData > const & commonSmData() const { return commonSmData_; }
+
+ private:
+   bool initialized_ = false;
+
+ public:
+   KIV_DESCRIBE( scalar, void, bool, initialized )
    bool initialized() const { return initialized_; }
    // Throws what handleInitialized() throws, and leaves the machine not initialized then.
    void initializedIs( bool initialized );
+   KIV_NEXT( initialized );
 
    // See Hoba/HobaAssert.h.
    void hobaAssert( Kiv::String const & message ) const;
 
  protected:
-   explicit HobaBaseSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData );
+   // `machineName` tells machines of one class apart.
+   explicit HobaBaseSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
+                        Kiv::String const & machineName = {} );
 
  private:
    Kiv::Ptr< HobaCommonSmData > commonSmData_;
-   bool initialized_ = false;
+};
+
+template< class... Base >
+struct MachineBase {
+   using Type = HobaBaseSm;
+};
+template< class Base >
+struct MachineBase< Base > {
+   using Type = Base;
 };
 
 // What every factory does: allocate, construct, and only then let notifications in.
@@ -73,4 +110,29 @@ smIs( Args const &... args ) {
    return sm;
 }
 
+// The owner's end of a machine: whoever still holds it has a machine that does nothing any more.
+template< class Sm >
+void
+letGo( Kiv::Ptr< Sm > & sm ) {
+   if( auto const gone = std::exchange( sm, nullptr ) ) {
+      gone->kivDoZombieReactors( true );
+   }
+}
+
 } // namespace Hoba
+
+// Opens the class of a machine: its name, as it stands in messages, and, if it derives from another
+// machine, that one's. NameIs() takes what the constructor takes.
+#define HOBA_MACHINE( Name, ... )                                                                  \
+   KIV_ENTITY( Name, ::Hoba::MachineBase< __VA_ARGS__ >::Type );                                   \
+                                                                                                   \
+ public:                                                                                           \
+   template< class... KivArgs >                                                                    \
+   static ::Kiv::Ptr< Name > Name##Is( KivArgs const &... args ) {                                 \
+      return ::Hoba::smIs< Name >( args... );                                                      \
+   }                                                                                               \
+                                                                                                   \
+ private:                                                                                          \
+   template< class KivT, class... KivArgs >                                                        \
+   friend ::Kiv::Ptr< KivT > Kiv::make( KivArgs &&... );                                           \
+   static_assert( true )

@@ -62,7 +62,7 @@ EventQueueSm::cleanupHardware() {
 
 void
 EventQueueSm::hwInit() {
-   unimplementedHook( "EventQueueSm::hwInit" );
+   unimplementedHook( "hwInit", { .name = "EventQueueSm::hwInit" } );
 }
 
 // ---- One event

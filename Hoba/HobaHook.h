@@ -1,9 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// Calls of hardware hooks, so that a record of the dispatch shows them with their arguments:
+// Calls of hardware hooks, so that a record of the dispatch shows them with their arguments. A machine
+// holds its helper as
 //
-//    callHook< &StormControlSmHelper::setHwRate >( *helper, levelType, intf, parent, speed, threshold );
+//    Hooks< StormControlSmHelper > const platform_;
+//
+//    platform_.call< &StormControlSmHelper::setHwRate >( levelType, intf, parent, speed, threshold );
+//    platform_->burstEnabled()
+//
+// What the helper does is called by its name, and cannot be called otherwise; what it only answers,
+// its const operations, is asked of it as of a pointer. A hook of the machine's own is called with
+// callHook< &EventQueueSm::hwInit >( *this ).
 //
 // What the hook throws passes through, and ends the handler that called it: see Hoba/HobaBaseSm.h.
 
@@ -34,5 +42,23 @@ callHook( Target & target, Args const &... args ) {
    } );
    return ( target.*hook )( args... );
 }
+
+template< class Helper >
+class Hooks {
+ public:
+   explicit Hooks( Kiv::Ptr< Helper > const & helper ) : helper_( helper ) {}
+
+   Helper const * operator->() const { return helper_.get(); }
+   Helper const & operator*() const { return *helper_; }
+   explicit operator bool() const { return helper_ != nullptr; }
+
+   template< auto hook, class... Args >
+   decltype( auto ) call( Args const &... args ) const {
+      return callHook< hook >( *helper_, args... );
+   }
+
+ private:
+   Kiv::Ptr< Helper > const helper_;
+};
 
 } // namespace Hoba

@@ -2,9 +2,13 @@
 #include "Hoba/HobaNonAgingMacSm.h"
 
 #include "Hoba/HobaAssert.h"
+#include "Kiv/Reflect.h"
 #include "Zipline/Zipline.h"
 
 ZIPLINE_HANDLE( HobaNonAgingMacSm );
+
+KIV_DEFINE( Hoba::NonAgingConfigSm );
+KIV_DEFINE( Hoba::NonAgingConfigDirSm );
 
 namespace Hoba {
 
@@ -13,7 +17,7 @@ namespace Hoba {
 NonAgingConfigSm::NonAgingConfigSm( Kiv::String const & name,
                                     Kiv::Ptr< NonAgingConfig const > const & config,
                                     NonAgingConfigDirSm * dirSm )
-      : HobaBaseSm( dirSm->commonSmData() ), name_( name ), dirSm_( *dirSm ),
+      : HobaBaseSm( dirSm->commonSmData(), name ), dirSm_( *dirSm ),
         party_( dirSm->claims().newParty() ) {
    configIs( config );
 }
@@ -24,13 +28,6 @@ nonAgingConfigSmFactory( Kiv::String const & name, Kiv::Ptr< NonAgingConfig cons
    return smIs< NonAgingConfigSm >( name, config, &dirSm );
 }
 
-// A directory machine that loses its last owner while it notifies is marked, but not taken apart
-// before the notification has returned.
-bool
-NonAgingConfigSm::gone() const {
-   return kivMarkedForDeletion() || dirSm_.kivMarkedForDeletion();
-}
-
 void
 NonAgingConfigSm::handleInitialized() {
    if( initialized() && config() ) {
@@ -39,23 +36,9 @@ NonAgingConfigSm::handleInitialized() {
 }
 
 void
-NonAgingConfigSm::KivConfig::handleEnable() {
-   if( owner().initialized() ) {
-      owner().handleEnable();
-   }
-}
-
-void
-NonAgingConfigSm::KivConfig::handleMacEntries( Bridging::MacVlanPair const & pair ) {
-   if( owner().initialized() ) {
-      owner().handleMacEntries( pair );
-   }
-}
-
-void
 NonAgingConfigSm::handleEnable() {
-   enabled_ = config()->notifier()->enable();
-   ZTRACE( 5, "NonAgingConfigSm::handleEnable ", name(), ", Config:", enabled_ );
+   enabledIs( config()->notifier()->enable() );
+   ZTRACE( 5, "NonAgingConfigSm::handleEnable ", name(), ", Config:", enabled() );
    followAll();
    dirSm_.publish();
 }
@@ -63,16 +46,16 @@ NonAgingConfigSm::handleEnable() {
 void
 NonAgingConfigSm::handleMacEntries() {
    HOBA_INVARIANT( initialized(), "entries are followed once the machine is initialized" );
-   if( config() && !gone() ) {
+   if( config() && !kivMarkedForDeletion() ) {
       followAll();
       dirSm_.publish();
    }
 }
 
 void
-NonAgingConfigSm::handleMacEntries( Bridging::MacVlanPair pair ) {
+NonAgingConfigSm::handleMacEntries( Bridging::MacVlanPair const & pair ) {
    HOBA_INVARIANT( initialized(), "entries are followed once the machine is initialized" );
-   if( config() && !gone() ) {
+   if( config() && !kivMarkedForDeletion() ) {
       follow( pair );
       dirSm_.publish();
    }
@@ -80,12 +63,12 @@ NonAgingConfigSm::handleMacEntries( Bridging::MacVlanPair pair ) {
 
 void
 NonAgingConfigSm::followAll() {
-   if( !enabled_ ) {
+   if( !enabled() ) {
       delMacEntries();
       return;
    }
    // What went while nobody listened, then what is there.
-   for( auto const & pair : Kiv::keysOf( held_ ) ) {
+   for( auto const & pair : Kiv::keysOf( held() ) ) {
       follow( pair );
    }
    for( auto const & [ pair, entry ] : config()->notifier()->macEntries() ) {
@@ -95,7 +78,7 @@ NonAgingConfigSm::followAll() {
 
 void
 NonAgingConfigSm::follow( Bridging::MacVlanPair pair ) {
-   auto const * wanted = enabled_ ? config()->notifier()->macEntries().find( pair ) : nullptr;
+   auto const * wanted = enabled() ? config()->notifier()->macEntries().find( pair ) : nullptr;
    if( wanted && !pair.isStation() ) {
       ZTRACE( 2, "NonAgingConfigSm::follow ", name(), " lists what is no station: ", pair );
    } else if( wanted ) {
@@ -108,27 +91,27 @@ NonAgingConfigSm::follow( Bridging::MacVlanPair pair ) {
 void
 NonAgingConfigSm::addNonAgingEntry( Entry const * entry ) {
    HOBA_INVARIANT( entry, "there is no entry to add" );
-   dirSm_.claims().claim( party_, entry->macEntry, *entry );
-   if( held_.insert( entry->macEntry ) ) {
-      dirSm_.macEntriesRefInc( entry->macEntry, 1 );
+   auto const pair = entry->macEntry;
+   dirSm_.claims().claim( party_, pair, *entry );
+   if( !heldHas( pair ) ) {
+      heldIs( pair );
+      dirSm_.macEntriesRefInc( pair, 1 );
    }
 }
 
 void
 NonAgingConfigSm::delNonAgingEntry( Bridging::MacVlanPair pair ) {
-   if( !held_.erase( pair ) ) {
-      return;
-   }
-   ZTRACE( 5, "NonAgingConfigSm::delNonAgingEntry ", name(), ", Non Aging Entry Key: ", pair );
-   dirSm_.claims().release( party_, pair );
-   if( dirSm_.macEntriesRefDec( pair, 1 ) == 0 ) {
-      dirSm_.macEntriesRefDel( pair );
+   if( heldHas( pair ) ) {
+      ZTRACE( 5, "NonAgingConfigSm::delNonAgingEntry ", name(), ", Non Aging Entry Key: ", pair );
+      heldDel( pair );
+      dirSm_.claims().release( party_, pair );
+      dirSm_.macEntriesRefDec( pair, 1 );
    }
 }
 
 void
 NonAgingConfigSm::delMacEntries() {
-   for( auto const & pair : Kiv::keysOf( held_ ) ) {
+   for( auto const & pair : Kiv::keysOf( held() ) ) {
       delNonAgingEntry( pair );
    }
 }
@@ -142,11 +125,8 @@ NonAgingConfigSm::takeOver( NonAgingConfigSm & former ) {
 
 void
 NonAgingConfigSm::doCleanUp() {
-   if( gone() ) {
-      return;
-   }
    configDel();
-   enabled_ = false;
+   enabledIs( false );
    delMacEntries();
    dirSm_.publish();
 }
@@ -159,13 +139,6 @@ NonAgingConfigDirSm::NonAgingConfigDirSm( Kiv::Ptr< HobaCommonSmData > const & c
       : HobaBaseSm( commonSmData ), status_( status ) {
    HOBA_INVARIANT( status, "stations that never age are listed in a status" );
    configDirIs( configDir );
-}
-
-Kiv::Ptr< NonAgingConfigDirSm >
-NonAgingConfigDirSm::NonAgingConfigDirSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
-                                            Kiv::Ptr< Kiv::Dir const > const & configDir,
-                                            Kiv::Ptr< NonAgingStatus > const & status ) {
-   return smIs< NonAgingConfigDirSm >( commonSmData, configDir, status );
 }
 
 void
@@ -191,7 +164,7 @@ NonAgingConfigDirSm::handleInitialized() {
 void
 NonAgingConfigDirSm::handleConfigDir( Kiv::String const & name ) {
    ZTRACE( 8, "NonAgingConfigDirSm::handleConfigDir ", name );
-   configSmFollow( *configDir()->notifier(), name );
+   configSmFollow( name, configDir()->notifier()->entry( name ) );
 }
 
 void
@@ -203,40 +176,20 @@ NonAgingConfigDirSm::publish() {
    }
    bool enabled = false;
    for( auto const & [ name, client ] : configSm() ) {
-      enabled = enabled || client.sm->enabled();
+      enabled = enabled || client->enabled();
    }
    status_->enabledIs( enabled );
-   while( publishes() ) {
-      auto const pair = claims_.nextStale();
-      if( !pair ) {
-         return;
-      }
-      publishEntry( *pair );
-   }
-}
-
-void
-NonAgingConfigDirSm::publishEntry( Bridging::MacVlanPair const & pair ) {
-   if( auto const * entry = claims_.standing( pair, status_->macEntries().find( pair ) ) ) {
-      status_->macEntriesIs( *entry );
-   } else if( status_->macEntriesHas( pair ) ) {
-      ZTRACE( 5, "NonAgingConfigDirSm::publishEntry",
-              ", Deleting NonAging Entry from configDirSmstatus Key:", pair );
-      status_->macEntriesDel( pair );
-   }
-}
-
-std::uint32_t
-NonAgingConfigDirSm::macEntriesRefInc( Bridging::MacVlanPair const & pair, std::uint32_t by ) {
-   return *macEntriesRef_.tryEmplace( pair, 0u ).value += by;
-}
-
-std::uint32_t
-NonAgingConfigDirSm::macEntriesRefDec( Bridging::MacVlanPair const & pair, std::uint32_t by ) {
-   auto const count = macEntriesRef( pair );
-   HOBA_INVARIANT( count >= by, "more clients released an entry than hold it" );
-   macEntriesRefIs( pair, count - by );
-   return count - by;
+   claims_.publish( [ & ]( auto const & pair ) { return status_->macEntries().find( pair ); },
+                    [ & ]( auto const & pair, HobaTypes::MacAddressTableEntry const * entry ) {
+                       if( entry ) {
+                          status_->macEntriesIs( *entry );
+                       } else if( status_->macEntriesHas( pair ) ) {
+                          ZTRACE( 5, "NonAgingConfigDirSm::publish",
+                                  ", Deleting NonAging Entry from configDirSmstatus Key:", pair );
+                          status_->macEntriesDel( pair );
+                       }
+                    },
+                    [ & ] { return publishes(); } );
 }
 
 } // namespace Hoba

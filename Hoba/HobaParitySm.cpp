@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Hoba/HobaParitySm.h"
 
+#include "Kiv/Reflect.h"
 #include "Zipline/Zipline.h"
 
 #include <utility>
 
 ZIPLINE_HANDLE( HobaParitySm );
+
+KIV_DEFINE( Hoba::ParitySliceSm );
+KIV_DEFINE( Hoba::HobaParitySm );
 
 namespace Hoba {
 
@@ -13,27 +17,19 @@ namespace Hoba {
 
 ParitySliceSm::ParitySliceSm( Kiv::Ptr< ParityEventStatus const > const & status,
                               HobaParitySm * paritySm )
-      : HobaBaseSm( paritySm->commonSmData() ), paritySm_( paritySm ),
-        party_( paritySm->claims().newParty() ) {
+      : HobaBaseSm( paritySm->commonSmData(), status ? status->name() : Kiv::String() ),
+        paritySm_( paritySm ), party_( paritySm->claims().newParty() ) {
    parityEventStatusIs( status );
-}
-
-Kiv::Ptr< ParitySliceSm >
-ParitySliceSm::ParitySliceSmIs( Kiv::Ptr< ParityEventStatus const > const & status,
-                                HobaParitySm * paritySm ) {
-   auto const sm = smIs< ParitySliceSm >( status, paritySm );
-   sm->doBegin();
-   return sm;
 }
 
 Kiv::Ptr< ParitySliceSm >
 paritySliceSmFactory( Kiv::String const &, Kiv::Ptr< ParityEventStatus const > const & status,
                       HobaParitySm & paritySm ) {
-   return smIs< ParitySliceSm >( status, &paritySm );
+   return Kiv::make< ParitySliceSm >( status, &paritySm );
 }
 
 void
-ParitySliceSm::doBegin() {
+ParitySliceSm::handleActive() {
    // What was taken over, then what there is.
    for( auto const & key : paritySm_->claims().keysOf( party_ ) ) {
       follow( key );
@@ -87,28 +83,6 @@ HobaParitySm::HobaParitySm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
    parityEventStatusDirIs( parityEventStatusDir );
 }
 
-HobaParitySm::~HobaParitySm() {
-   HobaParitySm::kivDoZombieReactors( true );
-}
-
-Kiv::Ptr< HobaParitySm >
-HobaParitySm::HobaParitySmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
-                              Kiv::Ptr< Kiv::Dir const > const & parityEventStatusDir ) {
-   auto const sm = smIs< HobaParitySm >( commonSmData, parityEventStatusDir );
-   // Not while it is made, and silent: whoever repairs what he hears of must be heard.
-   sm->handleInitialEntries();
-   return sm;
-}
-
-void
-HobaParitySm::kivDoZombieReactors( bool marked ) {
-   // The mark first: what the directory is told of the removals makes no slice again.
-   HobaBaseSm::kivDoZombieReactors( marked );
-   if( marked ) {
-      paritySliceSmDelAll();
-   }
-}
-
 void
 HobaParitySm::handleInitialEntries() {
    if( parityEventStatusDir() ) {
@@ -120,21 +94,17 @@ HobaParitySm::handleInitialEntries() {
 
 void
 HobaParitySm::handleParityEventStatus( Kiv::String const & slice ) {
-   paritySliceSmFollow( *parityEventStatusDir()->notifier(), slice );
+   paritySliceSmFollow( slice, parityEventStatusDir()->notifier()->entry( slice ) );
 }
 
 void
 HobaParitySm::publish() {
-   // Whoever hears of it may drop this machine.
-   Kiv::Dispatch::Frame frame;
-   auto & context = *commonSmData();
-   while( auto const key = claims_.nextStale() ) {
-      if( auto const * event = claims_.standing( *key, context.parityEvent().find( *key ) ) ) {
-         context.parityEventIs( *event );
-      } else {
-         context.parityEventDel( *key );
-      }
-   }
+   auto const context = commonSmData();
+   claims_.publish( [ & ]( auto const & key ) { return context->parityEvent().find( key ); },
+                    [ & ]( auto const & key, ParityEvent const * event ) {
+                       event ? context->parityEventIs( *event ) : context->parityEventDel( key );
+                    },
+                    [] { return true; } );
 }
 
 } // namespace Hoba

@@ -10,8 +10,9 @@
 // stands.
 
 #include "Hoba/HobaCommon.h"
-#include "Hoba/HobaDirSm.h"
+#include "Hoba/HobaSmMap.h"
 #include "Hoba/HobaUnion.h"
+#include "Kiv/Dir.h"
 
 namespace Hoba {
 
@@ -19,23 +20,20 @@ class HobaParitySm;
 
 // One slice.
 class ParitySliceSm : public HobaBaseSm {
- public:
-   // Its events are the slice's part of the union of `paritySm`, which outlives it.
-   static Kiv::Ptr< ParitySliceSm >
-   ParitySliceSmIs( Kiv::Ptr< ParityEventStatus const > const & status, HobaParitySm * paritySm );
-   KIV_TYPE( ParitySliceSm );
+   HOBA_MACHINE( ParitySliceSm );
 
+ public:
    // The slice comes, with all events that it has.
-   void doBegin();
+   void handleActive() override;
    // All that is in the union for `former` is there for this machine instead.
    void takeOver( ParitySliceSm & former );
    // The slice goes: its events leave the union.
    void doSliceCleanup();
-   void doCleanUp() { doSliceCleanup(); }
 
    HobaParitySm * paritySm() const { return paritySm_; }
 
  protected:
+   // Its events are the slice's part of the union of `paritySm`, which outlives it.
    ParitySliceSm( Kiv::Ptr< ParityEventStatus const > const & status, HobaParitySm * paritySm );
 
  private:
@@ -44,12 +42,9 @@ class ParitySliceSm : public HobaBaseSm {
    void follow( ParityEvent::Key const & key );
 
    class KivParityEventStatus
-         : public Kiv::Reactor< KivParityEventStatus, ParityEventStatus const, ParitySliceSm > {
-    public:
-      static constexpr auto handlers =
-            Kiv::handlers( Kiv::onChange< ParityEventStatus::parityEventAttr,
-                                          &ParitySliceSm::handleParityEvent >() );
-   };
+         : public Kiv::Hears< ParitySliceSm, ParityEventStatus const,
+                              Kiv::OnChange< ParityEventStatus::parityEventAttr,
+                                             &ParitySliceSm::handleParityEvent > > {};
 
    HobaParitySm * const paritySm_;
    std::uint32_t party_;
@@ -61,22 +56,19 @@ Kiv::Ptr< ParitySliceSm > paritySliceSmFactory( Kiv::String const & slice,
                                                 HobaParitySm & paritySm );
 
 class HobaParitySm : public HobaBaseSm {
- public:
-   // The entries of `parityEventStatusDir` that are a ParityEventStatus are the slices, by name. It
-   // may be null: then there are none.
-   static Kiv::Ptr< HobaParitySm >
-   HobaParitySmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
-                   Kiv::Ptr< Kiv::Dir const > const & parityEventStatusDir );
-   KIV_TYPE( HobaParitySm );
-   ~HobaParitySm() override;
+   HOBA_MACHINE( HobaParitySm );
 
-   void kivDoZombieReactors( bool marked ) override;
+ public:
+   // Not while it is made, and silent: whoever repairs what he hears of must be heard.
+   void handleActive() override { handleInitialEntries(); }
 
    // For the slices' machines: what each claims, and the context brought in line with it.
    Union< ParityEvent::Key, ParityEvent > & claims() { return claims_; }
    void publish();
 
  protected:
+   // The entries of `parityEventStatusDir` that are a ParityEventStatus are the slices, by name. It
+   // may be null: then there are none.
    HobaParitySm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
                  Kiv::Ptr< Kiv::Dir const > const & parityEventStatusDir );
 
@@ -85,15 +77,15 @@ class HobaParitySm : public HobaBaseSm {
    void handleParityEventStatus( Kiv::String const & slice );
 
    class KivParityEventStatusDir
-         : public Kiv::Reactor< KivParityEventStatusDir, Kiv::Dir const, HobaParitySm > {
-    public:
-      static constexpr auto handlers = Kiv::handlers(
-            Kiv::onChange< Kiv::Dir::entryAttr, &HobaParitySm::handleParityEventStatus >() );
-   };
+         : public Kiv::Hears<
+                 HobaParitySm, Kiv::Dir const,
+                 Kiv::OnChange< Kiv::Dir::entryAttr, &HobaParitySm::handleParityEventStatus > > {};
 
    Union< ParityEvent::Key, ParityEvent > claims_;
    KIV_REACTOR( KivParityEventStatusDir, parityEventStatusDir );
-   HOBA_DIR_SMS( paritySliceSmFactory, paritySliceSm );
+   // Also with the owner: the context must not go on showing events that nobody follows.
+   HOBA_SMS( paritySliceSmFactory, paritySliceSm, TakesOver< &ParitySliceSm::takeOver >,
+             LastWordAlsoWithOwner< &ParitySliceSm::doSliceCleanup > );
 };
 
 } // namespace Hoba

@@ -7,6 +7,7 @@
 // hwInit() and installRules() are called again when the machine is initialized again.
 
 #include "Bridging/StormControl.h"
+#include "Hoba/HobaAssert.h"
 #include "Hoba/HobaBaseHelper.h"
 
 namespace Hoba {
@@ -29,35 +30,48 @@ class StormControlSmHelper : public HobaBaseHelper {
    // Once, before anything else is asked for. No limit stands afterwards, on any port.
    virtual void hwInit() {}
    // Required. Puts the rules in place that tell the traffic classes apart; once, behind hwInit().
-   virtual void installRules();
+   HOBA_REQUIRED( void, installRules, (), mustBeImplemented );
    // Required. Limits one class of traffic on the port `intf`. `parentIntf` is the LAG whose
    // configuration this is, or `intf` itself. In percentage mode the limit is speedKbps x level /
    // 10000. The default threshold takes the limit away; speedKbps is then 0 if it is not known.
-   virtual void setHwRate( LevelType levelType, Pelt::IntfId intf, Pelt::IntfId parentIntf,
-                           std::uint32_t speedKbps, Threshold const & threshold );
+   HOBA_REQUIRED( void, setHwRate,
+                  ( LevelType levelType, Pelt::IntfId intf, Pelt::IntfId parentIntf,
+                    std::uint32_t speedKbps, Threshold const & threshold ),
+                  mustBeImplemented );
    // Required. Whether broadcast skips the multicast limit of the interface, a port or a LAG.
-   virtual void updateBcastSkipRule( Pelt::IntfId intf, bool skip );
+   HOBA_REQUIRED( void, updateBcastSkipRule, ( Pelt::IntfId intf, bool skip ), mustBeImplemented );
    // Required. The limit of a traffic class over all interfaces.
-   virtual void programTcAggregateHwRate( std::uint32_t trafficClass, Threshold const & threshold );
+   HOBA_REQUIRED( void, programTcAggregateHwRate,
+                  ( std::uint32_t trafficClass, Threshold const & threshold ), mustBeImplemented );
    // Required where bursts are supported. burstTime() of 0 means the platform's own.
-   virtual void setBurstTime( Bridging::StormControl::BurstConfig const & burstConfig );
+   HOBA_REQUIRED( void, setBurstTime, ( Bridging::StormControl::BurstConfig const & burstConfig ),
+                  mustBeImplemented );
    // Required. The operator put the port into another LAG, or into none.
-   virtual void handleEthPhyIntfLagConfig( Pelt::IntfId intf );
+   HOBA_REQUIRED( void, handleEthPhyIntfLagConfig, ( Pelt::IntfId intf ), .before = "Function ",
+                  .after = "() must be implemented" );
 
    // ---- Verification: what differs between hardware and configuration, empty when nothing does.
 
    // Required. Whether any limit is in place on the port. Asked of all ports for which no
    // configuration holds.
-   virtual Kiv::String verifyEnabled( Pelt::IntfId intf, bool enabled );
+   HOBA_REQUIRED( Kiv::String, verifyEnabled, ( Pelt::IntfId intf, bool enabled ),
+                  mustBeImplemented );
    // Required. The limits of the port against `intfConfig`, which is that of `parentIntf`.
-   virtual Kiv::String verifyPort( Pelt::IntfId intf, Pelt::IntfId parentIntf,
-                                   std::uint32_t speedKbps, IntfConfig const & intfConfig );
+   HOBA_REQUIRED( Kiv::String, verifyPort,
+                  ( Pelt::IntfId intf, Pelt::IntfId parentIntf, std::uint32_t speedKbps,
+                    IntfConfig const & intfConfig ),
+                  mustBeImplemented );
    // Required.
-   virtual Kiv::String verifyAggregateTc( std::uint32_t trafficClass,
-                                          Bridging::StormControl::AggregateTcConfig const & config );
+   HOBA_REQUIRED( Kiv::String, verifyAggregateTc,
+                  ( std::uint32_t trafficClass,
+                    Bridging::StormControl::AggregateTcConfig const & config ),
+                  mustBeImplemented );
    // What the platform has beyond that: limits on ports that are not there, for one.
-   virtual Kiv::String verifyPlatformStormControl( Bridging::StormControl::Config const & config,
-                                                   Bridging::StormControl::Status const & status );
+   virtual Kiv::String
+   verifyPlatformStormControl( Bridging::StormControl::Config const & /*config*/,
+                               Bridging::StormControl::Status const & /*status*/ ) {
+      return {};
+   }
 
    // ---- Capabilities
 

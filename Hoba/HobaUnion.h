@@ -5,23 +5,16 @@
 //
 // Written claim by claim, the table would show what nobody asked for: an entry is taken out because
 // one party lets go of it, and put in again because the next one asks for it too. So a party changes
-// its claims first, which tells nobody, and the owner of the table writes it then:
-//
-//    while( auto const key = claims.nextStale() ) {
-//       table: what claims.standing( *key, ... ) says, which may be nothing
-//    }
-//
-// Who hears of such a write may change any claim, and write in turn; and one who throws leaves the
-// rest to the next write. So nothing of before a write is relied on after it.
+// its claims first, which tells nobody, and the owner of the table has it written then: publish().
 //
 // Of several records for one key the one that was claimed last stands, and when its party lets go,
 // the one claimed last among the rest.
 
+#include "Kiv/Dispatch.h"
 #include "Kiv/HashMap.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <optional>
 #include <vector>
 
 namespace Hoba {
@@ -102,14 +95,21 @@ class Union {
 
    // The table's entry for the key may differ from what stands.
    void staleIs( Key const & key ) { stale_.insert( key ); }
-   // A key whose entry may differ, and which does not count as one from now on.
-   std::optional< Key > nextStale() {
-      if( stale_.empty() ) {
-         return std::nullopt;
+   // For each key whose entry may differ, `write( key, record )` brings the entry in line with what
+   // stands, which is null when nobody claims the key. `inTable( key )` is the present entry, or null.
+   //
+   // Who hears of a write may change any claim, and publish in turn; one who throws leaves the rest to
+   // the next time, and so does `mayGoOn()` when it is false. So nothing of before a write is relied on
+   // after it.
+   template< class InTable, class Write, class MayGoOn >
+   void publish( InTable const & inTable, Write const & write, MayGoOn const & mayGoOn ) {
+      // Whoever hears of it may drop the owner.
+      Kiv::Dispatch::Frame frame;
+      while( mayGoOn() && !stale_.empty() ) {
+         Key const key = *stale_.begin();
+         stale_.erase( key );
+         write( key, standing( key, inTable( key ) ) );
       }
-      Key const key = *stale_.begin();
-      stale_.erase( key );
-      return key;
    }
 
  private:

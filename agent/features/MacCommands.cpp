@@ -108,7 +108,7 @@ String
 holders( Hoba::NonAgingConfigDirSm const & sm, Bridging::MacVlanPair host ) {
    String text;
    for( auto const & [ name, client ] : sm.configSm() ) {
-      if( client.sm->held().has( host ) ) {
+      if( client->heldHas( host ) ) {
          text += ( text.empty() ? "" : ", " ) + name;
       }
    }
@@ -135,9 +135,10 @@ showNonAging( Switch const & sw ) {
       }
    }
    for( auto const & [ name, client ] : sm.configSm() ) {
-      if( !client.entity->enable() ) {
+      auto const & config = *client->config()->notifier();
+      if( !config.enable() ) {
          table.note( "client " + name + " is disabled and lists " +
-                     counted( client.entity->macEntries().size(), "station" ) );
+                     counted( config.macEntries().size(), "station" ) );
       }
    }
    return table.take();

@@ -10,6 +10,6 @@ KIV_RANGED( VlanId, std::uint16_t, 1, 4094, 1,
 
 // A VLAN, or 0 for none.
 KIV_RANGED( VlanIdOrNone, std::uint16_t, 0, 4094, 0,
-            "Bridging::VlanIdOrNone::value < 0 or > 4094 not allowed" );
+            "Bridging::VlanIdOrNone::value > 4094 not allowed" );
 
 } // namespace Bridging

@@ -43,6 +43,14 @@ ReactorOwner::reactorsUninitialize() {
    }
 }
 
+void
+ReactorOwner::reactorsFarewell() {
+   Dispatch::Frame frame;
+   for( auto * slot = firstSlot_; slot; slot = slot->nextSlot_ ) {
+      slot->farewell();
+   }
+}
+
 PtrInterface::NotifieeConst::NotifieeConst() : PtrInterface( Lifetime::eventLoop ) {}
 
 PtrInterface::NotifieeConst::~NotifieeConst() {

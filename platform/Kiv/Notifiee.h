@@ -29,6 +29,8 @@ class ReactorOwner {
    void reactorsInitialize();
    // Every reactor is as before its first full pass.
    void reactorsUninitialize();
+   // Who has a last word with the owner's end says it.
+   void reactorsFarewell();
 
  private:
    friend class ReactorSlotBase;
@@ -52,6 +54,7 @@ class ReactorSlotBase {
    // The caller has a notification in flight, so that what handlers remove outlives the walk.
    virtual void initialize() = 0;
    virtual void uninitialize() = 0;
+   virtual void farewell() {}
 
    ReactorSlotBase * nextSlot_ = nullptr;
 };
@@ -75,7 +78,7 @@ class PtrInterface::NotifieeConst : public PtrInterface, public ReactorOwner {
    // This object first, then its own reactors.
    void hasNotificationActiveIs( bool active ) override;
    // Its own reactors first, then this object.
-   virtual void kivDoZombieReactors( bool marked );
+   void kivDoZombieReactors( bool marked ) override;
 
    bool initialized() const { return initialized_; }
    // False is for its own reactors too: each has its first pass again.

@@ -40,7 +40,7 @@ PtrInterface::lastReferenceDropped() {
    if( hasNotificationActive() ) {
       hasNotificationActiveIs( false );
    }
-   kivMarkedForDeletionIs( true );
+   kivDoZombieReactors( true );
    if( ( word() & eventLoopBit ) && Dispatch::inFlight() ) {
       Dispatch::keep( this );
       return;

@@ -33,6 +33,9 @@ class PtrInterface {
    virtual void hasNotificationActiveIs( bool active );
    virtual Type const & fwkType() const = 0;
    virtual ~PtrInterface() = default;
+   // Marks this object for deletion, and what it owns before itself. So it is for every object that
+   // loses its last reference; who lets go of an object that others may still hold says it first.
+   virtual void kivDoZombieReactors( bool marked ) { kivMarkedForDeletionIs( marked ); }
 
    bool hasNotificationActive() const { return !( word() & silentBit ); }
    // A marked object is on its way out: it ignores all further notifications.

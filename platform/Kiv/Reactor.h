@@ -28,6 +28,8 @@
 //                                        is one entity, a KIV_REACTOR. Reactors come, turn to another
 //                                        entity and go as the entities do.
 //    follow< attr, &C::field_, &KivChild::lastWord >()   a reactor whose entity goes speaks first
+//                                        Where field_ has a follow( key, entity ), which null ends,
+//                                        it is called instead.
 //
 // A reactor whose handlers are all its owner's is its rows alone, with their types instead of their
 // functions; the key, if it has one, stands before them:
@@ -356,7 +358,10 @@ struct Follow : HandlerRow {
    }
    template< class R, class Key >
    static void step( R & reactor, Key const & key ) {
-      if( auto const child = valueOrDefault( childrenOf( *reactor.notifier() ), key ) ) {
+      auto const child = valueOrDefault( childrenOf( *reactor.notifier() ), key );
+      if constexpr( requires { slot( reactor ).follow( key, child ); } ) {
+         slot( reactor ).follow( key, child );
+      } else if( child ) {
          slot( reactor ).notifierIs( key, child );
       } else {
          remove( slot( reactor ), key );

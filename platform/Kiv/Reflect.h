@@ -406,7 +406,7 @@ template< class E, unsigned i >
 inline constexpr auto attributeInfo = makeInfo< E, i >();
 
 template< class E >
-EntityReflection const &
+EntityReflection const *
 reflectionOf() {
    static EntityReflection const reflection = [] {
       EntityReflection const * base = nullptr;
@@ -419,7 +419,7 @@ reflectionOf() {
          return EntityReflection( base, own );
       }( std::make_integer_sequence< unsigned, decltype( E::kivCount( MaxRank{} ) )::value >{} );
    }();
-   return reflection;
+   return &reflection;
 }
 
 } // namespace Kiv

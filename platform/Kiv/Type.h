@@ -33,7 +33,7 @@ class Type {
  public:
    // Not copied: `text` must outlive the type (it is a literal).
    constexpr explicit Type( std::string_view text,
-                            EntityReflection const & ( *reflect )() = nullptr )
+                            EntityReflection const * ( *reflect )() = nullptr )
          : name_( text ), reflection_( reflect ) {}
    Type( Type const & ) = delete;
    Type & operator=( Type const & ) = delete;
@@ -43,9 +43,7 @@ class Type {
    std::uint64_t live() const { return live_.load( std::memory_order_relaxed ); }
    std::uint64_t made() const { return made_.load( std::memory_order_relaxed ); }
    // Null for everything but entities.
-   EntityReflection const * reflection() const {
-      return reflection_ ? &reflection_() : nullptr;
-   }
+   EntityReflection const * reflection() const { return reflection_ ? reflection_() : nullptr; }
 
    void allocated() const {
       if( made_.load( std::memory_order_relaxed ) == 0 ) {
@@ -70,7 +68,7 @@ class Type {
    void enrol() const;
 
    std::string_view name_;
-   EntityReflection const & ( *reflection_ )();
+   EntityReflection const * ( *reflection_ )();
    mutable std::atomic< std::uint64_t > live_{ 0 };
    mutable std::atomic< std::uint64_t > made_{ 0 };
    mutable std::atomic< bool > enrolled_{ false };
@@ -86,8 +84,20 @@ typeName() {
    return text.substr( begin, end - begin );
 }
 
-// The Type of a class that needs no reflection (machines, reactors, helpers).
 template< class T >
-inline constinit Type typeInstance{ typeName< T >() };
+EntityReflection const *
+inheritedReflection() {
+   return T::kivType().reflection();
+}
+
+// The Type of a class that declares no attributes: that of an entity shows those of its base.
+template< class T >
+inline constinit Type typeInstance{ typeName< T >(), [] {
+                                      if constexpr( requires { T::kivType(); } ) {
+                                         return &inheritedReflection< T >;
+                                      } else {
+                                         return nullptr;
+                                      }
+                                   }() };
 
 } // namespace Kiv

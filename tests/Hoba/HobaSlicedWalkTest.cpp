@@ -98,8 +98,8 @@ TEST_F( HobaSlicedWalk, membersMachinesAndCollectionsMayGo ) {
       }
    };
    sm->walk();
-   EXPECT_THROW( driver.advance( 1 ), std::runtime_error );
    driver.advance( 1 );
+   EXPECT_EQ( failures(), 1u );
    EXPECT_EQ( sm->seen.size(), 503u );
    EXPECT_EQ( sm->seen[ 3 ], 1000 );
 
