@@ -96,7 +96,7 @@ class HobaFixture : public testing::Test {
 };
 
 // Does something whenever `attribute` of what it watches changes.
-template< class Entity, auto const & attribute >
+template< class WatchedT, auto const & attribute >
 class Watcher : public Hoba::HobaBaseSm {
  public:
    KIV_TYPE( Watcher );
@@ -104,7 +104,7 @@ class Watcher : public Hoba::HobaBaseSm {
    std::function< void() > then;
 
  protected:
-   explicit Watcher( Kiv::Ptr< Entity const > const & entity ) : HobaBaseSm( nullptr ) {
+   explicit Watcher( Kiv::Ptr< WatchedT const > const & entity ) : HobaBaseSm( nullptr ) {
       entityIs( entity );
    }
 
@@ -115,11 +115,9 @@ class Watcher : public Hoba::HobaBaseSm {
          then();
       }
    }
-   class KivEntity : public Kiv::Reactor< KivEntity, Entity const, Watcher > {
-    public:
-      static constexpr auto handlers =
-            Kiv::handlers( Kiv::onChange< attribute, &Watcher::handleChange >() );
-   };
+   class KivEntity
+         : public Kiv::Hears< Watcher, WatchedT const,
+                              Kiv::OnChange< attribute, &Watcher::handleChange > > {};
    KIV_REACTOR( KivEntity, entity );
 };
 
