@@ -156,9 +156,12 @@ class SmMap final : public Kiv::ReactorSlotBase {
    static constexpr bool farewellWithOwner = ( Options::alsoWithOwner || ... );
 
    static void bidFarewell( Sm & sm ) {
-      sm.hasNotificationActiveIs( false );
-      ( Options::say( sm ), ... );
-      sm.kivDoZombieReactors( true );
+      // Who is marked was so with its owner, and has nothing to say.
+      if( !sm.kivMarkedForDeletion() ) {
+         sm.hasNotificationActiveIs( false );
+         ( Options::say( sm ), ... );
+         sm.kivDoZombieReactors( true );
+      }
    }
    void make( Key const & key, Entities const & entities ) {
       auto const sm = std::apply(

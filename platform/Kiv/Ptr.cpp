@@ -40,7 +40,9 @@ PtrInterface::lastReferenceDropped() {
    if( hasNotificationActive() ) {
       hasNotificationActiveIs( false );
    }
-   kivDoZombieReactors( true );
+   if( !kivMarkedForDeletion() ) {
+      kivDoZombieReactors( true );
+   }
    if( ( word() & eventLoopBit ) && Dispatch::inFlight() ) {
       Dispatch::keep( this );
       return;

@@ -106,7 +106,7 @@ TEST_F( NonAgingTest, anEntryStaysUntilAllHaveReleasedIt ) {
    EXPECT_EQ( traces.take(),
               ( Strings{ del + "early, Non Aging Entry Key: " + pair,
                          del + "late, Non Aging Entry Key: " + pair,
-                         "NonAgingConfigDirSm::publishEntry, Deleting NonAging Entry from "
+                         "NonAgingConfigDirSm::publish, Deleting NonAging Entry from "
                          "configDirSmstatus Key:" +
                                pair } ) );
    late->enableIs( false );
