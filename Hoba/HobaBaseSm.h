@@ -104,8 +104,8 @@ struct MachineBase< Base > {
 // What every factory does: allocate, construct, and only then let notifications in.
 template< class Sm, class... Args >
 Kiv::Ptr< Sm >
-smIs( Args const &... args ) {
-   auto sm = Kiv::make< Sm >( args... );
+smIs( Args &&... args ) {
+   auto sm = Kiv::make< Sm >( std::forward< Args >( args )... );
    sm->hasNotificationActiveIs( true );
    return sm;
 }
@@ -128,8 +128,8 @@ letGo( Kiv::Ptr< Sm > & sm ) {
                                                                                                    \
  public:                                                                                           \
    template< class... KivArgs >                                                                    \
-   static ::Kiv::Ptr< Name > Name##Is( KivArgs const &... args ) {                                 \
-      return ::Hoba::smIs< Name >( args... );                                                      \
+   static ::Kiv::Ptr< Name > Name##Is( KivArgs &&... args ) {                                      \
+      return ::Hoba::smIs< Name >( ::std::forward< KivArgs >( args )... );                         \
    }                                                                                               \
                                                                                                    \
  private:                                                                                          \

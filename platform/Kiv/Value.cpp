@@ -83,12 +83,18 @@ EnumNames::EnumNames( std::string_view type, std::string_view enumerators ) : ty
       auto comma = enumerators.find( ',' );
       auto enumerator = trimmed( enumerators.substr( 0, comma ) );
       enumerators = comma == std::string_view::npos ? "" : enumerators.substr( comma + 1 );
+      std::string_view shown;
+      if( auto const mark = enumerator.find( "KIV_SHOWN" ); mark != std::string_view::npos ) {
+         auto const begin = enumerator.find( '"' ) + 1;
+         shown = enumerator.substr( begin, enumerator.rfind( '"' ) - begin );
+         enumerator = trimmed( enumerator.substr( 0, mark ) );
+      }
       if( auto equals = enumerator.find( '=' ); equals != std::string_view::npos ) {
          next = fromText< std::int64_t >( trimmed( enumerator.substr( equals + 1 ) ) );
          enumerator = trimmed( enumerator.substr( 0, equals ) );
       }
       if( !enumerator.empty() ) {
-         names_.emplace_back( String( enumerator ), next++ );
+         names_.emplace_back( String( shown.empty() ? enumerator : shown ), next++ );
       }
    }
 }

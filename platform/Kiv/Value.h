@@ -16,7 +16,8 @@
 //
 // Numbers with bounds: KIV_RANGED( VlanId, std::uint16_t, 1, 4094, 1, "text of the range exception" )
 // Enumerations that print and parse by name: KIV_ENUM( Name, std::uint8_t, a = 0, b, ... ) in a
-// namespace, KIV_MEMBER_ENUM in a class. Initialisers are plain numbers.
+// namespace, KIV_MEMBER_ENUM in a class. Initialisers are plain numbers. An enumerator whose name is
+// another one in texts than in code says so behind itself: b = 4 KIV_SHOWN( "not b" ).
 
 #include "Kiv/Attribute.h"
 #include "Kiv/Datum.h"
@@ -203,6 +204,8 @@ class Ranged {
    static kivAt_##field::Next kivCount( kivAt_##field::NextRank );                                 \
    T field { __VA_ARGS__ }
 
+// Read out of the text of the declaration; no comma in it.
+#define KIV_SHOWN( text )
 #define KIV_ENUM( Name, Rep, ... )                                                                 \
    enum Name : Rep { __VA_ARGS__ };                                                                \
    inline KIV_ENUM_NAMES_( Name, #__VA_ARGS__ )
