@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/Client.h"
 
+#include "Hoba/HobaLog.h"
+#include "Kiv/Dispatch.h"
 #include "agent/common/Json.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 
@@ -34,6 +37,17 @@ errorLine( Datum const & id, std::string_view message ) {
    answer.add( "ok", false );
    answer.add( "error", std::move( error ) );
    return jsonText( answer );
+}
+
+// What to say of the steps that have failed since there were `before` of them.
+std::string
+warningSince( std::uint64_t before ) {
+   auto const & log = Hoba::logEntries();
+   auto const last = std::find_if( log.rbegin(), log.rend(), []( Hoba::LogEntry const & entry ) {
+      return std::string_view( entry.message->name ) == "HOBA_STEP_FAILED";
+   } );
+   return "done, but " + counted( Kiv::Dispatch::failures - before, "step" ) + " failed" +
+          ( last == log.rend() ? "" : "; the last: " + last->text );
 }
 
 } // namespace
@@ -144,7 +158,11 @@ Client::takeLine( std::string_view line ) {
       Datum answer( Datum::Object{} );
       answer.add( "id", id );
       answer.add( "ok", true );
+      auto const before = Kiv::Dispatch::failures;
       answer.add( "result", commands_.run( request, this ) );
+      if( Kiv::Dispatch::failures != before ) {
+         answer.add( "warning", warningSince( before ) );
+      }
       auto text = jsonText( answer );
       if( text.size() > limits_.answer ) {
          answerError( id, "the answer takes " + std::to_string( text.size() ) +

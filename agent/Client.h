@@ -5,12 +5,14 @@
 //
 //    {"id":7,"command":"get","path":"/"}      ->  {"id":7,"ok":true,"result":{...}}
 //                                                 {"id":7,"ok":false,"error":{"message":"..."}}
+//                                                 {"id":7,"ok":true,"result":...,"warning":"..."}
 //    {"id":8,"command":"watch","path":"/"}    ->  {"id":8,"ok":true,...}, {"id":8,"event":{...}}, ...
 //
-// `id` is whatever the client chooses. Requests are answered in their order. Nothing that a client
-// sends, or does not read, harms anybody but itself: lines and answers are bounded, and a client that
-// does not take its answers is not listened to until it does. One for which too much waits is
-// dismissed: what waits is forgotten, from the next line on, and the last line that it is sent says
+// `id` is whatever the client chooses. A warning says that it was done, but steps failed upon it: how
+// many, and the last of them as the system log has it. Requests are answered in their order. Nothing
+// that a client sends, or does not read, harms anybody but itself: lines and answers are bounded, and a
+// client that does not take its answers is not listened to until it does. One for which too much waits
+// is dismissed: what waits is forgotten, from the next line on, and the last line that it is sent says
 // why,
 //
 //    {"id":null,"ok":false,"error":{"message":"..."}}

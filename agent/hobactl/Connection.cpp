@@ -26,8 +26,9 @@ refused( Datum const & answer ) {
 
 } // namespace
 
-Connection::Connection( std::string const & socketPath, double timeout )
-      : fd_( HobaAgent::connectTo( socketPath ) ), timeout_( timeout ) {}
+Connection::Connection( std::string const & socketPath, double timeout, Warned warned )
+      : fd_( HobaAgent::connectTo( socketPath ) ), timeout_( timeout ),
+        warned_( std::move( warned ) ) {}
 
 void
 Connection::sendAll( std::string_view text ) {
@@ -87,6 +88,9 @@ Connection::ask( Datum const & request ) {
       }
       auto const * ok = answer.find( "ok" );
       if( ok && *ok == Datum( true ) ) {
+         if( auto const * warning = answer.find( "warning" ) ) {
+            warned_( *warning );
+         }
          auto const * result = answer.find( "result" );
          return result ? *result : Datum();
       }

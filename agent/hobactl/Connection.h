@@ -13,8 +13,10 @@ namespace Hobactl {
 // what the agent refused, or what happened to the connection.
 class Connection {
  public:
-   // `timeout` in seconds: how long an answer may take.
-   Connection( std::string const & socketPath, double timeout );
+   // `timeout` in seconds: how long an answer may take. `warned` is called with what the agent has to
+   // say of something that it did, but not without fault.
+   using Warned = std::function< void( Kiv::Datum const & warning ) >;
+   Connection( std::string const & socketPath, double timeout, Warned warned );
 
    // Sends a request (an object, without an id) and waits for its answer.
    Kiv::Datum ask( Kiv::Datum const & request );
@@ -28,6 +30,7 @@ class Connection {
 
    HobaAgent::Fd fd_;
    double timeout_;
+   Warned warned_;
    std::string input_;
    std::size_t taken_ = 0; // bytes at the front of input_ that have been looked at
 };

@@ -58,8 +58,8 @@ requestOf( std::string_view command ) {
 
 class Tool {
  public:
-   Tool( Options const & options, std::ostream & out )
-         : options_( options ), out_( out ), style_( terminalStyle() ) {}
+   Tool( Options const & options, std::ostream & out, std::ostream & err )
+         : options_( options ), out_( out ), err_( err ), style_( terminalStyle() ) {}
 
    void get() {
       auto request = atPath( "get" );
@@ -114,8 +114,9 @@ class Tool {
          help( { command } );
       } else {
          auto const answer = answerTo( command, options_.words );
-         if( auto const * mismatches = answer.find( "mismatches" ) ) {
-            status_ = Kiv::fromDatum< std::uint64_t >( *mismatches ) ? statusMismatch : statusDone;
+         auto const * mismatches = answer.find( "mismatches" );
+         if( mismatches && Kiv::fromDatum< std::uint64_t >( *mismatches ) != 0 ) {
+            status_ = statusDoneBut;
          }
          show( answer );
       }
@@ -165,9 +166,14 @@ class Tool {
    }
 
  private:
-   Connection connection() const { return Connection( options_.socket, options_.timeout ); }
+   Connection connection() {
+      return Connection( options_.socket, options_.timeout, [ this ]( Datum const & warning ) {
+         err_ << "hobactl: warning: " << oneLine( warning ) << "\n";
+         status_ = statusDoneBut;
+      } );
+   }
 
-   Datum answerTo( std::string const & command, std::vector< std::string > const & words ) const {
+   Datum answerTo( std::string const & command, std::vector< std::string > const & words ) {
       auto request = requestOf( command );
       request.add( "words", Datum::Array( words.begin(), words.end() ) );
       std::error_code unknown;
@@ -258,6 +264,7 @@ class Tool {
 
    Options const & options_;
    std::ostream & out_;
+   std::ostream & err_;
    Style const style_;
    Status status_ = statusDone;
 };
@@ -270,7 +277,7 @@ class CommandLine {
       app.set_version_flag( "--version", "hobactl " + HobaAgent::versionText() );
       app.footer(
             "Exit status: 0 done; 1 refused by the agent, or it cannot be asked; 2 wrong command "
-            "line;\n3 verify found a mismatch." );
+            "line;\n3 done, but verify found a mismatch, or steps failed upon it." );
       app.add_option( "--socket", options.socket, "Where the agent listens" )
             ->type_name( "PATH" )
             ->check( []( std::string const & path ) {
@@ -490,7 +497,7 @@ argumentsOf( int argc, char const * const * argv ) {
 int
 runTool( int argc, char const * const * argv, std::ostream & out, std::ostream & err ) {
    CommandLine * line = nullptr;
-   CommandLine commandLine( [ & ] { return Tool( line->options, out ); } );
+   CommandLine commandLine( [ & ] { return Tool( line->options, out, err ); } );
    line = &commandLine;
    try {
       commandLine.app.parse( argumentsOf( argc, argv ) );

@@ -14,10 +14,11 @@ enum Status : int {
    statusDone = 0,
    statusFailed = 1, // the agent refused it or could not be asked, or the output cannot be written
    statusCommandLine = 2, // the command line is wrong; nobody was asked
-   statusMismatch = 3,    // verify found that the hardware differs
+   statusDoneBut = 3,     // done, but the hardware differs (verify), or steps failed upon it
 };
 
-// Runs one command line. Results go to `out`, one line for a failure to `err`. Returns a Status.
+// Runs one command line. Results go to `out`, one line for a failure or a warning to `err`. Returns a
+// Status.
 int runTool( int argc, char const * const * argv, std::ostream & out, std::ostream & err );
 
 } // namespace Hobactl

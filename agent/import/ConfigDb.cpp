@@ -170,23 +170,6 @@ ConfigDbImport::apply() const {
    }
 }
 
-bool
-ConfigDbImport::accepted( std::string_view table, std::string_view key ) const {
-   return std::ranges::any_of( report, [ & ]( ReportLine const & line ) {
-      return line.kind == imported && line.table == table && line.key == key;
-   } );
-}
-
-Kiv::String const *
-ConfigDbImport::refusal( std::string_view table, std::string_view key ) const {
-   for( auto const & line : report ) {
-      if( line.kind == refused && line.table == table && line.key == key ) {
-         return &line.what;
-      }
-   }
-   return nullptr;
-}
-
 std::size_t
 ConfigDbImport::count( LineKind kind ) const {
    return static_cast< std::size_t >( std::ranges::count( report, kind, &ReportLine::kind ) );

@@ -78,15 +78,7 @@ struct ConfigDbImport {
    // checked. Making them again changes nothing.
    void apply() const;
 
-   // Whether the row of that table and key, as they stand in the file, was taken. False also when
-   // there is no such row.
-   bool accepted( std::string_view table, std::string_view key ) const;
-   // Why that row was refused; null when it was not.
-   Kiv::String const * refusal( std::string_view table, std::string_view key ) const;
    std::size_t count( LineKind kind ) const;
-   // For who wants all or nothing: no row was refused, and none was taken otherwise than to the
-   // letter. What has no place in this system does not count.
-   bool clean() const { return count( refused ) == 0 && count( remark ) == 0; }
    // "47 rows imported, 1 refused, 39 remarks, 120 not imported"
    Kiv::String summary() const;
    // What the report says of rows that were not taken to the letter, of one table or ("") of all,

@@ -19,13 +19,14 @@ class SimEventsFixture : public testing::Test {
    }
    ~SimEventsFixture() override { Hoba::eventSmIs( nullptr ); }
 
-   // The events since the last call, each as its kind, port, kind of port and host.
+   // The events since the last call, each as its kind, without "eventType", port and host.
    std::vector< Kiv::String > events() {
       std::vector< Kiv::String > texts;
       for( auto const & member : queue->event() ) {
          auto const & event = member.value;
-         texts.push_back( Kiv::toText( event.eventType ) + ' ' + Kiv::toText( event.portType ) +
-                          ' ' + Kiv::toText( event.port ) + ' ' + Kiv::toText( event.host ) );
+         texts.push_back( Kiv::toText( event.eventType ).substr( 9 ) + ' ' +
+                          Kiv::toText( event.portType ) + ' ' + Kiv::toText( event.port ) + ' ' +
+                          Kiv::toText( event.host ) );
       }
       queue->eventDelAll();
       return texts;
