@@ -12,6 +12,23 @@
 #include <sys/wait.h>
 #include <thread>
 
+namespace GlimTests {
+
+struct Padded {
+   KIV_VALUE( GlimTests::Padded );
+   KIV_FIELD( std::uint8_t, small, 0 );
+   KIV_FIELD( std::uint64_t, large, 0 );
+   KIV_FIELD( double, real, 0 );
+   KIV_FIELD( std::uint16_t, last, 0 );
+};
+struct Nested {
+   KIV_VALUE( GlimTests::Nested );
+   KIV_FIELD( std::uint8_t, small, 0 );
+   KIV_FIELD( Padded, padded );
+};
+
+} // namespace GlimTests
+
 namespace {
 
 using Glim::Lifetime;
@@ -20,6 +37,7 @@ using Glim::ReaderOptions;
 using Glim::WriterOptions;
 using GlimTests::errorOf;
 using GlimTests::mapOf;
+using GlimTests::Nested;
 using std::uint64_t;
 
 using Writer = Glim::TableWriter< uint64_t, uint64_t >;
@@ -432,19 +450,6 @@ TEST_P( GlimTable, SleepsUntilTheWriterCommits ) {
    EXPECT_TRUE( std::is_sorted( told.begin(), told.end() ) );
    EXPECT_LE( told.size(), 98u ); // what went with the table need not be told
 }
-
-struct Padded {
-   KIV_VALUE( Padded );
-   KIV_FIELD( std::uint8_t, small, 0 );
-   KIV_FIELD( uint64_t, large, 0 );
-   KIV_FIELD( double, real, 0 );
-   KIV_FIELD( std::uint16_t, last, 0 );
-};
-struct Nested {
-   KIV_VALUE( Nested );
-   KIV_FIELD( std::uint8_t, small, 0 );
-   KIV_FIELD( Padded, padded );
-};
 
 // What stands between the fields of a record says nothing.
 TEST( GlimRecords, EqualOnesChangeNothing ) {
