@@ -512,9 +512,10 @@ class TableReader : public TableReaderCore {
 
    // What the slot will have when the change that is under way is done. The writer may be dead, so
    // nobody waits for it.
-   Copied copyJournal( Layout::Word * slot, std::uint64_t word, std::uint64_t index,
-                       std::uint64_t ofEpoch, WordsOf< Key > & key, WordsOf< Record > & record,
-                       std::uint64_t & tries ) {
+   [[gnu::noinline]] Copied copyJournal( Layout::Word * slot, std::uint64_t word,
+                                         std::uint64_t index, std::uint64_t ofEpoch,
+                                         WordsOf< Key > & key, WordsOf< Record > & record,
+                                         std::uint64_t & tries ) {
       auto const & entry = journal();
       auto const sequence = entry.sequence.load( std::memory_order_acquire );
       bool const ours = !( sequence & 1 ) &&
