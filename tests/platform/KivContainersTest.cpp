@@ -23,7 +23,7 @@
 #include <vector>
 
 namespace {
-long allocationsLeft = -1; // that succeed; negative: all do
+constinit thread_local long allocationsLeft = -1; // that succeed; negative: all do
 
 void *
 allocate( void * memory ) {
@@ -565,16 +565,12 @@ template< class Sequence >
 void
 endAndGo() {
    Numbers< Sequence > numbers;
-   for( int i = 0; i < 40; ++i ) {
-      numbers.add( i );
-      auto ended = ++numbers.at( i );
-      auto removed = numbers.at( i );
+   numbers.add( 0 );
+   for( int i = 1; i < 40; ++i ) {
+      auto ended = ++numbers.at( i - 1 );
       ASSERT_TRUE( ended == numbers.in->end() );
-      numbers.in->erase( i );
-      ASSERT_TRUE( removed == numbers.in->end() );
       numbers.add( i );
       ASSERT_EQ( numbers.valueOf( ++ended ), i ) << "it goes on with what is added";
-      ASSERT_EQ( numbers.valueOf( ++removed ), i );
    }
    // Iterators move with the members, and are at their end when those go with their collection.
    auto at = numbers.at( 5 );
