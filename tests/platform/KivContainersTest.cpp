@@ -574,6 +574,8 @@ endAndGo() {
    }
    // Iterators move with the members, and are at their end when those go with their collection.
    auto at = numbers.at( 5 );
+   EXPECT_TRUE( at == numbers.at( 5 ) );
+   EXPECT_FALSE( at == numbers.at( 6 ) );
    auto const * place = &*at;
    auto moved = std::move( *numbers.in );
    EXPECT_TRUE( numbers.in->empty() );
@@ -790,19 +792,29 @@ failToAllocate() {
 TEST( KivContainers, failedAllocationChangesNothing ) { failToAllocate< HashMap< int, int > >(); }
 
 TEST( KivContainers, equalityIsOfMembers ) {
-   HashMap< std::string, int > a, b;
+   auto check = []( auto a, auto b ) {
+      for( int i = 0; i < 100; ++i ) {
+         a.tryEmplace( std::to_string( i ), i );
+         b.tryEmplace( std::to_string( 99 - i ), 99 - i );
+      }
+      EXPECT_EQ( a, b );
+      *b.find( "5" ) = 6;
+      EXPECT_FALSE( a == b );
+      b.erase( "5" );
+      EXPECT_FALSE( a == b );
+      b.tryEmplace( "500", 5 );
+      EXPECT_FALSE( a == b );
+   };
+   check( HashMap< std::string, int >(), HashMap< std::string, int >() );
+   check( OrderedMap< std::string, int >(), OrderedMap< std::string, int >() );
+
    HashSet< int > s, t;
    for( int i = 0; i < 100; ++i ) {
-      a.tryEmplace( std::to_string( i ), i );
-      b.tryEmplace( std::to_string( 99 - i ), 99 - i );
       s.insert( i );
       t.insert( 99 - i );
    }
-   EXPECT_EQ( a, b );
    EXPECT_EQ( s, t );
-   *b.find( "5" ) = 6;
    t.erase( 5 );
-   EXPECT_FALSE( a == b );
    EXPECT_FALSE( s == t );
    t.insert( 200 );
    EXPECT_FALSE( s == t );
