@@ -23,7 +23,8 @@
 // - It grows, and closes up what was left, in parts: no insertion or removal waits until something is
 //   done with all members.
 // - Keys need == and Kiv::hashOf, of which the low 32 bits count. It differs from process to
-//   process, the order does not. Collections of std::string are searched by std::string_view.
+//   process, the order does not. It is always the same of equal keys, and does not throw once its
+//   key is in. Collections of std::string are searched by std::string_view.
 // - One thread only, const operations included: a walk enrols with its collection.
 //
 // Nothing throws but allocation, the constructors of keys and values, and Kiv::Exception at more

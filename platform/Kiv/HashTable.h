@@ -187,7 +187,8 @@ class HashStorage {
    using Note = std::conditional_t< keepsHash, HashNote, PlaceNote >;
    static_assert( firstSegmentSlots % alignof( Note ) == 0 );
 
-   static std::uint32_t hashOf( Member const & member, Note const & note ) {
+   // A key that is in has had its hash computed before. If that threw now, others would get lost.
+   static std::uint32_t hashOf( Member const & member, Note const & note ) noexcept {
       if constexpr( keepsHash ) {
          return note.hash;
       } else {
