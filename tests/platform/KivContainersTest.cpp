@@ -47,6 +47,11 @@ operator new( std::size_t size, std::align_val_t align ) {
    return allocate(
          std::aligned_alloc( alignment, ( size + alignment - 1 ) / alignment * alignment ) );
 }
+// What this gives, those below take back.
+void *
+operator new( std::size_t size, std::nothrow_t const & ) noexcept {
+   return std::malloc( size );
+}
 [[gnu::noinline]] void
 operator delete( void * memory ) noexcept {
    std::free( memory );
