@@ -109,12 +109,8 @@ TEST_F( GlimInspectTest, whatTheTableSaysOfItself ) {
    EXPECT_EQ( folder.files().size(),
               4u ); // the table, its lock, and those of the readers that live
    EXPECT_EQ( report.rows, 60u );
-   EXPECT_EQ( report.writers, 1u );
-   EXPECT_EQ( report.capacity, 64u );
-   EXPECT_GE( report.slots, 2 * report.rows );
    EXPECT_GT( report.committed, 1e9 );
    EXPECT_EQ( report.fileBytes, std::filesystem::file_size( pathOf( "t" ) ) );
-   EXPECT_EQ( report.user, ::geteuid() );
    EXPECT_TRUE( report.stays && !report.quiesced && !report.foreign );
    for( auto const & [ lost, behind ] : { std::pair( false, 60u ), std::pair( true, 65u ) } ) {
       ASSERT_EQ( report.readers.size(), 2u );
