@@ -110,9 +110,8 @@ class Printer {
            keyWords_( view.keyWords() ),
            type_( recordTypeOf( view.header(),
                                 static_cast< std::uint64_t >( view.status().st_size ) ) ) {
-      std::string_view const text = view.header().schema;
-      auto const arrow = text.find( " -> " );
-      if( !type_ && arrow != text.npos ) {
+      std::string_view const text = type_ ? type_->schema.text.c_str() : view.header().schema;
+      if( auto const arrow = text.find( " -> " ); arrow != text.npos ) {
          key_ = Shape::parse( text.substr( 0, arrow ), keyBytes_ );
          record_ = Shape::parse( text.substr( arrow + 4 ), recordBytes_ );
       }
@@ -134,16 +133,17 @@ class Printer {
    std::pair< Datum, Datum > print( std::uint64_t const * row, std::uint64_t & odd ) const {
       auto const * const key = reinterpret_cast< char const * >( row );
       auto const * const record = reinterpret_cast< char const * >( row + keyWords_ );
+      bool const shaped = key_ && record_;
+      if( !type_ && shaped ) {
+         return { key_->datum( key ), record_->datum( record ) };
+      }
       try {
-         if( type_ ) {
+         if( type_ && shaped && key_->isPossible( key ) && record_->isPossible( record ) ) {
             return { type_->keyDatum( key ), type_->recordDatum( record ) };
          }
       } catch( Kiv::Exception const & ) {
-         ++odd;
       }
-      if( key_ && record_ ) {
-         return { key_->datum( key ), record_->datum( record ) };
-      }
+      odd += type_ != nullptr;
       return { hexOf( key, keyBytes_ ), hexOf( record, recordBytes_ ) };
    }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// What a table looks like in memory: version 3 of the layout.
+// What a table looks like in memory: version 4 of the layout.
 //
 //    Header | journal | changes | region | region ...
 //
@@ -48,7 +48,7 @@
 namespace Glim::Layout {
 
 inline constexpr std::uint64_t magic = 0x4d494c4741424f48; // "HOBAGLIM"
-inline constexpr std::uint32_t version = 3;
+inline constexpr std::uint32_t version = 4;
 inline constexpr std::uint32_t byteOrder = 0x01020304;
 inline constexpr std::size_t lineBytes = 128;
 

@@ -20,7 +20,7 @@ struct RecordType {
    Schema schema;
    std::type_index key;
    std::type_index record;
-   // Throws Kiv::Exception for bytes that are no such value.
+   // For bytes that are such a value: every truth value is true or false (Shape::isPossible()).
    Kiv::Datum ( *keyDatum )( void const * bytes );
    Kiv::Datum ( *recordDatum )( void const * bytes );
    // The order of keys; null when they have none.
@@ -33,26 +33,6 @@ void recordTypeIs( RecordType const & type );
 // nobody enrolled it, and when two pairs that are not the same look alike.
 RecordType const * recordTypeOf( Layout::Header const & header, std::uint64_t bytes );
 
-// Whether the bytes can be looked at as a T: a bool must be one.
-template< class T >
-bool
-isPossible( char const * bytes ) {
-   if constexpr( std::is_same_v< T, bool > ) {
-      return static_cast< unsigned char >( *bytes ) <= 1;
-   } else if constexpr( Kiv::FieldedValue< T > ) {
-      static T const example{};
-      auto const * const begin = reinterpret_cast< char const * >( &example );
-      bool all = true;
-      eachField< T >( [ & ]< class V, class F >( Kiv::FieldOf< V, F > const & field ) {
-         auto const * const place = reinterpret_cast< char const * >( &( example.*field.member ) );
-         all = all && isPossible< F >( bytes + ( place - begin ) );
-      } );
-      return all;
-   } else {
-      return true;
-   }
-}
-
 template< class T >
 T
 valueOfBytes( void const * bytes ) {
@@ -64,9 +44,6 @@ valueOfBytes( void const * bytes ) {
 template< class T >
 Kiv::Datum
 datumOfBytes( void const * bytes ) {
-   if( !isPossible< T >( static_cast< char const * >( bytes ) ) ) {
-      throw Kiv::RangeException( "a truth value that is neither true nor false" );
-   }
    return Kiv::toDatum( valueOfBytes< T >( bytes ) );
 }
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// What the bytes of a key or a record mean, as text that two programs can compare and a person can
-// read: "key u32, hwId u64, adjState enum8". It does not depend on the compiler.
+// What the bytes of a key or a record mean, as text that two programs can compare, a person can read,
+// and a program that does not know the types can go by: "{key@0 u32, hwId@8 u64, adjState@16 enum8}".
 
 #include "Glim/Layout.h"
 #include "Kiv/Value.h"
@@ -34,6 +34,14 @@ eachField( Use const & use ) {
    ( std::make_integer_sequence< unsigned, decltype( T::kivCount( Kiv::MaxRank{} ) )::value >{} );
 }
 
+// Where a field is in a value, in bytes.
+template< class V, class F >
+std::size_t
+offsetIn( V const & value, Kiv::FieldOf< V, F > const & field ) {
+   return static_cast< std::size_t >( reinterpret_cast< char const * >( &( value.*field.member ) ) -
+                                      reinterpret_cast< char const * >( &value ) );
+}
+
 // Whether it is known which bytes of a T say something.
 template< class T >
 constexpr bool
@@ -56,10 +64,7 @@ void
 copyFields( T const & value, char * to ) {
    if constexpr( Kiv::FieldedValue< T > && !std::has_unique_object_representations_v< T > ) {
       eachField< T >( [ & ]< class V, class F >( Kiv::FieldOf< V, F > const & field ) {
-         auto const & member = value.*field.member;
-         auto const offset = reinterpret_cast< char const * >( &member ) -
-                             reinterpret_cast< char const * >( &value );
-         copyFields( member, to + offset );
+         copyFields( value.*field.member, to + offsetIn( value, field ) );
       } );
    } else {
       std::memcpy( to, &value, sizeof( T ) );
@@ -74,7 +79,7 @@ template< class T >
 concept TableRecord = std::is_trivially_copyable_v< T > && std::is_default_constructible_v< T > &&
                       sizeof( T ) <= Layout::maxRecordBytes && hasKnownBytes< T >();
 
-// "u32", "enum8", "bytes8", or the fields of a value type in braces.
+// "u32", "enum8", "bytes8", or the fields of a value type in braces, each with its offset in bytes.
 template< class T >
 std::string
 shapeOf() {
@@ -88,10 +93,11 @@ shapeOf() {
    } else if constexpr( std::is_integral_v< T > ) {
       return ( std::is_signed_v< T > ? "i" : "u" ) + bits;
    } else if constexpr( Kiv::FieldedValue< T > ) {
+      static T const example{};
       std::string text = "{";
       eachField< T >( [ & ]< class V, class F >( Kiv::FieldOf< V, F > const & field ) {
-         text +=
-               ( text.size() == 1 ? "" : ", " ) + std::string( field.name ) + ' ' + shapeOf< F >();
+         text += ( text.size() == 1 ? "" : ", " ) + std::string( field.name ) + '@' +
+                 std::to_string( offsetIn( example, field ) ) + ' ' + shapeOf< F >();
       } );
       return text + "}";
    } else {

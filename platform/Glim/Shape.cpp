@@ -4,6 +4,7 @@
 #include "Glim/Layout.h"
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cstring>
 
@@ -13,26 +14,25 @@ using Kiv::Datum;
 
 namespace {
 
-constexpr std::size_t maxAlignment = 8;
-constexpr std::size_t maxWays = 4096; // to align what the text leaves open
-constexpr std::size_t maxBits = 8 * Layout::maxRecordBytes;
+constexpr std::size_t maxBytes = Layout::maxRecordBytes;
 
-// The number behind `head`, if the word is that and no more.
-std::optional< std::size_t >
-numberBehind( std::string_view word, std::string_view head ) {
-   std::size_t number = 0;
-   if( !word.starts_with( head ) ) {
-      return std::nullopt;
-   }
-   word.remove_prefix( head.size() );
-   auto const [ end, error ] = std::from_chars( word.data(), word.data() + word.size(), number );
-   bool const whole = error == std::errc() && end == word.data() + word.size();
-   return whole && number != 0 && number <= maxBits ? std::optional( number ) : std::nullopt;
+// Whether the text went on with that, which is then behind.
+bool
+skip( std::string_view & rest, std::string_view head ) {
+   bool const found = rest.starts_with( head );
+   rest.remove_prefix( found ? head.size() : 0 );
+   return found;
 }
 
-bool
-isWhole( std::size_t bits ) {
-   return bits == 8 || bits == 16 || bits == 32 || bits == 64;
+std::optional< std::size_t >
+takeNumber( std::string_view & rest ) {
+   std::size_t number = 0;
+   auto const [ end, error ] = std::from_chars( rest.data(), rest.data() + rest.size(), number );
+   if( error != std::errc() || number > maxBytes ) {
+      return std::nullopt;
+   }
+   rest.remove_prefix( static_cast< std::size_t >( end - rest.data() ) );
+   return number;
 }
 
 template< class T >
@@ -69,142 +69,74 @@ hexOf( char const * bytes, std::size_t count ) {
 // ---- The text
 
 std::optional< Shape >
-Shape::parseWord( std::string_view word ) {
+Shape::takeScalar( std::string_view & rest ) {
+   struct Word {
+      std::string_view head;
+      Kind kind;
+      std::size_t least; // bits
+   };
+   static constexpr Word words[] = { { "u", Kind::isUnsigned, 8 },
+                                     { "enum", Kind::isUnsigned, 8 },
+                                     { "i", Kind::isSigned, 8 },
+                                     { "float", Kind::real, 32 } };
    Shape shape;
-   shape.bytes_ = 1;
-   if( word == "bool" ) {
+   if( skip( rest, "bool" ) ) {
       shape.kind_ = Kind::boolean;
-   } else if( auto const bytes = numberBehind( word, "bytes" ) ) {
-      shape.bytes_ = *bytes;
+      shape.bytes_ = 1;
       return shape;
-   } else {
-      auto bits = numberBehind( word, "u" );
-      shape.kind_ = Kind::isUnsigned;
-      if( !bits ) {
-         bits = numberBehind( word, "enum" );
-      }
-      if( !bits && ( bits = numberBehind( word, "i" ) ) ) {
-         shape.kind_ = Kind::isSigned;
-      }
-      if( !bits && ( bits = numberBehind( word, "float" ) ) ) {
-         shape.kind_ = Kind::real;
-      }
-      bool const known = bits && isWhole( *bits ) && ( shape.kind_ != Kind::real || *bits >= 32 );
-      if( !known ) {
-         return std::nullopt;
-      }
-      shape.bytes_ = *bits / 8;
    }
-   shape.alignment_ = shape.bytes_;
-   return shape;
+   if( skip( rest, "bytes" ) ) {
+      shape.bytes_ = takeNumber( rest ).value_or( 0 );
+      return shape.bytes_ ? std::optional( shape ) : std::nullopt;
+   }
+   for( auto const & [ head, kind, least ] : words ) {
+      if( skip( rest, head ) ) {
+         auto const bits = takeNumber( rest ).value_or( 0 );
+         shape.kind_ = kind;
+         shape.bytes_ = bits / 8;
+         bool const known = std::has_single_bit( bits ) && bits >= least && bits <= 64;
+         return known ? std::optional( shape ) : std::nullopt;
+      }
+   }
+   return std::nullopt;
 }
 
 std::optional< Shape >
-Shape::parseAny( std::string_view & rest ) {
-   if( !rest.starts_with( '{' ) ) {
-      auto const length = std::min( rest.find_first_of( ",}" ), rest.size() );
-      auto const word = rest.substr( 0, length );
-      rest.remove_prefix( length );
-      return parseWord( word );
+Shape::take( std::string_view & rest ) {
+   if( !skip( rest, "{" ) ) {
+      return takeScalar( rest );
    }
    Shape shape;
    shape.kind_ = Kind::structure;
-   rest.remove_prefix( 1 );
-   while( !rest.starts_with( '}' ) ) {
-      if( !shape.fields_.empty() ) {
-         if( !rest.starts_with( ", " ) ) {
-            return std::nullopt;
-         }
-         rest.remove_prefix( 2 );
-      }
-      auto const space = rest.find_first_of( " {}," );
-      if( space == rest.npos || space == 0 || rest[ space ] != ' ' ) {
+   while( !skip( rest, "}" ) ) {
+      if( !shape.fields_.empty() && !skip( rest, ", " ) ) {
          return std::nullopt;
       }
-      std::string name( rest.substr( 0, space ) );
-      rest.remove_prefix( space + 1 );
-      auto field = parseAny( rest );
+      auto const name = rest.substr( 0, rest.find_first_of( "@ {}," ) );
+      rest.remove_prefix( name.size() );
+      if( name.empty() || !skip( rest, "@" ) ) {
+         return std::nullopt;
+      }
+      auto const offset = takeNumber( rest );
+      auto field = offset && skip( rest, " " ) ? take( rest ) : std::nullopt;
       if( !field ) {
          return std::nullopt;
       }
-      shape.fields_.emplace_back( std::move( name ), std::move( *field ) );
+      field->name_ = name;
+      field->offset_ = *offset;
+      shape.bytes_ = std::max( shape.bytes_, *offset + field->bytes_ );
+      shape.fields_.push_back( std::move( *field ) );
    }
-   rest.remove_prefix( 1 );
    return shape;
-}
-
-// ---- Where things are
-
-void
-Shape::rawsInto( std::vector< Shape * > & raws ) {
-   if( kind_ == Kind::raw ) {
-      raws.push_back( this );
-   }
-   for( auto & [ name, field ] : fields_ ) {
-      field.rawsInto( raws );
-   }
-}
-
-void
-Shape::layOut() {
-   if( kind_ != Kind::structure ) {
-      return;
-   }
-   bytes_ = 0;
-   alignment_ = 1;
-   for( auto & [ name, field ] : fields_ ) {
-      field.layOut();
-      field.offset_ = Layout::roundUp( bytes_, field.alignment_ );
-      bytes_ = field.offset_ + field.bytes_;
-      alignment_ = std::max( alignment_, field.alignment_ );
-   }
-   bytes_ = std::max< std::size_t >( Layout::roundUp( bytes_, alignment_ ), 1 );
-}
-
-void
-Shape::offsetsInto( std::vector< std::size_t > & offsets ) const {
-   offsets.push_back( offset_ );
-   for( auto const & [ name, field ] : fields_ ) {
-      field.offsetsInto( offsets );
-   }
 }
 
 std::optional< Shape >
 Shape::parse( std::string_view text, std::size_t bytes ) {
-   auto shape = parseAny( text );
-   if( !shape || !text.empty() ) {
-      return std::nullopt;
-   }
-   std::vector< Shape * > raws;
-   shape->rawsInto( raws );
-   std::optional< Shape > found;
-   std::vector< std::size_t > offsets;
-   for( std::size_t way = 0; way != maxWays; ++way ) {
-      shape->layOut();
-      if( shape->bytes_ == bytes ) {
-         std::vector< std::size_t > these;
-         shape->offsetsInto( these );
-         if( found && these != offsets ) {
-            return std::nullopt;
-         }
-         offsets = std::move( these );
-         found = shape;
-      }
-      // The next way, counting as with digits.
-      auto raw = raws.begin();
-      for( ; raw != raws.end(); ++raw ) {
-         auto & alignment = ( *raw )->alignment_;
-         alignment *= 2;
-         if( alignment <= maxAlignment && ( *raw )->bytes_ % alignment == 0 ) {
-            break;
-         }
-         alignment = 1;
-      }
-      if( raw == raws.end() ) {
-         return found;
-      }
-   }
-   return std::nullopt;
+   auto shape = take( text );
+   bool const fits =
+         shape && text.empty() &&
+         ( shape->kind_ == Kind::structure ? shape->bytes_ <= bytes : shape->bytes_ == bytes );
+   return fits ? shape : std::nullopt;
 }
 
 // ---- The value
@@ -213,10 +145,7 @@ Datum
 Shape::datum( char const * value ) const {
    switch( kind_ ) {
    case Kind::boolean:
-      if( static_cast< unsigned char >( *value ) <= 1 ) {
-         return Datum( *value != 0 );
-      }
-      return hexOf( value, bytes_ );
+      return isPossible( value ) ? Datum( *value != 0 ) : hexOf( value, bytes_ );
    case Kind::isUnsigned:
       return Datum( integerAt( value, bytes_ ) );
    case Kind::isSigned: {
@@ -232,10 +161,18 @@ Shape::datum( char const * value ) const {
       break;
    }
    Datum::Object object;
-   for( auto const & [ name, field ] : fields_ ) {
-      object.emplace_back( name, field.datum( value + field.offset_ ) );
+   for( auto const & field : fields_ ) {
+      object.emplace_back( field.name_, field.datum( value + field.offset_ ) );
    }
    return object;
+}
+
+bool
+Shape::isPossible( char const * value ) const {
+   return ( kind_ != Kind::boolean || static_cast< unsigned char >( *value ) <= 1 ) &&
+          std::all_of( fields_.begin(), fields_.end(), [ & ]( Shape const & field ) {
+             return field.isPossible( value + field.offset_ );
+          } );
 }
 
 } // namespace Glim

@@ -421,8 +421,6 @@ class TableReader : public TableReaderCore {
    }
 
  private:
-   enum class Copied { none, row, again };
-
    bool find( WordsOf< Key > const & key, WordsOf< Record > & record ) {
       while( attached() ) {
          if( epochNow() != epoch() ) [[unlikely]] {
@@ -460,8 +458,9 @@ class TableReader : public TableReaderCore {
             }
          } else if( word & Layout::writing ) {
             WordsOf< Key > there;
-            auto const copied = copyJournal( slot, word, i, epoch(), there, record, tries );
+            auto const copied = copyJournal( slot, word, i, epoch(), loading( there, record ) );
             if( copied == Copied::again ) {
+               retry( tries );
                if( epochNow() != epoch() ) {
                   return false; // this may be another region's slot, of a writer that died in it
                }
@@ -481,56 +480,28 @@ class TableReader : public TableReaderCore {
       }
    }
 
+   static auto loading( WordsOf< Key > & key, WordsOf< Record > & record ) {
+      return [ & ]( Layout::Word const * words ) {
+         loadWords( key, words );
+         loadWords( record, words + Shape::keyWords );
+      };
+   }
+
    // What is in the slot.
    Copied copy( Layout::Word * slot, std::uint64_t index, std::uint64_t ofEpoch,
                 WordsOf< Key > & key, WordsOf< Record > & record ) {
       std::uint64_t tries = 0;
       while( true ) {
-         auto const word = slot->load( std::memory_order_acquire );
-         if( word & Layout::writing ) {
-            auto const copied = copyJournal( slot, word, index, ofEpoch, key, record, tries );
-            if( copied != Copied::again ) {
-               return copied;
-            }
-            // A region that was replaced meanwhile has no rows any more.
-            if( header().region[ ofEpoch % 2 ].epoch.load( std::memory_order_acquire ) !=
-                ofEpoch ) {
-               return Copied::none;
-            }
-         } else if( !( word & Layout::live ) ) {
-            return Copied::none;
-         } else {
-            loadWords( key, Shape::keyOf( slot ) );
-            loadWords( record, Shape::recordOf( slot ) );
-            std::atomic_thread_fence( std::memory_order_acquire );
-            if( slot->load( std::memory_order_relaxed ) == word ) {
-               return Copied::row;
-            }
+         auto const copied = copyOnce( slot, index, ofEpoch, loading( key, record ) );
+         if( copied != Copied::again ) [[likely]] {
+            return copied;
          }
-      }
-   }
-
-   // What the slot will have when the change that is under way is done. The writer may be dead, so
-   // nobody waits for it.
-   Copied copyJournal( Layout::Word * slot, std::uint64_t word, std::uint64_t index,
-                       std::uint64_t ofEpoch, WordsOf< Key > & key, WordsOf< Record > & record,
-                       std::uint64_t & tries ) {
-      auto const & entry = journal();
-      auto const sequence = entry.sequence.load( std::memory_order_acquire );
-      bool const ours = !( sequence & 1 ) &&
-                        entry.slot.load( std::memory_order_relaxed ) == index &&
-                        entry.epoch.load( std::memory_order_relaxed ) == ofEpoch;
-      auto const operation = entry.operation.load( std::memory_order_relaxed );
-      auto const * const words = reinterpret_cast< Layout::Word const * >( &entry + 1 );
-      loadWords( key, words );
-      loadWords( record, words + Shape::keyWords );
-      std::atomic_thread_fence( std::memory_order_acquire );
-      if( !ours || entry.sequence.load( std::memory_order_relaxed ) != sequence ||
-          slot->load( std::memory_order_relaxed ) != word ) {
+         // A region that was replaced meanwhile has no rows any more.
+         if( header().region[ ofEpoch % 2 ].epoch.load( std::memory_order_acquire ) != ofEpoch ) {
+            return Copied::none;
+         }
          retry( tries );
-         return Copied::again;
       }
-      return operation == Layout::operationPut ? Copied::row : Copied::none;
    }
 };
 

@@ -21,8 +21,13 @@ constexpr unsigned maxRefreshes = 100'000;
 
 TableReaderCore::TableReaderCore( std::string const & table, Schema const & schema,
                                   ReaderOptions const & options )
-      : table_( table ), what_( "table \"" + table + "\"" ), schema_( schema ), options_( options ),
-        slotBytes_( slotBytesOf( schema.keyBytes, schema.recordBytes ) ) {
+      : table_( table ), what_( "table \"" + table + "\"" ), schema_( schema ),
+        options_( options ) {
+   checkName( table_ );
+}
+
+TableReaderCore::TableReaderCore( std::string const & table )
+      : table_( table ), what_( "table \"" + table + "\"" ) {
    checkName( table_ );
 }
 
@@ -60,19 +65,14 @@ TableReaderCore::attach() {
       detach(); // likewise
       return false;
    }
-   if( auto const fault = headerFault( header(), bytes, &schema_ ); !fault.empty() ) {
+   if( auto const fault = headerFault( header(), bytes, &*schema_ ); !fault.empty() ) {
       fail( fault );
    }
    if( header().state.load( std::memory_order_acquire ) == stateRemoved ) {
       detach();
       return false;
    }
-   seed_ = header().seed;
-   journalOffset_ = header().headerBytes;
-   ringOffset_ = header().changesOffset;
-   ringMask_ = header().changes - 1;
-   map( bytes );
-   refresh();
+   begin( header(), bytes );
    cursor_ = header().changeHead.load( std::memory_order_acquire );
    fresh_ = true;
    if( !options_.privateMemory ) {
@@ -80,6 +80,18 @@ TableReaderCore::attach() {
       file_.cursorIs( cursor_ );
    }
    return true;
+}
+
+void
+TableReaderCore::begin( Header const & header, std::uint64_t bytes ) {
+   seed_ = header.seed;
+   journalOffset_ = header.headerBytes;
+   ringOffset_ = header.changesOffset;
+   ringMask_ = header.changes - 1;
+   regionsOffset_ = header.regionsOffset;
+   slotBytes_ = header.slotBytes;
+   map( bytes );
+   refresh();
 }
 
 void
@@ -110,7 +122,7 @@ TableReaderCore::refresh() {
       }
       checkNotLost();
    }
-   fail( "its header is damaged" );
+   fail( "its header is damaged: its rows are nowhere" );
 }
 
 // Whether the region of that epoch was there to be read.
@@ -125,9 +137,9 @@ TableReaderCore::readRegion( std::uint64_t epoch ) {
       return false;
    }
    if( !std::has_single_bit( slots ) || slots < 2 || slots > maxSlots || offset % 8 != 0 ||
-       offset < ringOffset_ || offset > maxSlots * maxRecordBytes ) {
+       offset < regionsOffset_ || offset > maxSlots * maxRecordBytes ) {
       checkNotLost();
-      fail( "its header is damaged" );
+      fail( "its header is damaged: there are no rows where it says" );
    }
    if( auto const end = offset + slots * slotBytes_; end > memory_.bytes() ) {
       map( std::max( end, fileBytes( fd_.get() ) ) ); // which fails when the file is shorter

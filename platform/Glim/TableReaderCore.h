@@ -8,6 +8,7 @@
 #include "Kiv/Text.h"
 
 #include <algorithm>
+#include <optional>
 
 namespace Glim {
 
@@ -65,6 +66,15 @@ class TableReaderCore {
  protected:
    TableReaderCore( std::string const & table, Schema const & schema,
                     ReaderOptions const & options );
+   // For a class that attaches to whatever table there is by itself.
+   explicit TableReaderCore( std::string const & table );
+
+   std::string const & what() const { return what_; }
+   // Each of these throws Error as attach(). The reader is detached then.
+   void map( std::uint64_t bytes );
+   // The header has been mapped, and a copy of it, or itself, was found without fault.
+   void begin( Layout::Header const & header, std::uint64_t bytes );
+   [[noreturn]] void fail( std::string const & text );
 
    Layout::Header const & header() const {
       return *reinterpret_cast< Layout::Header const * >( memory_.data() );
@@ -112,6 +122,44 @@ class TableReaderCore {
              walk.epoch;
    }
 
+   enum class Copied { none, row, again };
+   // What is in the slot, if load( words ) was not disturbed by the writer: it copies a key and the
+   // record behind it.
+   template< class Load >
+   Copied copyOnce( Layout::Word const * slot, std::uint64_t index, std::uint64_t ofEpoch,
+                    Load const & load ) const {
+      auto const word = slot->load( std::memory_order_acquire );
+      if( word & Layout::writing ) {
+         return copyJournal( slot, word, index, ofEpoch, load );
+      }
+      if( !( word & Layout::live ) ) {
+         return Copied::none;
+      }
+      load( slot + 1 );
+      std::atomic_thread_fence( std::memory_order_acquire );
+      return slot->load( std::memory_order_relaxed ) == word ? Copied::row : Copied::again;
+   }
+   // What the slot will have when the change that is under way is done. The writer may be dead, so
+   // nobody waits for it.
+   template< class Load >
+   [[gnu::noinline]] Copied copyJournal( Layout::Word const * slot, std::uint64_t word,
+                                         std::uint64_t index, std::uint64_t ofEpoch,
+                                         Load const & load ) const {
+      auto const & entry = journal();
+      auto const sequence = entry.sequence.load( std::memory_order_acquire );
+      bool const ours = !( sequence & 1 ) &&
+                        entry.slot.load( std::memory_order_relaxed ) == index &&
+                        entry.epoch.load( std::memory_order_relaxed ) == ofEpoch;
+      auto const operation = entry.operation.load( std::memory_order_relaxed );
+      load( reinterpret_cast< Layout::Word const * >( &entry + 1 ) );
+      std::atomic_thread_fence( std::memory_order_acquire );
+      if( !ours || entry.sequence.load( std::memory_order_relaxed ) != sequence ||
+          slot->load( std::memory_order_relaxed ) != word ) {
+         return Copied::again;
+      }
+      return operation == Layout::operationPut ? Copied::row : Copied::none;
+   }
+
    Poll beginPoll();
    Poll resynchronise();
    std::uint64_t cursor() const { return cursor_; }
@@ -125,24 +173,24 @@ class TableReaderCore {
    // So many changes have been copied: false when some were overwritten meanwhile.
    bool takeChanges( std::uint64_t count );
 
+   Fd fd_;
+
  private:
    Fd open() const;
-   void map( std::uint64_t bytes );
    bool readRegion( std::uint64_t epoch );
-   [[noreturn]] void fail( std::string const & text );
    bool somethingToTell() const;
 
    std::string const table_;
    std::string const what_; // for messages
-   Schema const schema_;
+   std::optional< Schema > const schema_;
    ReaderOptions const options_;
-   Fd fd_;
    Mapping memory_;
    ReaderFile file_;
    Layout::Seed seed_{};
    std::uint64_t journalOffset_ = 0;
    std::uint64_t ringOffset_ = 0;
    std::uint64_t ringMask_ = 0;
+   std::uint64_t regionsOffset_ = 0;
    std::uint64_t slotBytes_ = 0;
    std::uint64_t regionOffset_ = 0;
    std::uint64_t epoch_ = 0;

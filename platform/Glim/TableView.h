@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// A table of any shape, mapped for looking at it: the walk of TableReader over words whose number is
-// known only now. It trusts nothing it finds, and tries nothing forever.
+// A table of any shape and of whatever user, for looking at it: a reader of words whose number is
+// known only now, which says nothing of itself. It trusts nothing it finds, and tries nothing forever.
 
-#include "Glim/Segment.h"
+#include "Glim/TableReaderCore.h"
 
 #include <cstdint>
 #include <string>
@@ -13,7 +13,7 @@
 
 namespace Glim {
 
-class TableView {
+class TableView : private TableReaderCore {
  public:
    // Throws Error when there is no such table. One that cannot be read has a fault instead.
    explicit TableView( std::string const & table );
@@ -27,11 +27,9 @@ class TableView {
 
    // The header as it was when it was found right; and as it is now.
    Layout::Header const & header() const { return copy_; }
-   Layout::Header const & headerNow() const {
-      return *reinterpret_cast< Layout::Header const * >( memory_.data() );
-   }
+   Layout::Header const & headerNow() const { return TableReaderCore::header(); }
    // Of the region that is in use.
-   std::uint64_t slots() const { return region_.slots; }
+   using TableReaderCore::slots;
    std::size_t keyWords() const { return Layout::wordsOf( copy_.keyBytes ); }
    std::size_t recordWords() const { return Layout::wordsOf( copy_.recordBytes ); }
 
@@ -45,32 +43,15 @@ class TableView {
    Rows rows( bool wantWords );
 
  private:
-   struct Region {
-      std::uint64_t epoch = 0;
-      std::uint64_t offset = 0;
-      std::uint64_t slots = 0;
-   };
-   enum class Copied { none, row, again };
+   void openAny();
+   void look();
+   void checkThere();
+   Rows walk( bool wantWords );
+   Copied copy( Walk const & walk, std::vector< std::uint64_t > & row, std::uint64_t & triesLeft );
+   void faultIs( Error const & error );
 
-   void open( std::string const & table );
-   // What is wrong with what is mapped; looks for the region.
-   std::string look();
-   void copyHeader();
-   std::string findRegion();
-   [[noreturn]] void fail( std::string const & fault );
-   bool stillThere() const;
-   // Whether the region was there until the end.
-   bool walk( bool wantWords, Rows & rows );
-   Copied copySlot( std::uint64_t index, std::uint64_t * row ) const;
-   Copied copyJournal( Layout::Word const * slot, std::uint64_t word, std::uint64_t index,
-                       std::uint64_t * row ) const;
-
-   std::string const table_;
-   Fd fd_;
    struct stat status_ {};
-   Mapping memory_;
    Layout::Header copy_{};
-   Region region_;
    std::string fault_;
 };
 

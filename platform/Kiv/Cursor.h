@@ -2,11 +2,11 @@
 #pragma once
 
 // What lets the containers of this folder be changed while they are iterated: a container knows
-// the iterators that stand in it, and when it moves or removes what they stand on it tells them.
-// An iterator is therefore a link in a list that its container heads. Neither the containers nor
-// this list are for more than one thread, reading included.
+// the cursors that stand in it (an iterator is one), and when it moves or removes what they stand on
+// it tells them. A cursor is therefore a link in a list that its container heads. Neither the
+// containers nor this list are for more than one thread, reading included.
 
-namespace Kiv {
+namespace Kiv::Detail {
 
 class CursorLink {
  public:
@@ -55,4 +55,63 @@ class CursorLink {
    CursorLink * next_ = nullptr;
 };
 
-} // namespace Kiv
+// What all cursors are: in a table, or in none. The table has a list `cursors`, in which copies enrol
+// beside their original.
+template< class Table >
+class CursorIn : public CursorLink {
+ public:
+   // The table goes.
+   void leave() {
+      unlink();
+      table_ = nullptr;
+   }
+
+ protected:
+   CursorIn() = default;
+   explicit CursorIn( Table * table ) : table_( table ) { enrol(); }
+   CursorIn( CursorIn const & other ) : CursorLink(), table_( other.table_ ) { enrol(); }
+   CursorIn & operator=( CursorIn const & other ) {
+      if( table_ != other.table_ ) {
+         unlink();
+         table_ = other.table_;
+         enrol();
+      }
+      return *this;
+   }
+   ~CursorIn() = default;
+
+   Table * table_ = nullptr;
+
+ private:
+   void enrol() {
+      if( table_ ) {
+         link( table_->cursors.head );
+      }
+   }
+};
+
+// The cursors in a table, which it declares behind what they stand on: they leave first.
+template< class Cursor >
+struct CursorList {
+   CursorList() = default;
+   CursorList( CursorList const & ) = delete;
+   CursorList & operator=( CursorList const & ) = delete;
+   ~CursorList() {
+      while( head ) {
+         static_cast< Cursor & >( *head ).leave();
+      }
+   }
+
+   bool empty() const { return !head; }
+
+   template< class Do >
+   void forEach( Do const & act ) {
+      for( auto * link = head; link; link = link->nextLink() ) {
+         act( static_cast< Cursor & >( *link ) );
+      }
+   }
+
+   CursorLink * head = nullptr;
+};
+
+} // namespace Kiv::Detail

@@ -7,6 +7,8 @@
 
 namespace Kiv {
 
+constinit Detail::HashSeed Detail::hashSeed{};
+
 namespace {
 
 // Earlier than what is initialised in the usual way, tables that are variables among it.

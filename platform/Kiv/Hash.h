@@ -17,11 +17,12 @@ namespace Kiv {
 
 namespace Detail {
 
-// Secret. Set before anything that uses this library begins, and one for all libraries of a process.
+// Secret. Set before anything that uses this library begins. Not an inline variable: who looks at it
+// has the library, and sees what all libraries of the process see.
 struct HashSeed {
    std::uint64_t first, second;
 };
-inline constinit HashSeed hashSeed{};
+extern HashSeed hashSeed;
 
 } // namespace Detail
 

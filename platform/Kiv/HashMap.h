@@ -20,8 +20,11 @@
 //   Value that cannot be moved is made and destroyed where it stands: its constructor must leave
 //   the collection alone, its destructor may do anything but clear or destroy it.)
 // - An empty collection is one pointer. Memory comes with the first member and goes with clear().
+// - It grows, and closes up what was left, in parts: no insertion or removal waits until something is
+//   done with all members.
 // - Keys need == and Kiv::hashOf, of which the low 32 bits count. It differs from process to
-//   process, the order does not. Collections of std::string are searched by std::string_view.
+//   process, the order does not. It is always the same of equal keys, and does not throw once its
+//   key is in. Collections of std::string are searched by std::string_view.
 // - One thread only, const operations included: a walk enrols with its collection.
 //
 // Nothing throws but allocation, the constructors of keys and values, and Kiv::Exception at more
@@ -29,6 +32,7 @@
 
 #include "Kiv/Hash.h"
 #include "Kiv/HashTable.h"
+#include "Kiv/Iterator.h"
 #include "Kiv/Member.h"
 
 #include <cstddef>
@@ -49,6 +53,8 @@ struct SetMember {
    template< class K >
    explicit SetMember( K const & k ) : key( k ) {}
 
+   operator Key const &() const { return key; } // what a walk shows
+
    static auto moveOut( SetMember & m ) { return Detail::moveOut( m.key ); }
 };
 
@@ -63,50 +69,8 @@ class HashCollection {
    using value_type = std::remove_const_t< Visible >;
    using size_type = std::uint32_t;
 
-   // Copies stand on the same member and walk on by themselves. When its member is removed, an
-   // iterator stands before what comes next: step it, or compare it with end(), before you look at
-   // a member again. At the end it stands before what may be added.
-   template< class Shown >
-   class Iterator {
-    public:
-      using iterator_concept = std::forward_iterator_tag;
-      using iterator_category = std::forward_iterator_tag;
-      using value_type = std::remove_const_t< Shown >;
-      using difference_type = std::ptrdiff_t;
-      using pointer = Shown *;
-      using reference = Shown &;
-
-      Iterator() = default; // at the end of nothing
-
-      // It stands on a member: it is not at end(), and the member was not removed.
-      Shown & operator*() const { return shown( cursor_.member() ); }
-      Shown * operator->() const { return &**this; }
-
-      Iterator & operator++() {
-         cursor_.advance();
-         return *this;
-      }
-      Iterator operator++( int ) {
-         auto was = *this;
-         cursor_.advance();
-         return was;
-      }
-
-      friend bool operator==( Iterator const & a, std::default_sentinel_t ) {
-         return a.cursor_.atEnd();
-      }
-      friend bool operator==( Iterator const & a, Iterator const & b ) {
-         return a.cursor_.sameAs( b.cursor_ );
-      }
-
-    private:
-      friend HashCollection;
-      Iterator( Table * table, std::uint32_t place ) : cursor_( table, place ) {}
-      mutable Cursor cursor_;
-   };
-
-   using iterator = Iterator< Visible >;
-   using const_iterator = Iterator< Visible const >;
+   using iterator = Iterator< Cursor, Visible >;
+   using const_iterator = Iterator< Cursor, Visible const >;
 
    HashCollection() = default;
    // In the order of the other.
@@ -136,8 +100,8 @@ class HashCollection {
    bool empty() const { return size() == 0; }
    bool has( KeyArgument< Key > key ) const { return lookup( key ) != nullptr; }
 
-   iterator begin() { return iterator( table_, firstPlace() ); }
-   const_iterator begin() const { return const_iterator( table_, firstPlace() ); }
+   iterator begin() { return iterator( std::in_place, table_, firstPlace() ); }
+   const_iterator begin() const { return const_iterator( std::in_place, table_, firstPlace() ); }
    std::default_sentinel_t end() const { return {}; }
 
    // On that member; at the end when there is none.
@@ -145,16 +109,17 @@ class HashCollection {
    const_iterator iteratorAt( KeyArgument< Key > key ) const { return at< const_iterator >( key ); }
 
    // The member that was inserted first; nullptr when there is none.
-   Visible * first() { return empty() ? nullptr : &shown( firstMember() ); }
-   Visible const * first() const { return empty() ? nullptr : &shown( firstMember() ); }
+   Visible * first() { return empty() ? nullptr : &firstMember(); }
+   Visible const * first() const { return empty() ? nullptr : &firstMember(); }
 
    // Whether the member was there.
    bool erase( KeyArgument< Key > key ) {
-      auto slot = slotOf( key );
+      auto const hash = tableHash( key );
+      auto slot = slotOf( key, hash );
       if( slot == 0 ) {
          return false;
       }
-      [[maybe_unused]] auto gone = takeOut( slot );
+      [[maybe_unused]] auto gone = takeOut( slot, hash );
       return true;
    }
 
@@ -163,7 +128,7 @@ class HashCollection {
       if( !table_ ) {
          return;
       }
-      if( table_->cursors ) {
+      if( !table_->cursors.empty() ) {
          auto gone = table_->takeAll();
       } else {
          delete std::exchange( table_, nullptr );
@@ -177,8 +142,8 @@ class HashCollection {
    }
 
    // 0 when there is no such key.
-   std::uint32_t slotOf( KeyArgument< Key > key ) const {
-      return table_ ? table_->storage.findSlot( tableHash( key ), key ) : 0;
+   std::uint32_t slotOf( KeyArgument< Key > key, std::uint32_t hash ) const {
+      return table_ ? table_->storage.findSlot( hash, key ) : 0;
    }
 
    Table & table() {
@@ -189,9 +154,9 @@ class HashCollection {
    }
 
    // Removes a member and returns what it owned, for the caller to let go last of all.
-   auto takeOut( std::uint32_t slot ) {
+   auto takeOut( std::uint32_t slot, std::uint32_t hash ) {
       auto owned = Member::moveOut( table_->storage.memberAt( slot ) );
-      table_->unlink( slot );
+      table_->unlink( slot, hash );
       table_->storage.release( slot );
       return owned;
    }
@@ -199,24 +164,16 @@ class HashCollection {
    Table * table_ = nullptr;
 
  private:
-   std::uint32_t firstPlace() const { return table_ ? table_->storage.firstPlace() : 0; }
+   HashPlace firstPlace() const { return table_ ? table_->storage.firstPlace() : HashPlace{}; }
 
    template< class Wanted >
    Wanted at( KeyArgument< Key > key ) const {
-      auto slot = slotOf( key );
-      return slot ? Wanted( table_, table_->storage.placeOf( slot ) ) : Wanted();
+      auto slot = slotOf( key, tableHash( key ) );
+      return slot ? Wanted( std::in_place, table_, table_->storage.placeOf( slot ) ) : Wanted();
    }
 
-   Member & firstMember() const {
-      return table_->storage.memberAtPlace( table_->storage.firstPlace() );
-   }
-
-   static Visible & shown( Member & member ) {
-      if constexpr( std::is_same_v< std::remove_const_t< Visible >, Key > ) {
-         return member.key;
-      } else {
-         return member;
-      }
+   Visible & firstMember() const {
+      return table_->storage.memberAt( table_->storage.firstPlace().slot() );
    }
 };
 
@@ -282,12 +239,13 @@ class HashMap : public Detail::HashCollection< Key, Detail::MapMember< Key, Valu
 
    // Removes the member and returns its value; nullopt when there is none.
    std::optional< Value > extract( Detail::KeyArgument< Key > key ) {
-      auto slot = this->slotOf( key );
+      auto const hash = Detail::tableHash( key );
+      auto slot = this->slotOf( key, hash );
       if( slot == 0 ) {
          return std::nullopt;
       }
       std::optional< Value > value( std::move( this->table_->storage.memberAt( slot ).value ) );
-      [[maybe_unused]] auto gone = this->takeOut( slot );
+      [[maybe_unused]] auto gone = this->takeOut( slot, hash );
       return value;
    }
 

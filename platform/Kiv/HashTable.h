@@ -4,15 +4,17 @@
 // What Kiv::HashMap and Kiv::HashSet point to once they hold something.
 //
 // Three parts. Slots: where members live, in segments that double and never move, so a member stays
-// where it is for its whole life; freed slots are used again. Places: the order of insertion, an
-// array of slot numbers with holes where members were removed, squeezed when it is full and half
-// empty. Index: from a hash to slot numbers. A cursor stands on a place, and is told when places
-// change.
+// where it is for its whole life; freed slots are used again. Order: the numbers of the slots in the
+// order of insertion (HashOrder.h). Index: from a hash to slot numbers (HashIndex.h). A cursor stands
+// on a place in the order, and is told when places change.
+//
+// Each of them grows and shrinks in parts, so that no single operation takes much longer than others.
 
 #include "Kiv/Cursor.h"
 #include "Kiv/Exception.h"
 #include "Kiv/Hash.h"
 #include "Kiv/HashIndex.h"
+#include "Kiv/HashOrder.h"
 
 #include <algorithm>
 #include <bit>
@@ -39,7 +41,7 @@ tableHash( Key const & key ) {
 template< class Member >
 class HashStorage {
  public:
-   static constexpr std::uint32_t hole = 0; // no slot has this number
+   static constexpr std::uint32_t hole = HashOrder::hole; // no slot has this number
 
    HashStorage() = default;
    HashStorage( HashStorage const & ) = delete;
@@ -48,45 +50,44 @@ class HashStorage {
    ~HashStorage() {
       destroyMembers();
       for( auto high = firstSegmentBits; high < segments_.size(); ++high ) {
-         std::allocator< Member >().deallocate( segments_[ high ], std::size_t{ 1 } << high );
+         std::allocator< Member >().deallocate( segments_[ high ], segmentSize( high ) );
       }
    }
 
    void swap( HashStorage & other ) noexcept {
-      std::swap( index_, other.index_ );
       std::swap( segments_, other.segments_ );
-      std::swap( notes_, other.notes_ );
-      std::swap( places_, other.places_ );
+      std::swap( index_, other.index_ );
+      order_.swap( other.order_ );
       std::swap( live_, other.live_ );
-      std::swap( firstPlace_, other.firstPlace_ );
-      std::swap( endPlace_, other.endPlace_ );
-      std::swap( placesRoom_, other.placesRoom_ );
       std::swap( freeSlot_, other.freeSlot_ );
       std::swap( nextSlot_, other.nextSlot_ );
+      std::swap( pauseSlot_, other.pauseSlot_ );
       std::swap( endSlot_, other.endSlot_ );
    }
 
    std::uint32_t size() const { return live_; }
-   std::uint32_t endPlace() const { return endPlace_; }
-   // Nothing lives before it. Never beyond endPlace().
-   std::uint32_t firstPlace() const { return firstPlace_; }
 
-   // The first place from `place` on that somebody lives at, endPlace() when there is none.
-   std::uint32_t liveFrom( std::uint32_t place ) const {
-      while( place < endPlace_ && places_[ place ] == hole ) {
-         ++place;
-      }
-      return place;
+   HashPlace firstPlace() const { return order_.first(); }
+   HashPlace endPlace() const { return order_.end(); }
+   HashPlace placeOf( std::uint32_t slot ) const { return order_.place( noteOf( slot ).place ); }
+
+   std::uint32_t hashOfSlot( std::uint32_t slot ) const {
+      return hashOf( memberAt( slot ), noteOf( slot ) );
    }
 
-   std::uint32_t slotAtPlace( std::uint32_t place ) const { return places_[ place ]; }
-   Member & memberAtPlace( std::uint32_t place ) const { return memberAt( places_[ place ] ); }
-   std::uint32_t placeOf( std::uint32_t slot ) const { return notes_[ slot ].place; }
-   std::uint32_t hashOfSlot( std::uint32_t slot ) const {
-      if constexpr( keepsHash ) {
-         return notes_[ slot ].hash;
-      } else {
-         return tableHash( memberAt( slot ).key );
+   // Calls `act( slot, hash )` for the slots from `slot` to `end` that somebody lives in. All of them
+   // have been in use.
+   template< class Do >
+   void forEachLive( std::uint32_t slot, std::uint32_t end, Do const & act ) const {
+      while( slot < end ) {
+         auto const * members = &memberAt( slot );
+         auto const * notes = &noteOf( slot );
+         auto const count = std::min( end, std::bit_floor( slot ) * 2 ) - slot;
+         for( std::uint32_t i = 0; i < count; ++i, ++slot ) {
+            if( ( notes[ i ].place & isFree ) == 0 ) {
+               act( slot, hashOf( members[ i ], notes[ i ] ) );
+            }
+         }
       }
    }
 
@@ -115,71 +116,56 @@ class HashStorage {
       } );
    }
 
-   bool placesAreFull() const { return endPlace_ == placesRoom_; }
+   bool placesAreFull() const { return order_.isFull(); }
+
+   // When places are full: makes sure of some, of which arrangePlaces() then makes use. If this
+   // throws, nothing has changed.
+   void addPlaces() { order_.addRoom(); }
+   void arrangePlaces() { order_.arrangeLast( noteThePlace() ); }
 
    // Appends a member whose key is not here, made from args. Needs a place (!placesAreFull()). When
    // making it throws, nothing has changed.
    template< class... Args >
    Member & append( std::uint32_t hash, Args &&... args ) {
-      if( freeSlot_ == hole && nextSlot_ == endSlot_ ) [[unlikely]] {
-         addSegment();
+      if( freeSlot_ == hole && nextSlot_ == pauseSlot_ ) [[unlikely]] {
+         prepareSlot();
       }
       auto const slot = freeSlot_ != hole ? freeSlot_ : nextSlot_;
       auto & member = memberAt( slot );
       ::new( static_cast< void * >( &member ) ) Member( std::forward< Args >( args )... );
-      auto & note = notes_[ slot ];
+      auto & note = noteOf( slot );
       if( slot == freeSlot_ ) {
-         freeSlot_ = note.place;
+         freeSlot_ = note.place ^ isFree;
       } else {
          ++nextSlot_;
       }
-      note.place = endPlace_;
+      note.place = order_.append( slot );
       if constexpr( keepsHash ) {
          note.hash = hash;
       }
       index_.insert( hash, slot );
-      places_[ endPlace_++ ] = slot;
       ++live_;
+      proceedWithIndex();
       return member;
    }
 
-   // Takes a member out of the order and the index. It lives on in its slot until release().
-   void unlink( std::uint32_t slot ) {
-      auto const place = notes_[ slot ].place;
-      index_.erase( hashOfSlot( slot ), slot );
-      places_[ place ] = hole;
+   // Takes a member out of the order and the index. It lives on in its slot until release(). Returns
+   // the chunk that it was in if its places should be arranged, nullptr otherwise.
+   HashChunk * unlink( std::uint32_t slot, std::uint32_t hash ) {
+      index_.erase( hash, slot );
+      auto & chunk = order_.remove( std::exchange( noteOf( slot ).place, isFree ) );
       --live_;
-      if( place == firstPlace_ ) {
-         firstPlace_ = liveFrom( firstPlace_ );
-      }
+      proceedWithIndex();
+      return order_.isSparse( chunk ) ? &chunk : nullptr;
    }
+
+   void arrangePlaces( HashChunk & sparse ) { order_.arrangeSparse( sparse, noteThePlace() ); }
 
    // Destroys an unlinked member and frees its slot.
    void release( std::uint32_t slot ) {
       std::destroy_at( &memberAt( slot ) );
-      notes_[ slot ].place = freeSlot_;
+      noteOf( slot ).place = freeSlot_ | isFree;
       freeSlot_ = slot;
-   }
-
-   // At least half of the places are holes: what a squeeze costs is then paid by as many appends.
-   bool squeezeIsWorthIt() const { return placesRoom_ != 0 && live_ <= placesRoom_ / 2; }
-
-   void squeezePlaces() {
-      std::uint32_t to = 0;
-      for( auto from = firstPlace_; from < endPlace_; ++from ) {
-         if( auto slot = places_[ from ]; slot != hole ) {
-            notes_[ slot ].place = to;
-            places_[ to++ ] = slot;
-         }
-      }
-      firstPlace_ = 0;
-      endPlace_ = to;
-   }
-
-   void growPlaces() {
-      auto room = placesRoom_ == 0 ? firstSegmentSlots : placesRoom_ * 2;
-      places_ = enlarged( places_, endPlace_, room );
-      placesRoom_ = room;
    }
 
  private:
@@ -190,81 +176,111 @@ class HashStorage {
    // The hash of a small key is quicker computed than kept.
    static constexpr bool keepsHash = !keyIsSmall< std::remove_cv_t< decltype( Member::key ) > >;
    struct PlaceNote {
-      std::uint32_t place; // in the order of insertion; of a free slot: the next free slot
+      std::uint32_t place; // its number in the order; of a free slot: the next one, and isFree
    };
    struct HashNote : PlaceNote {
       std::uint32_t hash;
    };
-   // What is to be known of a slot beside its member; apart, to keep members dense.
+   static constexpr std::uint32_t isFree = 1u << 31;
+   // What is to be known of a slot beside its member. A segment has them behind all its members, to
+   // keep those dense.
    using Note = std::conditional_t< keepsHash, HashNote, PlaceNote >;
+   static_assert( firstSegmentSlots % alignof( Note ) == 0 );
+
+   // A key that is in has had its hash computed before. If that threw now, others would get lost.
+   static std::uint32_t hashOf( Member const & member, Note const & note ) noexcept {
+      if constexpr( keepsHash ) {
+         return note.hash;
+      } else {
+         return tableHash( member.key );
+      }
+   }
 
    // Slot numbers start at 4. The highest bit of a number names its segment, the rest is the
    // position in it.
+   static unsigned segmentOf( std::uint32_t slot ) {
+      auto number = std::uint64_t{ slot };
+#if defined( __x86_64__ )
+      // std::countl_zero() within one register. The instruction waits for what its target was before:
+      // in a loop of searches that may be what the last one is still loading.
+      asm( "bsr %0, %0" : "+r"( number ) );
+      return static_cast< unsigned >( number );
+#else
+      return 63u ^ static_cast< unsigned >( std::countl_zero( number ) );
+#endif
+   }
+
    static Member * memberIn( Member * const * segments, std::uint32_t slot ) {
-      if( slot == hole ) {
-         __builtin_unreachable(); // countl_zero() need not think of it
-      }
-      auto const number = std::uint64_t{ slot };
-      auto const high = 63u ^ static_cast< unsigned >( std::countl_zero( number ) );
-      return segments[ high ] + ( number ^ ( std::uint64_t{ 1 } << high ) );
+      auto const high = segmentOf( slot );
+      return segments[ high ] + ( slot ^ ( std::uint64_t{ 1 } << high ) );
    }
 
-   template< class T >
-   static std::unique_ptr< T[] > enlarged( std::unique_ptr< T[] > const & from, std::uint32_t used,
-                                           std::uint32_t room ) {
-      auto larger = std::make_unique_for_overwrite< T[] >( room );
-      if( from ) {
-         std::copy( from.get(), from.get() + used, larger.get() );
-      }
-      return larger;
+   Note & noteOf( std::uint32_t slot ) const {
+      auto const high = segmentOf( slot );
+      auto const slots = std::uint64_t{ 1 } << high;
+      return reinterpret_cast< Note * >( segments_[ high ] + slots )[ slot ^ slots ];
    }
 
-   // As many slots more as there are, at least 4. When this throws, nothing has changed that shows.
-   void addSegment() {
+   auto noteThePlace() const {
+      return [ this ]( std::uint32_t slot, std::uint32_t place ) { noteOf( slot ).place = place; };
+   }
+
+   // In members, as many as have room for the notes too.
+   static std::size_t segmentSize( unsigned high ) {
+      auto const slots = std::size_t{ 1 } << high;
+      return slots + ( slots * sizeof( Note ) + sizeof( Member ) - 1 ) / sizeof( Member );
+   }
+
+   // For nextSlot_ == pauseSlot_. When this throws, nothing has changed that shows.
+   [[gnu::noinline]] void prepareSlot() {
       if( nextSlot_ > maxMembers ) {
          throw Exception( "a hash collection holds at most " + std::to_string( maxMembers ) +
                           " members" );
       }
-      auto const end = endSlot_ * 2;
-      auto index = indexFor( end );
-      notes_ = enlarged( notes_, nextSlot_, end );
-      segments_.resize( std::max< std::size_t >( segments_.size(), firstSegmentBits ) );
-      segments_.reserve( segments_.size() + 1 );
-      segments_.push_back( std::allocator< Member >().allocate( endSlot_ ) );
-      index_ = std::move( index );
-      endSlot_ = end;
+      if( !index_.isPreparedFor( 2 * endSlot_ ) ) {
+         index_.prepareFor( 2 * endSlot_ );
+      }
+      pauseSlot_ = endSlot_;
+      if( nextSlot_ == endSlot_ ) {
+         addSegment();
+      }
    }
 
-   HashIndex indexFor( std::uint32_t endSlot ) const {
-      HashIndex index( endSlot );
-      for( auto place = firstPlace_; place < endPlace_; ++place ) {
-         if( auto slot = places_[ place ]; slot != hole ) {
-            index.insert( hashOfSlot( slot ), slot );
-         }
+   // As many slots more as there are, at least 4.
+   void addSegment() {
+      segments_.resize( std::max< std::size_t >( segments_.size(), firstSegmentBits ) );
+      segments_.reserve( segments_.size() + 1 );
+      auto const high = static_cast< unsigned >( segments_.size() );
+      segments_.push_back( std::allocator< Member >().allocate( segmentSize( high ) ) );
+      endSlot_ *= 2;
+      index_.grow( firstSegmentSlots, nextSlot_, endSlot_ );
+      // Leaves the index enough writes to be prepared, unless there is nothing to come.
+      pauseSlot_ = endSlot_ - ( endSlot_ <= maxMembers ? endSlot_ / 32 : 0 );
+   }
+
+   void proceedWithIndex() {
+      if( index_.proceeds() ) [[unlikely]] {
+         index_.proceed( *this );
       }
-      return index;
    }
 
    void destroyMembers() {
       if constexpr( !std::is_trivially_destructible_v< Member > ) {
-         for( auto place = firstPlace_; place < endPlace_; ++place ) {
-            if( auto slot = places_[ place ]; slot != hole ) {
-               std::destroy_at( &memberAt( slot ) );
-            }
+         auto place = firstPlace();
+         while( place = HashOrder::liveFrom( place ), !place.isBehindChunk() ) {
+            std::destroy_at( &memberAt( place.slot() ) );
+            ++place.offset;
          }
       }
    }
 
+   std::vector< Member * > segments_; // by the highest bit of the slots in it
    HashIndex index_;
-   std::vector< Member * > segments_;          // by the highest bit of the slots in it
-   std::unique_ptr< Note[] > notes_;           // by slot
-   std::unique_ptr< std::uint32_t[] > places_; // slot numbers, in the order of insertion
+   HashOrder order_;
    std::uint32_t live_ = 0;
-   std::uint32_t firstPlace_ = 0;
-   std::uint32_t endPlace_ = 0;
-   std::uint32_t placesRoom_ = 0;
    std::uint32_t freeSlot_ = hole;
    std::uint32_t nextSlot_ = firstSegmentSlots;
+   std::uint32_t pauseSlot_ = firstSegmentSlots; // before it is given away, there is more to do
    std::uint32_t endSlot_ = firstSegmentSlots;
 };
 
@@ -274,72 +290,59 @@ class HashTable;
 // A position in a table: on a member, or (its member was removed, or it has walked off the end)
 // before the next member that lives or is yet to come.
 template< class Member >
-class HashCursor : public CursorLink {
- public:
-   using Table = HashTable< Member >;
+class HashCursor : public CursorIn< HashTable< Member > > {
+   using Base = CursorIn< HashTable< Member > >;
 
+ public:
    HashCursor() = default;
-   HashCursor( Table * table, std::uint32_t place ) : table_( table ), place_( place ) { enrol(); }
-   HashCursor( HashCursor const & other )
-         : CursorLink(), table_( other.table_ ), place_( other.place_ ), before_( other.before_ ) {
-      enrol();
-   }
-   HashCursor & operator=( HashCursor const & other ) {
-      if( this != &other ) {
-         unlink();
-         table_ = other.table_;
-         place_ = other.place_;
-         before_ = other.before_;
-         enrol();
-      }
-      return *this;
+   // On the first member from there on.
+   HashCursor( HashTable< Member > * table, HashPlace place ) : Base( table ), place_( place ) {
+      atEnd();
    }
 
    // Steps on to the nearest member, and says whether there is none.
    bool atEnd() {
-      if( !table_ ) {
+      if( !place_.isLive() && !findNext() ) {
          return true;
       }
-      auto & storage = table_->storage;
-      auto place = storage.liveFrom( place_ );
-      if( place >= storage.endPlace() ) {
-         return true;
-      }
-      place_ = place;
       before_ = false;
       return false;
    }
 
    void advance() {
-      place_ += !before_;
-      before_ = false;
-      if( table_ ) {
-         place_ = table_->storage.liveFrom( place_ );
-      }
+      place_.offset += !before_;
+      before_ = true;
+      atEnd();
    }
 
-   // It stands on a member: so it is after !atEnd() or advance(), until that is removed.
-   std::uint32_t slot() const { return table_->storage.slotAtPlace( place_ ); }
-   Member & member() const { return table_->storage.memberAt( slot() ); }
+   // It stands on a member: so it is after !atEnd(), until that is removed.
+   std::uint32_t slot() const { return place_.slot(); }
+   Member & member() const { return this->table_->storage.memberAt( slot() ); }
 
    bool sameAs( HashCursor & other ) {
       auto end = atEnd();
-      return end == other.atEnd() &&
-             ( end || ( table_ == other.table_ && place_ == other.place_ ) );
+      return end == other.atEnd() && ( end || place_ == other.place_ );
+   }
+
+   void leave() {
+      Base::leave();
+      place_ = {};
    }
 
  private:
    friend HashTable< Member >;
 
-   void enrol() {
-      if( table_ ) {
-         link( table_->cursors );
+   bool findNext() {
+      auto const next = HashOrder::liveFrom( place_ );
+      if( next.isBehindChunk() ) {
+         return false;
       }
+      place_ = next;
+      return true;
    }
 
-   Table * table_ = nullptr;
-   std::uint32_t place_ = 0;
-   bool before_ = false; // its member is gone: the next step is onto place_ itself
+   HashPlace place_;
+   bool before_ = true; // the next step is onto place_ itself
 };
 
 template< class Member >
@@ -348,74 +351,56 @@ class HashTable {
    using Storage = HashStorage< Member >;
    using Cursor = HashCursor< Member >;
 
-   HashTable() = default;
-   HashTable( HashTable const & ) = delete;
-   HashTable & operator=( HashTable const & ) = delete;
-   // Iterators that are left are at their end.
-   ~HashTable() {
-      while( cursors ) {
-         auto & cursor = static_cast< Cursor & >( *cursors );
-         cursor.unlink();
-         cursor.table_ = nullptr;
-      }
-   }
-
    template< class... Args >
    Member & append( std::uint32_t hash, Args &&... args ) {
       if( storage.placesAreFull() ) [[unlikely]] {
-         makePlace();
+         makePlaces();
       }
       return storage.append( hash, std::forward< Args >( args )... );
    }
 
    // The member lives on in its slot until storage.release().
-   void unlink( std::uint32_t slot ) {
-      storage.unlink( slot );
-      if( storage.size() == 0 ) {
-         squeeze();
+   void unlink( std::uint32_t slot, std::uint32_t hash ) {
+      if( auto * sparse = storage.unlink( slot, hash ) ) [[unlikely]] {
+         thinOut( *sparse );
       }
    }
 
    // Leaves an empty table, with what was in it in the returned storage.
    Storage takeAll() {
       Storage all = std::move( storage );
-      forEachCursor( []( Cursor & cursor ) {
-         cursor.place_ = 0;
+      cursors.forEach( []( Cursor & cursor ) {
+         cursor.place_ = {};
          cursor.before_ = true;
       } );
       return all;
    }
 
    Storage storage;
-   CursorLink * cursors = nullptr;
+   CursorList< Cursor > cursors; // iterators that are left when it goes are at their end
 
  private:
-   template< class Do >
-   void forEachCursor( Do const & act ) {
-      for( auto link = cursors; link; link = link->nextLink() ) {
-         act( static_cast< Cursor & >( *link ) );
-      }
+   [[gnu::noinline]] void makePlaces() {
+      storage.addPlaces();
+      rearrange( [ & ] { storage.arrangePlaces(); } );
    }
 
-   void makePlace() {
-      if( storage.squeezeIsWorthIt() ) {
-         squeeze();
-      } else {
-         storage.growPlaces();
-      }
+   [[gnu::noinline]] void thinOut( HashChunk & sparse ) {
+      rearrange( [ & ] { storage.arrangePlaces( sparse ); } );
    }
 
    // Cursors follow the member that they stand on, or before. Meanwhile they hold its slot.
-   void squeeze() {
-      forEachCursor( [ & ]( Cursor & cursor ) {
-         auto live = storage.liveFrom( cursor.place_ );
+   template< class Do >
+   void rearrange( Do const & arrange ) {
+      cursors.forEach( []( Cursor & cursor ) {
+         auto const live = HashOrder::liveFrom( cursor.place_ );
          cursor.before_ = cursor.before_ || live != cursor.place_;
-         cursor.place_ = live < storage.endPlace() ? storage.slotAtPlace( live ) : Storage::hole;
+         cursor.place_ = { nullptr, live.isBehindChunk() ? Storage::hole : live.slot() };
       } );
-      storage.squeezePlaces();
-      forEachCursor( [ & ]( Cursor & cursor ) {
-         cursor.place_ = cursor.place_ != Storage::hole ? storage.placeOf( cursor.place_ )
-                                                        : storage.endPlace();
+      arrange();
+      cursors.forEach( [ & ]( Cursor & cursor ) {
+         auto const slot = cursor.place_.offset;
+         cursor.place_ = slot != Storage::hole ? storage.placeOf( slot ) : storage.endPlace();
       } );
    }
 };

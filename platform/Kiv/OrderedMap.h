@@ -21,6 +21,7 @@
 // nothing.
 
 #include "Kiv/Cursor.h"
+#include "Kiv/Iterator.h"
 #include "Kiv/Member.h"
 
 #include <cstddef>
@@ -55,47 +56,39 @@ struct OrderedTree {
    using Node = typename Nodes::iterator;
 
    // On a member; or past it, on the way to whatever comes next; or (it was removed) past its key.
-   class Cursor : public CursorLink {
+   class Cursor : public CursorIn< OrderedTree > {
+      using Base = CursorIn< OrderedTree >;
+
     public:
       Cursor() = default;
-      Cursor( OrderedTree * tree, Node node ) {
-         if( node != tree->nodes.end() ) {
-            tree_ = tree;
-            node_ = node;
-            enrol();
-         }
-      }
-      Cursor( Cursor const & other )
-            : CursorLink(), tree_( other.tree_ ), node_( other.node_ ), past_( other.past_ ),
-              removed_( other.removed_ ) {
-         enrol();
-      }
+      Cursor( OrderedTree * tree, Node node )
+            : Base( node != tree->nodes.end() ? tree : nullptr ), node_( node ) {}
+      Cursor( Cursor const & ) = default;
       Cursor & operator=( Cursor const & other ) {
          if( this != &other ) {
-            unlink();
-            tree_ = other.tree_;
+            Base::operator=( other );
             node_ = other.node_;
             past_ = other.past_;
-            removed_.reset();
+            removed_.reset(); // keys need not be assignable
             if( other.removed_ ) {
                removed_.emplace( *other.removed_ );
             }
-            enrol();
          }
          return *this;
       }
 
       // Goes on to the next member, if it is past one; says whether there is none.
       bool atEnd() {
-         if( tree_ && past_ ) {
-            auto next = removed_ ? tree_->nodes.upper_bound( *removed_ ) : std::next( node_ );
-            if( next != tree_->nodes.end() ) {
+         if( this->table_ && past_ ) {
+            auto next =
+                  removed_ ? this->table_->nodes.upper_bound( *removed_ ) : std::next( node_ );
+            if( next != this->table_->nodes.end() ) {
                node_ = next;
                past_ = false;
                removed_.reset();
             }
          }
-         return !tree_ || past_;
+         return !this->table_ || past_;
       }
 
       void advance() {
@@ -104,14 +97,15 @@ struct OrderedTree {
       }
 
       // There must be one: !atEnd().
-      Node node() {
+      Member & member() {
          atEnd();
-         return node_;
+         return OrderedTree::member( node_ );
       }
 
       bool sameAs( Cursor & other ) {
          auto end = atEnd();
-         return end == other.atEnd() && ( end || ( tree_ == other.tree_ && node_ == other.node_ ) );
+         return end == other.atEnd() &&
+                ( end || ( this->table_ == other.table_ && node_ == other.node_ ) );
       }
 
       void nodeGoes( Node node ) {
@@ -127,46 +121,20 @@ struct OrderedTree {
          }
       }
 
-      void treeGoes() {
-         unlink();
-         tree_ = nullptr;
-         removed_.reset();
-      }
-
     private:
-      void enrol() {
-         if( tree_ ) {
-            link( tree_->cursors );
-         }
-      }
-
-      OrderedTree * tree_ = nullptr;
       Node node_{};
       bool past_ = false;
       std::optional< Key > removed_; // the key of the member that was at node_
    };
 
-   OrderedTree() = default;
-   OrderedTree( OrderedTree const & ) = delete;
-   OrderedTree & operator=( OrderedTree const & ) = delete;
-   ~OrderedTree() {
-      while( cursors ) {
-         static_cast< Cursor & >( *cursors ).treeGoes();
-      }
-   }
-
    // The member, for the caller to let go.
    auto take( Node node ) {
-      for( auto link = cursors; link; link = link->nextLink() ) {
-         static_cast< Cursor & >( *link ).nodeGoes( node );
-      }
+      cursors.forEach( [ & ]( Cursor & cursor ) { cursor.nodeGoes( node ); } );
       return nodes.extract( node );
    }
 
    Nodes takeAll() {
-      for( auto link = cursors; link; link = link->nextLink() ) {
-         static_cast< Cursor & >( *link ).allGo();
-      }
+      cursors.forEach( []( Cursor & cursor ) { cursor.allGo(); } );
       return std::exchange( nodes, Nodes() );
    }
 
@@ -174,7 +142,7 @@ struct OrderedTree {
    static Member & member( Node node ) { return const_cast< Member & >( *node ); }
 
    Nodes nodes;
-   CursorLink * cursors = nullptr;
+   CursorList< Cursor > cursors;
 };
 
 } // namespace Detail
@@ -198,50 +166,8 @@ class OrderedMap {
       bool inserted; // false: the key was there before
    };
 
-   // Copies stand on the same member and walk on by themselves. When its member is removed, an
-   // iterator stands before what comes next: step it, or compare it with end(), before you look at
-   // a member again. At the end it stands before what may be added.
-   template< class Shown >
-   class Iterator {
-    public:
-      using iterator_concept = std::forward_iterator_tag;
-      using iterator_category = std::forward_iterator_tag;
-      using value_type = Member;
-      using difference_type = std::ptrdiff_t;
-      using pointer = Shown *;
-      using reference = Shown &;
-
-      Iterator() = default; // at the end of nothing
-
-      // It stands on a member: it is not at end(), and the member was not removed.
-      Shown & operator*() const { return Tree::member( cursor_.node() ); }
-      Shown * operator->() const { return &**this; }
-
-      Iterator & operator++() {
-         cursor_.advance();
-         return *this;
-      }
-      Iterator operator++( int ) {
-         auto was = *this;
-         cursor_.advance();
-         return was;
-      }
-
-      friend bool operator==( Iterator const & a, std::default_sentinel_t ) {
-         return a.cursor_.atEnd();
-      }
-      friend bool operator==( Iterator const & a, Iterator const & b ) {
-         return a.cursor_.sameAs( b.cursor_ );
-      }
-
-    private:
-      friend OrderedMap;
-      Iterator( Tree * tree, Node node ) : cursor_( tree, node ) {}
-      mutable typename Tree::Cursor cursor_;
-   };
-
-   using iterator = Iterator< Member >;
-   using const_iterator = Iterator< Member const >;
+   using iterator = Detail::Iterator< typename Tree::Cursor, Member >;
+   using const_iterator = Detail::Iterator< typename Tree::Cursor, Member const >;
 
    OrderedMap() = default;
    OrderedMap( OrderedMap const & other ) : OrderedMap() {
@@ -280,9 +206,12 @@ class OrderedMap {
    Member * last() { return lastMember(); }
    Member const * last() const { return lastMember(); }
 
-   iterator begin() { return tree_ ? iterator( tree_, tree_->nodes.begin() ) : iterator(); }
+   iterator begin() {
+      return tree_ ? iterator( std::in_place, tree_, tree_->nodes.begin() ) : iterator();
+   }
    const_iterator begin() const {
-      return tree_ ? const_iterator( tree_, tree_->nodes.begin() ) : const_iterator();
+      return tree_ ? const_iterator( std::in_place, tree_, tree_->nodes.begin() )
+                   : const_iterator();
    }
    std::default_sentinel_t end() const { return {}; }
 
@@ -292,10 +221,11 @@ class OrderedMap {
 
    // On the first member whose key is not less; at the end when there is none.
    iterator lowerBound( KeyArgument key ) {
-      return tree_ ? iterator( tree_, tree_->nodes.lower_bound( key ) ) : iterator();
+      return tree_ ? iterator( std::in_place, tree_, tree_->nodes.lower_bound( key ) ) : iterator();
    }
    const_iterator lowerBound( KeyArgument key ) const {
-      return tree_ ? const_iterator( tree_, tree_->nodes.lower_bound( key ) ) : const_iterator();
+      return tree_ ? const_iterator( std::in_place, tree_, tree_->nodes.lower_bound( key ) )
+                   : const_iterator();
    }
 
    // Leaves a member that is there alone, args included; makes its value from them otherwise.
@@ -344,7 +274,7 @@ class OrderedMap {
       if( !tree_ ) {
          return;
       }
-      if( tree_->cursors ) {
+      if( !tree_->cursors.empty() ) {
          auto gone = tree_->takeAll();
       } else {
          delete std::exchange( tree_, nullptr );
@@ -398,7 +328,7 @@ class OrderedMap {
 
    template< class Wanted >
    Wanted at( KeyArgument key ) const {
-      return tree_ ? Wanted( tree_, tree_->nodes.find( key ) ) : Wanted();
+      return tree_ ? Wanted( std::in_place, tree_, tree_->nodes.find( key ) ) : Wanted();
    }
 
    // The member is complete before the tree sees it: its constructors may use the collection too.

@@ -15,6 +15,7 @@
 
 #include "Kiv/Cursor.h"
 #include "Kiv/Exception.h"
+#include "Kiv/Iterator.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -32,28 +33,13 @@ namespace Detail {
 template< class T >
 struct SequenceTable {
    // On a member; or (it was removed) before the one that followed it; or at the end.
-   class Cursor : public CursorLink {
+   class Cursor : public CursorIn< SequenceTable > {
     public:
       Cursor() = default;
-      explicit Cursor( SequenceTable * table ) : table_( table ) { enrol(); }
-      Cursor( Cursor const & other )
-            : CursorLink(), table_( other.table_ ), index_( other.index_ ),
-              before_( other.before_ ) {
-         enrol();
-      }
-      Cursor & operator=( Cursor const & other ) {
-         if( this != &other ) {
-            unlink();
-            table_ = other.table_;
-            index_ = other.index_;
-            before_ = other.before_;
-            enrol();
-         }
-         return *this;
-      }
+      explicit Cursor( SequenceTable * table ) : CursorIn< SequenceTable >( table ) { atEnd(); }
 
       bool atEnd() {
-         if( !table_ || index_ == table_->members.size() ) {
+         if( !this->table_ || index_ == this->table_->members.size() ) {
             return true;
          }
          before_ = false;
@@ -62,23 +48,24 @@ struct SequenceTable {
 
       void advance() {
          index_ += !before_;
-         before_ = false;
+         before_ = true;
+         atEnd();
       }
 
       // There must be one: !atEnd().
       T & member() {
          before_ = false;
-         return table_->members[ index_ ];
+         return this->table_->members[ index_ ];
       }
 
       bool sameAs( Cursor & other ) {
          auto end = atEnd();
          return end == other.atEnd() &&
-                ( end || ( table_ == other.table_ && index_ == other.index_ ) );
+                ( end || ( this->table_ == other.table_ && index_ == other.index_ ) );
       }
 
       void indexGoes( std::size_t index ) {
-         before_ = before_ || ( index_ == index && index_ < table_->members.size() );
+         before_ = before_ || ( index_ == index && index_ < this->table_->members.size() );
          index_ -= index_ > index;
       }
 
@@ -94,42 +81,14 @@ struct SequenceTable {
          before_ = true;
       }
 
-      void tableGoes() {
-         unlink();
-         table_ = nullptr;
-      }
-
     private:
-      void enrol() {
-         if( table_ ) {
-            link( table_->cursors );
-         }
-      }
-
-      SequenceTable * table_ = nullptr;
       std::size_t index_ = 0;
-      bool before_ = false;
+      bool before_ = true; // the next step is onto index_ itself
    };
-
-   SequenceTable() = default;
-   SequenceTable( SequenceTable const & ) = delete;
-   SequenceTable & operator=( SequenceTable const & ) = delete;
-   ~SequenceTable() {
-      while( cursors ) {
-         static_cast< Cursor & >( *cursors ).tableGoes();
-      }
-   }
-
-   template< class Do >
-   void forEachCursor( Do const & act ) {
-      for( auto link = cursors; link; link = link->nextLink() ) {
-         act( static_cast< Cursor & >( *link ) );
-      }
-   }
 
    T takeFront() {
       T taken = std::move( members.front() );
-      forEachCursor( []( Cursor & cursor ) { cursor.indexGoes( 0 ); } );
+      cursors.forEach( []( Cursor & cursor ) { cursor.indexGoes( 0 ); } );
       members.pop_front();
       return taken;
    }
@@ -137,7 +96,7 @@ struct SequenceTable {
    T takeBack() {
       T taken = std::move( members.back() );
       auto const index = members.size() - 1;
-      forEachCursor( [ & ]( Cursor & cursor ) { cursor.indexGoes( index ); } );
+      cursors.forEach( [ & ]( Cursor & cursor ) { cursor.indexGoes( index ); } );
       members.pop_back();
       return taken;
    }
@@ -146,7 +105,7 @@ struct SequenceTable {
    std::vector< T > take( std::vector< bool > const & goes, std::size_t howMany ) {
       std::vector< T > taken;
       taken.reserve( howMany );
-      forEachCursor( [ & ]( Cursor & cursor ) { cursor.someGo( goes ); } );
+      cursors.forEach( [ & ]( Cursor & cursor ) { cursor.someGo( goes ); } );
       std::size_t to = 0;
       for( std::size_t from = 0; from < goes.size(); ++from ) {
          if( goes[ from ] ) {
@@ -165,12 +124,12 @@ struct SequenceTable {
    }
 
    std::deque< T > takeAll() {
-      forEachCursor( []( Cursor & cursor ) { cursor.allGo(); } );
+      cursors.forEach( []( Cursor & cursor ) { cursor.allGo(); } );
       return std::exchange( members, std::deque< T >() );
    }
 
    std::deque< T > members;
-   CursorLink * cursors = nullptr;
+   CursorList< Cursor > cursors;
 };
 
 // What queues and stacks have in common.
@@ -183,50 +142,8 @@ class Sequence {
    using value_type = T;
    using size_type = std::uint32_t;
 
-   // Copies stand on the same member and walk on by themselves. When its member is removed, an
-   // iterator stands before what comes next: step it, or compare it with end(), before you look at
-   // a member again. At the end it stands before what may be added.
-   template< class Shown >
-   class Iterator {
-    public:
-      using iterator_concept = std::forward_iterator_tag;
-      using iterator_category = std::forward_iterator_tag;
-      using value_type = T;
-      using difference_type = std::ptrdiff_t;
-      using pointer = Shown *;
-      using reference = Shown &;
-
-      Iterator() = default; // at the end of nothing
-
-      // It stands on a member: it is not at end(), and the member was not removed.
-      Shown & operator*() const { return cursor_.member(); }
-      Shown * operator->() const { return &**this; }
-
-      Iterator & operator++() {
-         cursor_.advance();
-         return *this;
-      }
-      Iterator operator++( int ) {
-         auto was = *this;
-         cursor_.advance();
-         return was;
-      }
-
-      friend bool operator==( Iterator const & a, std::default_sentinel_t ) {
-         return a.cursor_.atEnd();
-      }
-      friend bool operator==( Iterator const & a, Iterator const & b ) {
-         return a.cursor_.sameAs( b.cursor_ );
-      }
-
-    private:
-      friend Sequence;
-      explicit Iterator( Table * table ) : cursor_( table ) {}
-      mutable typename Table::Cursor cursor_;
-   };
-
-   using iterator = Iterator< T >;
-   using const_iterator = Iterator< T const >;
+   using iterator = Iterator< typename Table::Cursor, T >;
+   using const_iterator = Iterator< typename Table::Cursor, T const >;
 
    Sequence() = default;
    Sequence( Sequence const & other ) : Sequence() {
@@ -252,8 +169,8 @@ class Sequence {
    }
    bool empty() const { return size() == 0; }
 
-   iterator begin() { return iterator( table_ ); }
-   const_iterator begin() const { return const_iterator( table_ ); }
+   iterator begin() { return iterator( std::in_place, table_ ); }
+   const_iterator begin() const { return const_iterator( std::in_place, table_ ); }
    std::default_sentinel_t end() const { return {}; }
 
    // Removes all members that equal the value; returns how many.
@@ -285,7 +202,7 @@ class Sequence {
       if( !table_ ) {
          return;
       }
-      if( table_->cursors ) {
+      if( !table_->cursors.empty() ) {
          auto gone = table_->takeAll();
       } else {
          delete std::exchange( table_, nullptr );

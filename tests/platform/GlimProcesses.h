@@ -43,28 +43,22 @@ class Shared {
 
 // The first complaint of any child.
 struct Report {
-   std::atomic< bool > taken;
    std::atomic< bool > failed;
    char text[ 1024 ];
 
    void fail( char const * what ) {
-      if( !taken.exchange( true ) ) {
+      if( !failed.exchange( true ) ) {
          std::strncpy( text, what, sizeof text - 1 );
       }
-      failed = true;
    }
 };
 
-[[noreturn]] inline void
-fail( std::string const & what ) {
-   throw std::runtime_error( what );
-}
 inline void
 require( bool good, char const * what, std::uint64_t a = 0, std::uint64_t b = 0,
          std::uint64_t c = 0 ) {
    if( !good ) {
-      fail( std::string( what ) + ": " + std::to_string( a ) + ' ' + std::to_string( b ) + ' ' +
-            std::to_string( c ) );
+      throw std::runtime_error( std::string( what ) + ": " + std::to_string( a ) + ' ' +
+                                std::to_string( b ) + ' ' + std::to_string( c ) );
    }
 }
 
@@ -86,7 +80,6 @@ class Child {
    }
    ~Child() { kill(); }
    Child( Child && other ) noexcept : pid_( std::exchange( other.pid_, -1 ) ) {}
-   Child & operator=( Child && ) = delete;
 
    // Both return what waitpid said.
    int kill() {
@@ -115,34 +108,22 @@ class Child {
 // A process that does something, says that it is ready, and is killed then.
 class Victim {
  public:
-   explicit Victim( std::function< void( std::function< void() > const & ready ) > const & body ) {
-      int ends[ 2 ];
-      EXPECT_EQ( ::pipe( ends ), 0 );
-      pid = ::fork();
-      if( pid == 0 ) {
-         ::prctl( PR_SET_PDEATHSIG, SIGKILL );
-         body( [ & ] { EXPECT_EQ( ::write( ends[ 1 ], "x", 1 ), 1 ); } );
-         ::_exit( 1 );
+   explicit Victim( std::function< void( std::function< void() > const & ready ) > const & body )
+         : child_( *report_, [ & ] { body( [ & ] { *ready_ = true; } ); } ), pid( child_.pid() ) {
+      while( !*ready_ && !report_->failed ) {
+         ::usleep( 100 );
       }
-      char ready = 0;
-      EXPECT_EQ( ::read( ends[ 0 ], &ready, 1 ), 1 );
-      ::close( ends[ 0 ] );
-      ::close( ends[ 1 ] );
+      EXPECT_FALSE( report_->failed ) << report_->text;
    }
-   ~Victim() { kill(); }
-   Victim( Victim const & ) = delete;
-   Victim & operator=( Victim const & ) = delete;
-   // Afterwards `pid` is what it was, for the test to compare.
-   void kill() {
-      if( !std::exchange( dead_, true ) ) {
-         ::kill( pid, SIGKILL );
-         ::waitpid( pid, nullptr, 0 );
-      }
-   }
-   pid_t pid = 0;
+   void kill() { child_.kill(); }
 
  private:
-   bool dead_ = false;
+   Shared< Report > report_;
+   Shared< std::atomic< bool > > ready_;
+   Child child_;
+
+ public:
+   pid_t const pid; // what it was, too
 };
 
 } // namespace GlimTests
