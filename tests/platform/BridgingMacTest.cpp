@@ -2,8 +2,7 @@
 #include "Bridging/EntryType.h"
 #include "Bridging/MacVlanPair.h"
 
-#include "Kiv/Exception.h"
-#include "Kiv/Text.h"
+#include "Refusal.h"
 
 #include <gtest/gtest.h>
 
@@ -65,12 +64,11 @@ TEST( BridgingMacVlanPair, printsReadsAndSortsByAddressFirst ) {
 }
 
 TEST( BridgingMacVlanPair, badTextIsRefused ) {
-   for( char const * text :
-        { "", "@", "02:13:57:aa:bb:cc", "02:13:57:aa:bb:cc@", "@10", "02:13:57:aa:bb@10",
-          "02:13:57:aa:bb:cc@ten", "02:13:57:aa:bb:cc@10@", "02:13:57:aa:bb:cc@10@11",
-          " 02:13:57:aa:bb:cc@10", "02:13:57:aa:bb:cc@10 " } ) {
-      EXPECT_THROW( Kiv::fromText< MacVlanPair >( text ), Kiv::ParseError ) << text;
-   }
+   Refusals::expectRefused< MacVlanPair >( " is not ",
+                                           { "", "@", "02:13:57:aa:bb:cc", "02:13:57:aa:bb:cc@",
+                                             "@10", "02:13:57:aa:bb@10", "02:13:57:aa:bb:cc@ten",
+                                             "02:13:57:aa:bb:cc@10@", "02:13:57:aa:bb:cc@10@11",
+                                             " 02:13:57:aa:bb:cc@10", "02:13:57:aa:bb:cc@10 " } );
    for( char const * text : { "02:13:57:aa:bb:cc@4095", "02:13:57:aa:bb:cc@65535" } ) {
       EXPECT_THROW( Kiv::fromText< MacVlanPair >( text ), Kiv::RangeException ) << text;
    }

@@ -78,32 +78,37 @@ class WideNode : public Node {
    explicit WideNode( Kiv::String const & nodeName ) : Node( nodeName ) {}
 };
 
-using Log = std::vector< std::string >;
+// Words, one after the other with blanks between: what was heard since it was last taken.
+struct Words {
+   std::string text;
 
-// Hears every attribute of one entity.
+   void add( std::string const & word ) { text += text.empty() ? word : " " + word; }
+   std::string take() { return std::exchange( text, {} ); }
+};
+
+// Hears every attribute of one entity, as "tag[4]".
 class Listener : public Kiv::PtrInterface::NotifieeConst {
  public:
-   Listener( Kiv::Entity const & entity, Log & log );
+   using Heard = std::function< void( std::string const & ) >;
+   Listener( Kiv::Entity const & entity, Heard heard );
    Kiv::Type const & fwkType() const override { return Kiv::typeInstance< Listener >; }
    void onAttribute( Kiv::AttributeId const & attribute, void const * key ) override;
 
  private:
-   Log & log_;
+   Heard heard_;
 };
 
-// What handlers write to, and what they do besides: the action is found by the text written.
-struct Script {
-   Log log;
+// What handlers write to, and what they do besides: the action is found by the word written.
+struct Script : Words {
    std::map< std::string, std::function< void() > > actions;
 
    void heard( std::string const & what ) {
-      log.push_back( what );
+      add( what );
       if( auto found = actions.find( what ); found != actions.end() ) {
          auto action = found->second;
          action();
       }
    }
-   Log take() { return std::exchange( log, {} ); }
 };
 
 class Machine : public Kiv::PtrInterface, public Kiv::ReactorOwner {
