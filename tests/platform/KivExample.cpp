@@ -6,6 +6,7 @@
 namespace Example {
 
 KIV_DEFINE( Example::Leaf );
+KIV_DEFINE( Example::Bare );
 KIV_DEFINE( Example::Node );
 KIV_DEFINE( Example::WideNode );
 

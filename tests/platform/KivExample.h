@@ -37,10 +37,18 @@ struct Shape {
 
 class Leaf : public Kiv::Entity {
    KIV_ENTITY( Example::Leaf );
-   KIV_ATTRIBUTE( std::uint32_t, level, 7 );
+   KIV_ATTRIBUTE( Point, spot );
+   KIV_ATTRIBUTE( bool, enabled, true );
+   KIV_COLLECTION( std::uint16_t, Point, mark );
 
  public:
    explicit Leaf( Kiv::String const & leafName ) : Entity( leafName ) {}
+};
+
+// Cannot be made from a key.
+class Bare : public Kiv::Entity {
+   KIV_ENTITY( Example::Bare );
+   KIV_ATTRIBUTE( Kiv::String, note );
 };
 
 class Node : public Kiv::Entity {
@@ -63,6 +71,7 @@ class Node : public Kiv::Entity {
    KIV_STACK( Kiv::String, undo );
    KIV_CHILD( Leaf, leaf );
    KIV_CHILDREN( Kiv::String, Leaf, leaves );
+   KIV_CHILDREN( std::uint16_t, Bare, odd );
 
  public:
    explicit Node( Kiv::String const & nodeName = "n" ) : Entity( nodeName ) {}
@@ -114,13 +123,7 @@ struct Script : Words {
 class Machine : public Kiv::PtrInterface, public Kiv::ReactorOwner {
  public:
    void handleReviews() { script.heard( "reviews" ); }
-   void handleLevel( int key ) { script.heard( "level" + std::to_string( key ) ); }
-
-   class KivLeaf : public Kiv::Reactor< KivLeaf, Leaf const, Machine, int > {
-    public:
-      static constexpr auto handlers =
-            Kiv::handlers( Kiv::on< Leaf::levelAttr, &Machine::handleLevel >() );
-   };
+   void handleShape( int key ) { script.heard( "shape" + std::to_string( key ) ); }
 
    class KivNode : public Kiv::Reactor< KivNode, Node const, Machine, int > {
       void heard( char const * what ) { owner().script.heard( what + std::to_string( key() ) ); }
@@ -141,7 +144,8 @@ class Machine : public Kiv::PtrInterface, public Kiv::ReactorOwner {
                            Kiv::on< Node::pointAttr, &KivNode::handlePoint >(),
                            Kiv::onChange< Node::bAttr, &KivNode::handleB >(),
                            Kiv::on< Node::reviewsAttr, &Machine::handleReviews >(),
-                           Kiv::onChange< Node::bAttr, &KivNode::handleAgain >() );
+                           Kiv::onChange< Node::bAttr, &KivNode::handleAgain >(),
+                           Kiv::onChange< Node::shapeAttr, &Machine::handleShape >() );
       void handleInitialized() override {
          heard( "init" );
          initializedIs( true );
@@ -168,7 +172,6 @@ class Machine : public Kiv::PtrInterface, public Kiv::ReactorOwner {
 
    KIV_REACTOR( KivNode, first );
    KIV_REACTORS( int, KivNode, node );
-   KIV_REACTORS( int, KivLeaf, leaf );
 };
 
 inline Kiv::Ptr< Machine >

@@ -89,14 +89,10 @@ TEST_F( KivReactor, hearsWhatItsTableNames ) {
    node->tagIs( 4 );
    node->pointIs( "p", {} );
    node->reviewsInc( 1 );
-   node->bIs( 6 );        // two rows
-   node->lineIs( 1, "" ); // none
-   EXPECT_EQ( script.take(), "a1 text1 text1 tag4 point1 reviews b1 again1" );
-   // A handler of the owner's gets the reactor's key.
-   auto leaf = make< Leaf >( "l" );
-   machine->leafIs( 5, leaf );
-   leaf->levelIs( 1 );
-   EXPECT_EQ( script.take(), "level5 level5" );
+   node->bIs( 6 );                    // two rows
+   node->lineIs( 1, "" );             // none
+   node->shapeIs( { .label = "s" } ); // a handler of the owner's that takes the reactor's key
+   EXPECT_EQ( script.take(), "a1 text1 text1 tag4 point1 reviews b1 again1 shape1" );
    // Rows hear nothing once the handler of an earlier one has deleted the reactor.
    on( "b1", [ & ] { machine->nodeDel( 1 ); } );
    node->bIs( 9 );
@@ -246,8 +242,7 @@ class KivReactorModel : public KivReactor {
       }
    }
    void heard( int key ) {
-      ASSERT_FALSE( writes_.empty() );
-      ASSERT_FALSE( writes_.back().empty() );
+      ASSERT_FALSE( writes_.empty() || writes_.back().empty() );
       ASSERT_EQ( writes_.back().front(), key );
       writes_.back().pop_front();
       for( auto actions = random_() % 3; actions; --actions ) {
@@ -256,22 +251,15 @@ class KivReactorModel : public KivReactor {
    }
    void act() {
       auto const key = static_cast< int >( random_() % keys );
-      switch( random_() % 5 ) {
-      case 0:
-      case 1:
+      auto const deed = random_() % 5;
+      if( deed <= 2 ) {
          leave( key );
-         break;
-      case 2:
+      }
+      if( deed == 2 || deed == 3 ) {
          join( key );
-         break;
-      case 3:
-         leave( key );
-         join( key );
-         break;
-      default:
-         if( writes_.size() < 4 ) {
-            write();
-         }
+      }
+      if( deed == 4 && writes_.size() < 4 ) {
+         write();
       }
    }
 
@@ -309,11 +297,7 @@ TEST_F( KivReactor, deletedMachinesOutliveTheNotification ) {
 }
 
 TEST_F( KivReactor, theEntityMayGoWhileItNotifies ) {
-   struct Case {
-      char const * handler;
-      std::function< void( Node & ) > write;
-   };
-   Case const cases[] = {
+   std::pair< char const *, std::function< void( Node & ) > > const cases[] = {
          { "a1", []( Node & raw ) { raw.aIs( 1 ); } },
          { "tag1", []( Node & raw ) { raw.tagDel( 1 ); } },
          { "tag1", []( Node & raw ) { raw.tagDelAll(); } },

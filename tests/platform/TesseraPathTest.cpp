@@ -22,34 +22,35 @@ TEST( TesseraPath, printsWhatItParses ) {
    struct Row {
       char const * text;
       std::vector< String > components;
-      char const * printed; // null: as `text`
+      char const * printed = nullptr; // null: as `text`
    };
-   for( auto const & row : std::vector< Row >{
-              { "/", {}, nullptr },
-              { "/a/b", { "a", "b" }, nullptr },
-              { "/a/b/", { "a", "b" }, "/a/b" },
-              { "/a[Ethernet1/2/3]/b", { "a", "Ethernet1/2/3", "b" }, nullptr },
-              { "/a/Ethernet1%2F2/b", { "a", "Ethernet1/2", "b" }, "/a[Ethernet1/2]/b" },
-              { "/a[192.0.2.0/24][x]", { "a", "192.0.2.0/24", "x" }, "/a[192.0.2.0/24]/x" },
-              { "/a/[b/c]", { "a", "b/c" }, "/a[b/c]" },
-              { "/[b/c]/d", { "b/c", "d" }, nullptr },
-              { "/a[]", { "a", "" }, nullptr },
-              { "/a[[x%5D]", { "a", "[x]" }, nullptr },
-              { "/a/00:00:5e:00:53:01", { "a", "00:00:5e:00:53:01" }, nullptr },
-              { "/100%25/a b%0A", { "100%", "a b\n" }, nullptr },
-              // What is no UTF-8, a byte by itself, longer than need be, a half or beyond the last.
-              { "/\xff/%e4%C3%A4", { "\xff", "\xe4\xc3\xa4" }, "/%FF/%E4\xc3\xa4" },
-              { "/%C0%AF%ED%A0%80", { "\xc0\xaf\xed\xa0\x80" }, nullptr },
-              { "/%F4%90%80%80%E2%82", { "\xf4\x90\x80\x80\xe2\x82" }, nullptr },
-              { "/\xe2\x82\xac\xf0\x9f\x99\x82", { "\xe2\x82\xac\xf0\x9f\x99\x82" }, nullptr },
-        } ) {
-      auto path = Path::parse( row.text );
-      ASSERT_EQ( path.size(), row.components.size() ) << row.text;
+   Row const rows[] = {
+         { "/", {} },
+         { "/a/b", { "a", "b" } },
+         { "/a/b/", { "a", "b" }, "/a/b" },
+         { "/a[Ethernet1/2/3]/b", { "a", "Ethernet1/2/3", "b" } },
+         { "/a/Ethernet1%2F2/b", { "a", "Ethernet1/2", "b" }, "/a[Ethernet1/2]/b" },
+         { "/a[192.0.2.0/24][x]", { "a", "192.0.2.0/24", "x" }, "/a[192.0.2.0/24]/x" },
+         { "/a/[b/c]", { "a", "b/c" }, "/a[b/c]" },
+         { "/[b/c]/d", { "b/c", "d" } },
+         { "/a[]", { "a", "" } },
+         { "/a[[x%5D]", { "a", "[x]" } },
+         { "/a/00:00:5e:00:53:01", { "a", "00:00:5e:00:53:01" } },
+         { "/100%25/a b%0A", { "100%", "a b\n" } },
+         // What is no UTF-8, a byte by itself, longer than need be, a half or beyond the last.
+         { "/\xff/%e4%C3%A4", { "\xff", "\xe4\xc3\xa4" }, "/%FF/%E4\xc3\xa4" },
+         { "/%C0%AF%ED%A0%80", { "\xc0\xaf\xed\xa0\x80" } },
+         { "/%F4%90%80%80%E2%82", { "\xf4\x90\x80\x80\xe2\x82" } },
+         { "/\xe2\x82\xac\xf0\x9f\x99\x82", { "\xe2\x82\xac\xf0\x9f\x99\x82" } },
+   };
+   for( auto const & [ text, components, printed ] : rows ) {
+      auto path = Path::parse( text );
+      ASSERT_EQ( path.size(), components.size() ) << text;
       for( std::size_t i = 0; i != path.size(); ++i ) {
-         EXPECT_EQ( path[ i ], row.components[ i ] ) << row.text;
+         EXPECT_EQ( path[ i ], components[ i ] ) << text;
       }
-      EXPECT_EQ( path.text(), row.printed ? row.printed : row.text );
-      EXPECT_EQ( Path::parse( path.text() ), path ) << row.text;
+      EXPECT_EQ( path.text(), printed ? printed : text );
+      EXPECT_EQ( Path::parse( path.text() ), path ) << text;
    }
 }
 

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "KivExample.h"
+#include "Refusal.h"
+
 #include "Kiv/Dir.h"
 #include "Kiv/Reflect.h"
-#include "Kiv/Value.h"
-#include "Refusal.h"
 #include "Tessera/Database.h"
 
 #include <gtest/gtest.h>
@@ -10,9 +11,11 @@
 #include <functional>
 #include <vector>
 
-namespace TesseraTest {
+namespace {
 
+using namespace Example;
 using Kiv::Datum;
+using Kiv::make;
 using Kiv::String;
 using Object = Datum::Object;
 using Array = Datum::Array;
@@ -20,60 +23,6 @@ using Tessera::Access;
 using Tessera::Database;
 using Tessera::Error;
 using Tessera::Path;
-
-KIV_ENUM( Color, std::uint8_t, red = 0, green = 1, blue = 7 );
-
-struct Level {
-   KIV_VALUE( TesseraTest::Level );
-   KIV_FIELD( std::uint32_t, mode, 0 );
-   KIV_FIELD( std::uint16_t, level, 10000 );
-   KIV_FIELD( Color, color, red );
-};
-
-struct Entry {
-   KIV_VALUE( TesseraTest::Entry );
-   KIV_FIELD( std::uint16_t, vlan, 0 );
-   KIV_FIELD( String, port, "" );
-};
-
-class Child : public Kiv::Entity {
-   KIV_ENTITY( TesseraTest::Child );
-   KIV_ATTRIBUTE( Level, broadcast );
-   KIV_ATTRIBUTE( bool, enabled, true );
-   KIV_COLLECTION( std::uint16_t, Level, level );
-
- public:
-   explicit Child( String const & name ) : Entity( name ) {}
-};
-
-// A class whose objects are not made from a key.
-class Fixed : public Kiv::Entity {
-   KIV_ENTITY( TesseraTest::Fixed );
-   KIV_ATTRIBUTE( String, note );
-};
-
-class Config : public Kiv::Entity {
-   KIV_ENTITY( TesseraTest::Config );
-   KIV_ATTRIBUTE( double, period, 1.5 );
-   KIV_ATTRIBUTE( std::int64_t, number, -1 );
-   KIV_ATTRIBUTE( String, note );
-   KIV_ATTRIBUTE( Color, color, green );
-   KIV_ATTRIBUTE( Kiv::Ptr< Fixed >, friend_ );
-   KIV_SET( String, port );
-   KIV_COLLECTION( std::uint16_t, Level, level );
-   KIV_KEYED( Entry, std::uint16_t, vlan, entry );
-   KIV_QUEUE( std::uint32_t, waiting );
-   KIV_CHILD( Fixed, fixed );
-   KIV_CHILDREN( String, Child, intf );
-   KIV_CHILDREN( std::uint16_t, Fixed, odd );
-
- public:
-   explicit Config( String const & name = "config" ) : Entity( name ) {}
-};
-
-KIV_DEFINE( TesseraTest::Child );
-KIV_DEFINE( TesseraTest::Fixed );
-KIV_DEFINE( TesseraTest::Config );
 
 // `value` as a member of objects of objects, `names` from the outermost in.
 Datum
@@ -117,13 +66,13 @@ class TesseraDatabase : public testing::Test {
       return errorOf( [ & ] { database.requirePossible( path ); } );
    }
 
-   Kiv::Ptr< Config > config = Kiv::make< Config >();
-   Kiv::Ptr< Config > status = Kiv::make< Config >( "status" );
+   Kiv::Ptr< Node > config = make< Node >();
+   Kiv::Ptr< Node > status = make< Node >( "status" );
    Database database;
 };
 
 TEST_F( TesseraDatabase, mounts ) {
-   auto other = Kiv::make< Config >();
+   auto other = make< Node >();
    auto const mountError = [ & ]( char const * path ) {
       return errorOf( [ & ] { database.mount( path, other, Access::status ); } );
    };
@@ -143,64 +92,64 @@ TEST_F( TesseraDatabase, mounts ) {
 }
 
 TEST_F( TesseraDatabase, readsSubtrees ) {
-   config->levelIs( 10, Level{ 1, 2, blue } );
-   config->portIs( "Ethernet1/2" );
-   config->waitingEnq( 5 );
-   config->intfIs( "Ethernet1/2" )->enabledIs( false );
-   Datum const level = Object{ { "mode", 1u }, { "level", 2u }, { "color", "blue" } };
-   EXPECT_EQ( database.get( "/feature/config/level/10" ), level );
-   EXPECT_EQ( database.get( "/feature/config/level/10/color" ), Datum( "blue" ) );
-   EXPECT_EQ( database.get( "/feature/config/intf[Ethernet1/2]/enabled" ), Datum( false ) );
-   EXPECT_EQ( database.get( "/feature/config/waiting/0" ), Datum( 5u ) );
-   EXPECT_EQ( database.get( "/feature/config/port[Ethernet1/2]" ), Datum( true ) );
+   config->pointIs( "a/b", { 1, 2, blue } );
+   config->tagIs( 7 );
+   config->jobEnq( 5 );
+   config->leavesIs( "Ethernet1/2" )->enabledIs( false );
+   Datum const point = Object{ { "x", 1 }, { "y", 2u }, { "colour", "blue" } };
+   EXPECT_EQ( database.get( "/feature/config/point/[a/b]" ), point );
+   EXPECT_EQ( database.get( "/feature/config/point[a/b]/colour" ), Datum( "blue" ) );
+   EXPECT_EQ( database.get( "/feature/config/leaves[Ethernet1/2]/enabled" ), Datum( false ) );
+   EXPECT_EQ( database.get( "/feature/config/job/0" ), Datum( 5u ) );
+   EXPECT_EQ( database.get( "/feature/config/tag/7" ), Datum( true ) );
    auto all = database.get( "/" );
    auto const * read = all.find( "feature" )->find( "config" );
-   EXPECT_EQ( *read->find( "level" ), in( { "10" }, level ) );
-   EXPECT_EQ( *read->find( "intf" )->find( "Ethernet1/2" )->find( "enabled" ), Datum( false ) );
-   EXPECT_TRUE( read->find( "fixed" )->isNull() );
+   EXPECT_EQ( *read->find( "point" ), in( { "a/b" }, point ) );
+   EXPECT_EQ( *read->find( "leaves" )->find( "Ethernet1/2" )->find( "enabled" ), Datum( false ) );
+   EXPECT_TRUE( read->find( "leaf" )->isNull() );
 }
 
 // What may be written is not always what somebody configured, and is to be loaded again.
 TEST_F( TesseraDatabase, tellsConfigurationFromTheRest ) {
-   database.mount( "/device", Kiv::make< Config >( "device" ), Access::writable );
+   database.mount( "/device", make< Node >( "device" ), Access::writable );
    auto const kept = Tessera::Scope::configuration;
    EXPECT_EQ( database.get( "/", kept ),
               in( { "feature", "config" }, database.get( "/feature/config" ) ) );
-   for( String path : { "/device", "/feature/status/note" } ) {
+   for( String path : { "/device", "/feature/status/text" } ) {
       EXPECT_EQ( errorOf( [ & ] { database.get( path, kept ); } ), path + ": is no configuration" );
    }
-   EXPECT_EQ( setError( "/device/note", "x" ), "" );
-   EXPECT_EQ( setError( "/feature/status/note", "x" ),
-              "/feature/status/note: is status: it cannot be written from outside" );
+   EXPECT_EQ( setError( "/device/text", "x" ), "" );
+   EXPECT_EQ( setError( "/feature/status/text", "x" ),
+              "/feature/status/text: is status: it cannot be written from outside" );
 }
 
 // Whoever mounts an entity has a say in what is made below it.
 TEST_F( TesseraDatabase, makesWhatTheProcessHasAUseFor ) {
    std::vector< String > asked;
-   database.mount( "/some/config", Kiv::make< Config >(), Access::configuration,
+   database.mount( "/some/config", make< Node >(), Access::configuration,
                    [ & ]( Path const & path ) {
                       asked.push_back( path.text() );
                       if( path.back() == "Ethernet9" ) {
                          Kiv::parseFailed( path.back(), "wanted" );
                       }
                    } );
-   Object const intfs{ { "Ethernet1", Object{} }, { "Ethernet9", Object{} } };
-   String const error = "/some/config/intf/Ethernet9: \"Ethernet9\" is not wanted";
-   EXPECT_EQ( setError( "/some/config/intf", intfs ), error );
-   EXPECT_EQ( setError( "/some/config/intf/Ethernet9/broadcast/level", 5 ), error );
-   EXPECT_EQ( possible( "/some/config/intf/Ethernet9/enabled" ), error );
-   EXPECT_EQ( possible( "/some/config/intf/Ethernet8/enabled" ), "" );
+   Object const leaves{ { "Ethernet1", Object{} }, { "Ethernet9", Object{} } };
+   String const error = "/some/config/leaves/Ethernet9: \"Ethernet9\" is not wanted";
+   EXPECT_EQ( setError( "/some/config/leaves", leaves ), error );
+   EXPECT_EQ( setError( "/some/config/leaves/Ethernet9/spot/x", 5 ), error );
+   EXPECT_EQ( possible( "/some/config/leaves/Ethernet9/enabled" ), error );
+   EXPECT_EQ( possible( "/some/config/leaves/Ethernet8/enabled" ), "" );
    asked.clear();
-   EXPECT_EQ( setError( "/some/config/intf/Ethernet1/enabled", false ), "" );
-   EXPECT_EQ( setError( "/some/config/intf/Ethernet1/enabled", true ), "" );
-   EXPECT_EQ( asked, std::vector< String >{ "/some/config/intf/Ethernet1" } ) << "made once";
+   EXPECT_EQ( setError( "/some/config/leaves/Ethernet1/enabled", false ), "" );
+   EXPECT_EQ( setError( "/some/config/leaves/Ethernet1/enabled", true ), "" );
+   EXPECT_EQ( asked, std::vector< String >{ "/some/config/leaves/Ethernet1" } ) << "made once";
 }
 
 // What is not there says what is there instead; what is not there may come, or never can.
 TEST_F( TesseraDatabase, saysWhatIsThereInstead ) {
-   database.mount( "/dir", Kiv::make< Kiv::Dir >( "dir" ), Access::status );
-   config->intfIs( "Ethernet1" );
-   config->levelIs( 10, {} );
+   database.mount( "/dir", make< Kiv::Dir >( "dir" ), Access::status );
+   config->leavesIs( "E1" );
+   config->pointIs( "p", {} );
    struct Row {
       char const * path;
       char const * read;  // the error of reading it, without the path unless it is another's
@@ -210,26 +159,25 @@ TEST_F( TesseraDatabase, saysWhatIsThereInstead ) {
          { "/featur", "no such path; did you mean \"feature\"?", nullptr },
          { "/featur/config", "/featur: no such path; did you mean \"feature\"?", nullptr },
          { "/feature/xyz", "no such path; there are config, status", nullptr },
-         { "Perod", "no such attribute; did you mean \"period\"?", nullptr },
-         { "intf/Ethernet1/broadcast/leve", "no such field; did you mean \"level\"?", nullptr },
-         { "level/x", "\"x\" is not a number from 0 to 65535", nullptr },
-         { "waiting/x", "no such field; there is nothing here",
+         { "Poin", "no such attribute; did you mean \"point\"?", nullptr },
+         { "leaves/E1/spot/colou", "no such field; did you mean \"colour\"?", nullptr },
+         { "tag/x", "\"x\" is not a number from 0 to 65535", nullptr },
+         { "job/x", "no such field; there is nothing here",
            "\"x\" is not a number from 0 to 18446744073709551615" },
-         { "number/x", "number is a plain value: there is nothing below it", nullptr },
-         { "intf/Ethernet9", "is not there; there is Ethernet1", "" },
-         { "intf/Ethernet9/enabld", "no such attribute; did you mean \"enabled\"?", nullptr },
-         { "intf/Ethernet9/broadcast/leve",
-           "/feature/config/intf/Ethernet9: is not there; there is Ethernet1",
-           "no such field; did you mean \"level\"?" },
-         { "intf/Ethernet9/level/7/mode",
-           "/feature/config/intf/Ethernet9: is not there; there is Ethernet1", "" },
-         { "level/7/color", "/feature/config/level/7: is not there; there is 10", "" },
-         { "level/7/level/x", "/feature/config/level/7: is not there; there is 10",
+         { "a/x", "a is a plain value: there is nothing below it", nullptr },
+         { "leaves/E9", "is not there; there is E1", "" },
+         { "leaves/E9/enabld", "no such attribute; did you mean \"enabled\"?", nullptr },
+         { "leaves/E9/spot/colou", "/feature/config/leaves/E9: is not there; there is E1",
+           "no such field; did you mean \"colour\"?" },
+         { "leaves/E9/mark/7/x", "/feature/config/leaves/E9: is not there; there is E1", "" },
+         { "point/q/colour", "/feature/config/point/q: is not there; there is p", "" },
+         { "point/q/x/x", "/feature/config/point/q: is not there; there is p",
            "is below a plain value, where nothing can be" },
-         { "fixed/note", "/feature/config/fixed: is not there", "" },
-         { "port/Ethernet9", "is not there; there is nothing here", "" },
-         { "waiting/3", "no such field; there is nothing here", "" },
-         { "entry/5/port", "/feature/config/entry/5: is not there; there is nothing here", "" },
+         { "leaf/enabled", "/feature/config/leaf: is not there", "" },
+         { "tag/9", "is not there; there is nothing here", "" },
+         { "job/3", "no such field; there is nothing here", "" },
+         { "byLabel/k/share", "/feature/config/byLabel/k: is not there; there is nothing here",
+           "" },
          { "/dir/entry/late/whatever/it/has",
            "/dir/entry/late: is not there; there is nothing here", "" },
    };
@@ -251,35 +199,29 @@ TEST_F( TesseraDatabase, writesTextByType ) {
       char const * error; // null: it is written and read back
    };
    Row const rows[] = {
-         { "period", "0.25", nullptr },
-         { "period", "3", nullptr },
-         { "number", "-9223372036854775808", nullptr },
-         { "number", "9223372036854775808",
-           "9223372036854775808 is not a whole number from -9223372036854775808 to "
-           "9223372036854775807" },
-         { "note", "true", nullptr },
-         { "note", "17", nullptr },
-         { "note", "", nullptr },
-         { "color", "blue", nullptr },
-         { "color", "pink", "\"pink\" is not one of red, green, blue" },
-         { "intf/Ethernet9/enabled", "yes", "\"yes\" is not true or false" },
-         { "intf/Ethernet9/broadcast/level", "70000",
-           "70000 is not a whole number from 0 to 65535" },
-         { "intf/Ethernet9/broadcast/level", "700", nullptr },
-         { "intf/Ethernet9/broadcast/color", "blue", nullptr },
-         { "intf/Ethernet9/broadcast", "700",
-           "\"700\" is not an object with the fields mode, level, color" },
-         { "intf/Ethernet9", "700", "a string is not an object of the entity's attributes" },
-         { "level/7/mode", "3", nullptr },
-         { "level/7/mod", "3", "\"mod\" is not one of the fields mode, level, color" },
-         { "port[Ethernet1/2]", "true", nullptr },
-         { "friend_", "x", "a reference to an entity cannot be written" },
-         { "waiting", "x", "waiting cannot be written as a whole" },
+         { "shape/scale", "0.25", nullptr },
+         { "shape/scale", "3", nullptr },
+         { "a", "-2147483648", nullptr },
+         { "a", "2147483648", "2147483648 is not a whole number from -2147483648 to 2147483647" },
+         { "text", "true", nullptr },
+         { "text", "17", nullptr },
+         { "text", "", nullptr },
+         { "leaves/E9/enabled", "yes", "\"yes\" is not true or false" },
+         { "leaves/E9/spot/x", "700", nullptr },
+         { "leaves/E9/spot/colour", "pink", "\"pink\" is not one of red, green, blue" },
+         { "leaves/E9/spot/colour", "blue", nullptr },
+         { "leaves/E9/spot", "7", "\"7\" is not an object with the fields x, y, colour" },
+         { "leaves/E9", "7", "a string is not an object of the entity's attributes" },
+         { "point[a/b]/y", "3", nullptr },
+         { "point[a/b]/z", "3", "\"z\" is not one of the fields x, y, colour" },
+         { "tag/7", "true", nullptr },
+         { "peer", "x", "a reference to an entity cannot be written" },
+         { "job", "x", "job cannot be written as a whole" },
          { "odd/5/note", "x",
            "/feature/config/odd/5: is not there, and cannot be made from outside" },
-         { "fixed/note", "x",
-           "/feature/config/fixed: is not there, and cannot be made from outside" },
-         { "/feature/status/note", "x", "is status: it cannot be written from outside" },
+         { "leaf/spot/x", "1",
+           "/feature/config/leaf: is not there, and cannot be made from outside" },
+         { "/feature/status/text", "x", "is status: it cannot be written from outside" },
          { "/feature", "x", "a string is not an object of what is in this directory" },
    };
    for( auto const & [ path, text, error ] : rows ) {
@@ -293,95 +235,93 @@ TEST_F( TesseraDatabase, writesTextByType ) {
       }
    }
    // Fields written one by one leave the others alone, those of a new member at their defaults.
-   EXPECT_EQ( config->intf( "Ethernet9" )->broadcast(), ( Level{ 0, 700, blue } ) );
-   EXPECT_EQ( config->level( 7 ), ( Level{ 3, 10000, red } ) );
+   EXPECT_EQ( config->leaves( "E9" )->spot(), ( Point{ 700, 0, blue } ) );
+   EXPECT_EQ( config->point( "a/b" ), ( Point{ 1, 3, green } ) );
 }
 
 TEST_F( TesseraDatabase, writesStructures ) {
-   database.set( "/feature/config/level", in( { "1", "mode" }, 4 ) );
-   database.set( "/feature/config/level", in( { "2", "mode" }, 5 ) );
-   EXPECT_FALSE( config->levelHas( 1 ) ); // a map is replaced as a whole
-   EXPECT_EQ( config->level( 2 ).mode, 5u );
-   database.set( "/feature/config/port", Array{ "a", "b" } );
-   EXPECT_TRUE( config->portHas( "a" ) && config->portHas( "b" ) );
-   database.set( "/feature/config/entry/5", Object{ { "vlan", 5 }, { "port", "x" } } );
-   EXPECT_EQ( setError( "/feature/config/entry/6", in( { "vlan" }, 5 ) ),
-              "/feature/config/entry/6: the value carries the key 5, not 6" );
-   EXPECT_EQ( setError( "/feature/config/port/c", false ),
-              "/feature/config/port/c: a boolean is not true (a member of a set is there, or is "
-              "deleted)" );
-   EXPECT_EQ( delError( "/feature/config/port/a" ), "" );
-   EXPECT_FALSE( config->portHas( "a" ) );
+   database.set( "/feature/config/point", in( { "p", "x" }, 4 ) );
+   database.set( "/feature/config/point", in( { "q", "x" }, 5 ) );
+   EXPECT_FALSE( config->pointHas( "p" ) ); // a map is replaced as a whole
+   EXPECT_EQ( config->point( "q" ).x, 5 );
+   database.set( "/feature/config/tag", Array{ "1", "2" } );
+   EXPECT_TRUE( config->tagHas( 1 ) && config->tagHas( 2 ) );
+   database.set( "/feature/config/byLabel/k", in( { "label" }, "k" ) );
+   EXPECT_TRUE( config->byLabelHas( "k" ) );
+   EXPECT_EQ( setError( "/feature/config/byLabel/l", in( { "label" }, "k" ) ),
+              "/feature/config/byLabel/l: the value carries the key k, not l" );
 }
 
 TEST_F( TesseraDatabase, deletes ) {
-   config->intfIs( "Ethernet1/2" )->levelIs( 3, {} );
-   database.del( "/feature/config/intf[Ethernet1/2]/level/3" );
-   EXPECT_EQ( config->intf( "Ethernet1/2" )->level().size(), 0u );
-   database.del( "/feature/config/intf[Ethernet1/2]" );
-   EXPECT_EQ( config->intf().size(), 0u );
-   config->levelIs( 7, {} );
-   status->levelIs( 7, {} );
-   for( String path : { "/", "/feature/config", "/feature/config/note", "/feature/config/level",
-                        "/feature/config/level/7/mode", "/feature/config/fixed" } ) {
+   config->tagIs( 7 );
+   status->tagIs( 7 );
+   config->leavesIs( "Ethernet1/2" )->markIs( 3, {} );
+   database.del( "/feature/config/leaves[Ethernet1/2]/mark/3" );
+   EXPECT_EQ( config->leaves( "Ethernet1/2" )->mark().size(), 0u );
+   for( String path : { "/", "/feature/config", "/feature/config/text", "/feature/config/tag",
+                        "/feature/config/leaves[Ethernet1/2]/spot/x", "/feature/config/leaf" } ) {
       EXPECT_EQ( delError( path ), path + ": cannot be deleted: only members of collections can" );
    }
-   EXPECT_EQ( delError( "/feature/config/level/8" ),
-              "/feature/config/level/8: is not there; there is 7" );
-   EXPECT_EQ( delError( "/feature/status/level/7" ),
-              "/feature/status/level/7: is status: it cannot be deleted from outside" );
+   EXPECT_EQ( delError( "/feature/config/tag/8" ),
+              "/feature/config/tag/8: is not there; there is 7" );
+   EXPECT_EQ( delError( "/feature/status/tag/7" ),
+              "/feature/status/tag/7: is status: it cannot be deleted from outside" );
+   database.del( "/feature/config/leaves[Ethernet1/2]" );
+   database.del( "/feature/config/tag/7" );
+   EXPECT_EQ( config->leaves().size() + config->tag().size(), 0u );
 }
 
 TEST_F( TesseraDatabase, appliesWhatItAnswered ) {
-   config->fixedIs()->noteIs( "n" );
-   config->friend_Is( config->fixed() );
-   config->waitingEnq( 7 );
-   config->entryIs( Entry{ 5, "x" } );
-   config->portIs( "Ethernet1" );
-   config->intfIs( "Ethernet1/2" )->levelIs( 3, Level{ 1, 2, blue } );
+   config->leafIs( "l" )->enabledIs( false );
+   config->peerIs( config->leaf() );
+   config->jobEnq( 7 );
+   config->byLabelIs( { .label = "x" } );
+   config->tagIs( 1 );
+   config->leavesIs( "Ethernet1/2" )->markIs( 3, { 1, 2, blue } );
    auto tree = database.get( "/", Tessera::Scope::configuration );
    database.apply( tree );
    EXPECT_EQ( database.get( "/", Tessera::Scope::configuration ), tree );
 
    // Into a database that has nothing yet, what can be made from outside is made.
-   auto fresh = Kiv::make< Config >();
+   auto fresh = make< Node >();
    Database other;
    other.mount( "/feature/config", fresh, Access::configuration );
-   auto intf = *tree.find( "feature" )->find( "config" )->find( "intf" );
-   other.apply( Object{ { "/feature/config/intf", intf },
-                        { "feature", in( { "config", "note" }, "n" ) } } );
-   EXPECT_EQ( other.get( "/feature/config/intf" ), intf );
-   EXPECT_EQ( fresh->note(), "n" );
+   auto leaves = *tree.find( "feature" )->find( "config" )->find( "leaves" );
+   other.apply( Object{ { "/feature/config/leaves", leaves },
+                        { "feature", in( { "config", "text" }, "n" ) } } );
+   EXPECT_EQ( other.get( "/feature/config/leaves" ), leaves );
+   EXPECT_EQ( fresh->text(), "n" );
 }
 
 TEST_F( TesseraDatabase, appliesAllOrNothing ) {
    Datum const good = in( { "enabled" }, false );
-   String const endless( 1'000'000, 'k' );
-   String const cut( 480, 'k' );
+   auto const inConfig = []( String const & attribute, Datum const & value ) {
+      return in( { "feature", "config", attribute }, value );
+   };
+   String const endless( 1'000'000, 'k' ), cut( 480, 'k' );
    std::pair< Datum, String > const rows[] = {
          { in( { endless }, good ),
            "/" + cut + String( 19, 'k' ) + "...: no such path; there is feature" },
-         { in( { "feature", "config", endless }, 1 ),
-           "/feature/config/" + cut +
-                 "kkkk...: no such attribute; there are period, number, note, color, friend_, "
-                 "port, level, entry, waiting, fixed, intf, odd" },
-         { in( { "feature", "config", "intf", endless }, good ),
-           "/feature/config/intf/" + cut.substr( 1 ) + "...: longer than 4096 characters" },
-         { in( { "feature", "config", "intf", "E\xff" }, good ),
-           "/feature/config/intf/E%FF: is not UTF-8" },
+         { inConfig( endless, 1 ), "/feature/config/" + cut +
+                                         "kkkk...: no such attribute; there are a, b, text, shape, "
+                                         "peer, pulse, reviews, tag, "
+                                         "point, loud, own, seen and 7 more" },
+         { inConfig( "leaves", in( { endless }, good ) ),
+           "/feature/config/leaves/" + cut.substr( 3 ) + "...: longer than 4096 characters" },
+         { inConfig( "leaves", in( { "E\xff" }, good ) ),
+           "/feature/config/leaves/E%FF: is not UTF-8" },
          { "x", "/: a string is not an object of paths or directories" },
          { in( { "/feature/nothing" }, good ),
            "/feature/nothing: no such path; there are config, status" },
+         { inConfig( "leaves", Object{ { "E1", good }, { "E2", 5 } } ),
+           "/feature/config/leaves/E2: a number is not an object of the entity's attributes" },
          { in( { "feature", "config" },
-               Object{ { "note", "new" }, { "intf", Object{ { "E1", good }, { "E2", 5 } } } } ),
-           "/feature/config/intf/E2: a number is not an object of the entity's attributes" },
-         { in( { "feature", "config" },
-               Object{ { "intf", in( { "E1" }, good ) }, { "color", "pink" } } ),
-           "/feature/config/color: \"pink\" is not one of red, green, blue" },
-         { in( { "feature", "config", "intf", "E1", "level", "x" }, good ),
-           "/feature/config/intf/E1/level: \"x\" is not a number from 0 to 65535" },
-         { Object{ { "/feature/config/intf/E1", good }, { "/feature/status/note", "x" } },
-           "/feature/status/note: is status: it cannot be written from outside" },
+               Object{ { "leaves", in( { "E1" }, good ) }, { "a", "x" } } ),
+           "/feature/config/a: \"x\" is not a whole number from -2147483648 to 2147483647" },
+         { inConfig( "leaves", in( { "E1", "mark", "x" }, good ) ),
+           "/feature/config/leaves/E1/mark: \"x\" is not a number from 0 to 65535" },
+         { Object{ { "/feature/config/leaves/E1", good }, { "/feature/status/text", "x" } },
+           "/feature/status/text: is status: it cannot be written from outside" },
    };
    for( auto const & [ tree, error ] : rows ) {
       EXPECT_EQ( errorOf( [ &, &tree = tree ] { database.apply( tree ); } ), error );
@@ -389,7 +329,7 @@ TEST_F( TesseraDatabase, appliesAllOrNothing ) {
 }
 
 TEST_F( TesseraDatabase, listsWhatMayFollow ) {
-   config->intfIs( "Ethernet1/2" );
+   config->leavesIs( "Ethernet1/2" );
    auto names = [ & ]( char const * path ) {
       String text;
       for( auto const & entry : database.entries( path ) ) {
@@ -399,103 +339,92 @@ TEST_F( TesseraDatabase, listsWhatMayFollow ) {
    };
    EXPECT_EQ( names( "/" ), "feature/ " );
    EXPECT_EQ( names( "/feature" ), "config/ status/ " );
-   EXPECT_EQ( names( "/feature/config/intf" ), "Ethernet1/2/ " );
-   EXPECT_EQ( names( "/feature/config/intf/Ethernet9" ), "broadcast/ enabled level/ " );
-   EXPECT_EQ( names( "/feature/config/intf[Ethernet1/2]/broadcast" ), "mode level color " );
+   EXPECT_EQ( names( "/feature/config/leaves" ), "Ethernet1/2/ " );
+   EXPECT_EQ( names( "/feature/config/leaves/Ethernet9" ), "spot/ enabled mark/ " );
+   EXPECT_EQ( names( "/feature/config/leaves[Ethernet1/2]/spot" ), "x y colour " );
 }
 
 class TesseraWatch : public TesseraDatabase {
  protected:
    std::uint64_t watch( char const * path ) {
-      return database.watch( path, [ this ]( Path const & at,
-                                             std::optional< Datum > const & value ) {
-         heard.push_back( at.text() + ( value ? " = " + Kiv::datumText( *value ) : " gone" ) );
-         if( then ) {
-            then();
-         }
-      } );
+      return database.watch(
+            path, [ this ]( Path const & at, std::optional< Datum > const & value ) {
+               heard += at.text() + ( value ? " = " + Kiv::datumText( *value ) : " gone" ) + "\n";
+               if( auto action = std::exchange( then, nullptr ) ) {
+                  action();
+               }
+            } );
    }
-   std::vector< String > take() { return std::exchange( heard, {} ); }
+   String take() { return std::exchange( heard, {} ); }
 
-   std::vector< String > heard;
+   String heard; // a line for each call
    std::function< void() > then;
 };
 
 TEST_F( TesseraWatch, followsEverythingBelow ) {
    watch( "/feature/config" );
-   config->noteIs( "x" );
-   config->noteIs( "x" );
-   status->noteIs( "x" );
-   config->levelIs( 5, Level{ 1, 2, red } );
-   config->levelDel( 5 );
-   EXPECT_EQ( take(),
-              ( std::vector< String >{
-                    "/feature/config/note = x",
-                    "/feature/config/level/5 = {\"mode\": 1, \"level\": 2, \"color\": \"red\"}",
-                    "/feature/config/level/5 gone" } ) );
-   auto late = config->intfIs( "Ethernet1/2" );
+   config->textIs( "x" );
+   config->textIs( "x" );
+   status->textIs( "x" );
+   config->pointIs( "p", { 1, 2, red } );
+   config->pointDel( "p" );
+   EXPECT_EQ( take(), "/feature/config/text = x\n"
+                      "/feature/config/point/p = {\"x\": 1, \"y\": 2, \"colour\": \"red\"}\n"
+                      "/feature/config/point/p gone\n" );
+   auto late = config->leavesIs( "Ethernet1/2" );
+   EXPECT_EQ( take().substr( 0, 38 ), "/feature/config/leaves[Ethernet1/2] = " );
    late->enabledIs( false );
-   ASSERT_EQ( heard.size(), 2u );
-   EXPECT_EQ( heard[ 0 ].substr( 0, 36 ), "/feature/config/intf[Ethernet1/2] = " );
-   EXPECT_EQ( heard[ 1 ], "/feature/config/intf[Ethernet1/2]/enabled = false" );
-   heard.clear();
-   config->intfDel( "Ethernet1/2" );
+   config->leavesDel( "Ethernet1/2" );
    late->enabledIs( true ); // nobody's child any more
-   EXPECT_EQ( take(), ( std::vector< String >{ "/feature/config/intf[Ethernet1/2] gone" } ) );
+   EXPECT_EQ( take(), "/feature/config/leaves[Ethernet1/2]/enabled = false\n"
+                      "/feature/config/leaves[Ethernet1/2] gone\n" );
    // Mounted twice and gone twice, nothing of it is heard.
    database.unmount( "/feature/config" );
    database.mount( "/feature/config", config, Access::configuration );
    database.unmount( "/feature/config" );
    heard.clear();
-   config->noteIs( "y" );
-   EXPECT_EQ( take(), std::vector< String >() );
+   config->textIs( "y" );
+   EXPECT_EQ( take(), "" );
 }
 
 TEST_F( TesseraWatch, followsOneFieldOfWhatMayCome ) {
-   watch( "/feature/config/intf/Ethernet1/broadcast/level" );
-   auto intf = config->intfIs( "Ethernet1" );
-   config->intfIs( "Ethernet2" )->broadcastIs( Level{ 0, 5, red } );
-   intf->broadcastIs( Level{ 9, 10000, red } ); // another field
-   intf->broadcastIs( Level{ 9, 5, red } );
-   intf->enabledIs( false );
-   config->intfDel( "Ethernet1" );
-   config->intfIs( "Ethernet1" );
+   watch( "/feature/config/leaves/E1/spot/x" );
+   auto leaf = config->leavesIs( "E1" );
+   config->leavesIs( "E2" )->spotIs( { 5, 0, red } );
+   leaf->spotIs( { 1, 9, red } ); // another field
+   leaf->spotIs( { 5, 9, red } );
+   leaf->enabledIs( false );
+   config->leavesDel( "E1" );
+   config->leavesIs( "E1" );
    database.unmount( "/feature/config" );
    database.mount( "/feature/config", config, Access::configuration );
-   String const path = "/feature/config/intf/Ethernet1/broadcast/level";
-   EXPECT_EQ( take(),
-              ( std::vector< String >{ path + " = 10000", path + " = 5", path + " gone",
-                                       path + " = 10000", path + " gone", path + " = 10000" } ) );
+   String const path = "/feature/config/leaves/E1/spot/x";
+   EXPECT_EQ( take(), path + " = 1\n" + path + " = 5\n" + path + " gone\n" + path + " = 1\n" +
+                            path + " gone\n" + path + " = 1\n" );
 }
 
 TEST_F( TesseraWatch, survivesWhatItsCallbackDoes ) {
    auto id = watch( "/" );
    // The child goes away while the news of its attribute is on its way to two watches.
-   watch( "/feature/config/intf" );
-   auto intf = config->intfIs( "Ethernet1" );
+   watch( "/feature/config/leaves" );
+   config->leavesIs( "E1" );
    heard.clear();
-   then = [ & ] {
-      then = nullptr;
-      config->intfDel( "Ethernet1" );
-      intf = nullptr;
-   };
-   config->intf( "Ethernet1" )->enabledIs( false );
-   EXPECT_EQ( take(), ( std::vector< String >{ "/feature/config/intf/Ethernet1/enabled = false",
-                                               "/feature/config/intf/Ethernet1 gone",
-                                               "/feature/config/intf/Ethernet1 gone" } ) );
+   then = [ & ] { config->leavesDel( "E1" ); };
+   config->leaves( "E1" )->enabledIs( false );
+   EXPECT_EQ( take(), "/feature/config/leaves/E1/enabled = false\n"
+                      "/feature/config/leaves/E1 gone\n"
+                      "/feature/config/leaves/E1 gone\n" );
    // A watch that ends itself, and the mount goes too.
    then = [ & ] {
-      then = nullptr;
       database.unwatch( id );
       database.unmount( "/feature/config" );
    };
-   config->intfIs( "Ethernet2" );
-   EXPECT_EQ( heard.back(), "/feature/config/intf gone" );
-   heard.clear();
-   config->intf( "Ethernet2" )->enabledIs( false );
-   status->noteIs( "x" );
-   EXPECT_TRUE( heard.empty() );
+   config->leavesIs( "E2" );
+   EXPECT_TRUE( take().ends_with( "\n/feature/config/leaves gone\n" ) );
+   config->leaves( "E2" )->enabledIs( false );
+   status->textIs( "x" );
+   EXPECT_EQ( take(), "" );
    EXPECT_EQ( database.watches(), 1u );
 }
 
-} // namespace TesseraTest
+} // namespace

@@ -35,16 +35,8 @@ using Zipline::Record;
 enum class Color : std::uint8_t { red = 3 };
 KIV_ENUM( Mood, std::uint8_t, calm, wild = 7 );
 
-// Trivially copyable, so it is printed when it is read.
-struct Point {
-   int x;
-   int y;
-   void print( std::string & out ) const {
-      out += '(' + std::to_string( x ) + ',' + std::to_string( y ) + ')';
-   }
-};
-
-// Larger than what travels in registers, with padding, and without a default constructor.
+// Trivially copyable, so it is printed when it is read; with padding, larger than what travels in
+// registers, and without a default constructor.
 struct Wide {
    explicit Wide( char c ) : tag( c ) {}
    char tag;
@@ -138,8 +130,8 @@ TEST_F( ZiplineTest, PiecesOfEveryKind ) {
    ZTRACE( 0, std::int8_t{ -5 }, ' ', std::uint64_t{ 1 } << 63, " ", 0.1, " ", true, Color::red,
            wild );
    EXPECT_EQ( taken(), "-5 9223372036854775808 0.1 true3wild" );
-   ZTRACE( 0, "", ( Point{ 1, -2 } ), Wide( 'w' ), "x" );
-   EXPECT_EQ( taken(), "(1,-2)w4x" );
+   ZTRACE( 0, "", Wide( 'w' ), "x" );
+   EXPECT_EQ( taken(), "w4x" );
    struct {
       unsigned bits : 3;
    } const field{ 5 };
@@ -297,7 +289,7 @@ TEST_F( ZiplineTest, WrapsAroundWithRecordsOfManySizes ) {
          if( i % 3 == 0 ) {
             ZTRACE( 1, i );
          } else {
-            ZTRACE( 2, i, " ", textOf( i ), ( Point{ 1, 2 } ), textOf( i + 1 ) );
+            ZTRACE( 2, i, " ", textOf( i ), Wide( 'w' ), textOf( i + 1 ) );
          }
          if( i % 611 != 0 && i != 4999 ) {
             continue;
@@ -313,7 +305,7 @@ TEST_F( ZiplineTest, WrapsAroundWithRecordsOfManySizes ) {
             auto const n = static_cast< unsigned >( record.sequence - first );
             std::string expected = std::to_string( n );
             if( n % 3 != 0 ) {
-               expected += " " + textOf( n ) + "(1,2)" + textOf( n + 1 );
+               expected += " " + textOf( n ) + "w4" + textOf( n + 1 );
             }
             EXPECT_EQ( record.message, expected );
             return true;
@@ -338,24 +330,14 @@ TEST_F( ZiplineTest, ReaderThatFellBehindLearnsWhatItLost ) {
    EXPECT_EQ( some.lost, 0u );
    EXPECT_EQ( messages( { .since = some.next } ), "4|5|6|7|8|9" );
 
-   for( int i = 10; i < 10'000; ++i ) {
-      ZTRACE( 1, i );
-   }
-   std::uint64_t visited = 0;
-   auto const rest = Zipline::visit( { .since = some.next },
-                                     [ & ]( Record const & ) { return ++visited > 0; } );
-   EXPECT_GT( rest.lost, 0u );
-   EXPECT_EQ( rest.lost + visited, 10'000u - 4 );
-   EXPECT_EQ( rest.next, start_ + 10'000 );
-
    // A reader from the future, and a ring emptied under a reader.
    auto const none = []( Record const & ) { return ADD_FAILURE(), true; };
-   EXPECT_EQ( Zipline::visit( { .since = rest.next + 50 }, none ).next, rest.next );
+   EXPECT_EQ( Zipline::visit( { .since = start_ + 60 }, none ).next, start_ + 10 );
    ZTRACE( 1, "gone" );
    Zipline::recordsDelAll();
-   auto const emptied = Zipline::visit( { .since = rest.next }, none );
+   auto const emptied = Zipline::visit( { .since = start_ + 10 }, none );
    EXPECT_EQ( emptied.lost, 1u );
-   EXPECT_EQ( emptied.next, rest.next + 1 );
+   EXPECT_EQ( emptied.next, start_ + 11 );
 }
 
 TEST_F( ZiplineTest, RingTurnsOrGoesUnderTheVisitor ) {
