@@ -4,6 +4,7 @@
 // Entities, values and a machine for the tests of the object framework: one attribute of every
 // kind, and reactors whose handlers do what the test at hand tells them.
 
+#include "Kiv/ClockReactor.h"
 #include "Kiv/Entity.h"
 #include "Kiv/Reactor.h"
 #include "Kiv/Value.h"
@@ -152,6 +153,9 @@ class Machine : public Kiv::PtrInterface, public Kiv::ReactorOwner {
       }
    };
 
+   void handleTimeout( int key ) { script.heard( "timeout" + std::to_string( key ) ); }
+   class KivClock : public Kiv::ClockReactor< KivClock, Machine, &Machine::handleTimeout, int > {};
+
    explicit Machine( Script & theScript )
          : PtrInterface( Lifetime::eventLoop ), script( theScript ) {}
    Kiv::Type const & fwkType() const override { return Kiv::typeInstance< Machine >; }
@@ -172,6 +176,7 @@ class Machine : public Kiv::PtrInterface, public Kiv::ReactorOwner {
 
    KIV_REACTOR( KivNode, first );
    KIV_REACTORS( int, KivNode, node );
+   KIV_REACTORS( int, KivClock, clock );
 };
 
 inline Kiv::Ptr< Machine >

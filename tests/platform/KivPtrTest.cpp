@@ -155,10 +155,7 @@ TEST( KivPtr, typesAreListedByName ) {
 }
 
 TEST( KivPtr, threadSafePointersCountExactly ) {
-   struct Mode {
-      Mode() { Kiv::threadSafePtrsIs( true ); }
-      ~Mode() { Kiv::threadSafePtrsIs( false ); }
-   } const mode;
+   Kiv::threadSafePtrsIs( true );
    constexpr int rounds = 50'000;
    auto shared = make< Base >();
    auto const made = Kiv::typeInstance< Derived >.made();
@@ -183,8 +180,9 @@ TEST( KivPtr, threadSafePointersCountExactly ) {
       std::thread dropper( [ theirs = mine ]() mutable { theirs = nullptr; } );
       mine = nullptr;
       dropper.join();
-      ASSERT_EQ( destroyed, 1 );
+      EXPECT_EQ( destroyed, 1 );
    }
+   Kiv::threadSafePtrsIs( false );
 }
 
 } // namespace

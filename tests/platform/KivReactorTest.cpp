@@ -6,7 +6,6 @@
 #include "KivExample.h"
 
 #include "Kiv/ClockDriver.h"
-#include "Kiv/ClockReactor.h"
 #include "Kiv/Reflect.h"
 
 #include <gtest/gtest.h>
@@ -38,6 +37,7 @@ class KivReactor : public testing::Test {
       script.actions.clear();
       machine = nullptr;
       node = other = nullptr;
+      clock = nullptr;
       EXPECT_EQ( liveObjects(), liveBefore_ );
    }
 
@@ -60,6 +60,8 @@ class KivReactor : public testing::Test {
    Ptr< Node > node = make< Node >();
    Ptr< Node > other = make< Node >( "other" );
    Ptr< Machine > machine = machineIs( script );
+   Kiv::VirtualDriver driver{ 100 };
+   Ptr< Kiv::Clock > clock = make< Kiv::Clock >( driver );
 };
 
 TEST_F( KivReactor, synchronisesInTheOrderOfTheTable ) {
@@ -391,99 +393,61 @@ TEST_F( KivReactor, aFirstPassThatThrewIsMadeUpFor ) {
    testing::internal::GetCapturedStderr();
 }
 
-// A machine that only waits.
-class Waiter : public Kiv::PtrInterface, public Kiv::ReactorOwner {
- public:
-   void handleTimeout() {
-      ++timeouts;
-      action();
-   }
-   class KivClock : public Kiv::ClockReactor< KivClock, Waiter, &Waiter::handleTimeout > {};
-
-   Waiter() : PtrInterface( Lifetime::eventLoop ) {}
-   Kiv::Type const & fwkType() const override { return Kiv::typeInstance< Waiter >; }
-   void hasNotificationActiveIs( bool active ) override {
-      PtrInterface::hasNotificationActiveIs( active );
-      reactorsActiveIs( active );
-   }
-   bool initialized() const { return true; }
-
-   int timeouts = 0;
-   std::function< void() > action = [] {};
-
-   KIV_REACTOR( KivClock, clock );
-};
-
-class KivClockReactor : public testing::Test {
- protected:
-   void SetUp() override {
-      waiter->hasNotificationActiveIs( true );
-      waiter->clockIs( clock );
-   }
-   Kiv::VirtualDriver driver{ 100 };
-   Ptr< Kiv::Clock > const clock = make< Kiv::Clock >( driver );
-   Ptr< Waiter > waiter = make< Waiter >();
-};
-
-TEST_F( KivClockReactor, firesOnceForEachArming ) {
-   EXPECT_EQ( waiter->clock()->timeMin(), Kiv::never );
-   EXPECT_EQ( waiter->clock()->now(), 100 );
-   waiter->clock()->timeMinIs( 50 );
-   EXPECT_EQ( waiter->timeouts, 0 ) << "never from inside the arming";
+TEST_F( KivReactor, timersFireOnceForEachArming ) {
+   machine->clockIs( 1, clock );
+   machine->clockIs( 2, clock );
+   auto * const timer = machine->clock( 1 );
+   EXPECT_EQ( timer->timeMin(), Kiv::never );
+   EXPECT_EQ( timer->now(), 100 );
+   timer->timeMinIs( 50 );
+   EXPECT_EQ( script.take(), "" ) << "never from inside the arming";
    driver.advance( 2 );
-   EXPECT_EQ( waiter->timeouts, 1 );
-   waiter->clock()->timeMinIs( 120 );
-   waiter->clockIs( clock ); // the same: what it waits for stays
+   EXPECT_EQ( script.take(), "timeout1" );
+   timer->timeMinIs( 120 );
+   machine->clockIs( 1, clock ); // the same: what it waits for stays
    EXPECT_EQ( clock->timers(), 1u );
-   waiter->hasNotificationActiveIs( false );
+   machine->hasNotificationActiveIs( false );
    driver.advance( 20 );
-   waiter->hasNotificationActiveIs( true );
+   machine->hasNotificationActiveIs( true );
    driver.advance( 20 );
-   EXPECT_EQ( waiter->timeouts, 1 ) << "the time came while it was silenced";
-}
+   EXPECT_EQ( script.take(), "" ) << "the time came while it was silenced";
 
-TEST_F( KivClockReactor, whatItThrowsStopsNoOther ) {
-   auto const second = make< Waiter >();
-   second->hasNotificationActiveIs( true );
-   second->clockIs( clock );
-   waiter->action = [ & ] {
-      waiter->clock()->timeMinIs( waiter->timeouts == 1 ? 110 : Kiv::never );
+   // What it throws stops no other, and it may wait again.
+   on( "timeout1", [ & ] {
+      timer->timeMinIs( timer->now() < 155 ? 155 : Kiv::never );
       throw std::runtime_error( "late" );
-   };
-   waiter->clock()->timeMinIs( 101 );
-   second->clock()->timeMinIs( 101 );
-   auto const before = Kiv::Dispatch::failures;
+   } );
+   timer->timeMinIs( 150 );
+   machine->clock( 2 )->timeMinIs( 150 );
    testing::internal::CaptureStderr();
    EXPECT_EQ( driver.advance( 20 ), 3u );
    EXPECT_NE( testing::internal::GetCapturedStderr().find( " on clock failed: late" ),
               std::string::npos );
-   EXPECT_EQ( Kiv::Dispatch::failures, before + 2 );
-   EXPECT_EQ( second->timeouts, 1 );
+   EXPECT_EQ( script.take(), "timeout1 timeout2 timeout1" );
 }
 
-TEST_F( KivClockReactor, mayBeDeletedInItsHandler ) {
-   waiter->action = [ & ] { waiter->clockDel(); };
-   waiter->clock()->timeMinIs( 101 );
+TEST_F( KivReactor, timersMayGoInTheirHandlers ) {
+   on( "timeout1", [ & ] { machine->clockDel( 1 ); } );
+   machine->clockIs( 1, clock );
+   machine->clock( 1 )->timeMinIs( 101 );
    driver.advance( 5 );
-   EXPECT_EQ( waiter->clock(), nullptr );
+   EXPECT_EQ( machine->clock( 1 ), nullptr );
 
    // Another clock: what it waited for on the first is forgotten.
    auto second = make< Kiv::Clock >( driver );
-   waiter->clockIs( clock );
-   waiter->action = [ & ] {
-      waiter->clockIs( second );
-      waiter->clock()->timeMinIs( 107 );
-   };
-   waiter->clock()->timeMinIs( 106 );
+   machine->clockIs( 2, clock );
+   machine->clock( 2 )->timeMinIs( 106 );
+   on( "timeout2", [ & ] {
+      machine->clockIs( 2, second );
+      machine->clock( 2 )->timeMinIs( 107 );
+      on( "timeout2", [ & ] { machine = nullptr; } );
+   } );
    driver.advance( 1 );
    EXPECT_EQ( clock->timers(), 0u );
    EXPECT_EQ( second->timers(), 1u );
-
-   waiter->action = [ & ] { waiter = nullptr; };
    driver.advance( 5 );
-   EXPECT_EQ( waiter, nullptr );
-   EXPECT_EQ( Kiv::typeInstance< Waiter >.live(), 0u );
-   EXPECT_EQ( Kiv::typeInstance< Waiter::KivClock >.live(), 0u );
+   EXPECT_EQ( machine, nullptr );
+   EXPECT_EQ( Kiv::typeInstance< Machine::KivClock >.live(), 0u );
    EXPECT_EQ( second->timers(), 0u );
 }
 

@@ -21,22 +21,11 @@ namespace {
 using namespace Example;
 using Kiv::Datum;
 using Kiv::fromDatum;
+using Kiv::ParseError;
+using Kiv::RangeException;
 using Kiv::toDatum;
 using Kiv::toText;
-
-// What `act` throws, as "kind: text".
-template< class Act >
-std::string
-refusal( Act act ) {
-   try {
-      act();
-   } catch( Kiv::RangeException const & error ) {
-      return std::string( "range: " ) + error.what();
-   } catch( Kiv::ParseError const & error ) {
-      return std::string( "parse: " ) + error.what();
-   }
-   return "accepted";
-}
+using Refusals::refusal;
 
 struct Holder {
    KIV_MEMBER_ENUM( State, std::int8_t, idle = -1, busy, done );
@@ -86,17 +75,16 @@ TEST( KivValue, enumerationsGoByName ) {
 }
 
 TEST( KivValue, rangedNumbersRefuseWithTheirText ) {
-   constexpr auto text = "range: Example::Percent::value < 1 or > 100 not allowed";
+   constexpr auto text = "Example::Percent::value < 1 or > 100 not allowed";
    EXPECT_EQ( Percent().value(), 10 );
    EXPECT_EQ( Percent( 1 ).value() + Percent( 100u ).value(), 101 );
    for( int outside : { 0, -1, 101, 257 } ) { // no wrapping into the range
-      EXPECT_EQ( refusal( [ & ] { Percent{ outside }; } ), text );
+      EXPECT_EQ( refusal< RangeException >( [ & ] { Percent{ outside }; } ), text );
    }
-   EXPECT_EQ( refusal( [] { Percent( ~0ull ); } ), text );
+   EXPECT_EQ( refusal< RangeException >( [] { Percent( ~0ull ); } ), text );
+   EXPECT_EQ( refusal< RangeException >( [] { Kiv::fromText< Percent >( "256" ); } ), text );
    EXPECT_EQ( Kiv::fromText< Percent >( "99" ), Percent( 99 ) );
-   EXPECT_EQ( refusal( [] { Kiv::fromText< Percent >( "256" ); } ), text );
-   EXPECT_EQ( refusal( [] { Kiv::fromText< Percent >( "ten" ); } ),
-              "parse: \"ten\" is not a number from 1 to 100" );
+   Refusals::expectRefused< Percent >( "\"ten\" is not a number from 1 to 100", { "ten" } );
    EXPECT_TRUE( Percent( 3 ) < Percent( 4 ) );
 }
 
@@ -153,22 +141,19 @@ TEST( KivDatum, refusalsNameTheField ) {
       bool const nested = std::string_view( "xy" ).find( field ) != std::string_view::npos;
       Object const object{ { field, value } };
       Datum const shape = nested ? Object{ { "origin", object } } : object;
-      EXPECT_EQ( refusal( [ & ] { fromDatum< Shape >( shape ); } ),
-                 std::string( nested ? "parse: origin: " : "parse: " ) + text );
+      EXPECT_EQ( refusal< ParseError >( [ & ] { fromDatum< Shape >( shape ); } ),
+                 std::string( nested ? "origin: " : "" ) + text );
    }
-   EXPECT_EQ(
-         refusal( [] { fromDatum< Shape >( Datum( 3 ) ); } ),
-         "parse: a number is not an object with the fields label, origin, share, filled, scale" );
-   EXPECT_EQ( refusal( [] {
-                 fromDatum< Line >( Object{ { "name", Array{ "a", true } } } );
-              } ),
-              "parse: name: [1]: a boolean is not a string" );
+   EXPECT_EQ( refusal< ParseError >( [] { fromDatum< Shape >( 3 ); } ),
+              "a number is not an object with the fields label, origin, share, filled, scale" );
+   Datum const line = Object{ { "name", Array{ "a", true } } };
+   EXPECT_EQ( refusal< ParseError >( [ & ] { fromDatum< Line >( line ); } ),
+              "name: [1]: a boolean is not a string" );
    // With a field to name, the text of the type gives way to one that names no type.
    for( Datum const & share : { Datum( "101" ), Datum( 101 ), Datum( -1 ) } ) {
-      EXPECT_EQ( refusal( [ & ] {
-                    fromDatum< Shape >( Object{ { "share", share } } );
-                 } ),
-                 "range: share: " + Kiv::datumText( share ) + " is not a number from 1 to 100" );
+      Datum const shape = Object{ { "share", share } };
+      EXPECT_EQ( refusal< RangeException >( [ & ] { fromDatum< Shape >( shape ); } ),
+                 "share: " + Kiv::datumText( share ) + " is not a number from 1 to 100" );
    }
 }
 

@@ -73,6 +73,13 @@ struct Pointing {
 
 Kiv::Seconds virtualTime;
 
+void
+traceNumbers( int end ) {
+   for( int i = 0; i < end; ++i ) {
+      ZTRACE( 1, i );
+   }
+}
+
 class ZiplineTest : public ::testing::Test {
  protected:
    void SetUp() override {
@@ -249,9 +256,7 @@ TEST_F( ZiplineTest, ProcessorTimeIsNearTheClockAndInOrder ) {
    };
    Zipline::timeSourceIs( nullptr );
    auto const before = static_cast< double >( std::time( nullptr ) );
-   for( int i = 0; i < 3000; ++i ) { // more than a block
-      ZTRACE( 1, i );
-   }
+   traceNumbers( 3000 ); // more than a block
    auto const processor = times();
    ASSERT_FALSE( processor.empty() );
    EXPECT_TRUE( std::is_sorted( processor.begin(), processor.end() ) );
@@ -320,9 +325,7 @@ TEST_F( ZiplineTest, WrapsAroundWithRecordsOfManySizes ) {
 }
 
 TEST_F( ZiplineTest, ReaderThatFellBehindLearnsWhatItLost ) {
-   for( int i = 0; i < 10; ++i ) {
-      ZTRACE( 1, i );
-   }
+   traceNumbers( 10 );
    auto const some = Zipline::visit( { .since = start_ }, [ & ]( Record const & record ) {
       return record.sequence < start_ + 3;
    } );
@@ -343,12 +346,7 @@ TEST_F( ZiplineTest, ReaderThatFellBehindLearnsWhatItLost ) {
 TEST_F( ZiplineTest, RingTurnsOrGoesUnderTheVisitor ) {
    std::pair< std::function< void() >, std::size_t > const cases[] = {
          // During the visit, and how many records are visited.
-         { [] {
-             for( int i = 0; i < 5000; ++i ) {
-                ZTRACE( 1, "fill ", i );
-             }
-          },
-           1 },
+         { [] { traceNumbers( 5000 ); }, 1 },
          { Zipline::recordsDelAll, 1 },
          { [] { Zipline::capacityIs( 200'000 ); }, 1 },
          { [] { ZTRACE( 1, "one more" ); }, 100 },
