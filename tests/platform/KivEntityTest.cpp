@@ -12,16 +12,7 @@ using namespace Example;
 using Kiv::make;
 using Kiv::Ptr;
 
-class KivEntity : public testing::Test {
- protected:
-   std::string heard() { return words_.take(); }
-   Ptr< Node > const node = make< Node >();
-
- private:
-   Words words_;
-   Ptr< Listener > const listener_ =
-         make< Listener >( *node, [ this ]( auto const & what ) { words_.add( what ); } );
-};
+using KivEntity = NodeTest;
 
 TEST_F( KivEntity, announcedWritesAlwaysNotify ) {
    node->pulseIs( 0 );

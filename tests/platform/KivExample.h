@@ -9,6 +9,8 @@
 #include "Kiv/Reactor.h"
 #include "Kiv/Value.h"
 
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <map>
 #include <string>
@@ -106,6 +108,18 @@ class Listener : public Kiv::PtrInterface::NotifieeConst {
 
  private:
    Heard heard_;
+};
+
+// A node, and what is heard of it.
+class NodeTest : public testing::Test {
+ protected:
+   std::string heard() { return words_.take(); }
+   Kiv::Ptr< Node > const node = Kiv::make< WideNode >( "w" );
+
+ private:
+   Words words_;
+   Kiv::Ptr< Listener > const listener_ =
+         Kiv::make< Listener >( *node, [ this ]( auto const & what ) { words_.add( what ); } );
 };
 
 // What handlers write to, and what they do besides: the action is found by the word written.

@@ -17,7 +17,7 @@ using Kiv::Ptr;
 using Array = Datum::Array;
 using Object = Datum::Object;
 
-class KivReflect : public testing::Test {
+class KivReflect : public NodeTest {
  protected:
    static AttributeInfo const & info( std::string_view name ) {
       return *WideNode::kivType().reflection()->attribute( name );
@@ -25,7 +25,6 @@ class KivReflect : public testing::Test {
    Datum get( std::string_view name ) const { return info( name ).get( *node ); }
    std::string text( std::string_view name ) const { return Kiv::datumText( get( name ) ); }
    void set( std::string_view name, Datum const & value ) { info( name ).set( *node, value ); }
-   std::string heard() { return words_.take(); }
 
    // The exception's text; a refusal leaves everything as it was and tells nobody.
    template< class Act >
@@ -38,8 +37,6 @@ class KivReflect : public testing::Test {
       return what;
    }
 
-   Ptr< Node > const node = make< WideNode >( "w" );
-
  private:
    std::string everything() const {
       std::string all;
@@ -48,10 +45,6 @@ class KivReflect : public testing::Test {
       }
       return all;
    }
-
-   Words words_;
-   Ptr< Listener > const listener_ =
-         make< Listener >( *node, [ this ]( auto const & what ) { words_.add( what ); } );
 };
 
 TEST_F( KivReflect, listsAttributesInTheOrderOfDeclaration ) {

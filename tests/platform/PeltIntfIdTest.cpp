@@ -144,11 +144,11 @@ TEST( PeltIntfId, SubinterfacesKnowTheirParents ) {
 }
 
 TEST( PeltIntfId, NumbersOutOfBoundsAreRefused ) {
-   EXPECT_THROW( EthIntfId( 65536 ), Kiv::RangeException );
+   for( std::uint64_t number : { 1ull << 16, 1ull << 32, ~0ull } ) {
+      EXPECT_THROW( EthIntfId{ number }, Kiv::RangeException );
+   }
    EXPECT_THROW( EthIntfId( 1, 256 ), Kiv::RangeException );
    EXPECT_THROW( EthIntfId( 1, 1, 256 ), Kiv::RangeException );
-   EXPECT_THROW( EthIntfId( static_cast< std::uint64_t >( -1 ) ), Kiv::RangeException );
-   EXPECT_THROW( EthIntfId( 1ull << 32 ), Kiv::RangeException );
    EXPECT_THROW( EthIntfId::backplaneIntfId( 65536 ), Kiv::RangeException );
    EXPECT_THROW( PortChannelIntfId( 1000000 ), Kiv::RangeException );
    EXPECT_THROW( PortChannelIntfId::recircIntfId( 1000000 ), Kiv::RangeException );
@@ -172,7 +172,6 @@ TEST( PeltIntfId, BadNamesSayWhatWasExpected ) {
          { "a number from 1 to 16777215 is expected after \".\"", { "Ethernet1.", "Ethernet1.0" } },
          { "at most 3 numbers can follow \"Ethernet\"", { "Ethernet1/2/3/4" } },
          { "at most 1 number can follow \"Vlan\"", { "Vlan1/2" } },
-         { "at most 1 number can follow \"Port-Channel\"", { "Port-Channel3/1" } },
          { "the end of the name is expected after \"Ethernet1.2\"", { "Ethernet1.2.3" } },
          { "\"/\", \".\" or the end of the name is expected after \"Ethernet1\"",
            { "Ethernet1 " } },
@@ -180,7 +179,6 @@ TEST( PeltIntfId, BadNamesSayWhatWasExpected ) {
          { "\"Ethernet1\\x00\" is not an interface name", { "Ethernet1\0"s } },
          { "\"\\xc3\\x89thernet1\" is not an interface name", { "\xc3\x89thernet1" } },
          { "the end of the name is expected after \"Ethernet0\"", { "Eth0-ASIC1" } },
-         { "the end of the name is expected after \"Cpu\"", { "Cpu0" } },
          { "it must begin with one of Ethernet, Ethernet-BP, Port-Channel",
            { "Ethernet-1", "Ethernet+1", "Cpu.1", "ethernet1", "eth0", "12", "/", " Ethernet1",
              "MuxTunnel0" } },

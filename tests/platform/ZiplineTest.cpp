@@ -199,17 +199,13 @@ TEST_F( ZiplineTest, LevelKnownOnlyAtRunTime ) {
 
 namespace Hoba {
 struct Machine {
-   void handleInitialized();
+   void handleInitialized() { ZTRACE_ENTRY( 8 ); }
    template< class T >
    void handle( T value ) {
       [ &value ] { ZTRACE( 4, "handling ", value ); }();
       ZTRACE_ENTRY( 8 );
    }
 };
-void
-Machine::handleInitialized() {
-   ZTRACE_ENTRY( 8 );
-}
 } // namespace Hoba
 
 TEST_F( ZiplineTest, EntryTracesTheSignature ) {
