@@ -4,10 +4,6 @@
 
 #include "Refusal.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 namespace {
 
 using namespace Bridging;

@@ -5,8 +5,6 @@
 #include "Mox/TimerWheel.h"
 #include "Refusal.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cmath>
 #include <functional>
@@ -15,7 +13,6 @@
 #include <memory>
 #include <random>
 #include <utility>
-#include <vector>
 
 namespace {
 

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "KivExample.h"
 
-#include <gtest/gtest.h>
-
 #include <stdexcept>
 
 namespace {

@@ -4,8 +4,6 @@
 
 #include "KivExample.h"
 
-#include <gtest/gtest.h>
-
 namespace {
 
 using namespace Example;

@@ -8,8 +8,6 @@
 #include "Kiv/ClockDriver.h"
 #include "Kiv/Reflect.h"
 
-#include <gtest/gtest.h>
-
 #include <deque>
 #include <random>
 #include <stdexcept>
@@ -219,7 +217,7 @@ class KivReactorModel : public KivReactor {
    void write() {
       writes_.emplace_back( present_.begin(), present_.end() );
       node->bIs( node->b() + 1 );
-      EXPECT_EQ( writes_.back(), std::deque< int >() );
+      EXPECT_TRUE( writes_.back().empty() ) << "not all have heard";
       writes_.pop_back();
    }
    // Deleted, gone to another entity, or watching none.
@@ -244,6 +242,10 @@ class KivReactorModel : public KivReactor {
       }
    }
    void heard( int key ) {
+      if( HasFailure() ) { // lest a walk that has lost its end goes on for ever
+         machine->nodeDelAll();
+         return;
+      }
       ASSERT_FALSE( writes_.empty() || writes_.back().empty() );
       ASSERT_EQ( writes_.back().front(), key );
       writes_.back().pop_front();

@@ -5,8 +5,6 @@
 #include "Kiv/Dir.h"
 #include "Kiv/Reflect.h"
 
-#include <gtest/gtest.h>
-
 namespace {
 
 using namespace Example;

@@ -2,8 +2,6 @@
 #include "KivExample.h"
 #include "Refusal.h"
 
-#include <gtest/gtest.h>
-
 #include <set>
 
 namespace Example {

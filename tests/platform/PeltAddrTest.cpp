@@ -5,11 +5,8 @@
 
 #include "Refusal.h"
 
-#include <gtest/gtest.h>
-
 #include <set>
 #include <type_traits>
-#include <vector>
 
 namespace {
 

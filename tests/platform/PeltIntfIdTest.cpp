@@ -3,12 +3,9 @@
 
 #include "Refusal.h"
 
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <set>
 #include <type_traits>
-#include <vector>
 
 namespace {
 

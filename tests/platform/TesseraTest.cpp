@@ -6,11 +6,6 @@
 #include "Kiv/Reflect.h"
 #include "Tessera/Database.h"
 
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <vector>
-
 namespace {
 
 using namespace Example;

@@ -4,13 +4,10 @@
 #include "Refusal.h"
 #include "Zipline/Reader.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <ctime>
 #include <limits>
 #include <memory>
-#include <vector>
 
 ZIPLINE_HANDLE( ZiplineTest );
 
