@@ -282,14 +282,14 @@ class ClockModel {
 
    void timeout( unsigned i ) {
       ++fired;
-      if( !oneRun_ && ( driver_.now() != dueUntil_ || firstDue() == count ) ) {
+      unsigned due = firstDue();
+      if( !oneRun_ && ( driver_.now() != dueUntil_ || due == count ) ) {
          begin(); // another run
+         due = firstDue();
       }
-      EXPECT_EQ( firstDue(), i );
+      EXPECT_EQ( due, i );
       EXPECT_FALSE( timers_[ i ]->armed() );
       expected_[ i ] = { never, 0 };
-      EXPECT_THROW( driver_.run(), Kiv::Exception ) << "inside a callback";
-      EXPECT_THROW( driver_.advance( 1 ), Kiv::Exception );
       // At most one re-arming for each timer that fires, and not always: it ends.
       if( draw( 3 ) != 0 ) {
          operation();
@@ -297,6 +297,8 @@ class ClockModel {
       if( oneRun_ && draw( 8 ) == 0 ) {
          driver_.timeIs( driver_.now() + delay() ); // makes the others late, not wrong
       } else if( oneRun_ && draw( 8 ) == 0 ) {
+         EXPECT_THROW( driver_.run(), Kiv::Exception ) << "inside a callback";
+         EXPECT_THROW( driver_.advance( 1 ), Kiv::Exception );
          throw Kiv::ParseError( "from the callback" );
       }
    }
@@ -315,7 +317,7 @@ class ClockModel {
 };
 
 TEST( ClockDriver, FiresInTheOrderOfTimeAndArming ) {
-   for( unsigned seed = 1; seed <= 40 && !testing::Test::HasFailure(); ++seed ) {
+   for( unsigned seed = 1; seed <= 20 && !testing::Test::HasFailure(); ++seed ) {
       SCOPED_TRACE( "seed " + std::to_string( seed ) );
       ClockModel model( seed );
       for( int step = 0; step < 300; ++step ) {
