@@ -75,7 +75,7 @@ TEST( TesseraPath, refusesWhatIsNone ) {
          { "\n\xff", "path \"%0A%FF\": a path begins with \"/\", at character 1" },
          { "/%", "two hexadecimal digits" },
          { "/%4", "two hexadecimal digits" },
-         { "/%zz", "two hexadecimal digits" },
+         { "/%4z", "two hexadecimal digits" },
          { "/a%+1", "two hexadecimal digits" },
          { "/" + String( 5000, 'x' ), "longer than 4096" },
          { deep, "deeper than 64" },
