@@ -2,12 +2,7 @@
 #include "Bridging/EntryType.h"
 #include "Bridging/MacVlanPair.h"
 
-#include "Kiv/Exception.h"
-#include "Kiv/Text.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
+#include "Refusal.h"
 
 namespace {
 
@@ -22,18 +17,18 @@ TEST( BridgingEntryType, valuesAndPredicates ) {
       unsigned value;
       char const * classes; // Remote, Peer, Controller, cOnfigured, programmed Dynamic
    };
-   for( Row const & row :
-        { Row{ entryTypeUnknown, 0, "" },       Row{ learnedDynamicMac, 1, "" },
-          Row{ learnedRemoteMac, 2, "R" },      Row{ configuredDynamicMac, 3, "OD" },
-          Row{ configuredStaticMac, 4, "O" },   Row{ configuredRemoteMac, 5, "RO" },
-          Row{ receivedRemoteMac, 6, "RC" },    Row{ authenticatedMac, 7, "" },
-          Row{ peerDynamicMac, 8, "PD" },       Row{ peerStaticMac, 9, "P" },
-          Row{ peerAuthenticatedMac, 10, "P" }, Row{ peerLearnedRemoteMac, 11, "RPD" },
-          Row{ peerStaticRemoteMac, 12, "RP" }, Row{ peerReceivedRemoteMac, 13, "RPC" },
-          Row{ peerEvpnRemoteMac, 14, "RPD" },  Row{ EntryType( 15 ), 15, "" },
-          Row{ EntryType( 19 ), 19, "" },       Row{ evpnDynamicRemoteMac, 20, "RD" },
-          Row{ evpnStaticRemoteMac, 21, "R" },  Row{ evpnIntfDynamicMac, 22, "D" },
-          Row{ EntryType( 255 ), 255, "" } } ) {
+   Row const rows[] = { { entryTypeUnknown, 0, "" },       { learnedDynamicMac, 1, "" },
+                        { learnedRemoteMac, 2, "R" },      { configuredDynamicMac, 3, "OD" },
+                        { configuredStaticMac, 4, "O" },   { configuredRemoteMac, 5, "RO" },
+                        { receivedRemoteMac, 6, "RC" },    { authenticatedMac, 7, "" },
+                        { peerDynamicMac, 8, "PD" },       { peerStaticMac, 9, "P" },
+                        { peerAuthenticatedMac, 10, "P" }, { peerLearnedRemoteMac, 11, "RPD" },
+                        { peerStaticRemoteMac, 12, "RP" }, { peerReceivedRemoteMac, 13, "RPC" },
+                        { peerEvpnRemoteMac, 14, "RPD" },  { EntryType( 15 ), 15, "" },
+                        { EntryType( 19 ), 19, "" },       { evpnDynamicRemoteMac, 20, "RD" },
+                        { evpnStaticRemoteMac, 21, "R" },  { evpnIntfDynamicMac, 22, "D" },
+                        { EntryType( 255 ), 255, "" } };
+   for( Row const & row : rows ) {
       std::string classes;
       classes += isEntryTypeRemote( row.type ) ? "R" : "";
       classes += isEntryTypePeer( row.type ) ? "P" : "";
@@ -60,17 +55,18 @@ TEST( BridgingMacVlanPair, printsReadsAndSortsByAddressFirst ) {
    }
    EXPECT_EQ( last.addr(), Pelt::EthAddr::broadcast() );
    EXPECT_EQ( last.vlanId(), VlanIdOrNone( 4094 ) );
+   EXPECT_EQ( Refusals::refusal( [] { VlanIdOrNone( 4095 ); } ),
+              "Bridging::VlanIdOrNone::value > 4094 not allowed" );
    EXPECT_EQ( Kiv::fromText< MacVlanPair >( "0213.57AA.BBCC@9" ),
               MacVlanPair( Pelt::EthAddr( 0x021357aabbcc ), VlanId( 9 ) ) );
 }
 
 TEST( BridgingMacVlanPair, badTextIsRefused ) {
-   for( char const * text :
-        { "", "@", "02:13:57:aa:bb:cc", "02:13:57:aa:bb:cc@", "@10", "02:13:57:aa:bb@10",
-          "02:13:57:aa:bb:cc@ten", "02:13:57:aa:bb:cc@10@", "02:13:57:aa:bb:cc@10@11",
-          " 02:13:57:aa:bb:cc@10", "02:13:57:aa:bb:cc@10 " } ) {
-      EXPECT_THROW( Kiv::fromText< MacVlanPair >( text ), Kiv::ParseError ) << text;
-   }
+   Refusals::expectRefused< MacVlanPair >( " is not ",
+                                           { "", "@", "02:13:57:aa:bb:cc", "02:13:57:aa:bb:cc@",
+                                             "@10", "02:13:57:aa:bb@10", "02:13:57:aa:bb:cc@ten",
+                                             "02:13:57:aa:bb:cc@10@", "02:13:57:aa:bb:cc@10@11",
+                                             " 02:13:57:aa:bb:cc@10", "02:13:57:aa:bb:cc@10 " } );
    for( char const * text : { "02:13:57:aa:bb:cc@4095", "02:13:57:aa:bb:cc@65535" } ) {
       EXPECT_THROW( Kiv::fromText< MacVlanPair >( text ), Kiv::RangeException ) << text;
    }

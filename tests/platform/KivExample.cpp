@@ -6,10 +6,11 @@
 namespace Example {
 
 KIV_DEFINE( Example::Leaf );
+KIV_DEFINE( Example::Bare );
 KIV_DEFINE( Example::Node );
 KIV_DEFINE( Example::WideNode );
 
-Listener::Listener( Kiv::Entity const & entity, Log & log ) : log_( log ) {
+Listener::Listener( Kiv::Entity const & entity, Heard heard ) : heard_( std::move( heard ) ) {
    watch( &entity );
    isRegisteredNotifieeIs( true );
    hasNotificationActiveIs( true );
@@ -22,7 +23,7 @@ Listener::onAttribute( Kiv::AttributeId const & attribute, void const * key ) {
    if( key ) {
       text += '[' + info->keyText( key ) + ']';
    }
-   log_.push_back( text );
+   heard_( text );
 }
 
 } // namespace Example

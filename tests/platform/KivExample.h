@@ -4,9 +4,12 @@
 // Entities, values and a machine for the tests of the object framework: one attribute of every
 // kind, and reactors whose handlers do what the test at hand tells them.
 
+#include "Kiv/ClockReactor.h"
 #include "Kiv/Entity.h"
 #include "Kiv/Reactor.h"
 #include "Kiv/Value.h"
+
+#include <gtest/gtest.h>
 
 #include <functional>
 #include <map>
@@ -37,10 +40,18 @@ struct Shape {
 
 class Leaf : public Kiv::Entity {
    KIV_ENTITY( Example::Leaf );
-   KIV_ATTRIBUTE( std::uint32_t, level, 7 );
+   KIV_ATTRIBUTE( Point, spot );
+   KIV_ATTRIBUTE( bool, enabled, true );
+   KIV_COLLECTION( std::uint16_t, Point, mark );
 
  public:
    explicit Leaf( Kiv::String const & leafName ) : Entity( leafName ) {}
+};
+
+// Cannot be made from a key.
+class Bare : public Kiv::Entity {
+   KIV_ENTITY( Example::Bare );
+   KIV_ATTRIBUTE( Kiv::String, note );
 };
 
 class Node : public Kiv::Entity {
@@ -63,6 +74,7 @@ class Node : public Kiv::Entity {
    KIV_STACK( Kiv::String, undo );
    KIV_CHILD( Leaf, leaf );
    KIV_CHILDREN( Kiv::String, Leaf, leaves );
+   KIV_CHILDREN( std::uint16_t, Bare, odd );
 
  public:
    explicit Node( Kiv::String const & nodeName = "n" ) : Entity( nodeName ) {}
@@ -78,44 +90,55 @@ class WideNode : public Node {
    explicit WideNode( Kiv::String const & nodeName ) : Node( nodeName ) {}
 };
 
-using Log = std::vector< std::string >;
+// Words, one after the other with blanks between: what was heard since it was last taken.
+struct Words {
+   std::string text;
 
-// Hears every attribute of one entity.
+   void add( std::string const & word ) { text += text.empty() ? word : " " + word; }
+   std::string take() { return std::exchange( text, {} ); }
+};
+
+// Hears every attribute of one entity, as "tag[4]".
 class Listener : public Kiv::PtrInterface::NotifieeConst {
  public:
-   Listener( Kiv::Entity const & entity, Log & log );
+   using Heard = std::function< void( std::string const & ) >;
+   Listener( Kiv::Entity const & entity, Heard heard );
    Kiv::Type const & fwkType() const override { return Kiv::typeInstance< Listener >; }
    void onAttribute( Kiv::AttributeId const & attribute, void const * key ) override;
 
  private:
-   Log & log_;
+   Heard heard_;
 };
 
-// What handlers write to, and what they do besides: the action is found by the text written.
-struct Script {
-   Log log;
+// A node, and what is heard of it.
+class NodeTest : public testing::Test {
+ protected:
+   std::string heard() { return words_.take(); }
+   Kiv::Ptr< Node > const node = Kiv::make< WideNode >( "w" );
+
+ private:
+   Words words_;
+   Kiv::Ptr< Listener > const listener_ =
+         Kiv::make< Listener >( *node, [ this ]( auto const & what ) { words_.add( what ); } );
+};
+
+// What handlers write to, and what they do besides: the action is found by the word written.
+struct Script : Words {
    std::map< std::string, std::function< void() > > actions;
 
    void heard( std::string const & what ) {
-      log.push_back( what );
+      add( what );
       if( auto found = actions.find( what ); found != actions.end() ) {
          auto action = found->second;
          action();
       }
    }
-   Log take() { return std::exchange( log, {} ); }
 };
 
 class Machine : public Kiv::PtrInterface, public Kiv::ReactorOwner {
  public:
    void handleReviews() { script.heard( "reviews" ); }
-   void handleLevel( int key ) { script.heard( "level" + std::to_string( key ) ); }
-
-   class KivLeaf : public Kiv::Reactor< KivLeaf, Leaf const, Machine, int > {
-    public:
-      static constexpr auto handlers =
-            Kiv::handlers( Kiv::on< Leaf::levelAttr, &Machine::handleLevel >() );
-   };
+   void handleShape( int key ) { script.heard( "shape" + std::to_string( key ) ); }
 
    class KivNode : public Kiv::Reactor< KivNode, Node const, Machine, int > {
       void heard( char const * what ) { owner().script.heard( what + std::to_string( key() ) ); }
@@ -136,12 +159,16 @@ class Machine : public Kiv::PtrInterface, public Kiv::ReactorOwner {
                            Kiv::on< Node::pointAttr, &KivNode::handlePoint >(),
                            Kiv::onChange< Node::bAttr, &KivNode::handleB >(),
                            Kiv::on< Node::reviewsAttr, &Machine::handleReviews >(),
-                           Kiv::onChange< Node::bAttr, &KivNode::handleAgain >() );
+                           Kiv::onChange< Node::bAttr, &KivNode::handleAgain >(),
+                           Kiv::onChange< Node::shapeAttr, &Machine::handleShape >() );
       void handleInitialized() override {
          heard( "init" );
          initializedIs( true );
       }
    };
+
+   void handleTimeout( int key ) { script.heard( "timeout" + std::to_string( key ) ); }
+   class KivClock : public Kiv::ClockReactor< Machine, &Machine::handleTimeout, int > {};
 
    explicit Machine( Script & theScript )
          : PtrInterface( Lifetime::eventLoop ), script( theScript ) {}
@@ -163,7 +190,7 @@ class Machine : public Kiv::PtrInterface, public Kiv::ReactorOwner {
 
    KIV_REACTOR( KivNode, first );
    KIV_REACTORS( int, KivNode, node );
-   KIV_REACTORS( int, KivLeaf, leaf );
+   KIV_REACTORS( int, KivClock, clock );
 };
 
 inline Kiv::Ptr< Machine >

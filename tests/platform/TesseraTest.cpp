@@ -1,91 +1,104 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "KivExample.h"
+#include "Refusal.h"
+
 #include "Kiv/Dir.h"
 #include "Kiv/Reflect.h"
-#include "Kiv/Value.h"
 #include "Tessera/Database.h"
 
-#include <gtest/gtest.h>
+namespace {
 
-#include <functional>
-#include <vector>
-
-namespace TesseraTest {
-
+using namespace Example;
 using Kiv::Datum;
+using Kiv::make;
 using Kiv::String;
+using Object = Datum::Object;
+using Array = Datum::Array;
 using Tessera::Access;
 using Tessera::Database;
 using Tessera::Error;
 using Tessera::Path;
 
-KIV_ENUM( Color, std::uint8_t, red = 0, green = 1, blue = 7 );
-
-struct Level {
-   KIV_VALUE( TesseraTest::Level );
-   KIV_FIELD( std::uint32_t, mode, 0 );
-   KIV_FIELD( std::uint16_t, level, 10000 );
-   KIV_FIELD( Color, color, red );
-};
-
-struct Entry {
-   KIV_VALUE( TesseraTest::Entry );
-   KIV_FIELD( std::uint16_t, vlan, 0 );
-   KIV_FIELD( String, port, "" );
-};
-
-class Child : public Kiv::Entity {
-   KIV_ENTITY( TesseraTest::Child );
-   KIV_ATTRIBUTE( Level, broadcast );
-   KIV_ATTRIBUTE( bool, enabled, true );
-   KIV_COLLECTION( std::uint16_t, Level, level );
-
- public:
-   explicit Child( String const & name ) : Entity( name ) {}
-};
-
-// A class whose objects are not made from a key.
-class Fixed : public Kiv::Entity {
-   KIV_ENTITY( TesseraTest::Fixed );
-   KIV_ATTRIBUTE( String, note );
-};
-
-class Config : public Kiv::Entity {
-   KIV_ENTITY( TesseraTest::Config );
-   KIV_ATTRIBUTE( double, period, 1.5 );
-   KIV_ATTRIBUTE( std::int64_t, number, -1 );
-   KIV_ATTRIBUTE( String, note );
-   KIV_ATTRIBUTE( Color, color, green );
-   KIV_ATTRIBUTE( Kiv::Ptr< Fixed >, friend_ );
-   KIV_SET( String, port );
-   KIV_COLLECTION( std::uint16_t, Level, level );
-   KIV_KEYED( Entry, std::uint16_t, vlan, entry );
-   KIV_QUEUE( std::uint32_t, waiting );
-   KIV_CHILD( Fixed, fixed );
-   KIV_CHILDREN( String, Child, intf );
-   KIV_CHILDREN( std::uint16_t, Fixed, odd );
-
- public:
-   explicit Config( String const & name = "config" ) : Entity( name ) {}
-};
-
-KIV_DEFINE( TesseraTest::Child );
-KIV_DEFINE( TesseraTest::Fixed );
-KIV_DEFINE( TesseraTest::Config );
-
-// The error's text; empty when `work` succeeds.
 String
-errorOf( std::function< void() > const & work ) {
-   try {
-      work();
-      return {};
-   } catch( Error const & error ) {
-      return error.what();
+parseError( String const & text ) {
+   return Refusals::refusal< Tessera::Error >( [ & ] { Path::parse( text ); } );
+}
+
+TEST( TesseraPath, printsWhatItParses ) {
+   struct Row {
+      char const * text;
+      std::vector< String > components;
+      char const * printed = nullptr; // null: as `text`
+   };
+   Row const rows[] = {
+         { "/", {} },
+         { "/a/b", { "a", "b" } },
+         { "/a/b/", { "a", "b" }, "/a/b" },
+         { "/a[Ethernet1/2/3]/b", { "a", "Ethernet1/2/3", "b" } },
+         { "/a/Ethernet1%2F2/b", { "a", "Ethernet1/2", "b" }, "/a[Ethernet1/2]/b" },
+         { "/a[192.0.2.0/24][x]", { "a", "192.0.2.0/24", "x" }, "/a[192.0.2.0/24]/x" },
+         { "/a/[b/c]", { "a", "b/c" }, "/a[b/c]" },
+         { "/[b/c]/d", { "b/c", "d" } },
+         { "/a[]", { "a", "" } },
+         { "/a[[x%5D]", { "a", "[x]" } },
+         { "/a/00:00:5e:00:53:01", { "a", "00:00:5e:00:53:01" } },
+         { "/100%25/a b%0A", { "100%", "a b\n" } },
+         // What is no UTF-8, a byte by itself, longer than need be, a half or beyond the last.
+         { "/\xff/%e4%C3%A4", { "\xff", "\xe4\xc3\xa4" }, "/%FF/%E4\xc3\xa4" },
+         { "/%C0%AF%ED%A0%80", { "\xc0\xaf\xed\xa0\x80" } },
+         { "/%F4%90%80%80%E2%82", { "\xf4\x90\x80\x80\xe2\x82" } },
+         { "/\xe2\x82\xac\xf0\x9f\x99\x82", { "\xe2\x82\xac\xf0\x9f\x99\x82" } },
+   };
+   for( auto const & [ text, components, printed ] : rows ) {
+      auto path = Path::parse( text );
+      ASSERT_EQ( path.size(), components.size() ) << text;
+      for( std::size_t i = 0; i != path.size(); ++i ) {
+         EXPECT_EQ( path[ i ], components[ i ] ) << text;
+      }
+      EXPECT_EQ( path.text(), printed ? printed : text );
+      EXPECT_EQ( Path::parse( path.text() ), path ) << text;
    }
 }
 
+TEST( TesseraPath, refusesWhatIsNone ) {
+   String deep;
+   for( int i = 0; i != 65; ++i ) {
+      deep += "/x";
+   }
+   std::pair< String, char const * > const rows[] = {
+         { "", "path \"\": a path begins with \"/\"" },
+         { "a/b", "path \"a/b\": a path begins with \"/\", at character 1" },
+         { "/a//b", "path \"/a//b\": a component is empty, at character 4" },
+         { "/a[b", "path \"/a[b\": a bracket is not closed, at character 5" },
+         { "/a[b]c",
+           "path \"/a[b]c\": a slash, a bracket or the end belongs here, at character 6" },
+         { "\n\xff", "path \"%0A%FF\": a path begins with \"/\", at character 1" },
+         { "/%", "two hexadecimal digits" },
+         { "/%4", "two hexadecimal digits" },
+         { "/%4z", "two hexadecimal digits" },
+         { "/a%+1", "two hexadecimal digits" },
+         { "/" + String( 5000, 'x' ), "longer than 4096" },
+         { deep, "deeper than 64" },
+   };
+   for( auto const & [ text, error ] : rows ) {
+      auto const told = parseError( text );
+      EXPECT_TRUE( told == error || ( *error != 'p' && told.find( error ) != told.npos ) ) << told;
+   }
+}
+
+// `value` as a member of objects of objects, `names` from the outermost in.
 Datum
-object( std::initializer_list< std::pair< String, Datum > > members ) {
-   return Datum::Object( members );
+in( std::vector< String > const & names, Datum value ) {
+   for( auto name = names.rbegin(); name != names.rend(); ++name ) {
+      value = Object{ { *name, std::move( value ) } };
+   }
+   return value;
+}
+
+// Paths in tables are those of the configuration, unless they begin with a slash.
+String
+full( String const & path ) {
+   return path.starts_with( '/' ) ? path : "/feature/config/" + path;
 }
 
 class TesseraDatabase : public testing::Test {
@@ -95,134 +108,149 @@ class TesseraDatabase : public testing::Test {
       database.mount( "/feature/status", status, Access::status );
    }
 
-   String setError( std::string_view path, Datum const & value ) {
-      auto before = database.get( "/" );
-      auto text = errorOf( [ & ] { database.set( path, value ); } );
+   // The error's text, empty for none. What is refused changes nothing.
+   template< class Work >
+   String errorOf( Work const & work ) {
+      auto const before = database.get( "/" );
+      auto const text = Refusals::refusal< Error >( work );
       if( !text.empty() ) {
-         EXPECT_EQ( database.get( "/" ), before ) << path;
+         EXPECT_EQ( database.get( "/" ), before );
       }
       return text;
    }
-   String textError( std::string_view path, std::string_view value ) {
-      auto before = database.get( "/" );
-      auto text = errorOf( [ & ] { database.setText( path, value ); } );
-      if( !text.empty() ) {
-         EXPECT_EQ( database.get( "/" ), before ) << path;
-      }
-      return text;
+   String setError( std::string_view path, Datum const & value ) {
+      return errorOf( [ & ] { database.set( path, value ); } );
+   }
+   String delError( std::string_view path ) {
+      return errorOf( [ & ] { database.del( path ); } );
+   }
+   String possible( std::string_view path ) {
+      return errorOf( [ & ] { database.requirePossible( path ); } );
    }
 
-   Kiv::Ptr< Config > config = Kiv::make< Config >();
-   Kiv::Ptr< Config > status = Kiv::make< Config >( "status" );
+   Kiv::Ptr< Node > config = make< Node >();
+   Kiv::Ptr< Node > status = make< Node >( "status" );
    Database database;
 };
 
 TEST_F( TesseraDatabase, mounts ) {
-   EXPECT_EQ( database.mounts(),
-              ( std::vector< String >{ "/feature/config", "/feature/status" } ) );
-   auto other = Kiv::make< Config >();
-   EXPECT_EQ( errorOf( [ & ] { database.mount( "/feature", other, Access::status ); } ),
-              "/feature: is a directory" );
-   EXPECT_EQ( errorOf( [ & ] { database.mount( "/feature/config/x", other, Access::status ); } ),
+   auto other = make< Node >();
+   auto const mountError = [ & ]( char const * path ) {
+      return errorOf( [ & ] { database.mount( path, other, Access::status ); } );
+   };
+   EXPECT_EQ( mountError( "/feature" ), "/feature: is a directory" );
+   EXPECT_EQ( mountError( "/feature/config/x" ),
               "/feature/config/x: an entity is mounted at /feature/config" );
-   EXPECT_EQ( errorOf( [ & ] { database.mount( "/", other, Access::status ); } ),
-              "/: the root cannot be an entity" );
+   EXPECT_EQ( mountError( "/" ), "/: the root cannot be an entity" );
    EXPECT_EQ( errorOf( [ & ] { database.unmount( "/feature" ); } ),
               "/feature: no entity is mounted here" );
-   database.mount( "/a/b[c/d]", other, Access::status );
+   EXPECT_EQ( mountError( "/a/b[c/d]" ), "" );
    EXPECT_EQ( database.entity( "/a/b[c/d]" ), other );
    database.unmount( "/a/b[c/d]" );
    EXPECT_EQ( database.get( "/" ).find( "a" ), nullptr );
    EXPECT_EQ( database.entity( "/a/b[c/d]" ), nullptr );
+   EXPECT_EQ( database.mounts(),
+              ( std::vector< String >{ "/feature/config", "/feature/status" } ) );
 }
 
 TEST_F( TesseraDatabase, readsSubtrees ) {
-   config->levelIs( 10, Level{ 1, 2, blue } );
-   config->portIs( "Ethernet1/2" );
-   config->waitingEnq( 5 );
-   config->intfIs( "Ethernet1/2" )->enabledIs( false );
-   auto level = object( { { "mode", 1u }, { "level", 2u }, { "color", "blue" } } );
-   EXPECT_EQ( database.get( "/feature/config/level/10" ), level );
-   EXPECT_EQ( database.get( "/feature/config/level/10/color" ), Datum( "blue" ) );
-   EXPECT_EQ( database.get( "/feature/config/intf[Ethernet1/2]/enabled" ), Datum( false ) );
-   EXPECT_EQ( database.get( "/feature/config/waiting/0" ), Datum( 5u ) );
-   EXPECT_EQ( database.get( "/feature/config/port[Ethernet1/2]" ), Datum( true ) );
+   config->pointIs( "a/b", { 1, 2, blue } );
+   config->tagIs( 7 );
+   config->jobEnq( 5 );
+   config->leavesIs( "Ethernet1/2" )->enabledIs( false );
+   Datum const point = Object{ { "x", 1 }, { "y", 2u }, { "colour", "blue" } };
+   EXPECT_EQ( database.get( "/feature/config/point/[a/b]" ), point );
+   EXPECT_EQ( database.get( "/feature/config/point[a/b]/colour" ), Datum( "blue" ) );
+   EXPECT_EQ( database.get( "/feature/config/leaves[Ethernet1/2]/enabled" ), Datum( false ) );
+   EXPECT_EQ( database.get( "/feature/config/job/0" ), Datum( 5u ) );
+   EXPECT_EQ( database.get( "/feature/config/tag/7" ), Datum( true ) );
    auto all = database.get( "/" );
    auto const * read = all.find( "feature" )->find( "config" );
-   EXPECT_EQ( *read->find( "level" ), object( { { "10", level } } ) );
-   EXPECT_EQ( *read->find( "intf" )->find( "Ethernet1/2" )->find( "enabled" ), Datum( false ) );
-   EXPECT_TRUE( read->find( "fixed" )->isNull() );
+   EXPECT_EQ( *read->find( "point" ), in( { "a/b" }, point ) );
+   EXPECT_EQ( *read->find( "leaves" )->find( "Ethernet1/2" )->find( "enabled" ), Datum( false ) );
+   EXPECT_TRUE( read->find( "leaf" )->isNull() );
 }
 
 // What may be written is not always what somebody configured, and is to be loaded again.
 TEST_F( TesseraDatabase, tellsConfigurationFromTheRest ) {
-   database.mount( "/device", Kiv::make< Config >( "device" ), Access::writable );
+   database.mount( "/device", make< Node >( "device" ), Access::writable );
    auto const kept = Tessera::Scope::configuration;
    EXPECT_EQ( database.get( "/", kept ),
-              object( { { "feature",
-                          object( { { "config", database.get( "/feature/config" ) } } ) } } ) );
-   for( auto const * path : { "/device", "/feature/status/note" } ) {
-      EXPECT_EQ( errorOf( [ & ] { database.get( path, kept ); } ),
-                 std::string( path ) + ": is no configuration" );
+              in( { "feature", "config" }, database.get( "/feature/config" ) ) );
+   for( String path : { "/device", "/feature/status/text" } ) {
+      EXPECT_EQ( errorOf( [ & ] { database.get( path, kept ); } ), path + ": is no configuration" );
    }
-   EXPECT_EQ( setError( "/device/note", "x" ), "" );
-   EXPECT_EQ( setError( "/feature/status/note", "x" ),
-              "/feature/status/note: is status: it cannot be written from outside" );
+   EXPECT_EQ( setError( "/device/text", "x" ), "" );
+   EXPECT_EQ( setError( "/feature/status/text", "x" ),
+              "/feature/status/text: is status: it cannot be written from outside" );
 }
 
 // Whoever mounts an entity has a say in what is made below it.
 TEST_F( TesseraDatabase, makesWhatTheProcessHasAUseFor ) {
    std::vector< String > asked;
-   database.mount( "/some/config", Kiv::make< Config >(), Access::configuration,
+   database.mount( "/some/config", make< Node >(), Access::configuration,
                    [ & ]( Path const & path ) {
                       asked.push_back( path.text() );
                       if( path.back() == "Ethernet9" ) {
                          Kiv::parseFailed( path.back(), "wanted" );
                       }
                    } );
-   auto const intfs = object( { { "Ethernet1", object( {} ) }, { "Ethernet9", object( {} ) } } );
-   String const error = "/some/config/intf/Ethernet9: \"Ethernet9\" is not wanted";
-   EXPECT_EQ( setError( "/some/config/intf", intfs ), error );
-   EXPECT_EQ( setError( "/some/config/intf/Ethernet9/broadcast/level", 5 ), error );
-   auto const possible = [ & ]( char const * path ) {
-      return errorOf( [ & ] { database.requirePossible( path ); } );
-   };
-   EXPECT_EQ( possible( "/some/config/intf/Ethernet9/enabled" ), error );
-   EXPECT_EQ( possible( "/some/config/intf/Ethernet8/enabled" ), "" );
+   Object const leaves{ { "Ethernet1", Object{} }, { "Ethernet9", Object{} } };
+   String const error = "/some/config/leaves/Ethernet9: \"Ethernet9\" is not wanted";
+   EXPECT_EQ( setError( "/some/config/leaves", leaves ), error );
+   EXPECT_EQ( setError( "/some/config/leaves/Ethernet9/spot/x", 5 ), error );
+   EXPECT_EQ( possible( "/some/config/leaves/Ethernet9/enabled" ), error );
+   EXPECT_EQ( possible( "/some/config/leaves/Ethernet8/enabled" ), "" );
    asked.clear();
-   EXPECT_EQ( setError( "/some/config/intf/Ethernet1/enabled", false ), "" );
-   EXPECT_EQ( setError( "/some/config/intf/Ethernet1/enabled", true ), "" );
-   EXPECT_EQ( asked, std::vector< String >{ "/some/config/intf/Ethernet1" } ) << "made once";
+   EXPECT_EQ( setError( "/some/config/leaves/Ethernet1/enabled", false ), "" );
+   EXPECT_EQ( setError( "/some/config/leaves/Ethernet1/enabled", true ), "" );
+   EXPECT_EQ( asked, std::vector< String >{ "/some/config/leaves/Ethernet1" } ) << "made once";
 }
 
+// What is not there says what is there instead; what is not there may come, or never can.
 TEST_F( TesseraDatabase, saysWhatIsThereInstead ) {
-   config->intfIs( "Ethernet1" );
-   config->levelIs( 10, {} );
+   database.mount( "/dir", make< Kiv::Dir >( "dir" ), Access::status );
+   config->leavesIs( "E1" );
+   config->pointIs( "p", {} );
    struct Row {
       char const * path;
-      char const * error;
+      char const * read;  // the error of reading it, without the path unless it is another's
+      char const * watch; // that of waiting for it; null: the same
    };
-   for( auto const & row : std::vector< Row >{
-              { "/featur/config", "/featur: no such path; did you mean \"feature\"?" },
-              { "/feature/xyz", "/feature/xyz: no such path; there are config, status" },
-              { "/feature/config/Perod",
-                "/feature/config/Perod: no such attribute; did you mean \"period\"?" },
-              { "/feature/config/intf/Ethernet2/enabled",
-                "/feature/config/intf/Ethernet2: is not there; there is Ethernet1" },
-              { "/feature/config/intf/Ethernet1/broadcast/leve",
-                "/feature/config/intf/Ethernet1/broadcast/leve: no such field; did you mean "
-                "\"level\"?" },
-              { "/feature/config/level/x",
-                "/feature/config/level/x: \"x\" is not a number from 0 to 65535" },
-              { "/feature/config/level/11", "/feature/config/level/11: is not there; there is 10" },
-              { "/feature/config/number/x",
-                "/feature/config/number/x: number is a plain value: there is nothing below it" },
-              { "/feature/config/fixed/note", "/feature/config/fixed: is not there" },
-              { "/feature/status/intf/x",
-                "/feature/status/intf/x: is not there; there is nothing here" },
-        } ) {
-      EXPECT_EQ( errorOf( [ & ] { database.get( row.path ); } ), row.error );
+   Row const rows[] = {
+         { "/featur", "no such path; did you mean \"feature\"?", nullptr },
+         { "/featur/config", "/featur: no such path; did you mean \"feature\"?", nullptr },
+         { "/feature/xyz", "no such path; there are config, status", nullptr },
+         { "Poin", "no such attribute; did you mean \"point\"?", nullptr },
+         { "leaves/E1/spot/colou", "no such field; did you mean \"colour\"?", nullptr },
+         { "tag/x", "\"x\" is not a number from 0 to 65535", nullptr },
+         { "job/x", "no such field; there is nothing here",
+           "\"x\" is not a number from 0 to 18446744073709551615" },
+         { "a/x", "a is a plain value: there is nothing below it", nullptr },
+         { "leaves/E9", "is not there; there is E1", "" },
+         { "leaves/E9/enabld", "no such attribute; did you mean \"enabled\"?", nullptr },
+         { "leaves/E9/spot/colou", "/feature/config/leaves/E9: is not there; there is E1",
+           "no such field; did you mean \"colour\"?" },
+         { "leaves/E9/mark/7/x", "/feature/config/leaves/E9: is not there; there is E1", "" },
+         { "point/q/colour", "/feature/config/point/q: is not there; there is p", "" },
+         { "point/q/x/x", "/feature/config/point/q: is not there; there is p",
+           "is below a plain value, where nothing can be" },
+         { "leaf/enabled", "/feature/config/leaf: is not there", "" },
+         { "job/3", "no such field; there is nothing here", "" },
+         { "byLabel/k/share", "/feature/config/byLabel/k: is not there; there is nothing here",
+           "" },
+         { "/dir/entry/late/whatever/it/has",
+           "/dir/entry/late: is not there; there is nothing here", "" },
+   };
+   for( auto const & [ path, read, watch ] : rows ) {
+      String const at = full( path );
+      auto const told = [ & ]( String const & error ) {
+         return error.empty() || error.starts_with( '/' ) ? error : at + ": " + error;
+      };
+      EXPECT_EQ( errorOf( [ & ] { database.get( at ); } ), told( read ) );
+      EXPECT_EQ( possible( at ), told( watch ? watch : read ) );
    }
+   EXPECT_EQ( possible( "/" ) + possible( "/feature" ), "" );
 }
 
 TEST_F( TesseraDatabase, writesTextByType ) {
@@ -231,169 +259,137 @@ TEST_F( TesseraDatabase, writesTextByType ) {
       char const * text;
       char const * error; // null: it is written and read back
    };
-   for( auto const & row : std::vector< Row >{
-              { "/feature/config/period", "0.25", nullptr },
-              { "/feature/config/period", "3", nullptr },
-              { "/feature/config/number", "-9223372036854775808", nullptr },
-              { "/feature/config/number", "9223372036854775808",
-                "/feature/config/number: 9223372036854775808 is not a whole number from "
-                "-9223372036854775808 to 9223372036854775807" },
-              { "/feature/config/note", "true", nullptr },
-              { "/feature/config/note", "17", nullptr },
-              { "/feature/config/note", "", nullptr },
-              { "/feature/config/color", "blue", nullptr },
-              { "/feature/config/color", "pink",
-                "/feature/config/color: \"pink\" is not one of red, green, blue" },
-              { "/feature/config/intf/Ethernet9/enabled", "yes",
-                "/feature/config/intf/Ethernet9/enabled: \"yes\" is not true or false" },
-              { "/feature/config/intf/Ethernet9/broadcast/level", "70000",
-                "/feature/config/intf/Ethernet9/broadcast/level: 70000 is not a whole number "
-                "from 0 to 65535" },
-              { "/feature/config/intf/Ethernet9/broadcast/level", "700", nullptr },
-              { "/feature/config/intf/Ethernet9/broadcast/color", "blue", nullptr },
-              { "/feature/config/intf/Ethernet9/broadcast", "700",
-                "/feature/config/intf/Ethernet9/broadcast: \"700\" is not an object with the "
-                "fields "
-                "mode, level, color" },
-              { "/feature/config/intf/Ethernet9", "700",
-                "/feature/config/intf/Ethernet9: a string is not an object of the entity's "
-                "attributes" },
-              { "/feature/config/level/7/mode", "3", nullptr },
-              { "/feature/config/level/7/mod", "3",
-                "/feature/config/level/7/mod: \"mod\" is not one of the fields mode, level, "
-                "color" },
-              { "/feature/config/port[Ethernet1/2]", "true", nullptr },
-              { "/feature/config/friend_", "x",
-                "/feature/config/friend_: a reference to an entity cannot be written" },
-              { "/feature/config/waiting", "x",
-                "/feature/config/waiting: waiting cannot be written as a whole" },
-              { "/feature/config/odd/5/note", "x",
-                "/feature/config/odd/5: is not there, and cannot be made from outside" },
-              { "/feature/config/fixed/note", "x",
-                "/feature/config/fixed: is not there, and cannot be made from outside" },
-              { "/feature/status/note", "x",
-                "/feature/status/note: is status: it cannot be written from outside" },
-              { "/feature", "x",
-                "/feature: a string is not an object of what is in this directory" },
-        } ) {
-      EXPECT_EQ( textError( row.path, row.text ), row.error ? row.error : "" ) << row.path;
-      if( !row.error ) {
-         EXPECT_EQ( Kiv::datumText( database.get( row.path ) ), row.text ) << row.path;
+   Row const rows[] = {
+         { "shape/scale", "0.25", nullptr },
+         { "shape/scale", "3", nullptr },
+         { "a", "-2147483648", nullptr },
+         { "a", "2147483648", "2147483648 is not a whole number from -2147483648 to 2147483647" },
+         { "text", "true", nullptr },
+         { "text", "17", nullptr },
+         { "text", "", nullptr },
+         { "leaves/E9/enabled", "yes", "\"yes\" is not true or false" },
+         { "leaves/E9/spot/x", "700", nullptr },
+         { "leaves/E9/spot/colour", "pink", "\"pink\" is not one of red, green, blue" },
+         { "leaves/E9/spot/colour", "blue", nullptr },
+         { "leaves/E9/spot", "7", "\"7\" is not an object with the fields x, y, colour" },
+         { "leaves/E9", "7", "a string is not an object of the entity's attributes" },
+         { "point[a/b]/y", "3", nullptr },
+         { "point[a/b]/z", "3", "\"z\" is not one of the fields x, y, colour" },
+         { "tag/7", "true", nullptr },
+         { "job", "x", "job cannot be written as a whole" },
+         { "odd/5/note", "x",
+           "/feature/config/odd/5: is not there, and cannot be made from outside" },
+         { "leaf/spot/x", "1",
+           "/feature/config/leaf: is not there, and cannot be made from outside" },
+         { "/feature/status/text", "x", "is status: it cannot be written from outside" },
+         { "/feature", "x", "a string is not an object of what is in this directory" },
+   };
+   for( auto const & [ path, text, error ] : rows ) {
+      String const at = full( path );
+      auto const told = errorOf( [ &, &text = text ] { database.setText( at, text ); } );
+      if( error ) {
+         EXPECT_EQ( told, *error == '/' ? error : at + ": " + error );
+      } else {
+         EXPECT_EQ( told, "" );
+         EXPECT_EQ( Kiv::datumText( database.get( at ) ), text ) << at;
       }
    }
    // Fields written one by one leave the others alone, those of a new member at their defaults.
-   EXPECT_EQ( config->intf( "Ethernet9" )->broadcast(), ( Level{ 0, 700, blue } ) );
-   EXPECT_EQ( config->level( 7 ), ( Level{ 3, 10000, red } ) );
+   EXPECT_EQ( config->leaves( "E9" )->spot(), ( Point{ 700, 0, blue } ) );
+   EXPECT_EQ( config->point( "a/b" ), ( Point{ 1, 3, green } ) );
 }
 
 TEST_F( TesseraDatabase, writesStructures ) {
-   database.set( "/feature/config/level", object( { { "1", object( { { "mode", 4 } } ) } } ) );
-   database.set( "/feature/config/level", object( { { "2", object( { { "mode", 5 } } ) } } ) );
-   EXPECT_FALSE( config->levelHas( 1 ) ); // a map is replaced as a whole
-   EXPECT_EQ( config->level( 2 ).mode, 5u );
-   database.set( "/feature/config/port", Datum::Array{ "a", "b" } );
-   EXPECT_TRUE( config->portHas( "a" ) && config->portHas( "b" ) );
-   database.set( "/feature/config/entry/5", object( { { "vlan", 5 }, { "port", "x" } } ) );
-   EXPECT_EQ( setError( "/feature/config/entry/6", object( { { "vlan", 5 } } ) ),
-              "/feature/config/entry/6: the value carries the key 5, not 6" );
-   EXPECT_EQ( setError( "/feature/config/port/c", false ),
-              "/feature/config/port/c: a boolean is not true (a member of a set is there, or is "
-              "deleted)" );
-   database.del( "/feature/config/port/a" );
-   EXPECT_FALSE( config->portHas( "a" ) );
+   database.set( "/feature/config/point", in( { "p", "x" }, 4 ) );
+   database.set( "/feature/config/point", in( { "q", "x" }, 5 ) );
+   EXPECT_FALSE( config->pointHas( "p" ) ); // a map is replaced as a whole
+   EXPECT_EQ( config->point( "q" ).x, 5 );
+   database.set( "/feature/config/tag", Array{ "1", "2" } );
+   EXPECT_TRUE( config->tagHas( 1 ) && config->tagHas( 2 ) );
+   database.set( "/feature/config/byLabel/k", in( { "label" }, "k" ) );
+   EXPECT_TRUE( config->byLabelHas( "k" ) );
+   EXPECT_EQ( setError( "/feature/config/byLabel/l", in( { "label" }, "k" ) ),
+              "/feature/config/byLabel/l: the value carries the key k, not l" );
 }
 
 TEST_F( TesseraDatabase, deletes ) {
-   config->intfIs( "Ethernet1/2" )->levelIs( 3, {} );
-   database.del( "/feature/config/intf[Ethernet1/2]/level/3" );
-   EXPECT_EQ( config->intf( "Ethernet1/2" )->level().size(), 0u );
-   database.del( "/feature/config/intf[Ethernet1/2]" );
-   EXPECT_EQ( config->intf().size(), 0u );
-   config->levelIs( 7, {} );
-   status->levelIs( 7, {} );
-   for( auto const * path :
-        { "/", "/feature/config", "/feature/config/note", "/feature/config/level",
-          "/feature/config/level/7/mode", "/feature/config/fixed" } ) {
-      EXPECT_EQ( errorOf( [ & ] { database.del( path ); } ),
-                 String( path ) + ": cannot be deleted: only members of collections can" );
+   config->tagIs( 7 );
+   status->tagIs( 7 );
+   config->leavesIs( "Ethernet1/2" )->markIs( 3, {} );
+   database.del( "/feature/config/leaves[Ethernet1/2]/mark/3" );
+   EXPECT_EQ( config->leaves( "Ethernet1/2" )->mark().size(), 0u );
+   for( String path : { "/", "/feature/config", "/feature/config/text", "/feature/config/tag",
+                        "/feature/config/leaves[Ethernet1/2]/spot/x", "/feature/config/leaf" } ) {
+      EXPECT_EQ( delError( path ), path + ": cannot be deleted: only members of collections can" );
    }
-   EXPECT_EQ( errorOf( [ & ] { database.del( "/feature/config/level/8" ); } ),
-              "/feature/config/level/8: is not there; there is 7" );
-   EXPECT_EQ( errorOf( [ & ] { database.del( "/feature/status/level/7" ); } ),
-              "/feature/status/level/7: is status: it cannot be deleted from outside" );
+   EXPECT_EQ( delError( "/feature/config/tag/8" ),
+              "/feature/config/tag/8: is not there; there is 7" );
+   EXPECT_EQ( delError( "/feature/status/tag/7" ),
+              "/feature/status/tag/7: is status: it cannot be deleted from outside" );
+   database.del( "/feature/config/leaves[Ethernet1/2]" );
+   database.del( "/feature/config/tag/7" );
+   EXPECT_EQ( config->leaves().size() + config->tag().size(), 0u );
 }
 
 TEST_F( TesseraDatabase, appliesWhatItAnswered ) {
-   config->fixedIs()->noteIs( "n" );
-   config->friend_Is( config->fixed() );
-   config->waitingEnq( 7 );
-   config->entryIs( Entry{ 5, "x" } );
-   config->portIs( "Ethernet1" );
-   config->intfIs( "Ethernet1/2" )->levelIs( 3, Level{ 1, 2, blue } );
+   config->leafIs( "l" )->enabledIs( false );
+   config->peerIs( config->leaf() );
+   config->jobEnq( 7 );
+   config->byLabelIs( { .label = "x" } );
+   config->tagIs( 1 );
+   config->leavesIs( "Ethernet1/2" )->markIs( 3, { 1, 2, blue } );
    auto tree = database.get( "/", Tessera::Scope::configuration );
    database.apply( tree );
    EXPECT_EQ( database.get( "/", Tessera::Scope::configuration ), tree );
 
    // Into a database that has nothing yet, what can be made from outside is made.
-   auto fresh = Kiv::make< Config >();
+   auto fresh = make< Node >();
    Database other;
    other.mount( "/feature/config", fresh, Access::configuration );
-   auto intf = *tree.find( "feature" )->find( "config" )->find( "intf" );
-   other.apply(
-         object( { { "/feature/config/intf", intf },
-                   { "feature", object( { { "config", object( { { "note", "n" } } ) } } ) } } ) );
-   EXPECT_EQ( other.get( "/feature/config/intf" ), intf );
-   EXPECT_EQ( fresh->note(), "n" );
+   auto leaves = *tree.find( "feature" )->find( "config" )->find( "leaves" );
+   other.apply( Object{ { "/feature/config/leaves", leaves },
+                        { "feature", in( { "config", "text" }, "n" ) } } );
+   EXPECT_EQ( other.get( "/feature/config/leaves" ), leaves );
+   EXPECT_EQ( fresh->text(), "n" );
 }
 
 TEST_F( TesseraDatabase, appliesAllOrNothing ) {
-   auto good = object( { { "enabled", false } } );
-   struct Row {
-      Datum tree;
-      String error;
+   Datum const good = in( { "enabled" }, false );
+   auto const inConfig = []( String const & attribute, Datum const & value ) {
+      return in( { "feature", "config", attribute }, value );
    };
-   auto inConfig = [ & ]( Datum config_ ) {
-      return object( { { "feature", object( { { "config", std::move( config_ ) } } ) } } );
+   String const endless( 1'000'000, 'k' ), cut( 480, 'k' );
+   std::pair< Datum, String > const rows[] = {
+         { in( { endless }, good ),
+           "/" + cut + String( 19, 'k' ) + "...: no such path; there is feature" },
+         { inConfig( endless, 1 ), "/feature/config/" + cut +
+                                         "kkkk...: no such attribute; there are a, b, text, shape, "
+                                         "peer, pulse, reviews, tag, "
+                                         "point, loud, own, seen and 7 more" },
+         { inConfig( "leaves", in( { endless }, good ) ),
+           "/feature/config/leaves/" + cut.substr( 3 ) + "...: longer than 4096 characters" },
+         { inConfig( "leaves", in( { "E\xff" }, good ) ),
+           "/feature/config/leaves/E%FF: is not UTF-8" },
+         { "x", "/: a string is not an object of paths or directories" },
+         { in( { "/feature/nothing" }, good ),
+           "/feature/nothing: no such path; there are config, status" },
+         { inConfig( "leaves", Object{ { "E1", good }, { "E2", 5 } } ),
+           "/feature/config/leaves/E2: a number is not an object of the entity's attributes" },
+         { in( { "feature", "config" },
+               Object{ { "leaves", in( { "E1" }, good ) }, { "a", "x" } } ),
+           "/feature/config/a: \"x\" is not a whole number from -2147483648 to 2147483647" },
+         { inConfig( "leaves", in( { "E1", "mark", "x" }, good ) ),
+           "/feature/config/leaves/E1/mark: \"x\" is not a number from 0 to 65535" },
+         { Object{ { "/feature/config/leaves/E1", good }, { "/feature/status/text", "x" } },
+           "/feature/status/text: is status: it cannot be written from outside" },
    };
-   String const endless( 1'000'000, 'k' );
-   String const cut( 480, 'k' );
-   for( auto const & row : std::vector< Row >{
-              { object( { { endless, good } } ),
-                "/" + cut + String( 19, 'k' ) + "...: no such path; there is feature" },
-              { inConfig( object( { { endless, 1 } } ) ),
-                "/feature/config/" + cut +
-                      "kkkk...: no such attribute; there are period, number, note, color, friend_, "
-                      "port, level, entry, waiting, fixed, intf, odd" },
-              { inConfig( object( { { "intf", object( { { endless, good } } ) } } ) ),
-                "/feature/config/intf/" + cut.substr( 1 ) + "...: longer than 4096 characters" },
-              { inConfig( object( { { "intf", object( { { "E\xff", good } } ) } } ) ),
-                "/feature/config/intf/E%FF: is not UTF-8" },
-              { "x", "/: a string is not an object of paths or directories" },
-              { object( { { "/feature/nothing", good } } ),
-                "/feature/nothing: no such path; there are config, status" },
-              { inConfig( object( { { "note", "new" },
-                                    { "intf", object( { { "E1", good }, { "E2", 5 } } ) } } ) ),
-                "/feature/config/intf/E2: a number is not an object of the entity's attributes" },
-              { inConfig(
-                      object( { { "intf", object( { { "E1", good } } ) }, { "color", "pink" } } ) ),
-                "/feature/config/color: \"pink\" is not one of red, green, blue" },
-              { inConfig( object(
-                      { { "intf",
-                          object( { { "E1",
-                                      object( { { "level",
-                                                  object( { { "x", good } } ) } } ) } } ) } } ) ),
-                "/feature/config/intf/E1/level: \"x\" is not a number from 0 to 65535" },
-              { object( { { "/feature/config/intf/E1", good }, { "/feature/status/note", "x" } } ),
-                "/feature/status/note: is status: it cannot be written from outside" },
-        } ) {
-      auto before = database.get( "/" );
-      EXPECT_EQ( errorOf( [ & ] { database.apply( row.tree ); } ), row.error );
-      EXPECT_EQ( database.get( "/" ), before );
+   for( auto const & [ tree, error ] : rows ) {
+      EXPECT_EQ( errorOf( [ &, &tree = tree ] { database.apply( tree ); } ), error );
    }
 }
 
 TEST_F( TesseraDatabase, listsWhatMayFollow ) {
-   config->intfIs( "Ethernet1/2" );
+   config->leavesIs( "Ethernet1/2" );
    auto names = [ & ]( char const * path ) {
       String text;
       for( auto const & entry : database.entries( path ) ) {
@@ -403,136 +399,92 @@ TEST_F( TesseraDatabase, listsWhatMayFollow ) {
    };
    EXPECT_EQ( names( "/" ), "feature/ " );
    EXPECT_EQ( names( "/feature" ), "config/ status/ " );
-   EXPECT_EQ( names( "/feature/config/intf" ), "Ethernet1/2/ " );
-   EXPECT_EQ( names( "/feature/config/intf/Ethernet9" ), "broadcast/ enabled level/ " );
-   EXPECT_EQ( names( "/feature/config/intf[Ethernet1/2]/broadcast" ), "mode level color " );
+   EXPECT_EQ( names( "/feature/config/leaves" ), "Ethernet1/2/ " );
+   EXPECT_EQ( names( "/feature/config/leaves/Ethernet9" ), "spot/ enabled mark/ " );
+   EXPECT_EQ( names( "/feature/config/leaves[Ethernet1/2]/spot" ), "x y colour " );
 }
 
 class TesseraWatch : public TesseraDatabase {
  protected:
    std::uint64_t watch( char const * path ) {
-      return database.watch( path, [ this ]( Path const & at,
-                                             std::optional< Datum > const & value ) {
-         heard.push_back( at.text() + ( value ? " = " + Kiv::datumText( *value ) : " gone" ) );
-         if( then ) {
-            then();
-         }
-      } );
+      return database.watch(
+            path, [ this ]( Path const & at, std::optional< Datum > const & value ) {
+               heard += at.text() + ( value ? " = " + Kiv::datumText( *value ) : " gone" ) + "\n";
+               if( auto action = std::exchange( then, nullptr ) ) {
+                  action();
+               }
+            } );
    }
-   std::vector< String > take() { return std::exchange( heard, {} ); }
+   String take() { return std::exchange( heard, {} ); }
 
-   std::vector< String > heard;
+   String heard; // a line for each call
    std::function< void() > then;
 };
 
 TEST_F( TesseraWatch, followsEverythingBelow ) {
    watch( "/feature/config" );
-   config->noteIs( "x" );
-   config->noteIs( "x" );
-   status->noteIs( "x" );
-   config->levelIs( 5, Level{ 1, 2, red } );
-   config->levelDel( 5 );
-   EXPECT_EQ( take(),
-              ( std::vector< String >{
-                    "/feature/config/note = x",
-                    "/feature/config/level/5 = {\"mode\": 1, \"level\": 2, \"color\": \"red\"}",
-                    "/feature/config/level/5 gone" } ) );
-   auto late = config->intfIs( "Ethernet1/2" );
+   config->textIs( "x" );
+   config->textIs( "x" );
+   status->textIs( "x" );
+   config->pointIs( "p", { 1, 2, red } );
+   config->pointDel( "p" );
+   EXPECT_EQ( take(), "/feature/config/text = x\n"
+                      "/feature/config/point/p = {\"x\": 1, \"y\": 2, \"colour\": \"red\"}\n"
+                      "/feature/config/point/p gone\n" );
+   auto late = config->leavesIs( "Ethernet1/2" );
+   EXPECT_EQ( take().substr( 0, 38 ), "/feature/config/leaves[Ethernet1/2] = " );
    late->enabledIs( false );
-   ASSERT_EQ( heard.size(), 2u );
-   EXPECT_EQ( heard[ 0 ].substr( 0, 36 ), "/feature/config/intf[Ethernet1/2] = " );
-   EXPECT_EQ( heard[ 1 ], "/feature/config/intf[Ethernet1/2]/enabled = false" );
-   heard.clear();
-   config->intfDel( "Ethernet1/2" );
+   config->leavesDel( "Ethernet1/2" );
    late->enabledIs( true ); // nobody's child any more
-   EXPECT_EQ( take(), ( std::vector< String >{ "/feature/config/intf[Ethernet1/2] gone" } ) );
+   EXPECT_EQ( take(), "/feature/config/leaves[Ethernet1/2]/enabled = false\n"
+                      "/feature/config/leaves[Ethernet1/2] gone\n" );
    // Mounted twice and gone twice, nothing of it is heard.
    database.unmount( "/feature/config" );
    database.mount( "/feature/config", config, Access::configuration );
    database.unmount( "/feature/config" );
    heard.clear();
-   config->noteIs( "y" );
-   EXPECT_EQ( take(), ( std::vector< String >{} ) );
+   config->textIs( "y" );
+   EXPECT_EQ( take(), "" );
 }
 
 TEST_F( TesseraWatch, followsOneFieldOfWhatMayCome ) {
-   watch( "/feature/config/intf/Ethernet1/broadcast/level" );
-   auto intf = config->intfIs( "Ethernet1" );
-   config->intfIs( "Ethernet2" )->broadcastIs( Level{ 0, 5, red } );
-   intf->broadcastIs( Level{ 9, 10000, red } ); // another field
-   intf->broadcastIs( Level{ 9, 5, red } );
-   intf->enabledIs( false );
-   config->intfDel( "Ethernet1" );
-   config->intfIs( "Ethernet1" );
+   watch( "/feature/config/leaves/E1/spot/x" );
+   auto leaf = config->leavesIs( "E1" );
+   config->leavesIs( "E2" )->spotIs( { 5, 0, red } );
+   leaf->spotIs( { 1, 9, red } ); // another field
+   leaf->spotIs( { 5, 9, red } );
+   leaf->enabledIs( false );
+   config->leavesDel( "E1" );
+   config->leavesIs( "E1" );
    database.unmount( "/feature/config" );
    database.mount( "/feature/config", config, Access::configuration );
-   String const path = "/feature/config/intf/Ethernet1/broadcast/level";
-   EXPECT_EQ( take(),
-              ( std::vector< String >{ path + " = 10000", path + " = 5", path + " gone",
-                                       path + " = 10000", path + " gone", path + " = 10000" } ) );
-}
-
-TEST_F( TesseraWatch, tellsWhatMayComeFromWhatNeverCan ) {
-   database.mount( "/dir", Kiv::make< Kiv::Dir >( "dir" ), Access::status );
-   for( auto const * path :
-        { "/", "/feature", "/feature/config/intf/Ethernet9", "/feature/config/level/7/color",
-          "/feature/config/intf/Ethernet9/level/7/mode", "/feature/config/fixed/note",
-          "/feature/config/port/Ethernet9", "/feature/config/waiting/3",
-          "/feature/config/entry/5/port", "/dir/entry/late/whatever/it/has" } ) {
-      EXPECT_EQ( errorOf( [ & ] { database.requirePossible( path ); } ), "" );
-   }
-   for( auto const & row : std::vector< std::pair< char const *, char const * > >{
-              { "/featur", "/featur: no such path; did you mean \"feature\"?" },
-              { "/feature/config/Perod",
-                "/feature/config/Perod: no such attribute; did you mean \"period\"?" },
-              { "/feature/config/period/x",
-                "/feature/config/period/x: period is a plain value: there is nothing below it" },
-              { "/feature/config/intf/Ethernet9/enabld",
-                "/feature/config/intf/Ethernet9/enabld: no such attribute; did you mean "
-                "\"enabled\"?" },
-              { "/feature/config/intf/Ethernet9/broadcast/leve",
-                "/feature/config/intf/Ethernet9/broadcast/leve: no such field; did you mean "
-                "\"level\"?" },
-              { "/feature/config/level/7/level/x",
-                "/feature/config/level/7/level/x: is below a plain value, where nothing can be" },
-              { "/feature/config/level/x",
-                "/feature/config/level/x: \"x\" is not a number from 0 to 65535" },
-              { "/feature/config/waiting/x",
-                "/feature/config/waiting/x: \"x\" is not a number from 0 to "
-                "18446744073709551615" },
-        } ) {
-      EXPECT_EQ( errorOf( [ & ] { database.requirePossible( row.first ); } ), row.second );
-   }
+   String const path = "/feature/config/leaves/E1/spot/x";
+   EXPECT_EQ( take(), path + " = 1\n" + path + " = 5\n" + path + " gone\n" + path + " = 1\n" +
+                            path + " gone\n" + path + " = 1\n" );
 }
 
 TEST_F( TesseraWatch, survivesWhatItsCallbackDoes ) {
    auto id = watch( "/" );
    // The child goes away while the news of its attribute is on its way to two watches.
-   watch( "/feature/config/intf" );
-   auto intf = config->intfIs( "Ethernet1" );
+   watch( "/feature/config/leaves" );
+   config->leavesIs( "E1" );
    heard.clear();
-   then = [ & ] {
-      then = nullptr;
-      config->intfDel( "Ethernet1" );
-      intf = nullptr;
-   };
-   config->intf( "Ethernet1" )->enabledIs( false );
-   EXPECT_EQ( take(), ( std::vector< String >{ "/feature/config/intf/Ethernet1/enabled = false",
-                                               "/feature/config/intf/Ethernet1 gone",
-                                               "/feature/config/intf/Ethernet1 gone" } ) );
+   then = [ & ] { config->leavesDel( "E1" ); };
+   config->leaves( "E1" )->enabledIs( false );
+   EXPECT_EQ( take(), "/feature/config/leaves/E1/enabled = false\n"
+                      "/feature/config/leaves/E1 gone\n"
+                      "/feature/config/leaves/E1 gone\n" );
    // A watch that ends itself, and the mount goes too.
    then = [ & ] {
-      then = nullptr;
       database.unwatch( id );
       database.unmount( "/feature/config" );
    };
-   config->intfIs( "Ethernet2" );
-   EXPECT_EQ( heard.back(), "/feature/config/intf gone" );
-   heard.clear();
-   config->intf( "Ethernet2" )->enabledIs( false );
-   status->noteIs( "x" );
-   EXPECT_TRUE( heard.empty() );
+   config->leavesIs( "E2" );
+   EXPECT_TRUE( take().ends_with( "\n/feature/config/leaves gone\n" ) );
+   config->leaves( "E2" )->enabledIs( false );
+   status->textIs( "x" );
+   EXPECT_EQ( take(), "" );
    EXPECT_EQ( database.watches(), 1u );
 }
 
-} // namespace TesseraTest
+} // namespace
