@@ -14,9 +14,10 @@ using namespace Layout;
 namespace {
 
 constexpr unsigned maxWalks = 64;
-// How often a slot that is being written is tried again: one, and all of a walk together.
-constexpr std::uint64_t maxTries = 100'000;
-constexpr std::uint64_t maxTriesOfAll = 5'000'000;
+// How often a slot that is being written is tried again: one, and all of a walk together. A writer that
+// is interrupted in a slot has left the journal whole, so it is for those that run at this moment.
+constexpr std::uint64_t maxTries = 10'000;
+constexpr std::uint64_t maxTriesOfAll = 100'000;
 
 void
 copyWords( Word const * from, std::uint64_t * to, std::size_t words ) {

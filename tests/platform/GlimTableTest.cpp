@@ -401,11 +401,14 @@ class Model {
 };
 
 TEST_P( GlimTable, BehavesAsAMap ) {
+   // What replaces has no reason to when the shape is right.
+   Glim::WriterOptions const options{
+         .lifetime = Lifetime::stays, .rows = 16, .changes = 64, .replace = true };
    for( unsigned seed = 1; seed <= 10 && !HasFatalFailure(); ++seed ) {
       SCOPED_TRACE( "seed " + std::to_string( seed ) );
       Glim::PrivateTables::writerDel( "t", true );
       GlimTests::Folder own;
-      Model model( seed, as( { .lifetime = Lifetime::stays, .rows = 16, .changes = 64 } ) );
+      Model model( seed, as( options ) );
       for( int i = 0; i != 400 && !HasFatalFailure(); ++i ) {
          model.step();
       }

@@ -715,6 +715,20 @@ failToAllocate() {
 
 TEST( KivContainers, failedAllocationChangesNothing ) { failToAllocate< HashMap< int, int > >(); }
 
+TEST( KivContainers, churnNeedsNoMemory ) {
+   HashMap< int, int > map;
+   try {
+      for( int i = 0; i < 100'000; ++i ) {
+         map.tryEmplace( i, i );
+         map.erase( i - 1000 );
+         allocationsLeft = i > 10'000 ? 0 : -1;
+      }
+   } catch( std::bad_alloc const & ) {
+   }
+   allocationsLeft = -1;
+   EXPECT_TRUE( map.size() == 1000 && map.has( 99'999 ) );
+}
+
 TEST( KivContainers, equalityIsOfMembers ) {
    auto check = []( auto a, auto b ) {
       for( int i = 0; i < 100; ++i ) {
