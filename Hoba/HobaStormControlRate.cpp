@@ -4,57 +4,28 @@
 namespace Hoba {
 
 using namespace Bridging::StormControl;
-
-std::string_view
-levelText( LevelType levelType ) {
-   constexpr std::string_view texts[] = { " broadcast", " multicast", " uucast", " all" };
-   return levelType < levelTypeMax ? texts[ levelType ] : " none";
-}
-
-Threshold const &
-configuredThreshold( IntfConfig const & config, LevelType levelType ) {
-   switch( levelType ) {
-   case levelTypeBroadcast:
-      return config.broadcast();
-   case levelTypeMulticast:
-      return config.multicast();
-   case levelTypeUUcast:
-      return config.uucast();
-   default:
-      return config.all();
-   }
-}
-
-LevelStatus const &
-levelStatus( IntfStatus const & status, LevelType levelType ) {
-   switch( levelType ) {
-   case levelTypeBroadcast:
-      return status.broadcast();
-   case levelTypeMulticast:
-      return status.multicast();
-   case levelTypeUUcast:
-      return status.uucast();
-   default:
-      return status.all();
-   }
-}
-
-bool
-levelSupported( StormControlSmHelper const & platform, LevelType levelType ) {
-   switch( levelType ) {
-   case levelTypeUUcast:
-      return platform.uucastLevelEnabled();
-   case levelTypeAll:
-      return platform.allLevelEnabled();
-   default:
-      return true;
-   }
-}
+using Helper = StormControlSmHelper;
 
 namespace {
 
+constexpr Level levels[] = {
+      { " broadcast", &IntfConfig::broadcast, &IntfStatus::broadcast, &IntfStatus::broadcastIs,
+        &IntfStatus::broadcastDropIs, &Helper::getBcastDropCnt, nullptr },
+      { " multicast", &IntfConfig::multicast, &IntfStatus::multicast, &IntfStatus::multicastIs,
+        &IntfStatus::multicastDropIs, &Helper::getMcastDropCnt, nullptr },
+      { " uucast", &IntfConfig::uucast, &IntfStatus::uucast, &IntfStatus::uucastIs,
+        &IntfStatus::uucastDropIs, &Helper::getUUcastDropCnt, &Helper::uucastLevelEnabled },
+      { " all", &IntfConfig::all, &IntfStatus::all, &IntfStatus::allIs, &IntfStatus::allDropIs,
+        &Helper::getAllDropCnt, &Helper::allLevelEnabled } };
+
 bool
-meteringSupported( StormControlSmHelper const & platform, MeteringMode mode ) {
+levelSupported( Helper const & platform, LevelType levelType ) {
+   auto const supported = levelOf( levelType ).supported;
+   return !supported || ( platform.*supported )();
+}
+
+bool
+meteringSupported( Helper const & platform, MeteringMode mode ) {
    switch( mode ) {
    case meteringPercent:
       return true;
@@ -68,10 +39,31 @@ meteringSupported( StormControlSmHelper const & platform, MeteringMode mode ) {
 
 } // namespace
 
+Level const &
+levelOf( LevelType levelType ) {
+   return levels[ levelType ];
+}
+
+std::string_view
+levelText( LevelType levelType ) {
+   return levelType < levelTypeMax ? levelOf( levelType ).text : " none";
+}
+
+Threshold const &
+configuredThreshold( IntfConfig const & config, LevelType levelType ) {
+   return ( config.*levelOf( levelType ).configured )();
+}
+
+LevelStatus const &
+levelStatus( IntfStatus const & status, LevelType levelType ) {
+   return ( status.*levelOf( levelType ).status )();
+}
+
 LevelDecision
-decideLevel( StormControlSmHelper const & platform, LevelType levelType, Threshold const & asked ) {
+decideLevel( Helper const & platform, LevelType levelType, Threshold const & asked ) {
+   auto const why = asked.isDefault() ? std::optional( notConfigured ) : std::nullopt;
    if( !levelSupported( platform, levelType ) ) {
-      return { false, asked.isDefault() ? notConfigured : levelNotSupported, {} };
+      return { false, why.value_or( levelNotSupported ), {} };
    }
    if( !meteringSupported( platform, asked.mode ) ) {
       return { true, meteringModeNotSupported, {} };
@@ -79,22 +71,35 @@ decideLevel( StormControlSmHelper const & platform, LevelType levelType, Thresho
    if( asked.level == 0 && asked.rate == 0 && !platform.zeroRateEnabled() ) {
       return { false, zeroRateNotSupported, {} };
    }
-   return { true, asked.isDefault() ? notConfigured : programmed, asked };
+   return { true, why, asked };
+}
+
+LevelDecisions
+decideLevels( Helper const & platform, IntfConfig const * config ) {
+   LevelDecisions decisions;
+   for( auto levelType : allLevelTypes ) {
+      decisions[ levelType ] = decideLevel(
+            platform, levelType, config ? configuredThreshold( *config, levelType ) : Threshold{} );
+   }
+   return decisions;
 }
 
 LevelDecision
-decideLevelOnPort( StormControlSmHelper const & platform, LevelType levelType,
-                   IntfConfig const & config, bool allStands ) {
-   auto const & asked = configuredThreshold( config, levelType );
-   auto const alone = decideLevel( platform, levelType, asked );
-   if( ( levelType != levelTypeBroadcast && levelType != levelTypeUUcast ) ||
-       !levelSupported( platform, levelType ) ) {
+decideLevelOnPort( LevelDecisions const & asked, LevelType levelType, bool allStands ) {
+   auto const & alone = asked[ levelType ];
+   auto const & all = asked[ levelTypeAll ];
+   bool const supported = alone.program || alone.refused();
+   bool const covered = ( levelType == levelTypeBroadcast || levelType == levelTypeUUcast ) &&
+                        supported && ( all.refused() ? allStands : !all.isDefault() );
+   if( !covered ) {
       return alone;
    }
-   auto const all = decideLevel( platform, levelTypeAll, config.all() );
-   bool const covered = all.refused() ? allStands : !all.isDefault();
-   return covered ? LevelDecision{ true, asked.isDefault() ? notConfigured : supersededByAll, {} }
-                  : alone;
+   return { true, alone.why == notConfigured ? notConfigured : supersededByAll, {} };
+}
+
+bool
+broadcastSkips( LevelDecisions const & asked ) {
+   return asked[ levelTypeAll ].isDefault() && !asked[ levelTypeMulticast ].isDefault();
 }
 
 std::uint64_t
@@ -102,12 +107,6 @@ rateOf( std::uint32_t speedKbps, Threshold const & threshold ) {
    return threshold.mode == meteringPercent
                 ? std::uint64_t( speedKbps ) * threshold.level / Threshold::wholeLink
                 : 0;
-}
-
-bool
-broadcastSkips( StormControlSmHelper const & platform, IntfConfig const & config ) {
-   return decideLevel( platform, levelTypeAll, config.all() ).isDefault() &&
-          !decideLevel( platform, levelTypeMulticast, config.multicast() ).isDefault();
 }
 
 } // namespace Hoba

@@ -3,36 +3,19 @@
 
 #include "Hoba/HobaAssert.h"
 #include "Hoba/HobaHelper.h"
-#include "Hoba/HobaHook.h"
+#include "Kiv/Reflect.h"
 #include "Zipline/Zipline.h"
 
 #include <algorithm>
-#include <utility>
 
 ZIPLINE_HANDLE( HobaStormControlSm );
+
+KIV_DEFINE( Hoba::StormControlSm );
 
 namespace Hoba {
 
 using namespace Bridging::StormControl;
 using Helper = StormControlSmHelper;
-
-namespace {
-
-void
-levelStatusIs( IntfStatus & status, LevelType levelType, LevelStatus const & value ) {
-   switch( levelType ) {
-   case levelTypeBroadcast:
-      return status.broadcastIs( value );
-   case levelTypeMulticast:
-      return status.multicastIs( value );
-   case levelTypeUUcast:
-      return status.uucastIs( value );
-   default:
-      return status.allIs( value );
-   }
-}
-
-} // namespace
 
 // ---- Life
 
@@ -42,26 +25,13 @@ StormControlSm::StormControlSm(
       Kiv::Ptr< Status > const & status, Kiv::Ptr< StormControlSmHelper > const & platformHelper,
       Kiv::Ptr< Lag::Input::Config const > const & lagInputConfig,
       Kiv::Ptr< Mox::TimerWheel const > const & clock )
-      : HobaVerifiedSm( commonSmData, "StormControlSm" ), status_( status ),
-        platformHelper_( platformHelper ) {
+      : HobaVerifiedSm( commonSmData ), status_( status ), platform_( platformHelper ) {
    HOBA_INVARIANT( status && platformHelper, "storm control works on a status and a platform" );
    configIs( config );
    ethPhyIntfStatusDirIs( ethPhyIntfStatusDir );
    lagInputConfigIs( lagInputConfig );
    clockIs( clock );
-   followVerification();
    bogusAcsdIs( commonSmData );
-}
-
-Kiv::Ptr< StormControlSm >
-StormControlSm::StormControlSmIs(
-      Kiv::Ptr< HobaCommonSmData > const & commonSmData, Kiv::Ptr< Config const > const & config,
-      Kiv::Ptr< Interface::AllEthPhyIntfStatusDir const > const & ethPhyIntfStatusDir,
-      Kiv::Ptr< Status > const & status, Kiv::Ptr< StormControlSmHelper > const & platformHelper,
-      Kiv::Ptr< Lag::Input::Config const > const & lagInputConfig,
-      Kiv::Ptr< Mox::TimerWheel const > const & clock ) {
-   return smIs< StormControlSm >( commonSmData, config, ethPhyIntfStatusDir, status, platformHelper,
-                                  lagInputConfig, clock );
 }
 
 void
@@ -69,15 +39,17 @@ StormControlSm::handleInitialized() {
    ZTRACE_ENTRY( 8 );
    Kiv::Dispatch::Frame frame;
    if( !initialized() ) {
-      handlePeriod();
+      reading_.stop();
+      if( clock() ) {
+         clock()->timeMinIs( Kiv::never );
+      }
       reactorsUninitialize();
       return;
    }
-   callHook< &Helper::hwInit >( platform() );
-   held_.clear();
-   lagOfPort_ = commonSmData()->portToLag();
-   if( !platform().chipStormControlEnabled() ) {
-      callHook< &Helper::installRules >( platform() );
+   platform_.call< &Helper::hwInit >();
+   heldDelAll();
+   if( !platform_->chipStormControlEnabled() ) {
+      platform_.call< &Helper::installRules >();
    }
    removeOrphanedStatus();
    if( lagInputConfig() ) {
@@ -86,7 +58,6 @@ StormControlSm::handleInitialized() {
       }
    }
    reactorsInitialize();
-   handlePeriod();
 }
 
 void
@@ -100,18 +71,6 @@ StormControlSm::removeOrphanedStatus() {
 }
 
 // ---- What is configured
-
-void
-StormControlSm::handleIntfConfig( Pelt::IntfId const & intf ) {
-   if( auto const entity = config()->notifier()->intfConfig( intf ) ) {
-      intfConfigIs( intf, entity );
-   } else if( auto * reactor = intfConfig( intf ) ) {
-      if( initialized() ) {
-         reactor->doCleanup();
-      }
-      intfConfigDel( intf );
-   }
-}
 
 void
 StormControlSm::KivIntfConfig::handleInitialized() {
@@ -132,6 +91,9 @@ StormControlSm::KivIntfConfig::handleInitialized() {
 void
 StormControlSm::KivIntfConfig::doCleanup() {
    auto & sm = owner();
+   if( !sm.initialized() ) {
+      return;
+   }
    if( isPortChannel( key() ) ) {
       ZTRACE( 3, key(), " removed. Disabling reactor" );
    }
@@ -139,7 +101,6 @@ StormControlSm::KivIntfConfig::doCleanup() {
    if( !sm.lagIntfForIntf( key() ) ) {
       sm.clear( key() );
    }
-   initializedIs( false );
    if( sm.status_->intfStatusHas( key() ) ) {
       ZTRACE( 3, "Deleting status for ", key() );
       sm.status_->intfStatusDel( key() );
@@ -166,7 +127,8 @@ StormControlSm::KivIntfConfig::handleLevel() {
 void
 StormControlSm::KivIntfConfig::handleAllLevel() {
    handleLevel< levelTypeAll >();
-   if( decideLevel( owner().platform(), levelTypeAll, notifier()->all() ).isDefault() ) {
+   if( working() &&
+       decideLevel( *owner().platform_, levelTypeAll, notifier()->all() ).isDefault() ) {
       updateLevel( levelTypeUUcast );
       updateLevel( levelTypeBroadcast );
       updateLevel( levelTypeMulticast );
@@ -181,35 +143,19 @@ StormControlSm::KivIntfConfig::applyConfig() {
    }
 }
 
-// ---- Programming a level
-
 void
 StormControlSm::KivIntfConfig::updateLevel( LevelType levelType ) {
    Kiv::Dispatch::Frame frame;
    if( !working() ) {
       return;
    }
-   auto & sm = owner();
-   auto ports = sm.portSpeedsOf( key() );
-   // The all-traffic level takes along what it supersedes.
-   static constexpr LevelType superseding[] = { levelTypeAll, levelTypeBroadcast, levelTypeUUcast };
-   std::span< LevelType const > levels( &levelType, 1 );
-   if( levelType == levelTypeAll &&
-       !decideLevel( sm.platform(), levelTypeAll, notifier()->all() ).threshold.isDefault() ) {
-      levels = superseding;
-   }
-   if( obstacle() == programmed ) {
-      bool told = false;
-      for( auto each : levels ) {
-         told = program( each, ports ) || told;
-      }
-      if( told ) {
-         callHook< &Helper::updateBcastSkipRule >( sm.platform(), key(),
-                                                   broadcastSkips( sm.platform(), *notifier() ) );
-      }
+   auto const intf = owner().look( key() );
+   auto const levels = levelsWith( intf, levelType );
+   if( !obstacle( intf ) ) {
+      owner().program( intf, levels );
    }
    if( working() ) {
-      report( *sm.status_->intfStatusIs( key() ), levels, std::move( ports ) );
+      owner().report( intf, levels );
    }
 }
 
@@ -218,142 +164,78 @@ StormControlSm::KivIntfConfig::working() const {
    return initialized() && !kivMarkedForDeletion() && !owner().kivMarkedForDeletion();
 }
 
-class StormControlSm::KivIntfConfig::Decisions {
- public:
-   Decisions( KivIntfConfig const & config, LevelType levelType )
-         : sm_( config.owner() ), parent_( config.key() ),
-           alone_( decideLevelOnPort( sm_.platform(), levelType, *config.notifier(), false ) ),
-           behindAll_( decideLevelOnPort( sm_.platform(), levelType, *config.notifier(), true ) ) {}
+// ---- Hardware and status
 
-   // Where nothing stands yet.
-   LevelDecision const & alone() const { return alone_; }
-   LevelDecision const & on( Pelt::IntfId port ) const {
-      return alone_.state == behindAll_.state ||
-                         sm_.held( port, parent_, levelTypeAll ).threshold.isDefault()
-                   ? alone_
-                   : behindAll_;
-   }
+LimitedIntf
+StormControlSm::look( Pelt::IntfId intf ) const {
+   auto const * own = intfConfig( intf );
+   return look( intf, own ? own->notifier() : nullptr );
+}
 
- private:
-   StormControlSm const & sm_;
-   Pelt::IntfId const parent_;
-   LevelDecision const alone_;
-   LevelDecision const behindAll_;
-};
+LimitedIntf
+StormControlSm::look( Pelt::IntfId intf, IntfConfig const * config ) const {
+   return { .intf = intf,
+            .config = config,
+            .asked = decideLevels( *platform_, config ),
+            .held = &held(),
+            .active = intfActive( intf ),
+            .memberOfLag = bool( lagIntfForIntf( intf ) ),
+            .ports = portsOf( intf ) };
+}
 
-bool
-StormControlSm::KivIntfConfig::program( LevelType levelType, PortSpeeds const & ports ) {
-   if( isPortChannel( key() ) ) {
-      ZTRACE( 5, "Updating levels for lag ", key() );
-   }
-   Decisions const decisions( *this, levelType );
-   bool told = decisions.alone().program;
-   for( auto const & [ port, speed ] : ports ) {
-      auto const & decision = decisions.on( port );
-      if( speed != 0 && decision.program ) {
-         owner().setHwRate( levelType, port, key(), speed, decision.threshold );
-         told = true;
+void
+StormControlSm::program( LimitedIntf const & intf, std::span< LevelType const > levels ) {
+   bool told = false;
+   for( auto levelType : levels ) {
+      if( isPortChannel( intf.intf ) ) {
+         ZTRACE( 5, "Updating levels for lag ", intf.intf );
       }
-   }
-   return told;
-}
-
-// A LAG's members stand in its way one by one, not as a whole.
-LevelState
-StormControlSm::KivIntfConfig::obstacle() const {
-   auto const & sm = owner();
-   if( !sm.intfExists( key() ) ) {
-      return intfNotPresent;
-   }
-   if( isPortChannel( key() ) ) {
-      return programmed;
-   }
-   if( sm.lagIntfForIntf( key() ) ) {
-      return memberOfLag;
-   }
-   if( !active() ) {
-      return intfInactive;
-   }
-   return sm.calculateSpeedForIntf( key() ) == 0 ? LevelState::speedUnknown : programmed;
-}
-
-LevelState
-StormControlSm::KivIntfConfig::standing( LevelType levelType, PortSpeeds const & ports ) const {
-   auto const & platform = owner().platform();
-   auto const asked =
-         decideLevel( platform, levelType, configuredThreshold( *notifier(), levelType ) );
-   if( asked.state == notConfigured || asked.state == levelNotSupported ) {
-      return asked.state;
-   }
-   Decisions const decisions( *this, levelType );
-   bool anyKnown = false;
-   bool anyUncovered = false;
-   for( auto const & [ port, speed ] : ports ) {
-      if( speed != 0 ) {
-         anyKnown = true;
-         anyUncovered = anyUncovered || decisions.on( port ).state != supersededByAll;
-      }
-   }
-   auto why = obstacle();
-   if( why == programmed && !anyKnown ) {
-      why = ports.empty() ? lagHasNoMember : LevelState::speedUnknown;
-   }
-   if( why != programmed ) {
-      return asked.refused() ? asked.state : why;
-   }
-   return anyUncovered ? asked.state : supersededByAll;
-}
-
-LevelStatus
-StormControlSm::KivIntfConfig::statusOf( LevelType levelType, PortSpeeds const & ports ) const {
-   LevelStatus level{ {}, 0, standing( levelType, ports ) };
-   for( auto const & [ port, speed ] : ports ) {
-      auto const & stands = owner().held( port, key(), levelType );
-      // A member of a LAG whose speed is not known adds nothing.
-      if( !stands.threshold.isDefault() && ( port == key() || speed != 0 ) ) {
-         level.rate += rateOf( stands.speedKbps, stands.threshold );
-         if( level.threshold.isDefault() ) {
-            level.threshold = stands.threshold;
+      told = told || decideLevelOnPort( intf.asked, levelType, false ).program;
+      for( auto const & port : intf.ports ) {
+         if( auto const decision = wanted( intf, levelType, port ); decision.program ) {
+            setHwRate( levelType, port, intf.intf, decision.threshold );
+            told = true;
          }
       }
    }
-   return level;
+   if( told ) {
+      platform_.call< &Helper::updateBcastSkipRule >( intf.intf, broadcastSkips( intf.asked ) );
+   }
 }
 
 void
-StormControlSm::KivIntfConfig::report( IntfStatus & status, std::span< LevelType const > levels,
-                                       PortSpeeds ports ) const {
+StormControlSm::setHwRate( LevelType levelType, PortSpeed const & port, Pelt::IntfId parentIntf,
+                           Threshold const & threshold ) {
+   ZTRACE( 5, "Setting ", port.port, levelText( levelType ), " level threshold to ", threshold );
+   platform_.call< &Helper::setHwRate >( levelType, port.port, parentIntf, port.kbps, threshold );
+   PortLevel const level{ port.port, levelType };
+   threshold.isDefault() ? heldDel( level ) : heldIs( level, { parentIntf, threshold, port.kbps } );
+}
+
+void
+StormControlSm::report( LimitedIntf intf, std::span< LevelType const > levels ) {
+   auto const status = status_->intfStatusIs( intf.intf );
    for( auto levelType : levels ) {
-      auto const level = statusOf( levelType, ports );
-      if( level != levelStatus( status, levelType ) ) {
-         levelStatusIs( status, levelType, level );
-         ports = owner().portSpeedsOf( key() ); // whoever heard of it may have changed them
+      bool const watched = status->kivWatched();
+      ( *status.*levelOf( levelType ).statusIs )( statusOf( intf, levelType ) );
+      if( watched ) {
+         // Whoever heard of it may have changed anything.
+         intf = look( intf.intf );
+         if( !intf.config || kivMarkedForDeletion() ) {
+            return;
+         }
       }
    }
-   std::uint64_t speedOfAll = 0;
-   for( auto const & [ port, speed ] : ports ) {
-      speedOfAll += speed;
-   }
-   status.speedIs( speedOfAll );
+   status->speedIs( speedOf( intf ) );
 }
 
 void
-StormControlSm::setHwRate( LevelType levelType, Pelt::IntfId intf, Pelt::IntfId parentIntf,
-                           std::uint32_t speedKbps, Threshold const & threshold ) {
-   ZTRACE( 5, "Setting ", intf, levelText( levelType ), " level threshold to ", threshold );
-   callHook< &Helper::setHwRate >( platform(), levelType, intf, parentIntf, speedKbps, threshold );
-   auto * holds = threshold.isDefault() ? held_.find( intf ) : held_.tryEmplace( intf ).value;
-   if( holds ) {
-      holds->parent = parentIntf;
-      holds->level[ levelType ] = { threshold, speedKbps };
+StormControlSm::resetStormControlStatusForIntf( Pelt::IntfId intf ) {
+   if( !status_->intfStatusHas( intf ) || !intfConfig( intf ) ) {
+      ZTRACE( 5, "No status found, returning...." );
+      return;
    }
-}
-
-StormControlSm::Held::Level const &
-StormControlSm::held( Pelt::IntfId port, Pelt::IntfId parent, LevelType levelType ) const {
-   static Held const nothing;
-   auto const * holds = held_.find( port );
-   return ( holds && holds->parent == parent ? *holds : nothing ).level[ levelType ];
+   report( look( intf ), allLevelTypes );
 }
 
 void
@@ -373,30 +255,20 @@ StormControlSm::disable( Pelt::IntfId intf ) {
    if( !initialized() || !intfExists( intf ) ) {
       return;
    }
-   for( auto port : portsOf( intf ) ) {
+   auto const unlimited = look( intf, nullptr );
+   for( auto const & port : unlimited.ports ) {
       for( auto levelType : allLevelTypes ) {
-         if( levelSupported( platform(), levelType ) ) {
-            setHwRate( levelType, port, intf, calculateSpeedForIntf( port ), {} );
+         if( wanted( unlimited, levelType, port ).program ) {
+            setHwRate( levelType, port, intf, {} );
          }
       }
    }
-   callHook< &Helper::updateBcastSkipRule >( platform(), intf, false );
+   platform_.call< &Helper::updateBcastSkipRule >( intf, false );
 }
 
 void
 StormControlSm::clear( Pelt::IntfId intf ) {
    Kiv::guarded( "StormControlSm::disable", Kiv::toText( intf ), [ & ] { disable( intf ); } );
-}
-
-void
-StormControlSm::resetStormControlStatusForIntf( Pelt::IntfId intf ) {
-   auto const status = status_->intfStatus( intf );
-   auto const * reactor = intfConfig( intf );
-   if( !status || !reactor ) {
-      ZTRACE( 5, "No status found, returning...." );
-      return;
-   }
-   reactor->report( *status, allLevelTypes, portSpeedsOf( intf ) );
 }
 
 // ---- Ports
@@ -415,7 +287,7 @@ StormControlSm::intfExists( Pelt::IntfId intf ) const {
 bool
 StormControlSm::intfActive( Pelt::IntfId intf ) const {
    auto const * reactor = ethPhyIntfStatus( intf );
-   return !platform().platformSupportsDynamicLogicalPorts() ||
+   return !platform_->platformSupportsDynamicLogicalPorts() ||
           ( reactor && reactor->notifier()->active() );
 }
 
@@ -426,68 +298,42 @@ StormControlSm::KivIntfConfig::active() const {
 
 // While a port changes its LAG the two maps of the shared context disagree for a moment. Then the
 // port is nobody's member, lest two configurations take turns on it.
-std::vector< Pelt::IntfId >
+std::vector< PortSpeed >
 StormControlSm::portsOf( Pelt::IntfId intf ) const {
-   if( !isPortChannel( intf ) ) {
-      return intfExists( intf ) ? std::vector{ intf } : std::vector< Pelt::IntfId >{};
+   std::vector< PortSpeed > ports;
+   if( isPortChannel( intf ) ) {
+      auto const & members = commonSmData()->lagToPort( intf ).port;
+      ports.reserve( members.size() );
+      for( auto port : members ) {
+         if( lagIntfForIntf( port ) == intf && intfExists( port ) && intfActive( port ) ) {
+            ports.push_back( { port, calculateSpeedForIntf( port ) } );
+         }
+      }
+   } else if( intfExists( intf ) ) {
+      ports.push_back( { intf, calculateSpeedForIntf( intf ) } );
    }
-   auto ports = commonSmData()->lagToPort( intf ).port;
-   std::erase_if( ports, [ & ]( Pelt::IntfId port ) {
-      return lagIntfForIntf( port ) != intf || !intfExists( port ) || !intfActive( port );
-   } );
    return ports;
-}
-
-StormControlSm::PortSpeeds
-StormControlSm::portSpeedsOf( Pelt::IntfId intf ) const {
-   PortSpeeds speeds;
-   auto const ports = portsOf( intf );
-   speeds.reserve( ports.size() );
-   for( auto port : ports ) {
-      speeds.push_back( { port, calculateSpeedForIntf( port ) } );
-   }
-   return speeds;
-}
-
-bool
-StormControlSm::isMember( Pelt::IntfId intf, Pelt::IntfId lag ) const {
-   auto const & ports = commonSmData()->lagToPort( lag ).port;
-   return lagIntfForIntf( intf ) == lag &&
-          std::find( ports.begin(), ports.end(), intf ) != ports.end();
 }
 
 void
 StormControlSm::handleEthPhyIntfStatus( Pelt::IntfId const & intf ) {
-   ethPhyIntfStatusIs( intf, ethPhyIntfStatusDir()->notifier()->ethPhyIntfStatus( intf ) );
    // A port of which nothing is known is not active either.
-   if( platform().platformSupportsDynamicLogicalPorts() ) {
+   if( platform_->platformSupportsDynamicLogicalPorts() ) {
       handleEthIntf( intf );
    } else {
-      handleSpeed( intf );
-   }
-}
-
-void
-StormControlSm::handleSpeed( Pelt::IntfId const & intf ) {
-   if( initialized() ) {
       reprogram( intf );
    }
 }
 
 void
-StormControlSm::reprogram( Pelt::IntfId intf ) {
+StormControlSm::reprogram( Pelt::IntfId const & intf ) {
    enable( intf ); // also while it belongs to a LAG: its status tells its speed
-   if( auto const lag = lagIntfForIntf( intf ) ) {
-      enable( lag );
-   }
+   enable( lagIntfForIntf( intf ) );
 }
 
 void
 StormControlSm::handleEthIntf( Pelt::IntfId const & intf ) {
-   if( !initialized() ) {
-      return;
-   }
-   if( !platform().platformSupportsDynamicLogicalPorts() ) {
+   if( !platform_->platformSupportsDynamicLogicalPorts() ) {
       ZTRACE( 5, "Platform doesn't support DLP, returning...." );
       return;
    }
@@ -504,9 +350,6 @@ StormControlSm::handleEthIntf( Pelt::IntfId const & intf ) {
 
 void
 StormControlSm::handleIntf( Pelt::IntfId const & intf ) {
-   if( !initialized() ) {
-      return;
-   }
    auto * own = intfConfig( intf );
    if( !intfExists( intf ) ) {
       if( own ) {
@@ -520,9 +363,7 @@ StormControlSm::handleIntf( Pelt::IntfId const & intf ) {
          Kiv::initializeReactor( *own );
       }
    }
-   if( auto const lag = lagIntfForIntf( intf ) ) {
-      enable( lag );
-   }
+   enable( lagIntfForIntf( intf ) );
 }
 
 // ---- LAGs
@@ -542,18 +383,25 @@ StormControlSm::KivIntfConfig::activeConfig() const {
    return lagConfig ? lagConfig->notifier() : nullptr;
 }
 
+bool
+StormControlSm::takesPart( Pelt::IntfId port ) const {
+   auto const lag = lagIntfForIntf( port );
+   return intfActive( port ) && ( !lag || isMember( port, lag ) );
+}
+
+bool
+StormControlSm::isMember( Pelt::IntfId intf, Pelt::IntfId lag ) const {
+   auto const & ports = commonSmData()->lagToPort( lag ).port;
+   return lagIntfForIntf( intf ) == lag &&
+          std::find( ports.begin(), ports.end(), intf ) != ports.end();
+}
+
 void
 StormControlSm::handlePortToLag( Pelt::IntfId const & intf ) {
-   if( !initialized() ) {
-      return;
-   }
-   auto const lag = lagIntfForIntf( intf );
-   auto const former = std::exchange( *lagOfPort_.tryEmplace( intf ).value, lag );
-   Kiv::guarded( "StormControlSm::handlePortToLag", Kiv::toText( intf ),
-                 [ & ] { lag ? joinLag( intf, lag ) : leaveLag( intf ); } );
-   // The LAG that it left may still list it, but it has no share of that any more.
-   if( former != lag && former && intfConfig( former ) ) {
-      resetStormControlStatusForIntf( former );
+   if( auto const lag = lagIntfForIntf( intf ) ) {
+      joinLag( intf, lag );
+   } else {
+      leaveLag( intf );
    }
 }
 
@@ -573,7 +421,8 @@ StormControlSm::joinLag( Pelt::IntfId intf, Pelt::IntfId lag ) {
 void
 StormControlSm::leaveLag( Pelt::IntfId intf ) {
    auto * own = intfConfig( intf );
-   if( !own || !own->initialized() || own->obstacle() != programmed ) {
+   auto const now = look( intf );
+   if( !own || !own->initialized() || obstacle( now ) ) {
       clear( intf );
       resetStormControlStatusForIntf( intf );
       enable( intf ); // where its first pass failed, another
@@ -581,20 +430,30 @@ StormControlSm::leaveLag( Pelt::IntfId intf ) {
    }
    ZTRACE( 3, "Applying config to ", intf, " because it left a lag" );
    for( auto levelType : allLevelTypes ) {
-      auto const & asked = configuredThreshold( *own->notifier(), levelType );
-      if( levelSupported( platform(), levelType ) &&
-          !decideLevel( platform(), levelType, asked ).program ) {
-         setHwRate( levelType, intf, intf, calculateSpeedForIntf( intf ), {} );
+      if( now.asked[ levelType ].refused() ) {
+         setHwRate( levelType, now.ports.front(), intf, {} );
       }
    }
    own->applyConfig();
 }
 
+// The LAG that it left may still list it, but it has no share of that any more.
+void
+StormControlSm::handleFormerLag( Pelt::IntfId const & intf ) {
+   auto const former = lagOfPort( intf );
+   if( former != lagIntfForIntf( intf ) && intfConfig( former ) ) {
+      resetStormControlStatusForIntf( former );
+   }
+}
+
+void
+StormControlSm::handleLagOfPort( Pelt::IntfId const & intf ) {
+   auto const lag = lagIntfForIntf( intf );
+   lag ? lagOfPortIs( intf, lag ) : lagOfPortDel( intf );
+}
+
 void
 StormControlSm::handleLagToPort( Pelt::IntfId const & lag ) {
-   if( !initialized() ) {
-      return;
-   }
    // Who belongs to the LAG and is no active member must not keep levels that nobody follows up.
    for( auto const & port : Kiv::keysOf( commonSmData()->portToLag() ) ) {
       if( lagIntfForIntf( port ) == lag && !isMember( port, lag ) ) {
@@ -606,9 +465,7 @@ StormControlSm::handleLagToPort( Pelt::IntfId const & lag ) {
 
 void
 StormControlSm::handleEthPhyIntfLagConfig( Pelt::IntfId const & intf ) {
-   if( initialized() ) {
-      callHook< &Helper::handleEthPhyIntfLagConfig >( platform(), intf );
-   }
+   platform_.call< &Helper::handleEthPhyIntfLagConfig >( intf );
 }
 
 // ---- Traffic classes and bursts
@@ -616,47 +473,20 @@ StormControlSm::handleEthPhyIntfLagConfig( Pelt::IntfId const & intf ) {
 void
 StormControlSm::handleAggregateTcConfig( std::uint16_t const & trafficClass ) {
    auto const entity = config()->notifier()->aggregateTcConfig( trafficClass );
-   aggregateTcConfigIs( trafficClass, entity );
-   if( !entity && initialized() ) {
-      callHook< &Helper::programTcAggregateHwRate >( platform(), trafficClass, Threshold{} );
-   }
-}
-
-void
-StormControlSm::KivAggregateTcConfig::handleInitialized() {
-   initializedIs( true );
-   handleLevel();
-}
-
-void
-StormControlSm::KivAggregateTcConfig::handleLevel() {
-   if( initialized() ) {
-      ZTRACE( 5, "Setting level of traffic class ", key(), " to ", notifier()->level() );
-      callHook< &Helper::programTcAggregateHwRate >( owner().platform(), key(),
-                                                     notifier()->level() );
-   }
+   auto const level = entity ? entity->level() : Threshold{};
+   ZTRACE( 5, "Setting level of traffic class ", trafficClass, " to ", level );
+   platform_.call< &Helper::programTcAggregateHwRate >( trafficClass, level );
 }
 
 void
 StormControlSm::handleBurstConfig( Kiv::String const & burst ) {
-   auto const entity = config()->notifier()->burstConfig( burst );
-   burstConfigIs( burst, entity );
-   if( !entity && initialized() && platform().burstEnabled() ) {
-      callHook< &Helper::setBurstTime >( platform(), *Kiv::make< BurstConfig >( burst ) );
-   }
-}
-
-void
-StormControlSm::KivBurstConfig::handleInitialized() {
-   initializedIs( true );
-   handleBurstTime();
-}
-
-void
-StormControlSm::KivBurstConfig::handleBurstTime() {
-   if( initialized() && owner().platform().burstEnabled() ) {
-      ZTRACE( 5, key(), " burstTime: ", notifier()->burstTime() );
-      callHook< &Helper::setBurstTime >( owner().platform(), *notifier() );
+   if( platform_->burstEnabled() ) {
+      auto entity = config()->notifier()->burstConfig( burst );
+      if( !entity ) {
+         entity = Kiv::make< BurstConfig const >( burst );
+      }
+      ZTRACE( 5, burst, " burstTime: ", entity->burstTime() );
+      platform_.call< &Helper::setBurstTime >( *entity );
    }
 }
 
@@ -664,23 +494,27 @@ StormControlSm::KivBurstConfig::handleBurstTime() {
 
 void
 StormControlSm::handlePeriod() {
-   if( !clock() || !config() ) {
-      return;
+   if( clock() ) {
+      Kiv::Seconds const period = config()->notifier()->period();
+      clock()->timeMinIs( period > 0 ? clock()->now() + period : Kiv::never );
    }
-   Kiv::Seconds const period = initialized() ? config()->notifier()->period().value() : 0;
-   clock()->timeMinIs( period > 0 ? clock()->now() + period : Kiv::never );
 }
 
 void
 StormControlSm::handleTime() {
-   if( platform().dropCountEnabled() ) {
-      for( auto const & each : intfConfig() ) {
-         // What cannot be read of one interface keeps nobody from reading the others.
-         Kiv::guarded( "StormControlSm::handleTime", Kiv::toText( each.key ),
-                       [ & ] { each.value->handleTime(); } );
-      }
+   if( !platform_->dropCountEnabled() ) {
+      reading_.stop();
+   } else if( !reading_.walking() ) {
+      reading_.start( intfConfig() );
    }
-   handlePeriod();
+   // What cannot be read of one interface keeps nobody from reading the others.
+   bool const done = reading_.run( *this, *clock(), readingsAtOnce, []( auto const & each ) {
+      Kiv::guarded( "StormControlSm::handleTime", Kiv::toText( each.key ),
+                    [ & ] { each.value->handleTime(); } );
+   } );
+   if( done ) {
+      handlePeriod();
+   }
 }
 
 void
@@ -688,21 +522,21 @@ StormControlSm::KivIntfConfig::handleTime() {
    if( !initialized() ) {
       return;
    }
-   auto const & platform = owner().platform();
-   std::uint64_t uucast = 0, broadcast = 0, multicast = 0, all = 0;
-   for( auto port : owner().portsOf( key() ) ) {
-      uucast += platform.getUUcastDropCnt( port );
-      broadcast += platform.getBcastDropCnt( port );
-      multicast += platform.getMcastDropCnt( port );
-      all += platform.getAllDropCnt( port );
+   static constexpr LevelType order[] = { levelTypeUUcast, levelTypeBroadcast, levelTypeMulticast,
+                                          levelTypeAll };
+   std::array< std::uint64_t, levelTypeMax > drops{};
+   for( auto const & port : owner().portsOf( key() ) ) {
+      for( auto levelType : order ) {
+         drops[ levelType ] += ( *owner().platform_.*levelOf( levelType ).dropCnt )( port.port );
+      }
    }
-   ZTRACE( 8, key(), " uucastDrop: ", uucast, " broadcastDrop: ", broadcast,
-           " multicastDrop: ", multicast, " allDrop: ", all );
+   ZTRACE( 8, key(), " uucastDrop: ", drops[ levelTypeUUcast ],
+           " broadcastDrop: ", drops[ levelTypeBroadcast ],
+           " multicastDrop: ", drops[ levelTypeMulticast ], " allDrop: ", drops[ levelTypeAll ] );
    auto const status = owner().status_->intfStatusIs( key() );
-   status->uucastDropIs( uucast );
-   status->broadcastDropIs( broadcast );
-   status->multicastDropIs( multicast );
-   status->allDropIs( all );
+   for( auto levelType : order ) {
+      ( *status.*levelOf( levelType ).dropIs )( drops[ levelType ] );
+   }
 }
 
 // ---- Verification
@@ -721,28 +555,13 @@ StormControlSm::handleVerify() {
       verifyUnlimited( port );
    }
    for( auto const & [ trafficClass, reactor ] : aggregateTcConfig() ) {
-      reportVerify( "traffic class " + Kiv::toText( trafficClass ),
-                    callHook< &Helper::verifyAggregateTc >( platform(), trafficClass,
-                                                            *reactor->notifier() ) );
+      reportVerify(
+            "traffic class " + Kiv::toText( trafficClass ),
+            platform_.call< &Helper::verifyAggregateTc >( trafficClass, *reactor->notifier() ) );
    }
    if( config() ) {
-      reportVerify( "platform", callHook< &Helper::verifyPlatformStormControl >(
-                                      platform(), *config()->notifier(), *status_ ) );
-   }
-}
-
-// A port for which no configuration holds. Nobody asked for it by name, so it is named when something
-// is wrong with it.
-void
-StormControlSm::verifyUnlimited( Pelt::IntfId port ) {
-   auto const lag = lagIntfForIntf( port );
-   bool const ofLag = lag && intfConfig( lag ) && isMember( port, lag ) && intfActive( port );
-   if( isPortChannel( port ) || intfConfig( port ) || ofLag ) {
-      return;
-   }
-   auto const mismatch = callHook< &Helper::verifyEnabled >( platform(), port, false );
-   if( !mismatch.empty() ) {
-      reportVerify( Kiv::toText( port ), mismatch );
+      reportVerify( "platform", platform_.call< &Helper::verifyPlatformStormControl >(
+                                      *config()->notifier(), *status_ ) );
    }
 }
 
@@ -752,39 +571,53 @@ StormControlSm::KivIntfConfig::handleVerify() {
       return;
    }
    auto & sm = owner();
-   // Named by the configuration that is verified: a member of a LAG has its own and the LAG's.
-   auto verifyPort = [ & ]( Pelt::IntfId port, Pelt::IntfId parent, IntfConfig const & config ) {
-      auto const item =
-            port == key() ? Kiv::toText( port ) : Kiv::toText( key() ) + ' ' + Kiv::toText( port );
-      sm.reportVerify( item, callHook< &Helper::verifyPort >( sm.platform(), port, parent,
-                                                              sm.calculateSpeedForIntf( port ),
-                                                              config ) );
-   };
-   auto verifyDisabled = [ & ] {
-      sm.reportVerify( Kiv::toText( key() ),
-                       callHook< &Helper::verifyEnabled >( sm.platform(), key(), false ) );
-   };
+   auto const name = Kiv::toText( key() );
    auto const lag = sm.lagIntfForIntf( key() );
+   Kiv::Ptr< IntfConfig const > const config( activeConfig() );
    if( isPortChannel( key() ) ) {
       ZTRACE( 5, key(), " is a LAG, verify individual interfaces" );
-      for( auto port : sm.portsOf( key() ) ) {
-         verifyPort( port, key(), *notifier() );
+      for( auto const & port : sm.portsOf( key() ) ) {
+         sm.verifyPort( name + ' ' + Kiv::toText( port.port ), port.port, key(), *config );
       }
-   } else if( auto const * config = activeConfig(); !config ) {
+      return;
+   }
+   if( !config ) {
       ZTRACE( 5, key(),
               ": There is no LAG storm-control config, make sure storm-control is disabled" );
-      verifyDisabled();
-   } else if( !active() || ( lag && !sm.isMember( key(), lag ) ) ) {
-      verifyDisabled();
-   } else if( lag ) {
+   }
+   if( !config || !sm.takesPart( key() ) ) {
+      sm.reportVerify( name, sm.platform_.call< &Helper::verifyEnabled >( key(), false ) );
+      return;
+   }
+   if( lag ) {
       ZTRACE( 5, key(),
               ": Verify storm-control config matches the LAG's config and not the "
               "individual config" );
-      verifyPort( key(), lag, *config );
    } else {
       ZTRACE( 5, key(), " is not part of a LAG, verify its individual config" );
-      verifyPort( key(), key(), *config );
    }
+   sm.verifyPort( name, key(), lag ? lag : key(), *config );
+}
+
+// A port for which no configuration holds. Nobody asked for it by name, so it is named when something
+// is wrong with it.
+void
+StormControlSm::verifyUnlimited( Pelt::IntfId port ) {
+   bool const ofLag = intfConfig( lagIntfForIntf( port ) ) && takesPart( port );
+   if( isPortChannel( port ) || intfConfig( port ) || ofLag ) {
+      return;
+   }
+   auto const mismatch = platform_.call< &Helper::verifyEnabled >( port, false );
+   if( !mismatch.empty() ) {
+      reportVerify( Kiv::toText( port ), mismatch );
+   }
+}
+
+void
+StormControlSm::verifyPort( Kiv::String const & item, Pelt::IntfId port, Pelt::IntfId parentIntf,
+                            IntfConfig const & config ) {
+   reportVerify( item, platform_.call< &Helper::verifyPort >(
+                             port, parentIntf, calculateSpeedForIntf( port ), config ) );
 }
 
 void

@@ -5,34 +5,29 @@
 
 namespace Hoba {
 
-HobaVerifiedSm::HobaVerifiedSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
-                                char const * className )
-      : HobaBaseSm( commonSmData ), className_( className ) {}
-
-void
-HobaVerifiedSm::followVerification() {
-   verifyAcsdIs( commonSmData() );
-}
-
-void
-HobaVerifiedSm::handleVerifyData() {
-   verifyDataReactorIs( commonSmData()->verifyData() );
+HobaVerifiedSm::HobaVerifiedSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData )
+      : HobaBaseSm( commonSmData ) {
+   verifyAcsdIs( commonSmData );
 }
 
 void
 HobaVerifiedSm::handleVerifyCounter() {
-   if( initialized() ) {
-      // Held: the machine may end what it reports to.
-      Kiv::Ptr< VerifyData > const verify( verifyDataReactor()->notifier() );
-      verify->verifyStep( className_, [ this ] { handleVerify(); } );
-   }
+   // Held: the machine may end what it reports to.
+   Kiv::Ptr< VerifyData > const verify( verifyDataReactor()->notifier() );
+   verify->verifyStep( className(), [ this ] { handleVerify(); } );
 }
 
 void
 HobaVerifiedSm::handleVerify() {
    if( initialized() ) {
-      unimplementedHook( Kiv::String( className_ ) + "::handleVerify" );
+      unimplementedHook( className() + "::handleVerify" );
    }
+}
+
+Kiv::String
+HobaVerifiedSm::className() const {
+   auto const name = fwkType().name();
+   return Kiv::String( name.substr( name.rfind( ':' ) + 1 ) );
 }
 
 } // namespace Hoba

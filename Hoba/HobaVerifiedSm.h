@@ -24,30 +24,24 @@ class HobaVerifiedSm : public HobaBaseSm {
    VerifyData * verifyData() const { return commonSmData()->verifyData().get(); }
 
  protected:
-   // `className` is for the message of the unimplemented hook.
-   HobaVerifiedSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData, char const * className );
-
-   // Starts to follow verification; a machine's constructor says it behind its other reactors.
-   void followVerification();
+   explicit HobaVerifiedSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData );
 
  private:
-   void handleVerifyData();
    void handleVerifyCounter();
+   // Its name in messages: without namespaces.
+   Kiv::String className() const;
 
-   class KivVerifyData : public Kiv::Reactor< KivVerifyData, VerifyData, HobaVerifiedSm > {
-    public:
-      static constexpr auto handlers = Kiv::handlers(
-            Kiv::onChange< VerifyData::verifyAttr, &HobaVerifiedSm::handleVerifyCounter >() );
-   };
-   class KivVerifyAcsd
-         : public Kiv::Reactor< KivVerifyAcsd, HobaCommonSmData const, HobaVerifiedSm > {
-    public:
-      static constexpr auto handlers = Kiv::handlers(
-            Kiv::on< HobaCommonSmData::verifyDataAttr, &HobaVerifiedSm::handleVerifyData >() );
-   };
-
-   char const * const className_;
+   class KivVerifyData
+         : public Kiv::Hears< HobaVerifiedSm, VerifyData,
+                              Kiv::WhenReady< VerifyData::verifyAttr,
+                                              &HobaVerifiedSm::handleVerifyCounter > > {};
    KIV_REACTOR( KivVerifyData, verifyDataReactor );
+
+ private:
+   class KivVerifyAcsd
+         : public Kiv::Hears< HobaVerifiedSm, HobaCommonSmData const,
+                              Kiv::Follow< HobaCommonSmData::verifyDataAttr,
+                                           &HobaVerifiedSm::verifyDataReactor_ > > {};
    KIV_REACTOR( KivVerifyAcsd, verifyAcsd );
 };
 

@@ -249,8 +249,8 @@ StormControlHelper::verifyLevel( StormPort const * port, LevelType levelType,
                                  Pelt::IntfId parentIntf, std::uint32_t speedKbps,
                                  IntfConfig const & intfConfig ) const {
    auto const found = port ? port->limit( levelType ) : StormLimit{};
-   auto const decision =
-         Hoba::decideLevelOnPort( *this, levelType, intfConfig, port && port->all().limited );
+   auto const decision = Hoba::decideLevelOnPort( Hoba::decideLevels( *this, &intfConfig ),
+                                                  levelType, port && port->all().limited );
    auto const expected = limitFor( decision.threshold, speedKbps, parentIntf );
    // Without a speed, or for a zero that was refused, nothing is programmed. What stood before stays,
    // of which the chip knows only that it is of the same configuration.
@@ -269,12 +269,12 @@ StormControlHelper::verifySkip( Pelt::IntfId intf, Pelt::IntfId parentIntf, std:
    if( intf != parentIntf && unit_->bcastSkipHas( intf ) ) {
       return "a skip rule of its own found";
    }
-   if( speedKbps == 0 ||
-       Hoba::decideLevel( *this, Hoba::levelTypeMulticast, intfConfig.multicast() ).refused() ||
-       Hoba::decideLevel( *this, Hoba::levelTypeAll, intfConfig.all() ).refused() ) {
+   auto const asked = Hoba::decideLevels( *this, &intfConfig );
+   if( speedKbps == 0 || asked[ Hoba::levelTypeMulticast ].refused() ||
+       asked[ Hoba::levelTypeAll ].refused() ) {
       return {}; // as above
    }
-   bool const expected = Hoba::broadcastSkips( *this, intfConfig );
+   bool const expected = Hoba::broadcastSkips( asked );
    if( unit_->bcastSkipHas( parentIntf ) == expected ) {
       return {};
    }

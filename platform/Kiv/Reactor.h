@@ -20,6 +20,8 @@
 //                                        takes the attribute's key) and on every change
 //    onChange< attr, &C::handler >()     on changes only
 //    whenReady< attr, &C::handler >()    on changes only, and only while the owner is initialized
+//    onceReady< attr, &C::handler >()    as on<>, but only once the reactor is initialized: in its first
+//                                        pass, when it turns to another entity, and on every change
 //    onAny< &C::handler, attr, attr... >()        several attributes, one handler: once at
 //                                                 synchronisation, and on every change
 //    onAnyChange< &C::handler, attr, attr... >()  the same on changes only
@@ -105,6 +107,16 @@ class Reactor : public PtrInterface::NotifieeConst {
       DerivedT::handlers.synchronise( static_cast< DerivedT & >( *this ), *target );
       if( kivSynchronises( *target ) ) {
          isRegisteredNotifieeIs( true );
+      }
+   }
+
+   // The first pass, which is that of the onceReady<> rows. An override that has such rows says this
+   // as well.
+   void handleInitialized() override {
+      initializedIs( true );
+      if( auto * const entity = notifier() ) {
+         Dispatch::Frame frame;
+         DerivedT::handlers.firstPass( static_cast< DerivedT & >( *this ), *entity );
       }
    }
 
@@ -233,10 +245,14 @@ callForChange( R & reactor, [[maybe_unused]] void const * key ) {
 }
 
 // When the handler of a row runs, beside on changes.
-enum class RowRuns { atSynchronisation, onChangesOnly, whileOwnerIsReady };
+enum class RowRuns { atSynchronisation, onChangesOnly, whileOwnerIsReady, fromFirstPass };
 
 // What stands in a table of handlers.
-struct HandlerRow {};
+struct HandlerRow {
+   // The row's part of its reactor's first pass.
+   template< class R >
+   static void firstPass( R &, typename R::Watched & ) {}
+};
 
 template< RowRuns runs, auto handler, auto const &... attribute >
 struct OnRow : HandlerRow {
@@ -251,16 +267,32 @@ struct OnRow : HandlerRow {
    template< class R >
    static void synchronise( R & reactor, typename R::Watched & entity ) {
       if constexpr( runs == RowRuns::atSynchronisation ) {
-         if constexpr( ( takesKey< handler, typename AttributeType< attribute >::Key > && ... ) &&
-                       sizeof...( attribute ) == 1 ) {
-            ( synchroniseMembers< attribute >( reactor, entity ), ... );
-         } else {
-            callHandler< handler >( reactor );
+         runOnce( reactor, entity );
+      } else if constexpr( runs == RowRuns::fromFirstPass ) {
+         if( reactor.initialized() ) {
+            runOnce( reactor, entity );
          }
       }
    }
 
+   template< class R >
+   static void firstPass( R & reactor, typename R::Watched & entity ) {
+      if constexpr( runs == RowRuns::fromFirstPass ) {
+         runOnce( reactor, entity );
+      }
+   }
+
  private:
+   template< class R >
+   static void runOnce( R & reactor, typename R::Watched & entity ) {
+      if constexpr( ( takesKey< handler, typename AttributeType< attribute >::Key > && ... ) &&
+                    sizeof...( attribute ) == 1 ) {
+         ( synchroniseMembers< attribute >( reactor, entity ), ... );
+      } else {
+         callHandler< handler >( reactor );
+      }
+   }
+
    template< auto const & one, class R >
    static bool dispatchOne( R & reactor, AttributeId const & changed, void const * key ) {
       if( &changed != &one ) {
@@ -268,6 +300,10 @@ struct OnRow : HandlerRow {
       }
       if constexpr( runs == RowRuns::whileOwnerIsReady ) {
          if( !reactor.owner().initialized() ) {
+            return true;
+         }
+      } else if constexpr( runs == RowRuns::fromFirstPass ) {
+         if( !reactor.initialized() ) {
             return true;
          }
       }
@@ -384,6 +420,8 @@ template< auto const & attribute, auto handler >
 using OnChange = OnRow< RowRuns::onChangesOnly, handler, attribute >;
 template< auto const & attribute, auto handler >
 using WhenReady = OnRow< RowRuns::whileOwnerIsReady, handler, attribute >;
+template< auto const & attribute, auto handler >
+using OnceReady = OnRow< RowRuns::fromFirstPass, handler, attribute >;
 template< auto handler, auto const &... attributes >
 using OnAny = OnRow< RowRuns::atSynchronisation, handler, attributes... >;
 template< auto handler, auto const &... attributes >
@@ -403,6 +441,11 @@ onChange() {
 template< auto const & attribute, auto handler >
 consteval WhenReady< attribute, handler >
 whenReady() {
+   return {};
+}
+template< auto const & attribute, auto handler >
+consteval OnceReady< attribute, handler >
+onceReady() {
    return {};
 }
 template< auto handler, auto const &... attributes >
@@ -454,6 +497,13 @@ struct Handlers {
                             [[maybe_unused]] typename R::Watched & entity ) {
       ( void )( ( reactor.kivSynchronises( entity ) &&
                   ( Rows::synchronise( reactor, entity ), true ) ) &&
+                ... );
+   }
+   template< class R >
+   static void firstPass( [[maybe_unused]] R & reactor,
+                          [[maybe_unused]] typename R::Watched & entity ) {
+      ( void )( ( reactor.kivSynchronises( entity ) &&
+                  ( Rows::firstPass( reactor, entity ), true ) ) &&
                 ... );
    }
 };

@@ -162,9 +162,7 @@ class SwitchIntfSm : public Hoba::HobaVerifiedSm {
 
  protected:
    explicit SwitchIntfSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & data )
-         : HobaVerifiedSm( data, "SwitchIntfSm" ) {
-      followVerification();
-   }
+         : HobaVerifiedSm( data ) {}
 };
 
 TEST_F( HobaAssertTest, unimplementedHooks ) {

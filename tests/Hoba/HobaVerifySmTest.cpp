@@ -59,9 +59,7 @@ class CheckedSm : public Hoba::HobaVerifiedSm {
    unsigned passes = 0;
 
  protected:
-   explicit CheckedSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & data )
-         : HobaVerifiedSm( data, "CheckedSm" ) {
-      followVerification();
+   explicit CheckedSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & data ) : HobaVerifiedSm( data ) {
       contextIs( data );
    }
 

@@ -36,6 +36,10 @@ class Follower : public Kiv::PtrInterface, public Kiv::ReactorOwner {
    void handleText() { script.heard( "text" ); }
    void handleLevel( Kiv::String const & leaf ) { script.heard( "level " + leaf ); }
    void handleWide() { script.heard( "wide" ); }
+   void handleTag( std::uint16_t tag ) {
+      script.heard( ( node()->notifier()->tagHas( tag ) ? "tag " : "no tag " ) +
+                    std::to_string( tag ) );
+   }
 
    // Owns a reactor itself, on the same leaf.
    class KivLeaf : public Kiv::Reactor< KivLeaf, Leaf const, Follower, Kiv::String > {
@@ -73,6 +77,7 @@ class Follower : public Kiv::PtrInterface, public Kiv::ReactorOwner {
                          Kiv::Follow< Node::leavesAttr, &Follower::leaves_, &KivLeaf::lastWord >,
                          Kiv::Follow< Node::leafAttr, &Follower::leaf_ >,
                          Kiv::WhenReady< Node::aAttr, &Follower::handleA >,
+                         Kiv::OnceReady< Node::tagAttr, &Follower::handleTag >,
                          Kiv::OnAnyChange< &Follower::handleText, Node::textAttr, Node::bAttr > > {
    };
    KIV_REACTOR( KivNode, node );
@@ -168,6 +173,32 @@ TEST_F( KivRows, someRowsWaitForTheirOwner ) {
    follower->initializedIs( false );
    node->aIs( 3 );
    EXPECT_EQ( script.take(), "a" );
+}
+
+TEST_F( KivRows, someRowsBeginWithTheFirstPass ) {
+   for( std::uint16_t tag : { 1, 2 } ) {
+      node->tagIs( tag );
+   }
+   follower->nodeIs( node );
+   node->tagIs( 3 );
+   EXPECT_EQ( script.take(), "" ) << "neither at synchronisation, nor on changes";
+   on( "tag 1", [ & ] {
+      node->tagDel( 2 );
+      throw std::runtime_error( "which is the handler's own" );
+   } );
+   follower->initializedIs( true );
+   EXPECT_EQ( script.take(), "tag 1 no tag 2 tag 3" );
+   node->tagDel( 3 );
+   other->tagIs( 9 );
+   follower->nodeIs( other );
+   follower->initializedIs( false );
+   other->tagIs( 8 );
+   EXPECT_EQ( script.take(), "no tag 3 tag 9" );
+   // The pass ends with the machine.
+   on( "tag 9", [ & ] { follower = nullptr; } );
+   Kiv::Dispatch::Frame frame;
+   follower->initializedIs( true );
+   EXPECT_EQ( script.take(), "tag 9" );
 }
 
 TEST_F( KivRows, innerReactorsHaveTheirFirstPassAgain ) {
