@@ -29,7 +29,7 @@ HobaBaseSm::hasNotificationActiveIs( bool active ) {
       PtrInterface::hasNotificationActiveIs( active );
       reactorsActiveIs( active );
       if( active ) {
-         handleActive();
+         handleNotificationActive();
       }
    }
 }

@@ -60,7 +60,7 @@ class HobaBaseSm : public Kiv::Entity, public Kiv::ReactorOwner {
    void hasNotificationActiveIs( bool active ) override;
    ~HobaBaseSm() override;
    // Notifications reach the machine, or do again: who must not miss what came before catches up.
-   virtual void handleActive() {}
+   virtual void handleNotificationActive() {}
    // `initialized` changed, in either direction. It may throw: see above.
    virtual void handleInitialized() {}
    // Marks the machine for deletion: its reactors first, its own mark last. A marked machine

@@ -29,7 +29,7 @@ paritySliceSmFactory( Kiv::String const &, Kiv::Ptr< ParityEventStatus const > c
 }
 
 void
-ParitySliceSm::handleActive() {
+ParitySliceSm::handleNotificationActive() {
    // What was taken over, then what there is.
    for( auto const & key : paritySm_->claims().keysOf( party_ ) ) {
       follow( key );

@@ -24,7 +24,7 @@ class ParitySliceSm : public HobaBaseSm {
 
  public:
    // The slice comes, with all events that it has.
-   void handleActive() override;
+   void handleNotificationActive() override;
    // All that is in the union for `former` is there for this machine instead.
    void takeOver( ParitySliceSm & former );
    // The slice goes: its events leave the union.
@@ -60,7 +60,7 @@ class HobaParitySm : public HobaBaseSm {
 
  public:
    // Not while it is made, and silent: whoever repairs what he hears of must be heard.
-   void handleActive() override { handleInitialEntries(); }
+   void handleNotificationActive() override { handleInitialEntries(); }
 
    // For the slices' machines: what each claims, and the context brought in line with it.
    Union< ParityEvent::Key, ParityEvent > & claims() { return claims_; }

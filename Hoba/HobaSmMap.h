@@ -27,7 +27,7 @@
 //    Hoba::TakesOver< &AclSm::takeOver >       void takeOver( AclSm & former ): see below
 //
 // A machine comes in this order: the factory makes it, silent (Kiv::make) if it has something to do
-// in handleActive(); it is in its place; it hears if its owner does; it is initialized if its owner
+// in handleNotificationActive(); it is in its place; it hears if its owner does; it is initialized if its owner
 // is. Only from its place may it write what others hear of; the factory and the constructor must not.
 // The owner's handleInitialized() says reactorsInitialize() or reactorsUninitialize(), which reaches
 // the machines as it reaches reactors, in the order of the fields.
