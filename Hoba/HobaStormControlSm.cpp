@@ -149,13 +149,14 @@ StormControlSm::KivIntfConfig::updateLevel( LevelType levelType ) {
    if( !working() ) {
       return;
    }
-   auto const intf = owner().look( key() );
+   auto intf = owner().look( key() );
    auto const levels = levelsWith( intf, levelType );
-   if( !obstacle( intf ) ) {
-      owner().program( intf, levels );
+   if( isPortChannel( key() ) ) {
+      ZTRACE( 5, "Updating levels for lag ", key() );
    }
+   owner().program( intf, levels );
    if( working() ) {
-      owner().report( intf, levels );
+      owner().report( std::move( intf ), levels );
    }
 }
 
@@ -185,11 +186,12 @@ StormControlSm::look( Pelt::IntfId intf, IntfConfig const * config ) const {
 
 void
 StormControlSm::program( LimitedIntf const & intf, std::span< LevelType const > levels ) {
+   if( obstacle( intf ) ) {
+      return;
+   }
+   // Where no level has anything to say to any port, its speed known or not, the rule stays.
    bool told = false;
    for( auto levelType : levels ) {
-      if( isPortChannel( intf.intf ) ) {
-         ZTRACE( 5, "Updating levels for lag ", intf.intf );
-      }
       told = told || decideLevelOnPort( intf.asked, levelType, false ).program;
       for( auto const & port : intf.ports ) {
          if( auto const decision = wanted( intf, levelType, port ); decision.program ) {
@@ -252,18 +254,9 @@ StormControlSm::enable( Pelt::IntfId intf ) {
 void
 StormControlSm::disable( Pelt::IntfId intf ) {
    Kiv::Dispatch::Frame frame;
-   if( !initialized() || !intfExists( intf ) ) {
-      return;
+   if( initialized() && intfExists( intf ) ) {
+      program( look( intf, nullptr ), allLevelTypes );
    }
-   auto const unlimited = look( intf, nullptr );
-   for( auto const & port : unlimited.ports ) {
-      for( auto levelType : allLevelTypes ) {
-         if( wanted( unlimited, levelType, port ).program ) {
-            setHwRate( levelType, port, intf, {} );
-         }
-      }
-   }
-   platform_.call< &Helper::updateBcastSkipRule >( intf, false );
 }
 
 void
@@ -316,7 +309,7 @@ StormControlSm::portsOf( Pelt::IntfId intf ) const {
 }
 
 void
-StormControlSm::handleEthPhyIntfStatus( Pelt::IntfId const & intf ) {
+StormControlSm::handleEthPhyIntfStatus( Pelt::IntfId intf ) {
    // A port of which nothing is known is not active either.
    if( platform_->platformSupportsDynamicLogicalPorts() ) {
       handleEthIntf( intf );
@@ -326,13 +319,13 @@ StormControlSm::handleEthPhyIntfStatus( Pelt::IntfId const & intf ) {
 }
 
 void
-StormControlSm::reprogram( Pelt::IntfId const & intf ) {
+StormControlSm::reprogram( Pelt::IntfId intf ) {
    enable( intf ); // also while it belongs to a LAG: its status tells its speed
    enable( lagIntfForIntf( intf ) );
 }
 
 void
-StormControlSm::handleEthIntf( Pelt::IntfId const & intf ) {
+StormControlSm::handleEthIntf( Pelt::IntfId intf ) {
    if( !platform_->platformSupportsDynamicLogicalPorts() ) {
       ZTRACE( 5, "Platform doesn't support DLP, returning...." );
       return;
@@ -349,7 +342,7 @@ StormControlSm::handleEthIntf( Pelt::IntfId const & intf ) {
 }
 
 void
-StormControlSm::handleIntf( Pelt::IntfId const & intf ) {
+StormControlSm::handleIntf( Pelt::IntfId intf ) {
    auto * own = intfConfig( intf );
    if( !intfExists( intf ) ) {
       if( own ) {
@@ -397,7 +390,7 @@ StormControlSm::isMember( Pelt::IntfId intf, Pelt::IntfId lag ) const {
 }
 
 void
-StormControlSm::handlePortToLag( Pelt::IntfId const & intf ) {
+StormControlSm::handlePortToLag( Pelt::IntfId intf ) {
    if( auto const lag = lagIntfForIntf( intf ) ) {
       joinLag( intf, lag );
    } else {
@@ -421,25 +414,19 @@ StormControlSm::joinLag( Pelt::IntfId intf, Pelt::IntfId lag ) {
 void
 StormControlSm::leaveLag( Pelt::IntfId intf ) {
    auto * own = intfConfig( intf );
-   auto const now = look( intf );
-   if( !own || !own->initialized() || obstacle( now ) ) {
+   if( own && own->initialized() && !obstacle( look( intf ) ) ) {
+      ZTRACE( 3, "Applying config to ", intf, " because it left a lag" );
+      own->applyConfig();
+   } else {
       clear( intf );
       resetStormControlStatusForIntf( intf );
       enable( intf ); // where its first pass failed, another
-      return;
    }
-   ZTRACE( 3, "Applying config to ", intf, " because it left a lag" );
-   for( auto levelType : allLevelTypes ) {
-      if( now.asked[ levelType ].refused() ) {
-         setHwRate( levelType, now.ports.front(), intf, {} );
-      }
-   }
-   own->applyConfig();
 }
 
 // The LAG that it left may still list it, but it has no share of that any more.
 void
-StormControlSm::handleFormerLag( Pelt::IntfId const & intf ) {
+StormControlSm::handleFormerLag( Pelt::IntfId intf ) {
    auto const former = lagOfPort( intf );
    if( former != lagIntfForIntf( intf ) && intfConfig( former ) ) {
       resetStormControlStatusForIntf( former );
@@ -447,15 +434,17 @@ StormControlSm::handleFormerLag( Pelt::IntfId const & intf ) {
 }
 
 void
-StormControlSm::handleLagOfPort( Pelt::IntfId const & intf ) {
+StormControlSm::rememberLag( Pelt::IntfId intf ) {
    auto const lag = lagIntfForIntf( intf );
    lag ? lagOfPortIs( intf, lag ) : lagOfPortDel( intf );
 }
 
+// Who belongs to the LAG and is no active member any more must not keep levels that nobody follows
+// up.
 void
-StormControlSm::handleLagToPort( Pelt::IntfId const & lag ) {
-   // Who belongs to the LAG and is no active member must not keep levels that nobody follows up.
-   for( auto const & port : Kiv::keysOf( commonSmData()->portToLag() ) ) {
+StormControlSm::handleLagToPort( Pelt::IntfId lag ) {
+   auto const former = membersOfLag( lag );
+   for( auto port : former.port ) {
       if( lagIntfForIntf( port ) == lag && !isMember( port, lag ) ) {
          clear( port );
       }
@@ -464,14 +453,19 @@ StormControlSm::handleLagToPort( Pelt::IntfId const & lag ) {
 }
 
 void
-StormControlSm::handleEthPhyIntfLagConfig( Pelt::IntfId const & intf ) {
+StormControlSm::rememberMembers( Pelt::IntfId lag ) {
+   membersOfLagIs( lag, commonSmData()->lagToPort( lag ) );
+}
+
+void
+StormControlSm::handleEthPhyIntfLagConfig( Pelt::IntfId intf ) {
    platform_.call< &Helper::handleEthPhyIntfLagConfig >( intf );
 }
 
 // ---- Traffic classes and bursts
 
 void
-StormControlSm::handleAggregateTcConfig( std::uint16_t const & trafficClass ) {
+StormControlSm::handleAggregateTcConfig( std::uint16_t trafficClass ) {
    auto const entity = config()->notifier()->aggregateTcConfig( trafficClass );
    auto const level = entity ? entity->level() : Threshold{};
    ZTRACE( 5, "Setting level of traffic class ", trafficClass, " to ", level );

@@ -10,13 +10,13 @@
 // a port is an active member of a LAG, the LAG's levels hold for it, and its own wait.
 //
 // What is wanted of a port is decided in Hoba/HobaStormControlWanted.h, without doing anything about
-// it. What was programmed, and why anything was not, stands in the status of each configured
-// interface.
+// it: the machine looks at an interface, programs what is wanted of its ports, and reports. What was
+// programmed, and why anything was not, stands in the status of each configured interface.
 //
 // One configuration has one outcome, in the hardware and in the status, whatever came before it.
 // Only where nothing is programmed, for a speed that is not known or a zero that the platform cannot
-// do, what stood before stays; so the machine remembers what it told the hardware. A port that comes
-// (back) is cleared first.
+// do, what it put there before stays; so the machine remembers what it told the hardware. A port that
+// comes (back) is cleared first.
 
 #include "Hoba/HobaHook.h"
 #include "Hoba/HobaSlicedWalk.h"
@@ -30,10 +30,12 @@ namespace Hoba {
 
 class StormControlSm : public HobaVerifiedSm {
    HOBA_MACHINE( StormControlSm );
-   // The limits that the hardware was told last of each port. It is what stands there.
+   // The limits that the hardware was told last, by port. It is what stands there.
    KIV_COLLECTION( PortLevel, HeldLevel, held );
-   // The LAG that each port was last heard to be in: a change does not tell which one it left.
+   // The LAG of each port and the active members of each LAG, as last heard: a change does not tell
+   // which one it left, and who.
    KIV_COLLECTION( Pelt::IntfId, Pelt::IntfId, lagOfPort );
+   KIV_COLLECTION( Pelt::IntfId, HobaLagPortList, membersOfLag );
 
  public:
    using Config = StormControl::Config;
@@ -79,18 +81,19 @@ class StormControlSm : public HobaVerifiedSm {
 
  private:
    // Of the configuration.
-   void handleAggregateTcConfig( std::uint16_t const & trafficClass );
+   void handleAggregateTcConfig( std::uint16_t trafficClass );
    void handleBurstConfig( Kiv::String const & burst );
    // Of the ports.
-   void handleEthPhyIntfStatus( Pelt::IntfId const & intf );
-   void handleEthIntf( Pelt::IntfId const & intf );
-   void handleIntf( Pelt::IntfId const & intf );
+   void handleEthPhyIntfStatus( Pelt::IntfId intf );
+   void handleEthIntf( Pelt::IntfId intf );
+   void handleIntf( Pelt::IntfId intf );
    // Of the LAGs.
-   void handlePortToLag( Pelt::IntfId const & intf );
-   void handleFormerLag( Pelt::IntfId const & intf );
-   void handleLagOfPort( Pelt::IntfId const & intf );
-   void handleLagToPort( Pelt::IntfId const & lag );
-   void handleEthPhyIntfLagConfig( Pelt::IntfId const & intf );
+   void handlePortToLag( Pelt::IntfId intf );
+   void handleFormerLag( Pelt::IntfId intf );
+   void rememberLag( Pelt::IntfId intf );
+   void handleLagToPort( Pelt::IntfId lag );
+   void rememberMembers( Pelt::IntfId lag );
+   void handleEthPhyIntfLagConfig( Pelt::IntfId intf );
    // Of time.
    void handleTime();
    void handlePeriod();
@@ -99,7 +102,7 @@ class StormControlSm : public HobaVerifiedSm {
    // Nothing is programmed on the interface any more, or less than before: says so, and why.
    void resetStormControlStatusForIntf( Pelt::IntfId intf );
    // Programs the port again: by its own levels, or by those of its LAG.
-   void reprogram( Pelt::IntfId const & intf );
+   void reprogram( Pelt::IntfId intf );
    void joinLag( Pelt::IntfId intf, Pelt::IntfId lag );
    void leaveLag( Pelt::IntfId intf );
    // disable(), on the way to something that must come about also when the hardware refuses.
@@ -113,7 +116,7 @@ class StormControlSm : public HobaVerifiedSm {
    bool isMember( Pelt::IntfId intf, Pelt::IntfId lag ) const;
    // Whether the levels of its LAG hold for the port; its own, if it is in none.
    bool takesPart( Pelt::IntfId port ) const;
-   // Puts what is wanted of these levels on the ports.
+   // Puts what is wanted of these levels on the ports, if nothing keeps it from the interface.
    void program( LimitedIntf const & intf, std::span< LevelType const > levels );
    void setHwRate( LevelType levelType, PortSpeed const & port, Pelt::IntfId parentIntf,
                    Threshold const & threshold );
@@ -212,9 +215,10 @@ class StormControlSm : public HobaVerifiedSm {
                                  &StormControlSm::handlePortToLag >,
                  Kiv::WhenReady< HobaCommonSmData::portToLagAttr,
                                  &StormControlSm::handleFormerLag >,
-                 Kiv::On< HobaCommonSmData::portToLagAttr, &StormControlSm::handleLagOfPort >,
+                 Kiv::On< HobaCommonSmData::portToLagAttr, &StormControlSm::rememberLag >,
                  Kiv::WhenReady< HobaCommonSmData::lagToPortAttr,
-                                 &StormControlSm::handleLagToPort > > {};
+                                 &StormControlSm::handleLagToPort >,
+                 Kiv::On< HobaCommonSmData::lagToPortAttr, &StormControlSm::rememberMembers > > {};
 
    Kiv::Ptr< Status > const status_;
    Hooks< StormControlSmHelper > const platform_;

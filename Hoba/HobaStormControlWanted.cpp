@@ -61,7 +61,7 @@ standing( LimitedIntf const & intf, LevelType levelType ) {
 
 std::optional< LevelState >
 obstacle( LimitedIntf const & intf ) {
-   if( isPortChannel( intf.intf ) ) {
+   if( isPortChannel( intf.intf ) || !intf.config ) {
       return std::nullopt;
    }
    if( intf.ports.empty() ) {
@@ -83,7 +83,12 @@ wanted( LimitedIntf const & intf, LevelType levelType, PortSpeed const & port ) 
    }
    bool const allStands =
          intf.asked[ levelTypeAll ].refused() && heldOn( intf, port.port, levelTypeAll );
-   return decideLevelOnPort( intf.asked, levelType, allStands );
+   auto decision = decideLevelOnPort( intf.asked, levelType, allStands );
+   if( decision.refused() ) {
+      auto const * held = intf.held->find( { port.port, levelType } );
+      decision.program = held && held->parent != intf.intf;
+   }
+   return decision;
 }
 
 std::span< LevelType const >

@@ -51,11 +51,12 @@ struct LimitedIntf {
    std::vector< PortSpeed > ports;
 };
 
-// What keeps the whole interface from being programmed: nothing does, if that is the answer. The
-// members of a LAG stand in its way one by one.
+// What keeps the interface from being programmed as a whole; nothing if it can be. The members of a
+// LAG stand in its way one by one, and nothing stands in the way of taking limits away.
 std::optional< StormControl::LevelState > obstacle( LimitedIntf const & intf );
 
-// What the port is to have of a level. Without a speed nothing is programmed, but all is taken away.
+// What one of its ports is to have of a level. Nothing is programmed without a speed, though all can
+// be taken away; and where a zero is refused only what this configuration has put there stays.
 LevelDecision wanted( LimitedIntf const & intf, LevelType levelType, PortSpeed const & port );
 
 // The levels that are programmed together when this one changes, in order: the all-traffic level

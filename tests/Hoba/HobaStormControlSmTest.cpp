@@ -135,6 +135,17 @@ TEST( StormControlRateTest, arithmeticIsExact ) {
    EXPECT_EQ( Hoba::levelText( Hoba::levelTypeUUcast ), " uucast" );
 }
 
+TEST( StormControlRateTest, levelsOfPortsHaveNames ) {
+   for( auto levelType : Hoba::allLevelTypes ) {
+      Hoba::PortLevel const level{ Pelt::IntfId( "Ethernet3/1" ), levelType };
+      EXPECT_EQ( Kiv::fromText< Hoba::PortLevel >( Kiv::toText( level ) ), level );
+   }
+   EXPECT_EQ( Kiv::toText( Hoba::PortLevel{ et1, levelTypeAll } ), "Ethernet1:all" );
+   for( auto const * text : { "", "all", "Ethernet1", "Ethernet1:", "Ethernet1:most", "E1:all" } ) {
+      EXPECT_THROW( Kiv::fromText< Hoba::PortLevel >( text ), Kiv::ParseError ) << text;
+   }
+}
+
 TEST_F( StormControlSmTest, firstPassInOrder ) {
    world.portIs( et1, speed10Gbps );
    world.lagInput->ethPhyIntfLagConfigIs( et2, po1 );
@@ -287,12 +298,15 @@ TEST_F( StormControlSmTest, lagIsTheSumOfItsMembers ) {
    world.speedIs( et3, speed40Gbps );
    EXPECT_EQ( world.levelStatus( po1, levelTypeBroadcast ).rate, 5'100'000u );
    EXPECT_EQ( world.held( et3 ), "broadcast 4000000 of Port-Channel1" );
+   EXPECT_EQ( world.sm->held( { et3, levelTypeBroadcast } ),
+              ( Hoba::HeldLevel{ po1, percent( 1000 ), 40'000'000 } ) );
 
    world.config->intfConfigDel( po1 );
    for( auto port : { et1, et2, et3 } ) {
       EXPECT_EQ( world.held( port ), "nothing" );
    }
    EXPECT_FALSE( world.status->intfStatusHas( po1 ) );
+   EXPECT_EQ( world.sm->held().size(), 0u );
 }
 
 TEST_F( StormControlSmTest, lagOf64FastMembersDoesNotOverflow ) {
@@ -591,6 +605,28 @@ TEST_F( StormControlSmTest, dropCountersAreReadEveryPeriod ) {
    EXPECT_EQ( world.clock->timers(), 1u );
    world.config->periodIs( 0 );
    EXPECT_EQ( world.clock->timers(), 0u );
+}
+
+// Very many interfaces: the others on this thread have their turns in between.
+TEST_F( StormControlSmTest, readingsGiveWay ) {
+   unsigned const ports = 300;
+   auto const port = []( unsigned n ) { return Pelt::IntfId( Pelt::EthIntfId( n ) ); };
+   for( unsigned n = 1; n <= ports; ++n ) {
+      world.portIs( port( n ), speed10Gbps );
+      world.levelIs( port( n ), levelTypeBroadcast, percent( 100 ) );
+   }
+   world.start();
+   Traces traces( "HobaSlicedWalk" );
+   for( unsigned period : { 1, 2 } ) {
+      for( unsigned n = 1; n <= ports; ++n ) {
+         world.unit().inject( port( n ), levelTypeBroadcast, 10'000 + n, 1250, 1 );
+      }
+      driver.advance( 5 );
+      for( unsigned n = 1; n <= ports; ++n ) {
+         EXPECT_EQ( world.status->intfStatus( port( n ) )->broadcastDrop(), period * n );
+      }
+      EXPECT_EQ( traces.take().size(), 2u );
+   }
 }
 
 // ---- Verification
