@@ -191,7 +191,7 @@ class WatcherSm : public Hoba::HobaBaseSm {
    class KivVlan
          : public Kiv::Reactor< KivVlan, Hoba::VlanStatus const, WatcherSm, std::uint16_t > {
     public:
-      void handleNotificationActive() {
+      void handleActive() {
          owner().say( "vlan " + notifier()->name() );
          if( owner().deleteOwnReactor ) {
             owner().vlanDel( key() );
