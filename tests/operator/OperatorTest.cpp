@@ -314,6 +314,8 @@ TEST_F( OperatorTest, parityErrorsAndStationsThatNeverAge ) {
    client( "dhcp", "Ethernet2" );
    auto const host = "00:00:5e:00:53:01 10";
    EXPECT_EQ( row( "show mac non-aging", host ), "Ethernet2 unknown 2 dot1x, dhcp" );
+   EXPECT_NE( ok( "get /hoba/machines/nonAging/configSm/dhcp" ).find( "00:00:5e:00:53:01@10" ),
+              std::string::npos );
    ok( "del /feeders/config/nonAgingClient/dhcp" );
    EXPECT_EQ( row( "show mac non-aging", host ), "Ethernet1 unknown 1 dot1x" );
    // What can be no station is refused, and a station nowhere told.
@@ -539,7 +541,9 @@ TEST_F( OperatorTest, savedConfigurationGivesTheSameSwitch ) {
    }
    ok( "set /feeders/config/nonAgingClient/dot1x/macEntries/02:00:00:00:00:01@10",
        R"({ "intf": "Ethernet1" })" );
-   auto const saved = file( "saved.json", ok( "--json get --configuration /" ) );
+   auto const configuration = ok( "--json get --configuration /" );
+   EXPECT_EQ( configuration.find( "machines" ), std::string::npos );
+   auto const saved = file( "saved.json", configuration );
    auto const before = switchNow();
    ok( "apply", saved );
    EXPECT_EQ( switchNow(), before ) << "nothing to do";
