@@ -5,6 +5,7 @@
 #include "Kiv/Reflect.h"
 
 KIV_DEFINE( Hoba::HobaAsyncBaseHelper );
+KIV_DEFINE( Hoba::HobaAsyncBaseSm );
 KIV_DEFINE( Hoba::AsyncSharedData );
 
 namespace Hoba {
@@ -34,11 +35,6 @@ HobaAsyncBaseSm::HobaAsyncBaseSm( Kiv::Ptr< HobaCommonSmData > const & commonSmD
    auto const clock = Kiv::make< Kiv::Clock >();
    tcamRequestClockIs( clock );
    pendingOperationTimeoutClockIs( clock );
-}
-
-Kiv::Ptr< HobaAsyncBaseSm >
-HobaAsyncBaseSm::HobaAsyncBaseSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData ) {
-   return smIs< HobaAsyncBaseSm >( commonSmData );
 }
 
 void

@@ -63,12 +63,11 @@ class HobaAsyncBaseHelper : public HobaBaseHelper {
 // Its clocks run, and results arrive, whether or not the machine is initialized: what the chip was
 // asked for ends also when the machine does not work any more. Nothing arrives once it is marked.
 class HobaAsyncBaseSm : public HobaBaseSm {
+   HOBA_MACHINE( HobaAsyncBaseSm );
+   // How long an operation may take. In seconds.
+   KIV_ATTRIBUTE( Kiv::Seconds, pendingOperationTimeout, 60.0 );
+
  public:
-   static Kiv::Ptr< HobaAsyncBaseSm >
-   HobaAsyncBaseSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData );
-
-   KIV_TYPE( HobaAsyncBaseSm );
-
    // The helper has a new result, asyncHelper()->notifier()->asyncOperationResult(). A machine that
    // has a helper overrides it: the base stops the process.
    virtual void handleAsyncOperationResult();
@@ -77,10 +76,6 @@ class HobaAsyncBaseSm : public HobaBaseSm {
    // The time of pendingOperationTimeoutClock has come: an operation did not end in time. Its result
    // may still arrive.
    virtual void handlePendingOperationTimeout() {}
-
-   // How long an operation may take. In seconds.
-   Kiv::Seconds pendingOperationTimeout() const { return pendingOperationTimeout_; }
-   void pendingOperationTimeoutIs( Kiv::Seconds timeout ) { pendingOperationTimeout_ = timeout; }
 
  protected:
    // Both clock reactors are on one clock on the ambient driver, and wait for nothing yet.
@@ -95,16 +90,12 @@ class HobaAsyncBaseSm : public HobaBaseSm {
                                      &HobaAsyncBaseSm::handlePendingOperationTimeout > {};
    // What the helper holds when it is set is the end of no operation of this machine.
    class KivAsyncHelper
-         : public Kiv::Reactor< KivAsyncHelper, HobaAsyncBaseHelper const, HobaAsyncBaseSm > {
-    public:
-      static constexpr auto handlers =
-            Kiv::handlers( Kiv::onChange< HobaAsyncBaseHelper::asyncOperationResultAttr,
-                                          &HobaAsyncBaseSm::handleAsyncOperationResult >() );
-   };
+         : public Kiv::Hears< HobaAsyncBaseSm, HobaAsyncBaseHelper const,
+                              Kiv::OnChange< HobaAsyncBaseHelper::asyncOperationResultAttr,
+                                             &HobaAsyncBaseSm::handleAsyncOperationResult > > {};
 
    KIV_REACTOR( KivTcamRequestClock, tcamRequestClock );
    KIV_REACTOR( KivPendingOperationTimeoutClock, pendingOperationTimeoutClock );
-   Kiv::Seconds pendingOperationTimeout_ = 60.0;
    KIV_REACTOR( KivAsyncHelper, asyncHelper );
 };
 

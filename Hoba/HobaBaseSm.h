@@ -52,6 +52,8 @@ class HobaCommonSmData;
 
 class HobaBaseSm : public Kiv::Entity, public Kiv::ReactorOwner {
    KIV_ENTITY( Hoba::HobaBaseSm );
+   // Its setter throws what handleInitialized() throws, and leaves the machine not initialized then.
+   KIV_RULED( bool, initialized, false );
 
  public:
    static Kiv::Ptr< HobaBaseSm > HobaBaseSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData );
@@ -69,16 +71,6 @@ class HobaBaseSm : public Kiv::Entity, public Kiv::ReactorOwner {
    void kivDoZombieReactors( bool marked ) override;
 
    Kiv::Ptr< HobaCommonSmData > const & commonSmData() const { return commonSmData_; }
-
- private:
-   bool initialized_ = false;
-
- public:
-   KIV_DESCRIBE( scalar, void, bool, initialized )
-   bool initialized() const { return initialized_; }
-   // Throws what handleInitialized() throws, and leaves the machine not initialized then.
-   void initializedIs( bool initialized );
-   KIV_NEXT( initialized );
 
    // See Hoba/HobaAssert.h.
    void hobaAssert( Kiv::String const & message ) const;

@@ -29,7 +29,7 @@ struct Entry {
          ++unheard;
          return {};
       }
-      Kiv::Ptr< typename Sm::Queue > const queue( sm->queue() );
+      Kiv::Ptr const queue( sm->queue() );
       auto const index = queue->nextIndexInc( 1 );
       queue->eventIs( index, event );
       return index;

@@ -42,7 +42,10 @@ HobaCommonSmData::handleInitialized() {
 void
 HobaCommonSmData::cleanup() {
    Kiv::Dispatch::Frame frame;
-   verifySmIs( nullptr );
+   if( auto const verifier = verifySm() ) {
+      verifySmIs( nullptr );
+      verifier->kivDoZombieReactors( true );
+   }
    verifyDataDel();
 }
 

@@ -10,92 +10,82 @@
 // one wake-up; a drain empties the queue, in the order of the indices, together with what arrives
 // meanwhile.
 //
-//    enabled    false keeps the queue as it is, also in the middle of a drain; true drains it
-//    running    the hardware may report: this is the machine that the entry functions know. What is
-//               drained while it is false is discarded, but then only a new event causes a drain:
-//               what waits for a machine that does not run yet, waits
-//
-// Sm, the machine itself, brings
-//
-//    void registerMachine()           tells the entry functions of this machine, and calls hwInit()
-//    void unregisterMachine()         tells them that there is none, if they know this one
-//    void cleanupHardware()           calls hwCleanup()
-//    void applyEvent( std::uint32_t index, Event const & )
-//    void handleEmpty()               a drain has left nothing in the queue
-//    EventQueueStatus & status()
-//
-// and includes Hoba/HobaEventDrainImpl.h in its source file, behind its ZIPLINE_HANDLE.
+// A machine watches its queue with Kiv::OnChange< Queue::eventAttr, &Sm::handleEvent >, and says
+// below what is its own.
 
 #include "Hoba/HobaBaseSm.h"
 #include "Hoba/HobaEventQueue.h"
 #include "Kiv/ClockReactor.h"
 
+#include <optional>
+
 namespace Hoba {
 
-template< class Sm, class QueueT >
-class EventDrain : public HobaBaseSm {
- public:
-   using Queue = QueueT;
-
-   void handleInitialized() override;
-
-   bool running() const { return running_; }
+class EventDrainSm : public HobaBaseSm {
+   KIV_ENTITY( Hoba::EventDrainSm, Hoba::HobaBaseSm );
+   // The hardware may report: this is the machine that the entry functions know. What is drained
+   // while it is false is discarded, but then only a new event causes a drain: what waits for a
+   // machine that does not run yet, waits.
+   //
    // Takes effect once the machine is initialized. Stopped, it may be gone on return, if the entry
-   // functions held it last. Throws what hwInit() and hwCleanup() throw: then the machine does not
-   // run, and is not registered. When initializedIs() calls them and throws, running() stays as it
-   // was asked for, and initializing again calls them again.
-   void runningIs( bool running );
-   bool enabled() const { return enabled_; }
-   void enabledIs( bool enabled );
+   // functions held it last. Throws what the hardware throws at its beginning and its end: then the
+   // machine does not run, and is not registered. When initializedIs() calls the hardware and throws,
+   // running() stays as it was asked for, and initializing again calls it again.
+   KIV_RULED( bool, running, false );
+   // False keeps the queue as it is, also in the middle of a drain; true drains it.
+   KIV_RULED( bool, enabled, true );
+   // The hardware's part was initialized and has not been ended.
+   KIV_ATTRIBUTE( bool, apiRunning, false );
+
+ public:
+   void handleInitialized() override;
 
    // The end: the entry functions forget the machine and the hardware's part is ended. May drop the
    // last reference to the machine but the caller's.
    void cleanup();
 
    // Null for none.
-   Queue * queue() const { return eventQueue() ? eventQueue()->notifier() : nullptr; }
+   virtual EventQueueBase * queue() const = 0;
 
  protected:
-   // The clock is one of the machine's own, on the ambient driver.
-   EventDrain( Kiv::Ptr< HobaCommonSmData > const & commonSmData, Kiv::Ptr< Queue > const & queue );
+   // The clock is one of the machine's own, on the ambient driver. `className` is for traces.
+   EventDrainSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData, char const * className );
 
    // When the event that is being applied is said to have happened, in seconds of the clock. What
    // is drained together has one time.
-   Kiv::Seconds eventTime() const { return draining_ ? drainTime_ : clock()->now(); }
+   Kiv::Seconds eventTime() const { return drainTime_ ? *drainTime_ : clock()->now(); }
+
+   // The event of this index came or went.
+   void handleEvent( std::uint32_t const & index );
 
  private:
-   Sm & self() { return static_cast< Sm & >( *this ); }
+   // Tells the entry functions of this machine, and has the hardware begin.
+   virtual void registerMachine() = 0;
+   // Tells them that there is none, if they know this one.
+   virtual void unregisterMachine() = 0;
+   virtual void cleanupHardware() = 0;
+   // Applies the event that came first, oldestOf( queue()->event() ), and leaves it there.
+   virtual void applyOldest() = 0;
+   // A drain has left nothing in the queue.
+   virtual void handleEmpty() {}
+   virtual EventQueueStatus & status() = 0;
+   // Traces with the handle of the machine's own source file.
+   virtual void trace( int level, std::string_view text ) const = 0;
+
    void handleRunning();
-   void handleEvent( std::uint32_t const & index );
-   void handleEvent();
    void start();
    void stop();
+   void handleClockEvent();
    void wake();
    void resume();
    void drain();
    void handleFirstEvent();
 
-   class KivEventQueue : public Kiv::Reactor< KivEventQueue, Queue, EventDrain > {
-      static constexpr void ( EventDrain::*handleIndex )( std::uint32_t const & ) =
-            &EventDrain::handleEvent;
+   class KivClock : public Kiv::ClockReactor< EventDrainSm, &EventDrainSm::handleClockEvent > {};
 
-    public:
-      static constexpr auto handlers =
-            Kiv::handlers( Kiv::onChange< Queue::eventAttr, handleIndex >() );
-   };
-   void handleClockEvent() { handleEvent(); }
-   class KivClock
-         : public Kiv::ClockReactor< EventDrain, &EventDrain::handleClockEvent > {};
-
-   KIV_REACTOR( KivEventQueue, eventQueue );
+   char const * const className_;
+   std::optional< Kiv::Seconds > drainTime_; // of the drain under way
    KIV_REACTOR( KivClock, clock );
-
- private:
-   bool running_ = false;
-   bool enabled_ = true;
-   bool apiRunning_ = false; // the hardware's part was initialized and has not been ended
-   bool draining_ = false;
-   Kiv::Seconds drainTime_ = 0;
 };
 
 } // namespace Hoba

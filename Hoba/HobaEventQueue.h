@@ -8,28 +8,61 @@
 
 namespace Hoba {
 
+// A queue as the machine sees it that drains it, whatever its events are.
+class EventQueueBase : public Kiv::Entity {
+ public:
+   virtual std::uint32_t waiting() const = 0;
+   virtual bool waits( std::uint32_t index ) const = 0;
+   // The index of the event that came first. There must be one.
+   virtual std::uint32_t oldest() const = 0;
+   virtual void remove( std::uint32_t index ) = 0;
+
+ protected:
+   using Entity::Entity;
+};
+
+// The event that came first. Indices are counted around: of two that are more than half of all indices
+// apart, the higher was there before the last index was given.
+template< class Events >
+auto const &
+oldestOf( Events const & events ) {
+   constexpr std::uint32_t half = 1u << 31;
+   auto const & first = *events.first();
+   return events.last()->key - first.key < half ? first : *events.lowerBound( half );
+}
+
 // Events in the order in which they were reported. Indices are given by nextIndexInc( 1 ): the first
 // event has index 1. The last index is followed by 0, which a walk then shows first, although it came
 // later. Bounded by memory alone, some 100 bytes an event: what a chip reported cannot be asked of it
 // again, so nothing may be thrown away.
-class HobaEventQueue : public Kiv::Entity {
+class HobaEventQueue : public EventQueueBase {
    KIV_ENTITY( Hoba::HobaEventQueue );
    KIV_ORDERED( std::uint32_t, HobaEvent, event );
    KIV_COUNTER( std::uint32_t, nextIndex );
 
  public:
    static Kiv::Ptr< HobaEventQueue > HobaEventQueueIs( Kiv::String const & name );
-   explicit HobaEventQueue( Kiv::String const & queueName ) : Entity( queueName ) {}
+   explicit HobaEventQueue( Kiv::String const & queueName ) : EventQueueBase( queueName ) {}
+
+   std::uint32_t waiting() const override { return event().size(); }
+   bool waits( std::uint32_t index ) const override { return eventHas( index ); }
+   std::uint32_t oldest() const override { return oldestOf( event() ).key; }
+   void remove( std::uint32_t index ) override { eventDel( index ); }
 };
 
-class HobaParityEventQueue : public Kiv::Entity {
+class HobaParityEventQueue : public EventQueueBase {
    KIV_ENTITY( Hoba::HobaParityEventQueue );
    KIV_ORDERED( std::uint32_t, HobaParityEvent, event );
    KIV_COUNTER( std::uint32_t, nextIndex );
 
  public:
    static Kiv::Ptr< HobaParityEventQueue > HobaParityEventQueueIs( Kiv::String const & name );
-   explicit HobaParityEventQueue( Kiv::String const & queueName ) : Entity( queueName ) {}
+   explicit HobaParityEventQueue( Kiv::String const & queueName ) : EventQueueBase( queueName ) {}
+
+   std::uint32_t waiting() const override { return event().size(); }
+   bool waits( std::uint32_t index ) const override { return eventHas( index ); }
+   std::uint32_t oldest() const override { return oldestOf( event() ).key; }
+   void remove( std::uint32_t index ) override { eventDel( index ); }
 };
 
 // Why an event had no effect, or another than it asked for.

@@ -1,37 +1,46 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Hoba/HobaEventQueueSm.h"
 
-#include "Hoba/HobaAssert.h"
 #include "Hoba/HobaCallbacks.h"
 #include "Hoba/HobaHelper.h"
 #include "Hoba/HobaHook.h"
+#include "Kiv/Reflect.h"
 #include "Zipline/Zipline.h"
 
 ZIPLINE_HANDLE( HobaEventQueueSm );
 
-#include "Hoba/HobaEventDrainImpl.h"
+KIV_DEFINE( Hoba::EventQueueSm );
 
 namespace Hoba {
-
-template class EventDrain< EventQueueSm, HobaEventQueue >;
 
 // ---- Life
 
 EventQueueSm::EventQueueSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
                             Kiv::Ptr< HobaEventQueue > const & queue,
                             Kiv::Ptr< HobaTypes::HobaPortStatusDir > const & portStatusDir )
-      : EventDrain( commonSmData, queue ),
+      : EventDrainSm( commonSmData, "EventQueueSm" ),
         eventStatus_( Kiv::make< HobaEventStatus >( queue ? queue->name() : Kiv::String() ) ) {
+   eventQueueIs( queue );
    portStatusDirIs( portStatusDir );
 }
 
-EventQueueSm::~EventQueueSm() = default;
+HobaEventQueue *
+EventQueueSm::queue() const {
+   return eventQueue() ? eventQueue()->notifier() : nullptr;
+}
 
-Kiv::Ptr< EventQueueSm >
-EventQueueSm::EventQueueSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
-                              Kiv::Ptr< HobaEventQueue > const & queue,
-                              Kiv::Ptr< HobaTypes::HobaPortStatusDir > const & portStatusDir ) {
-   return smIs< EventQueueSm >( commonSmData, queue, portStatusDir );
+// What overtook the events of one queue says nothing of those of another.
+void
+EventQueueSm::KivEventQueue::notifierIs( Kiv::Ptr< HobaEventQueue > const & queue ) {
+   if( queue && queue != notifier() ) {
+      owner().overtakenDelAll();
+   }
+   Reactor::notifierIs( queue );
+}
+
+void
+EventQueueSm::trace( int level, std::string_view text ) const {
+   ZTRACE_AT( level, text );
 }
 
 void
@@ -60,11 +69,6 @@ EventQueueSm::cleanupHardware() {
    callHook< &EventQueueSm::hwCleanup >( *this );
 }
 
-void
-EventQueueSm::hwInit() {
-   unimplementedHook( "hwInit", { .name = "EventQueueSm::hwInit" } );
-}
-
 // ---- One event
 
 namespace {
@@ -77,17 +81,47 @@ isOfStation( HobaEvent const & event ) {
 
 } // namespace
 
+struct EventQueueSm::Kind {
+   void ( EventQueueSm::*handle )( HobaEvent const & );
+   // Of the entry that it makes: of a station behind a port, and behind a VXLAN port.
+   Bridging::EntryType local = Bridging::entryTypeUnknown;
+   Bridging::EntryType remote = local;
+};
+
+// In the order of HobaEventType.
+EventQueueSm::Kind const EventQueueSm::kinds[] = {
+      { &EventQueueSm::handleLinkEvent },
+      { &EventQueueSm::handleAutonegEvent }, // success
+      { &EventQueueSm::handleAutonegEvent }, // failed
+      { &EventQueueSm::handleLearnEvent, Bridging::learnedDynamicMac, Bridging::learnedRemoteMac },
+      { &EventQueueSm::handleAgeEvent },
+      { &EventQueueSm::handleLocalAgeEvent },
+      { &EventQueueSm::handleRemoteAgeEvent },
+      { &EventQueueSm::handleDeleteEvent }, // deleted
+      { &EventQueueSm::handleDeleteEvent }, // dropped
+      { &EventQueueSm::handleLearnEvent, Bridging::configuredStaticMac,
+        Bridging::configuredRemoteMac },
+      { &EventQueueSm::handleLearnEvent, Bridging::authenticatedMac },
+      { &EventQueueSm::handleLearnEvent, Bridging::evpnIntfDynamicMac,
+        Bridging::evpnDynamicRemoteMac },
+      { &EventQueueSm::handleLearnEvent, Bridging::peerDynamicMac, Bridging::peerLearnedRemoteMac },
+      { &EventQueueSm::handleLearnEvent, Bridging::peerStaticMac, Bridging::peerStaticRemoteMac },
+      { &EventQueueSm::handleLearnEvent, Bridging::peerAuthenticatedMac } };
+
 void
 EventQueueSm::handleEventAhead( HobaEvent const & event ) {
-   if( isOfStation( event ) && queue() && !queue()->event().empty() ) {
-      overtaken_.insertOrAssign( event.host, queue()->nextIndex() );
+   if( isOfStation( event ) && queue() && queue()->waiting() ) {
+      overtakenIs( event.host, queue()->nextIndex() );
    }
    handleOneEvent( event );
 }
 
 void
-EventQueueSm::applyEvent( std::uint32_t index, HobaEvent const & event ) {
-   auto const * last = isOfStation( event ) ? overtaken_.find( event.host ) : nullptr;
+EventQueueSm::applyOldest() {
+   auto const & oldest = oldestOf( queue()->event() );
+   auto const index = oldest.key;
+   auto const event = oldest.value; // who hears of it may empty the queue
+   auto const * last = isOfStation( event ) ? overtaken().find( event.host ) : nullptr;
    // Indices are counted around.
    if( last && static_cast< std::int32_t >( *last - index ) >= 0 ) {
       ZTRACE( 4, "Newer news of host ", event.host, " came ahead, dropping ", event.eventType );
@@ -106,30 +140,11 @@ EventQueueSm::handleOneEvent( HobaEvent const & event ) {
       return;
    }
    eventStatus_->handledInc( event.eventType, 1 );
-   switch( event.eventType ) {
-   case HobaEvent::eventTypePort:
-      return handleLinkEvent( event );
-   case HobaEvent::eventTypeAutonegSuccess:
-   case HobaEvent::eventTypeAutonegFailed:
-      return handleAutonegEvent( event );
-   case HobaEvent::eventTypeMacAddressLearned:
-   case HobaEvent::eventTypeStaticMacAddress:
-   case HobaEvent::eventTypeAuthenticatedMac:
-   case HobaEvent::eventTypeEvpnIntfDynamicMac:
-   case HobaEvent::eventTypePeerMacAddressLearned:
-   case HobaEvent::eventTypePeerStaticMacAddress:
-   case HobaEvent::eventTypePeerAuthenticatedMac:
-      return handleLearnEvent( event );
-   case HobaEvent::eventTypeMacAddressAged:
-      return handleAgeEvent( event );
-   case HobaEvent::eventTypeMacAddressAgedLocal:
-      return handleLocalAgeEvent( event );
-   case HobaEvent::eventTypeMacAddressAgedRemote:
-      return handleRemoteAgeEvent( event );
-   case HobaEvent::eventTypeMacAddressDeleted:
-   case HobaEvent::eventTypeDropMacAddress:
-      return handleDeleteEvent( event );
+   if( isOfStation( event ) && !macTable() ) {
+      dropped( dropNoMacTable );
+      return;
    }
+   ( this->*kinds[ event.eventType ].handle )( event );
 }
 
 // ---- Ports
@@ -170,39 +185,17 @@ EventQueueSm::handleAutonegEvent( HobaEvent const & event ) {
 
 Bridging::EntryType
 EventQueueSm::getEntryType( HobaEvent::HobaEventType eventType, HobaEvent::PortType portType ) {
-   bool const remote = portType == HobaEvent::vxlanPort;
-   switch( eventType ) {
-   case HobaEvent::eventTypeMacAddressLearned:
-      return remote ? Bridging::learnedRemoteMac : Bridging::learnedDynamicMac;
-   case HobaEvent::eventTypeStaticMacAddress:
-      return remote ? Bridging::configuredRemoteMac : Bridging::configuredStaticMac;
-   case HobaEvent::eventTypeAuthenticatedMac:
-      return Bridging::authenticatedMac;
-   case HobaEvent::eventTypeEvpnIntfDynamicMac:
-      return remote ? Bridging::evpnDynamicRemoteMac : Bridging::evpnIntfDynamicMac;
-   case HobaEvent::eventTypePeerMacAddressLearned:
-      return remote ? Bridging::peerLearnedRemoteMac : Bridging::peerDynamicMac;
-   case HobaEvent::eventTypePeerStaticMacAddress:
-      return remote ? Bridging::peerStaticRemoteMac : Bridging::peerStaticMac;
-   case HobaEvent::eventTypePeerAuthenticatedMac:
-      return Bridging::peerAuthenticatedMac;
-   default:
+   if( eventType >= HobaEvent::eventTypes ) {
       return Bridging::entryTypeUnknown;
    }
-}
-
-bool
-EventQueueSm::hasMacTable() {
-   if( !macTable_ ) {
-      dropped( dropNoMacTable );
-   }
-   return macTable_ != nullptr;
+   auto const & kind = kinds[ eventType ];
+   return portType == HobaEvent::vxlanPort ? kind.remote : kind.local;
 }
 
 void
 EventQueueSm::age( Bridging::MacVlanPair const & host ) {
    ZTRACE( 5, "Aged host ", host );
-   macTable_->macEntryDel( host );
+   macTable()->macEntryDel( host );
 }
 
 // The port collection of a LAG is its list of active members: without one there is no port on which
@@ -231,7 +224,7 @@ EventQueueSm::agedInstead( HobaEvent const & event ) {
 
 void
 EventQueueSm::handleLearnEvent( HobaEvent const & event ) {
-   if( !hasMacTable() || agedInstead( event ) ) {
+   if( agedInstead( event ) ) {
       return;
    }
    HobaTypes::MacAddressTableEntry entry;
@@ -243,48 +236,38 @@ EventQueueSm::handleLearnEvent( HobaEvent const & event ) {
    entry.learnedInHardware = event.eventType == HobaEvent::eventTypeMacAddressLearned;
    ZTRACE( 5, "Learnt host ", event.host, " on port ", event.port, " entry type is ",
            entry.entryType, "tunnel id is ", entry.tunnelId );
-   macTable_->macEntryIs( entry );
+   macTable()->macEntryIs( entry );
 }
 
 void
 EventQueueSm::handleAgeEvent( HobaEvent const & event ) {
-   if( hasMacTable() ) {
+   age( event.host );
+}
+
+void
+EventQueueSm::handleLocalAgeEvent( HobaEvent const & event ) {
+   if( Bridging::isEntryTypeRemote( macTable()->macEntry( event.host ).entryType ) ) {
+      ZTRACE( 2, "Local Age event for the wrong entryType" );
+      dropped( dropWrongAge );
+   } else {
       age( event.host );
    }
 }
 
 void
-EventQueueSm::handleLocalAgeEvent( HobaEvent const & event ) {
-   if( !hasMacTable() ) {
-      return;
-   }
-   if( Bridging::isEntryTypeRemote( macTable_->macEntry( event.host ).entryType ) ) {
-      ZTRACE( 2, "Local Age event for the wrong entryType" );
-      dropped( dropWrongAge );
-      return;
-   }
-   age( event.host );
-}
-
-void
 EventQueueSm::handleRemoteAgeEvent( HobaEvent const & event ) {
-   if( !hasMacTable() ) {
-      return;
-   }
-   if( macTable_->macEntryHas( event.host ) &&
-       !Bridging::isEntryTypeRemote( macTable_->macEntry( event.host ).entryType ) ) {
+   if( macTable()->macEntryHas( event.host ) &&
+       !Bridging::isEntryTypeRemote( macTable()->macEntry( event.host ).entryType ) ) {
       ZTRACE( 2, "Remote Age event for the wrong entryType" );
       dropped( dropWrongAge );
-      return;
+   } else {
+      age( event.host );
    }
-   age( event.host );
 }
 
 void
 EventQueueSm::handleDeleteEvent( HobaEvent const & event ) {
-   if( hasMacTable() ) {
-      macTable_->macEntryDel( event.host );
-   }
+   macTable()->macEntryDel( event.host );
 }
 
 } // namespace Hoba

@@ -5,22 +5,22 @@
 // that were learnt or aged to the table of MAC addresses. When it does so, and when the hardware may
 // report at all, is told in Hoba/HobaEventDrain.h. Chip code derives from it for hwInit().
 
+#include "Hoba/HobaAssert.h"
 #include "Hoba/HobaCommon.h"
 #include "Hoba/HobaEventDrain.h"
 
 namespace Hoba {
 
-class EventQueueSm : public EventDrain< EventQueueSm, HobaEventQueue > {
- public:
-   // Drains `queue`; writes the members of `portStatusDir` and, once it has one, the MAC table. Both
-   // may be null: then events that need them are dropped.
-   static Kiv::Ptr< EventQueueSm >
-   EventQueueSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
-                   Kiv::Ptr< HobaEventQueue > const & queue,
-                   Kiv::Ptr< HobaTypes::HobaPortStatusDir > const & portStatusDir );
-   KIV_TYPE( EventQueueSm );
-   ~EventQueueSm() override;
+class EventQueueSm : public EventDrainSm {
+   HOBA_MACHINE( EventQueueSm, Hoba::EventDrainSm );
+   // Events given to handleOneEvent() so far.
+   KIV_COUNTER( std::uint64_t, eventCounter );
+   // Where stations are written, if it is there.
+   KIV_ATTRIBUTE( Kiv::Ptr< HobaTypes::MacTable >, macTable );
+   // By station: the last index that was given when news of it came ahead of what is queued.
+   KIV_COLLECTION( Bridging::MacVlanPair, std::uint32_t, overtaken );
 
+ public:
    // Applies one event now, whether or not the machine runs. A kind that there is none of is
    // ignored.
    virtual void handleOneEvent( HobaEvent const & event );
@@ -29,39 +29,36 @@ class EventQueueSm : public EventDrain< EventQueueSm, HobaEventQueue > {
    void handleEventAhead( HobaEvent const & event );
    // The hardware begins to report, and ends. The base of hwInit() is an unimplemented hook. An
    // hwInit() that throws has not begun, an hwCleanup() that throws has ended.
-   virtual void hwInit();
+   HOBA_REQUIRED( void, hwInit, (), .name = "EventQueueSm::hwInit" );
    virtual void hwCleanup() {}
 
-   Kiv::Ptr< HobaTypes::MacTable > const & macTable() const { return macTable_; }
-   void macTableIs( Kiv::Ptr< HobaTypes::MacTable > const & macTable ) { macTable_ = macTable; }
-
-   // Events given to handleOneEvent() so far.
-   std::uint64_t eventCounter() const { return eventCounter_; }
-   void eventCounterIs( std::uint64_t count ) { eventCounter_ = count; }
-   std::uint64_t eventCounterInc( std::uint64_t by ) { return eventCounter_ += by; }
-
    Kiv::Ptr< HobaEventStatus > const & eventStatus() const { return eventStatus_; }
+   HobaEventQueue * queue() const override;
 
    // The type of the entry that an event of this kind makes; entryTypeUnknown for a kind that makes
    // none. A station behind a VXLAN port is a remote one.
    static Bridging::EntryType getEntryType( HobaEvent::HobaEventType eventType,
                                             HobaEvent::PortType portType );
 
-   // For EventDrain.
-   static constexpr char const * className = "EventQueueSm";
-   void registerMachine();
-   void unregisterMachine();
-   void cleanupHardware();
-   void applyEvent( std::uint32_t index, HobaEvent const & event );
-   void handleEmpty() { overtaken_.clear(); }
-   EventQueueStatus & status() { return *eventStatus_; }
-
  protected:
+   // Drains `queue`; writes the members of `portStatusDir` and, once it has one, the MAC table. Both
+   // may be null: then events that need them are dropped.
    EventQueueSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
                  Kiv::Ptr< HobaEventQueue > const & queue,
                  Kiv::Ptr< HobaTypes::HobaPortStatusDir > const & portStatusDir );
 
  private:
+   void registerMachine() override;
+   void unregisterMachine() override;
+   void cleanupHardware() override;
+   void applyOldest() override;
+   void handleEmpty() override { overtakenDelAll(); }
+   EventQueueStatus & status() override { return *eventStatus_; }
+   void trace( int level, std::string_view text ) const override;
+
+   // What becomes of an event, by its kind.
+   struct Kind;
+   static Kind const kinds[ HobaEvent::eventTypes ];
    void handleLinkEvent( HobaEvent const & event );
    void handleAutonegEvent( HobaEvent const & event );
    void handleLearnEvent( HobaEvent const & event );
@@ -72,27 +69,24 @@ class EventQueueSm : public EventDrain< EventQueueSm, HobaEventQueue > {
 
    // Null when the port has none; `what` the event is about is for the trace.
    Kiv::Ptr< HobaTypes::HobaPortStatus > portStatus( Pelt::IntfId port, char const * what );
-   // Whether there is a MAC table; the event is counted as dropped otherwise.
-   bool hasMacTable();
    void age( Bridging::MacVlanPair const & host );
    // A station was learnt where none can be: on the CPU port, or on a LAG without an active member.
    // It is aged instead.
    bool agedInstead( HobaEvent const & event );
    void dropped( EventDropReason reason ) { eventStatus_->droppedInc( reason, 1 ); }
 
-   // Nothing of the directory is followed: who is there is asked when an event comes.
-   class KivPortStatusDir
-         : public Kiv::Reactor< KivPortStatusDir, HobaTypes::HobaPortStatusDir, EventQueueSm > {
+   class KivEventQueue
+         : public Kiv::Hears<
+                 EventQueueSm, HobaEventQueue,
+                 Kiv::OnChange< HobaEventQueue::eventAttr, &EventQueueSm::handleEvent > > {
     public:
-      static constexpr auto handlers = Kiv::handlers();
+      void notifierIs( Kiv::Ptr< HobaEventQueue > const & queue );
    };
+   // Nothing of the directory is followed: who is there is asked when an event comes.
+   class KivPortStatusDir : public Kiv::Hears< EventQueueSm, HobaTypes::HobaPortStatusDir > {};
 
-   Kiv::Ptr< HobaTypes::MacTable > macTable_;
    Kiv::Ptr< HobaEventStatus > const eventStatus_;
-   std::uint64_t eventCounter_ = 0;
-   // By station: the last index that was given when news of it came ahead of what was queued.
-   Kiv::HashMap< Bridging::MacVlanPair, std::uint32_t > overtaken_;
-
+   KIV_REACTOR( KivEventQueue, eventQueue );
    KIV_REACTOR( KivPortStatusDir, portStatusDir );
 };
 

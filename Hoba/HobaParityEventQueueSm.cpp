@@ -1,43 +1,42 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Hoba/HobaParityEventQueueSm.h"
 
-#include "Hoba/HobaAssert.h"
 #include "Hoba/HobaCallbacks.h"
-#include "Hoba/HobaHook.h"
+#include "Kiv/Reflect.h"
 #include "Zipline/Zipline.h"
 
 ZIPLINE_HANDLE( HobaParityEventQueueSm );
 
-#include "Hoba/HobaEventDrainImpl.h"
+KIV_DEFINE( Hoba::HobaParityEventQueueSm );
 
 namespace Hoba {
 
-template class EventDrain< HobaParityEventQueueSm, HobaParityEventQueue >;
-
 using Helper = HobaParityEventHelperSm;
 
-HobaParityEventQueueSm::HobaParityEventQueueSm(
-      Kiv::Ptr< HobaCommonSmData > const & commonSmData,
-      Kiv::Ptr< HobaParityEventQueue > const & queue,
-      Kiv::Ptr< HobaParityEventHelperSm > const & helper )
-      : EventDrain( commonSmData, queue ), helper_( helper ),
+HobaParityEventQueueSm::HobaParityEventQueueSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
+                                                Kiv::Ptr< HobaParityEventQueue > const & queue,
+                                                Kiv::Ptr< HobaParityEventHelperSm > const & helper )
+      : EventDrainSm( commonSmData, "HobaParityEventQueueSm" ), helper_( helper ),
         eventStatus_(
               Kiv::make< HobaParityEventStatus >( queue ? queue->name() : Kiv::String() ) ) {
    HOBA_INVARIANT( helper, "parity errors are corrected by somebody" );
+   eventQueueIs( queue );
 }
 
-Kiv::Ptr< HobaParityEventQueueSm >
-HobaParityEventQueueSm::HobaParityEventQueueSmIs(
-      Kiv::Ptr< HobaCommonSmData > const & commonSmData,
-      Kiv::Ptr< HobaParityEventQueue > const & queue,
-      Kiv::Ptr< HobaParityEventHelperSm > const & helper ) {
-   return smIs< HobaParityEventQueueSm >( commonSmData, queue, helper );
+HobaParityEventQueue *
+HobaParityEventQueueSm::queue() const {
+   return eventQueue() ? eventQueue()->notifier() : nullptr;
+}
+
+void
+HobaParityEventQueueSm::trace( int level, std::string_view text ) const {
+   ZTRACE_AT( level, text );
 }
 
 // The hardware first: nothing is registered that cannot correct.
 void
 HobaParityEventQueueSm::registerMachine() {
-   callHook< &Helper::hwInit >( *helper_ );
+   helper_.call< &Helper::hwInit >();
    if( running() ) {
       parityEventSmIs( Kiv::Ptr< HobaParityEventQueueSm >( this ) );
    }
@@ -52,13 +51,14 @@ HobaParityEventQueueSm::unregisterMachine() {
 
 void
 HobaParityEventQueueSm::cleanupHardware() {
-   callHook< &Helper::hwCleanup >( *helper_ );
+   helper_.call< &Helper::hwCleanup >();
 }
 
 void
-HobaParityEventQueueSm::applyEvent( std::uint32_t, HobaParityEvent const & event ) {
+HobaParityEventQueueSm::applyOldest() {
+   auto const event = oldestOf( queue()->event() ).value;
    eventStatus_->handledInc( event.severity, 1 );
-   callHook< &Helper::hwHandleParityError >( *helper_, event );
+   helper_.call< &Helper::hwHandleParityError >( event );
 }
 
 } // namespace Hoba

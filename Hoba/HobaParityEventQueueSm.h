@@ -6,39 +6,40 @@
 
 #include "Hoba/HobaCommon.h"
 #include "Hoba/HobaEventDrain.h"
+#include "Hoba/HobaHook.h"
 #include "Hoba/HobaParityEventHelperSm.h"
 
 namespace Hoba {
 
-class HobaParityEventQueueSm
-      : public EventDrain< HobaParityEventQueueSm, HobaParityEventQueue > {
+class HobaParityEventQueueSm : public EventDrainSm {
+   HOBA_MACHINE( HobaParityEventQueueSm, Hoba::EventDrainSm );
+
  public:
-   // Drains `queue`, which may be null; calls `helper`. Throws Kiv::Exception when `helper` is null.
-   static Kiv::Ptr< HobaParityEventQueueSm >
-   HobaParityEventQueueSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
-                             Kiv::Ptr< HobaParityEventQueue > const & queue,
-                             Kiv::Ptr< HobaParityEventHelperSm > const & helper );
-   KIV_TYPE( HobaParityEventQueueSm );
-
    Kiv::Ptr< HobaParityEventStatus > const & eventStatus() const { return eventStatus_; }
-
-   // For EventDrain.
-   static constexpr char const * className = "HobaParityEventQueueSm";
-   void registerMachine();
-   void unregisterMachine();
-   void cleanupHardware();
-   void applyEvent( std::uint32_t index, HobaParityEvent const & event );
-   void handleEmpty() {}
-   EventQueueStatus & status() { return *eventStatus_; }
+   HobaParityEventQueue * queue() const override;
 
  protected:
+   // Drains `queue`, which may be null; calls `helper`. Throws Kiv::Exception when `helper` is null.
    HobaParityEventQueueSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
                            Kiv::Ptr< HobaParityEventQueue > const & queue,
                            Kiv::Ptr< HobaParityEventHelperSm > const & helper );
 
  private:
-   Kiv::Ptr< HobaParityEventHelperSm > const helper_;
+   void registerMachine() override;
+   void unregisterMachine() override;
+   void cleanupHardware() override;
+   void applyOldest() override;
+   EventQueueStatus & status() override { return *eventStatus_; }
+   void trace( int level, std::string_view text ) const override;
+
+   class KivEventQueue
+         : public Kiv::Hears< HobaParityEventQueueSm, HobaParityEventQueue,
+                              Kiv::OnChange< HobaParityEventQueue::eventAttr,
+                                             &HobaParityEventQueueSm::handleEvent > > {};
+
+   Hooks< HobaParityEventHelperSm > const helper_;
    Kiv::Ptr< HobaParityEventStatus > const eventStatus_;
+   KIV_REACTOR( KivEventQueue, eventQueue );
 };
 
 } // namespace Hoba

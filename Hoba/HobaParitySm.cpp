@@ -31,7 +31,7 @@ paritySliceSmFactory( Kiv::String const &, Kiv::Ptr< ParityEventStatus const > c
 void
 ParitySliceSm::handleNotificationActive() {
    // What was taken over, then what there is.
-   for( auto const & key : paritySm_->claims().keysOf( party_ ) ) {
+   for( auto const & key : Kiv::keysOf( held() ) ) {
       follow( key );
    }
    if( parityEventStatus() ) {
@@ -45,6 +45,7 @@ ParitySliceSm::handleNotificationActive() {
 void
 ParitySliceSm::takeOver( ParitySliceSm & former ) {
    std::swap( party_, former.party_ );
+   std::swap( held_, former.held_ );
 }
 
 void
@@ -58,19 +59,26 @@ ParitySliceSm::follow( ParityEvent::Key const & key ) {
    auto const event = parityEventStatus()->notifier()->parityEvent( key );
    if( event == ParityEvent{} ) {
       ZTRACE( 5, "Parity event gone: ", key );
-      paritySm_->claims().release( party_, key );
+      release( key );
    } else {
       ZTRACE( 5, "Parity event: ", key, " count:", event.count );
+      heldIs( key );
       paritySm_->claims().claim( party_, key, event );
    }
+}
+
+void
+ParitySliceSm::release( ParityEvent::Key const & key ) {
+   heldDel( key );
+   paritySm_->claims().release( party_, key );
 }
 
 void
 ParitySliceSm::doSliceCleanup() {
    // What is added from now on is no longer this machine's to claim.
    parityEventStatusDel();
-   for( auto const & key : paritySm_->claims().keysOf( party_ ) ) {
-      paritySm_->claims().release( party_, key );
+   for( auto const & key : Kiv::keysOf( held() ) ) {
+      release( key );
    }
    paritySm_->publish();
 }

@@ -21,6 +21,8 @@ class HobaParitySm;
 // One slice.
 class ParitySliceSm : public HobaBaseSm {
    HOBA_MACHINE( ParitySliceSm );
+   // What of it is in the union.
+   KIV_SET( ParityEvent::Key, held );
 
  public:
    // The slice comes, with all events that it has.
@@ -40,6 +42,7 @@ class ParitySliceSm : public HobaBaseSm {
    void handleParityEvent( ParityEvent::Key const & key );
    // What the slice says of the key is its claim.
    void follow( ParityEvent::Key const & key );
+   void release( ParityEvent::Key const & key );
 
    class KivParityEventStatus
          : public Kiv::Hears< ParitySliceSm, ParityEventStatus const,

@@ -60,17 +60,6 @@ class Union {
       return true;
    }
 
-   // What the party claims. Looks at all claims.
-   std::vector< Key > keysOf( Party party ) const {
-      std::vector< Key > keys;
-      for( auto const & [ key, claims ] : claims_ ) {
-         if( claimOf( claims, party ) != claims.end() ) {
-            keys.push_back( key );
-         }
-      }
-      return keys;
-   }
-
    // While it is true, all claims count as made at the same time.
    void atOnceIs( bool atOnce ) {
       atOnce_ = atOnce;

@@ -2,11 +2,13 @@
 #include "Hoba/HobaVerifySm.h"
 
 #include "Hoba/HobaAssert.h"
+#include "Kiv/Reflect.h"
 #include "Zipline/Zipline.h"
 
-#include <algorithm>
-
 ZIPLINE_HANDLE( HobaVerifySm );
+
+KIV_DEFINE( Hoba::VerifySm );
+KIV_DEFINE( Hoba::VerifyAgentSm );
 
 namespace Hoba {
 
@@ -44,45 +46,27 @@ VerifySm::VerifySm( Kiv::Ptr< HobaCommonSmData > const & commonSmData )
    bogusAcsdIs( commonSmData );
 }
 
-Kiv::Ptr< VerifySm >
-VerifySm::VerifySmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData ) {
-   return smIs< VerifySm >( commonSmData );
-}
-
-void
-VerifySm::handleContextInitialized() {
-   initializedIs( commonSmData()->initialized() );
-}
-
 void
 VerifySm::handleInitialized() {
-   if( initialized() && due_ ) {
-      wakeAt( clock()->now() );
-   }
+   clock()->timeMinIs( initialized() && due() ? clock()->now() : Kiv::never );
 }
 
 void
 VerifySm::handleVerifyRequest() {
-   if( initialized() ) {
-      auto const verify = data();
-      verify->verifyDoneIs( false );
-      wakeAt( clock()->now() );
-   }
+   data()->verifyDoneIs( false );
+   wakeAt( clock()->now() );
 }
 
-// The earlier of two: who wants a retry does not put off what was asked for meanwhile.
+// Who wants a retry does not put off what was asked for meanwhile.
 void
 VerifySm::wakeAt( Kiv::Seconds when ) {
-   due_ = true;
-   clock()->timeMinIs( std::min( clock()->timeMin(), when ) );
+   dueIs( true );
+   clock()->noLaterThan( when );
 }
 
 void
 VerifySm::handleTimeout() {
-   if( !initialized() ) {
-      return;
-   }
-   due_ = false;
+   dueIs( false );
    auto const verify = data();
    Pass const pass( verify );
    // A pass of the command line may have come in between, and be done.
@@ -205,13 +189,6 @@ VerifyAgentSm::VerifyAgentSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
 
 VerifyAgentSm::~VerifyAgentSm() = default;
 
-Kiv::Ptr< VerifyAgentSm >
-VerifyAgentSm::VerifyAgentSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
-                                Kiv::Ptr< HobaTypes::VerifyAgentConfig const > const & config,
-                                Kiv::Ptr< HobaTypes::VerifyAgentStatus > const & status ) {
-   return smIs< VerifyAgentSm >( commonSmData, config, status );
-}
-
 void
 VerifyAgentSm::handleInitialized() {
    if( !initialized() ) {
@@ -223,6 +200,14 @@ VerifyAgentSm::handleInitialized() {
    ZTRACE( 5, "VerifyAgentSm initialized" );
 }
 
+void
+VerifyAgentSm::kivDoZombieReactors( bool marked ) {
+   HobaBaseSm::kivDoZombieReactors( marked );
+   if( marked ) {
+      cliCallback_ = nullptr;
+   }
+}
+
 Kiv::Ptr< VerifySm >
 VerifyAgentSm::verifySm() const {
    auto const sm = Kiv::dynamicCast< VerifySm >( commonSmData()->verifySm() );
@@ -232,13 +217,13 @@ VerifyAgentSm::verifySm() const {
 void
 VerifyAgentSm::handleVerifyAgent() {
    auto const verify = commonSmData()->verifyData();
-   if( !initialized() || !verify || !config() ) {
+   if( !verify || !config() ) {
       return;
    }
    auto const * config = this->config()->notifier();
    ZTRACE( 5, config->name(), ": cookie is ", config->cookie() );
-   cookieWaits_ = verify->verifyActive();
-   if( cookieWaits_ ) {
+   cookieWaitsIs( verify->verifyActive() );
+   if( cookieWaits() ) {
       return;
    }
    if( !verifySm() || !verify->verifyRequired() ) {
@@ -252,14 +237,9 @@ VerifyAgentSm::handleVerifyAgent() {
 
 void
 VerifyAgentSm::handleVerifyActive() {
-   if( cookieWaits_ && !verifyData()->notifier()->verifyActive() ) {
+   if( cookieWaits() && !verifyData()->notifier()->verifyActive() ) {
       handleVerifyAgent();
    }
-}
-
-void
-VerifyAgentSm::handleVerifyData() {
-   verifyDataIs( commonSmData()->verifyData() );
 }
 
 // A pass is done. Whoever asked through the configuration is told; a pass of the command line, or

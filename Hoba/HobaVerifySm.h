@@ -32,14 +32,11 @@ HOBA_LOG_MESSAGE( HARDWARE_VERIFY_AGENT_FAILED, 3, "%s Agent will restart.",
                   "collect the traces of the agent and contact support." );
 
 class VerifySm : public HobaBaseSm {
+   HOBA_MACHINE( VerifySm );
+   // The clock is to fire, or fired while the machine was not initialized.
+   KIV_ATTRIBUTE( bool, due, false );
+
  public:
-   // Watches the verification entities of the context, and is initialized with the context. Its
-   // clock is one of its own, on the ambient driver. Throws Kiv::Exception for no context, or one
-   // without verification entity.
-   static Kiv::Ptr< VerifySm > VerifySmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData );
-
-   KIV_TYPE( VerifySm );
-
    // How long after a pass that has to be retried the clock fires again.
    static constexpr Kiv::Seconds retryDelay = 1.0;
 
@@ -49,10 +46,13 @@ class VerifySm : public HobaBaseSm {
    Kiv::String handleCliVerificationRequest( std::uint32_t socket );
 
  protected:
+   // Watches the verification entities of the context, and is initialized with the context. Its
+   // clock is one of its own, on the ambient driver. Throws Kiv::Exception for no context, or one
+   // without verification entity.
    explicit VerifySm( Kiv::Ptr< HobaCommonSmData > const & commonSmData );
 
  private:
-   void handleContextInitialized();
+   void handleContextInitialized() { initializedIs( commonSmData()->initialized() ); }
    void handleVerifyRequest();
    void handleVerifyOutput();
    void handleTimeout();
@@ -62,25 +62,19 @@ class VerifySm : public HobaBaseSm {
    // it notifies may drop all else.
    Kiv::Ptr< VerifyData > data() const { return verifyData()->notifier(); }
 
-   class KivVerifyRequired
-         : public Kiv::Reactor< KivVerifyRequired, VerifyRequired const, VerifySm > {
-    public:
-      static constexpr auto handlers = Kiv::handlers(
-            Kiv::onChange< VerifyRequired::verifyRequiredAttr, &VerifySm::handleVerifyRequest >() );
+   class KivVerifyRequired : public Kiv::Hears< VerifySm, VerifyRequired const,
+                                                Kiv::WhenReady< VerifyRequired::verifyRequiredAttr,
+                                                                &VerifySm::handleVerifyRequest > > {
    };
-   class KivVerifyData : public Kiv::Reactor< KivVerifyData, VerifyData, VerifySm > {
-    public:
-      static constexpr auto handlers = Kiv::handlers(
-            Kiv::on< VerifyData::verifyOutputAttr, &VerifySm::handleVerifyOutput >() );
-   };
+   class KivVerifyData
+         : public Kiv::Hears<
+                 VerifySm, VerifyData,
+                 Kiv::On< VerifyData::verifyOutputAttr, &VerifySm::handleVerifyOutput > > {};
    class KivClock : public Kiv::ClockReactor< VerifySm, &VerifySm::handleTimeout > {};
-   class KivBogusAcsd : public Kiv::Reactor< KivBogusAcsd, HobaCommonSmData const, VerifySm > {
-    public:
-      static constexpr auto handlers = Kiv::handlers(
-            Kiv::on< HobaCommonSmData::initializedAttr, &VerifySm::handleContextInitialized >() );
-   };
+   class KivBogusAcsd : public Kiv::Hears< VerifySm, HobaCommonSmData const,
+                                           Kiv::On< HobaCommonSmData::initializedAttr,
+                                                    &VerifySm::handleContextInitialized > > {};
 
-   bool due_ = false; // the clock is to fire, or fired while the machine was not initialized
    KIV_REACTOR( KivVerifyRequired, verifyRequired );
    KIV_REACTOR( KivVerifyData, verifyData );
    KIV_REACTOR( KivClock, clock );
@@ -88,59 +82,52 @@ class VerifySm : public HobaBaseSm {
 };
 
 class VerifyAgentSm : public HobaBaseSm {
- public:
-   // Follows `config`, which may be null, and writes `status`. The context may get its verification
-   // entity later. Throws Kiv::Exception when the context or `status` is null.
-   static Kiv::Ptr< VerifyAgentSm >
-   VerifyAgentSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
-                    Kiv::Ptr< HobaTypes::VerifyAgentConfig const > const & config,
-                    Kiv::Ptr< HobaTypes::VerifyAgentStatus > const & status );
+   HOBA_MACHINE( VerifyAgentSm );
+   // A cookie waits for the end of the pass that is under way.
+   KIV_ATTRIBUTE( bool, cookieWaits, false );
 
-   KIV_TYPE( VerifyAgentSm );
+ public:
    ~VerifyAgentSm() override;
 
    void handleInitialized() override;
+   // Commands do not reach the machine any more.
+   void kivDoZombieReactors( bool marked ) override;
 
  protected:
+   // Follows `config`, which may be null, and writes `status`. The context may get its verification
+   // entity later. Throws Kiv::Exception when the context or `status` is null.
    VerifyAgentSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
                   Kiv::Ptr< HobaTypes::VerifyAgentConfig const > const & config,
                   Kiv::Ptr< HobaTypes::VerifyAgentStatus > const & status );
 
  private:
    void handleVerifyAgent();
-   void handleVerifyData();
    void handleVerifyStatus();
    void handleVerifyActive();
    // Null while verification is not possible.
    Kiv::Ptr< VerifySm > verifySm() const;
 
-   class KivVerifyAgentConfig : public Kiv::Reactor< KivVerifyAgentConfig,
-                                                     HobaTypes::VerifyAgentConfig const,
-                                                     VerifyAgentSm > {
-    public:
-      static constexpr auto handlers =
-            Kiv::handlers( Kiv::onChange< HobaTypes::VerifyAgentConfig::cookieAttr,
-                                          &VerifyAgentSm::handleVerifyAgent >() );
-   };
-   class KivVerifyData : public Kiv::Reactor< KivVerifyData, VerifyData const, VerifyAgentSm > {
-    public:
-      static constexpr auto handlers = Kiv::handlers(
-            Kiv::onChange< VerifyData::verifyDoneAttr, &VerifyAgentSm::handleVerifyStatus >(),
-            Kiv::onChange< VerifyData::verifyActiveAttr, &VerifyAgentSm::handleVerifyActive >() );
-   };
-   class KivBogusAcsd : public Kiv::Reactor< KivBogusAcsd, HobaCommonSmData const, VerifyAgentSm > {
-    public:
-      static constexpr auto handlers = Kiv::handlers(
-            Kiv::on< HobaCommonSmData::verifyDataAttr, &VerifyAgentSm::handleVerifyData >() );
-   };
+   class KivVerifyAgentConfig
+         : public Kiv::Hears< VerifyAgentSm, HobaTypes::VerifyAgentConfig const,
+                              Kiv::WhenReady< HobaTypes::VerifyAgentConfig::cookieAttr,
+                                              &VerifyAgentSm::handleVerifyAgent > > {};
+   class KivVerifyData
+         : public Kiv::Hears<
+                 VerifyAgentSm, VerifyData const,
+                 Kiv::OnChange< VerifyData::verifyDoneAttr, &VerifyAgentSm::handleVerifyStatus >,
+                 Kiv::WhenReady< VerifyData::verifyActiveAttr,
+                                 &VerifyAgentSm::handleVerifyActive > > {};
 
    Kiv::Ptr< HobaTypes::VerifyAgentStatus > const status_;
    class VerifyAgentSmCliCallback;
    std::unique_ptr< VerifyAgentSmCliCallback > cliCallback_;
-   bool cookieWaits_ = false; // for the end of the pass that is under way
-
    KIV_REACTOR( KivVerifyAgentConfig, config );
    KIV_REACTOR( KivVerifyData, verifyData );
+
+   class KivBogusAcsd
+         : public Kiv::Hears<
+                 VerifyAgentSm, HobaCommonSmData const,
+                 Kiv::Follow< HobaCommonSmData::verifyDataAttr, &VerifyAgentSm::verifyData_ > > {};
    KIV_REACTOR( KivBogusAcsd, bogusAcsd );
 };
 

@@ -62,7 +62,7 @@ Features::importConfigDb( Kiv::Datum const & file ) {
 
 void
 Features::start() {
-   switch_->start();
+   switch_->start( database_ );
 }
 
 } // namespace HobaAgent

@@ -22,7 +22,7 @@ class Features {
    // is called when a machine finds that only a restart of the agent helps.
    Features( Tessera::Database & database, Commands & commands,
              std::function< void( Kiv::String const & reason ) > restart );
-   // Machines go, then what they stood on is unmounted.
+   // What is mounted goes, then the machines.
    ~Features();
    Features( Features const & ) = delete;
    Features & operator=( Features const & ) = delete;

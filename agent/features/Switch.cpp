@@ -28,31 +28,24 @@ Switch::Switch() : context( Kiv::make< Hoba::HobaCommonSmData >( "hoba-agent" ) 
 }
 
 Switch::~Switch() {
-   verifyAgentSm_ = nullptr;
-   stormControlSm_ = nullptr;
+   Hoba::letGo( verifyAgentSm_ );
+   Hoba::letGo( stormControlSm_ );
    chip->capture()->stop();
    chip->mac()->lagOfPortIs( nullptr );
    parityEventSm_->cleanup();
    eventSm_->cleanup();
-   nonAgingSm_ = nullptr;
-   parityEventSm_ = nullptr;
-   parityHelperSm_ = nullptr;
-   paritySm_ = nullptr;
-   eventSm_ = nullptr;
-   nonAgingFeeder_ = nullptr;
-   lagFeeder_ = nullptr;
-   portFeeder_ = nullptr;
+   Hoba::letGo( nonAgingSm_ );
+   Hoba::letGo( parityEventSm_ );
+   Hoba::letGo( parityHelperSm_ );
+   Hoba::letGo( paritySm_ );
+   Hoba::letGo( eventSm_ );
+   Hoba::letGo( nonAgingFeeder_ );
+   Hoba::letGo( lagFeeder_ );
+   Hoba::letGo( portFeeder_ );
    context->cleanup();
 }
 
 namespace {
-
-struct Mounted {
-   char const * path;
-   Kiv::Ptr< Kiv::Entity > entity;
-   Tessera::Access access;
-   Tessera::MayBeMade mayBeMade = {};
-};
 
 // Ports and LAGs may come one day; the chip gets no more traffic classes.
 Tessera::MayBeMade
@@ -64,43 +57,71 @@ knownTrafficClasses( Kiv::Ptr< HobaSim::StormUnit > const & unit ) {
    };
 }
 
-std::vector< Mounted >
-mountsOf( Switch const & sw ) {
-   using enum Tessera::Access;
-   return { { "/feeders/config", sw.feederConfig, configuration },
-            { "/lag/input/config", sw.lagInputConfig, configuration },
-            { "/bridging/stormControl/config", sw.stormControlConfig, configuration,
-              knownTrafficClasses( sw.chip->stormControl() ) },
-            { "/bridging/stormControl/status", sw.stormControlStatus, status },
-            { "/interface/status", sw.ethPhyIntfStatusDir, status },
-            { "/hoba/portStatus", sw.portStatusDir, status },
-            { "/hoba/macTable", sw.macTable, status },
-            { "/hoba/nonAging/status", sw.nonAgingStatus, status },
-            { "/hoba/events/queue", sw.eventQueue, status },
-            { "/hoba/events/status", sw.eventSm().eventStatus(), status },
-            { "/hoba/parityEvents/queue", sw.parityEventQueue, status },
-            { "/hoba/parityEvents/status", sw.parityEventSm().eventStatus(), status },
-            // A cookie asks for one pass: nothing to keep.
-            { "/verify/config", sw.verifyConfig, writable },
-            { "/verify/status", sw.verifyStatus, status },
-            { "/hoba/common", sw.context, status },
-            // Whoever spoils what the chip holds sees verification find it.
-            { "/sim/chip", sw.chip, writable } };
-}
-
 } // namespace
 
+std::vector< Switch::Mounted >
+Switch::entities() const {
+   using enum Tessera::Access;
+   return { { "/feeders/config", feederConfig, configuration },
+            { "/lag/input/config", lagInputConfig, configuration },
+            { "/bridging/stormControl/config", stormControlConfig, configuration,
+              knownTrafficClasses( chip->stormControl() ) },
+            { "/bridging/stormControl/status", stormControlStatus, status },
+            { "/interface/status", ethPhyIntfStatusDir, status },
+            { "/hoba/portStatus", portStatusDir, status },
+            { "/hoba/macTable", macTable, status },
+            { "/hoba/nonAging/status", nonAgingStatus, status },
+            { "/hoba/events/queue", eventQueue, status },
+            { "/hoba/events/status", eventSm_->eventStatus(), status },
+            { "/hoba/parityEvents/queue", parityEventQueue, status },
+            { "/hoba/parityEvents/status", parityEventSm_->eventStatus(), status },
+            // A cookie asks for one pass: nothing to keep.
+            { "/verify/config", verifyConfig, writable },
+            { "/verify/status", verifyStatus, status },
+            { "/hoba/common", context, status },
+            // Whoever spoils what the chip holds sees verification find it.
+            { "/sim/chip", chip, writable } };
+}
+
+// By the names of what they are about, in the order in which they begin.
+std::vector< Switch::Mounted >
+Switch::machines() const {
+   std::vector< Mounted > mounts;
+   for( auto const & [ name, sm ] :
+        std::initializer_list< std::pair< char const *, Kiv::Ptr< Kiv::Entity > > >{
+              { "portFeeder", portFeeder_ },
+              { "lagFeeder", lagFeeder_ },
+              { "nonAgingFeeder", nonAgingFeeder_ },
+              { "parity", paritySm_ },
+              { "nonAging", nonAgingSm_ },
+              { "parityHelper", parityHelperSm_ },
+              { "parityEvents", parityEventSm_ },
+              { "events", eventSm_ },
+              { "stormControl", stormControlSm_ },
+              { "verifyAgent", verifyAgentSm_ } } ) {
+      mounts.push_back( { Kiv::String( "/hoba/machines/" ) + name, sm, Tessera::Access::status } );
+   }
+   return mounts;
+}
+
 void
-Switch::mount( Tessera::Database & database ) {
-   for( auto const & [ path, entity, access, mayBeMade ] : mountsOf( *this ) ) {
+Switch::mount( Tessera::Database & database, std::vector< Mounted > const & mounts ) {
+   for( auto const & [ path, entity, access, mayBeMade ] : mounts ) {
       database.mount( path, entity, access, mayBeMade );
+      mounted_.push_back( path );
    }
 }
 
 void
+Switch::mount( Tessera::Database & database ) {
+   mount( database, entities() );
+   mount( database, machines() );
+}
+
+void
 Switch::unmount( Tessera::Database & database ) {
-   for( auto const & mounted : mountsOf( *this ) ) {
-      database.unmount( mounted.path );
+   for( auto const & path : std::exchange( mounted_, {} ) ) {
+      database.unmount( path );
    }
 }
 
@@ -111,10 +132,14 @@ Switch::hasIntf( Pelt::IntfId intf ) const {
 }
 
 void
-Switch::start() {
+Switch::start( Tessera::Database & database ) {
    portFeeder_->initializedIs( true );
    lagFeeder_->initializedIs( true );
+   nonAgingFeeder_->initializedIs( true );
    context->handleInitialized();
+   mount( database,
+          { { "/hoba/machines/verify", Kiv::dynamicCast< Hoba::VerifySm >( context->verifySm() ),
+              Tessera::Access::status } } );
    paritySm_->initializedIs( true );
    nonAgingSm_->initializedIs( true );
    parityHelperSm_->initializedIs( true );

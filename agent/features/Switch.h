@@ -32,13 +32,15 @@ class Switch {
    Switch( Switch const & ) = delete;
    Switch & operator=( Switch const & ) = delete;
 
-   // What an operator may look at, and write.
+   // What an operator may look at, and write: the entities, and the machines with what they know and
+   // what waits in them. The machine that verifies comes with start(). Whoever watches one, or holds
+   // it, when the switch is gone hears and does nothing more.
    void mount( Tessera::Database & database );
    void unmount( Tessera::Database & database );
 
    // The configuration has been read: the feeders fill the context, the machines do their first
-   // full pass.
-   void start();
+   // full pass. `database` is the one that the rest is mounted in.
+   void start( Tessera::Database & database );
 
    // Whether the switch has this interface. Nothing here makes VXLAN interfaces: each is taken to be
    // there, as the CPU port is.
@@ -75,6 +77,16 @@ class Switch {
    Hoba::NonAgingConfigDirSm & nonAgingSm() const { return *nonAgingSm_; }
 
  private:
+   struct Mounted {
+      Kiv::String path;
+      Kiv::Ptr< Kiv::Entity > entity;
+      Tessera::Access access;
+      Tessera::MayBeMade mayBeMade = {};
+   };
+   void mount( Tessera::Database & database, std::vector< Mounted > const & mounts );
+   std::vector< Mounted > entities() const;
+   std::vector< Mounted > machines() const;
+
    // Made in this order, and let go in the opposite one.
    Kiv::Ptr< Mox::TimerWheel > const clock_ = Kiv::make< Mox::TimerWheel >();
    Kiv::Ptr< HobaSim::StormControlHelper > const stormControlHelper_ =
@@ -89,6 +101,7 @@ class Switch {
    Kiv::Ptr< Hoba::NonAgingConfigDirSm > nonAgingSm_;
    Kiv::Ptr< Hoba::StormControlSm > stormControlSm_;
    Kiv::Ptr< Hoba::VerifyAgentSm > verifyAgentSm_;
+   std::vector< Kiv::String > mounted_;
 };
 
 } // namespace HobaAgent

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/feeders/LagFeeder.h"
 
+#include "Kiv/Reflect.h"
 #include "Zipline/Zipline.h"
 
 #include <algorithm>
 
 ZIPLINE_HANDLE( LagFeeder );
+
+KIV_DEFINE( Feeders::LagFeeder );
 
 namespace Feeders {
 
@@ -64,15 +67,6 @@ LagFeeder::LagFeeder(
    bogusAcsdIs( commonSmData );
 }
 
-Kiv::Ptr< LagFeeder >
-LagFeeder::LagFeederIs(
-      Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
-      Kiv::Ptr< Config const > const & config,
-      Kiv::Ptr< Lag::Input::Config const > const & lagInputConfig,
-      Kiv::Ptr< Interface::AllEthPhyIntfStatusDir const > const & ethPhyIntfStatusDir ) {
-   return Hoba::smIs< LagFeeder >( commonSmData, config, lagInputConfig, ethPhyIntfStatusDir );
-}
-
 void
 LagFeeder::handleInitialized() {
    if( initialized() ) {
@@ -85,16 +79,8 @@ LagFeeder::handleInitialized() {
 // ---- The LAGs
 
 void
-LagFeeder::handleLag( Pelt::PortChannelIntfId const & lag ) {
-   lagConfigIs( lag, config()->notifier()->lag( lag ) );
-   if( !initialized() ) {
-      return;
-   }
-   if( lagConfig( lag ) ) {
-      addLag( lag );
-   } else {
-      removeLag( lag );
-   }
+LagFeeder::handleLag( Pelt::IntfId const & lag ) {
+   lagConfig( lag ) ? addLag( lag ) : removeLag( lag );
 }
 
 void
@@ -102,7 +88,7 @@ LagFeeder::addLag( Pelt::IntfId lag ) {
    ZTRACE( 3, "Adding ", lag );
    Hoba::HobaPortList const members{ wantedMembers( lag ) };
    for( auto const port : members.port ) {
-      configuredLag_.insertOrAssign( port, lag );
+      configuredLagIs( port, lag );
    }
    commonSmData()->lagToPortConfigIs( lag, members );
    commonSmData()->lagToPortIs( lag, commonSmData()->lagToPort( lag ) );
@@ -113,7 +99,7 @@ void
 LagFeeder::removeLag( Pelt::IntfId lag ) {
    ZTRACE( 3, "Removing ", lag );
    for( auto const port : commonSmData()->lagToPortConfig( lag ).port ) {
-      configuredLag_.erase( port );
+      configuredLagDel( port );
    }
    membersLeave( lag, {} );
    commonSmData()->lagToPortDel( lag );
@@ -125,7 +111,7 @@ LagFeeder::removeLag( Pelt::IntfId lag ) {
 void
 LagFeeder::handleLagConfig( Pelt::IntfId const & lag ) {
    auto const * reactor = lagConfig( lag );
-   if( !initialized() || !reactor ) {
+   if( !reactor ) {
       return;
    }
    auto const & asked = *reactor->notifier();
@@ -160,40 +146,27 @@ LagFeeder::wantedMembers( Pelt::IntfId lag ) const {
 }
 
 void
-LagFeeder::handlePortStatus( Pelt::IntfId const & intf ) {
-   portStatusIs( intf, portStatusDir()->notifier()->ethPhyIntfStatus( intf ) );
-   handleActive( intf );
-}
-
-void
-LagFeeder::handleActive( Pelt::IntfId const & intf ) {
-   auto const * lag = configuredLag_.find( intf );
-   if( initialized() && lag ) {
-      review( Pelt::IntfId( *lag ) );
-   }
+LagFeeder::handlePortActive( Pelt::IntfId const & intf ) {
+   review( configuredLag( intf ) );
 }
 
 void
 LagFeeder::handleMembership( Pelt::IntfId const & intf ) {
-   if( !initialized() ) {
-      return;
-   }
-   auto const * const present = configuredLag_.find( intf );
-   auto const before = present ? *present : Pelt::IntfId();
+   auto const before = configuredLag( intf );
    auto const after = wantedLag( intf );
    if( before == after ) {
       return;
    }
    // Out of the one LAG altogether before it is in the other.
    if( before ) {
-      configuredLag_.erase( intf );
+      configuredLagDel( intf );
       auto members = commonSmData()->lagToPortConfig( before );
       std::erase( members.port, intf );
       commonSmData()->lagToPortConfigIs( before, members );
       review( before );
    }
    if( after ) {
-      configuredLag_.insertOrAssign( intf, after );
+      configuredLagIs( intf, after );
       auto members = commonSmData()->lagToPortConfig( after );
       members.port.push_back( intf );
       commonSmData()->lagToPortConfigIs( after, members );

@@ -26,19 +26,16 @@
 namespace Feeders {
 
 class LagFeeder : public Hoba::HobaBaseSm {
- public:
-   // Reads `config`, `lagInputConfig`, `ethPhyIntfStatusDir` and HobaCommonSmData::intf; writes
-   // `commonSmData`, but not before its owner says initializedIs( true ).
-   static Kiv::Ptr< LagFeeder >
-   LagFeederIs( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
-                Kiv::Ptr< Config const > const & config,
-                Kiv::Ptr< Lag::Input::Config const > const & lagInputConfig,
-                Kiv::Ptr< Interface::AllEthPhyIntfStatusDir const > const & ethPhyIntfStatusDir );
-   KIV_TYPE( LagFeeder );
+   HOBA_MACHINE( LagFeeder );
+   // By port: the LAG in whose lagToPortConfig it stands.
+   KIV_COLLECTION( Pelt::IntfId, Pelt::IntfId, configuredLag );
 
+ public:
    void handleInitialized() override;
 
  protected:
+   // Reads `config`, `lagInputConfig`, `ethPhyIntfStatusDir` and HobaCommonSmData::intf; writes
+   // `commonSmData`, but not before its owner says initializedIs( true ).
    LagFeeder( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
               Kiv::Ptr< Config const > const & config,
               Kiv::Ptr< Lag::Input::Config const > const & lagInputConfig,
@@ -49,12 +46,11 @@ class LagFeeder : public Hoba::HobaBaseSm {
    using PortStatusDir = Interface::AllEthPhyIntfStatusDir;
 
    // A LAG came or went; something about it changed.
-   void handleLag( Pelt::PortChannelIntfId const & lag );
+   void handleLag( Pelt::IntfId const & lag );
    void handleLagConfig( Pelt::IntfId const & lag );
-   // A port was put into a LAG or taken out, came or went, or its activity changed.
+   // A port was put into a LAG or taken out, came or went; its activity changed.
    void handleMembership( Pelt::IntfId const & intf );
-   void handlePortStatus( Pelt::IntfId const & intf );
-   void handleActive( Pelt::IntfId const & intf );
+   void handlePortActive( Pelt::IntfId const & intf );
 
    void addLag( Pelt::IntfId lag );
    void removeLag( Pelt::IntfId lag );
@@ -66,61 +62,42 @@ class LagFeeder : public Hoba::HobaBaseSm {
    void membersLeave( Pelt::IntfId lag, std::vector< Pelt::IntfId > const & staying );
    void membersJoin( Pelt::IntfId lag, std::vector< Pelt::IntfId > const & members );
 
-   class KivConfig : public Kiv::Reactor< KivConfig, Config const, LagFeeder > {
-    public:
-      static constexpr auto handlers =
-            Kiv::handlers( Kiv::on< Config::lagAttr, &LagFeeder::handleLag >() );
-   };
-
    class KivLagConfig
-         : public Kiv::Reactor< KivLagConfig, LagConfig const, LagFeeder, Pelt::IntfId > {
-    public:
-      static constexpr auto handlers = Kiv::handlers(
-            Kiv::onChange< LagConfig::enabledAttr, &LagFeeder::handleLagConfig >(),
-            Kiv::onChange< LagConfig::minLinksAttr, &LagFeeder::handleLagConfig >(),
-            Kiv::onChange< LagConfig::kindAttr, &LagFeeder::handleLagConfig >(),
-            Kiv::onChange< LagConfig::lacpPartnerAttr, &LagFeeder::handleLagConfig >(),
-            Kiv::onChange< LagConfig::lacpFallbackAttr, &LagFeeder::handleLagConfig >() );
+         : public Kiv::Hears<
+                 LagFeeder, LagConfig const, Pelt::IntfId,
+                 Kiv::WhenReadyAny< &LagFeeder::handleLagConfig, LagConfig::enabledAttr,
+                                    LagConfig::minLinksAttr, LagConfig::kindAttr,
+                                    LagConfig::lacpPartnerAttr, LagConfig::lacpFallbackAttr > > {};
+   KIV_REACTORS( Pelt::IntfId, KivLagConfig, lagConfig );
+   class KivConfig : public Kiv::Hears< LagFeeder, Config const,
+                                        Kiv::Follow< Config::lagAttr, &LagFeeder::lagConfig_ >,
+                                        Kiv::WhenReady< Config::lagAttr, &LagFeeder::handleLag > > {
    };
+   KIV_REACTOR( KivConfig, config );
 
    class KivLagInputConfig
-         : public Kiv::Reactor< KivLagInputConfig, Lag::Input::Config const, LagFeeder > {
-    public:
-      static constexpr auto handlers =
-            Kiv::handlers( Kiv::onChange< Lag::Input::Config::ethPhyIntfLagConfigAttr,
-                                          &LagFeeder::handleMembership >() );
-   };
-
-   class KivPortStatusDir
-         : public Kiv::Reactor< KivPortStatusDir, PortStatusDir const, LagFeeder > {
-    public:
-      static constexpr auto handlers = Kiv::handlers(
-            Kiv::on< PortStatusDir::ethPhyIntfStatusAttr, &LagFeeder::handlePortStatus >() );
-   };
+         : public Kiv::Hears< LagFeeder, Lag::Input::Config const,
+                              Kiv::WhenReady< Lag::Input::Config::ethPhyIntfLagConfigAttr,
+                                              &LagFeeder::handleMembership > > {};
+   KIV_REACTOR( KivLagInputConfig, lagInputConfig );
 
    class KivPortStatus
-         : public Kiv::Reactor< KivPortStatus, PortStatus const, LagFeeder, Pelt::IntfId > {
-    public:
-      static constexpr auto handlers =
-            Kiv::handlers( Kiv::onChange< PortStatus::activeAttr, &LagFeeder::handleActive >() );
+         : public Kiv::Hears< LagFeeder, PortStatus const, Pelt::IntfId,
+                              Kiv::WhenReady< PortStatus::activeAttr, &LagFeeder::handlePortActive > > {
    };
-
-   class KivBogusAcsd
-         : public Kiv::Reactor< KivBogusAcsd, Hoba::HobaCommonSmData const, LagFeeder > {
-    public:
-      static constexpr auto handlers = Kiv::handlers(
-            Kiv::onChange< Hoba::HobaCommonSmData::intfAttr, &LagFeeder::handleMembership >() );
-   };
-
-   KIV_REACTOR( KivConfig, config );
-   KIV_REACTORS( Pelt::IntfId, KivLagConfig, lagConfig );
-   KIV_REACTOR( KivLagInputConfig, lagInputConfig );
-   KIV_REACTOR( KivPortStatusDir, portStatusDir );
    KIV_REACTORS( Pelt::IntfId, KivPortStatus, portStatus );
-   KIV_REACTOR( KivBogusAcsd, bogusAcsd );
+   class KivPortStatusDir
+         : public Kiv::Hears<
+                 LagFeeder, PortStatusDir const,
+                 Kiv::Follow< PortStatusDir::ethPhyIntfStatusAttr, &LagFeeder::portStatus_ >,
+                 Kiv::WhenReady< PortStatusDir::ethPhyIntfStatusAttr, &LagFeeder::handlePortActive > > {
+   };
+   KIV_REACTOR( KivPortStatusDir, portStatusDir );
 
-   // By port: the LAG in whose lagToPortConfig it stands.
-   Kiv::HashMap< Pelt::IntfId, Pelt::IntfId > configuredLag_;
+   class KivBogusAcsd : public Kiv::Hears< LagFeeder, Hoba::HobaCommonSmData const,
+                                           Kiv::WhenReady< Hoba::HobaCommonSmData::intfAttr,
+                                                           &LagFeeder::handleMembership > > {};
+   KIV_REACTOR( KivBogusAcsd, bogusAcsd );
 };
 
 } // namespace Feeders

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/feeders/NonAgingFeeder.h"
 
+#include "Kiv/Reflect.h"
+
+KIV_DEFINE( Feeders::NonAgingFeeder );
+
 namespace Feeders {
 
 NonAgingFeeder::NonAgingFeeder( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
@@ -8,13 +12,6 @@ NonAgingFeeder::NonAgingFeeder( Kiv::Ptr< Hoba::HobaCommonSmData > const & commo
                                 Kiv::Ptr< Kiv::Dir > const & nonAgingConfigDir )
       : HobaBaseSm( commonSmData ), nonAgingConfigDir_( nonAgingConfigDir ) {
    configIs( config );
-}
-
-Kiv::Ptr< NonAgingFeeder >
-NonAgingFeeder::NonAgingFeederIs( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
-                                  Kiv::Ptr< Config > const & config,
-                                  Kiv::Ptr< Kiv::Dir > const & nonAgingConfigDir ) {
-   return Hoba::smIs< NonAgingFeeder >( commonSmData, config, nonAgingConfigDir );
 }
 
 void

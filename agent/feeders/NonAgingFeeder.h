@@ -11,15 +11,10 @@
 namespace Feeders {
 
 class NonAgingFeeder : public Hoba::HobaBaseSm {
- public:
-   // Reads `config`, whose clients it passes on to be read; writes `nonAgingConfigDir`.
-   static Kiv::Ptr< NonAgingFeeder >
-   NonAgingFeederIs( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
-                     Kiv::Ptr< Config > const & config,
-                     Kiv::Ptr< Kiv::Dir > const & nonAgingConfigDir );
-   KIV_TYPE( NonAgingFeeder );
+   HOBA_MACHINE( NonAgingFeeder );
 
  protected:
+   // Reads `config`, whose clients it passes on to be read; writes `nonAgingConfigDir`.
    NonAgingFeeder( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
                    Kiv::Ptr< Config > const & config,
                    Kiv::Ptr< Kiv::Dir > const & nonAgingConfigDir );
@@ -27,10 +22,9 @@ class NonAgingFeeder : public Hoba::HobaBaseSm {
  private:
    void handleClient( Kiv::String const & client );
 
-   class KivConfig : public Kiv::Reactor< KivConfig, Config, NonAgingFeeder > {
-    public:
-      static constexpr auto handlers =
-            Kiv::handlers( Kiv::on< Config::nonAgingClientAttr, &NonAgingFeeder::handleClient >() );
+   class KivConfig : public Kiv::Hears<
+                           NonAgingFeeder, Config,
+                           Kiv::On< Config::nonAgingClientAttr, &NonAgingFeeder::handleClient > > {
    };
 
    Kiv::Ptr< Kiv::Dir > const nonAgingConfigDir_;

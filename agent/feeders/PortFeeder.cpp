@@ -2,9 +2,12 @@
 #include "agent/feeders/PortFeeder.h"
 
 #include "Hoba/HobaHelper.h"
+#include "Kiv/Reflect.h"
 #include "Zipline/Zipline.h"
 
 ZIPLINE_HANDLE( PortFeeder );
+
+KIV_DEFINE( Feeders::PortFeeder );
 
 namespace Feeders {
 
@@ -17,36 +20,18 @@ PortFeeder::PortFeeder( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
    configIs( config );
 }
 
-Kiv::Ptr< PortFeeder >
-PortFeeder::PortFeederIs( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
-                          Kiv::Ptr< Config const > const & config,
-                          Kiv::Ptr< Interface::AllEthPhyIntfStatusDir > const & ethPhyIntfStatusDir,
-                          Kiv::Ptr< HobaTypes::HobaPortStatusDir > const & hobaPortStatusDir ) {
-   return Hoba::smIs< PortFeeder >( commonSmData, config, ethPhyIntfStatusDir, hobaPortStatusDir );
-}
-
 void
 PortFeeder::handleInitialized() {
-   if( !initialized() ) {
-      return;
-   }
-   commonSmData()->cpuIntfIs( Hoba::CpuPortName(), true );
-   for( auto const & [ intf, reactor ] : portConfig() ) {
-      handlePortConfig( intf );
+   if( initialized() ) {
+      commonSmData()->cpuIntfIs( Hoba::CpuPortName(), true );
+      for( auto const & [ intf, reactor ] : portConfig() ) {
+         handlePort( intf );
+      }
    }
 }
 
 void
-PortFeeder::handlePort( Pelt::EthIntfId const & intf ) {
-   portConfigIs( intf, config()->notifier()->port( intf ) );
-   handlePortConfig( intf );
-}
-
-void
-PortFeeder::handlePortConfig( Pelt::IntfId const & intf ) {
-   if( !initialized() ) {
-      return;
-   }
+PortFeeder::handlePort( Pelt::IntfId const & intf ) {
    auto const * reactor = portConfig( intf );
    if( !reactor ) {
       remove( intf );

@@ -20,64 +20,48 @@
 namespace Feeders {
 
 class PortFeeder : public Hoba::HobaBaseSm {
- public:
-   // Reads `config` and what the chip reported into `hobaPortStatusDir`; writes `commonSmData`,
-   // `ethPhyIntfStatusDir` and who is in `hobaPortStatusDir`, but not before its owner says
-   // initializedIs( true ).
-   static Kiv::Ptr< PortFeeder >
-   PortFeederIs( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
-                 Kiv::Ptr< Config const > const & config,
-                 Kiv::Ptr< Interface::AllEthPhyIntfStatusDir > const & ethPhyIntfStatusDir,
-                 Kiv::Ptr< HobaTypes::HobaPortStatusDir > const & hobaPortStatusDir );
-   KIV_TYPE( PortFeeder );
+   HOBA_MACHINE( PortFeeder );
 
+ public:
    void handleInitialized() override;
 
  protected:
+   // Reads `config` and what the chip reported into `hobaPortStatusDir`; writes `commonSmData`,
+   // `ethPhyIntfStatusDir` and who is in `hobaPortStatusDir`, but not before its owner says
+   // initializedIs( true ).
    PortFeeder( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
                Kiv::Ptr< Config const > const & config,
                Kiv::Ptr< Interface::AllEthPhyIntfStatusDir > const & ethPhyIntfStatusDir,
                Kiv::Ptr< HobaTypes::HobaPortStatusDir > const & hobaPortStatusDir );
 
  private:
-   // A port came or went.
-   void handlePort( Pelt::EthIntfId const & intf );
-   // Something about a port changed.
-   void handlePortConfig( Pelt::IntfId const & intf );
+   // A port came or went, or something about it changed.
+   void handlePort( Pelt::IntfId const & intf );
    void statusIs( Interface::EthPhyIntfStatus & status, PortConfig const & port,
                   Pelt::IntfId intf );
    void add( Pelt::IntfId intf, PortConfig const & port );
    void remove( Pelt::IntfId intf );
 
-   class KivConfig : public Kiv::Reactor< KivConfig, Config const, PortFeeder > {
-    public:
-      static constexpr auto handlers =
-            Kiv::handlers( Kiv::on< Config::portAttr, &PortFeeder::handlePort >() );
-   };
-
    class KivPortConfig
-         : public Kiv::Reactor< KivPortConfig, PortConfig const, PortFeeder, Pelt::IntfId > {
-    public:
-      static constexpr auto handlers = Kiv::handlers(
-            Kiv::onChange< PortConfig::speedAttr, &PortFeeder::handlePortConfig >(),
-            Kiv::onChange< PortConfig::enabledAttr, &PortFeeder::handlePortConfig >(),
-            Kiv::onChange< PortConfig::linkUpAttr, &PortFeeder::handlePortConfig >() );
-   };
-
-   class KivPortStatus : public Kiv::Reactor< KivPortStatus, HobaTypes::HobaPortStatus const,
-                                              PortFeeder, Pelt::IntfId > {
-    public:
-      static constexpr auto handlers =
-            Kiv::handlers( Kiv::onChange< HobaTypes::HobaPortStatus::linkStatusAttr,
-                                          &PortFeeder::handlePortConfig >() );
-   };
+         : public Kiv::Hears<
+                 PortFeeder, PortConfig const, Pelt::IntfId,
+                 Kiv::WhenReadyAny< &PortFeeder::handlePort, PortConfig::speedAttr,
+                                    PortConfig::enabledAttr, PortConfig::linkUpAttr > > {};
+   class KivPortStatus
+         : public Kiv::Hears< PortFeeder, HobaTypes::HobaPortStatus const, Pelt::IntfId,
+                              Kiv::WhenReady< HobaTypes::HobaPortStatus::linkStatusAttr,
+                                              &PortFeeder::handlePort > > {};
 
    Kiv::Ptr< Interface::AllEthPhyIntfStatusDir > const ethPhyIntfStatusDir_;
    Kiv::Ptr< HobaTypes::HobaPortStatusDir > const hobaPortStatusDir_;
-
-   KIV_REACTOR( KivConfig, config );
    KIV_REACTORS( Pelt::IntfId, KivPortConfig, portConfig );
    KIV_REACTORS( Pelt::IntfId, KivPortStatus, portStatus );
+
+   class KivConfig
+         : public Kiv::Hears< PortFeeder, Config const,
+                              Kiv::Follow< Config::portAttr, &PortFeeder::portConfig_ >,
+                              Kiv::WhenReady< Config::portAttr, &PortFeeder::handlePort > > {};
+   KIV_REACTOR( KivConfig, config );
 };
 
 } // namespace Feeders

@@ -2,8 +2,10 @@
 #include "chips/sim/SimMachines.h"
 
 #include "Hoba/HobaCommon.h"
+#include "Kiv/Reflect.h"
 
-#include <algorithm>
+KIV_DEFINE( HobaSim::ChipEventQueueSm );
+KIV_DEFINE( HobaSim::ChipParityHelperSm );
 
 namespace HobaSim {
 
@@ -13,25 +15,10 @@ ChipEventQueueSm::ChipEventQueueSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & c
                                     Kiv::Ptr< Chip > const & chip )
       : EventQueueSm( commonSmData, queue, portStatusDir ), chip_( chip ) {}
 
-Kiv::Ptr< ChipEventQueueSm >
-ChipEventQueueSm::ChipEventQueueSmIs(
-      Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
-      Kiv::Ptr< Hoba::HobaEventQueue > const & queue,
-      Kiv::Ptr< HobaTypes::HobaPortStatusDir > const & portStatusDir,
-      Kiv::Ptr< Chip > const & chip ) {
-   return Hoba::smIs< ChipEventQueueSm >( commonSmData, queue, portStatusDir, chip );
-}
-
 ChipParityHelperSm::ChipParityHelperSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
                                         Kiv::Ptr< ParityUnit > const & unit )
       : HobaParityEventHelperSm( commonSmData ), unit_( unit ) {
    clockIs( Kiv::make< Kiv::Clock >() );
-}
-
-Kiv::Ptr< ChipParityHelperSm >
-ChipParityHelperSm::ChipParityHelperSmIs( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
-                                          Kiv::Ptr< ParityUnit > const & unit ) {
-   return Hoba::smIs< ChipParityHelperSm >( commonSmData, unit );
 }
 
 void
@@ -40,7 +27,9 @@ ChipParityHelperSm::hwInit() {
    for( auto const & [ name, entry ] : unit_->slices()->entry() ) {
       if( auto const slice = Kiv::dynamicCast< Hoba::ParityEventStatus >( entry ) ) {
          for( auto const & [ key, event ] : slice->parityEvent() ) {
-            due_.tryEmplace( key, done );
+            if( !dueHas( key ) ) {
+               dueIs( key, done );
+            }
          }
       }
    }
@@ -64,23 +53,22 @@ ChipParityHelperSm::hwHandleParityError( Hoba::HobaParityEvent const & event ) {
    default:
       Hoba::hobaLog< Hoba::HARDWARE_PERR_CORRECTABLE >( key );
       auto const done = clock()->now() + unit_->correctionTime();
-      due_.insertOrAssign( key, done );
-      clock()->timeMinIs( std::min( clock()->timeMin(), done ) );
+      dueIs( key, done );
+      clock()->noLaterThan( done );
    }
 }
 
 void
 ChipParityHelperSm::arm() {
-   Kiv::Seconds first = Kiv::never;
-   for( auto const & [ key, time ] : due_ ) {
-      first = std::min( first, time );
+   clock()->timeMinIs( Kiv::never );
+   for( auto const & [ key, time ] : due() ) {
+      clock()->noLaterThan( time );
    }
-   clock()->timeMinIs( first );
 }
 
 void
 ChipParityHelperSm::handleCorrectionTime() {
-   for( auto const & [ key, time ] : due_ ) {
+   for( auto const & [ key, time ] : due() ) {
       if( time > clock()->now() ) {
          continue;
       }
@@ -88,7 +76,7 @@ ChipParityHelperSm::handleCorrectionTime() {
       if( unit_->corrected( key ) ) {
          Hoba::hobaLog< Hoba::HARDWARE_PERR_CORRECTED >( key );
       }
-      due_.erase( key );
+      dueDel( key );
    }
    arm();
 }

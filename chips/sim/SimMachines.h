@@ -12,19 +12,14 @@ namespace HobaSim {
 
 // Events of ports and stations.
 class ChipEventQueueSm : public Hoba::EventQueueSm {
- public:
-   // As Hoba::EventQueueSm::EventQueueSmIs(); tells `chip` whether it may report.
-   static Kiv::Ptr< ChipEventQueueSm >
-   ChipEventQueueSmIs( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
-                       Kiv::Ptr< Hoba::HobaEventQueue > const & queue,
-                       Kiv::Ptr< HobaTypes::HobaPortStatusDir > const & portStatusDir,
-                       Kiv::Ptr< Chip > const & chip );
-   KIV_TYPE( ChipEventQueueSm );
+   HOBA_MACHINE( ChipEventQueueSm, Hoba::EventQueueSm );
 
+ public:
    void hwInit() override { chip_->reportingIs( true ); }
    void hwCleanup() override { chip_->reportingIs( false ); }
 
  protected:
+   // As Hoba::EventQueueSm; tells `chip` whether it may report.
    ChipEventQueueSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
                      Kiv::Ptr< Hoba::HobaEventQueue > const & queue,
                      Kiv::Ptr< HobaTypes::HobaPortStatusDir > const & portStatusDir,
@@ -38,12 +33,11 @@ class ChipEventQueueSm : public Hoba::EventQueueSm {
 // reset takes all errors of its slice away at once; and what nothing else helps against restarts the
 // agent.
 class ChipParityHelperSm : public Hoba::HobaParityEventHelperSm {
- public:
-   static Kiv::Ptr< ChipParityHelperSm >
-   ChipParityHelperSmIs( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
-                         Kiv::Ptr< ParityUnit > const & unit );
-   KIV_TYPE( ChipParityHelperSm );
+   HOBA_MACHINE( ChipParityHelperSm, Hoba::HobaParityEventHelperSm );
+   // The entries that are being written again, and when that is done.
+   KIV_COLLECTION( Hoba::ParityEvent::Key, Kiv::Seconds, due );
 
+ public:
    // Also corrects what was found wrong when nobody could hear of it.
    void hwInit() override;
    // What is still to be corrected waits for the next hwInit().
@@ -51,6 +45,7 @@ class ChipParityHelperSm : public Hoba::HobaParityEventHelperSm {
    void hwHandleParityError( Hoba::HobaParityEvent const & event ) override;
 
  protected:
+   // Its clock is one of its own, on the ambient driver.
    ChipParityHelperSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
                        Kiv::Ptr< ParityUnit > const & unit );
 
@@ -63,8 +58,6 @@ class ChipParityHelperSm : public Hoba::HobaParityEventHelperSm {
                                               &ChipParityHelperSm::handleCorrectionTime > {};
 
    Kiv::Ptr< ParityUnit > const unit_;
-   // The entries that are being written again, and when that is done.
-   Kiv::HashMap< Hoba::ParityEvent::Key, Kiv::Seconds > due_;
    KIV_REACTOR( KivClock, clock );
 };
 

@@ -5,6 +5,8 @@
 //
 //    KIV_ATTRIBUTE( T, x, default... )      x(), xIs( v )
 //    KIV_ANNOUNCED( T, x, default... )      the same, but every xIs() notifies, changed or not
+//    KIV_RULED( T, x, default... )          x(); what xIs( v ) does the class defines, and says kivChanged( xAttr ) itself;
+//                                           from outside it is read only
 //    KIV_COUNTER( T, x )                    x(), xIs( v ), xInc( n ), xDec( n ): return the new value
 //    KIV_SET( K, x )                        x(), xHas( k ), xIs( k ), xDel( k ), xDelAll()
 //    KIV_COLLECTION( K, V, x, option... )   x(), x( k ), xHas( k ), xIs( k, v ), xDel( k ), xDelAll()
@@ -225,6 +227,16 @@ keysOf( Map const & map ) {
 
 #define KIV_ANNOUNCED( T, attr, ... )                                                              \
    KIV_SCALAR_( scalar, attr##_ = value; this->kivChanged( attr##Attr );, T, attr, __VA_ARGS__ )   \
+   KIV_NEXT( attr )
+
+#define KIV_RULED( T, attr, ... )                                                                  \
+ private:                                                                                          \
+   T attr##_{ __VA_ARGS__ };                                                                       \
+                                                                                                   \
+ public:                                                                                           \
+   KIV_DESCRIBE( scalar, void, T, attr )                                                           \
+   T const & attr() const { return attr##_; }                                                      \
+   void attr##Is( ::Kiv::Param< T > value );                                                       \
    KIV_NEXT( attr )
 
 #define KIV_COUNTER( T, attr )                                                                     \

@@ -22,13 +22,15 @@
 //    whenReady< attr, &C::handler >()    on changes only, and only while the owner is initialized
 //    onceReady< attr, &C::handler >()    as on<>, but only once the reactor is initialized: in its first
 //                                        pass, when it turns to another entity, and on every change
+//    whenReadyAny< &C::handler, attr, attr... >() the same of several attributes
 //    onAny< &C::handler, attr, attr... >()        several attributes, one handler: once at
 //                                                 synchronisation, and on every change
 //    onAnyChange< &C::handler, attr, attr... >()  the same on changes only
 //    follow< attr, &C::field_ >()        a reactor for each entity that the attribute holds: field_ is
-//                                        a KIV_REACTORS of the attribute's key, or, if the attribute
-//                                        is one entity, a KIV_REACTOR. Reactors come, turn to another
-//                                        entity and go as the entities do.
+//                                        a KIV_REACTORS of the attribute's key, or of what such a key
+//                                        converts to and explicitly from, or, if the attribute is one
+//                                        entity, a KIV_REACTOR. Reactors come, turn to another entity
+//                                        and go as the entities do.
 //    follow< attr, &C::field_, &KivChild::lastWord >()   a reactor whose entity goes speaks first
 //                                        Where field_ has a follow( key, entity ), which null ends,
 //                                        it is called instead.
@@ -350,8 +352,8 @@ struct Follow : HandlerRow {
       if constexpr( keyed ) {
          auto const & children = childrenOf( entity );
          // First those of the entity that was watched before.
-         for( auto const & key : keysOf( slot( reactor ).all() ) ) {
-            if( !children.has( key ) ) {
+         for( auto const & known : keysOf( slot( reactor ).all() ) ) {
+            if( auto const key = typename A::Key( known ); !children.has( key ) ) {
                step( reactor, key );
             }
             if( !reactor.kivSynchronises( entity ) ) {
@@ -423,6 +425,8 @@ using WhenReady = OnRow< RowRuns::whileOwnerIsReady, handler, attribute >;
 template< auto const & attribute, auto handler >
 using OnceReady = OnRow< RowRuns::fromFirstPass, handler, attribute >;
 template< auto handler, auto const &... attributes >
+using WhenReadyAny = OnRow< RowRuns::whileOwnerIsReady, handler, attributes... >;
+template< auto handler, auto const &... attributes >
 using OnAny = OnRow< RowRuns::atSynchronisation, handler, attributes... >;
 template< auto handler, auto const &... attributes >
 using OnAnyChange = OnRow< RowRuns::onChangesOnly, handler, attributes... >;
@@ -446,6 +450,11 @@ whenReady() {
 template< auto const & attribute, auto handler >
 consteval OnceReady< attribute, handler >
 onceReady() {
+   return {};
+}
+template< auto handler, auto const &... attributes >
+consteval WhenReadyAny< handler, attributes... >
+whenReadyAny() {
    return {};
 }
 template< auto handler, auto const &... attributes >

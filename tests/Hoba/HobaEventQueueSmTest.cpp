@@ -290,6 +290,23 @@ TEST_F( EventQueueSmTest, floodIsOneWakeUp ) {
    EXPECT_EQ( waiting(), 0u );
 }
 
+// Who hears of how many wait may stop it all before the first of them has its turn.
+TEST_F( EventQueueSmTest, theDrainLooksAgainWhenItHasToldOfItself ) {
+   start();
+   using MarkWatcher = Watcher< Hoba::EventQueueStatus, Hoba::EventQueueStatus::highWaterMarkAttr >;
+   auto const onMark = Hoba::smIs< MarkWatcher >( status );
+   onMark->then = [ & ] { sm->enabledIs( false ); };
+   toggle( 2 );
+   driver.run();
+   EXPECT_EQ( waiting(), 2u );
+   onMark->then = [ & ] { queue->eventDelAll(); };
+   sm->enabledIs( true );
+   toggle( 1 );
+   driver.run();
+   EXPECT_EQ( heard, Strings{} );
+   EXPECT_EQ( waiting() + sm->eventCounter(), 0u );
+}
+
 // ---- Who
 
 TEST_F( EventQueueSmTest, hardwareIsInitializedAndCleanedUpOnce ) {
@@ -660,6 +677,21 @@ TEST_F( EventQueueSmTest, macEventsOvertakeTheQueue ) {
    Hoba::eventSmIs( sm );
    Hoba::newMacEventIs( hostEvent( learnt ) );
    EXPECT_TRUE( table->macEntryHas( hostNumber( 1 ) ) ) << "also while it does not run";
+}
+
+TEST_F( EventQueueSmTest, whatOvertookOneQueueSaysNothingOfAnother ) {
+   auto const learnt = HobaEvent::eventTypeMacAddressLearned;
+   start();
+   Hoba::newEventIs( hostEvent( learnt, 2 ) );
+   Hoba::newMacEventIs( hostEvent( HobaEvent::eventTypeMacAddressDeleted, 1 ) );
+   EXPECT_EQ( sm->overtaken( hostNumber( 1 ) ), 1u );
+   sm->eventQueueIs( queue );
+   EXPECT_TRUE( sm->overtakenHas( hostNumber( 1 ) ) ) << "the same queue";
+   sm->eventQueueIs( Hoba::HobaEventQueue::HobaEventQueueIs( "other" ) );
+   Hoba::newEventIs( hostEvent( learnt, 1 ) ); // with an index that was overtaken in the first one
+   driver.run();
+   EXPECT_TRUE( table->macEntryHas( hostNumber( 1 ) ) );
+   EXPECT_EQ( waiting(), 1u );
 }
 
 } // namespace

@@ -244,8 +244,18 @@ TEST_F( VerifySmTest, commandLineIsAnsweredAtOnce ) {
    checked->initializedIs( false );
    EXPECT_EQ( command( "VTS#" ), "{ \"hobaVerify::agent\" : [  ] }" );
    EXPECT_EQ( driver.timers(), 0u );
-   agentSm = nullptr;
+
+   // Neither machine works any more, whoever still holds it.
+   auto const held = agentSm;
+   auto const verifier = data->verifySm();
+   auto const entity = data->verifyData();
+   Hoba::letGo( agentSm );
    EXPECT_EQ( Hoba::CliCallback::find( "VerifyAgentCli" ), nullptr );
+   data->cleanup();
+   entity->doRequestVerify();
+   config->cookieIs( 9 );
+   EXPECT_EQ( driver.timers(), 0u );
+   EXPECT_EQ( answered(), VerifyStatusData{} );
 }
 
 TEST_F( VerifySmTest, commandLineBetweenRequestAndPass ) {

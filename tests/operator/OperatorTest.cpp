@@ -267,6 +267,7 @@ TEST_F( OperatorTest, stationsThatNeverAge ) {
    station( "dot1x", host, "Ethernet1" );
    station( "dhcp", host, "Ethernet2" );
    EXPECT_EQ( stations(), "Ethernet2 unknown 2 dot1x, dhcp" );
+   EXPECT_NE( ok( "get /hoba/machines/nonAging/configSm/dhcp" ).find( host ), std::string::npos );
    ok( "del /feeders/config/nonAgingClient/dhcp" );
    EXPECT_EQ( stations(), "Ethernet1 unknown 1 dot1x" );
    // What can be no station is refused, and a station nowhere told.
@@ -410,7 +411,9 @@ TEST_F( OperatorTest, savedConfigurationGivesTheSameSwitch ) {
           "set /sim/chip/stormControl/ppsMetering true", "del ~/Ethernet6" } ) {
       ok( change );
    }
-   auto const saved = folder.file( "saved.json", ok( "--json get --configuration /" ) );
+   auto const configuration = ok( "--json get --configuration /" );
+   EXPECT_EQ( configuration.find( "machines" ), std::string::npos );
+   auto const saved = folder.file( "saved.json", configuration );
    auto const before = switchNow();
    ok( "apply", saved );
    EXPECT_EQ( switchNow(), before ) << "nothing to do";

@@ -6,6 +6,7 @@
 #include "KivExample.h"
 
 #include "Kiv/Reflect.h"
+#include "Pelt/IntfId.h"
 
 #include <gtest/gtest.h>
 
@@ -14,6 +15,12 @@ namespace {
 using namespace Example;
 using Kiv::make;
 using Kiv::Ptr;
+
+class Ports : public Kiv::Entity {
+   KIV_ENTITY( Ports );
+   KIV_CHILDREN( Pelt::EthIntfId, Leaf, port );
+};
+KIV_DEFINE( Ports );
 
 class Follower : public Kiv::PtrInterface, public Kiv::ReactorOwner {
  public:
@@ -76,11 +83,18 @@ class Follower : public Kiv::PtrInterface, public Kiv::ReactorOwner {
                          Follower, Node const,
                          Kiv::Follow< Node::leavesAttr, &Follower::leaves_, &KivLeaf::lastWord >,
                          Kiv::Follow< Node::leafAttr, &Follower::leaf_ >,
-                         Kiv::WhenReady< Node::aAttr, &Follower::handleA >,
+                         Kiv::WhenReadyAny< &Follower::handleA, Node::aAttr, Node::reviewsAttr >,
                          Kiv::OnceReady< Node::tagAttr, &Follower::handleTag >,
                          Kiv::OnAnyChange< &Follower::handleText, Node::textAttr, Node::bAttr > > {
    };
    KIV_REACTOR( KivNode, node );
+
+   // By any interface, where each is an Ethernet port.
+   class KivPort : public Kiv::Hears< Follower, Leaf const, Pelt::IntfId > {};
+   KIV_REACTORS( Pelt::IntfId, KivPort, port );
+   class KivPorts : public Kiv::Hears< Follower, Ports const,
+                                       Kiv::Follow< Ports::portAttr, &Follower::port_ > > {};
+   KIV_REACTOR( KivPorts, ports );
 
    Script & script;
 
@@ -139,6 +153,23 @@ TEST_F( KivRows, reactorsFollowTheChildren ) {
    EXPECT_EQ( script.take(), "last y" );
 }
 
+TEST_F( KivRows, reactorsFollowByAWiderKey ) {
+   Pelt::EthIntfId const one( 1 );
+   Pelt::EthIntfId const two( 2 );
+   Ptr< Ports > const before = make< Ports >();
+   Ptr< Ports > const after = make< Ports >();
+   before->portIs( one, make< Leaf >( "one" ) );
+   follower->portsIs( before );
+   before->portIs( two, make< Leaf >( "two" ) );
+   after->portIs( two, make< Leaf >( "other two" ) );
+   EXPECT_EQ( follower->port().size(), 2u );
+   follower->portsIs( after );
+   EXPECT_EQ( follower->port( one ), nullptr );
+   EXPECT_EQ( follower->port( two )->notifier()->name(), "other two" );
+   after->portDel( two );
+   EXPECT_EQ( follower->port( two ), nullptr );
+}
+
 TEST_F( KivRows, whatIsHeardWhileChildrenComeAndGo ) {
    node->leavesIs( "x" );
    node->leavesIs( "y" );
@@ -170,9 +201,10 @@ TEST_F( KivRows, someRowsWaitForTheirOwner ) {
    EXPECT_EQ( script.take(), "text text" );
    follower->initializedIs( true );
    node->aIs( 2 );
+   node->reviewsInc( 1 );
    follower->initializedIs( false );
    node->aIs( 3 );
-   EXPECT_EQ( script.take(), "a" );
+   EXPECT_EQ( script.take(), "a a" );
 }
 
 TEST_F( KivRows, someRowsBeginWithTheFirstPass ) {
