@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "HobaTest.h"
 
+#include "Hoba/HobaHelper.h"
 #include "Hoba/HobaStormControlRate.h"
 #include "Kiv/Reflect.h"
 
 #include <algorithm>
+#include <numeric>
+#include <set>
 
 KIV_DEFINE( HobaTest::RecordingStormHelper );
 
@@ -197,16 +200,73 @@ StormWorld::levelStatus( Pelt::IntfId intf, Hoba::LevelType levelType ) {
       ADD_FAILURE() << "no status of " << Kiv::toText( intf );
       return {};
    }
-   switch( levelType ) {
-   case Hoba::levelTypeBroadcast:
-      return entity->broadcast();
-   case Hoba::levelTypeMulticast:
-      return entity->multicast();
-   case Hoba::levelTypeUUcast:
-      return entity->uucast();
-   default:
-      return entity->all();
+   return Hoba::levelStatus( *entity, levelType );
+}
+
+Strings
+StormWorld::mismatches() {
+   auto const verify = data->verifyData();
+   verify->initVerifyData( 7 );
+   verify->verifyInc( 1 );
+   Strings found;
+   for( auto const & [ item, text ] : verify->cliVerifyOutput() ) {
+      if( !text.ends_with( ": \"ok\" }," ) ) {
+         found.push_back( text );
+      }
    }
+   verify->resetVerifyData();
+   return found;
+}
+
+std::string
+StormWorld::outcomeOf( HobaSim::StormUnit const & unit,
+                       StormControl::Status const & statusOf ) const {
+   std::set< std::string > lines;
+   auto const line = [ & ]( auto const &... parts ) {
+      std::string text;
+      ( ( text += Kiv::toText( parts ) + " " ), ... );
+      lines.insert( text + "\n" );
+   };
+   for( auto const & [ intf, port ] : unit.port() ) {
+      for( auto levelType : Hoba::allLevelTypes ) {
+         if( data->intfHas( intf ) && port->limit( levelType ).limited ) {
+            line( "chip", intf, levelType, port->limit( levelType ) );
+         }
+      }
+   }
+   for( auto const & intf : unit.bcastSkip() ) {
+      if( Hoba::isPortChannel( intf ) || data->intfHas( intf ) ) {
+         line( "skip", intf );
+      }
+   }
+   for( auto const & [ trafficClass, threshold ] : unit.trafficClass() ) {
+      line( "class", trafficClass, threshold );
+   }
+   for( auto const & [ burst, time ] : unit.burstTime() ) {
+      line( "burst", burst, time );
+   }
+   for( auto const & [ intf, of ] : statusOf.intfStatus() ) {
+      line( "status", intf, of->speed(), of->broadcast(), of->multicast(), of->uucast(),
+            of->all() );
+   }
+   return std::accumulate( lines.begin(), lines.end(), std::string() );
+}
+
+std::string
+StormWorld::freshOutcome() const {
+   auto const freshChip = Kiv::make< HobaSim::Chip >();
+   auto & fresh = *freshChip->stormControl();
+   for( auto const * attribute : fresh.fwkType().reflection()->attributes() ) {
+      if( attribute->valueType == "bool" && !attribute->isKeyed() ) {
+         attribute->set( fresh, attribute->get( *chip->stormControl() ) ); // what it can do
+      }
+   }
+   auto const freshStatus = Kiv::make< StormControl::Status >();
+   Hoba::StormControlSm::StormControlSmIs(
+         data, config, dir, freshStatus,
+         Kiv::make< HobaSim::StormControlHelper >( freshChip->stormControl() ), lagInput, clock )
+         ->initializedIs( true );
+   return outcomeOf( fresh, *freshStatus );
 }
 
 } // namespace HobaTest

@@ -26,6 +26,23 @@ namespace HobaTest {
 
 using Strings = std::vector< std::string >;
 
+// What stands in a collection, in the order of the keys.
+template< class Collection >
+auto
+mapOf( Collection const & all ) {
+   std::map< typename Collection::key_type, std::remove_cvref_t< decltype( all.begin()->value ) > >
+         sorted;
+   for( auto const & [ key, value ] : all ) {
+      sorted.emplace( key, value );
+   }
+   return sorted;
+}
+
+inline testing::AssertionResult
+has( std::string_view text, std::string_view part ) {
+   return testing::AssertionResult( text.find( part ) != text.npos ) << text;
+}
+
 inline std::map< std::string_view, std::uint64_t >
 liveObjects() {
    std::map< std::string_view, std::uint64_t > live;
@@ -93,6 +110,14 @@ class HobaFixture : public testing::Test {
    std::map< std::string_view, std::uint64_t > liveBefore_ = liveObjects();
    Environment simulation_{ "SIMULATION_VMID", nullptr };
    Environment noop_{ "HOBA_NOOP_AGENT", nullptr };
+};
+
+// With the shared context, which goes after what the test has.
+class ContextFixture : public HobaFixture {
+ protected:
+   ~ContextFixture() override { data->cleanup(); }
+
+   Kiv::Ptr< Hoba::HobaCommonSmData > data = Kiv::make< Hoba::HobaCommonSmData >( "agent" );
 };
 
 // Does something whenever `attribute` of what it watches changes.
@@ -222,6 +247,12 @@ class StormWorld {
    // "limited" kinds with their rates: "broadcast 250000, all 5000 pps of Port-Channel1".
    std::string held( Pelt::IntfId intf );
    StormControl::LevelStatus levelStatus( Pelt::IntfId intf, Hoba::LevelType levelType );
+   // What the machines answer to the command line, without those that are content.
+   Strings mismatches();
+   // All that the machine made of the configuration, where it can reach; and what a fresh machine makes
+   // of it on a fresh chip.
+   std::string outcome() const { return outcomeOf( *chip->stormControl(), *status ); }
+   std::string freshOutcome() const;
    HobaSim::StormUnit & unit() { return *chip->stormControl(); }
    Kiv::Ptr< Hoba::HobaCommonSmData > data;
    Kiv::Ptr< StormControl::Config > config;
@@ -232,6 +263,10 @@ class StormWorld {
    Kiv::Ptr< RecordingStormHelper > helper;
    Kiv::Ptr< Mox::TimerWheel > clock;
    Kiv::Ptr< Hoba::StormControlSm > sm;
+
+ private:
+   std::string outcomeOf( HobaSim::StormUnit const & unit,
+                          StormControl::Status const & statusOf ) const;
 };
 
 } // namespace HobaTest
