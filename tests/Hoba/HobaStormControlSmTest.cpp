@@ -212,7 +212,7 @@ TEST_F( StormControlSmTest, lagOf64FastMembersDoesNotOverflow ) {
    EXPECT_EQ( world.status->intfStatus( po1 )->speed(), 51'200'000'000u );
 }
 
-TEST_F( StormControlSmTest, statusIsMadeAgainWhenSomebodyDeletedIt ) {
+TEST_F( StormControlSmTest, whatSomebodyElseDoesIsMendedOrLeftAlone ) {
    world.portIs( et1, speed10Gbps );
    world.levelIs( et1, bc, percent( 250 ) );
    world.start();
@@ -222,6 +222,10 @@ TEST_F( StormControlSmTest, statusIsMadeAgainWhenSomebodyDeletedIt ) {
    world.status->intfStatusDel( et1 );
    world.levelIs( et1, bc, percent( 0 ) );
    EXPECT_EQ( world.levelStatus( et1, bc ).state, zeroRateNotSupported );
+   // What is said twice of a port that is there changes nothing.
+   calls();
+   world.data->intfIs( et1, false );
+   EXPECT_EQ( calls(), Strings{} );
 }
 
 TEST_F( StormControlSmTest, dropCountersAreReadEveryPeriod ) {

@@ -521,11 +521,11 @@ class Simulation {
          status->speedIs( speed() );
          status->activeIs( chance( 70 ) );
          world.dir->ethPhyIntfStatusIs( port, status );
-      } else if( world.data->intfHas( port ) && chance( 70 ) ) {
+      } else if( world.data->intfHas( port ) ) {
          now( port, "is unplugged" );
          world.data->intfDel( port );
       } else {
-         now( port, "is plugged, or is still" );
+         now( port, "is plugged" );
          world.data->intfIs( port, chance( 50 ) );
       }
    }
@@ -534,12 +534,23 @@ class Simulation {
       now( "traffic classes and bursts" );
       auto const trafficClass = static_cast< std::uint16_t >( pick( 3 ) );
       Kiv::String const burst = chance( 50 ) ? "a" : "b";
-      if( chance( 50 ) ) {
-         chance( 50 ) ? world.config->aggregateTcConfigIs( trafficClass )->levelIs( threshold() )
-                      : world.config->aggregateTcConfigDel( trafficClass );
-      } else {
-         chance( 50 ) ? world.config->burstConfigIs( burst )->burstTimeIs( pick( 100 ) )
-                      : world.config->burstConfigDel( burst );
+      auto const other = Kiv::make< AggregateTcConfig >( trafficClass );
+      auto const otherBurst = Kiv::make< BurstConfig >( burst );
+      other->levelIs( threshold() );
+      otherBurst->burstTimeIs( pick( 100 ) );
+      switch( pick( 6 ) ) {
+      case 0:
+         return world.config->aggregateTcConfigIs( trafficClass )->levelIs( threshold() );
+      case 1:
+         return void( world.config->aggregateTcConfigIs( trafficClass, other ) );
+      case 2:
+         return world.config->aggregateTcConfigDel( trafficClass );
+      case 3:
+         return world.config->burstConfigIs( burst )->burstTimeIs( pick( 100 ) );
+      case 4:
+         return void( world.config->burstConfigIs( burst, otherBurst ) );
+      default:
+         return world.config->burstConfigDel( burst );
       }
    }
 
@@ -653,7 +664,7 @@ recordOf( std::uint64_t seed ) {
    } );
    {
       Simulation simulation( seed );
-      simulation.run( 200 );
+      simulation.run( 300 );
       record.first = simulation.world.helper->take();
    }
    Zipline::sinkIs( nullptr );
