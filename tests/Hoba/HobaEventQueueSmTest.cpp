@@ -432,152 +432,145 @@ TEST_F( EventQueueSmTest, eventsHaveAPrintedForm ) {
          << Kiv::toText( event );
 }
 
-TEST_F( EventQueueSmTest, portEventsSetThePortStatus ) {
-   Traces traces( "HobaEventQueueSm" );
+class EventKindsTest : public EventQueueSmTest {
+ protected:
+   // Applies it at once, and returns what it traced last.
+   std::string applied( HobaEvent const & event ) {
+      sm->handleOneEvent( event );
+      return traces.take().back();
+   }
+   Traces traces{ "HobaEventQueueSm" };
+};
+
+TEST_F( EventKindsTest, portEventsSetThePortStatus ) {
    sm->handleOneEvent( linkEvent( port1, linkUp, faultLocal ) );
    EXPECT_EQ( heard, Strings{ "linkUp faultLocal" } );
    EXPECT_EQ( traces.take(), ( Strings{ "handleOneEvent event:eventTypePort", "In eventTypePort_",
                                         "Link linkUpfault status faultLocal" } ) );
-   sm->handleOneEvent( linkEvent( port2, linkUp ) );
-   EXPECT_EQ( traces.take().back(), "Unable to find port: Ethernet2 for link event." );
+   EXPECT_EQ( applied( linkEvent( port2, linkUp ) ),
+              "Unable to find port: Ethernet2 for link event." );
    EXPECT_EQ( dir->portStatus().size(), 1u );
    EXPECT_EQ( status->dropped( Hoba::dropNoPortStatus ), 1u );
    auto event = linkEvent( port1, linkDown );
-   for( auto result : { Interface::autonegSuccess, Interface::autonegFailed } ) {
-      bool const success = result == Interface::autonegSuccess;
-      event.eventType =
-            success ? HobaEvent::eventTypeAutonegSuccess : HobaEvent::eventTypeAutonegFailed;
-      event.advert.speeds = success ? 16u : 17u;
-      sm->handleOneEvent( event );
-      EXPECT_EQ( traces.take().back(), "Autoneg Event Ethernet1" );
+   for( auto [ kind, result ] :
+        { std::pair( HobaEvent::eventTypeAutonegSuccess, Interface::autonegSuccess ),
+          std::pair( HobaEvent::eventTypeAutonegFailed, Interface::autonegFailed ) } ) {
+      event.eventType = kind;
+      event.advert.speeds = 16u + kind;
+      EXPECT_EQ( applied( event ), "Autoneg Event Ethernet1" );
       EXPECT_EQ( status1->autonegResult(), result );
       EXPECT_EQ( status1->partnerAutonegAdvertisement(), event.advert );
    }
    for( unsigned kind : { 15u, 255u } ) {
       event.eventType = Kind( kind );
-      sm->handleOneEvent( event );
-      EXPECT_EQ( traces.take().size(), 1u );
+      EXPECT_TRUE( has( applied( event ), "handleOneEvent event:" ) );
    }
    EXPECT_EQ( heard.size(), 1u ) << "of the link only its own events tell";
    EXPECT_EQ( status->dropped( Hoba::dropUnknownKind ), 2u );
    EXPECT_EQ( sm->eventCounter(), 6u );
 }
 
-TEST_F( EventQueueSmTest, stationsAreLearntWithTheTypeOfTheirKind ) {
-   using namespace Bridging;
+TEST_F( EventKindsTest, stationsAreLearntWithTheTypeOfTheirKind ) {
    struct Row {
       Kind kind;
-      EntryType local, remote;
+      std::string local, remote;
    };
-   using E = HobaEvent;
    Row const rows[] = {
-         { learnt, learnedDynamicMac, learnedRemoteMac },
-         { E::eventTypeStaticMacAddress, configuredStaticMac, configuredRemoteMac },
-         { E::eventTypeAuthenticatedMac, authenticatedMac, authenticatedMac },
-         { E::eventTypeEvpnIntfDynamicMac, evpnIntfDynamicMac, evpnDynamicRemoteMac },
-         { E::eventTypePeerMacAddressLearned, peerDynamicMac, peerLearnedRemoteMac },
-         { E::eventTypePeerStaticMacAddress, peerStaticMac, peerStaticRemoteMac },
-         { E::eventTypePeerAuthenticatedMac, peerAuthenticatedMac, peerAuthenticatedMac },
+         { learnt, "learnedDynamicMac", "learnedRemoteMac" },
+         { HobaEvent::eventTypeStaticMacAddress, "configuredStaticMac", "configuredRemoteMac" },
+         { HobaEvent::eventTypeAuthenticatedMac, "authenticatedMac", "authenticatedMac" },
+         { HobaEvent::eventTypeEvpnIntfDynamicMac, "evpnIntfDynamicMac", "evpnDynamicRemoteMac" },
+         { HobaEvent::eventTypePeerMacAddressLearned, "peerDynamicMac", "peerLearnedRemoteMac" },
+         { HobaEvent::eventTypePeerStaticMacAddress, "peerStaticMac", "peerStaticRemoteMac" },
+         { HobaEvent::eventTypePeerAuthenticatedMac, "peerAuthenticatedMac",
+           "peerAuthenticatedMac" },
    };
    data->lagToPortIs( lag, { { port2 } } );
-   for( Row const & row : rows ) {
-      SCOPED_TRACE( Kiv::toText( row.kind ) );
+   for( auto const & row : rows ) {
       driver.advance( 1 );
-      sm->handleOneEvent( hostEvent( row.kind, 1 ) );
-      sm->handleOneEvent( hostEvent( row.kind, 2, lag, HobaEvent::trunkPort ) );
-      sm->handleOneEvent( hostEvent( row.kind, 3, tunnelIntf, HobaEvent::vxlanPort ) );
-      auto const local = table->macEntry( hostNumber( 1 ) );
-      EXPECT_EQ( local.entryType, row.local );
-      EXPECT_EQ( local.intf, port1 );
-      EXPECT_EQ( local.tunnelId, 0u );
-      EXPECT_EQ( local.learnTime, driver.now() );
-      EXPECT_EQ( local.learnedInHardware, row.kind == learnt );
-      EXPECT_EQ( table->macEntry( hostNumber( 2 ) ).entryType, row.local );
-      EXPECT_EQ( table->macEntry( hostNumber( 3 ) ).entryType, row.remote );
-      EXPECT_EQ( table->macEntry( hostNumber( 3 ) ).tunnelId, 77u );
+      auto const entryOf = [ & ]( Pelt::IntfId port, HobaEvent::PortType portType ) {
+         sm->handleOneEvent( hostEvent( row.kind, 1, port, portType ) );
+         auto const entry = table->macEntry( hostNumber( 1 ) );
+         EXPECT_EQ( entry.learnTime, driver.now() );
+         EXPECT_EQ( entry.learnedInHardware, row.kind == learnt );
+         return Kiv::toText( entry.entryType ) + " " + Kiv::toText( entry.intf ) + " " +
+                Kiv::toText( entry.tunnelId );
+      };
+      EXPECT_EQ( entryOf( port1, HobaEvent::fpPort ), row.local + " Ethernet1 0" );
+      EXPECT_EQ( entryOf( lag, HobaEvent::trunkPort ), row.local + " Port-Channel3 0" );
+      EXPECT_EQ( entryOf( tunnelIntf, HobaEvent::vxlanPort ), row.remote + " Vxlan1 77" );
    }
 }
 
-TEST_F( EventQueueSmTest, stationsAgeOnlyByAnEventOfTheirOwnSide ) {
+TEST_F( EventKindsTest, stationsAgeOnlyByAnEventOfTheirOwnSide ) {
    std::string const aged = "Aged host 00:00:5e:00:53:01@10";
    std::string const noLocal = "Local Age event for the wrong entryType";
    std::string const noRemote = "Remote Age event for the wrong entryType";
-   std::string const gone = "handleOneEvent event:";
+   std::string const gone = "handleOneEvent event:eventTypeMacAddressDeleted";
+   std::string const dropped = "handleOneEvent event:eventTypeDropMacAddress";
    struct Row {
       Kind kind;
       std::string local, remote; // the last trace of the event, for such an entry
    };
-   Row const rows[] = {
-         { HobaEvent::eventTypeMacAddressAged, aged, aged },
-         { HobaEvent::eventTypeMacAddressAgedLocal, aged, noLocal },
-         { HobaEvent::eventTypeMacAddressAgedRemote, noRemote, aged },
-         { deleted, gone + "eventTypeMacAddressDeleted", gone + "eventTypeMacAddressDeleted" },
-         { HobaEvent::eventTypeDropMacAddress, gone + "eventTypeDropMacAddress",
-           gone + "eventTypeDropMacAddress" },
-   };
-   Traces traces( "HobaEventQueueSm" );
-   for( Row const & row : rows ) {
-      for( bool remote : { false, true } ) {
-         SCOPED_TRACE( Kiv::toText( row.kind ) + ( remote ? " remote" : " local" ) );
-         sm->handleOneEvent(
-               hostEvent( learnt, 1, port1, remote ? HobaEvent::vxlanPort : HobaEvent::fpPort ) );
-         EXPECT_EQ( traces.take().back(),
-                    "Learnt host 00:00:5e:00:53:01@10 on port Ethernet1 entry type is learned" +
-                          std::string( remote ? "RemoteMactunnel id is 77"
-                                              : "DynamicMactunnel id is 0" ) );
-         sm->handleOneEvent( hostEvent( row.kind ) );
-         auto const & last = remote ? row.remote : row.local;
-         EXPECT_EQ( traces.take().back(), last );
-         EXPECT_EQ( table->macEntryHas( hostNumber( 1 ) ), last == noLocal || last == noRemote );
-         sm->handleOneEvent( hostEvent( row.kind, 99 ) ); // nobody is no error
-      }
+   Row const rows[] = { { HobaEvent::eventTypeMacAddressAged, aged, aged },
+                        { HobaEvent::eventTypeMacAddressAgedLocal, aged, noLocal },
+                        { HobaEvent::eventTypeMacAddressAgedRemote, noRemote, aged },
+                        { deleted, gone, gone },
+                        { HobaEvent::eventTypeDropMacAddress, dropped, dropped } };
+   std::string const learntHost =
+         "Learnt host 00:00:5e:00:53:01@10 on port Ethernet1 entry type is ";
+   for( auto const & row : rows ) {
+      EXPECT_EQ( applied( hostEvent( learnt ) ), learntHost + "learnedDynamicMactunnel id is 0" );
+      EXPECT_EQ( applied( hostEvent( row.kind ) ), row.local );
+      EXPECT_EQ( table->macEntryHas( hostNumber( 1 ) ), row.local == noRemote );
+      EXPECT_EQ( applied( hostEvent( learnt, 1, port1, HobaEvent::vxlanPort ) ),
+                 learntHost + "learnedRemoteMactunnel id is 77" );
+      EXPECT_EQ( applied( hostEvent( row.kind ) ), row.remote );
+      EXPECT_EQ( table->macEntryHas( hostNumber( 1 ) ), row.remote == noLocal );
+      sm->handleOneEvent( hostEvent( row.kind, 99 ) ); // nobody is no error
    }
    EXPECT_EQ( status->dropped( Hoba::dropWrongAge ), 2u );
 }
 
-TEST_F( EventQueueSmTest, aLearnEventWhereNobodyCanBeAges ) {
+TEST_F( EventKindsTest, aLearnEventWhereNobodyCanBeAges ) {
+   using Reason = Hoba::EventDropReason;
+   std::map< Reason, char const * > const texts = {
+         { Hoba::agedLearnOnCpuPort, "Learn event on CPU port, aging host" },
+         { Hoba::agedLearnOnDeletedLag, "Learn event on deleted LAG, aging host" },
+         { Hoba::agedPortCollectionDeleted,
+           "The port collection has been deleted and is invalid, aging" } };
    struct Row {
       char const * port;
-      Hoba::EventDropReason reason;
-      char const * trace;
+      Reason reason;
       std::function< void() > before = [] {};
    };
-   auto const onDeletedLag = "Learn event on deleted LAG, aging host";
-   auto const noCollection = "The port collection has been deleted and is invalid, aging";
-   auto const collectionDeleted = Hoba::agedPortCollectionDeleted;
+   // LAGs without an active member: never had one, lost the last one, lost their list of them.
    Row const rows[] = {
-         { "Cpu", Hoba::agedLearnOnCpuPort, "Learn event on CPU port, aging host" },
-         { "Port-Channel4", Hoba::agedLearnOnDeletedLag, onDeletedLag },
-         // LAGs without an active member: never had one, lost the last one, lost their list of them.
-         { "Port-Channel3", collectionDeleted, noCollection,
+         { "Cpu", Hoba::agedLearnOnCpuPort },
+         { "Port-Channel4", Hoba::agedLearnOnDeletedLag },
+         { "Port-Channel3", Hoba::agedPortCollectionDeleted,
            [ & ] { data->lagToPortIs( lag, {} ); } },
-         { "Port-Channel3", collectionDeleted, noCollection,
-           [ & ] {
-              data->lagToPortConfigIs( lag, { { port2 } } );
-              data->lagToPortIs( lag, { { port2 } } );
-              data->lagToPortIs( lag, {} );
-           } },
-         { "Port-Channel3", collectionDeleted, noCollection, [ & ] { data->lagToPortDel( lag ); } },
-         { "Port-Channel3", collectionDeleted, noCollection,
+         { "Port-Channel3", Hoba::agedPortCollectionDeleted,
+           [ & ] { data->lagToPortConfigIs( lag, { { port2 } } ); } },
+         { "Port-Channel3", Hoba::agedPortCollectionDeleted, [ & ] { data->lagToPortDel( lag ); } },
+         { "Port-Channel3", Hoba::agedPortCollectionDeleted,
            [ & ] {
               data->lagToPortConfigDel( lag );
               data->lagToLagTypeIs( lag, HobaTypes::lagTypeLacp );
            } },
-         { "Port-Channel3", Hoba::agedLearnOnDeletedLag, onDeletedLag,
-           [ & ] { data->lagToLagTypeDel( lag ); } },
+         { "Port-Channel3", Hoba::agedLearnOnDeletedLag, [ & ] { data->lagToLagTypeDel( lag ); } },
    };
-   Traces traces( "HobaEventQueueSm" );
-   std::map< Hoba::EventDropReason, unsigned > counted;
-   for( Row const & row : rows ) {
+   std::map< Reason, unsigned > counted;
+   for( auto const & row : rows ) {
       row.before();
       // What the event says of the kind of port makes no difference.
       for( auto const portType : { HobaEvent::trunkPort, HobaEvent::fpPort } ) {
-         sm->handleOneEvent( hostEvent( learnt ) );
-         traces.take();
+         applied( hostEvent( learnt ) );
          sm->handleOneEvent( hostEvent( HobaEvent::eventTypePeerMacAddressLearned, 1,
                                         Pelt::IntfId( row.port ), portType ) );
-         EXPECT_EQ( traces.take(), ( Strings{ "handleOneEvent event:eventTypePeerMacAddressLearned",
-                                              row.trace, "Aged host 00:00:5e:00:53:01@10" } ) );
+         EXPECT_EQ( traces.take(),
+                    ( Strings{ "handleOneEvent event:eventTypePeerMacAddressLearned",
+                               texts.at( row.reason ), "Aged host 00:00:5e:00:53:01@10" } ) );
          EXPECT_EQ( table->macEntry().size(), 0u );
          EXPECT_EQ( status->dropped( row.reason ), ++counted[ row.reason ] );
       }

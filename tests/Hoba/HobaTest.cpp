@@ -17,17 +17,10 @@ namespace {
 
 std::string
 text( StormControl::Threshold const & threshold ) {
-   if( threshold.isDefault() ) {
-      return " none";
-   }
-   switch( threshold.mode ) {
-   case StormControl::meteringPercent:
-      return " " + Kiv::toText( threshold.level );
-   case StormControl::meteringPps:
-      return " pps " + Kiv::toText( threshold.rate );
-   default:
-      return " bps " + Kiv::toText( threshold.rate );
-   }
+   return threshold.isDefault()                             ? " none"
+          : threshold.mode == StormControl::meteringPercent ? " " + Kiv::toText( threshold.level )
+          : threshold.mode == StormControl::meteringPps ? " pps " + Kiv::toText( threshold.rate )
+                                                        : " bps " + Kiv::toText( threshold.rate );
 }
 
 } // namespace
@@ -174,23 +167,6 @@ StormWorld::levelIs( Pelt::IntfId intf, Hoba::LevelType levelType, Threshold con
    default:
       return entity->allIs( threshold );
    }
-}
-
-std::string
-StormWorld::held( Pelt::IntfId intf ) {
-   std::string text;
-   for( auto levelType : Hoba::allLevelTypes ) {
-      auto const port = unit().port( intf );
-      auto const limit = port ? port->limit( levelType ) : HobaSim::StormLimit{};
-      if( limit.limited ) {
-         text += text.empty() ? "" : ", ";
-         text += Hoba::levelText( levelType ).substr( 1 );
-         text += " " + Kiv::toText( limit.rate );
-         text += limit.unit == StormControl::unitPps ? " pps" : "";
-         text += limit.parent == intf ? "" : " of " + Kiv::toText( limit.parent );
-      }
-   }
-   return text.empty() ? "nothing" : text;
 }
 
 StormControl::LevelStatus

@@ -244,8 +244,6 @@ class StormWorld {
    void lagPortDel( Pelt::IntfId lag, Pelt::IntfId intf );
    void levelIs( Pelt::IntfId intf, Hoba::LevelType levelType, Threshold const & threshold );
 
-   // "limited" kinds with their rates: "broadcast 250000, all 5000 pps of Port-Channel1".
-   std::string held( Pelt::IntfId intf );
    StormControl::LevelStatus levelStatus( Pelt::IntfId intf, Hoba::LevelType levelType );
    // What the machines answer to the command line, without those that are content.
    Strings mismatches();
