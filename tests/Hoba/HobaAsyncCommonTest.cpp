@@ -31,9 +31,7 @@ class TcamSm : public Hoba::HobaAsyncBaseSm {
  private:
    void said( std::string const & what ) {
       log.push_back( Kiv::toText( Kiv::ClockDriver::ambient().now() ) + " " + what );
-      if( then ) {
-         then();
-      }
+      happens( then );
    }
 };
 

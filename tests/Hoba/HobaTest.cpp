@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <numeric>
-#include <set>
 
 KIV_DEFINE( HobaTest::RecordingStormHelper );
 
@@ -34,18 +33,6 @@ RecordingStormHelper::called( std::string const & call ) {
 }
 
 void
-RecordingStormHelper::hwInit() {
-   called( "hwInit" );
-   StormControlHelper::hwInit();
-}
-
-void
-RecordingStormHelper::installRules() {
-   called( "installRules" );
-   StormControlHelper::installRules();
-}
-
-void
 RecordingStormHelper::setHwRate( Hoba::LevelType levelType, Pelt::IntfId intf,
                                  Pelt::IntfId parentIntf, std::uint32_t speedKbps,
                                  Threshold const & threshold ) {
@@ -56,27 +43,10 @@ RecordingStormHelper::setHwRate( Hoba::LevelType levelType, Pelt::IntfId intf,
 }
 
 void
-RecordingStormHelper::updateBcastSkipRule( Pelt::IntfId intf, bool skip ) {
-   called( "skip " + Kiv::toText( intf ) + ( skip ? " on" : " off" ) );
-   StormControlHelper::updateBcastSkipRule( intf, skip );
-}
-
-void
 RecordingStormHelper::programTcAggregateHwRate( std::uint32_t trafficClass,
                                                 Threshold const & threshold ) {
    called( "tc " + Kiv::toText( trafficClass ) + text( threshold ) );
    StormControlHelper::programTcAggregateHwRate( trafficClass, threshold );
-}
-
-void
-RecordingStormHelper::setBurstTime( StormControl::BurstConfig const & burstConfig ) {
-   called( "burst " + burstConfig.name() + " " + Kiv::toText( burstConfig.burstTime() ) );
-   StormControlHelper::setBurstTime( burstConfig );
-}
-
-void
-RecordingStormHelper::handleEthPhyIntfLagConfig( Pelt::IntfId intf ) {
-   called( "lag of " + Kiv::toText( intf ) );
 }
 
 StormWorld::StormWorld()
@@ -92,50 +62,6 @@ StormWorld::~StormWorld() {
    sm = nullptr;
    data->cleanup();
    EXPECT_EQ( failures(), 0u ) << lastLogged();
-}
-
-void
-StormWorld::create() {
-   sm = Hoba::StormControlSm::StormControlSmIs( data, config, dir, status, helper, lagInput,
-                                                clock );
-}
-
-void
-StormWorld::start() {
-   create();
-   data->handleInitialized();
-   sm->initializedIs( true );
-   helper->take();
-}
-
-void
-StormWorld::portIs( Pelt::IntfId intf, Interface::EthSpeed speed ) {
-   data->intfIs( intf, true );
-   dir->ethPhyIntfStatusIs( intf )->activeIs( true );
-   speedIs( intf, speed );
-}
-
-void
-StormWorld::speedIs( Pelt::IntfId intf, Interface::EthSpeed speed ) {
-   dir->ethPhyIntfStatusIs( intf )->speedIs( speed );
-}
-
-void
-StormWorld::activeIs( Pelt::IntfId intf, bool active ) {
-   dir->ethPhyIntfStatusIs( intf )->activeIs( active );
-}
-
-void
-StormWorld::memberIs( Pelt::IntfId intf, Pelt::IntfId lag ) {
-   data->portToLagIs( intf, lag );
-   lagPortIs( lag, intf );
-}
-
-void
-StormWorld::memberDel( Pelt::IntfId intf ) {
-   auto const lag = data->portToLag( intf );
-   data->portToLagDel( intf );
-   lagPortDel( lag, intf );
 }
 
 void

@@ -18,7 +18,7 @@
 #include <cstdlib>
 #include <functional>
 #include <map>
-#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -38,6 +38,21 @@ mapOf( Collection const & all ) {
    return sorted;
 }
 
+// The keys that came, went, or stand for something else now.
+template< class Map >
+std::set< typename Map::key_type >
+changedKeys( Map const & before, Map const & after ) {
+   std::set< typename Map::key_type > keys;
+   for( auto const & [ from, to ] : { std::pair( &before, &after ), { &after, &before } } ) {
+      for( auto const & [ key, value ] : *from ) {
+         if( !to->contains( key ) || !( to->at( key ) == value ) ) {
+            keys.insert( key );
+         }
+      }
+   }
+   return keys;
+}
+
 inline testing::AssertionResult
 has( std::string_view text, std::string_view part ) {
    return testing::AssertionResult( text.find( part ) != text.npos ) << text;
@@ -54,29 +69,29 @@ liveObjects() {
    return live;
 }
 
+// What a test wants to happen somewhere, if anything. A copy, since it may be about to change that.
+inline void
+happens( std::function< void() > then ) {
+   then ? then() : void();
+}
+
 // Sets or unsets an environment variable, and puts it back.
 class Environment {
  public:
-   explicit Environment( char const * name, char const * value ) : name_( name ) {
-      if( auto const * before = std::getenv( name ) ) {
-         before_ = before;
-      }
+   Environment( char const * name, char const * value )
+         : name_( name ), before_( std::getenv( name ) ? std::getenv( name ) : "" ),
+           wasSet_( std::getenv( name ) ) {
       set( value );
    }
-   ~Environment() { set( before_ ? before_->c_str() : nullptr ); }
+   ~Environment() { set( wasSet_ ? before_.c_str() : nullptr ); }
    Environment( Environment const & ) = delete;
    Environment & operator=( Environment const & ) = delete;
 
  private:
-   void set( char const * value ) {
-      if( value ) {
-         setenv( name_, value, 1 );
-      } else {
-         unsetenv( name_ );
-      }
-   }
+   void set( char const * value ) { value ? setenv( name_, value, 1 ) : unsetenv( name_ ); }
    char const * name_;
-   std::optional< std::string > before_;
+   std::string before_;
+   bool wasSet_;
 };
 
 // Steps that threw since it was last asked. What no test asks for is a fault.
@@ -136,9 +151,7 @@ class Watcher : public Hoba::HobaBaseSm {
  private:
    void handleChange() {
       ++changes;
-      if( then ) {
-         then();
-      }
+      happens( then );
    }
    class KivEntity : public Kiv::Reactor< KivEntity, Entity const, Watcher > {
     public:
@@ -204,15 +217,29 @@ class RecordingStormHelper : public HobaSim::StormControlHelper {
    // Which call from now on is refused: 1 is the next; 0 for none.
    unsigned throwAt = 0;
 
-   void hwInit() override;
-   void installRules() override;
+   void hwInit() override {
+      called( "hwInit" );
+      StormControlHelper::hwInit();
+   }
+   void installRules() override {
+      called( "installRules" );
+      StormControlHelper::installRules();
+   }
    void setHwRate( Hoba::LevelType levelType, Pelt::IntfId intf, Pelt::IntfId parentIntf,
                    std::uint32_t speedKbps, Threshold const & threshold ) override;
-   void updateBcastSkipRule( Pelt::IntfId intf, bool skip ) override;
+   void updateBcastSkipRule( Pelt::IntfId intf, bool skip ) override {
+      called( "skip " + Kiv::toText( intf ) + ( skip ? " on" : " off" ) );
+      StormControlHelper::updateBcastSkipRule( intf, skip );
+   }
    void programTcAggregateHwRate( std::uint32_t trafficClass,
                                   Threshold const & threshold ) override;
-   void setBurstTime( StormControl::BurstConfig const & burstConfig ) override;
-   void handleEthPhyIntfLagConfig( Pelt::IntfId intf ) override;
+   void setBurstTime( StormControl::BurstConfig const & burstConfig ) override {
+      called( "burst " + burstConfig.name() + " " + Kiv::toText( burstConfig.burstTime() ) );
+      StormControlHelper::setBurstTime( burstConfig );
+   }
+   void handleEthPhyIntfLagConfig( Pelt::IntfId intf ) override {
+      called( "lag of " + Kiv::toText( intf ) );
+   }
 
  private:
    void called( std::string const & call );
@@ -229,17 +256,40 @@ class StormWorld {
    StormWorld & operator=( StormWorld const & ) = delete;
 
    // Context and machine; nothing is initialized.
-   void create();
+   void create() {
+      sm = Hoba::StormControlSm::StormControlSmIs( data, config, dir, status, helper, lagInput,
+                                                   clock );
+   }
    // Both are initialized. The calls that it took are forgotten.
-   void start();
+   void start() {
+      create();
+      data->handleInitialized();
+      sm->initializedIs( true );
+      helper->take();
+   }
 
    // A port that the platform has. Active.
-   void portIs( Pelt::IntfId intf, Interface::EthSpeed speed );
-   void speedIs( Pelt::IntfId intf, Interface::EthSpeed speed );
-   void activeIs( Pelt::IntfId intf, bool active );
+   void portIs( Pelt::IntfId intf, Interface::EthSpeed speed ) {
+      data->intfIs( intf, true );
+      activeIs( intf, true );
+      speedIs( intf, speed );
+   }
+   void speedIs( Pelt::IntfId intf, Interface::EthSpeed speed ) {
+      dir->ethPhyIntfStatusIs( intf )->speedIs( speed );
+   }
+   void activeIs( Pelt::IntfId intf, bool active ) {
+      dir->ethPhyIntfStatusIs( intf )->activeIs( active );
+   }
    // In both maps of the context, the port's first; or out of them.
-   void memberIs( Pelt::IntfId intf, Pelt::IntfId lag );
-   void memberDel( Pelt::IntfId intf );
+   void memberIs( Pelt::IntfId intf, Pelt::IntfId lag ) {
+      data->portToLagIs( intf, lag );
+      lagPortIs( lag, intf );
+   }
+   void memberDel( Pelt::IntfId intf ) {
+      auto const lag = data->portToLag( intf );
+      data->portToLagDel( intf );
+      lagPortDel( lag, intf );
+   }
    void lagPortIs( Pelt::IntfId lag, Pelt::IntfId intf );
    void lagPortDel( Pelt::IntfId lag, Pelt::IntfId intf );
    void levelIs( Pelt::IntfId intf, Hoba::LevelType levelType, Threshold const & threshold );
