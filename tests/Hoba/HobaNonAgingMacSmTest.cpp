@@ -2,12 +2,10 @@
 
 // Stations that never age: whose wishes count, and what is left when a client goes.
 
-#include "HobaTest.h"
+#include "HobaUnionTest.h"
 
 #include "Hoba/HobaNonAgingMacSm.h"
 #include "Kiv/Exception.h"
-
-#include <random>
 
 namespace {
 
@@ -20,32 +18,6 @@ Pair
 station( unsigned number ) {
    return { Pelt::EthAddr( 0x00005e005300 + number ), Bridging::VlanId( 10 ) };
 }
-
-// Somebody who listens to the status, and may do anything there and then.
-class Listener : public Hoba::HobaBaseSm {
- public:
-   KIV_TYPE( Listener );
-   explicit Listener( Kiv::Ptr< Hoba::NonAgingStatus > const & status ) : HobaBaseSm( nullptr ) {
-      statusIs( status );
-   }
-   std::function< void() > onChange;
-   // The stations that were told, and the flag as that of nobody.
-   std::multiset< Pair > told;
-
- private:
-   void handleEnabled() { handleEntry( {} ); }
-   void handleEntry( Pair const & pair ) {
-      told.insert( pair );
-      happens( onChange );
-   }
-   class KivStatus : public Kiv::Reactor< KivStatus, Hoba::NonAgingStatus const, Listener > {
-    public:
-      static constexpr auto handlers = Kiv::handlers(
-            Kiv::onChange< Hoba::NonAgingStatus::enabledAttr, &Listener::handleEnabled >(),
-            Kiv::onChange< Hoba::NonAgingStatus::macEntriesAttr, &Listener::handleEntry >() );
-   };
-   KIV_REACTOR( KivStatus, status );
-};
 
 class NonAgingTest : public ContextFixture {
  protected:
@@ -198,128 +170,83 @@ TEST_F( NonAgingTest, clientsAreSilencedAndMarkedWithTheMachine ) {
    EXPECT_EQ( merged(), left ) << "a machine that is marked leaves the status alone";
 }
 
-// Anything happens in any order, also from inside the notifications of the status; what must come
-// of it is worked out anew from the directory each time.
-class NonAgingRandomTest : public NonAgingTest, public testing::WithParamInterface< unsigned > {
+// The status is the union; that it is enabled stands there as a station of nobody.
+class NonAgingUnion : public NonAgingTest, public Random {
+ public:
+   using Entity = NonAgingConfig;
+   using Key = Pair;
+   using Value = Entry;
+   static constexpr bool beginsAtOnce = true;
+
  protected:
-   unsigned pick( unsigned choices ) { return static_cast< unsigned >( random() % choices ); }
-   NonAgingConfig * config( std::string const & name ) {
-      return dynamic_cast< NonAgingConfig * >( dir->entry( name ).get() );
+   NonAgingUnion() {
+      flag->then = entries->then = [ this ] { told(); };
    }
-   // Of another one, and one station more, or exactly so.
-   Kiv::Ptr< NonAgingConfig > copyOf( NonAgingConfig const * other, unsigned number ) {
-      auto const client = made.emplace_back( Kiv::make< NonAgingConfig >( "copy" ) );
-      client->enableIs( other ? other->enable() : pick( 4 ) != 0 );
-      if( other ) {
-         for( auto const & [ pair, record ] : other->macEntries() ) {
-            client->macEntriesIs( record );
-         }
+   virtual void told() = 0;
+   virtual void nested() = 0;
+   Kiv::Ptr< Entity > entityIs( Entity const * like ) {
+      auto const client = Kiv::make< Entity >( "client" );
+      client->enableIs( like ? like->enable() : pick( 4 ) != 0 );
+      for( auto const & [ pair, record ] : ( like ? *like : *client ).macEntries() ) {
+         client->macEntriesIs( record );
       }
       if( pick( 2 ) ) {
-         client->macEntriesIs( entry( number ) );
+         change( *client );
       }
       return client;
    }
-   void step() {
-      auto const name = "client" + std::to_string( pick( 3 ) );
-      auto const number = pick( 6 );
-      auto const kind = pick( 12 );
-      if( kind == 0 ) {
-         dir->entryIs( name, copyOf( config( name ), number ) );
-      } else if( kind == 1 ) {
-         dir->entryDel( name );
-      } else if( kind == 2 ) {
-         dir->entryIs( name, Kiv::make< Kiv::Dir >( name ) );
-      } else if( kind == 3 && pick( 4 ) == 0 ) {
+   void change( Entity & client ) {
+      auto const what = pick( 8 );
+      auto const record = entry( pick( 6 ), "Ethernet" + std::to_string( 1 + pick( 3 ) ) );
+      what == 0  ? client.macEntriesDelAll()
+      : what < 3 ? client.enableIs( !client.enable() )
+      : what < 5 ? client.macEntriesDel( record.macEntry )
+                 : client.macEntriesIs( record );
+   }
+   void changeMachine() {
+      if( auto const machine = Kiv::Ptr( sm ); machine && pick( 2 ) ) {
+         machine->initializedIs( !machine->initialized() );
+      } else if( pick( 2 ) ) {
+         auto const before = published();
          sm = nullptr;
-      } else if( kind == 4 && pick( 2 ) && sm ) {
-         Kiv::Ptr( sm )->initializedIs( !sm->initialized() );
-      } else if( !made.empty() ) {
-         // Those that are in the directory, and some that are so no more.
-         auto const recent = std::min< std::size_t >( 5, made.size() );
-         change( name, *made[ made.size() - 1 - pick( recent ) ], number );
+         EXPECT_EQ( published(), before );
       }
    }
-   void change( std::string const & name, NonAgingConfig & client, unsigned number ) {
-      auto const kind = pick( 9 );
-      if( kind == 0 ) {
-         client.macEntriesDelAll();
-      } else if( kind == 1 ) {
-         dir->entryIs( name, &client );
-      } else if( kind < 4 ) {
-         client.enableIs( !client.enable() );
-      } else if( kind < 6 ) {
-         client.macEntriesDel( station( number ) );
-      } else {
-         client.macEntriesIs( entry( number, "Ethernet" + std::to_string( 1 + pick( 3 ) ) ) );
+   bool inStep() const { return sm && sm->initialized(); }
+   std::map< Key, Value > published() const {
+      auto records = mapOf( status->macEntries() );
+      if( status->enabled() ) {
+         records[ {} ] = {};
       }
+      return records;
    }
-   void check() {
-      std::map< Pair, std::vector< Entry > > wanted;
-      bool enabled = false;
-      for( auto const & [ name, entity ] : dir->entry() ) {
-         if( auto const * client = config( name ); client && client->enable() ) {
-            enabled = true;
-            for( auto const & [ pair, record ] : client->macEntries() ) {
-               wanted[ pair ].push_back( record );
-            }
-         }
+   static std::map< Key, Value > listed( Entity const & client ) {
+      auto records = client.enable() ? mapOf( client.macEntries() ) : std::map< Key, Value >();
+      if( client.enable() ) {
+         records[ {} ] = {};
       }
-      EXPECT_EQ( status->enabled(), enabled );
-      EXPECT_EQ( status->macEntries().size(), wanted.size() );
+      return records;
+   }
+   void check( std::size_t, auto wanted ) const {
+      wanted.erase( Pair{} );
       EXPECT_EQ( sm->macEntriesRef().size(), wanted.size() );
       for( auto const & [ pair, records ] : wanted ) {
          EXPECT_EQ( sm->macEntriesRef( pair ), records.size() ) << Kiv::toText( pair );
-         EXPECT_TRUE( std::count( records.begin(), records.end(), status->macEntries( pair ) ) )
-               << "nobody's record stands for " << Kiv::toText( pair );
       }
    }
 
-   std::vector< Kiv::Ptr< NonAgingConfig > > made;
-   std::mt19937 random{ GetParam() };
+ private:
+   using Status = Hoba::NonAgingStatus;
+   Kiv::Ptr< Watcher< Status, Status::enabledAttr > > flag =
+         Hoba::smIs< Watcher< Status, Status::enabledAttr > >( status );
+   Kiv::Ptr< Watcher< Status, Status::macEntriesAttr > > entries =
+         Hoba::smIs< Watcher< Status, Status::macEntriesAttr > >( status );
 };
 
-// With the odd seeds nothing nests, and the status tells each difference once, and nothing else: also
-// when clients are replaced, and when the machine is made anew.
-TEST_P( NonAgingRandomTest, theStatusIsTheUnionOfTheClients ) {
-   bool const nests = GetParam() % 2 == 0;
-   auto const listener = Hoba::smIs< Listener >( status );
-   unsigned depth = 0;
-   unsigned checks = 0;
-   listener->onChange = [ & ] {
-      if( nests && depth < 3 && pick( 5 ) == 0 ) {
-         ++depth;
-         step();
-         --depth;
-      }
-   };
-   for( unsigned i = 0; i < 5000 && !HasFailure(); ++i ) {
-      SCOPED_TRACE( "step " + std::to_string( i ) );
-      auto const enabled = status->enabled();
-      auto const before = mapOf( status->macEntries() );
-      listener->told.clear();
-      // One or the other: each of them is one change.
-      if( sm ) {
-         step();
-      } else {
-         sm = Hoba::NonAgingConfigDirSm::NonAgingConfigDirSmIs( data, dir, status );
-         Kiv::Ptr( sm )->initializedIs( true );
-      }
-      auto changed = changedKeys( before, mapOf( status->macEntries() ) );
-      if( status->enabled() != enabled ) {
-         changed.insert( Pair{} );
-      }
-      EXPECT_TRUE( nests ||
-                   listener->told == ( std::multiset< Pair >( changed.begin(), changed.end() ) ) );
-      if( sm && sm->initialized() ) {
-         ++checks;
-         check();
-      }
-   }
-   EXPECT_TRUE( HasFailure() || checks > 2000 ) << checks;
-   listener->onChange = nullptr;
-}
+using NonAgingUnionTest = UnionTest< NonAgingUnion >;
 
-INSTANTIATE_TEST_SUITE_P( Seeds, NonAgingRandomTest, testing::Range( 1u, 13u ) );
+TEST_P( NonAgingUnionTest, theStatusIsTheUnionOfTheClients ) { live( 5000 ); }
+
+INSTANTIATE_TEST_SUITE_P( Seeds, NonAgingUnionTest, testing::Range( 1u, 13u ) );
 
 } // namespace

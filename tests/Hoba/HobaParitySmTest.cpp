@@ -3,14 +3,9 @@
 // Parity errors: the union of all slices in the shared context, the queue to the one who corrects
 // them, and what is logged.
 
-#include "HobaTest.h"
+#include "HobaUnionTest.h"
 
 #include "Hoba/HobaParitySm.h"
-#include "Kiv/Dir.h"
-
-#include <algorithm>
-#include <random>
-#include <set>
 
 namespace {
 
@@ -26,8 +21,6 @@ parityEvent( Kiv::String const & slice, std::uint32_t index, std::uint32_t count
    return event;
 }
 
-using Events = std::map< std::string, unsigned >; // printed key to count
-
 class ParitySmTest : public ContextFixture {
  protected:
    using Data = Hoba::HobaCommonSmData;
@@ -41,32 +34,8 @@ class ParitySmTest : public ContextFixture {
       }
       return status;
    }
-   Events inContext() const {
-      Events events;
-      for( auto const & [ key, event ] : data->parityEvent() ) {
-         EXPECT_EQ( key, event.key );
-         events[ Kiv::toText( key ) ] = event.count;
-      }
-      return events;
-   }
-   // What the slices say, found out without the machine.
-   void expectUnion() const {
-      std::map< std::string, std::set< unsigned > > wanted; // counts by key
-      std::size_t slices = 0;
-      for( auto const & [ name, entity ] : dir->entry() ) {
-         if( auto const status = Kiv::dynamicCast< ParityEventStatus >( entity ) ) {
-            ++slices;
-            for( auto const & [ key, event ] : status->parityEvent() ) {
-               wanted[ Kiv::toText( key ) ].insert( event.count );
-            }
-         }
-      }
-      EXPECT_EQ( sm->paritySliceSm().size(), slices );
-      auto const events = inContext();
-      EXPECT_EQ( events.size(), wanted.size() );
-      for( auto const & [ key, count ] : events ) {
-         EXPECT_TRUE( wanted[ key ].contains( count ) ) << key << " with " << count;
-      }
+   std::map< ParityEvent::Key, ParityEvent > published() const {
+      return mapOf( data->parityEvent() );
    }
    Kiv::Ptr< Kiv::Dir > dir = Kiv::make< Kiv::Dir >( "parity" );
    Kiv::Ptr< Watcher< Data, Data::parityEventAttr > > watcher =
@@ -74,86 +43,65 @@ class ParitySmTest : public ContextFixture {
    Kiv::Ptr< Hoba::HobaParitySm > sm;
 };
 
-// Slices come, go, are replaced, share keys and stand under two names; with the even seeds also from
-// inside the notifications of the context, and of a slice before its machine hears. With the odd ones
-// nothing nests, and what the context tells is exactly what became different, each key once.
-class ParityRandomTest : public ParitySmTest, public testing::WithParamInterface< unsigned > {
- protected:
-   using Early = Watcher< ParityEventStatus, ParityEventStatus::parityEventAttr >;
+class ParityUnion : public ParitySmTest, public Random {
+ public:
+   using Entity = ParityEventStatus;
+   using Key = ParityEvent::Key;
+   using Value = ParityEvent;
+   static constexpr bool beginsAtOnce = false;
 
-   unsigned below( unsigned n ) { return static_cast< unsigned >( random() % n ); }
-   ParityEvent event() { return parityEvent( "any", below( 6 ), 1 + below( 3 ) ); }
-   void nested() {
-      if( GetParam() % 2 == 0 && depth < 3 && below( 4 ) == 0 ) {
-         ++depth;
-         step();
-         --depth;
-      }
+ protected:
+   ParityUnion() {
+      watcher->then = [ this ] { told(); };
    }
-   void step() {
-      auto const name = "slice" + std::to_string( below( 4 ) );
-      auto const what = below( 20 );
-      if( what == 0 ) {
-         dir->entryDel( name );
-      } else if( what == 1 ) {
-         dir->entryIs( name, Kiv::make< Kiv::Dir >( name ) );
-      } else if( what == 2 ) {
-         auto const status = made.emplace_back( slice( name ) );
-         early.emplace_back( Hoba::smIs< Early >( status ) )->then = [ this ] { nested(); };
-         status->parityEventIs( event() );
-         status->parityEventIs( event() );
-         dir->entryIs( name, status );
-      } else if( what == 3 && below( 4 ) == 0 ) {
-         if( sm && below( 2 ) ) {
+   virtual void told() = 0;
+   virtual void nested() = 0;
+   Kiv::Ptr< Entity > entityIs( Entity const * like ) {
+      auto const status = Kiv::make< Entity >( "slice" );
+      // Heard before the machine hears.
+      early_.emplace_back( Hoba::smIs< Early >( status ) )->then = [ this ] { nested(); };
+      for( auto const & [ key, event ] : listed( like ? *like : *status ) ) {
+         status->parityEventIs( event );
+      }
+      change( *status );
+      return status;
+   }
+   void change( Entity & status ) {
+      auto const what = pick( 50 );
+      auto const event = parityEvent( "any", pick( 6 ), 1 + pick( 3 ) );
+      what == 0   ? status.parityEventDelAll()
+      : what < 20 ? status.parityEventDel( event.key )
+                  : status.parityEventIs( event );
+   }
+   void changeMachine() {
+      if( sm && pick( 4 ) == 0 ) {
+         if( pick( 2 ) ) {
             Kiv::Ptr( sm )->kivDoZombieReactors( true );
-            EXPECT_TRUE( depth || inContext().empty() ) << "something is left of a marked one";
          }
          sm = nullptr;
-      } else if( !made.empty() ) {
-         auto const recent = std::min< unsigned >( 8, made.size() );
-         auto const status = made[ made.size() - 1 - below( recent ) ];
-         if( what < 6 ) {
-            dir->entryIs( name, status );
-         } else if( what == 6 && below( 8 ) == 0 ) {
-            status->parityEventDelAll();
-         } else {
-            auto const one = event();
-            what < 12 ? status->parityEventDel( one.key ) : status->parityEventIs( one );
-         }
       }
    }
+   bool inStep() const {
+      EXPECT_TRUE( sm || published().empty() ) << "something is left of it";
+      return sm != nullptr;
+   }
+   static std::map< Key, Value > listed( Entity const & status ) {
+      return mapOf( status.parityEvent() );
+   }
+   void check( std::size_t slices, auto const & ) const {
+      EXPECT_EQ( sm->paritySliceSm().size(), slices );
+   }
 
-   std::mt19937 random{ GetParam() };
-   std::vector< Kiv::Ptr< ParityEventStatus > > made;
-   std::vector< Kiv::Ptr< Early > > early;
-   unsigned depth = 0;
+ private:
+   using Early = Watcher< Entity, Entity::parityEventAttr >;
+   std::vector< Kiv::Ptr< Early > > early_;
 };
 
-TEST_P( ParityRandomTest, contextIsTheUnionOfTheSlices ) {
-   start();
-   watcher->then = [ this ] { nested(); };
-   for( unsigned count = 0; count != 1500 && !HasFailure(); ++count ) {
-      SCOPED_TRACE( "step " + std::to_string( count ) );
-      auto const before = inContext();
-      watcher->changes = 0;
-      step();
-      if( !sm ) {
-         EXPECT_EQ( inContext(), Events{} );
-         start();
-      } else if( GetParam() % 2 ) {
-         EXPECT_EQ( watcher->changes, changedKeys( before, inContext() ).size() );
-      }
-      if( sm ) {
-         Kiv::Ptr( sm )->initializedIs( below( 2 ) );
-         expectUnion();
-      }
-   }
-   watcher->then = nullptr;
-   sm = nullptr;
-   EXPECT_EQ( inContext(), Events{} );
-}
+using ParityUnionTest = UnionTest< ParityUnion >;
 
-INSTANTIATE_TEST_SUITE_P( Seeds, ParityRandomTest, testing::Range( 1u, 17u ) );
+TEST_P( ParityUnionTest, contextIsTheUnionOfTheSlices ) { live( 1500 ); }
+
+INSTANTIATE_TEST_SUITE_P( Seeds, ParityUnionTest, testing::Range( 1u, 17u ) );
 
 TEST_F( ParitySmTest, oneChangeOfASliceIsOneChangeOfTheContext ) {
    auto const one = slice( "one", { 1 } );
@@ -184,7 +132,7 @@ TEST_F( ParitySmTest, nothingIsLeftOfAMachineThatItsOwnSliceEnds ) {
       start();
       watcher->then = [ & ] { marked ? sm->kivDoZombieReactors( true ) : void( sm = nullptr ); };
       dir->entryIs( "one", slice( "one", { 2, 1 } ) );
-      EXPECT_EQ( inContext(), Events{} );
+      EXPECT_TRUE( published().empty() );
       sm = nullptr;
       dir->entryDelAll();
    }

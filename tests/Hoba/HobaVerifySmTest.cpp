@@ -47,8 +47,14 @@ class CheckedSm : public Hoba::HobaVerifiedSm {
       notYet();
       happens( then );
    }
-   std::function< void() > then;
+   void notYet() {
+      if( retries ) {
+         --retries;
+         verifyData()->retryVerifyIs( true );
+      }
+   }
 
+   std::function< void() > then;
    Kiv::String item = "vlan \"1\"";
    Kiv::String text = "a\\b\nc";
    unsigned retries = 0;
@@ -58,30 +64,7 @@ class CheckedSm : public Hoba::HobaVerifiedSm {
    explicit CheckedSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & data )
          : HobaVerifiedSm( data, "CheckedSm" ) {
       followVerification();
-      contextIs( data );
    }
-
- private:
-   void notYet() {
-      if( retries ) {
-         --retries;
-         verifyData()->retryVerifyIs( true );
-      }
-   }
-   void follow() { againIs( commonSmData()->verifyData() ); }
-
-   class KivAgain : public Kiv::Reactor< KivAgain, Hoba::VerifyData const, CheckedSm > {
-    public:
-      static constexpr auto handlers =
-            Kiv::handlers( Kiv::onChange< Hoba::VerifyData::reverifyAttr, &CheckedSm::notYet >() );
-   };
-   class KivContext : public Kiv::Reactor< KivContext, Hoba::HobaCommonSmData const, CheckedSm > {
-    public:
-      static constexpr auto handlers = Kiv::handlers(
-            Kiv::on< Hoba::HobaCommonSmData::verifyDataAttr, &CheckedSm::follow >() );
-   };
-   KIV_REACTOR( KivAgain, again );
-   KIV_REACTOR( KivContext, context );
 };
 
 class VerifySmTest : public ContextFixture {
@@ -94,6 +77,8 @@ class VerifySmTest : public ContextFixture {
       data->handleInitialized();
       checked->initializedIs( true );
       agentSm->initializedIs( true );
+      again = Hoba::smIs< Again >( data->verifyData() );
+      again->then = [ this ] { checked->notYet(); };
    }
    Hoba::VerifyData & verify() { return *data->verifyData(); }
    void request() {
@@ -108,20 +93,17 @@ class VerifySmTest : public ContextFixture {
              ( verify().retryVerify() ? ", to be retried" : "" ) +
              ( driver.timers() ? ", clock set" : "" );
    }
-   VerifyStatusData answered() { return status->verifyStatusData(); }
+   std::string answered() {
+      auto const answer = status->verifyStatusData();
+      return Kiv::toText( answer.cookie ) + " " + Kiv::toText( answer.status );
+   }
    // Asks as another agent does, and returns what is said at once.
-   VerifyStatusData ask( std::uint32_t cookie ) {
+   std::string ask( std::uint32_t cookie ) {
       config->cookieIs( cookie );
       return answered();
    }
    static Kiv::String command( Kiv::String const & text = "VTS#" ) {
       return Hoba::CliCallback::find( "VerifyAgentCli" )->handleCommand( 7, text );
-   }
-   static constexpr VerifyStatusData requested( std::uint32_t cookie ) {
-      return { cookie, verifyRequested };
-   }
-   static constexpr VerifyStatusData finished( std::uint32_t cookie ) {
-      return { cookie, verifyFinished };
    }
 
    Kiv::Ptr< VerifyAgentConfig > config = Kiv::make< VerifyAgentConfig >();
@@ -129,6 +111,8 @@ class VerifySmTest : public ContextFixture {
    Kiv::Ptr< VlanHelper > vlanHelper = Kiv::make< VlanHelper >();
    Kiv::Ptr< CheckedSm > checked;
    Kiv::Ptr< Hoba::VerifyAgentSm > agentSm;
+   using Again = Watcher< Hoba::VerifyData, Hoba::VerifyData::reverifyAttr >;
+   Kiv::Ptr< Again > again;
 };
 
 TEST_F( VerifySmTest, requestsBeforeTheClockFiresAreOnePass ) {
@@ -167,7 +151,7 @@ TEST_F( VerifySmTest, nothingHappensBeforeTheContextIsInitialized ) {
    EXPECT_TRUE( verify().verifyDone() );
    verify().verifyInc( 1 );
    EXPECT_EQ( checked->passes, 0u );
-   EXPECT_EQ( answered(), VerifyStatusData{} );
+   EXPECT_EQ( answered(), "0 verifyNotRun" );
 
    // A clock that was set while the machine was initialized, and fires when it is not.
    sm->initializedIs( true );
@@ -199,36 +183,36 @@ TEST_F( VerifySmTest, anotherAgentIsToldWhenItsPassIsDone ) {
    start();
    Traces traces( "HobaVerifySm" );
    checked->retries = 1;
-   EXPECT_EQ( ask( 17 ), requested( 17 ) );
+   EXPECT_EQ( ask( 17 ), "17 verifyRequested" );
    EXPECT_TRUE( has( traces.take().front(), ": cookie is 17" ) );
    driver.run();
-   EXPECT_EQ( answered(), requested( 17 ) ) << "to be retried";
+   EXPECT_EQ( answered(), "17 verifyRequested" ) << "to be retried";
    driver.advance( Hoba::VerifySm::retryDelay );
-   EXPECT_EQ( answered(), finished( 17 ) );
+   EXPECT_EQ( answered(), "17 verifyFinished" );
    // The same result again, and every cookie has its answer; the last one of two in one go.
    ask( 18 );
    ask( 19 );
    EXPECT_EQ( verify().verifyResult(), verifyNotRun );
    driver.run();
-   EXPECT_EQ( answered(), finished( 19 ) );
+   EXPECT_EQ( answered(), "19 verifyFinished" );
    EXPECT_EQ( verify().verify(), 2u );
    // What somebody else asks for is not reported as an answer.
    status->verifyStatusDataIs( {} );
    request();
-   EXPECT_EQ( answered(), VerifyStatusData{} );
+   EXPECT_EQ( answered(), "0 verifyNotRun" );
    // Nor is what the command line hears between request and pass, or before a retry.
    ask( 20 );
    EXPECT_TRUE( has( command(), "vlan" ) );
-   EXPECT_EQ( answered(), requested( 20 ) );
+   EXPECT_EQ( answered(), "20 verifyRequested" );
    driver.run();
-   EXPECT_EQ( answered(), finished( 20 ) );
+   EXPECT_EQ( answered(), "20 verifyFinished" );
    EXPECT_EQ( verify().cliVerifyOutput().size(), 0u ) << "the pass is not for the command line";
    checked->retries = 1;
    ask( 21 );
    driver.run();
    command();
    driver.advance( Hoba::VerifySm::retryDelay );
-   EXPECT_EQ( answered(), finished( 21 ) );
+   EXPECT_EQ( answered(), "21 verifyFinished" );
 }
 
 TEST_F( VerifySmTest, commandLineIsAnsweredAtOnce ) {
@@ -317,11 +301,11 @@ TEST_F( VerifySmTest, aCookieInTheMiddleOfAPassHasItsOwn ) {
    ask( 17 );
    using StatusWatcher = Watcher< VerifyAgentStatus, VerifyAgentStatus::verifyStatusDataAttr >;
    auto const watcher = Hoba::smIs< StatusWatcher >( status );
-   std::vector< VerifyStatusData > answers;
+   Strings answers;
    watcher->then = [ & ] {
       answers.push_back( answered() );
       // Who has his answer may ask again at once.
-      if( answered() == finished( 18 ) ) {
+      if( answered() == "18 verifyFinished" ) {
          ask( 19 );
       }
    };
@@ -330,8 +314,8 @@ TEST_F( VerifySmTest, aCookieInTheMiddleOfAPassHasItsOwn ) {
    driver.run();
    driver.run();
    EXPECT_EQ( verify().verify(), 3u );
-   EXPECT_EQ( answers, ( std::vector{ finished( 17 ), requested( 18 ), finished( 18 ),
-                                      requested( 19 ), finished( 19 ) } ) );
+   EXPECT_EQ( answers, ( Strings{ "17 verifyFinished", "18 verifyRequested", "18 verifyFinished",
+                                  "19 verifyRequested", "19 verifyFinished" } ) );
 
    // What a machine cannot conclude is kept; a cookie that comes then begins anew.
    answers.clear();
@@ -344,7 +328,8 @@ TEST_F( VerifySmTest, aCookieInTheMiddleOfAPassHasItsOwn ) {
    ask( 20 );
    driver.runUntilIdle( 10 );
    EXPECT_EQ( verify().verify(), 5u );
-   EXPECT_EQ( answers, ( std::vector{ requested( 20 ), requested( 21 ), finished( 21 ) } ) );
+   EXPECT_EQ( answers,
+              ( Strings{ "20 verifyRequested", "21 verifyRequested", "21 verifyFinished" } ) );
 
    // Neither is the reply of the command line taken away, nor the cookie answered by its pass.
    checked->then = [ & ] {
@@ -353,9 +338,9 @@ TEST_F( VerifySmTest, aCookieInTheMiddleOfAPassHasItsOwn ) {
       EXPECT_THROW( command(), Kiv::Exception );
    };
    EXPECT_TRUE( has( command(), "vlan" ) );
-   EXPECT_EQ( answered(), requested( 22 ) );
+   EXPECT_EQ( answered(), "22 verifyRequested" );
    driver.run();
-   EXPECT_EQ( answered(), finished( 22 ) );
+   EXPECT_EQ( answered(), "22 verifyFinished" );
    EXPECT_EQ( verify().verify(), 7u );
    EXPECT_EQ( driver.timers(), 0u );
 
@@ -381,7 +366,7 @@ TEST_F( VerifySmTest, whatThrowsInAPassIsReported ) {
       driver.runUntilIdle( 10 );
       EXPECT_EQ( failures(), 1u );
       EXPECT_EQ( later->passes, 1 + retries );
-      EXPECT_EQ( answered(), ( VerifyStatusData{ 17 + retries, verifyFailed } ) );
+      EXPECT_EQ( answered(), Kiv::toText( 17 + retries ) + " verifyFailed" );
       EXPECT_TRUE( verify().verifyDone() );
    }
    auto const reply = command();
@@ -395,14 +380,14 @@ TEST_F( VerifySmTest, whatThrowsInAPassIsReported ) {
    vlanHelper->then = nullptr;
    ask( 19 );
    driver.run();
-   EXPECT_EQ( answered(), finished( 19 ) );
+   EXPECT_EQ( answered(), "19 verifyFinished" );
 }
 
 TEST_F( VerifySmTest, whileVerificationIsNotPossible ) {
    start();
    auto const sm = Kiv::dynamicCast< Hoba::VerifySm >( data->verifySm() );
    sm->initializedIs( false );
-   EXPECT_EQ( ask( 17 ), VerifyStatusData{} ) << "nobody would ever answer it";
+   EXPECT_EQ( ask( 17 ), "0 verifyNotRun" ) << "nobody would ever answer it";
    sm->initializedIs( true );
    driver.run();
    EXPECT_EQ( verify().verify(), 0u );
@@ -411,7 +396,7 @@ TEST_F( VerifySmTest, whileVerificationIsNotPossible ) {
    driver.run();
    sm->initializedIs( true );
    driver.run();
-   EXPECT_EQ( answered(), finished( 18 ) ) << "what was taken is done";
+   EXPECT_EQ( answered(), "18 verifyFinished" ) << "what was taken is done";
    checked->initializedIs( false );
    checked->HobaVerifiedSm::handleVerify(); // stops nobody
    EXPECT_NE( command(), "" );
