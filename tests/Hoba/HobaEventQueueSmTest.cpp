@@ -260,9 +260,7 @@ TEST_F( EventQueueSmTest, hardwareIsInitializedAndCleanedUpOnce ) {
    traces.take();
    sm->then = [ & ] { sm->running() ? void() : sm->cleanup(); };
    sm->runningIs( false );
-   auto const said = traces.take();
-   EXPECT_EQ( Strings( said.begin(), said.begin() + 2 ),
-              ( Strings{ "handleRunning running:false", "Shutting down EventQueueSm" } ) );
+   EXPECT_EQ( traces.take()[ 1 ], "Shutting down EventQueueSm" );
    sm->runningIs( true );
    sm->initializedIs( false );
    sm->cleanup(); // what the hardware would call is gone soon, initialized or not

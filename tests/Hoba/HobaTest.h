@@ -18,6 +18,7 @@
 #include <cstdlib>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -78,21 +79,32 @@ happens( std::function< void() > then ) {
 // Sets or unsets an environment variable, and puts it back.
 class Environment {
  public:
-   Environment( char const * name, char const * value )
-         : name_( name ), before_( std::getenv( name ) ? std::getenv( name ) : "" ),
-           wasSet_( std::getenv( name ) ) {
-      set( value );
+   Environment( char const * name, char const * value ) : name_( name ) {
+      if( auto const * before = std::getenv( name ) ) {
+         before_ = before;
+      }
+      value ? setenv( name, value, 1 ) : unsetenv( name );
    }
-   ~Environment() { set( wasSet_ ? before_.c_str() : nullptr ); }
+   ~Environment() { before_ ? setenv( name_, before_->c_str(), 1 ) : unsetenv( name_ ); }
    Environment( Environment const & ) = delete;
    Environment & operator=( Environment const & ) = delete;
 
  private:
-   void set( char const * value ) { value ? setenv( name_, value, 1 ) : unsetenv( name_ ); }
    char const * name_;
-   std::string before_;
-   bool wasSet_;
+   std::optional< std::string > before_;
 };
+
+// What `call` throws of this class; empty for nothing.
+template< class Exception, class Call >
+std::string
+thrown( Call const & call ) {
+   try {
+      call();
+   } catch( Exception const & exception ) {
+      return exception.what();
+   }
+   return {};
+}
 
 // Steps that threw since it was last asked. What no test asks for is a fault.
 inline std::uint64_t

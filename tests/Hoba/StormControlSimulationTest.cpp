@@ -219,12 +219,10 @@ class Observer {
          auto const & call = calls[ callsHeard_ ];
          EXPECT_TRUE( has( uu ) || !call.starts_with( "uucast" ) ) << call;
          EXPECT_TRUE( has( at ) || !call.starts_with( "all" ) ) << call;
-         auto const begin = call.find( "Ethernet" );
-         IntfId const port(
-               begin == call.npos
-                     ? ""
-                     : call.substr( begin, call.find_first_of( "( ", begin ) - begin ) );
-         EXPECT_TRUE( begin == call.npos || world_.data->intfHas( port ) ) << call;
+         if( auto const begin = call.find( "Ethernet" ); begin != call.npos ) {
+            auto const end = call.find_first_of( "( ", begin );
+            EXPECT_TRUE( world_.data->intfHas( IntfId( call.substr( begin, end - begin ) ) ) );
+         }
          if( call.starts_with( "skip " ) ) {
             skipsSet_.insert( IntfId( call.substr( 5, call.rfind( ' ' ) - 5 ) ) );
          }
@@ -531,23 +529,25 @@ class Simulation {
       now( "traffic classes and bursts" );
       auto const trafficClass = static_cast< std::uint16_t >( pick( 3 ) );
       Kiv::String const burst = chance( 50 ) ? "a" : "b";
-      auto const other = Kiv::make< AggregateTcConfig >( trafficClass );
-      auto const otherBurst = Kiv::make< BurstConfig >( burst );
-      other->levelIs( threshold() );
-      otherBurst->burstTimeIs( pick( 100 ) );
-      switch( pick( 6 ) ) {
-      case 0:
-         return world.config->aggregateTcConfigIs( trafficClass )->levelIs( threshold() );
-      case 1:
-         return void( world.config->aggregateTcConfigIs( trafficClass, other ) );
-      case 2:
-         return world.config->aggregateTcConfigDel( trafficClass );
-      case 3:
-         return world.config->burstConfigIs( burst )->burstTimeIs( pick( 100 ) );
-      case 4:
-         return void( world.config->burstConfigIs( burst, otherBurst ) );
-      default:
-         return world.config->burstConfigDel( burst );
+      if( chance( 30 ) ) {
+         chance( 50 ) ? world.config->aggregateTcConfigDel( trafficClass )
+                      : world.config->burstConfigDel( burst );
+      } else if( chance( 50 ) ) {
+         auto const other = Kiv::make< AggregateTcConfig >( trafficClass );
+         other->levelIs( threshold() );
+         if( chance( 50 ) ) {
+            world.config->aggregateTcConfigIs( trafficClass, other );
+         } else {
+            world.config->aggregateTcConfigIs( trafficClass )->levelIs( other->level() );
+         }
+      } else {
+         auto const other = Kiv::make< BurstConfig >( burst );
+         other->burstTimeIs( pick( 100 ) );
+         if( chance( 50 ) ) {
+            world.config->burstConfigIs( burst, other );
+         } else {
+            world.config->burstConfigIs( burst )->burstTimeIs( other->burstTime() );
+         }
       }
    }
 

@@ -161,13 +161,9 @@ TEST_F( StormControlStandingTest, periodHasALowerBound ) {
          { 0.09, "0.09 is not a period: at least 0.1 seconds, or 0 for none" },
          { "2.5", "\"2.5\" is not a number" },
    };
-   for( auto const & [ value, outcome ] : rows ) {
-      try {
-         period.set( *config, value );
-         EXPECT_EQ( Kiv::datumText( period.get( *config ) ), outcome );
-      } catch( Kiv::Exception const & error ) {
-         EXPECT_STREQ( error.what(), outcome );
-      }
+   for( auto const & row : rows ) {
+      auto const error = thrown< Kiv::Exception >( [ & ] { period.set( *config, row.first ); } );
+      EXPECT_EQ( error.empty() ? Kiv::datumText( period.get( *config ) ) : error, row.second );
    }
    EXPECT_EQ( period.shape, Kiv::DatumShape::number );
    EXPECT_THROW( config->periodIs( 1e-9 ), Kiv::RangeException );
