@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Storm control: which calls a change makes, and in which order; when counters are read, what
-// verification finds, and what is traced. What the chip and the status hold in the end, whatever
+// verification finds. What the chip and the status hold in the end, whatever
 // changed, is checked in StormControlSimulationTest.cpp.
 
 #include "StormControlTest.h"
@@ -300,71 +300,6 @@ TEST_F( StormControlSmTest, verificationFindsWhatDiffers ) {
               ( Strings{ "{ \"storm control Ethernet1\" : \"no limits expected, some found\" },",
                          "{ \"storm control platform\" : \"Ethernet1 all: 5 kbps of "
                          "Port-Channel1, which nobody configured\" }," } ) );
-}
-
-// ---- Texts
-
-TEST_F( StormControlSmTest, traceTexts ) {
-   Traces traces( "HobaStormControlSm" );
-   world.portIs( et1, speed10Gbps );
-   world.status->intfStatusIs( et3 );
-   world.start();
-   world.levelIs( et1, uu, percent( 300 ) );
-   world.activeIs( et1, false );
-   world.unit().dynamicLogicalPortsIs( true );
-   world.activeIs( et1, true );
-   world.activeIs( et1, false );
-   world.unit().dynamicLogicalPortsIs( false );
-   world.config->intfConfigIs( po1 );
-   world.levelIs( po1, at, percent( 400 ) );
-   world.data->portToLagIs( et1, po1 );
-   world.data->portToLagDel( et1 );
-   world.memberIs( et1, po1 );
-   world.mismatches();
-   world.config->intfConfigDel( po1 );
-   world.mismatches();
-   world.memberDel( et1 );
-   world.mismatches();
-   driver.advance( 5 );
-   world.config->burstConfigIs( "b" )->burstTimeIs( 4 );
-   world.levelIs( et2, at, percent( 5 ) );
-   world.config->intfConfigDel( et2 );
-   world.data->portToLagIs( et2, po1 );
-   auto messages = traces.take();
-   // Of each what was traced first, in this order.
-   for( auto const * text : {
-              "Removing orphaned status for Ethernet3",
-              "Creating status for Ethernet1",
-              "Setting Ethernet1 uucast level threshold to "
-              "Value('Bridging::StormControl::Threshold', ** {'mode': meteringPercent, "
-              "'level': 300, 'rate': 0, 'unit': unitPercent})",
-              "Platform doesn't support DLP, returning....",
-              "Ethernet1: Interface has become active, reprogram storm control",
-              "Ethernet1: Interface has become inactive, clear storm control",
-              "Port-Channel1 updated. Reapplying config",
-              "Disabling storm control on Ethernet1 because it is part of a lag, and lag config "
-              "takes precedence",
-              "Applying config to Ethernet1 because it left a lag",
-              "Port-Channel1 config exists, reapplying config",
-              "Updating levels for lag Port-Channel1",
-              "Ethernet1: Verify storm-control config matches the LAG's config and not the "
-              "individual config",
-              "Port-Channel1 is a LAG, verify individual interfaces",
-              "Port-Channel1 removed. Disabling reactor",
-              "Ethernet1: There is no LAG storm-control config, make sure storm-control is "
-              "disabled",
-              "Ethernet1 is not part of a LAG, verify its individual config",
-              "Ethernet1 uucastDrop: 0 broadcastDrop: 0 multicastDrop: 0 allDrop: 0",
-              "b burstTime: 4",
-              "Interface doesn't exists in platform, skip initializing the sm",
-              "Deleting status for Ethernet2",
-              "No status found, returning....",
-        } ) {
-      auto const found = std::find( messages.begin(), messages.end(), text );
-      ASSERT_TRUE( found != messages.end() ) << text << "\nis missing among\n"
-                                             << testing::PrintToString( messages );
-      messages.erase( messages.begin(), found + 1 );
-   }
 }
 
 // A platform without an operation that it must have.
