@@ -180,8 +180,8 @@ TEST_F( HobaCommonTest, lifeOfAMachine ) {
    EXPECT_EQ( change(), Strings{} );
 }
 
-// A beginning that throws has not begun, and may be repeated; an ending that throws has ended. A first
-// pass that throws: the other reactors have theirs, and it has another.
+// A beginning that throws has not begun, and may be repeated; an ending that throws has ended. A
+// first pass that throws: the other reactors have theirs, and it has another.
 TEST_F( HobaCommonTest, whatThrowsFailsAlone ) {
    auto const sm = Hoba::smIs< WatcherSm >( context() );
    sm->enlist( 7 );

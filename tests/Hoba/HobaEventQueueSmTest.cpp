@@ -387,8 +387,8 @@ TEST_F( EventQueueSmTest, chipCodeMustInitialize ) {
    auto const before = Hoba::eventsWithoutMachine();
    toggle( 1 ); // a machine without queue, directory and table takes nothing, and stands that
    EXPECT_EQ( Hoba::eventsWithoutMachine(), before + 1 );
-   base->handleOneEvent( linkEvent( port1, linkUp ) );
-   base->handleOneEvent( hostEvent( HobaEvent::eventTypeMacAddressAgedLocal ) );
+   Hoba::newMacEventIs( linkEvent( port1, linkUp ) );
+   Hoba::newMacEventIs( hostEvent( HobaEvent::eventTypeMacAddressAgedLocal ) );
    EXPECT_EQ( base->eventStatus()->dropped( Hoba::dropNoPortStatus ), 1u );
    EXPECT_EQ( base->eventStatus()->dropped( Hoba::dropNoMacTable ), 1u );
    base->cleanup();

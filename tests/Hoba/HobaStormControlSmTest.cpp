@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Storm control: which calls a change makes, and in which order; when counters are read, what
-// verification finds. What the chip and the status hold in the end, whatever
-// changed, is checked in StormControlSimulationTest.cpp.
+// Storm control: which calls a change makes, and in which order; when counters are read; what
+// verification finds. What the chip and the status hold in the end, whatever changed, is checked in
+// StormControlSimulationTest.cpp.
 
 #include "StormControlTest.h"
 
@@ -226,7 +226,7 @@ TEST_F( StormControlSmTest, dropCountersAreReadEveryPeriod ) {
    world.portIs( et1, speed10Gbps );
    world.levelIs( et1, mc, percent( 100 ) );
    world.start();
-   // 1250 bytes are 10 kbit: 100 Mb/s let 10000 packets through. Returns the drops that are known then.
+   // 1250 bytes are 10 kbit: 100 Mb/s let 10000 packets through. Returns the drops known then.
    auto const dropsAfter = [ & ]( Kiv::Seconds seconds ) {
       world.unit().inject( et1, mc, 10'001, 1250, 1 );
       driver.advance( seconds );

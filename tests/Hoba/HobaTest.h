@@ -70,7 +70,7 @@ liveObjects() {
    return live;
 }
 
-// What a test wants to happen somewhere, if anything. A copy, since it may be about to change that.
+// What a test wants to happen there, if anything. A copy, since it may be about to change that.
 inline void
 happens( std::function< void() > then ) {
    then ? then() : void();
@@ -309,8 +309,8 @@ class StormWorld {
    StormControl::LevelStatus levelStatus( Pelt::IntfId intf, Hoba::LevelType levelType );
    // What the machines answer to the command line, without those that are content.
    Strings mismatches();
-   // All that the machine made of the configuration, where it can reach; and what a fresh machine makes
-   // of it on a fresh chip.
+   // All that the machine made of the configuration, where it can reach; and what a fresh machine
+   // makes of it on a fresh chip.
    std::string outcome() const { return outcomeOf( *chip->stormControl(), *status ); }
    std::string freshOutcome() const;
    HobaSim::StormUnit & unit() { return *chip->stormControl(); }

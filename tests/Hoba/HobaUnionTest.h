@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// The random life of a directory of which a machine makes one union: entities come and go, are replaced
-// by others, by copies and by what counts for nothing, stand under two names, and change, also those
-// that are no longer there. With the even seeds it goes on inside the notifications of the union, three
-// deep; with the odd ones nothing nests, and what is told is exactly what became different, each key
-// once. After every step the union is worked out anew from the directory.
+// The random life of a directory of which a machine makes one union: entities come and go, are
+// replaced by others, by copies and by what counts for nothing, stand under two names, and change,
+// also those that are no longer there. With the even seeds it goes on inside the notifications of
+// the union, three deep; with the odd ones nothing nests, and what is told is exactly what became
+// different, each key once. After every step the union is worked out anew from the directory.
 
 #include "HobaTest.h"
 
@@ -24,20 +24,21 @@ class Random : public testing::WithParamInterface< unsigned > {
    std::mt19937 random_{ GetParam() };
 };
 
-// Of Random and a fixture with `dir`, the machine `sm`, which may be null, start(), which makes it, and
+// `Fixture` is Random, has `dir`, the machine `sm`, which may be null, and start(), which makes it,
+// and brings
 //
 //    using Entity, Key, Value
-//    static constexpr bool beginsAtOnce                   its beginning is one change; else many
-//    Kiv::Ptr< Entity > entityIs( Entity const * like )   a new one, much like that one if there is one
+//    static constexpr bool beginsAtOnce     its beginning is one change of the union; else many
+//    Kiv::Ptr< Entity > entityIs( Entity const * like )     a new one; like that, unless null
 //    void change( Entity & )
-//    void changeMachine()                                 drops it, or does something else to it
-//    bool inStep() const                                  it is there and works
-//    std::map< Key, Value > published() const             the union
+//    void changeMachine()                   drops it, or does something else to it
+//    bool inStep() const                    it is there, and works
+//    std::map< Key, Value > published() const               the union
 //    static std::map< Key, Value > listed( Entity const & )
-//    void check( entities, wanted ) const                 what else there is to say
+//    void check( entities, wanted ) const   what else there is to say
 //
-// and calls the virtual told() whenever the union tells of one change, and nested() where a step may
-// nest as well.
+// It calls the virtual told() whenever the union tells of one change, and nested() where else a
+// step may nest.
 template< class Fixture >
 class UnionTest : public Fixture {
  public:
