@@ -80,12 +80,9 @@ TEST( HobaHelperTest, vlanNumbers ) {
       EXPECT_EQ( Hoba::getVlanId( Hoba::vlanIdToIntfId( vlan ) ).value(), vlan );
    }
    for( unsigned short vlan : { 0, 4095 } ) {
-      try {
-         Hoba::getVlanId( Hoba::vlanIdToIntfId( vlan ) );
-         ADD_FAILURE() << vlan;
-      } catch( Kiv::RangeException const & exception ) {
-         EXPECT_STREQ( exception.what(), "Bridging::VlanId::value < 1 or > 4094 not allowed" );
-      }
+      EXPECT_EQ( thrown< Kiv::RangeException >(
+                       [ & ] { Hoba::getVlanId( Hoba::vlanIdToIntfId( vlan ) ); } ),
+                 "Bridging::VlanId::value < 1 or > 4094 not allowed" );
    }
    EXPECT_DEATH(
          Hoba::getVlanId( Pelt::IntfId( "Ethernet1" ) ),
@@ -121,20 +118,10 @@ class HobaAssertTest : public HobaFixture {};
 TEST_F( HobaAssertTest, invariantsThrowWithPlaceAndReason ) {
    auto ready = [] { return false; };
    HOBA_INVARIANT( !ready(), "no reason" );
-   int const line = __LINE__ + 2;
-   try {
-      HOBA_INVARIANT( ready(), "We do not expect ready flag to revert to false." );
-      ADD_FAILURE();
-   } catch( Kiv::Exception const & exception ) {
-      std::string const text = exception.what();
-      EXPECT_EQ( text.find( "Hoba/HobaHelperTest.cpp:" + std::to_string( line ) + " void " ), 0u )
-            << text;
-      EXPECT_NE(
-            text.find( "TestBody() -- assertion failed(ready()): We do not expect ready flag to "
-                       "revert to false." ),
-            std::string::npos )
-            << text;
-   }
+   auto const refuse = [ & ] { HOBA_INVARIANT( ready(), "It must not revert to false." ); };
+   auto const text = thrown< Kiv::Exception >( refuse );
+   EXPECT_TRUE( text.starts_with( "Hoba/HobaHelperTest.cpp:" + std::to_string( __LINE__ - 2 ) ) );
+   EXPECT_TRUE( has( text, " -- assertion failed(ready()): It must not revert to false." ) );
 }
 
 TEST_F( HobaAssertTest, stopsTheAgentExceptInASimulation ) {

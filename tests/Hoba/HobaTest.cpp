@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "HobaTest.h"
 
+#include "Hoba/HobaHelper.h"
 #include "Hoba/HobaStormControlRate.h"
 #include "Kiv/Reflect.h"
 
 #include <algorithm>
+#include <numeric>
 
 KIV_DEFINE( HobaTest::RecordingStormHelper );
 
@@ -14,17 +16,10 @@ namespace {
 
 std::string
 text( StormControl::Threshold const & threshold ) {
-   if( threshold.isDefault() ) {
-      return " none";
-   }
-   switch( threshold.mode ) {
-   case StormControl::meteringPercent:
-      return " " + Kiv::toText( threshold.level );
-   case StormControl::meteringPps:
-      return " pps " + Kiv::toText( threshold.rate );
-   default:
-      return " bps " + Kiv::toText( threshold.rate );
-   }
+   return threshold.isDefault()                             ? " none"
+          : threshold.mode == StormControl::meteringPercent ? " " + Kiv::toText( threshold.level )
+          : threshold.mode == StormControl::meteringPps ? " pps " + Kiv::toText( threshold.rate )
+                                                        : " bps " + Kiv::toText( threshold.rate );
 }
 
 } // namespace
@@ -38,18 +33,6 @@ RecordingStormHelper::called( std::string const & call ) {
 }
 
 void
-RecordingStormHelper::hwInit() {
-   called( "hwInit" );
-   StormControlHelper::hwInit();
-}
-
-void
-RecordingStormHelper::installRules() {
-   called( "installRules" );
-   StormControlHelper::installRules();
-}
-
-void
 RecordingStormHelper::setHwRate( Hoba::LevelType levelType, Pelt::IntfId intf,
                                  Pelt::IntfId parentIntf, std::uint32_t speedKbps,
                                  Threshold const & threshold ) {
@@ -60,27 +43,10 @@ RecordingStormHelper::setHwRate( Hoba::LevelType levelType, Pelt::IntfId intf,
 }
 
 void
-RecordingStormHelper::updateBcastSkipRule( Pelt::IntfId intf, bool skip ) {
-   called( "skip " + Kiv::toText( intf ) + ( skip ? " on" : " off" ) );
-   StormControlHelper::updateBcastSkipRule( intf, skip );
-}
-
-void
 RecordingStormHelper::programTcAggregateHwRate( std::uint32_t trafficClass,
                                                 Threshold const & threshold ) {
    called( "tc " + Kiv::toText( trafficClass ) + text( threshold ) );
    StormControlHelper::programTcAggregateHwRate( trafficClass, threshold );
-}
-
-void
-RecordingStormHelper::setBurstTime( StormControl::BurstConfig const & burstConfig ) {
-   called( "burst " + burstConfig.name() + " " + Kiv::toText( burstConfig.burstTime() ) );
-   StormControlHelper::setBurstTime( burstConfig );
-}
-
-void
-RecordingStormHelper::handleEthPhyIntfLagConfig( Pelt::IntfId intf ) {
-   called( "lag of " + Kiv::toText( intf ) );
 }
 
 StormWorld::StormWorld()
@@ -96,50 +62,6 @@ StormWorld::~StormWorld() {
    sm = nullptr;
    data->cleanup();
    EXPECT_EQ( failures(), 0u ) << lastLogged();
-}
-
-void
-StormWorld::create() {
-   sm = Hoba::StormControlSm::StormControlSmIs( data, config, dir, status, helper, lagInput,
-                                                clock );
-}
-
-void
-StormWorld::start() {
-   create();
-   data->handleInitialized();
-   sm->initializedIs( true );
-   helper->take();
-}
-
-void
-StormWorld::portIs( Pelt::IntfId intf, Interface::EthSpeed speed ) {
-   data->intfIs( intf, true );
-   dir->ethPhyIntfStatusIs( intf )->activeIs( true );
-   speedIs( intf, speed );
-}
-
-void
-StormWorld::speedIs( Pelt::IntfId intf, Interface::EthSpeed speed ) {
-   dir->ethPhyIntfStatusIs( intf )->speedIs( speed );
-}
-
-void
-StormWorld::activeIs( Pelt::IntfId intf, bool active ) {
-   dir->ethPhyIntfStatusIs( intf )->activeIs( active );
-}
-
-void
-StormWorld::memberIs( Pelt::IntfId intf, Pelt::IntfId lag ) {
-   data->portToLagIs( intf, lag );
-   lagPortIs( lag, intf );
-}
-
-void
-StormWorld::memberDel( Pelt::IntfId intf ) {
-   auto const lag = data->portToLag( intf );
-   data->portToLagDel( intf );
-   lagPortDel( lag, intf );
 }
 
 void
@@ -173,23 +95,6 @@ StormWorld::levelIs( Pelt::IntfId intf, Hoba::LevelType levelType, Threshold con
    }
 }
 
-std::string
-StormWorld::held( Pelt::IntfId intf ) {
-   std::string text;
-   for( auto levelType : Hoba::allLevelTypes ) {
-      auto const port = unit().port( intf );
-      auto const limit = port ? port->limit( levelType ) : HobaSim::StormLimit{};
-      if( limit.limited ) {
-         text += text.empty() ? "" : ", ";
-         text += Hoba::levelText( levelType ).substr( 1 );
-         text += " " + Kiv::toText( limit.rate );
-         text += limit.unit == StormControl::unitPps ? " pps" : "";
-         text += limit.parent == intf ? "" : " of " + Kiv::toText( limit.parent );
-      }
-   }
-   return text.empty() ? "nothing" : text;
-}
-
 StormControl::LevelStatus
 StormWorld::levelStatus( Pelt::IntfId intf, Hoba::LevelType levelType ) {
    auto const entity = status->intfStatus( intf );
@@ -197,16 +102,73 @@ StormWorld::levelStatus( Pelt::IntfId intf, Hoba::LevelType levelType ) {
       ADD_FAILURE() << "no status of " << Kiv::toText( intf );
       return {};
    }
-   switch( levelType ) {
-   case Hoba::levelTypeBroadcast:
-      return entity->broadcast();
-   case Hoba::levelTypeMulticast:
-      return entity->multicast();
-   case Hoba::levelTypeUUcast:
-      return entity->uucast();
-   default:
-      return entity->all();
+   return Hoba::levelStatus( *entity, levelType );
+}
+
+Strings
+StormWorld::mismatches() {
+   auto const verify = data->verifyData();
+   verify->initVerifyData( 7 );
+   verify->verifyInc( 1 );
+   Strings found;
+   for( auto const & [ item, text ] : verify->cliVerifyOutput() ) {
+      if( !text.ends_with( ": \"ok\" }," ) ) {
+         found.push_back( text );
+      }
    }
+   verify->resetVerifyData();
+   return found;
+}
+
+std::string
+StormWorld::outcomeOf( HobaSim::StormUnit const & unit,
+                       StormControl::Status const & statusOf ) const {
+   std::set< std::string > lines;
+   auto const line = [ & ]( auto const &... parts ) {
+      std::string text;
+      ( ( text += Kiv::toText( parts ) + " " ), ... );
+      lines.insert( text + "\n" );
+   };
+   for( auto const & [ intf, port ] : unit.port() ) {
+      for( auto levelType : Hoba::allLevelTypes ) {
+         if( data->intfHas( intf ) && port->limit( levelType ).limited ) {
+            line( "chip", intf, levelType, port->limit( levelType ) );
+         }
+      }
+   }
+   for( auto const & intf : unit.bcastSkip() ) {
+      if( Hoba::isPortChannel( intf ) || data->intfHas( intf ) ) {
+         line( "skip", intf );
+      }
+   }
+   for( auto const & [ trafficClass, threshold ] : unit.trafficClass() ) {
+      line( "class", trafficClass, threshold );
+   }
+   for( auto const & [ burst, time ] : unit.burstTime() ) {
+      line( "burst", burst, time );
+   }
+   for( auto const & [ intf, of ] : statusOf.intfStatus() ) {
+      line( "status", intf, of->speed(), of->broadcast(), of->multicast(), of->uucast(),
+            of->all() );
+   }
+   return std::accumulate( lines.begin(), lines.end(), std::string() );
+}
+
+std::string
+StormWorld::freshOutcome() const {
+   auto const freshChip = Kiv::make< HobaSim::Chip >();
+   auto & fresh = *freshChip->stormControl();
+   for( auto const * attribute : fresh.fwkType().reflection()->attributes() ) {
+      if( attribute->valueType == "bool" && !attribute->isKeyed() ) {
+         attribute->set( fresh, attribute->get( *chip->stormControl() ) ); // what it can do
+      }
+   }
+   auto const freshStatus = Kiv::make< StormControl::Status >();
+   Hoba::StormControlSm::StormControlSmIs(
+         data, config, dir, freshStatus,
+         Kiv::make< HobaSim::StormControlHelper >( freshChip->stormControl() ), lagInput, clock )
+         ->initializedIs( true );
+   return outcomeOf( fresh, *freshStatus );
 }
 
 } // namespace HobaTest

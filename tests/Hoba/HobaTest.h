@@ -19,12 +19,45 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace HobaTest {
 
 using Strings = std::vector< std::string >;
+
+// What stands in a collection, in the order of the keys.
+template< class Collection >
+auto
+mapOf( Collection const & all ) {
+   std::map< typename Collection::key_type, std::remove_cvref_t< decltype( all.begin()->value ) > >
+         sorted;
+   for( auto const & [ key, value ] : all ) {
+      sorted.emplace( key, value );
+   }
+   return sorted;
+}
+
+// The keys that came, went, or stand for something else now.
+template< class Map >
+std::set< typename Map::key_type >
+changedKeys( Map const & before, Map const & after ) {
+   std::set< typename Map::key_type > keys;
+   for( auto const & [ from, to ] : { std::pair( &before, &after ), { &after, &before } } ) {
+      for( auto const & [ key, value ] : *from ) {
+         if( !to->contains( key ) || !( to->at( key ) == value ) ) {
+            keys.insert( key );
+         }
+      }
+   }
+   return keys;
+}
+
+inline testing::AssertionResult
+has( std::string_view text, std::string_view part ) {
+   return testing::AssertionResult( text.find( part ) != text.npos ) << text;
+}
 
 inline std::map< std::string_view, std::uint64_t >
 liveObjects() {
@@ -37,30 +70,41 @@ liveObjects() {
    return live;
 }
 
+// What a test wants to happen there, if anything. A copy, since it may be about to change that.
+inline void
+happens( std::function< void() > then ) {
+   then ? then() : void();
+}
+
 // Sets or unsets an environment variable, and puts it back.
 class Environment {
  public:
-   explicit Environment( char const * name, char const * value ) : name_( name ) {
+   Environment( char const * name, char const * value ) : name_( name ) {
       if( auto const * before = std::getenv( name ) ) {
          before_ = before;
       }
-      set( value );
+      value ? setenv( name, value, 1 ) : unsetenv( name );
    }
-   ~Environment() { set( before_ ? before_->c_str() : nullptr ); }
+   ~Environment() { before_ ? setenv( name_, before_->c_str(), 1 ) : unsetenv( name_ ); }
    Environment( Environment const & ) = delete;
    Environment & operator=( Environment const & ) = delete;
 
  private:
-   void set( char const * value ) {
-      if( value ) {
-         setenv( name_, value, 1 );
-      } else {
-         unsetenv( name_ );
-      }
-   }
    char const * name_;
    std::optional< std::string > before_;
 };
+
+// What `call` throws of this class; empty for nothing.
+template< class Exception, class Call >
+std::string
+thrown( Call const & call ) {
+   try {
+      call();
+   } catch( Exception const & exception ) {
+      return exception.what();
+   }
+   return {};
+}
 
 // Steps that threw since it was last asked. What no test asks for is a fault.
 inline std::uint64_t
@@ -95,6 +139,14 @@ class HobaFixture : public testing::Test {
    Environment noop_{ "HOBA_NOOP_AGENT", nullptr };
 };
 
+// With the shared context, which goes after what the test has.
+class ContextFixture : public HobaFixture {
+ protected:
+   ~ContextFixture() override { data->cleanup(); }
+
+   Kiv::Ptr< Hoba::HobaCommonSmData > data = Kiv::make< Hoba::HobaCommonSmData >( "agent" );
+};
+
 // Does something whenever `attribute` of what it watches changes.
 template< class WatchedT, auto const & attribute >
 class Watcher : public Hoba::HobaBaseSm {
@@ -111,9 +163,7 @@ class Watcher : public Hoba::HobaBaseSm {
  private:
    void handleChange() {
       ++changes;
-      if( then ) {
-         then();
-      }
+      happens( then );
    }
    class KivEntity
          : public Kiv::Hears< Watcher, WatchedT const,
@@ -177,15 +227,29 @@ class RecordingStormHelper : public HobaSim::StormControlHelper {
    // Which call from now on is refused: 1 is the next; 0 for none.
    unsigned throwAt = 0;
 
-   void hwInit() override;
-   void installRules() override;
+   void hwInit() override {
+      called( "hwInit" );
+      StormControlHelper::hwInit();
+   }
+   void installRules() override {
+      called( "installRules" );
+      StormControlHelper::installRules();
+   }
    void setHwRate( Hoba::LevelType levelType, Pelt::IntfId intf, Pelt::IntfId parentIntf,
                    std::uint32_t speedKbps, Threshold const & threshold ) override;
-   void updateBcastSkipRule( Pelt::IntfId intf, bool skip ) override;
+   void updateBcastSkipRule( Pelt::IntfId intf, bool skip ) override {
+      called( "skip " + Kiv::toText( intf ) + ( skip ? " on" : " off" ) );
+      StormControlHelper::updateBcastSkipRule( intf, skip );
+   }
    void programTcAggregateHwRate( std::uint32_t trafficClass,
                                   Threshold const & threshold ) override;
-   void setBurstTime( StormControl::BurstConfig const & burstConfig ) override;
-   void handleEthPhyIntfLagConfig( Pelt::IntfId intf ) override;
+   void setBurstTime( StormControl::BurstConfig const & burstConfig ) override {
+      called( "burst " + burstConfig.name() + " " + Kiv::toText( burstConfig.burstTime() ) );
+      StormControlHelper::setBurstTime( burstConfig );
+   }
+   void handleEthPhyIntfLagConfig( Pelt::IntfId intf ) override {
+      called( "lag of " + Kiv::toText( intf ) );
+   }
 
  private:
    void called( std::string const & call );
@@ -202,24 +266,51 @@ class StormWorld {
    StormWorld & operator=( StormWorld const & ) = delete;
 
    // Context and machine; nothing is initialized.
-   void create();
+   void create() {
+      sm = Hoba::StormControlSm::StormControlSmIs( data, config, dir, status, helper, lagInput,
+                                                   clock );
+   }
    // Both are initialized. The calls that it took are forgotten.
-   void start();
+   void start() {
+      create();
+      data->handleInitialized();
+      sm->initializedIs( true );
+      helper->take();
+   }
 
    // A port that the platform has. Active.
-   void portIs( Pelt::IntfId intf, Interface::EthSpeed speed );
-   void speedIs( Pelt::IntfId intf, Interface::EthSpeed speed );
-   void activeIs( Pelt::IntfId intf, bool active );
+   void portIs( Pelt::IntfId intf, Interface::EthSpeed speed ) {
+      data->intfIs( intf, true );
+      activeIs( intf, true );
+      speedIs( intf, speed );
+   }
+   void speedIs( Pelt::IntfId intf, Interface::EthSpeed speed ) {
+      dir->ethPhyIntfStatusIs( intf )->speedIs( speed );
+   }
+   void activeIs( Pelt::IntfId intf, bool active ) {
+      dir->ethPhyIntfStatusIs( intf )->activeIs( active );
+   }
    // In both maps of the context, the port's first; or out of them.
-   void memberIs( Pelt::IntfId intf, Pelt::IntfId lag );
-   void memberDel( Pelt::IntfId intf );
+   void memberIs( Pelt::IntfId intf, Pelt::IntfId lag ) {
+      data->portToLagIs( intf, lag );
+      lagPortIs( lag, intf );
+   }
+   void memberDel( Pelt::IntfId intf ) {
+      auto const lag = data->portToLag( intf );
+      data->portToLagDel( intf );
+      lagPortDel( lag, intf );
+   }
    void lagPortIs( Pelt::IntfId lag, Pelt::IntfId intf );
    void lagPortDel( Pelt::IntfId lag, Pelt::IntfId intf );
    void levelIs( Pelt::IntfId intf, Hoba::LevelType levelType, Threshold const & threshold );
 
-   // "limited" kinds with their rates: "broadcast 250000, all 5000 pps of Port-Channel1".
-   std::string held( Pelt::IntfId intf );
    StormControl::LevelStatus levelStatus( Pelt::IntfId intf, Hoba::LevelType levelType );
+   // What the machines answer to the command line, without those that are content.
+   Strings mismatches();
+   // All that the machine made of the configuration, where it can reach; and what a fresh machine
+   // makes of it on a fresh chip.
+   std::string outcome() const { return outcomeOf( *chip->stormControl(), *status ); }
+   std::string freshOutcome() const;
    HobaSim::StormUnit & unit() { return *chip->stormControl(); }
    Kiv::Ptr< Hoba::HobaCommonSmData > data;
    Kiv::Ptr< StormControl::Config > config;
@@ -230,6 +321,10 @@ class StormWorld {
    Kiv::Ptr< RecordingStormHelper > helper;
    Kiv::Ptr< Mox::TimerWheel > clock;
    Kiv::Ptr< Hoba::StormControlSm > sm;
+
+ private:
+   std::string outcomeOf( HobaSim::StormUnit const & unit,
+                          StormControl::Status const & statusOf ) const;
 };
 
 } // namespace HobaTest

@@ -19,9 +19,7 @@ class VlanHelper : public Hoba::VlanHelperBase {
    VlanHelper() : VlanHelperBase( "vlan" ) {}
    Kiv::String verify() override {
       ++asked;
-      if( then ) {
-         then();
-      }
+      happens( then );
       return mismatch;
    }
    Kiv::String mismatch;
@@ -47,53 +45,27 @@ class CheckedSm : public Hoba::HobaVerifiedSm {
       ++passes;
       verifyData()->updateCliVerifyOutput( item, text );
       notYet();
-      if( then ) {
-         then();
-      }
+      happens( then );
    }
-   std::function< void() > then;
-
-   Kiv::String item = "vlan \"1\"";
-   Kiv::String text = "a\\b\nc";
-   unsigned retries = 0;
-   unsigned passes = 0;
-
- protected:
-   explicit CheckedSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & data ) : HobaVerifiedSm( data ) {
-      contextIs( data );
-   }
-
- private:
    void notYet() {
       if( retries ) {
          --retries;
          verifyData()->retryVerifyIs( true );
       }
    }
-   void follow() { againIs( commonSmData()->verifyData() ); }
 
-   class KivAgain : public Kiv::Reactor< KivAgain, Hoba::VerifyData const, CheckedSm > {
-    public:
-      static constexpr auto handlers =
-            Kiv::handlers( Kiv::onChange< Hoba::VerifyData::reverifyAttr, &CheckedSm::notYet >() );
-   };
-   class KivContext : public Kiv::Reactor< KivContext, Hoba::HobaCommonSmData const, CheckedSm > {
-    public:
-      static constexpr auto handlers = Kiv::handlers(
-            Kiv::on< Hoba::HobaCommonSmData::verifyDataAttr, &CheckedSm::follow >() );
-   };
-   KIV_REACTOR( KivAgain, again );
-   KIV_REACTOR( KivContext, context );
+   std::function< void() > then;
+   Kiv::String item = "vlan \"1\"";
+   Kiv::String text = "a\\b\nc";
+   unsigned retries = 0;
+   unsigned passes = 0;
+
+ protected:
+   explicit CheckedSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & data ) : HobaVerifiedSm( data ) {}
 };
 
-class VerifySmTest : public HobaFixture {
+class VerifySmTest : public ContextFixture {
  protected:
-   ~VerifySmTest() override {
-      agentSm = nullptr;
-      checked = nullptr;
-      data->cleanup();
-   }
-
    // The machines come before the context is complete.
    void start() {
       checked = Hoba::smIs< CheckedSm >( data );
@@ -102,46 +74,64 @@ class VerifySmTest : public HobaFixture {
       data->handleInitialized();
       checked->initializedIs( true );
       agentSm->initializedIs( true );
+      again = Hoba::smIs< Again >( data->verifyData() );
+      again->then = [ this ] { checked->notYet(); };
    }
    Hoba::VerifyData & verify() { return *data->verifyData(); }
-   VerifyStatusData answered() { return status->verifyStatusData(); }
-   Kiv::String command( Kiv::String const & text ) {
+   void request() {
+      verify().doRequestVerify();
+      driver.run();
+   }
+   // "2 passes, 1 again, verifyFinished, done"
+   std::string state() {
+      return Kiv::toText( verify().verify() ) + " passes, " + Kiv::toText( verify().reverify() ) +
+             " again, " + Kiv::toText( verify().verifyResult() ) +
+             ( verify().verifyDone() ? ", done" : "" ) +
+             ( verify().retryVerify() ? ", to be retried" : "" ) +
+             ( driver.timers() ? ", clock set" : "" );
+   }
+   std::string answered() {
+      auto const answer = status->verifyStatusData();
+      return Kiv::toText( answer.cookie ) + " " + Kiv::toText( answer.status );
+   }
+   // Asks as another agent does, and returns what is said at once.
+   std::string ask( std::uint32_t cookie ) {
+      config->cookieIs( cookie );
+      return answered();
+   }
+   static Kiv::String command( Kiv::String const & text = "VTS#" ) {
       return Hoba::CliCallback::find( "VerifyAgentCli" )->handleCommand( 7, text );
    }
 
-   Kiv::Ptr< Hoba::HobaCommonSmData > data = Kiv::make< Hoba::HobaCommonSmData >( "agent" );
    Kiv::Ptr< VerifyAgentConfig > config = Kiv::make< VerifyAgentConfig >();
    Kiv::Ptr< VerifyAgentStatus > status = Kiv::make< VerifyAgentStatus >();
    Kiv::Ptr< VlanHelper > vlanHelper = Kiv::make< VlanHelper >();
    Kiv::Ptr< CheckedSm > checked;
    Kiv::Ptr< Hoba::VerifyAgentSm > agentSm;
+   using Again = Watcher< Hoba::VerifyData, Hoba::VerifyData::reverifyAttr >;
+   Kiv::Ptr< Again > again;
 };
 
 TEST_F( VerifySmTest, requestsBeforeTheClockFiresAreOnePass ) {
    start();
    Traces traces( "HobaVerifySm" );
    verify().doRequestVerify();
-   verify().doRequestVerify();
    EXPECT_EQ( checked->passes, 0u );
-   driver.run();
+   request();
    EXPECT_EQ( checked->passes, 1u );
-   EXPECT_EQ( verify().verify(), 1u );
    EXPECT_EQ( vlanHelper->asked, 1u );
-   EXPECT_EQ( verify().verifyResult(), verifyFinished );
-   EXPECT_TRUE( verify().verifyDone() );
+   EXPECT_EQ( state(), "1 passes, 0 again, verifyFinished, done" );
    EXPECT_EQ( verify().cliVerifyOutput().size(), 0u ) << "no command line waits";
    EXPECT_EQ( traces.take(),
               ( Strings{ "Starting Hoba verification", "Hoba verification done" } ) );
-   EXPECT_EQ( driver.timers(), 0u );
-
    data->vlanHelperIs( nullptr );
    verify().doRequestVerify();
-   EXPECT_FALSE( verify().verifyDone() );
+   EXPECT_EQ( state(), "1 passes, 0 again, verifyFinished, clock set" );
    driver.run();
    EXPECT_EQ( checked->passes, 2u ) << "a context without VLAN helper";
    verify().verifyRequiredDel();
-   verify().doRequestVerify();
-   EXPECT_EQ( driver.timers(), 0u );
+   request();
+   EXPECT_EQ( checked->passes, 2u );
 }
 
 TEST_F( VerifySmTest, nothingHappensBeforeTheContextIsInitialized ) {
@@ -158,7 +148,7 @@ TEST_F( VerifySmTest, nothingHappensBeforeTheContextIsInitialized ) {
    EXPECT_TRUE( verify().verifyDone() );
    verify().verifyInc( 1 );
    EXPECT_EQ( checked->passes, 0u );
-   EXPECT_EQ( answered(), VerifyStatusData{} );
+   EXPECT_EQ( answered(), "0 verifyNotRun" );
 
    // A clock that was set while the machine was initialized, and fires when it is not.
    sm->initializedIs( true );
@@ -167,63 +157,59 @@ TEST_F( VerifySmTest, nothingHappensBeforeTheContextIsInitialized ) {
    driver.run();
    EXPECT_EQ( verify().verify(), 1u );
    agentSm->initializedIs( true );
-   EXPECT_THROW( command( "VTS#" ), Kiv::ParseError );
+   EXPECT_THROW( command(), Kiv::ParseError );
 }
 
 TEST_F( VerifySmTest, retryIsCountedAndRunsNoNewPass ) {
    start();
-   checked->retries = 1;
-   verify().doRequestVerify();
-   driver.run();
-   EXPECT_EQ( verify().verifyResult(), verifyToBeRetried );
-   EXPECT_FALSE( verify().verifyDone() );
+   checked->retries = 2; // who hears of the new count may still be unable to conclude
+   request();
+   EXPECT_EQ( state(), "1 passes, 0 again, verifyToBeRetried, to be retried, clock set" );
    driver.advance( Hoba::VerifySm::retryDelay );
-   EXPECT_FALSE( verify().retryVerify() );
-   EXPECT_EQ( verify().reverify(), 1u );
-   EXPECT_EQ( verify().verify(), 1u );
-   EXPECT_EQ( verify().verifyResult(), verifyFinished );
-   EXPECT_TRUE( verify().verifyDone() );
-
-   // Who hears of the new count may still be unable to conclude.
-   checked->retries = 3;
-   verify().doRequestVerify();
-   driver.run();
-   for( unsigned more : { 2u, 3u } ) {
-      driver.advance( Hoba::VerifySm::retryDelay );
-      EXPECT_EQ( verify().reverify(), more );
-      EXPECT_EQ( verify().verifyResult(), verifyToBeRetried );
-   }
+   EXPECT_EQ( state(), "1 passes, 1 again, verifyToBeRetried, to be retried, clock set" );
+   driver.advance( Hoba::VerifySm::retryDelay );
+   EXPECT_EQ( state(), "1 passes, 2 again, verifyFinished, done" );
+   checked->retries = 1;
+   request();
+   EXPECT_EQ( state(), "2 passes, 2 again, verifyToBeRetried, to be retried, clock set" );
    EXPECT_TRUE( driver.runUntilIdle( 10 ) );
-   EXPECT_EQ( verify().reverify(), 4u );
-   EXPECT_EQ( verify().verify(), 2u );
-   EXPECT_TRUE( verify().verifyDone() );
+   EXPECT_EQ( state(), "2 passes, 3 again, verifyFinished, done" );
 }
 
 TEST_F( VerifySmTest, anotherAgentIsToldWhenItsPassIsDone ) {
    start();
    Traces traces( "HobaVerifySm" );
    checked->retries = 1;
-   config->cookieIs( 17 );
-   EXPECT_EQ( answered(), ( VerifyStatusData{ 17, verifyRequested } ) );
-   EXPECT_NE( traces.take().front().find( ": cookie is 17" ), std::string::npos );
+   EXPECT_EQ( ask( 17 ), "17 verifyRequested" );
+   EXPECT_TRUE( has( traces.take().front(), ": cookie is 17" ) );
    driver.run();
-   EXPECT_EQ( answered(), ( VerifyStatusData{ 17, verifyRequested } ) ) << "to be retried";
+   EXPECT_EQ( answered(), "17 verifyRequested" ) << "to be retried";
    driver.advance( Hoba::VerifySm::retryDelay );
-   EXPECT_EQ( answered(), ( VerifyStatusData{ 17, verifyFinished } ) );
-
+   EXPECT_EQ( answered(), "17 verifyFinished" );
    // The same result again, and every cookie has its answer; the last one of two in one go.
-   config->cookieIs( 18 );
-   config->cookieIs( 19 );
+   ask( 18 );
+   ask( 19 );
    EXPECT_EQ( verify().verifyResult(), verifyNotRun );
    driver.run();
-   EXPECT_EQ( answered(), ( VerifyStatusData{ 19, verifyFinished } ) );
+   EXPECT_EQ( answered(), "19 verifyFinished" );
    EXPECT_EQ( verify().verify(), 2u );
-
    // What somebody else asks for is not reported as an answer.
    status->verifyStatusDataIs( {} );
-   verify().doRequestVerify();
+   request();
+   EXPECT_EQ( answered(), "0 verifyNotRun" );
+   // Nor is what the command line hears between request and pass, or before a retry.
+   ask( 20 );
+   EXPECT_TRUE( has( command(), "vlan" ) );
+   EXPECT_EQ( answered(), "20 verifyRequested" );
    driver.run();
-   EXPECT_EQ( answered(), VerifyStatusData{} );
+   EXPECT_EQ( answered(), "20 verifyFinished" );
+   EXPECT_EQ( verify().cliVerifyOutput().size(), 0u ) << "the pass is not for the command line";
+   checked->retries = 1;
+   ask( 21 );
+   driver.run();
+   command();
+   driver.advance( Hoba::VerifySm::retryDelay );
+   EXPECT_EQ( answered(), "21 verifyFinished" );
 }
 
 TEST_F( VerifySmTest, commandLineIsAnsweredAtOnce ) {
@@ -240,10 +226,13 @@ TEST_F( VerifySmTest, commandLineIsAnsweredAtOnce ) {
    for( auto const * wrong : { "", "VTS", "vts#", " VTS#" } ) {
       EXPECT_THROW( command( wrong ), Kiv::ParseError ) << wrong;
    }
-   EXPECT_EQ( verify().verify(), 1u );
    checked->initializedIs( false );
-   EXPECT_EQ( command( "VTS#" ), "{ \"hobaVerify::agent\" : [  ] }" );
+   EXPECT_EQ( command(), "{ \"hobaVerify::agent\" : [  ] }" );
    EXPECT_EQ( driver.timers(), 0u );
+   for( bool const works : { false, true } ) {
+      agentSm->initializedIs( works );
+      EXPECT_EQ( Hoba::CliCallback::find( "VerifyAgentCli" ) != nullptr, works );
+   }
 
    // Neither machine works any more, whoever still holds it.
    auto const held = agentSm;
@@ -255,24 +244,7 @@ TEST_F( VerifySmTest, commandLineIsAnsweredAtOnce ) {
    entity->doRequestVerify();
    config->cookieIs( 9 );
    EXPECT_EQ( driver.timers(), 0u );
-   EXPECT_EQ( answered(), VerifyStatusData{} );
-}
-
-TEST_F( VerifySmTest, commandLineBetweenRequestAndPass ) {
-   start();
-   config->cookieIs( 17 );
-   EXPECT_NE( command( "VTS#" ).find( "vlan" ), std::string::npos );
-   EXPECT_EQ( answered(), ( VerifyStatusData{ 17, verifyRequested } ) );
-   driver.run();
-   EXPECT_EQ( answered(), ( VerifyStatusData{ 17, verifyFinished } ) );
-   EXPECT_EQ( verify().cliVerifyOutput().size(), 0u ) << "the pass is not for the command line";
-
-   checked->retries = 1;
-   config->cookieIs( 18 );
-   driver.run();
-   command( "VTS#" );
-   driver.advance( Hoba::VerifySm::retryDelay );
-   EXPECT_EQ( answered(), ( VerifyStatusData{ 18, verifyFinished } ) );
+   EXPECT_EQ( answered(), "0 verifyNotRun" );
 }
 
 // ---- What happens in the middle of a pass
@@ -287,18 +259,9 @@ TEST_F( VerifySmTest, whoIsDroppedInTheMiddleOfAPass ) {
          { "the agent's machine", [ & ] { agentSm = nullptr; } },
          { "the agent's machine ends", [ & ] { agentSm->initializedIs( false ); } },
          { "the verified machine", [ & ] { checked = nullptr; } },
-         { "a new context",
-           [ & ] {
-              data->cleanup();
-              data->handleInitialized();
-           } },
+         { "a new context", [ & ] { data->cleanup(), data->handleInitialized(); } },
          { "everything",
-           [ & ] {
-              agentSm = nullptr;
-              checked = nullptr;
-              data->cleanup();
-              data = nullptr;
-           } },
+           [ & ] { agentSm = nullptr, checked = nullptr, data->cleanup(), data = nullptr; } },
    };
    Environment const simulation( "SIMULATION_VMID", "12" );
    for( auto const & row : rows ) {
@@ -315,11 +278,10 @@ TEST_F( VerifySmTest, whoIsDroppedInTheMiddleOfAPass ) {
             start();
             checked->then = atRestart ? std::function< void() >() : row.drop;
             if( byClock ) {
-               config->cookieIs( config->cookie() + 1 );
+               ask( config->cookie() + 1 );
                driver.run();
             } else {
-               EXPECT_NE( command( "VTS#" ).find( "a\\\\b" ), Kiv::String::npos )
-                     << "what was found before is told";
+               EXPECT_TRUE( has( command(), "a\\\\b" ) ) << "what was found before is told";
             }
             if( data && data->verifyData() ) {
                EXPECT_EQ( verify().socket(), 0u );
@@ -340,18 +302,18 @@ TEST_F( VerifySmTest, whoIsDroppedInTheMiddleOfAPass ) {
 TEST_F( VerifySmTest, aCookieInTheMiddleOfAPassHasItsOwn ) {
    start();
    checked->then = [ & ] {
-      config->cookieIs( 18 );
       checked->then = nullptr;
+      ask( 18 );
    };
-   config->cookieIs( 17 );
+   ask( 17 );
    using StatusWatcher = Watcher< VerifyAgentStatus, VerifyAgentStatus::verifyStatusDataAttr >;
    auto const watcher = Hoba::smIs< StatusWatcher >( status );
-   std::vector< VerifyStatusData > answers;
+   Strings answers;
    watcher->then = [ & ] {
       answers.push_back( answered() );
       // Who has his answer may ask again at once.
-      if( answered() == VerifyStatusData{ 18, verifyFinished } ) {
-         config->cookieIs( 19 );
+      if( answered() == "18 verifyFinished" ) {
+         ask( 19 );
       }
    };
    driver.run();
@@ -359,45 +321,40 @@ TEST_F( VerifySmTest, aCookieInTheMiddleOfAPassHasItsOwn ) {
    driver.run();
    driver.run();
    EXPECT_EQ( verify().verify(), 3u );
-   EXPECT_EQ( answers, ( std::vector< VerifyStatusData >{ { 17, verifyFinished },
-                                                          { 18, verifyRequested },
-                                                          { 18, verifyFinished },
-                                                          { 19, verifyRequested },
-                                                          { 19, verifyFinished } } ) );
+   EXPECT_EQ( answers, ( Strings{ "17 verifyFinished", "18 verifyRequested", "18 verifyFinished",
+                                  "19 verifyRequested", "19 verifyFinished" } ) );
 
    // What a machine cannot conclude is kept; a cookie that comes then begins anew.
    answers.clear();
    checked->retries = 1;
    vlanHelper->then = [ & ] {
       vlanHelper->then = nullptr;
-      config->cookieIs( 21 );
+      ask( 21 );
       EXPECT_TRUE( verify().retryVerify() );
    };
-   config->cookieIs( 20 );
+   ask( 20 );
    driver.runUntilIdle( 10 );
    EXPECT_EQ( verify().verify(), 5u );
    EXPECT_EQ( answers,
-              ( std::vector< VerifyStatusData >{
-                    { 20, verifyRequested }, { 21, verifyRequested }, { 21, verifyFinished } } ) );
+              ( Strings{ "20 verifyRequested", "21 verifyRequested", "21 verifyFinished" } ) );
 
    // Neither is the reply of the command line taken away, nor the cookie answered by its pass.
    checked->then = [ & ] {
-      config->cookieIs( 22 );
       checked->then = nullptr;
-      EXPECT_THROW( command( "VTS#" ), Kiv::Exception );
+      ask( 22 );
+      EXPECT_THROW( command(), Kiv::Exception );
    };
-   EXPECT_NE( command( "VTS#" ).find( "vlan" ), Kiv::String::npos );
-   EXPECT_EQ( answered(), ( VerifyStatusData{ 22, verifyRequested } ) );
+   EXPECT_TRUE( has( command(), "vlan" ) );
+   EXPECT_EQ( answered(), "22 verifyRequested" );
    driver.run();
-   EXPECT_EQ( answered(), ( VerifyStatusData{ 22, verifyFinished } ) );
+   EXPECT_EQ( answered(), "22 verifyFinished" );
    EXPECT_EQ( verify().verify(), 7u );
    EXPECT_EQ( driver.timers(), 0u );
 
    // Who cannot conclude while the command line waits says so there, and puts off nobody.
    checked->retries = 1;
-   EXPECT_NE( command( "VTS#" ).find( "ask again" ), Kiv::String::npos );
-   verify().doRequestVerify();
-   driver.run();
+   EXPECT_TRUE( has( command(), "ask again" ) );
+   request();
    EXPECT_EQ( verify().verify(), 9u );
    EXPECT_EQ( verify().verifyResult(), verifyFinished );
 }
@@ -409,78 +366,69 @@ TEST_F( VerifySmTest, whatThrowsInAPassIsReported ) {
    later->initializedIs( true );
    auto const refuse = [] { throw Kiv::Exception( "no \"answer\"" ); };
    checked->then = refuse;
-   config->cookieIs( 17 );
-   driver.run();
-   EXPECT_EQ( failures(), 1u );
-   EXPECT_EQ( later->passes, 1u );
-   EXPECT_EQ( answered(), ( VerifyStatusData{ 17, verifyFailed } ) );
-   EXPECT_TRUE( verify().verifyDone() );
    // Also when somebody else cannot conclude yet.
-   later->retries = 1;
-   config->cookieIs( 18 );
-   driver.runUntilIdle( 10 );
-   EXPECT_EQ( failures(), 1u );
-   EXPECT_EQ( answered(), ( VerifyStatusData{ 18, verifyFailed } ) );
-
-   auto const reply = command( "VTS#" );
-   EXPECT_NE( reply.find( "\"CheckedSm\" : \"could not be verified: no \\\"answer\\\"\"" ),
-              Kiv::String::npos )
-         << reply;
-   EXPECT_NE( reply.find( "\"later\"" ), Kiv::String::npos );
+   for( unsigned const retries : { 0u, 1u } ) {
+      later->retries = retries;
+      ask( 17 + retries );
+      driver.runUntilIdle( 10 );
+      EXPECT_EQ( failures(), 1u );
+      EXPECT_EQ( later->passes, 1 + retries );
+      EXPECT_EQ( answered(), Kiv::toText( 17 + retries ) + " verifyFailed" );
+      EXPECT_TRUE( verify().verifyDone() );
+   }
+   auto const reply = command();
+   EXPECT_TRUE( has( reply, "\"CheckedSm\" : \"could not be verified: no \\\"answer\\\"\"" ) );
+   EXPECT_TRUE( has( reply, "\"later\"" ) );
    EXPECT_EQ( verify().socket(), 0u );
    checked->then = nullptr;
    vlanHelper->then = refuse;
-   EXPECT_NE( command( "VTS#" ).find( "\"vlan\" : \"could not be verified" ), Kiv::String::npos );
+   EXPECT_TRUE( has( command(), "\"vlan\" : \"could not be verified" ) );
    EXPECT_EQ( failures(), 2u );
    vlanHelper->then = nullptr;
-   config->cookieIs( 19 );
+   ask( 19 );
    driver.run();
-   EXPECT_EQ( answered(), ( VerifyStatusData{ 19, verifyFinished } ) );
+   EXPECT_EQ( answered(), "19 verifyFinished" );
 }
 
 TEST_F( VerifySmTest, whileVerificationIsNotPossible ) {
    start();
    auto const sm = Kiv::dynamicCast< Hoba::VerifySm >( data->verifySm() );
    sm->initializedIs( false );
-   config->cookieIs( 17 );
-   EXPECT_EQ( answered(), VerifyStatusData{} ) << "nobody would ever answer it";
+   EXPECT_EQ( ask( 17 ), "0 verifyNotRun" ) << "nobody would ever answer it";
    sm->initializedIs( true );
    driver.run();
    EXPECT_EQ( verify().verify(), 0u );
-   config->cookieIs( 18 );
+   ask( 18 );
    sm->initializedIs( false );
    driver.run();
    sm->initializedIs( true );
    driver.run();
-   EXPECT_EQ( answered(), ( VerifyStatusData{ 18, verifyFinished } ) ) << "what was taken is done";
-
-   // The command line, once the agent's machine does not work any more; and then again.
-   for( bool const works : { false, true } ) {
-      agentSm->initializedIs( works );
-      EXPECT_EQ( Hoba::CliCallback::find( "VerifyAgentCli" ) != nullptr, works );
-   }
+   EXPECT_EQ( answered(), "18 verifyFinished" ) << "what was taken is done";
    checked->initializedIs( false );
    checked->HobaVerifiedSm::handleVerify(); // stops nobody
-   EXPECT_NE( command( "VTS#" ), "" );
+   EXPECT_NE( command(), "" );
+}
 
-   // What is missing is said at once.
+TEST_F( VerifySmTest, whatIsMissingIsSaidAtOnce ) {
+   using AgentSm = Hoba::VerifyAgentSm;
    auto const bare = Kiv::make< Hoba::HobaCommonSmData >( "bare" );
    EXPECT_THROW( Hoba::VerifySm::VerifySmIs( bare ), Kiv::Exception );
    EXPECT_THROW( Hoba::VerifySm::VerifySmIs( nullptr ), Kiv::Exception );
-   EXPECT_THROW( Hoba::VerifyAgentSm::VerifyAgentSmIs( data, config, nullptr ), Kiv::Exception );
-   EXPECT_THROW( Hoba::VerifyAgentSm::VerifyAgentSmIs( nullptr, config, status ), Kiv::Exception );
-   auto const deaf = Hoba::VerifyAgentSm::VerifyAgentSmIs( bare, nullptr, status );
+   EXPECT_THROW( AgentSm::VerifyAgentSmIs( data, config, nullptr ), Kiv::Exception );
+   EXPECT_THROW( AgentSm::VerifyAgentSmIs( nullptr, config, status ), Kiv::Exception );
+   auto const deaf = AgentSm::VerifyAgentSmIs( bare, nullptr, status );
    deaf->initializedIs( true );
-   EXPECT_THROW( command( "VTS#" ), Kiv::ParseError );
+   EXPECT_THROW( command(), Kiv::ParseError );
    EXPECT_THROW( Hoba::NonAgingConfigDirSm::NonAgingConfigDirSmIs( data, nullptr, nullptr ),
                  Kiv::Exception );
    // A machine that is asked without being initialized, or before its context is.
    StormWorld world;
-   world.create();
-   world.sm->handleVerify();
    world.config->aggregateTcConfigIs( 3 );
-   world.sm->initializedIs( true );
-   world.sm->handleVerify();
+   world.create();
+   for( bool const initialized : { false, true } ) {
+      world.sm->initializedIs( initialized );
+      world.sm->handleVerify();
+   }
 }
 
 TEST_F( VerifySmTest, itemsOfTheReply ) {
@@ -498,9 +446,8 @@ TEST_F( VerifySmTest, itemsOfTheReply ) {
    verify().verifyDoneIs( true );
    verify().verifyResultIs( verifyFinished );
    verify().resetVerifyData();
-   EXPECT_TRUE( verify().cliReplyItems().empty() && !verify().retryVerify() &&
-                !verify().verifyDone() && verify().socket() == 0 &&
-                verify().verifyResult() == verifyNotRun );
+   EXPECT_EQ( state(), "0 passes, 0 again, verifyNotRun" );
+   EXPECT_TRUE( verify().cliReplyItems().empty() && verify().socket() == 0 );
 }
 
 // ---- The VLAN helper's mismatch
@@ -520,31 +467,27 @@ TEST_F( VerifySmTest, mismatchInASimulationIsLoggedAndRestartsTheAgent ) {
    data->agentRestartCallbackIs( [ & ]( Kiv::String const & why ) { restarts.push_back( why ); } );
    auto const logged = Hoba::logEntries().empty() ? 0 : Hoba::logEntries().back().sequence;
    vlanHelper->mismatch = "vlan 5 is missing";
-   config->cookieIs( 17 );
+   ask( 17 );
    driver.run();
    EXPECT_EQ( verify().verifyOutput(), ( Hoba::VerifyOutput{ "Hoba/HobaVerifySm", "runVerification",
                                                              "vlan 5 is missing" } ) );
    auto const where = " File: Hoba/HobaVerifySm Function: runVerification Description: vlan 5 is "
                       "missing";
-   ASSERT_EQ( restarts.size(), 1u );
-   EXPECT_NE( restarts[ 0 ].find( where ), std::string::npos ) << restarts[ 0 ];
+   EXPECT_TRUE( restarts.size() == 1 && has( restarts[ 0 ], where ) );
    EXPECT_EQ( traces.take()[ 2 ], where );
    auto const & entry = Hoba::logEntries().back();
    ASSERT_EQ( entry.sequence, logged + 1 );
    EXPECT_STREQ( entry.message->name, "HARDWARE_VERIFY_AGENT_FAILED" );
    EXPECT_EQ( entry.message->severity, 3 );
-   EXPECT_STREQ( entry.message->format, "%s Agent will restart." );
-   EXPECT_STREQ( entry.message->explanation, "Verification of forwarding agent failed." );
    EXPECT_EQ( entry.text, "vlan 5 is missing Agent will restart." );
    EXPECT_EQ( entry.time, 100 );
-
    // The reset before the next pass is no mismatch; the mismatch of the next pass is a new one.
-   config->cookieIs( 18 );
+   ask( 18 );
    EXPECT_EQ( restarts.size(), 1u );
    driver.run();
    EXPECT_EQ( restarts.size(), 2u );
    data->agentRestartCallbackIs( nullptr );
-   config->cookieIs( 19 );
+   ask( 19 );
    driver.run(); // stops nobody in a simulation
 }
 
