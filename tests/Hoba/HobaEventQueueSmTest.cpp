@@ -600,7 +600,6 @@ TEST_F( EventKindsTest, macEventsOvertakeTheQueue ) {
 }
 
 TEST_F( EventQueueSmTest, whatOvertookOneQueueSaysNothingOfAnother ) {
-   auto const learnt = HobaEvent::eventTypeMacAddressLearned;
    start();
    Hoba::newEventIs( hostEvent( learnt, 2 ) );
    Hoba::newMacEventIs( hostEvent( HobaEvent::eventTypeMacAddressDeleted, 1 ) );

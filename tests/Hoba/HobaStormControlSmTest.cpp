@@ -93,7 +93,7 @@ TEST( StormControlRateTest, levelsOfPortsHaveNames ) {
       Hoba::PortLevel const level{ Pelt::IntfId( "Ethernet3/1" ), levelType };
       EXPECT_EQ( Kiv::fromText< Hoba::PortLevel >( Kiv::toText( level ) ), level );
    }
-   EXPECT_EQ( Kiv::toText( Hoba::PortLevel{ et1, levelTypeAll } ), "Ethernet1:all" );
+   EXPECT_EQ( Kiv::toText( Hoba::PortLevel{ et1, at } ), "Ethernet1:all" );
    for( auto const * text : { "", "all", "Ethernet1", "Ethernet1:", "Ethernet1:most", "E1:all" } ) {
       EXPECT_THROW( Kiv::fromText< Hoba::PortLevel >( text ), Kiv::ParseError ) << text;
    }

@@ -66,12 +66,13 @@ TEST_F( StormControlStandingTest, watchersMayRemoveWhoWasCalled ) {
 
 // The all-traffic level takes others along in one report.
 TEST_F( StormControlStandingTest, configurationMayGoInTheMiddleOfAReport ) {
+   StormWorld world;
    world.portIs( et1, speed10Gbps );
-   world.levelIs( et1, levelTypeBroadcast, percent( 100 ) );
+   world.levelIs( et1, bc, percent( 100 ) );
    world.start();
    auto const watcher = Hoba::smIs< StatusWatcher >( world.status->intfStatus( et1 ) );
    watcher->then = [ & ] { world.config->intfConfigDel( et1 ); };
-   world.levelIs( et1, levelTypeAll, percent( 500 ) );
+   world.levelIs( et1, at, percent( 500 ) );
    EXPECT_EQ( watcher->changes, 1u );
    EXPECT_EQ( world.held( et1 ), "nothing" );
    EXPECT_EQ( world.status->intfStatus().size(), 0u );
