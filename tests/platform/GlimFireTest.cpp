@@ -11,7 +11,6 @@
 #include <memory>
 #include <random>
 #include <sched.h>
-#include <set>
 #include <sys/ptrace.h>
 
 namespace {
@@ -182,24 +181,6 @@ killWriters( uint64_t keys ) {
       watchers.emplace_back( ledger->report,
                              [ &, i ] { Watching< words >( *ledger, keys, 100 + i ).run(); } );
    }
-   // Who looks from outside sees every row once.
-   watchers.emplace_back( ledger->report, [ & ] {
-      for( std::size_t standing = 0; !ledger->over; ::usleep( 5000 ) ) {
-         if( !ledger->opened ) {
-            continue;
-         }
-         std::set< uint64_t > seen;
-         auto const dump = Glim::dumpTable( "fire" );
-         for( auto const & row : dump.rows ) {
-            auto const key = *row.first.as< uint64_t >();
-            require( seen.insert( key ).second, "dumped twice", key );
-         }
-         std::erase_if( seen, []( uint64_t key ) { return !stands( key ); } );
-         require( seen.size() >= standing, "not dumped", seen.size(), standing );
-         require( dump.unreadable == 0, "unreadable", dump.unreadable );
-         standing = seen.size();
-      }
-   } );
    Random random( static_cast< unsigned >( words ) );
    for( unsigned kill = 0; kill != 80; ++kill ) {
       ledger->open = false;

@@ -103,7 +103,7 @@ class GlimHostile : public testing::Test {
       }
       std::ifstream file( path, std::ios::binary );
       image.assign( std::istreambuf_iterator< char >( file ), {} );
-      ::alarm( 100 ); // a hang ends the test
+      ::alarm( 300 ); // a hang ends the test
    }
    ~GlimHostile() override { ::alarm( 0 ); }
 

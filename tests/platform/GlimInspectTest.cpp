@@ -13,9 +13,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <thread>
 
 #include <unistd.h>
 
@@ -191,6 +193,43 @@ TEST_F( GlimInspectTest, faults ) {
       EXPECT_EQ( report.fileBytes, content.size() );
       EXPECT_THROW( dumpTable( "t" ), Error ) << fault;
    }
+}
+
+// Who looks from outside sees every row once, and who reads finds it, while the table grows and shrinks.
+TEST_F( GlimInspectTest, rowsThatStayWhileTheTableMoves ) {
+   constexpr std::uint32_t staying = 50, others = 2000;
+   Writer writer( "t", { .rows = 8, .changes = 64 } );
+   for( std::uint32_t key = 0; key != staying; ++key ) {
+      writer.is( key, known( key ) );
+   }
+   std::atomic< bool > stop = false;
+   std::thread thread( [ & ] {
+      for( std::uint32_t i = 0; !stop; ++i ) {
+         auto const key = staying + i % others;
+         i / others % 2 ? static_cast< void >( writer.del( key ) )
+                        : static_cast< void >( writer.is( key, known( key ) ) );
+         if( i % others == 0 ) {
+            writer.commit();
+         }
+      }
+   } );
+   Reader reader( "t" );
+   ASSERT_TRUE( reader.attach() );
+   for( int round = 0; round != 50; ++round ) {
+      for( std::uint32_t i = 0; i != 400 * staying; ++i ) {
+         Known record;
+         bool const found = reader.get( i % staying, record );
+         EXPECT_TRUE( found && record == known( i % staying ) ) << i;
+      }
+      auto const dump = dumpTable( "t" );
+      EXPECT_EQ( dump.odd + dump.unreadable, 0u );
+      ASSERT_GE( dump.rows.size(), staying );
+      for( std::uint32_t i = 0; i != staying; ++i ) {
+         EXPECT_EQ( dump.rows[ i ].first, Datum( i ) );
+      }
+   }
+   stop = true;
+   thread.join();
 }
 
 TEST_F( GlimInspectTest, typesThatAreNotKnown ) {

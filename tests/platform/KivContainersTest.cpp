@@ -337,7 +337,7 @@ TEST( KivContainers, hashMapIsAsItsModel ) {
 TEST( KivContainers, crowdedHashMapIsAsItsModel ) {
    runTwins< HashMap< CrowdedKey< 1 >, Box > >();
    runTwins< HashMap< CrowdedKey< 5 >, Box > >();
-   runTwins< HashMap< CrowdedKey< 60 >, Box > >( 3000 );
+   runTwins< HashMap< CrowdedKey< 60 >, Box > >( 1500 );
 }
 
 // Keys that were all alike to a hash that everybody knows: they are not, to that of this process.
