@@ -145,6 +145,7 @@ TEST( KivPtr, eventLoopObjectsWaitForWhatIsInFlight ) {
 }
 
 TEST( KivPtr, typesAreListedByName ) {
+   auto const one = make< Derived >();
    Kiv::Type const & type = Kiv::typeInstance< Derived >;
    auto const all = Kiv::Type::all();
    EXPECT_EQ( std::count( all.begin(), all.end(), &type ), 1 );
