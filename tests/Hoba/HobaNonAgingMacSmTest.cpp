@@ -153,6 +153,7 @@ TEST_F( NonAgingTest, clientsAreSilencedAndMarkedWithTheMachine ) {
    sm->configSmIs( "one", config );
    EXPECT_EQ( machine, sm->configSm( "one" ) );
    sm->configSmIs( "one", nullptr );
+   EXPECT_TRUE( machine->kivMarkedForDeletion() );
    machine->doCleanUp();
    machine->handleMacEntries( station( 1 ) );
    EXPECT_EQ( merged(), "on: 1 Ethernet1 x1" );

@@ -404,6 +404,9 @@ TEST_F( VerifySmTest, whileVerificationIsNotPossible ) {
    sm->initializedIs( true );
    driver.run();
    EXPECT_EQ( answered(), "18 verifyFinished" ) << "what was taken is done";
+   sm->initializedIs( false );
+   sm->initializedIs( true );
+   EXPECT_EQ( state(), "1 passes, 0 again, verifyFinished, done" ) << "once";
    checked->initializedIs( false );
    checked->HobaVerifiedSm::handleVerify(); // stops nobody
    EXPECT_NE( command(), "" );
@@ -416,7 +419,8 @@ TEST_F( VerifySmTest, whatIsMissingIsSaidAtOnce ) {
    EXPECT_THROW( Hoba::VerifySm::VerifySmIs( nullptr ), Kiv::Exception );
    EXPECT_THROW( AgentSm::VerifyAgentSmIs( data, config, nullptr ), Kiv::Exception );
    EXPECT_THROW( AgentSm::VerifyAgentSmIs( nullptr, config, status ), Kiv::Exception );
-   auto const deaf = AgentSm::VerifyAgentSmIs( bare, nullptr, status );
+   AgentSm::VerifyAgentSmIs( bare, nullptr, status )->initializedIs( true );
+   auto const deaf = AgentSm::VerifyAgentSmIs( bare, config, status );
    deaf->initializedIs( true );
    EXPECT_THROW( command(), Kiv::ParseError );
    EXPECT_THROW( Hoba::NonAgingConfigDirSm::NonAgingConfigDirSmIs( data, nullptr, nullptr ),
