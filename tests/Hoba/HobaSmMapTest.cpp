@@ -157,7 +157,7 @@ TEST_F( HobaSmMap, machinesDoItToEachOther ) {
    owner->shareSmDelAll();
    EXPECT_TRUE( owner->shareSm().empty() );
    EXPECT_EQ( failures(), 2u );
-   owner->then[ "holds 5" ] = [ this, gone = &owner ] { *gone = nullptr; };
+   owner->then[ "holds 5" ] = [ gone = &owner ] { *gone = nullptr; };
    owner->shareSmIs( 5, one, one );
    EXPECT_EQ( owner, nullptr );
 }
