@@ -325,6 +325,8 @@ TEST_F( HobaCommonTest, whatThrowsFailsAlone ) {
    journal.take();
 
    // A beginning that throws has not begun, and may be repeated; an ending that throws has ended.
+   using Told = Watcher< Hoba::HobaBaseSm, Hoba::HobaBaseSm::initializedAttr >;
+   auto told = Hoba::smIs< Told >( Kiv::Ptr< Hoba::HobaBaseSm const >( sm ) );
    sm->throwAt = "initialized";
    EXPECT_THROW( sm->initializedIs( true ), std::runtime_error );
    EXPECT_FALSE( sm->initialized() );
@@ -337,6 +339,8 @@ TEST_F( HobaCommonTest, whatThrowsFailsAlone ) {
    sm->throwAt = "not initialized";
    EXPECT_THROW( sm->initializedIs( false ), std::runtime_error );
    EXPECT_FALSE( sm->initialized() || sm->vlan( 7 )->initialized() );
+   EXPECT_EQ( told->changes, 2u ) << "begun, and ended";
+   told = nullptr;
    journal.take();
    EXPECT_EQ( failures(), 0u ) << "whoever calls sees it himself";
 
