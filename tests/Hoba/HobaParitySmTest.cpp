@@ -195,6 +195,21 @@ TEST_F( ParitySmTest, aSliceThatTakesOverTellsOnlyWhatIsNew ) {
    EXPECT_EQ( inContext(), Events{} );
 }
 
+TEST_F( ParitySmTest, silencedItMissesNothing ) {
+   for( auto const * name : { "stays", "goes", "other" } ) {
+      dir->entryIs( name, slice( name, { 1 } ) );
+   }
+   start();
+   sm->hasNotificationActiveIs( false );
+   Kiv::dynamicCast< ParityEventStatus >( dir->entry( "stays" ) )->parityEventDelAll();
+   dir->entryDel( "goes" );
+   dir->entryIs( "other", slice( "other", { 2 } ) );
+   dir->entryIs( "comes", slice( "comes", { 3 } ) );
+   sm->hasNotificationActiveIs( true );
+   EXPECT_EQ( inContext(), ( Events{ { "other:l2:2", 1 }, { "comes:l2:3", 1 } } ) );
+   expectUnion();
+}
+
 // Somebody repairs an entry as he hears of it: as the machine is made, and as a slice comes.
 TEST_F( ParitySmTest, repairsInsideTheNotificationAreHeard ) {
    auto const one = slice( "one", { 1, 2, 3 } );
