@@ -101,6 +101,10 @@ StormControlSm::KivIntfConfig::doCleanup() {
    if( !sm.lagIntfForIntf( key() ) ) {
       sm.clear( key() );
    }
+   if( sm.intfConfig( key() ) ) {
+      sm.enable( key() ); // configured again by who heard of it
+      return;
+   }
    if( sm.status_->intfStatusHas( key() ) ) {
       ZTRACE( 3, "Deleting status for ", key() );
       sm.status_->intfStatusDel( key() );
@@ -155,7 +159,7 @@ StormControlSm::KivIntfConfig::updateLevel( LevelType levelType ) {
       owner().program( intf, levels );
    }
    if( working() ) {
-      owner().report( intf, levels );
+      owner().report( key(), levels );
    }
 }
 
@@ -195,6 +199,10 @@ StormControlSm::program( LimitedIntf const & intf, std::span< LevelType const > 
          if( auto const decision = wanted( intf, levelType, port ); decision.program ) {
             setHwRate( levelType, port, intf.intf, decision.threshold );
             told = true;
+            if( kivWatched() && look( intf.intf ) != intf ) {
+               enable( intf.intf ); // whoever heard of it has changed what is wanted
+               return;
+            }
          }
       }
    }
@@ -213,20 +221,21 @@ StormControlSm::setHwRate( LevelType levelType, PortSpeed const & port, Pelt::In
 }
 
 void
-StormControlSm::report( LimitedIntf intf, std::span< LevelType const > levels ) {
-   auto const status = status_->intfStatusIs( intf.intf );
-   for( auto levelType : levels ) {
+StormControlSm::report( Pelt::IntfId intf, std::span< LevelType const > levels ) {
+   auto const status = status_->intfStatusIs( intf );
+   // Looked at behind each write: whoever heard of it may have changed anything.
+   auto now = look( intf );
+   auto const asked = [ & ] { return now.config && !kivMarkedForDeletion(); };
+   for( auto level = levels.begin(); level != levels.end() && asked(); ++level ) {
       bool const watched = status->kivWatched();
-      ( *status.*levelOf( levelType ).statusIs )( statusOf( intf, levelType ) );
+      ( *status.*levelOf( *level ).statusIs )( statusOf( now, *level ) );
       if( watched ) {
-         // Whoever heard of it may have changed anything.
-         intf = look( intf.intf );
-         if( !intf.config || kivMarkedForDeletion() ) {
-            return;
-         }
+         now = look( intf );
       }
    }
-   status->speedIs( speedOf( intf ) );
+   if( asked() ) {
+      status->speedIs( speedOf( now ) );
+   }
 }
 
 void
@@ -235,7 +244,7 @@ StormControlSm::resetStormControlStatusForIntf( Pelt::IntfId intf ) {
       ZTRACE( 5, "No status found, returning...." );
       return;
    }
-   report( look( intf ), allLevelTypes );
+   report( intf, allLevelTypes );
 }
 
 void
@@ -512,7 +521,7 @@ StormControlSm::handleTime() {
       Kiv::guarded( "StormControlSm::handleTime", Kiv::toText( each.key ),
                     [ & ] { each.value->handleTime(); } );
    } );
-   if( done ) {
+   if( done && initialized() ) {
       handlePeriod();
    }
 }

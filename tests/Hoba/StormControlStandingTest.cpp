@@ -137,6 +137,40 @@ TEST_F( StormControlStandingTest, configurationDecidesNotHistory ) {
 }
 
 // The members of a LAG are covered one by one.
+TEST_F( StormControlStandingTest, whatIsWantedChangesWhileItIsProgrammed ) {
+   world.portIs( et1, speed10Gbps );
+   world.levelIs( et1, bc, percent( 100 ) );
+   world.start();
+   auto const watcher =
+         Hoba::smIs< Watcher< Hoba::StormControlSm, Hoba::StormControlSm::heldAttr > >(
+               Kiv::Ptr< Hoba::StormControlSm const >( world.sm ) );
+   auto const onceThen = [ & ]( Hoba::LevelType levelType, std::uint32_t level ) {
+      watcher->then = [ =, this, done = false ]() mutable {
+         if( !std::exchange( done, true ) ) {
+            world.levelIs( et1, levelType, percent( level ) );
+         }
+      };
+   };
+   onceThen( at, 10000 );
+   world.levelIs( et1, at, percent( 500 ) );
+   EXPECT_EQ( world.held( et1 ), "broadcast 100000" );
+   // It goes, and comes again on the way.
+   world.levelIs( et1, mc, percent( 100 ) );
+   onceThen( mc, 300 );
+   world.config->intfConfigDel( et1 );
+   EXPECT_EQ( world.held( et1 ), "multicast 300000" );
+   EXPECT_EQ( world.levelStatus( et1, mc ).rate, 300'000u );
+   EXPECT_EQ( platformVerdict(), "" );
+   // Also while its status is made.
+   auto const ofStatus =
+         Hoba::smIs< Watcher< StormControl::Status, StormControl::Status::intfStatusAttr > >(
+               Kiv::Ptr< StormControl::Status const >( world.status ) );
+   world.status->intfStatusDel( et1 );
+   ofStatus->then = [ & ] { world.levelIs( et1, mc, percent( 10000 ) ); };
+   world.levelIs( et1, mc, percent( 200 ) );
+   EXPECT_EQ( world.levelStatus( et1, mc ).state, StormControl::notConfigured );
+}
+
 TEST_F( StormControlStandingTest, newMemberHasNoOlderLimit ) {
    world.portIs( et1, speed10Gbps );
    world.portIs( et2, speed1Gbps );
