@@ -26,9 +26,11 @@ HobaBaseSm::HobaBaseSmIs( Kiv::Ptr< HobaCommonSmData > const & commonSmData ) {
 void
 HobaBaseSm::hasNotificationActiveIs( bool active ) {
    if( active != hasNotificationActive() ) {
+      // Machines of its own catch up, and may do anything to this one meanwhile.
+      Kiv::Dispatch::Frame frame;
       PtrInterface::hasNotificationActiveIs( active );
       reactorsActiveIs( active );
-      if( active ) {
+      if( active && live() ) {
          handleNotificationActive();
       }
    }
@@ -37,6 +39,8 @@ HobaBaseSm::hasNotificationActiveIs( bool active ) {
 void
 HobaBaseSm::kivDoZombieReactors( bool marked ) {
    if( marked != kivMarkedForDeletion() ) {
+      // Last words may let go of this machine.
+      Kiv::Dispatch::Frame frame;
       reactorsZombieIs( marked );
       kivMarkedForDeletionIs( marked );
       if( marked ) {
@@ -56,6 +60,9 @@ HobaBaseSm::initializedIs( bool initialized ) {
       } catch( ... ) {
          initialized_ = false;
          reactorsUninitialize();
+         if( !initialized ) {
+            kivChanged( initializedAttr );
+         }
          throw;
       }
       kivChanged( initializedAttr );

@@ -45,6 +45,7 @@ NonAgingConfigSm::handleEnable() {
 
 void
 NonAgingConfigSm::handleMacEntries() {
+   Kiv::Dispatch::Frame frame;
    HOBA_INVARIANT( initialized(), "entries are followed once the machine is initialized" );
    if( config() && !kivMarkedForDeletion() ) {
       followAll();
@@ -54,6 +55,7 @@ NonAgingConfigSm::handleMacEntries() {
 
 void
 NonAgingConfigSm::handleMacEntries( Bridging::MacVlanPair const & pair ) {
+   Kiv::Dispatch::Frame frame;
    HOBA_INVARIANT( initialized(), "entries are followed once the machine is initialized" );
    if( config() && !kivMarkedForDeletion() ) {
       follow( pair );
@@ -93,19 +95,20 @@ NonAgingConfigSm::addNonAgingEntry( Entry const * entry ) {
    HOBA_INVARIANT( entry, "there is no entry to add" );
    auto const pair = entry->macEntry;
    dirSm_.claims().claim( party_, pair, *entry );
-   if( !heldHas( pair ) ) {
-      heldIs( pair );
+   // Claimed, held and counted before anybody hears of it, who may remove the client.
+   if( held_.insert( pair ) ) {
       dirSm_.macEntriesRefInc( pair, 1 );
+      kivChanged( heldAttr, &pair );
    }
 }
 
 void
 NonAgingConfigSm::delNonAgingEntry( Bridging::MacVlanPair pair ) {
-   if( heldHas( pair ) ) {
+   if( held_.erase( pair ) ) {
       ZTRACE( 5, "NonAgingConfigSm::delNonAgingEntry ", name(), ", Non Aging Entry Key: ", pair );
-      heldDel( pair );
       dirSm_.claims().release( party_, pair );
       dirSm_.macEntriesRefDec( pair, 1 );
+      kivChanged( heldAttr, &pair );
    }
 }
 

@@ -94,6 +94,10 @@ HobaParitySm::HobaParitySm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
 void
 HobaParitySm::handleInitialEntries() {
    if( parityEventStatusDir() ) {
+      // What went while nobody listened, then what is there.
+      for( auto const & name : Kiv::keysOf( paritySliceSm() ) ) {
+         handleParityEventStatus( name );
+      }
       for( auto const & name : Kiv::keysOf( parityEventStatusDir()->notifier()->entry() ) ) {
          handleParityEventStatus( name );
       }

@@ -36,7 +36,8 @@
 // is marked. One that replaces another comes first: so what both stand for is never withdrawn. With
 // TakesOver it is given, once in its place and before it hears, all that the former one stands for.
 //
-// A machine whose initializedIs() or last word throws does not keep the others from theirs. The
+// A factory that throws, which the caller of aclSmIs() sees, or that returns null leaves no machine.
+// One whose initializedIs(), takeOver() or last word throws does not keep the others from theirs. The
 // machines refer to their owner, which does not depend on who else holds them: a machine that is
 // marked must not look at it any more.
 
@@ -68,7 +69,7 @@ template< auto step >
 struct TakesOver : SmOption {
    template< class Sm >
    static void takeOver( Sm & sm, Sm & former ) {
-      ( sm.*step )( former );
+      Kiv::guarded( Kiv::handlerName< step >(), sm.name(), [ & ] { ( sm.*step )( former ); } );
    }
 };
 
@@ -155,34 +156,55 @@ class SmMap final : public Kiv::ReactorSlotBase {
  private:
    static constexpr bool farewellWithOwner = ( Options::alsoWithOwner || ... );
 
-   static void bidFarewell( Sm & sm ) {
+   void bidFarewell( Sm & sm ) {
       // Who is marked was so with its owner, and has nothing to say.
       if( !sm.kivMarkedForDeletion() ) {
          sm.hasNotificationActiveIs( false );
-         ( Options::say( sm ), ... );
+         if( farewellWithOwner || !owner_.kivMarkedForDeletion() ) {
+            ( Options::say( sm ), ... );
+         }
          sm.kivDoZombieReactors( true );
       }
    }
+   // Null for none.
+   Kiv::Ptr< Sm > made( Key const & key, Entities const & entities ) {
+      try {
+         auto sm = std::apply(
+               [ & ]( auto const &... entity ) { return factory( key, entity..., owner_ ); },
+               entities );
+         if( owner_.kivMarkedForDeletion() ) {
+            letGo( sm );
+         }
+         return sm;
+      } catch( ... ) {
+         // What the former one stands for is gone all the same.
+         del( key );
+         throw;
+      }
+   }
    void make( Key const & key, Entities const & entities ) {
-      auto const sm = std::apply(
-            [ & ]( auto const &... entity ) { return factory( key, entity..., owner_ ); },
-            entities );
+      auto const sm = made( key, entities );
+      if( !sm ) {
+         del( key );
+         return;
+      }
       auto const former = std::exchange( *sms_.tryEmplace( key ).value, sm );
       entities_.insertOrAssign( key, entities );
       if( former ) {
          former->hasNotificationActiveIs( false );
          ( Options::takeOver( *sm, *former ), ... );
       }
-      activeIs( *sm, owner_.hasNotificationActive() );
+      activate( *sm );
       initialize( *sm );
       if( former ) {
          bidFarewell( *former );
       }
       ( owner_.*changed_ )( key );
    }
-   static void activeIs( Sm & sm, bool active ) {
+   // The owner may be silenced while others catch up.
+   void activate( Sm & sm ) {
       Kiv::guarded( sm.fwkType().name(), sm.name(),
-                    [ & ] { sm.hasNotificationActiveIs( active ); } );
+                    [ & ] { sm.hasNotificationActiveIs( owner_.hasNotificationActive() ); } );
    }
    static void initializedIs( Sm & sm, bool initialized ) {
       Kiv::guarded( sm.fwkType().name(), sm.name(), [ & ] { sm.initializedIs( initialized ); } );
@@ -193,10 +215,10 @@ class SmMap final : public Kiv::ReactorSlotBase {
       }
    }
 
-   void activeIs( bool active ) override {
+   void activeIs( bool ) override {
       Kiv::Dispatch::Frame frame;
       for( auto const & [ key, sm ] : sms_ ) {
-         activeIs( *sm, active );
+         activate( *sm );
       }
    }
    void zombieIs( bool marked ) override {

@@ -53,6 +53,7 @@ struct LevelDecision {
    // A zero that the platform cannot do. It is no default either: what stood before stays.
    bool refused() const { return why == StormControl::zeroRateNotSupported; }
    bool isDefault() const { return threshold.isDefault() && !refused(); }
+   bool operator==( LevelDecision const & ) const = default;
 };
 
 // What the platform can do about a threshold, whatever the port and its speed.

@@ -101,6 +101,10 @@ StormControlSm::KivIntfConfig::doCleanup() {
    if( !sm.lagIntfForIntf( key() ) ) {
       sm.clear( key() );
    }
+   if( sm.intfConfig( key() ) ) {
+      sm.enable( key() ); // configured again by who heard of it
+      return;
+   }
    if( sm.status_->intfStatusHas( key() ) ) {
       ZTRACE( 3, "Deleting status for ", key() );
       sm.status_->intfStatusDel( key() );
@@ -149,14 +153,14 @@ StormControlSm::KivIntfConfig::updateLevel( LevelType levelType ) {
    if( !working() ) {
       return;
    }
-   auto intf = owner().look( key() );
+   auto const intf = owner().look( key() );
    auto const levels = levelsWith( intf, levelType );
    if( isPortChannel( key() ) ) {
       ZTRACE( 5, "Updating levels for lag ", key() );
    }
    owner().program( intf, levels );
    if( working() ) {
-      owner().report( std::move( intf ), levels );
+      owner().report( key(), levels );
    }
 }
 
@@ -197,6 +201,13 @@ StormControlSm::program( LimitedIntf const & intf, std::span< LevelType const > 
          if( auto const decision = wanted( intf, levelType, port ); decision.program ) {
             setHwRate( levelType, port, intf.intf, decision.threshold );
             told = true;
+            auto const now = [ & ] {
+               return intf.config ? look( intf.intf ) : look( intf.intf, nullptr );
+            };
+            if( kivWatched() && now() != intf ) {
+               // Whoever heard of it has changed what is wanted.
+               return intf.config ? enable( intf.intf ) : disable( intf.intf );
+            }
          }
       }
    }
@@ -215,20 +226,21 @@ StormControlSm::setHwRate( LevelType levelType, PortSpeed const & port, Pelt::In
 }
 
 void
-StormControlSm::report( LimitedIntf intf, std::span< LevelType const > levels ) {
-   auto const status = status_->intfStatusIs( intf.intf );
-   for( auto levelType : levels ) {
+StormControlSm::report( Pelt::IntfId intf, std::span< LevelType const > levels ) {
+   auto const status = status_->intfStatusIs( intf );
+   // Looked at behind each write: whoever heard of it may have changed anything.
+   auto now = look( intf );
+   auto const asked = [ & ] { return now.config && !kivMarkedForDeletion(); };
+   for( auto level = levels.begin(); level != levels.end() && asked(); ++level ) {
       bool const watched = status->kivWatched();
-      ( *status.*levelOf( levelType ).statusIs )( statusOf( intf, levelType ) );
+      ( *status.*levelOf( *level ).statusIs )( statusOf( now, *level ) );
       if( watched ) {
-         // Whoever heard of it may have changed anything.
-         intf = look( intf.intf );
-         if( !intf.config || kivMarkedForDeletion() ) {
-            return;
-         }
+         now = look( intf );
       }
    }
-   status->speedIs( speedOf( intf ) );
+   if( asked() ) {
+      status->speedIs( speedOf( now ) );
+   }
 }
 
 void
@@ -237,7 +249,7 @@ StormControlSm::resetStormControlStatusForIntf( Pelt::IntfId intf ) {
       ZTRACE( 5, "No status found, returning...." );
       return;
    }
-   report( look( intf ), allLevelTypes );
+   report( intf, allLevelTypes );
 }
 
 void
@@ -506,7 +518,7 @@ StormControlSm::handleTime() {
       Kiv::guarded( "StormControlSm::handleTime", Kiv::toText( each.key ),
                     [ & ] { each.value->handleTime(); } );
    } );
-   if( done ) {
+   if( done && initialized() ) {
       handlePeriod();
    }
 }

@@ -122,7 +122,7 @@ class StormControlSm : public HobaVerifiedSm {
                    Threshold const & threshold );
    // Says in the status what stands of these levels, and why what is asked for does not; and the
    // speed.
-   void report( LimitedIntf intf, std::span< LevelType const > levels );
+   void report( Pelt::IntfId intf, std::span< LevelType const > levels );
 
    void verifyUnlimited( Pelt::IntfId port );
    void verifyPort( Kiv::String const & item, Pelt::IntfId port, Pelt::IntfId parentIntf,

@@ -34,6 +34,7 @@ struct HeldLevel {
 struct PortSpeed {
    Pelt::IntfId port;
    std::uint32_t kbps; // 0 when it is not known
+   bool operator==( PortSpeed const & ) const = default;
 };
 
 // An interface with all that decides what becomes of its levels, as it is at one moment.
@@ -49,6 +50,7 @@ struct LimitedIntf {
    // Where its limits are put: a port itself, or the members of a LAG, as far as they are there and
    // active.
    std::vector< PortSpeed > ports;
+   bool operator==( LimitedIntf const & ) const = default;
 };
 
 // What keeps the interface from being programmed as a whole; nothing if it can be. The members of a

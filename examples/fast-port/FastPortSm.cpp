@@ -28,12 +28,6 @@ FastPortSm::handleInitialized() {
 }
 
 void
-FastPortSm::KivPort::handleInitialized() {
-   initializedIs( true );
-   owner().handlePort( key() );
-}
-
-void
 FastPortSm::handleThreshold() {
    for( auto const & intf : Kiv::keysOf( port() ) ) {
       handlePort( intf );

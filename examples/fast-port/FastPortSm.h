@@ -64,10 +64,9 @@ class FastPortSm : public Hoba::HobaBaseSm {
                  FastPortSm, Config const,
                  Kiv::WhenReady< Config::thresholdKbpsAttr, &FastPortSm::handleThreshold > > {};
    class KivPort : public Kiv::Hears< FastPortSm, Interface::EthPhyIntfStatus const, Pelt::IntfId,
-                                      Kiv::WhenReady< Interface::EthPhyIntfStatus::speedAttr,
+                                      Kiv::OnceReady< Interface::EthPhyIntfStatus::speedAttr,
                                                       &FastPortSm::handlePort > > {
     public:
-      void handleInitialized() override;
       void doCleanUp() { owner().apply( key(), false ); }
    };
 

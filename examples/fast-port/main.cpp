@@ -48,6 +48,9 @@ main() {
    show( "A port goes, and its buffer is another's:" );
    config->thresholdKbpsIs( 50'000'000 );
    show( "Only the fastest count now:" );
+   ports->ethPhyIntfStatusIs( Pelt::IntfId( "Ethernet4" ), Kiv::make< Interface::EthPhyIntfStatus >(
+                                                                 Pelt::IntfId( "Ethernet4" ) ) );
+   show( "Nothing is known of the speed of a port that was put in another's place:" );
 
    database.unmount( "/machines/fastPort" );
    Hoba::letGo( sm );

@@ -64,7 +64,8 @@ class ClockReactor
 
     private:
       void onTimeout() override {
-         // Whatever the handler removes, this timer included, lives until it has returned.
+         // The reactor lives until its handler has returned. This timer goes at once when the
+         // handler turns to another clock, so nothing of it is looked at afterwards.
          Dispatch::Frame frame;
          if( reactor_.live() ) {
             DispatchRecorder::Scope recorded( DispatchRecorder::Kind::timeout, "timeout" );

@@ -38,6 +38,7 @@ ReactorOwner::reactorsInitialize() {
 
 void
 ReactorOwner::reactorsUninitialize() {
+   Dispatch::Frame frame;
    for( auto * slot = firstSlot_; slot; slot = slot->nextSlot_ ) {
       slot->uninitialize();
    }

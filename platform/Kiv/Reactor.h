@@ -112,14 +112,15 @@ class Reactor : public PtrInterface::NotifieeConst {
       }
    }
 
-   // The first pass, which is that of the onceReady<> rows. An override that has such rows says this
-   // as well.
+   // The first pass, which is that of the onceReady<> rows, then of its own reactors. An override
+   // that has any of these says this as well.
    void handleInitialized() override {
+      Dispatch::Frame frame;
       initializedIs( true );
       if( auto * const entity = notifier() ) {
-         Dispatch::Frame frame;
          DerivedT::handlers.firstPass( static_cast< DerivedT & >( *this ), *entity );
       }
+      reactorsInitialize();
    }
 
    void onAttribute( AttributeId const & attribute, void const * key ) final {
@@ -340,9 +341,9 @@ struct Follow : HandlerRow {
       }
       Dispatch::Frame frame;
       if constexpr( keyed ) {
-         step( reactor, *static_cast< typename A::Key const * >( key ) );
+         attempt( reactor, *static_cast< typename A::Key const * >( key ) );
       } else {
-         step( reactor );
+         attempt( reactor );
       }
       return true;
    }
@@ -354,7 +355,7 @@ struct Follow : HandlerRow {
          // First those of the entity that was watched before.
          for( auto const & known : keysOf( slot( reactor ).all() ) ) {
             if( auto const key = typename A::Key( known ); !children.has( key ) ) {
-               step( reactor, key );
+               attempt( reactor, key );
             }
             if( !reactor.kivSynchronises( entity ) ) {
                return;
@@ -362,17 +363,27 @@ struct Follow : HandlerRow {
          }
          for( auto const & child : children ) {
             auto const key = child.key;
-            step( reactor, key );
+            attempt( reactor, key );
             if( !reactor.kivSynchronises( entity ) ) {
                return;
             }
          }
       } else {
-         step( reactor );
+         attempt( reactor );
       }
    }
 
  private:
+   // A machine that cannot be made keeps nobody else from his, and is no matter of who wrote the
+   // attribute.
+   template< class R, class... Key >
+   static void attempt( R & reactor, Key const &... key ) {
+      try {
+         step( reactor, key... );
+      } catch( ... ) {
+         reactorFailed( reactor, attribute.name );
+      }
+   }
    template< class R >
    static auto & slot( R & reactor ) {
       if constexpr( std::is_invocable_v< decltype( field ), R & > ) {
@@ -550,13 +561,17 @@ class MadeReactor final : public R {
    Type const & fwkType() const override { return typeInstance< R >; }
 };
 
-// Makes a reactor for `owner` in the owner's present state of notification.
+// Makes a reactor for `owner` in the owner's present state: who is on his way out hears nothing
+// through new reactors either.
 template< class R >
 Ptr< R >
 makeReactor( typename R::Owner & owner, typename R::Key const & key = {} ) {
    Ptr< R > reactor = make< MadeReactor< R > >();
    reactor->kivOwnerIs( owner, key );
    reactor->hasNotificationActiveIs( owner.hasNotificationActive() );
+   if( ownerMarked( owner ) ) {
+      reactor->kivMarkedForDeletionIs( true );
+   }
    return reactor;
 }
 

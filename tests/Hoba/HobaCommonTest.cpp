@@ -186,6 +186,8 @@ TEST_F( HobaCommonTest, whatThrowsFailsAlone ) {
    auto const sm = Hoba::smIs< WatcherSm >( context() );
    sm->enlist( 7 );
    sm->enlist( 9 );
+   using Told = Watcher< Hoba::HobaBaseSm, Hoba::HobaBaseSm::initializedAttr >;
+   auto const told = Hoba::smIs< Told >( Kiv::Ptr< Hoba::HobaBaseSm const >( sm ) );
    for( bool const begins : { true, false } ) {
       sm->thenAt = begins ? "initialized" : "not initialized";
       EXPECT_THROW( sm->initializedIs( begins ), std::runtime_error );
@@ -197,6 +199,7 @@ TEST_F( HobaCommonTest, whatThrowsFailsAlone ) {
       EXPECT_EQ( sm->take(), ( Strings{ "initialized", "first pass of 7", "first pass of 9" } ) );
    }
    EXPECT_TRUE( sm->initialized() && !sm->vlan( 7 )->initialized() );
+   EXPECT_EQ( told->changes, 3u ) << "begun, ended, begun";
    EXPECT_EQ( failures(), 1u );
    sm->thenAt.clear();
    auto const vlan7 = data->vlanStatus( Bridging::VlanId( 7 ) );

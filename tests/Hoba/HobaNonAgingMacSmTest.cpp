@@ -171,6 +171,36 @@ TEST_F( NonAgingTest, clientsAreSilencedAndMarkedWithTheMachine ) {
    EXPECT_EQ( merged(), left ) << "a machine that is marked leaves the status alone";
 }
 
+// Who looks at what the machines remember removes the client, or lists something else.
+TEST_F( NonAgingTest, claimsHoldingsAndCountsGoTogether ) {
+   for( bool ofCounts : { true, false } ) {
+      for( bool removes : { true, false } ) {
+         SCOPED_TRACE( std::to_string( ofCounts ) + std::to_string( removes ) );
+         auto const client = clientIs( "client" );
+         start();
+         auto const counts = Hoba::smIs<
+               Watcher< Hoba::NonAgingConfigDirSm, Hoba::NonAgingConfigDirSm::macEntriesRefAttr > >(
+               sm );
+         auto const holdings =
+               Hoba::smIs< Watcher< Hoba::NonAgingConfigSm, Hoba::NonAgingConfigSm::heldAttr > >(
+                     Kiv::Ptr< Hoba::NonAgingConfigSm const >( sm->configSm( "client" ) ) );
+         auto once = [ &, done = 0 ]() mutable {
+            if( ++done == 1 ) {
+               removes ? dir->entryDel( "client" ) : client->macEntriesDel( station( 1 ) );
+            } else if( done == 2 && !removes ) {
+               client->macEntriesIs( entry( 1 ) );
+            }
+         };
+         ( ofCounts ? counts->then : holdings->then ) = once;
+         client->macEntriesIs( entry( 1 ) );
+         EXPECT_EQ( merged(), removes ? "off:" : "on: 1 Ethernet1 x1" );
+         client->macEntriesDel( station( 1 ) );
+         EXPECT_EQ( merged(), removes ? "off:" : "on:" );
+         sm = nullptr;
+      }
+   }
+}
+
 // The status is the union; that it is enabled stands there as a station of nobody.
 class NonAgingUnion : public NonAgingTest, public Random {
  public:

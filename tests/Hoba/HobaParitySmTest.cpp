@@ -103,6 +103,22 @@ TEST_P( ParityUnionTest, contextIsTheUnionOfTheSlices ) { live( 1500 ); }
 
 INSTANTIATE_TEST_SUITE_P( Seeds, ParityUnionTest, testing::Range( 1u, 17u ) );
 
+TEST_F( ParitySmTest, silencedItMissesNothing ) {
+   for( auto const * name : { "stays", "goes", "other" } ) {
+      dir->entryIs( name, slice( name, { 1 } ) );
+   }
+   start();
+   sm->hasNotificationActiveIs( false );
+   Kiv::dynamicCast< ParityEventStatus >( dir->entry( "stays" ) )->parityEventDelAll();
+   dir->entryDel( "goes" );
+   dir->entryIs( "other", slice( "other", { 2 } ) );
+   dir->entryIs( "comes", slice( "comes", { 3 } ) );
+   sm->hasNotificationActiveIs( true );
+   EXPECT_EQ( published().size(), 2u );
+   EXPECT_TRUE( data->parityEventHas( parityEvent( "other", 2 ).key ) );
+   EXPECT_TRUE( data->parityEventHas( parityEvent( "comes", 3 ).key ) );
+}
+
 TEST_F( ParitySmTest, oneChangeOfASliceIsOneChangeOfTheContext ) {
    auto const one = slice( "one", { 1 } );
    dir->entryIs( "one", one );

@@ -19,7 +19,9 @@ class ShareSm : public Hoba::HobaBaseSm {
    HOBA_MACHINE( ShareSm );
 
  public:
+   void handleNotificationActive() override;
    void handleInitialized() override;
+   void takeOver( ShareSm & former );
    void release();
    void say( std::string const & what );
 
@@ -38,11 +40,17 @@ Kiv::Ptr< ShareSm > lastingSmFactory( std::uint16_t const & key, Kiv::Ptr< Kiv::
 class OwnerSm : public Hoba::HobaBaseSm {
    HOBA_MACHINE( OwnerSm );
    KIV_REFCOUNTS( std::uint16_t, shares );
-   HOBA_SMS( shareSmFactory, shareSm, Hoba::LastWord< &ShareSm::release > );
+   HOBA_SMS( shareSmFactory, shareSm, Hoba::TakesOver< &ShareSm::takeOver >,
+             Hoba::LastWord< &ShareSm::release > );
    HOBA_SMS( lastingSmFactory, lastingSm, Hoba::LastWordAlsoWithOwner< &ShareSm::release > );
 
  public:
    Strings take() { return std::exchange( said, {} ); }
+   void act( std::string const & text ) {
+      if( auto const action = then.find( text ); action != then.end() ) {
+         std::exchange( action->second, [] {} )();
+      }
+   }
 
    Strings said;
    std::map< std::string, std::function< void() > > then;
@@ -61,9 +69,17 @@ void
 ShareSm::say( std::string const & what ) {
    auto const text = what + ' ' + name();
    owner.said.push_back( text );
-   if( auto const action = owner.then.find( text ); action != owner.then.end() ) {
-      std::exchange( action->second, [] {} )();
-   }
+   owner.act( text );
+}
+
+void
+ShareSm::handleNotificationActive() {
+   owner.act( "hears " + name() );
+}
+
+void
+ShareSm::takeOver( ShareSm & ) {
+   owner.act( "takes over " + name() );
 }
 
 void
@@ -85,7 +101,8 @@ ShareSm::release() {
 Kiv::Ptr< ShareSm >
 shareSmFactory( std::uint16_t const & key, Kiv::Ptr< Kiv::Dir const > const &,
                 Kiv::Ptr< Kiv::Dir > const &, OwnerSm & owner ) {
-   return ShareSm::ShareSmIs( key, owner );
+   owner.act( "makes " + std::to_string( key ) );
+   return key ? Kiv::make< ShareSm >( key, owner ) : nullptr;
 }
 Kiv::Ptr< ShareSm >
 lastingSmFactory( std::uint16_t const & key, Kiv::Ptr< Kiv::Dir > const &, OwnerSm & owner ) {
@@ -160,6 +177,48 @@ TEST_F( HobaSmMap, machinesDoItToEachOther ) {
    owner->then[ "holds 5" ] = [ gone = &owner ] { *gone = nullptr; };
    owner->shareSmIs( 5, one, one );
    EXPECT_EQ( owner, nullptr );
+}
+
+TEST_F( HobaSmMap, machinesThatCannotBeMadeOrCannotTakeOver ) {
+   owner->shareSmIs( 0, one, one );
+   EXPECT_EQ( owner->shareSm().size(), 0u );
+   owner->shareSmIs( 1, one, one );
+   owner->then[ "makes 1" ] = [] { throw std::runtime_error( "1" ); };
+   EXPECT_THROW( owner->shareSmIs( 1, two, two ), std::runtime_error );
+   EXPECT_EQ( owner->shareSm( 1 ), nullptr ) << "what the former one stood for is gone";
+   owner->shareSmIs( 1, two, two );
+   owner->then[ "takes over 1" ] = [] { throw std::runtime_error( "1" ); };
+   owner->shareSmIs( 1, one, two );
+   EXPECT_EQ( owner->take(),
+              ( Strings{ "holds 1", "releases 1", "holds 1", "holds 1", "releases 1" } ) );
+   EXPECT_TRUE( owner->shareSm( 1 )->hasNotificationActive() );
+   EXPECT_EQ( failures(), 1u );
+}
+
+TEST_F( HobaSmMap, theOwnerGoesOrFallsSilentInTheMiddle ) {
+   for( std::uint16_t key : { 1, 2 } ) {
+      owner->shareSmIs( key, one, one );
+   }
+   owner->hasNotificationActiveIs( false );
+   owner->then[ "hears 1" ] = [ & ] { owner->hasNotificationActiveIs( false ); };
+   owner->hasNotificationActiveIs( true );
+   EXPECT_FALSE( owner->shareSm( 2 )->hasNotificationActive() );
+   owner->take();
+   // Let go of, but held, while a machine is made, or begins in the place of another.
+   for( auto const & [ when, said ] :
+        std::map< std::string, Strings >{ { "makes 1", {} }, { "takes over 2", { "holds 1" } } } ) {
+      auto const held = OwnerSm::OwnerSmIs( data );
+      held->initializedIs( true );
+      held->shareSmIs( 2, one, one );
+      held->take();
+      held->then[ when ] = [ gone = held ]() mutable { Hoba::letGo( gone ); };
+      held->shareSmIs( 1, one, one );
+      held->shareSmIs( 2, two, two );
+      EXPECT_EQ( held->take(), said ) << when;
+      for( auto const & [ key, sm ] : held->shareSm() ) {
+         EXPECT_TRUE( sm->kivMarkedForDeletion() ) << when;
+      }
+   }
 }
 
 TEST_F( HobaSmMap, whoHasALastWordWithTheOwner ) {

@@ -257,6 +257,18 @@ TEST_F( StormControlSmTest, dropCountersAreReadEveryPeriod ) {
    EXPECT_EQ( world.clock->timers(), 1u );
    world.config->periodIs( 0 );
    EXPECT_EQ( world.clock->timers(), 0u );
+
+   // The machine is stopped in the middle of a reading.
+   world.unit().dropCountIs( true );
+   world.config->periodIs( 20 );
+   world.unit().inject( et3, levelTypeMulticast, 10'006, 1250, 1 );
+   auto const watcher = Hoba::smIs<
+         Watcher< StormControl::IntfStatus, StormControl::IntfStatus::multicastDropAttr > >(
+         world.status->intfStatus( et3 ) );
+   watcher->then = [ & ] { world.sm->initializedIs( false ); };
+   driver.advance( 20 );
+   EXPECT_EQ( watcher->changes, 1u );
+   EXPECT_EQ( world.clock->timers(), 0u );
 }
 
 // ---- Verification. That it finds nothing where all is well, the simulation sees.

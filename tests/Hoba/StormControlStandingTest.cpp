@@ -77,6 +77,37 @@ TEST_F( StormControlStandingTest, configurationMayGoInTheMiddleOfAReport ) {
    EXPECT_EQ( world.outcome(), "" );
 }
 
+TEST_F( StormControlStandingTest, whatIsWantedChangesWhileItIsProgrammed ) {
+   StormWorld world;
+   world.portIs( et1, speed10Gbps );
+   world.levelIs( et1, bc, percent( 100 ) );
+   world.start();
+   auto const watcher =
+         Hoba::smIs< Watcher< Hoba::StormControlSm, Hoba::StormControlSm::heldAttr > >(
+               Kiv::Ptr< Hoba::StormControlSm const >( world.sm ) );
+   auto const onceThen = [ & ]( Hoba::LevelType levelType, std::uint32_t level ) {
+      watcher->then = [ =, &world, done = false ]() mutable {
+         if( !std::exchange( done, true ) ) {
+            world.levelIs( et1, levelType, percent( level ) );
+         }
+      };
+   };
+   onceThen( at, 10000 );
+   world.levelIs( et1, at, percent( 500 ) );
+   EXPECT_EQ( world.outcome(), world.freshOutcome() );
+   // It goes, and comes again on the way.
+   world.levelIs( et1, mc, percent( 100 ) );
+   onceThen( mc, 300 );
+   world.config->intfConfigDel( et1 );
+   EXPECT_EQ( world.outcome(), world.freshOutcome() );
+   // Also while its status is made.
+   auto const ofStatus = Hoba::smIs< Watcher< Status, Status::intfStatusAttr > >( world.status );
+   world.status->intfStatusDel( et1 );
+   ofStatus->then = [ & ] { world.levelIs( et1, mc, percent( 10000 ) ); };
+   world.levelIs( et1, mc, percent( 200 ) );
+   EXPECT_EQ( world.outcome(), world.freshOutcome() );
+}
+
 // ---- Hardware that refuses
 
 // What happens to Ethernet1.

@@ -115,6 +115,11 @@ TEST_F( KivReactor, silencedOrMarkedItHearsNothing ) {
    machine->node( 1 )->kivDoZombieReactors( true );
    node->aIs( 4 );
    EXPECT_EQ( script.take(), "a2 a0 a3" );
+   // Who is on his way out gets no new ears.
+   machine->kivDoZombieReactors( true );
+   machine->nodeIs( 4, node );
+   node->aIs( 5 );
+   EXPECT_EQ( script.take(), "a2 a0 a3" );
 }
 
 TEST_F( KivReactor, initialPassOnceTheOwnerIsInitialized ) {

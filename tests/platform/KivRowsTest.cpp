@@ -63,10 +63,9 @@ class Follower : public Kiv::PtrInterface, public Kiv::ReactorOwner {
 
     public:
       void handleInitialized() override {
-         initializedIs( true );
          owner().script.heard( "first " + key() );
          innerIs( notifier() );
-         reactorsInitialize();
+         Reactor::handleInitialized();
       }
       void lastWord() { owner().script.heard( "last " + key() ); }
       static constexpr auto handlers =
@@ -78,15 +77,24 @@ class Follower : public Kiv::PtrInterface, public Kiv::ReactorOwner {
                                          Kiv::OnChange< Leaf::spotAttr, &Follower::handleWide > > {
    };
    KIV_REACTOR( KivOneLeaf, leaf );
+   // Stands for machines, one of which cannot be made.
+   struct Machines {
+      Kiv::HashMap< Kiv::String, int > all() const { return {}; }
+      void follow( Kiv::String const & leaf, Ptr< Leaf > const & ) const {
+         if( leaf == "refused" ) {
+            throw std::runtime_error( leaf );
+         }
+      }
+   } machines_;
 
-   class KivNode : public Kiv::Hears<
-                         Follower, Node const,
-                         Kiv::Follow< Node::leavesAttr, &Follower::leaves_, &KivLeaf::lastWord >,
-                         Kiv::Follow< Node::leafAttr, &Follower::leaf_ >,
-                         Kiv::WhenReadyAny< &Follower::handleA, Node::aAttr, Node::reviewsAttr >,
-                         Kiv::OnceReady< Node::tagAttr, &Follower::handleTag >,
-                         Kiv::OnAnyChange< &Follower::handleText, Node::textAttr, Node::bAttr > > {
-   };
+   class KivNode
+         : public Kiv::Hears<
+                 Follower, Node const, Kiv::Follow< Node::leavesAttr, &Follower::machines_ >,
+                 Kiv::Follow< Node::leavesAttr, &Follower::leaves_, &KivLeaf::lastWord >,
+                 Kiv::Follow< Node::leafAttr, &Follower::leaf_ >,
+                 Kiv::WhenReadyAny< &Follower::handleA, Node::aAttr, Node::reviewsAttr >,
+                 Kiv::OnceReady< Node::tagAttr, &Follower::handleTag >,
+                 Kiv::OnAnyChange< &Follower::handleText, Node::textAttr, Node::bAttr > > {};
    KIV_REACTOR( KivNode, node );
 
    // By any interface, where each is an Ethernet port.
@@ -190,6 +198,16 @@ TEST_F( KivRows, whatIsHeardWhileChildrenComeAndGo ) {
    node->leavesDel( "z" );
    EXPECT_EQ( script.take(), "last z" );
    EXPECT_FALSE( node->kivWatched() );
+}
+
+TEST_F( KivRows, whoCannotBeMadeIsNoMatterOfOthers ) {
+   auto const before = Kiv::Dispatch::failures;
+   node->leavesIs( "refused" );
+   node->leavesIs( "x" );
+   follower->nodeIs( node );
+   node->leavesDel( "refused" );
+   EXPECT_EQ( followed(), Names{ "x" } );
+   EXPECT_EQ( Kiv::Dispatch::failures, before + 2 );
 }
 
 TEST_F( KivRows, someRowsWaitForTheirOwner ) {
