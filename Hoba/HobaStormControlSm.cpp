@@ -361,7 +361,7 @@ StormControlSm::handleIntf( Pelt::IntfId intf ) {
          own->initializedIs( false );
          resetStormControlStatusForIntf( intf );
       }
-   } else if( !own || !own->initialized() ) {
+   } else if( own ? !own->initialized() : !presentHas( intf ) ) {
       // It came (back), and the hardware may have kept what stood when it went.
       clear( intf );
       if( own ) {
@@ -369,6 +369,11 @@ StormControlSm::handleIntf( Pelt::IntfId intf ) {
       }
    }
    enable( lagIntfForIntf( intf ) );
+}
+
+void
+StormControlSm::rememberIntf( Pelt::IntfId intf ) {
+   intfExists( intf ) ? presentIs( intf ) : presentDel( intf );
 }
 
 // ---- LAGs

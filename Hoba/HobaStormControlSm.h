@@ -32,6 +32,8 @@ class StormControlSm : public HobaVerifiedSm {
    HOBA_MACHINE( StormControlSm );
    // The limits that the hardware was told last, by port. It is what stands there.
    KIV_COLLECTION( PortLevel, HeldLevel, held );
+   // The ports that are there, as last heard: one that is told again has not come back.
+   KIV_SET( Pelt::IntfId, present );
    // The LAG of each port and the active members of each LAG, as last heard: a change does not tell
    // which one it left, and who.
    KIV_COLLECTION( Pelt::IntfId, Pelt::IntfId, lagOfPort );
@@ -87,6 +89,7 @@ class StormControlSm : public HobaVerifiedSm {
    void handleEthPhyIntfStatus( Pelt::IntfId intf );
    void handleEthIntf( Pelt::IntfId intf );
    void handleIntf( Pelt::IntfId intf );
+   void rememberIntf( Pelt::IntfId intf );
    // Of the LAGs.
    void handlePortToLag( Pelt::IntfId intf );
    void handleFormerLag( Pelt::IntfId intf );
@@ -211,6 +214,7 @@ class StormControlSm : public HobaVerifiedSm {
          : public Kiv::Hears<
                  StormControlSm, HobaCommonSmData const,
                  Kiv::WhenReady< HobaCommonSmData::intfAttr, &StormControlSm::handleIntf >,
+                 Kiv::On< HobaCommonSmData::intfAttr, &StormControlSm::rememberIntf >,
                  Kiv::WhenReady< HobaCommonSmData::portToLagAttr,
                                  &StormControlSm::handlePortToLag >,
                  Kiv::WhenReady< HobaCommonSmData::portToLagAttr,

@@ -508,6 +508,9 @@ class Simulation {
          status->speedIs( speed() );
          status->activeIs( chance( 70 ) );
          world.dir->ethPhyIntfStatusIs( port, status );
+      } else if( world.data->intfHas( port ) && chance( 25 ) ) {
+         now( port, "is told again" );
+         world.data->intfIs( port, !world.data->intf( port ) );
       } else if( world.data->intfHas( port ) ) {
          now( port, "is unplugged" );
          world.data->intfDel( port );
