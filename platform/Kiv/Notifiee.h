@@ -85,8 +85,8 @@ class PtrInterface::NotifieeConst : public PtrInterface, public ReactorOwner {
    void initializedIs( bool initialized );
    bool isRegisteredNotifiee() const { return registered_; }
    // Whether the last first pass threw: for the slot that asks for it.
-   bool kivFirstPassFailed() const { return firstPassFailed_; }
-   void kivFirstPassFailedIs( bool failed ) { firstPassFailed_ = failed; }
+   bool kivFirstPassFailed() const { return hasToMakeUp(); }
+   void kivFirstPassFailedIs( bool failed ) { hasToMakeUpIs( failed ); }
 
  protected:
    NotifieeConst();
@@ -107,7 +107,6 @@ class PtrInterface::NotifieeConst : public PtrInterface, public ReactorOwner {
    NotifieeConst * previous_ = nullptr;
    bool registered_ = false;
    bool initialized_ = false;
-   bool firstPassFailed_ = false;
 };
 
 } // namespace Kiv

@@ -70,11 +70,16 @@ class PtrInterface {
 
    // Both conditions of hearing anything, in one look.
    bool live() const { return word() < silentBit; }
+   // The same, and nothing has to be made up for first.
+   bool ready() const { return word() < unreadyBit; }
+   bool hasToMakeUp() const { return word() & unreadyBit; }
+   void hasToMakeUpIs( bool unready ) { bitIs( unreadyBit, unready ); }
 
  private:
    static constexpr std::uint32_t markedBit = 1u << 31;
    static constexpr std::uint32_t silentBit = 1u << 30; // notifications are not active
-   static constexpr std::uint32_t eventLoopBit = 1u << 29;
+   static constexpr std::uint32_t unreadyBit = 1u << 29;
+   static constexpr std::uint32_t eventLoopBit = 1u << 28;
    static constexpr std::uint32_t countMask = eventLoopBit - 1;
 
    std::uint32_t word() const { return word_.load( std::memory_order_relaxed ); }

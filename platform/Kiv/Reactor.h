@@ -124,7 +124,7 @@ class Reactor : public PtrInterface::NotifieeConst {
    }
 
    void onAttribute( AttributeId const & attribute, void const * key ) final {
-      if( live() && ( !kivFirstPassFailed() || firstPassAgain() ) ) [[likely]] {
+      if( ready() || ( live() && firstPassAgain() ) ) [[likely]] {
          DerivedT::handlers.dispatch( static_cast< DerivedT & >( *this ), attribute, key );
       }
    }
