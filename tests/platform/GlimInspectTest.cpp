@@ -197,7 +197,7 @@ TEST_F( GlimInspectTest, faults ) {
 
 // Who looks from outside sees every row once, and who reads finds it, while the table grows and shrinks.
 TEST_F( GlimInspectTest, rowsThatStayWhileTheTableMoves ) {
-   constexpr std::uint32_t staying = 50, others = 2000;
+   constexpr std::uint32_t staying = 50, others = 250;
    Writer writer( "t", { .rows = 8, .changes = 64 } );
    for( std::uint32_t key = 0; key != staying; ++key ) {
       writer.is( key, known( key ) );
@@ -215,8 +215,8 @@ TEST_F( GlimInspectTest, rowsThatStayWhileTheTableMoves ) {
    } );
    Reader reader( "t" );
    ASSERT_TRUE( reader.attach() );
-   for( int round = 0; round != 50; ++round ) {
-      for( std::uint32_t i = 0; i != 400 * staying; ++i ) {
+   for( int round = 0; round != 1000; ++round ) {
+      for( std::uint32_t i = 0; i != 20 * staying; ++i ) {
          Known record;
          bool const found = reader.get( i % staying, record );
          EXPECT_TRUE( found && record == known( i % staying ) ) << i;
