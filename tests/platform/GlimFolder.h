@@ -3,6 +3,8 @@
 
 // A folder for the tables of one test, gone after it, and the cells that the tests keep in tables.
 
+#include "Helpers.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
@@ -84,16 +86,6 @@ mapOf( Table & table ) {
    return map;
 }
 
-// Calls `use`, and returns the text of the error that it threw; empty if it threw none.
-template< class Error, class Use >
-std::string
-errorOf( Use && use ) {
-   try {
-      use();
-   } catch( Error const & error ) {
-      return error.what();
-   }
-   return {};
-}
+using HobaTests::errorOf;
 
 } // namespace GlimTests

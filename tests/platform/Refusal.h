@@ -3,6 +3,7 @@
 
 // Bad input must be answered in one line that says what was wrong: what tests ask of such answers.
 
+#include "Helpers.h"
 #include "Kiv/Exception.h"
 #include "Kiv/Text.h"
 
@@ -18,12 +19,7 @@ namespace Refusals {
 template< class Error = Kiv::Exception, class Act >
 std::string
 refusal( Act && act ) {
-   try {
-      act();
-   } catch( Error const & error ) {
-      return error.what();
-   }
-   return {};
+   return HobaTests::errorOf< Error >( act );
 }
 
 // No T can be read from any of `texts`, and the answers contain `message`.
