@@ -184,10 +184,14 @@ TEST_F( NonAgingTest, claimsHoldingsAndCountsGoTogether ) {
          auto const holdings =
                Hoba::smIs< Watcher< Hoba::NonAgingConfigSm, Hoba::NonAgingConfigSm::heldAttr > >(
                      Kiv::Ptr< Hoba::NonAgingConfigSm const >( sm->configSm( "client" ) ) );
-         auto once = [ &, done = 0 ]() mutable {
-            if( ++done == 1 ) {
-               removes ? dir->entryDel( "client" ) : client->macEntriesDel( station( 1 ) );
-            } else if( done == 2 && !removes ) {
+         auto once = [ &, done = false ]() mutable {
+            if( std::exchange( done, true ) ) {
+               return;
+            }
+            if( removes ) {
+               dir->entryDel( "client" );
+            } else {
+               client->macEntriesDel( station( 1 ) );
                client->macEntriesIs( entry( 1 ) );
             }
          };

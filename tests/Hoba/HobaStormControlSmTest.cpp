@@ -261,10 +261,10 @@ TEST_F( StormControlSmTest, dropCountersAreReadEveryPeriod ) {
    // The machine is stopped in the middle of a reading.
    world.unit().dropCountIs( true );
    world.config->periodIs( 20 );
-   world.unit().inject( et3, mc, 10'006, 1250, 1 );
+   world.unit().inject( et1, mc, 10'006, 1250, 1 );
    auto const watcher = Hoba::smIs<
          Watcher< StormControl::IntfStatus, StormControl::IntfStatus::multicastDropAttr > >(
-         world.status->intfStatus( et3 ) );
+         world.status->intfStatus( et1 ) );
    watcher->then = [ & ] { world.sm->initializedIs( false ); };
    driver.advance( 20 );
    EXPECT_EQ( watcher->changes, 1u );
