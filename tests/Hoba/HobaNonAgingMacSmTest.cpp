@@ -184,7 +184,8 @@ TEST_F( NonAgingTest, claimsHoldingsAndCountsGoTogether ) {
          auto const holdings =
                Hoba::smIs< Watcher< Hoba::NonAgingConfigSm, Hoba::NonAgingConfigSm::heldAttr > >(
                      Kiv::Ptr< Hoba::NonAgingConfigSm const >( sm->configSm( "client" ) ) );
-         auto once = [ &, done = false ]() mutable {
+         bool done = false;
+         auto const once = [ & ] {
             if( std::exchange( done, true ) ) {
                return;
             }

@@ -85,8 +85,10 @@ TEST_F( StormControlStandingTest, whatIsWantedChangesWhileItIsProgrammed ) {
    auto const watcher =
          Hoba::smIs< Watcher< Hoba::StormControlSm, Hoba::StormControlSm::heldAttr > >(
                Kiv::Ptr< Hoba::StormControlSm const >( world.sm ) );
+   bool done = false;
    auto const onceThen = [ & ]( Hoba::LevelType levelType, std::uint32_t level ) {
-      watcher->then = [ =, &world, done = false ]() mutable {
+      done = false;
+      watcher->then = [ &, levelType, level ] {
          if( !std::exchange( done, true ) ) {
             world.levelIs( et1, levelType, percent( level ) );
          }
