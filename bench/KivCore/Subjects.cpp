@@ -45,7 +45,10 @@ class Counting final : public Handler {
 
 } // namespace
 
-class Switched : public Machine::KivPort {};
+class Switched : public Machine::KivPort {
+ public:
+   Kiv::Type const & fwkType() const override { return Kiv::typeInstance< Switched >; }
+};
 
 std::uint64_t &
 newCount() {
