@@ -153,14 +153,14 @@ StormControlSm::KivIntfConfig::updateLevel( LevelType levelType ) {
    if( !working() ) {
       return;
    }
-   auto const intf = owner().look( key() );
+   auto intf = owner().look( key() );
    auto const levels = levelsWith( intf, levelType );
    if( isPortChannel( key() ) ) {
       ZTRACE( 5, "Updating levels for lag ", key() );
    }
    owner().program( intf, levels );
    if( working() ) {
-      owner().report( key(), levels );
+      owner().report( std::move( intf ), levels );
    }
 }
 
@@ -226,10 +226,14 @@ StormControlSm::setHwRate( LevelType levelType, PortSpeed const & port, Pelt::In
 }
 
 void
-StormControlSm::report( Pelt::IntfId intf, std::span< LevelType const > levels ) {
+StormControlSm::report( LimitedIntf now, std::span< LevelType const > levels ) {
+   auto const intf = now.intf;
+   // Looked at again behind each write that somebody hears of: he may have changed anything.
+   bool const heard = kivWatched() || !status_->intfStatusHas( intf );
    auto const status = status_->intfStatusIs( intf );
-   // Looked at behind each write: whoever heard of it may have changed anything.
-   auto now = look( intf );
+   if( heard ) {
+      now = look( intf );
+   }
    auto const asked = [ & ] { return now.config && !kivMarkedForDeletion(); };
    for( auto level = levels.begin(); level != levels.end() && asked(); ++level ) {
       bool const watched = status->kivWatched();
@@ -249,7 +253,7 @@ StormControlSm::resetStormControlStatusForIntf( Pelt::IntfId intf ) {
       ZTRACE( 5, "No status found, returning...." );
       return;
    }
-   report( intf, allLevelTypes );
+   report( look( intf ), allLevelTypes );
 }
 
 void

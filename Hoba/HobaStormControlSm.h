@@ -124,8 +124,8 @@ class StormControlSm : public HobaVerifiedSm {
    void setHwRate( LevelType levelType, PortSpeed const & port, Pelt::IntfId parentIntf,
                    Threshold const & threshold );
    // Says in the status what stands of these levels, and why what is asked for does not; and the
-   // speed.
-   void report( Pelt::IntfId intf, std::span< LevelType const > levels );
+   // speed. `now` is what the interface was when it was looked at last.
+   void report( LimitedIntf now, std::span< LevelType const > levels );
 
    void verifyUnlimited( Pelt::IntfId port );
    void verifyPort( Kiv::String const & item, Pelt::IntfId port, Pelt::IntfId parentIntf,
