@@ -84,15 +84,6 @@ class HobaBaseSm : public Kiv::Entity, public Kiv::ReactorOwner {
    Kiv::Ptr< HobaCommonSmData > commonSmData_;
 };
 
-template< class... Base >
-struct MachineBase {
-   using Type = HobaBaseSm;
-};
-template< class Base >
-struct MachineBase< Base > {
-   using Type = Base;
-};
-
 // What every factory does: allocate, construct, and only then let notifications in.
 template< class Sm, class... Args >
 Kiv::Ptr< Sm >
@@ -116,7 +107,7 @@ letGo( Kiv::Ptr< Sm > & sm ) {
 // Opens the class of a machine: its name, as it stands in messages, and, if it derives from another
 // machine, that one's. NameIs() takes what the constructor takes.
 #define HOBA_MACHINE( Name, ... )                                                                  \
-   KIV_ENTITY( Name, ::Hoba::MachineBase< __VA_ARGS__ >::Type );                                   \
+   KIV_ENTITY( Name, ::Kiv::BaseOf< ::Hoba::HobaBaseSm __VA_OPT__(, ) __VA_ARGS__ >::type );       \
                                                                                                    \
  public:                                                                                           \
    template< class... KivArgs >                                                                    \

@@ -31,38 +31,46 @@ oldestOf( Events const & events ) {
    return events.last()->key - first.key < half ? first : *events.lowerBound( half );
 }
 
+// A queue whose events are its attribute `event`, in the order of their indices.
+template< class Queue >
+class EventQueueOf : public EventQueueBase {
+ public:
+   std::uint32_t waiting() const override { return events().size(); }
+   bool waits( std::uint32_t index ) const override { return events().has( index ); }
+   std::uint32_t oldest() const override { return oldestOf( events() ).key; }
+   void remove( std::uint32_t index ) override {
+      static_cast< Queue & >( *this ).eventDel( index );
+   }
+
+ protected:
+   using EventQueueBase::EventQueueBase;
+
+ private:
+   auto const & events() const { return static_cast< Queue const & >( *this ).event(); }
+};
+
 // Events in the order in which they were reported. Indices are given by nextIndexInc( 1 ): the first
 // event has index 1. The last index is followed by 0, which a walk then shows first, although it came
 // later. Bounded by memory alone, some 100 bytes an event: what a chip reported cannot be asked of it
 // again, so nothing may be thrown away.
-class HobaEventQueue : public EventQueueBase {
+class HobaEventQueue : public EventQueueOf< HobaEventQueue > {
    KIV_ENTITY( Hoba::HobaEventQueue );
    KIV_ORDERED( std::uint32_t, HobaEvent, event );
    KIV_COUNTER( std::uint32_t, nextIndex );
 
  public:
    static Kiv::Ptr< HobaEventQueue > HobaEventQueueIs( Kiv::String const & name );
-   explicit HobaEventQueue( Kiv::String const & queueName ) : EventQueueBase( queueName ) {}
-
-   std::uint32_t waiting() const override { return event().size(); }
-   bool waits( std::uint32_t index ) const override { return eventHas( index ); }
-   std::uint32_t oldest() const override { return oldestOf( event() ).key; }
-   void remove( std::uint32_t index ) override { eventDel( index ); }
+   explicit HobaEventQueue( Kiv::String const & queueName ) : EventQueueOf( queueName ) {}
 };
 
-class HobaParityEventQueue : public EventQueueBase {
+class HobaParityEventQueue : public EventQueueOf< HobaParityEventQueue > {
    KIV_ENTITY( Hoba::HobaParityEventQueue );
    KIV_ORDERED( std::uint32_t, HobaParityEvent, event );
    KIV_COUNTER( std::uint32_t, nextIndex );
 
  public:
    static Kiv::Ptr< HobaParityEventQueue > HobaParityEventQueueIs( Kiv::String const & name );
-   explicit HobaParityEventQueue( Kiv::String const & queueName ) : EventQueueBase( queueName ) {}
-
-   std::uint32_t waiting() const override { return event().size(); }
-   bool waits( std::uint32_t index ) const override { return eventHas( index ); }
-   std::uint32_t oldest() const override { return oldestOf( event() ).key; }
-   void remove( std::uint32_t index ) override { eventDel( index ); }
+   explicit HobaParityEventQueue( Kiv::String const & queueName ) : EventQueueOf( queueName ) {}
 };
 
 // Why an event had no effect, or another than it asked for.

@@ -160,12 +160,12 @@ class StormControlSm : public HobaVerifiedSm {
 
     public:
       static constexpr auto handlers = Kiv::handlers(
-            Kiv::on< IntfConfig::broadcastAttr,
+            Kiv::On< IntfConfig::broadcastAttr,
                      &KivIntfConfig::handleLevel< levelTypeBroadcast > >(),
-            Kiv::on< IntfConfig::multicastAttr,
+            Kiv::On< IntfConfig::multicastAttr,
                      &KivIntfConfig::handleLevel< levelTypeMulticast > >(),
-            Kiv::on< IntfConfig::uucastAttr, &KivIntfConfig::handleLevel< levelTypeUUcast > >(),
-            Kiv::on< IntfConfig::allAttr, &KivIntfConfig::handleAllLevel >() );
+            Kiv::On< IntfConfig::uucastAttr, &KivIntfConfig::handleLevel< levelTypeUUcast > >(),
+            Kiv::On< IntfConfig::allAttr, &KivIntfConfig::handleAllLevel >() );
    };
    class KivAggregateTcConfig
          : public Kiv::Hears< StormControlSm, AggregateTcConfig const, std::uint16_t,

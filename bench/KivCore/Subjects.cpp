@@ -27,8 +27,8 @@ class Machine : public Kiv::PtrInterface, public Kiv::ReactorOwner {
 
     public:
       static constexpr auto handlers =
-            Kiv::handlers( Kiv::onChange< Port::levelAttr, &KivPort::handleLevel >(),
-                           Kiv::onChange< Port::memberAttr, &KivPort::handleMember >() );
+            Kiv::handlers( Kiv::OnChange< Port::levelAttr, &KivPort::handleLevel >(),
+                           Kiv::OnChange< Port::memberAttr, &KivPort::handleMember >() );
    };
    Machine() : PtrInterface( Lifetime::eventLoop ) {}
    Kiv::Type const & fwkType() const override { return Kiv::typeInstance< Machine >; }

@@ -172,7 +172,7 @@ dynamicCast( Ptr< U > const & ptr ) {
 
 } // namespace Kiv
 
-// fwkType() of a class that is not an entity; one line in its declaration.
+// fwkType() of a class that declares no attributes; one line in its declaration.
 #define KIV_TYPE( Name )                                                                           \
    ::Kiv::Type const & fwkType() const override { return ::Kiv::typeInstance< Name >; }            \
    template< class KivT, class... KivArgs >                                                        \

@@ -8,7 +8,7 @@
 //       void handleBroadcast();
 //     public:
 //       static constexpr auto handlers = Kiv::handlers(
-//             Kiv::on< IntfConfig::broadcastAttr, &KivIntfConfig::handleBroadcast >() );
+//             Kiv::On< IntfConfig::broadcastAttr, &KivIntfConfig::handleBroadcast >() );
 //    };
 //
 //    KIV_REACTOR( KivConfig, config );                          config(), configIs( entity ), configDel()
@@ -16,27 +16,27 @@
 //                                                               intfConfigDel( k ), intfConfigDelAll()
 //
 // Rows of the table:
-//    on< attr, &C::handler >()           runs at synchronisation (once for each key there is, if it
+//    On< attr, &C::handler >             runs at synchronisation (once for each key there is, if it
 //                                        takes the attribute's key) and on every change
-//    onChange< attr, &C::handler >()     on changes only
-//    whenReady< attr, &C::handler >()    on changes only, and only while the owner is initialized
-//    onceReady< attr, &C::handler >()    as on<>, but only once the reactor is initialized: in its first
+//    OnChange< attr, &C::handler >       on changes only
+//    WhenReady< attr, &C::handler >      on changes only, and only while the owner is initialized
+//    OnceReady< attr, &C::handler >      as On, but only once the reactor is initialized: in its first
 //                                        pass, when it turns to another entity, and on every change
-//    whenReadyAny< &C::handler, attr, attr... >() the same of several attributes
-//    onAny< &C::handler, attr, attr... >()        several attributes, one handler: once at
-//                                                 synchronisation, and on every change
-//    onAnyChange< &C::handler, attr, attr... >()  the same on changes only
-//    follow< attr, &C::field_ >()        a reactor for each entity that the attribute holds: field_ is
+//    OnAny< &C::handler, attr, attr... >, OnAnyChange, WhenReadyAny
+//                                        the same of several attributes; at synchronisation once
+//    Follow< attr, &C::field_ >          a reactor for each entity that the attribute holds: field_ is
 //                                        a KIV_REACTORS of the attribute's key, or of what such a key
 //                                        converts to and explicitly from, or, if the attribute is one
 //                                        entity, a KIV_REACTOR. Reactors come, turn to another entity
-//                                        and go as the entities do.
-//    follow< attr, &C::field_, &KivChild::lastWord >()   a reactor whose entity goes speaks first
-//                                        Where field_ has a follow( key, entity ), which null ends,
-//                                        it is called instead.
+//                                        and go as the entities do, and stay when the reactor with
+//                                        this row goes.
+//    Follow< attr, &C::field_, &KivChild::lastWord >   a reactor whose entity goes speaks first
 //
-// A reactor whose handlers are all its owner's is its rows alone, with their types instead of their
-// functions; the key, if it has one, stands before them:
+// Where field_ has a follow( key, entity ), which null ends, Follow calls that; a last word is then a
+// matter of field_.
+//
+// A reactor whose handlers are all its owner's is its rows alone; the key, if it has one, stands before
+// them:
 //
 //    class KivEthPhyIntfStatus : public Kiv::Hears< StormControlSm, EthPhyIntfStatus const, Pelt::IntfId,
 //          Kiv::WhenReady< EthPhyIntfStatus::speedAttr, &StormControlSm::handleSpeed > > {};
@@ -112,7 +112,7 @@ class Reactor : public PtrInterface::NotifieeConst {
       }
    }
 
-   // The first pass, which is that of the onceReady<> rows, then of its own reactors. An override
+   // The first pass, which is that of the OnceReady rows, then of its own reactors. An override
    // that has any of these says this as well.
    void handleInitialized() override {
       Dispatch::Frame frame;
@@ -409,6 +409,8 @@ struct Follow : HandlerRow {
    static void step( R & reactor, Key const & key ) {
       auto const child = valueOrDefault( childrenOf( *reactor.notifier() ), key );
       if constexpr( requires { slot( reactor ).follow( key, child ); } ) {
+         static_assert( std::is_null_pointer_v< decltype( lastWord ) >,
+                        "this field declares its last words itself" );
          slot( reactor ).follow( key, child );
       } else if( child ) {
          slot( reactor ).notifierIs( key, child );
@@ -426,7 +428,6 @@ struct Follow : HandlerRow {
    }
 };
 
-// The rows as types.
 template< auto const & attribute, auto handler >
 using On = OnRow< RowRuns::atSynchronisation, handler, attribute >;
 template< auto const & attribute, auto handler >
@@ -441,48 +442,6 @@ template< auto handler, auto const &... attributes >
 using OnAny = OnRow< RowRuns::atSynchronisation, handler, attributes... >;
 template< auto handler, auto const &... attributes >
 using OnAnyChange = OnRow< RowRuns::onChangesOnly, handler, attributes... >;
-
-// The rows as functions, which may name members of the very class whose table they stand in.
-template< auto const & attribute, auto handler >
-consteval On< attribute, handler >
-on() {
-   return {};
-}
-template< auto const & attribute, auto handler >
-consteval OnChange< attribute, handler >
-onChange() {
-   return {};
-}
-template< auto const & attribute, auto handler >
-consteval WhenReady< attribute, handler >
-whenReady() {
-   return {};
-}
-template< auto const & attribute, auto handler >
-consteval OnceReady< attribute, handler >
-onceReady() {
-   return {};
-}
-template< auto handler, auto const &... attributes >
-consteval WhenReadyAny< handler, attributes... >
-whenReadyAny() {
-   return {};
-}
-template< auto handler, auto const &... attributes >
-consteval OnAny< handler, attributes... >
-onAny() {
-   return {};
-}
-template< auto handler, auto const &... attributes >
-consteval OnAnyChange< handler, attributes... >
-onAnyChange() {
-   return {};
-}
-template< auto const & attribute, auto field, auto lastWord = nullptr >
-consteval Follow< attribute, field, lastWord >
-follow() {
-   return {};
-}
 
 // The common case, in which no row must ask what the handler of another row did.
 template< class... Rows >

@@ -110,8 +110,8 @@ class WatcherSm : public Hoba::HobaBaseSm {
    class KivContext : public Kiv::Reactor< KivContext, Hoba::HobaCommonSmData const, WatcherSm > {
     public:
       static constexpr auto handlers = Kiv::handlers(
-            Kiv::on< Hoba::HobaCommonSmData::minIntfsAttr, &WatcherSm::handleMinIntfs >(),
-            Kiv::on< Hoba::HobaCommonSmData::mlagPeerLinkPortAttr, &WatcherSm::handlePeer >() );
+            Kiv::On< Hoba::HobaCommonSmData::minIntfsAttr, &WatcherSm::handleMinIntfs >(),
+            Kiv::On< Hoba::HobaCommonSmData::mlagPeerLinkPortAttr, &WatcherSm::handlePeer >() );
    };
    class KivVlan
          : public Kiv::Reactor< KivVlan, Hoba::VlanStatus const, WatcherSm, std::uint16_t > {
@@ -123,8 +123,8 @@ class WatcherSm : public Hoba::HobaBaseSm {
          initializedIs( true );
       }
       static constexpr auto handlers =
-            Kiv::handlers( Kiv::on< Hoba::VlanStatus::activeAttr, &KivVlan::handleActive >(),
-                           Kiv::onAny< &KivVlan::handlePorts, Hoba::VlanStatus::intfAttr >() );
+            Kiv::handlers( Kiv::On< Hoba::VlanStatus::activeAttr, &KivVlan::handleActive >(),
+                           Kiv::OnAny< &KivVlan::handlePorts, Hoba::VlanStatus::intfAttr >() );
    };
    KIV_REACTOR( KivContext, context );
    KIV_REACTORS( std::uint16_t, KivVlan, vlan );

@@ -53,10 +53,10 @@ class Machine : public Kiv::PtrInterface, public Kiv::ReactorOwner {
 
     public:
       static constexpr auto handlers = Kiv::handlers(
-            Kiv::on< Answers::hwFecIdAttr, &KivAnswers::handleHwFecId >(),
-            Kiv::onChange< Answers::hwFecIdMountStatusAttr, &KivAnswers::handleMount >(),
-            Kiv::onChange< Answers::hwFecIdQuiescedAttr, &KivAnswers::handleQuiesced >(),
-            Kiv::onChange< Answers::hwFecIdResyncsAttr, &KivAnswers::handleResyncs >() );
+            Kiv::On< Answers::hwFecIdAttr, &KivAnswers::handleHwFecId >(),
+            Kiv::OnChange< Answers::hwFecIdMountStatusAttr, &KivAnswers::handleMount >(),
+            Kiv::OnChange< Answers::hwFecIdQuiescedAttr, &KivAnswers::handleQuiesced >(),
+            Kiv::OnChange< Answers::hwFecIdResyncsAttr, &KivAnswers::handleResyncs >() );
    };
 
    explicit Machine( Kiv::Ptr< Answers > const & entity ) : PtrInterface( Lifetime::eventLoop ) {

@@ -135,7 +135,30 @@ struct Script : Words {
    }
 };
 
-class Machine : public Kiv::PtrInterface, public Kiv::ReactorOwner {
+// What machines have in common.
+class Owner : public Kiv::PtrInterface, public Kiv::ReactorOwner {
+ public:
+   void hasNotificationActiveIs( bool active ) override {
+      PtrInterface::hasNotificationActiveIs( active );
+      reactorsActiveIs( active );
+   }
+   bool initialized() const { return initialized_; }
+   void initializedIs( bool initialized ) {
+      initialized_ = initialized;
+      initialized ? reactorsInitialize() : reactorsUninitialize();
+   }
+
+   Script & script;
+
+ protected:
+   explicit Owner( Script & theScript )
+         : PtrInterface( Lifetime::eventLoop ), script( theScript ) {}
+
+ private:
+   bool initialized_ = false;
+};
+
+class Machine : public Owner {
  public:
    void handleReviews() { script.heard( "reviews" ); }
    void handleShape( int key ) { script.heard( "shape" + std::to_string( key ) ); }
@@ -153,14 +176,14 @@ class Machine : public Kiv::PtrInterface, public Kiv::ReactorOwner {
 
     public:
       static constexpr auto handlers =
-            Kiv::handlers( Kiv::on< Node::aAttr, &KivNode::handleA >(),
-                           Kiv::onAny< &KivNode::handleText, Node::textAttr, Node::pulseAttr >(),
-                           Kiv::on< Node::tagAttr, &KivNode::handleTag >(),
-                           Kiv::on< Node::pointAttr, &KivNode::handlePoint >(),
-                           Kiv::onChange< Node::bAttr, &KivNode::handleB >(),
-                           Kiv::on< Node::reviewsAttr, &Machine::handleReviews >(),
-                           Kiv::onChange< Node::bAttr, &KivNode::handleAgain >(),
-                           Kiv::onChange< Node::shapeAttr, &Machine::handleShape >() );
+            Kiv::handlers( Kiv::On< Node::aAttr, &KivNode::handleA >(),
+                           Kiv::OnAny< &KivNode::handleText, Node::textAttr, Node::pulseAttr >(),
+                           Kiv::On< Node::tagAttr, &KivNode::handleTag >(),
+                           Kiv::On< Node::pointAttr, &KivNode::handlePoint >(),
+                           Kiv::OnChange< Node::bAttr, &KivNode::handleB >(),
+                           Kiv::On< Node::reviewsAttr, &Machine::handleReviews >(),
+                           Kiv::OnChange< Node::bAttr, &KivNode::handleAgain >(),
+                           Kiv::OnChange< Node::shapeAttr, &Machine::handleShape >() );
       void handleInitialized() override {
          heard( "init" );
          initializedIs( true );
@@ -170,23 +193,8 @@ class Machine : public Kiv::PtrInterface, public Kiv::ReactorOwner {
    void handleTimeout( int key ) { script.heard( "timeout" + std::to_string( key ) ); }
    class KivClock : public Kiv::ClockReactor< Machine, &Machine::handleTimeout, int > {};
 
-   explicit Machine( Script & theScript )
-         : PtrInterface( Lifetime::eventLoop ), script( theScript ) {}
+   explicit Machine( Script & theScript ) : Owner( theScript ) {}
    Kiv::Type const & fwkType() const override { return Kiv::typeInstance< Machine >; }
-   void hasNotificationActiveIs( bool active ) override {
-      PtrInterface::hasNotificationActiveIs( active );
-      reactorsActiveIs( active );
-   }
-   bool initialized() const { return initialized_; }
-   void initializedIs( bool initialized ) {
-      initialized_ = initialized;
-      reactorsInitialize();
-   }
-
-   Script & script;
-
- private:
-   bool initialized_ = false;
 
    KIV_REACTOR( KivNode, first );
    KIV_REACTORS( int, KivNode, node );

@@ -22,22 +22,10 @@ class Ports : public Kiv::Entity {
 };
 KIV_DEFINE( Ports );
 
-class Follower : public Kiv::PtrInterface, public Kiv::ReactorOwner {
+class Follower : public Owner {
  public:
-   explicit Follower( Script & theScript )
-         : PtrInterface( Lifetime::eventLoop ), script( theScript ) {
-      hasNotificationActiveIs( true );
-   }
+   explicit Follower( Script & theScript ) : Owner( theScript ) { hasNotificationActiveIs( true ); }
    Kiv::Type const & fwkType() const override { return Kiv::typeInstance< Follower >; }
-   void hasNotificationActiveIs( bool active ) override {
-      PtrInterface::hasNotificationActiveIs( active );
-      reactorsActiveIs( active );
-   }
-   bool initialized() const { return initialized_; }
-   void initializedIs( bool initialized ) {
-      initialized_ = initialized;
-      initialized ? reactorsInitialize() : reactorsUninitialize();
-   }
 
    void handleA() { script.heard( "a" ); }
    void handleText() { script.heard( "text" ); }
@@ -69,7 +57,7 @@ class Follower : public Kiv::PtrInterface, public Kiv::ReactorOwner {
       }
       void lastWord() { owner().script.heard( "last " + key() ); }
       static constexpr auto handlers =
-            Kiv::handlers( Kiv::onChange< Leaf::spotAttr, &Follower::handleLevel >() );
+            Kiv::handlers( Kiv::OnChange< Leaf::spotAttr, &Follower::handleLevel >() );
    };
    KIV_REACTORS( Kiv::String, KivLeaf, leaves );
 
@@ -103,11 +91,6 @@ class Follower : public Kiv::PtrInterface, public Kiv::ReactorOwner {
    class KivPorts : public Kiv::Hears< Follower, Ports const,
                                        Kiv::Follow< Ports::portAttr, &Follower::port_ > > {};
    KIV_REACTOR( KivPorts, ports );
-
-   Script & script;
-
- private:
-   bool initialized_ = false;
 };
 
 class KivRows : public testing::Test {
