@@ -50,7 +50,6 @@ class Hooks {
 
    Helper const * operator->() const { return helper_.get(); }
    Helper const & operator*() const { return *helper_; }
-   explicit operator bool() const { return helper_ != nullptr; }
 
    template< auto hook, class... Args >
    decltype( auto ) call( Args const &... args ) const {

@@ -487,8 +487,8 @@ StormControlSm::handleEthPhyIntfLagConfig( Pelt::IntfId intf ) {
 
 void
 StormControlSm::handleAggregateTcConfig( std::uint16_t trafficClass ) {
-   auto const entity = config()->notifier()->aggregateTcConfig( trafficClass );
-   auto const level = entity ? entity->level() : Threshold{};
+   auto const * reactor = aggregateTcConfig( trafficClass );
+   auto const level = reactor ? reactor->notifier()->level() : Threshold{};
    ZTRACE( 5, "Setting level of traffic class ", trafficClass, " to ", level );
    platform_.call< &Helper::programTcAggregateHwRate >( trafficClass, level );
 }
@@ -496,10 +496,9 @@ StormControlSm::handleAggregateTcConfig( std::uint16_t trafficClass ) {
 void
 StormControlSm::handleBurstConfig( Kiv::String const & burst ) {
    if( platform_->burstEnabled() ) {
-      auto entity = config()->notifier()->burstConfig( burst );
-      if( !entity ) {
-         entity = Kiv::make< BurstConfig const >( burst );
-      }
+      auto const * reactor = burstConfig( burst );
+      auto const entity = reactor ? Kiv::Ptr< BurstConfig const >( reactor->notifier() )
+                                  : Kiv::make< BurstConfig const >( burst );
       ZTRACE( 5, burst, " burstTime: ", entity->burstTime() );
       platform_.call< &Helper::setBurstTime >( *entity );
    }
@@ -509,7 +508,7 @@ StormControlSm::handleBurstConfig( Kiv::String const & burst ) {
 
 void
 StormControlSm::handlePeriod() {
-   if( clock() ) {
+   if( clock() && config() ) {
       Kiv::Seconds const period = config()->notifier()->period();
       clock()->timeMinIs( period > 0 ? clock()->now() + period : Kiv::never );
    }

@@ -156,6 +156,22 @@ TEST_F( StormControlSmTest, missingInputs ) {
    EXPECT_EQ( calls().front(), "hwInit" );
 }
 
+// What followed the configuration's parts stays, and so does a timer.
+TEST_F( StormControlSmTest, theConfigurationIsTakenAway ) {
+   world.portIs( et1, speed10Gbps );
+   world.levelIs( et1, mc, percent( 100 ) );
+   auto const trafficClass = world.config->aggregateTcConfigIs( 1 );
+   auto const burst = world.config->burstConfigIs( "b" );
+   world.start();
+   world.sm->configDel();
+   calls();
+   trafficClass->levelIs( percent( 200 ) );
+   burst->burstTimeIs( 7 );
+   driver.advance( 60 );
+   EXPECT_FALSE( calls().empty() );
+   EXPECT_EQ( world.clock->timers(), 0u );
+}
+
 TEST_F( StormControlSmTest, allTrafficSupersedes ) {
    world.portIs( et1, speed10Gbps );
    world.levelIs( et1, mc, percent( 300 ) );
