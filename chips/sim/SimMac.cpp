@@ -62,7 +62,7 @@ MacUnit::frame( Pelt::IntfId port, Bridging::VlanId portVlan,
    default:
       break;
    }
-   auto const vlan = header.vlanId.value();
+   auto const vlan = header.vlanId().value();
    return learn( port, header.source, vlan ? Bridging::VlanId( vlan ) : portVlan );
 }
 

@@ -53,7 +53,7 @@ TEST( SimFrameTest, headers ) {
       std::vector< std::uint8_t > const bytes( text.begin(), text.end() ); // its end is watched
       auto const header = readFrameHeader( bytes );
       EXPECT_EQ( header.fault, row.fault ) << text.size();
-      EXPECT_EQ( header.vlanId.value(), row.vlan );
+      EXPECT_EQ( header.vlanId().value(), row.vlan );
       if( row.fault == frameSound ) {
          EXPECT_EQ( header.source, Pelt::EthAddr( 0x020000000009 ) );
          EXPECT_EQ( header.destination, Pelt::EthAddr::broadcast() );
