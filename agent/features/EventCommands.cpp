@@ -84,9 +84,10 @@ showParity( Switch const & sw ) {
               Hoba::doubleToDateTimeStr( Kiv::ClockDriver::ambient().wallTime( event.time ) ) } );
    }
    auto const & unit = *sw.chip->parity();
-   table.note( Kiv::toText( sw.context->parityEvent().size() ) +
-               " not corrected; since the start " + Kiv::toText( unit.entriesCorrected() ) +
-               " corrected one by one, " + Kiv::toText( unit.entriesReset() ) + " by a reset" );
+   table.note(
+         Kiv::toText( sw.context->parityEvent().size() ) + " not corrected; since the start " +
+         Kiv::toText( unit.count( HobaSim::parityCountCorrected ) ) + " corrected one by one, " +
+         Kiv::toText( unit.count( HobaSim::parityCountReset ) ) + " by a reset" );
    return table.take();
 }
 

@@ -91,14 +91,18 @@ showMac( Switch const & sw, Request const & request ) {
       table.note( Kiv::toText( wanted.intf ) + " is an active member of " +
                   Kiv::toText( wanted.lag ) );
    }
-   if( auto const refused = chip.groupSourceRefused() + chip.zeroSourceRefused() +
-                            chip.badVlanRefused() + chip.runts() + chip.tableFull() ) {
-      table.note(
-            "not learnt from: " + Kiv::toText( refused ) + " of " + Kiv::toText( chip.frames() ) +
-            " frames (" + Kiv::toText( chip.groupSourceRefused() ) + " group source, " +
-            Kiv::toText( chip.zeroSourceRefused() ) + " zero source, " +
-            Kiv::toText( chip.badVlanRefused() ) + " bad VLAN, " + Kiv::toText( chip.runts() ) +
-            " too short, " + Kiv::toText( chip.tableFull() ) + " table full)" );
+   if( auto const refused = chip.count( HobaSim::macGroupSourceRefused ) +
+                            chip.count( HobaSim::macZeroSourceRefused ) +
+                            chip.count( HobaSim::macBadVlanRefused ) +
+                            chip.count( HobaSim::macRunts ) +
+                            chip.count( HobaSim::macTableFull ) ) {
+      table.note( "not learnt from: " + Kiv::toText( refused ) + " of " +
+                  Kiv::toText( chip.count( HobaSim::macFrames ) ) + " frames (" +
+                  Kiv::toText( chip.count( HobaSim::macGroupSourceRefused ) ) + " group source, " +
+                  Kiv::toText( chip.count( HobaSim::macZeroSourceRefused ) ) + " zero source, " +
+                  Kiv::toText( chip.count( HobaSim::macBadVlanRefused ) ) + " bad VLAN, " +
+                  Kiv::toText( chip.count( HobaSim::macRunts ) ) + " too short, " +
+                  Kiv::toText( chip.count( HobaSim::macTableFull ) ) + " table full)" );
    }
    return table.take();
 }
@@ -155,11 +159,14 @@ simPcap( Switch & sw, Request const & request ) {
       return "playing; get /sim/chip/capture tells how far it is";
    }
    auto const & mac = *sw.chip->mac();
-   auto const learnt = mac.learnt(), moved = mac.moved(), hits = mac.hits();
+   auto const learnt = mac.count( HobaSim::macLearnt ), moved = mac.count( HobaSim::macMoved ),
+              hits = mac.count( HobaSim::macHits );
    auto const frames = capture.playAll( request.text( "file" ), port, vlan );
-   return Kiv::toText( frames ) + " frames: " + Kiv::toText( mac.learnt() - learnt ) +
-          " stations learnt, " + Kiv::toText( mac.moved() - moved ) + " moved, " +
-          Kiv::toText( mac.hits() - hits ) + " frames from known ones";
+   return Kiv::toText( frames ) +
+          " frames: " + Kiv::toText( mac.count( HobaSim::macLearnt ) - learnt ) +
+          " stations learnt, " + Kiv::toText( mac.count( HobaSim::macMoved ) - moved ) +
+          " moved, " + Kiv::toText( mac.count( HobaSim::macHits ) - hits ) +
+          " frames from known ones";
 }
 
 Datum

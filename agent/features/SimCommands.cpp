@@ -95,7 +95,7 @@ simDrop( Switch & sw, Request const & request ) {
 Datum
 simForget( Switch & sw, Request const & request ) {
    auto const port = portIdOf( sw, request );
-   sw.chip->stormControl()->portDel( port );
+   sw.chip->stormControl()->forget( port );
    return {};
 }
 

@@ -21,10 +21,9 @@ thresholdText( Threshold const & threshold ) {
    case meteringPps:
       return Kiv::toText( threshold.rate ) + " pps";
    case meteringBps:
-      return Kiv::toText( threshold.rate ) +
-             ( threshold.unit == unitBps    ? " bps"
-               : threshold.unit == unitMbps ? " Mbps"
-                                            : " kbps" );
+      return Kiv::toText( threshold.rate ) + ( threshold.unit == unitBps    ? " bps"
+                                               : threshold.unit == unitMbps ? " Mbps"
+                                                                            : " kbps" );
    default: {
       char text[ 32 ];
       std::snprintf( text, sizeof text, "%u.%02u%%", threshold.level / 100, threshold.level % 100 );
@@ -74,8 +73,7 @@ stateText( Switch const & sw, Pelt::IntfId intf, LevelState state ) {
 String
 chipText( Switch const & sw, Pelt::IntfId intf, LevelType levelType ) {
    auto const limitOf = [ & ]( Pelt::IntfId port ) {
-      auto const held = sw.chip->stormControl()->port( port );
-      return limitText( held ? held->limit( levelType ) : HobaSim::StormLimit{} );
+      return limitText( sw.chip->stormControl()->limit( { port, levelType } ) );
    };
    if( !Hoba::isPortChannel( intf ) ) {
       return limitOf( intf );
@@ -123,8 +121,8 @@ rateCell( Switch const & sw, Pelt::IntfId intf, LevelStatus const & level ) {
 
 Datum
 show( Switch const & sw, Pelt::IntfId only, std::vector< String > const & notes ) {
-   TableAnswer table( { "Interface", "Level", "Threshold", "Speed", "Rate (kbps)", "Chip", "Drops",
-                        "State" } );
+   TableAnswer table(
+         { "Interface", "Level", "Threshold", "Speed", "Rate (kbps)", "Chip", "Drops", "State" } );
    if( only && !sw.stormControlConfig->intfConfigHas( only ) ) {
       table.note( Kiv::toText( only ) + " has no storm control configured" );
    }

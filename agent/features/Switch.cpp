@@ -8,8 +8,7 @@ Switch::Switch() : context( Kiv::make< Hoba::HobaCommonSmData >( "hoba-agent" ) 
                                                     portStatusDir );
    lagFeeder_ = Feeders::LagFeeder::LagFeederIs( context, feederConfig, lagInputConfig,
                                                  ethPhyIntfStatusDir );
-   chip->mac()->lagOfPortIs(
-         [ this ]( Pelt::IntfId port ) { return context->portToLag( port ); } );
+   chipLagSm_ = HobaSim::ChipLagSm::ChipLagSmIs( context, chip->trunk() );
    nonAgingFeeder_ =
          Feeders::NonAgingFeeder::NonAgingFeederIs( context, feederConfig, nonAgingConfigDir );
    eventSm_ =
@@ -31,7 +30,6 @@ Switch::~Switch() {
    Hoba::letGo( verifyAgentSm_ );
    Hoba::letGo( stormControlSm_ );
    chip->capture()->stop();
-   chip->mac()->lagOfPortIs( nullptr );
    parityEventSm_->cleanup();
    eventSm_->cleanup();
    Hoba::letGo( nonAgingSm_ );
@@ -40,6 +38,7 @@ Switch::~Switch() {
    Hoba::letGo( paritySm_ );
    Hoba::letGo( eventSm_ );
    Hoba::letGo( nonAgingFeeder_ );
+   Hoba::letGo( chipLagSm_ );
    Hoba::letGo( lagFeeder_ );
    Hoba::letGo( portFeeder_ );
    context->cleanup();
@@ -92,6 +91,7 @@ Switch::machines() const {
               { "portFeeder", portFeeder_ },
               { "lagFeeder", lagFeeder_ },
               { "nonAgingFeeder", nonAgingFeeder_ },
+              { "chipLag", chipLagSm_ },
               { "parity", paritySm_ },
               { "nonAging", nonAgingSm_ },
               { "parityHelper", parityHelperSm_ },
@@ -136,6 +136,7 @@ Switch::start( Tessera::Database & database ) {
    portFeeder_->initializedIs( true );
    lagFeeder_->initializedIs( true );
    nonAgingFeeder_->initializedIs( true );
+   chipLagSm_->initializedIs( true );
    context->handleInitialized();
    mount( database,
           { { "/hoba/machines/verify", Kiv::dynamicCast< Hoba::VerifySm >( context->verifySm() ),
@@ -148,6 +149,7 @@ Switch::start( Tessera::Database & database ) {
    eventSm_->runningIs( true );
    eventSm_->initializedIs( true );
    stormControlSm_->initializedIs( true );
+   chip->sweep();
    verifyAgentSm_->initializedIs( true );
 }
 

@@ -93,6 +93,7 @@ class Switch {
          Kiv::make< HobaSim::StormControlHelper >( chip->stormControl() );
    Kiv::Ptr< Feeders::PortFeeder > portFeeder_;
    Kiv::Ptr< Feeders::LagFeeder > lagFeeder_;
+   Kiv::Ptr< HobaSim::ChipLagSm > chipLagSm_;
    Kiv::Ptr< Feeders::NonAgingFeeder > nonAgingFeeder_;
    Kiv::Ptr< Hoba::EventQueueSm > eventSm_;
    Kiv::Ptr< Hoba::HobaParitySm > paritySm_;

@@ -36,12 +36,12 @@ memoryOf( Memory const & memory ) {
 
 } // namespace
 
-Name::Name( std::string_view text ) {
+void
+checkText( std::string_view text, std::size_t maxLength ) {
    if( text.size() > maxLength || text.find( '\0' ) != text.npos ) {
       Kiv::parseFailed( text, "a text of at most " + Kiv::toText( maxLength ) +
                                     " characters, none of them a zero" );
    }
-   std::copy( text.begin(), text.end(), text_.begin() );
 }
 
 void

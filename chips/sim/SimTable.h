@@ -62,28 +62,36 @@
 
 namespace HobaSim {
 
-// A short text in a table: of a slice, a memory, a burst.
-class Name {
- public:
-   static constexpr std::size_t maxLength = 47;
+// Throws Kiv::ParseError for a text that is longer, or has a zero in it.
+void checkText( std::string_view text, std::size_t maxLength );
 
-   Name() = default;
-   // Throws Kiv::ParseError for a text that is longer, or has a zero in it.
-   explicit Name( std::string_view text );
+// A short text in a table.
+template< std::size_t bytes >
+class FixedText {
+ public:
+   static constexpr std::size_t maxLength = bytes - 1;
+
+   FixedText() = default;
+   // Throws Kiv::ParseError as checkText().
+   explicit FixedText( std::string_view text ) {
+      checkText( text, maxLength );
+      std::copy( text.begin(), text.end(), text_.begin() );
+   }
 
    std::string_view view() const { return text_.data(); }
    Kiv::String text() const { return text_.data(); }
    bool empty() const { return text_[ 0 ] == 0; }
 
-   bool operator==( Name const & ) const = default;
-   auto operator<=>( Name const & ) const = default;
+   bool operator==( FixedText const & ) const = default;
+   auto operator<=>( FixedText const & ) const = default;
    std::size_t hash() const { return Kiv::hashText( view() ); }
    void print( std::string & out ) const { out += view(); }
-   static Name parse( std::string_view text ) { return Name( text ); }
+   static FixedText parse( std::string_view text ) { return FixedText( text ); }
 
  private:
-   std::array< char, maxLength + 1 > text_{}; // zeroes behind the end
+   std::array< char, bytes > text_{}; // zeroes behind the end
 };
+using Name = FixedText< 48 >;
 
 // What came of a write.
 KIV_ENUM(
@@ -258,6 +266,10 @@ class Unit : public Kiv::Entity {
    void sweep();
    void reset();
 
+ protected:
+   // A row has changed, by whomsoever: called before those who watch it hear of it.
+   virtual void rowChanged( Kiv::AttributeId const & /*attribute*/, void const * /*key*/ ) {}
+
  private:
    friend class RowsBase;
 
@@ -326,6 +338,7 @@ class Rows final : public RowsBase {
     public:
       explicit Walk( Rows const & rows ) : rows_( &rows ), keys_( rows.sortedKeys() ) { settle(); }
       Member const & operator*() const { return member_; }
+      Member const * operator->() const { return &member_; }
       Walk & operator++() {
          ++next_;
          settle();
@@ -616,7 +629,9 @@ class Rows final : public RowsBase {
 #define SIM_ROWS_( Key, Record, attr, kindOf )                                                     \
  private:                                                                                          \
    static void attr##Heard_( ::Kiv::Entity & kivEntity, void const * kivKey ) {                    \
-      static_cast< KivSelf & >( kivEntity ).kivChanged( attr##Attr, kivKey );                      \
+      auto & kivSelf = static_cast< KivSelf & >( kivEntity );                                      \
+      kivSelf.rowChanged( attr##Attr, kivKey );                                                    \
+      kivSelf.kivChanged( attr##Attr, kivKey );                                                    \
    }                                                                                               \
    ::HobaSim::Rows< Key, Record > attr##_{ *this, ::HobaSim::TableKind::kindOf, #attr,             \
                                            &KivSelf::attr##Heard_ };                               \
