@@ -151,17 +151,15 @@ showNonAging( Switch const & sw ) {
 Datum
 simPcap( Switch & sw, Request const & request ) {
    auto const port = portIdOf( sw, request );
-   auto const native = sw.feederConfig->nativeVlan( port ).value();
-   auto const vlan = request.value( "vlan", Bridging::VlanId( native ? native : 1 ) );
    auto & capture = *sw.chip->capture();
    if( request.has( "speed" ) ) {
-      capture.start( request.text( "file" ), port, vlan, request.value< double >( "speed" ) );
+      capture.start( request.text( "file" ), port, request.value< double >( "speed" ) );
       return "playing; get /sim/chip/capture tells how far it is";
    }
    auto const & mac = *sw.chip->mac();
    auto const learnt = mac.count( HobaSim::macLearnt ), moved = mac.count( HobaSim::macMoved ),
               hits = mac.count( HobaSim::macHits );
-   auto const frames = capture.playAll( request.text( "file" ), port, vlan );
+   auto const frames = capture.playAll( request.text( "file" ), port );
    return Kiv::toText( frames ) +
           " frames: " + Kiv::toText( mac.count( HobaSim::macLearnt ) - learnt ) +
           " stations learnt, " + Kiv::toText( mac.count( HobaSim::macMoved ) - moved ) +
@@ -192,7 +190,6 @@ addMacCommands( Commands & commands, Switch & sw ) {
    addInput( commands, sw, "sim pcap", "Lets the frames of a capture come in on a port",
              { { "file", "The capture: pcap or pcapng", true, false, true },
                { "port", "The port", true },
-               { "vlan", "Of frames without a tag; the port's own unless given" },
                { "speed", "Paced by its time stamps, so many times as fast; else all at once" } },
              &simPcap );
    addInput( commands, sw, "sim pcap stop", "Plays the capture no further", {}, &simPcapStop );

@@ -381,7 +381,8 @@ VlanFeeder::tellVlans( Pelt::IntfId intf, Hoba::IntfVlans const & held, bool nat
    for( auto const vlan : target.tagged.without( held.tagged ) ) {
       bringTo( vlan, Hoba::vlanTagged );
    }
-   if( target.nativeVlan != held.nativeVlan && target.nativeVlan.value() ) {
+   // One at a time is untagged, also where the chip would not let go of the former one.
+   if( target.nativeVlan.value() && !now.nativeVlan.value() ) {
       bringTo( VlanId( target.nativeVlan.value() ), Hoba::vlanUntagged );
    }
    // None was told that is not carried.

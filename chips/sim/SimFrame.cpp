@@ -26,6 +26,13 @@ wordAt( std::span< std::uint8_t const > frame, std::size_t place ) {
    return static_cast< std::uint16_t >( frame[ place ] << 8 | frame[ place + 1 ] );
 }
 
+FrameHeader
+faulty( FrameFault fault ) {
+   FrameHeader header;
+   header.fault = fault;
+   return header;
+}
+
 FrameTag
 tagAt( std::span< std::uint8_t const > frame, std::size_t place ) {
    unsigned const control = wordAt( frame, place + 2 );
@@ -58,9 +65,8 @@ tagText( FrameTag const & tag ) {
 FrameHeader
 readFrameHeader( std::span< std::uint8_t const > frame, FrameTpids const & tpids ) {
    FrameHeader header;
-   header.fault = frameRunt;
    if( frame.size() < headerSize ) {
-      return header;
+      return faulty( frameRunt );
    }
    header.destination = addrAt( frame, 0 );
    header.source = addrAt( frame, addrSize );
@@ -73,7 +79,7 @@ readFrameHeader( std::span< std::uint8_t const > frame, FrameTpids const & tpids
          break;
       }
       if( frame.size() < place + tagSize + 2 ) {
-         return header;
+         return faulty( frameRunt );
       }
       *tag = tagAt( frame, place );
       ++header.tags;
@@ -81,8 +87,7 @@ readFrameHeader( std::span< std::uint8_t const > frame, FrameTpids const & tpids
    }
    header.etherType = wordAt( frame, place );
    header.size = static_cast< std::uint8_t >( place + 2 );
-   header.fault = header.outer.vlan == vlanMask ? frameReservedVlan : frameSound;
-   return header;
+   return header.outer.vlan == vlanMask ? faulty( frameReservedVlan ) : header;
 }
 
 std::vector< std::uint8_t >

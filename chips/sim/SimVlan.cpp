@@ -3,7 +3,6 @@
 
 #include "Kiv/Reflect.h"
 
-#include <algorithm>
 #include <optional>
 
 KIV_DEFINE( HobaSim::VlanUnit );
@@ -100,19 +99,9 @@ VlanMember::parse( std::string_view text ) {
 
 std::vector< Pelt::IntfId > const &
 VlanUnit::carrying( VlanId vlan ) const {
-   if( carryingAsOf_ != member().changes() ) {
-      carrying_.clear();
-      member().each( [ this ]( VlanMember const & row, Hoba::VlanTagging ) {
-         carrying_.tryEmplace( row.vlan() ).value->push_back( row.intf() );
-      } );
-      for( auto & [ each, intfs ] : carrying_ ) {
-         std::sort( intfs.begin(), intfs.end() );
-      }
-      carryingAsOf_ = member().changes();
-   }
-   static std::vector< Pelt::IntfId > const none;
-   auto const * found = carrying_.find( vlan );
-   return found ? *found : none;
+   return carrying_.find( member(), vlan, []( VlanMember const & row, Hoba::VlanTagging ) {
+      return std::pair( row.vlan(), row.intf() );
+   } );
 }
 
 VlanHelper::VlanHelper( Kiv::Ptr< VlanUnit > const & unit,

@@ -6,7 +6,7 @@
 
 #include "Hoba/HobaCommon.h"
 #include "Hoba/HobaPortVlanMembership.h"
-#include "chips/sim/SimTable.h"
+#include "chips/sim/SimInverse.h"
 
 namespace HobaSim {
 
@@ -55,9 +55,7 @@ class VlanUnit : public Unit {
    std::vector< Pelt::IntfId > const & carrying( Bridging::VlanId vlan ) const;
 
  private:
-   // What `member` has, the other way round, as of so many changes.
-   mutable Kiv::HashMap< Bridging::VlanId, std::vector< Pelt::IntfId > > carrying_;
-   mutable std::uint64_t carryingAsOf_ = 0;
+   mutable Inverse< Bridging::VlanId > carrying_;
 };
 
 // Programs the unit, and compares it with `membership` and with what `commonSmData` says of VLANs and
