@@ -119,10 +119,7 @@ showLags( Switch const & sw ) {
 // Frames of the VLAN come in there without a tag.
 bool
 isUntagged( Switch const & sw, Pelt::IntfId intf, Bridging::VlanId vlan ) {
-   auto const port = Pelt::EthIntfId::isEthIntfId( intf )
-                           ? sw.feederConfig->port( Pelt::EthIntfId( intf ) )
-                           : nullptr;
-   return port && port->vlan() == vlan;
+   return sw.feederConfig->nativeVlan( intf ).value() == vlan.value();
 }
 
 Datum

@@ -147,7 +147,8 @@ showNonAging( Switch const & sw ) {
 Datum
 simPcap( Switch & sw, Request const & request ) {
    auto const port = portIdOf( sw, request );
-   auto const vlan = request.value( "vlan", sw.feederConfig->port( port )->vlan() );
+   auto const native = sw.feederConfig->nativeVlan( port ).value();
+   auto const vlan = request.value( "vlan", Bridging::VlanId( native ? native : 1 ) );
    auto & capture = *sw.chip->capture();
    if( request.has( "speed" ) ) {
       capture.start( request.text( "file" ), port, vlan, request.value< double >( "speed" ) );

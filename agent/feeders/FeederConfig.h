@@ -5,7 +5,7 @@
 // run, whether a cable is plugged in, and with whom a LAG negotiates; here an operator, a test or an
 // imported configuration says it, and the feeders make of it what those agents would have made.
 
-#include "Bridging/VlanId.h"
+#include "Bridging/SwitchIntfConfig.h"
 #include "Interface/EthPhyIntfStatus.h"
 #include "Kiv/Entity.h"
 #include "Pelt/IntfId.h"
@@ -22,8 +22,6 @@ class PortConfig : public Kiv::Entity {
    KIV_ATTRIBUTE( bool, enabled, true );
    // The cable: plugged in, with a partner at its other end.
    KIV_ATTRIBUTE( bool, linkUp, true );
-   // The VLAN of frames that come in without a tag.
-   KIV_ATTRIBUTE( Bridging::VlanId, vlan );
 
  public:
    explicit PortConfig( Pelt::EthIntfId intf ) : Entity( Kiv::toText( intf ) ) {}
@@ -46,16 +44,39 @@ class LagConfig : public Kiv::Entity {
    explicit LagConfig( Pelt::PortChannelIntfId lag ) : Entity( Kiv::toText( lag ) ) {}
 };
 
+// A VLAN that the operator made.
+class VlanConfig : public Kiv::Entity {
+   KIV_ENTITY( Feeders::VlanConfig );
+   // The operator lets the VLAN take part. One that may not is carried by nobody.
+   KIV_ATTRIBUTE( bool, active, true );
+   // The ports and LAGs that carry it if they are trunks.
+   KIV_SET( Pelt::IntfId, member );
+
+ public:
+   explicit VlanConfig( Bridging::VlanId vlanId ) : Entity( Kiv::toText( vlanId ) ) {}
+};
+
 class Config : public Kiv::Entity {
    KIV_ENTITY( Feeders::Config );
    // The ports of the switch. One comes into being here, and ceases to be when it is deleted.
    KIV_CHILDREN( Pelt::EthIntfId, PortConfig, port );
    KIV_CHILDREN( Pelt::PortChannelIntfId, LagConfig, lag );
+   // VLAN 1 is there from the start; it may be taken away as others may.
+   KIV_CHILDREN( Bridging::VlanId, VlanConfig, vlan );
+   // By port or LAG. Without an entry it is an access port of VLAN 1. What is said of the members
+   // of a LAG does not count: the LAG stands for them.
+   KIV_CHILDREN( Pelt::IntfId, Bridging::SwitchIntfConfig, switchIntf );
    // By the client's name: stations that an agent wants never to age.
    KIV_CHILDREN( Kiv::String, Hoba::NonAgingConfig, nonAgingClient );
 
  public:
-   explicit Config( Kiv::String const & configName = "config" ) : Entity( configName ) {}
+   explicit Config( Kiv::String const & configName = "config" ) : Entity( configName ) {
+      vlanIs( Bridging::VlanId( 1 ) );
+   }
+
+   // As the interface is configured, or as one without configuration is.
+   Bridging::SwitchportMode switchportMode( Pelt::IntfId intf ) const;
+   Bridging::VlanIdOrNone nativeVlan( Pelt::IntfId intf ) const;
 };
 
 } // namespace Feeders

@@ -114,10 +114,12 @@ mapVlan( Row & row, Model & model ) {
                              row.key() );
    }
    bool const active = adminUp( row );
-   row.operationIs( "VLAN " + Kiv::toText( vlan ) + ", " + upText( active ),
-                    [ data = model.targets().commonSmData, vlan, active ] {
-                       data->vlanStatusIs( vlan )->activeIs( active );
-                    } );
+   row.operationIs(
+         "VLAN " + Kiv::toText( vlan ) + ", " + upText( active ),
+         [ data = model.targets().commonSmData, feeders = model.targets().feeders, vlan, active ] {
+            data->vlanStatusIs( vlan )->activeIs( active );
+            feeders->vlanIs( vlan )->activeIs( active );
+         } );
    model.vlanIs( vlan );
 }
 
@@ -142,8 +144,14 @@ mapVlanMember( Row & row, Model & model ) {
                     [ data = model.targets().commonSmData, feeders = model.targets().feeders, vlan,
                       intf, untagged ] {
                        data->vlanStatusIs( vlan )->intfIs( intf );
+                       feeders->vlanIs( vlan )->memberIs( intf );
+                       auto const switchIntf = feeders->switchIntfIs( intf );
+                       if( switchIntf->switchportMode() != Bridging::switchportModeTrunk ) {
+                          switchIntf->nativeVlanIs( Bridging::VlanIdOrNone() );
+                          switchIntf->switchportModeIs( Bridging::switchportModeTrunk );
+                       }
                        if( untagged ) {
-                          feeders->portIs( Pelt::EthIntfId( intf ) )->vlanIs( vlan );
+                          switchIntf->nativeVlanIs( Bridging::VlanIdOrNone( vlan.value() ) );
                        }
                     } );
 }

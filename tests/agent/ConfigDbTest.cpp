@@ -81,12 +81,16 @@ TEST_F( ConfigDbTest, aFileBecomesConfiguration ) {
    database.mount( "/context", targets.commonSmData, Tessera::Access::configuration );
    // clang-format off
    std::pair< char const *, char const * > const configured[] = {
-      { "/switch/port/Ethernet0", R"({"speed":40000,"enabled":true,"linkUp":true,"vlan":100})" },
-      { "/switch/port/Ethernet4", R"({"speed":0,"enabled":false,"linkUp":true,"vlan":1})" },
-      { "/switch/port/Ethernet8", R"({"speed":0,"enabled":true,"linkUp":true,"vlan":1})" },
+      { "/switch/port/Ethernet0", R"({"speed":40000,"enabled":true,"linkUp":true})" },
+      { "/switch/port/Ethernet4", R"({"speed":0,"enabled":false,"linkUp":true})" },
+      { "/switch/port/Ethernet8", R"({"speed":0,"enabled":true,"linkUp":true})" },
       { "/switch/lag/Port-Channel3", R"({"enabled":false,"minLinks":2,"kind":"lagTypeLacp",)"
                                      R"("lacpPartner":true,"lacpFallback":true})" },
       { "/members", R"({"ethPhyIntfLagConfig":{"Ethernet8":"Port-Channel3"}})" },
+      { "/switch/vlan/100", R"({"active":true,"member":["Ethernet0","Port-Channel3"]})" },
+      { "/switch/switchIntf", R"({"Ethernet0":{"switchportMode":"switchportModeTrunk",)"
+                              R"("nativeVlan":100},"Port-Channel3":{"switchportMode":)"
+                              R"("switchportModeTrunk","nativeVlan":0}})" },
       { "/context/vlanStatus", R"({"100":{"active":true,"intf":["Ethernet0","Port-Channel3"]}})" },
       { "/storm/intfConfig/Ethernet0/broadcast",
         R"({"mode":"meteringBps","level":0,"rate":10000,"unit":"unitKbps"})" },

@@ -333,7 +333,8 @@ TEST_F( OperatorTest, badInputIsRefusedInOneLineAndChangesNothing ) {
          { "sim speed Ethernet77 1000", "", "Ethernet77 is not a port" },
          { "sim speed Ethernet1 7", "", "mbps: 7 Mb/s is not a speed of Ethernet" },
          { "set /feeders/config/port/Ethernet1/speed 7", "", "7 Mb/s is not a speed" },
-         { "set /feeders/config/port/Ethernet1/vlan 4095", "", "/vlan: 4095 is not a number" },
+         { "set /feeders/config/switchIntf/Ethernet1/nativeVlan 4095", "",
+           "/nativeVlan: 4095 is not a number" },
          { "set /feeders/config/nonAgingClient/%FF/enable true", "", "/%FF/enable: is not UTF-8" },
          { "set /bridging/stormControl/config/aggregateTcConfig/300/level/level 5", "",
            "aggregateTcConfig/300: \"300\" is not a traffic class of this chip" },
@@ -492,8 +493,8 @@ TEST_F( OperatorTest, theShellCompletesInterfaces ) {
            { "hobactl show mac v", "vlan= " },
            { "hobactl show v", "version vlan " },
            { "hobactl --json sim link Ethernet1", "Ethernet1 Ethernet10 " },
-           { "hobactl get /feeders/config/port/Ethernet2/v",
-             "/feeders/config/port/Ethernet2/vlan " },
+           { "hobactl get /feeders/config/port/Ethernet2/s",
+             "/feeders/config/port/Ethernet2/speed " },
            { "hobactl sho", "show " } } ) {
       // clang-format on
       auto const script = "PATH=" + tools +
