@@ -2,7 +2,7 @@
 #include "Hoba/HobaHelper.h"
 #include "Hoba/HobaLog.h"
 #include "Kiv/ClockDriver.h"
-#include "agent/features/FeatureCommands.h"
+#include "agent/LogCommands.h"
 
 namespace HobaAgent {
 

@@ -1,0 +1,149 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "agent/features/Features.h"
+
+#include "Kiv/ClockDriver.h"
+#include "agent/Commands.h"
+#include "agent/features/Feature.h"
+#include "agent/features/Words.h"
+#include "agent/import/ConfigDb.h"
+#include "agent/import/Tables.h"
+#include "chips/sim/SimChip.h"
+
+namespace HobaAgent {
+
+using Kiv::String;
+
+// The order of creation and of start: first who feeds the context, then who works with it.
+constexpr std::unique_ptr< Feature > ( *featureMakers[] )( Board & ) = {
+      makeFeature< class ChipFeature >,
+      makeFeature< class PortsFeature >,
+      makeFeature< class LagFeature >,
+      makeFeature< class VlanFeature >,
+      makeFeature< class ContextFeature >,
+      makeFeature< class EventsFeature >,
+      makeFeature< class MacFeature >,
+      makeFeature< class ParityFeature >,
+      makeFeature< class NonAgingFeature >,
+      makeFeature< class StormControlFeature >,
+      makeFeature< class VerifyFeature >,
+};
+
+Features::Features( Tessera::Database & database, Commands & commands,
+                    Kiv::Ptr< HobaSim::Chip > const & chip, Board::Restart restart )
+      : board_( database, chip, std::move( restart ) ),
+        tables_( std::make_unique< Import::Tables >() ),
+        imported_( std::make_unique< Import::ConfigDbImport >() ) {
+   board_.importNotes = [ this ]( std::string_view table ) { return imported_->digest( table ); };
+   for( auto const make : featureMakers ) {
+      features_.push_back( make( board_ ) );
+   }
+   for( auto const & feature : features_ ) {
+      feature->mounts();
+      feature->commands( commands );
+      feature->importers( *tables_ );
+   }
+   addImportCommands( commands );
+   addRestartCommands( commands );
+}
+
+Features::~Features() {
+   stop();
+   for( ; !features_.empty(); features_.pop_back() ) {
+      features_.back()->unmount();
+   }
+}
+
+// ---- The life of the machines
+
+void
+Features::start( RestartKind kind ) {
+   auto & driver = Kiv::ClockDriver::ambient();
+   RestartRecord record{ .time = driver.now(), .kind = kind };
+   record.isProcess = restarts_.all().empty();
+   try {
+      begin( record );
+   } catch( std::exception const & error ) {
+      stop();
+      record.failure = error.what();
+      record.duration = driver.now() - record.time;
+      restarts_.add( std::move( record ) );
+      throw;
+   }
+   record.duration = driver.now() - record.time;
+   restarts_.add( std::move( record ) );
+}
+
+void
+Features::begin( RestartRecord & record ) {
+   auto & chip = *board_.chip;
+   chip.beginPass();
+   board_.contextIs();
+   for( auto const & feature : features_ ) {
+      auto const before = chip.writes();
+      feature->start();
+      record.writes.emplace_back( feature->name(), chip.writes() - before );
+   }
+   record.swept = chip.sweep();
+}
+
+void
+Features::stop() {
+   for( auto feature = features_.rbegin(); feature != features_.rend(); ++feature ) {
+      ( *feature )->end();
+   }
+   board_.contextDel();
+}
+
+void
+Features::addRestartCommands( Commands & commands ) {
+   commands.add( { .name = "show restarts",
+                   .help = "When the machines began, how long that took, what it wrote to the chip",
+                   .handler = [ this ]( Request const & ) { return restarts_.show(); } } );
+   commands.add( { .name = "sim restart",
+                   .help = "Lets all machines go, and makes them anew on the chip as it is",
+                   .arguments = { { "kind", "hitless, or cold: the chip has forgotten everything",
+                                    true } },
+                   .handler =
+                         [ this ]( Request const & request ) {
+                            auto const kind = request.oneOf< RestartKind >(
+                                  "kind", { { "hitless", hitless }, { "cold", cold } } );
+                            stop();
+                            if( kind == cold ) {
+                               board_.chip->reset();
+                            }
+                            start( kind );
+                            return restarts_.show( 1 );
+                         },
+                   .isInput = true } );
+}
+
+// ---- What is imported
+
+void
+Features::addImportCommands( Commands & commands ) {
+   commands.add( { .name = "show import",
+                   .help = "What became of the rows of the imported configuration",
+                   .handler = [ this ]( Request const & ) {
+                      TableAnswer table( { "Row", "Outcome", "What" } );
+                      for( auto const & line : imported_->report ) {
+                         auto const kind = Kiv::toText( line.kind );
+                         table.row( { line.row(), kind, line.what } );
+                         table.words( "Outcome", kind, spelled( kind ) );
+                      }
+                      table.note( imported_->summary() );
+                      return table.take();
+                   } } );
+}
+
+std::vector< String >
+Features::importConfigDb( Kiv::Datum const & file ) {
+   auto import = Import::importConfigDb( file, *tables_ );
+   import.apply();
+   auto lines = import.digest();
+   lines.push_back( import.summary() );
+   import.operations.clear();
+   *imported_ = std::move( import );
+   return lines;
+}
+
+} // namespace HobaAgent
