@@ -48,7 +48,8 @@ Agent::Agent( AgentOptions const & options ) : recorder_( recordedEvents ) {
    auto const chip = Kiv::make< HobaSim::Chip >(
          "sim", HobaSim::Memory{ .name = options.chipMemory, .cold = options.cold } );
    features_ = std::make_unique< Features >(
-         database_, commands_, chip, [ this ]( Kiv::String const & reason ) { restart( reason ); } );
+         database_, commands_, chip,
+         [ this ]( Kiv::String const & reason ) { restart( reason ); } );
    {
       // Reading what an operator hands in may take long, and so far nobody outside depends on us.
       EndedBySignal const ended( { SIGINT, SIGTERM }, options.socket );

@@ -52,9 +52,10 @@ main( int argc, char ** argv ) {
          ->type_name( "FILE" )
          ->check( isNamed );
    auto * const chipMemory =
-         app.add_option( "--chip-memory", options.chipMemory,
-                         "Shared memory in which the simulated chip keeps what it holds: it outlives "
-                         "the agent, and goes on with it when the agent comes back" )
+         app.add_option(
+                  "--chip-memory", options.chipMemory,
+                  "Shared memory in which the simulated chip keeps what it holds: it outlives "
+                  "the agent, and goes on with it when the agent comes back" )
                ->type_name( "NAME" )
                ->check( isNamed );
    app.add_flag( "--cold", options.cold, "The chip begins empty, whatever is in its memory" )

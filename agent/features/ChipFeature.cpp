@@ -27,7 +27,8 @@ class ChipFeature : public Feature {
 Datum
 ChipFeature::playCapture( Request const & request ) {
    auto const port = portIdOf( board(), request );
-   auto const vlan = request.value( "vlan", Bridging::VlanId( board().feederConfig->nativeVlan( port ).value() ) );
+   auto const vlan = request.value(
+         "vlan", Bridging::VlanId( board().feederConfig->nativeVlan( port ).value() ) );
    auto & capture = *chip().capture();
    if( request.has( "speed" ) ) {
       capture.start( request.text( "file" ), port, vlan, request.value< double >( "speed" ) );

@@ -43,8 +43,7 @@ class EventsFeature : public Feature {
    Datum hold( Request const & );
    Datum release( Request const & );
 
-   Kiv::Ptr< HobaTypes::MacTable > const macTable_ =
-         Kiv::make< HobaTypes::MacTable >( "macTable" );
+   Kiv::Ptr< HobaTypes::MacTable > const macTable_ = Kiv::make< HobaTypes::MacTable >( "macTable" );
    Kiv::Ptr< Hoba::HobaEventQueue > const queue_ =
          Hoba::HobaEventQueue::HobaEventQueueIs( "events" );
    Machine< Hoba::EventQueueSm > sm_{ *this, "events" };
@@ -52,8 +51,8 @@ class EventsFeature : public Feature {
 
 void
 EventsFeature::start() {
-   sm_.is( HobaSim::ChipEventQueueSm::ChipEventQueueSmIs( context(), queue_,
-                                                          board().portStatusDir, board().chip ) );
+   sm_.is( HobaSim::ChipEventQueueSm::ChipEventQueueSmIs( context(), queue_, board().portStatusDir,
+                                                          board().chip ) );
    mountRunning( "/hoba/events/status", sm_->eventStatus() );
    sm_->macTableIs( macTable_ );
    sm_->runningIs( true );
@@ -215,18 +214,16 @@ EventsFeature::commands( Commands & commands ) {
    using F = EventsFeature;
    addShow( commands, *this, "show events",
             "What the chip reported: waiting, handled by kind, dropped and why", {}, &F::show );
-   addInput( commands, *this, "sim event link", "The chip reports a link up or down",
-             { portArgument,
-               { "state", "up or down", true },
-               { "fault", "none, local or remote" } },
-             &F::link );
+   addInput(
+         commands, *this, "sim event link", "The chip reports a link up or down",
+         { portArgument, { "state", "up or down", true }, { "fault", "none, local or remote" } },
+         &F::link );
    addInput( commands, *this, "sim event autoneg", "The chip reports the end of an autonegotiation",
              { portArgument,
                { "result", "success or failed", true },
                { "speeds", "What the partner offers, in Mb/s: 1000,10000" } },
              &F::autoneg );
-   addInput( commands, *this, "sim event flood",
-             "The chip reports a flapping link, all in one go",
+   addInput( commands, *this, "sim event flood", "The chip reports a flapping link, all in one go",
              { portArgument, { "count", "How many events", true } }, &F::flood );
    addInput( commands, *this, "sim event hold", "Events wait until they are released", {},
              &F::hold );

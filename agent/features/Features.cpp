@@ -15,16 +15,11 @@ using Kiv::String;
 
 // The order of creation and of start: first who feeds the context, then who works with it.
 constexpr std::unique_ptr< Feature > ( *featureMakers[] )( Board & ) = {
-      makeFeature< class ChipFeature >,
-      makeFeature< class PortsFeature >,
-      makeFeature< class LagFeature >,
-      makeFeature< class VlanFeature >,
-      makeFeature< class ContextFeature >,
-      makeFeature< class EventsFeature >,
-      makeFeature< class MacFeature >,
-      makeFeature< class ParityFeature >,
-      makeFeature< class NonAgingFeature >,
-      makeFeature< class StormControlFeature >,
+      makeFeature< class ChipFeature >,     makeFeature< class PortsFeature >,
+      makeFeature< class LagFeature >,      makeFeature< class VlanFeature >,
+      makeFeature< class ContextFeature >,  makeFeature< class EventsFeature >,
+      makeFeature< class MacFeature >,      makeFeature< class ParityFeature >,
+      makeFeature< class NonAgingFeature >, makeFeature< class StormControlFeature >,
       makeFeature< class VerifyFeature >,
 };
 
@@ -99,22 +94,22 @@ Features::addRestartCommands( Commands & commands ) {
    commands.add( { .name = "show restarts",
                    .help = "When the machines began, how long that took, what it wrote to the chip",
                    .handler = [ this ]( Request const & ) { return restarts_.show(); } } );
-   commands.add( { .name = "sim restart",
-                   .help = "Lets all machines go, and makes them anew on the chip as it is",
-                   .arguments = { { "kind", "hitless, or cold: the chip has forgotten everything",
-                                    true } },
-                   .handler =
-                         [ this ]( Request const & request ) {
-                            auto const kind = request.oneOf< RestartKind >(
-                                  "kind", { { "hitless", hitless }, { "cold", cold } } );
-                            stop();
-                            if( kind == cold ) {
-                               board_.chip->reset();
-                            }
-                            start( kind );
-                            return restarts_.show( 1 );
-                         },
-                   .isInput = true } );
+   commands.add(
+         { .name = "sim restart",
+           .help = "Lets all machines go, and makes them anew on the chip as it is",
+           .arguments = { { "kind", "hitless, or cold: the chip has forgotten everything", true } },
+           .handler =
+                 [ this ]( Request const & request ) {
+                    auto const kind = request.oneOf< RestartKind >(
+                          "kind", { { "hitless", hitless }, { "cold", cold } } );
+                    stop();
+                    if( kind == cold ) {
+                       board_.chip->reset();
+                    }
+                    start( kind );
+                    return restarts_.show( 1 );
+                 },
+           .isInput = true } );
 }
 
 // ---- What is imported

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "agent/feeders/LagFeeder.h"
 #include "agent/features/Feature.h"
 #include "agent/features/Words.h"
+#include "agent/feeders/LagFeeder.h"
 
 // LAGs and who is in them.
 
@@ -28,9 +28,8 @@ class LagFeature : public Feature {
 
 void
 LagFeature::start() {
-   feeder_.is( Feeders::LagFeeder::LagFeederIs( context(), board().feederConfig,
-                                                board().lagInputConfig,
-                                                board().ethPhyIntfStatusDir ) );
+   feeder_.is( Feeders::LagFeeder::LagFeederIs(
+         context(), board().feederConfig, board().lagInputConfig, board().ethPhyIntfStatusDir ) );
    feeder_->initializedIs( true );
 }
 
@@ -39,8 +38,7 @@ LagFeature::show( Request const & ) const {
    TableAnswer table( { "LAG", "Kind", "Min links", "Active members", "Configured members" } );
    for( auto const lag : sortedKeys( board().feederConfig->lag() ) ) {
       auto const config = board().feederConfig->lag( lag );
-      table.row( { Kiv::toText( lag ),
-                   config->kind() == HobaTypes::lagTypeLacp ? "LACP" : "static",
+      table.row( { Kiv::toText( lag ), config->kind() == HobaTypes::lagTypeLacp ? "LACP" : "static",
                    config->minLinks(), listText( context()->lagToPort( lag ).port ),
                    listText( context()->lagToPortConfig( lag ).port ) } );
    }

@@ -156,8 +156,8 @@ Datum
 MacFeature::station( Request const & request ) {
    auto const kind = Kiv::inPlace( "kind", [ & ] { return kindOf( request.text( "kind" ) ); } );
    board().chip->events()->stationEvent( kind, hostOf( request ),
-                                    request.value< Pelt::IntfId >( "port" ),
-                                    request.value< std::uint32_t >( "tunnel" ) );
+                                         request.value< Pelt::IntfId >( "port" ),
+                                         request.value< std::uint32_t >( "tunnel" ) );
    return {};
 }
 

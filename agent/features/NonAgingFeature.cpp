@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Hoba/HobaNonAgingMacSm.h"
-#include "agent/feeders/NonAgingFeeder.h"
 #include "agent/features/Feature.h"
 #include "agent/features/Stations.h"
+#include "agent/feeders/NonAgingFeeder.h"
 
 // Stations that never age, and who asks for that.
 
@@ -33,8 +33,8 @@ class NonAgingFeature : public Feature {
 
 void
 NonAgingFeature::start() {
-   feeder_.is( Feeders::NonAgingFeeder::NonAgingFeederIs( context(), board().feederConfig,
-                                                          configDir_ ) );
+   feeder_.is(
+         Feeders::NonAgingFeeder::NonAgingFeederIs( context(), board().feederConfig, configDir_ ) );
    feeder_->initializedIs( true );
    sm_.is( Hoba::NonAgingConfigDirSm::NonAgingConfigDirSmIs( context(), configDir_, status_ ) );
    sm_->initializedIs( true );
@@ -66,8 +66,7 @@ NonAgingFeature::show( Request const & ) const {
                    typeCell( table, entry->entryType ), sm.macEntriesRef( host ),
                    holders( sm, host ) } );
    }
-   table.note( String( "non-aging is " ) +
-               ( status_->enabled() ? "enabled" : "disabled" ) + "; " +
+   table.note( String( "non-aging is " ) + ( status_->enabled() ? "enabled" : "disabled" ) + "; " +
                counted( status_->macEntries().size(), "station" ) );
    for( auto const * entry : sortedStations( status_->macEntries() ) ) {
       if( entry->intf && !board().hasIntf( entry->intf ) ) {

@@ -17,9 +17,7 @@ class ParityFeature : public Feature {
  public:
    explicit ParityFeature( Board & board ) : Feature( board, "parity errors" ) {}
 
-   void mounts() override {
-      mount( "/hoba/parityEvents/queue", queue_, Tessera::Access::status );
-   }
+   void mounts() override { mount( "/hoba/parityEvents/queue", queue_, Tessera::Access::status ); }
    void commands( Commands & commands ) override;
    void start() override;
    void stop() override {
@@ -43,8 +41,8 @@ class ParityFeature : public Feature {
 void
 ParityFeature::start() {
    sm_.is( Hoba::HobaParitySm::HobaParitySmIs( context(), unit().slices() ) );
-   helperSm_.is( HobaSim::ChipParityHelperSm::ChipParityHelperSmIs( context(),
-                                                                    board().chip->parity() ) );
+   helperSm_.is(
+         HobaSim::ChipParityHelperSm::ChipParityHelperSmIs( context(), board().chip->parity() ) );
    queueSm_.is( Hoba::HobaParityEventQueueSm::HobaParityEventQueueSmIs( context(), queue_,
                                                                         helperSm_.ptr() ) );
    mountRunning( "/hoba/parityEvents/status", queueSm_->eventStatus() );
@@ -62,9 +60,9 @@ ParityFeature::show( Request const & ) const {
             { key.slice, key.memory, key.index, event.count,
               Hoba::doubleToDateTimeStr( Kiv::ClockDriver::ambient().wallTime( event.time ) ) } );
    }
-   table.note( Kiv::toText( context()->parityEvent().size() ) +
-               " not corrected; since the start " + Kiv::toText( unit().entriesCorrected() ) +
-               " corrected one by one, " + Kiv::toText( unit().entriesReset() ) + " by a reset" );
+   table.note( Kiv::toText( context()->parityEvent().size() ) + " not corrected; since the start " +
+               Kiv::toText( unit().entriesCorrected() ) + " corrected one by one, " +
+               Kiv::toText( unit().entriesReset() ) + " by a reset" );
    return table.take();
 }
 
@@ -75,7 +73,7 @@ ParityFeature::raise( Request const & request ) {
                        { "reset", Hoba::parityNeedsReset },
                        { "fatal", Hoba::parityFatal } } );
    unit().raise( request.text( "slice" ), request.text( "memory" ),
-                             request.value< std::uint32_t >( "index" ), severity );
+                 request.value< std::uint32_t >( "index" ), severity );
    return {};
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "agent/feeders/PortFeeder.h"
 #include "agent/features/Feature.h"
 #include "agent/features/Words.h"
+#include "agent/feeders/PortFeeder.h"
 #include "chips/sim/SimChip.h"
 
 // The ports of the switch: which there are, their cables and speeds.
@@ -36,9 +36,8 @@ PortsFeature::mounts() {
 
 void
 PortsFeature::start() {
-   feeder_.is( Feeders::PortFeeder::PortFeederIs( context(), board().feederConfig,
-                                                  board().ethPhyIntfStatusDir,
-                                                  board().portStatusDir ) );
+   feeder_.is( Feeders::PortFeeder::PortFeederIs(
+         context(), board().feederConfig, board().ethPhyIntfStatusDir, board().portStatusDir ) );
    feeder_->initializedIs( true );
 }
 

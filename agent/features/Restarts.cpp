@@ -47,8 +47,7 @@ Restarts::show( std::size_t last ) const {
       auto const & record = records_[ i ];
       char took[ 32 ];
       std::snprintf( took, sizeof took, "%.1f", record.duration * 1000 );
-      table.row( { Hoba::doubleToDateTimeStr(
-                         Kiv::ClockDriver::ambient().wallTime( record.time ) ),
+      table.row( { Hoba::doubleToDateTimeStr( Kiv::ClockDriver::ambient().wallTime( record.time ) ),
                    record.isProcess ? "agent" : "machines", Kiv::toText( record.kind ), took,
                    writesText( record ), record.swept,
                    record.failure.empty() ? "running" : "failed: " + record.failure } );

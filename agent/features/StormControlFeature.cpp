@@ -70,10 +70,9 @@ thresholdText( Threshold const & threshold ) {
    case meteringPps:
       return Kiv::toText( threshold.rate ) + " pps";
    case meteringBps:
-      return Kiv::toText( threshold.rate ) +
-             ( threshold.unit == unitBps    ? " bps"
-               : threshold.unit == unitMbps ? " Mbps"
-                                            : " kbps" );
+      return Kiv::toText( threshold.rate ) + ( threshold.unit == unitBps    ? " bps"
+                                               : threshold.unit == unitMbps ? " Mbps"
+                                                                            : " kbps" );
    default: {
       char text[ 32 ];
       std::snprintf( text, sizeof text, "%u.%02u%%", threshold.level / 100, threshold.level % 100 );
@@ -175,8 +174,8 @@ rateCell( Board const & board, Pelt::IntfId intf, LevelStatus const & level ) {
 Datum
 StormControlFeature::show( Request const & request ) const {
    auto const only = request.value< Pelt::IntfId >( "intf" );
-   TableAnswer table( { "Interface", "Level", "Threshold", "Speed", "Rate (kbps)", "Chip", "Drops",
-                        "State" } );
+   TableAnswer table(
+         { "Interface", "Level", "Threshold", "Speed", "Rate (kbps)", "Chip", "Drops", "State" } );
    if( only && !config_->intfConfigHas( only ) ) {
       table.note( Kiv::toText( only ) + " has no storm control configured" );
    }
@@ -239,9 +238,9 @@ Datum
 StormControlFeature::drop( Request const & request ) {
    auto const port = portIdOf( board(), request );
    auto const packets = request.value< std::uint64_t >( "packets" );
-   auto const dropped = unit().inject(
-         port, trafficOf( request ), packets, request.value< std::uint32_t >( "bytes", 64 ),
-         request.value< double >( "seconds", 1.0 ) );
+   auto const dropped = unit().inject( port, trafficOf( request ), packets,
+                                       request.value< std::uint32_t >( "bytes", 64 ),
+                                       request.value< double >( "seconds", 1.0 ) );
    return "dropped " + Kiv::toText( dropped ) + " of " + Kiv::toText( packets ) + " packets";
 }
 
@@ -259,8 +258,7 @@ StormControlFeature::commands( Commands & commands ) {
             "Levels of interfaces: what is configured, what the chip holds, and why not",
             { { "intf", "Only this interface" } }, &F::show );
    addShow( commands, *this, "show storm-control-traffic-classes",
-            "Levels of traffic classes, over all interfaces together", {},
-            &F::showTrafficClasses );
+            "Levels of traffic classes, over all interfaces together", {}, &F::showTrafficClasses );
    addInput( commands, *this, "sim drop",
              "Sends traffic into a port; tells what its limits dropped",
              { portArgument,

@@ -30,12 +30,13 @@ template< class F >
 void
 addInput( Commands & commands, F & feature, char const * name, char const * help,
           std::vector< Argument > arguments, Kiv::Datum ( F::*handler )( Request const & ) ) {
-   commands.add( { .name = name,
-                   .help = help,
-                   .arguments = std::move( arguments ),
-                   .handler = [ &feature, handler ](
-                                    Request const & request ) { return ( feature.*handler )( request ); },
-                   .isInput = true } );
+   commands.add(
+         { .name = name,
+           .help = help,
+           .arguments = std::move( arguments ),
+           .handler = [ &feature, handler ](
+                            Request const & request ) { return ( feature.*handler )( request ); },
+           .isInput = true } );
 }
 
 // ---- Arguments. All throw Kiv::ParseError that names the argument.
