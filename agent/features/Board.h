@@ -76,11 +76,14 @@ class Board {
       return found == offers_.end() ? nullptr : static_cast< T * >( found->second.get() );
    }
 
+   // For Feature: one of the first passes that went on is over.
+   std::function< void() > firstPassIsOver;
    // What the last import of a configuration had to say of the rows of a table.
    std::function< std::vector< Kiv::String >( std::string_view table ) > importNotes;
 
  private:
    friend class Features;
+   // A new context, and none any more.
    void contextIs();
    void contextDel();
 

@@ -19,7 +19,15 @@ Feature::mountRunning( Kiv::String const & path, Kiv::Ptr< Kiv::Entity > const &
 }
 
 void
+Feature::firstPassIsOver() {
+   if( std::exchange( inFirstPass_, false ) ) {
+      board_.firstPassIsOver();
+   }
+}
+
+void
 Feature::end() {
+   inFirstPass_ = false;
    stop();
    while( !atEnd_.empty() ) {
       auto const work = std::move( atEnd_.back() );

@@ -38,8 +38,8 @@ class Feature {
    virtual void commands( Commands & ) {}
    virtual void importers( Import::Tables & ) {}
 
-   // Makes the machines on board().context(), and has them begin. What it throws ends the start of
-   // all features.
+   // Makes the machines on board().context(), and has them begin: their first pass is over when it
+   // returns, unless it says firstPassGoesOn(). What it throws ends the start of all features.
    virtual void start() {}
    // The machines are about to go, the last first: ends what start() began besides. Also after a start
    // that threw on its way.
@@ -49,6 +49,7 @@ class Feature {
    void end();
    // For who owns the features: takes out what mounts() mounted.
    void unmount();
+   bool inFirstPass() const { return inFirstPass_; }
 
  protected:
    Board & board() const { return board_; }
@@ -57,7 +58,11 @@ class Feature {
    // Puts an entity into the state database, for as long as the agent runs.
    void mount( char const * path, Kiv::Ptr< Kiv::Entity > const & entity, Tessera::Access access,
                Tessera::MayBeMade mayBeMade = {} );
-   // The same until the machines go, for operators to look at.
+   // The machines have not asked yet for all that they want the chip to hold, and nothing of it is to
+   // be taken away as nobody's. Said in start(); once it is over, from the event loop.
+   void firstPassGoesOn() { inFirstPass_ = true; }
+   void firstPassIsOver();
+   // Until the machines go: an entity for operators to look at.
    void mountRunning( Kiv::String const & path, Kiv::Ptr< Kiv::Entity > const & entity );
 
  private:
@@ -68,6 +73,7 @@ class Feature {
 
    Board & board_;
    char const * const name_;
+   bool inFirstPass_ = false;
    std::vector< Kiv::String > mounted_;
    std::vector< std::function< void() > > atEnd_;
 };

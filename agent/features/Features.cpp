@@ -9,6 +9,8 @@
 #include "agent/import/Tables.h"
 #include "chips/sim/SimChip.h"
 
+#include <algorithm>
+
 namespace HobaAgent {
 
 using Kiv::String;
@@ -29,6 +31,11 @@ Features::Features( Tessera::Database & database, Commands & commands,
         tables_( std::make_unique< Import::Tables >() ),
         imported_( std::make_unique< Import::ConfigDbImport >() ) {
    board_.importNotes = [ this ]( std::string_view table ) { return imported_->digest( table ); };
+   board_.firstPassIsOver = [ this ] {
+      if( !starting_ ) { // otherwise others may not have begun theirs
+         settle();
+      }
+   };
    for( auto const make : featureMakers ) {
       features_.push_back( make( board_ ) );
    }
@@ -53,36 +60,61 @@ Features::~Features() {
 void
 Features::start( RestartKind kind ) {
    auto & driver = Kiv::ClockDriver::ambient();
-   RestartRecord record{ .time = driver.now(), .kind = kind };
-   record.isProcess = restarts_.all().empty();
+   restarts_.add( { .time = driver.now(), .kind = kind, .isProcess = restarts_.all().empty() } );
+   starting_ = true;
    try {
-      begin( record );
+      begin();
    } catch( std::exception const & error ) {
-      stop();
+      starting_ = false;
+      auto & record = restarts_.last();
       record.failure = error.what();
+      record.state = failed;
       record.duration = driver.now() - record.time;
-      restarts_.add( std::move( record ) );
+      stop();
       throw;
    }
-   record.duration = driver.now() - record.time;
-   restarts_.add( std::move( record ) );
+   starting_ = false;
+   settle();
 }
 
 void
-Features::begin( RestartRecord & record ) {
+Features::begin() {
    auto & chip = *board_.chip;
    chip.beginPass();
    board_.contextIs();
+   writesSeen_ = chip.writes();
    for( auto const & feature : features_ ) {
-      auto const before = chip.writes();
       feature->start();
-      record.writes.emplace_back( feature->name(), chip.writes() - before );
+      wrote( feature->name() );
    }
-   record.swept = chip.sweep();
+}
+
+void
+Features::wrote( char const * feature ) {
+   auto const before = std::exchange( writesSeen_, board_.chip->writes() );
+   restarts_.last().writes.emplace_back( feature, writesSeen_ - before );
+}
+
+// What nobody has asked for when all first passes are over, nobody wants.
+void
+Features::settle() {
+   auto & record = restarts_.last();
+   if( record.state == inFirstPass &&
+       std::ranges::none_of( features_, []( auto const & f ) { return f->inFirstPass(); } ) ) {
+      wrote( "later" );
+      auto const before = board_.chip->swept();
+      board_.chip->sweep();
+      record.swept = board_.chip->swept() - before;
+      record.duration = Kiv::ClockDriver::ambient().now() - record.time;
+      record.state = running;
+   }
 }
 
 void
 Features::stop() {
+   if( !restarts_.all().empty() && restarts_.last().state == inFirstPass ) {
+      restarts_.last().state = ended;
+   }
    for( auto feature = features_.rbegin(); feature != features_.rend(); ++feature ) {
       ( *feature )->end();
    }

@@ -47,10 +47,15 @@ class Features {
  private:
    void addRestartCommands( Commands & commands );
    void addImportCommands( Commands & commands );
-   void begin( RestartRecord & record );
+   void begin();
+   void settle();
+   // So much since it was last asked, upon which feature.
+   void wrote( char const * feature );
 
    Board board_;
    Restarts restarts_;
+   bool starting_ = false;
+   std::uint64_t writesSeen_ = 0; // by the chip, when last asked
    std::vector< std::unique_ptr< Feature > > features_;
    std::unique_ptr< Import::Tables > const tables_;
    std::unique_ptr< Import::ConfigDbImport > imported_; // what `show import` shows

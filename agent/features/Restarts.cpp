@@ -28,6 +28,20 @@ writesText( RestartRecord const & record ) {
    return sum ? Kiv::toText( sum ) + ": " + text : "none";
 }
 
+String
+stateText( RestartRecord const & record ) {
+   switch( record.state ) {
+   case inFirstPass:
+      return "in its first pass";
+   case running:
+      return "running";
+   case ended:
+      return "ended in its first pass";
+   default:
+      return "failed: " + record.failure;
+   }
+}
+
 } // namespace
 
 void
@@ -41,7 +55,7 @@ Restarts::add( RestartRecord record ) {
 
 Kiv::Datum
 Restarts::show( std::size_t last ) const {
-   TableAnswer table( { "Time", "What", "Kind", "Took (ms)", "Writes", "Swept", "Result" } );
+   TableAnswer table( { "Time", "What", "Kind", "Took (ms)", "Writes", "Swept", "State" } );
    auto const skipped = records_.size() - std::min( last, records_.size() );
    for( std::size_t i = skipped; i != records_.size(); ++i ) {
       auto const & record = records_[ i ];
@@ -49,8 +63,7 @@ Restarts::show( std::size_t last ) const {
       std::snprintf( took, sizeof took, "%.1f", record.duration * 1000 );
       table.row( { Hoba::doubleToDateTimeStr( Kiv::ClockDriver::ambient().wallTime( record.time ) ),
                    record.isProcess ? "agent" : "machines", Kiv::toText( record.kind ), took,
-                   writesText( record ), record.swept,
-                   record.failure.empty() ? "running" : "failed: " + record.failure } );
+                   writesText( record ), record.swept, stateText( record ) } );
    }
    if( last == most ) {
       table.count( "start",

@@ -15,15 +15,20 @@ KIV_ENUM( RestartKind, std::uint8_t,
           cold         // the chip has forgotten everything
 );
 
+KIV_ENUM( RestartState, std::uint8_t, inFirstPass = 0, running, failed,
+          ended // before the first pass was over
+);
+
 struct RestartRecord {
    Kiv::Seconds time = 0;     // of the ambient clock driver
-   Kiv::Seconds duration = 0; // without any machine, or with not all of them
+   Kiv::Seconds duration = 0; // until the first pass was over
    RestartKind kind = cold;
+   RestartState state = inFirstPass;
    bool isProcess = false; // the agent itself began
    // By feature, in their order: how often the chip was written while it began.
    std::vector< std::pair< Kiv::String, std::uint64_t > > writes = {};
-   std::uint64_t swept = 0;  // entries of the chip that nobody asked for any more
-   Kiv::String failure = {}; // why it did not succeed; empty if it did
+   std::uint64_t swept = 0; // entries of the chip that nobody asked for any more
+   Kiv::String failure = {};
 };
 
 class Restarts {
@@ -32,6 +37,8 @@ class Restarts {
    static constexpr std::size_t most = 100;
 
    void add( RestartRecord record );
+   // The one that was added last; there is one.
+   RestartRecord & last() { return records_.back(); }
    // The last so many, in a table for operators.
    Kiv::Datum show( std::size_t last = most ) const;
    std::deque< RestartRecord > const & all() const { return records_; }
