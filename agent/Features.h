@@ -6,6 +6,7 @@
 
 #include "Tessera/Database.h"
 #include "agent/Commands.h"
+#include "agent/ImportCommands.h"
 
 #include <functional>
 #include <memory>
@@ -27,20 +28,15 @@ class Features {
    Features( Features const & ) = delete;
    Features & operator=( Features const & ) = delete;
 
-   // Adds what can be taken over from a file of the config_db.json shape. Returns what the operator
-   // should know of the rest, in few lines: `show import` has every row. Throws Kiv::ParseError if
-   // it is no such file, or has nothing that is known here.
+   // As Imports::take.
    std::vector< Kiv::String > importConfigDb( Kiv::Datum const & file );
 
    // The configuration is complete: the machines begin.
    void start();
 
  private:
-   void addImportCommand( Commands & commands );
-
    Tessera::Database & database_;
-   struct Imported;
-   std::unique_ptr< Imported > const imported_; // what `show import` shows
+   Imports imports_;
    std::unique_ptr< Switch > switch_;
 };
 
