@@ -69,7 +69,7 @@ Agent::configure( AgentOptions const & options ) {
    }
    if( !options.configDb.empty() ) {
       inFile( options.configDb, [ & ]( Kiv::Datum const & tree ) {
-         for( auto const & line : features_->importConfigDb( tree ) ) {
+         for( auto const & line : features_->imports().take( tree ) ) {
             std::printf( "import: %s\n", line.c_str() );
          }
       } );

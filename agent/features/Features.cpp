@@ -4,9 +4,6 @@
 #include "Kiv/ClockDriver.h"
 #include "agent/Commands.h"
 #include "agent/features/Feature.h"
-#include "agent/features/Words.h"
-#include "agent/import/ConfigDb.h"
-#include "agent/import/Tables.h"
 #include "chips/sim/SimChip.h"
 
 #include <algorithm>
@@ -27,10 +24,10 @@ constexpr std::unique_ptr< Feature > ( *featureMakers[] )( Board & ) = {
 
 Features::Features( Tessera::Database & database, Commands & commands,
                     Kiv::Ptr< HobaSim::Chip > const & chip, Board::Restart restart )
-      : board_( database, chip, std::move( restart ) ),
-        tables_( std::make_unique< Import::Tables >() ),
-        imported_( std::make_unique< Import::ConfigDbImport >() ) {
-   board_.importNotes = [ this ]( std::string_view table ) { return imported_->digest( table ); };
+      : board_( database, chip, std::move( restart ) ), imports_( commands ) {
+   board_.importNotes = [ this ]( std::string_view table ) {
+      return imports_.last().digest( table );
+   };
    board_.firstPassIsOver = [ this ] {
       if( !starting_ ) { // otherwise others may not have begun theirs
          settle();
@@ -42,9 +39,8 @@ Features::Features( Tessera::Database & database, Commands & commands,
    for( auto const & feature : features_ ) {
       feature->mounts();
       feature->commands( commands );
-      feature->importers( *tables_ );
+      feature->importers( imports_.tables() );
    }
-   addImportCommands( commands );
    addRestartCommands( commands );
 }
 
@@ -142,35 +138,6 @@ Features::addRestartCommands( Commands & commands ) {
                     return restarts_.show( 1 );
                  },
            .isInput = true } );
-}
-
-// ---- What is imported
-
-void
-Features::addImportCommands( Commands & commands ) {
-   commands.add( { .name = "show import",
-                   .help = "What became of the rows of the imported configuration",
-                   .handler = [ this ]( Request const & ) {
-                      TableAnswer table( { "Row", "Outcome", "What" } );
-                      for( auto const & line : imported_->report ) {
-                         auto const kind = Kiv::toText( line.kind );
-                         table.row( { line.row(), kind, line.what } );
-                         table.words( "Outcome", kind, spelled( kind ) );
-                      }
-                      table.note( imported_->summary() );
-                      return table.take();
-                   } } );
-}
-
-std::vector< String >
-Features::importConfigDb( Kiv::Datum const & file ) {
-   auto import = Import::importConfigDb( file, *tables_ );
-   import.apply();
-   auto lines = import.digest();
-   lines.push_back( import.summary() );
-   import.operations.clear();
-   *imported_ = std::move( import );
-   return lines;
 }
 
 } // namespace HobaAgent

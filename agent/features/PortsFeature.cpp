@@ -2,6 +2,7 @@
 #include "agent/features/Feature.h"
 #include "agent/features/Words.h"
 #include "agent/feeders/PortFeeder.h"
+#include "agent/import/AdminStatus.h"
 #include "chips/sim/SimChip.h"
 
 // The ports of the switch: which there are, their cables and speeds.
@@ -17,6 +18,7 @@ class PortsFeature : public Feature {
 
    void mounts() override;
    void commands( Commands & commands ) override;
+   void importers( Import::Tables & tables ) override;
    void start() override;
 
  private:
@@ -128,6 +130,53 @@ PortsFeature::commands( Commands & commands ) {
    };
    commands.valuesAre( "intf", interfaces );
    commands.valuesAre( "port", interfaces );
+}
+
+// ---- Imported configurations
+
+namespace {
+
+using FeederPtr = Kiv::Ptr< Feeders::Config >;
+
+void
+mapPort( Import::Row & row, FeederPtr const & config ) {
+   auto const intf = row.key().id< Pelt::EthIntfId >();
+   row.identityIs( Kiv::toText( intf ) );
+   auto const mbps =
+         row.number( "speed", std::numeric_limits< std::uint32_t >::max() ).value_or( 0 );
+   bool const known = Interface::speedFromMbps( mbps ) != Interface::speedUnknown;
+   if( !known && mbps != 0 ) {
+      row.remark( "speed " + Kiv::toText( mbps ) +
+                  " Mb/s is not an Ethernet speed; taken as unknown" );
+   }
+   auto const speed = known ? Interface::EthMbps( mbps ) : Interface::EthMbps();
+   bool const enabled = Import::adminUp( row );
+   row.operationIs( "port " + Kiv::toText( intf ) + ", " + Import::upText( enabled ) + ", speed " +
+                          ( known ? Kiv::toText( speed ) + " Mb/s" : "unknown" ),
+                    [ config, intf, speed, enabled ] {
+                       auto const port = config->portIs( intf );
+                       port->speedIs( speed );
+                       port->enabledIs( enabled );
+                    } );
+}
+
+} // namespace
+
+void
+PortsFeature::importers( Import::Tables & tables ) {
+   auto const config = board().feederConfig;
+   tables.add( { .name = "PORT",
+                 .has =
+                       [ config ]( Import::Key const & key ) {
+                          return config->portHas( key.id< Pelt::EthIntfId >() );
+                       },
+                 .map = [ config ]( Import::Row & row ) { mapPort( row, config ); },
+                 .del =
+                       [ config ]( Import::Row & row ) {
+                          auto const intf = row.key().id< Pelt::EthIntfId >();
+                          row.operationIs( "port " + Kiv::toText( intf ),
+                                           [ config, intf ] { config->portDel( intf ); } );
+                       } } );
 }
 
 HOBA_FEATURE( PortsFeature );

@@ -4,6 +4,7 @@
 #include "Hoba/HobaStormControlSm.h"
 #include "agent/features/Feature.h"
 #include "agent/features/Words.h"
+#include "agent/import/Tables.h"
 #include "chips/sim/SimChip.h"
 
 #include <algorithm>
@@ -24,6 +25,7 @@ class StormControlFeature : public Feature {
 
    void mounts() override;
    void commands( Commands & commands ) override;
+   void importers( Import::Tables & tables ) override;
    void start() override;
 
  private:
@@ -270,6 +272,111 @@ StormControlFeature::commands( Commands & commands ) {
    addInput( commands, *this, "sim forget",
              "Makes the chip forget the limits of a port, for verification to find",
              { portArgument }, &F::forget );
+}
+
+// ---- Imported configurations
+
+namespace {
+
+using StormPtr = Kiv::Ptr< Config >;
+
+// What the levels are called in files.
+struct StormType {
+   std::string_view name;
+   Threshold const & ( IntfConfig::*threshold )() const;
+   void ( IntfConfig::*thresholdIs )( Kiv::Param< Threshold > );
+};
+constexpr std::array stormTypes = {
+      StormType{ "broadcast", &IntfConfig::broadcast, &IntfConfig::broadcastIs },
+      StormType{ "unknown-unicast", &IntfConfig::uucast, &IntfConfig::uucastIs },
+      // Known to files, but no level of this system.
+      StormType{ "unknown-multicast", nullptr, nullptr } };
+
+StormType const &
+stormType( std::string_view name ) {
+   for( auto const & type : stormTypes ) {
+      if( type.name == name ) {
+         if( !type.thresholdIs ) {
+            throw Kiv::ParseError( String( name ) + " is not a level of this system" );
+         }
+         return type;
+      }
+   }
+   Kiv::inPlace( "storm_type",
+                 [ & ] { Kiv::parseFailed( name, "one of broadcast, unknown-unicast" ); } );
+   return stormTypes.front();
+}
+
+constexpr std::string_view stormForm = "<port or LAG>|<storm_type>";
+
+// A level that is set for the interface, by its name in files.
+String
+stormLevelOf( StormPtr const & config, Pelt::IntfId intf ) {
+   auto const present = config->intfConfig( intf );
+   for( auto const & type : stormTypes ) {
+      if( present && type.threshold && ( *present.*type.threshold )() != Threshold() ) {
+         return Kiv::toText( intf ) + '|' + String( type.name );
+      }
+   }
+   return {};
+}
+
+bool
+hasStormLevel( StormPtr const & config, Import::Key const & key ) {
+   auto const [ intfName, typeName ] = key.parts( stormForm );
+   auto const & type = stormType( typeName );
+   auto const present = config->intfConfig( Pelt::IntfId::parse( intfName ) );
+   return present && ( *present.*type.threshold )() != Threshold();
+}
+
+void
+mapPortStormControl( Import::Row & row, StormPtr const & config ) {
+   auto const [ intfName, typeName ] = row.key().parts( stormForm );
+   auto const intf = row.existing< Pelt::IntfId >( intfName, { "PORT", "PORTCHANNEL" } );
+   auto const & type = stormType( typeName );
+   row.identityIs( Kiv::toText( intf ) + '|' + String( typeName ) );
+   auto const kbps = static_cast< std::uint32_t >( Import::Row::needed(
+         "kbps", row.number( "kbps", std::numeric_limits< std::uint32_t >::max() ) ) );
+   Threshold const threshold{ meteringBps, 0, kbps, unitKbps };
+   row.operationIs( Kiv::toText( intf ) + " lets in " + Kiv::toText( kbps ) + " kbps of " +
+                          String( typeName ),
+                    [ config, intf, threshold, set = type.thresholdIs ] {
+                       ( ( *config->intfConfigIs( intf ) ).*set )( threshold );
+                    } );
+}
+
+void
+delPortStormControl( Import::Row & row, StormPtr const & config ) {
+   auto const [ intfName, typeName ] = row.key().parts( stormForm );
+   auto const intf = Pelt::IntfId::parse( intfName );
+   row.operationIs( Kiv::toText( intf ) + " lets in all " + String( typeName ),
+                    [ config, intf, set = stormType( typeName ).thresholdIs ] {
+                       auto const present = config->intfConfig( intf );
+                       ( ( *present ).*set )( Threshold() );
+                       for( auto level : { present->broadcast(), present->multicast(),
+                                           present->uucast(), present->all() } ) {
+                          if( level != Threshold() ) {
+                             return;
+                          }
+                       }
+                       config->intfConfigDel( intf );
+                    } );
+}
+
+} // namespace
+
+void
+StormControlFeature::importers( Import::Tables & tables ) {
+   auto const config = config_;
+   auto const ofIntf = [ config ]( Import::Key const & key ) {
+      return stormLevelOf( config, key.id< Pelt::IntfId >() );
+   };
+   tables.add(
+         { .name = "PORT_STORM_CONTROL",
+           .refersTo = { { "PORT", ofIntf }, { "PORTCHANNEL", ofIntf } },
+           .has = [ config ]( Import::Key const & key ) { return hasStormLevel( config, key ); },
+           .map = [ config ]( Import::Row & row ) { mapPortStormControl( row, config ); },
+           .del = [ config ]( Import::Row & row ) { delPortStormControl( row, config ); } } );
 }
 
 HOBA_FEATURE( StormControlFeature );
