@@ -211,7 +211,7 @@ mapVlanMember( Row & row, FeederPtr const & config, LagInputPtr const & lagInput
 void
 delVlanMember( Row & row, FeederPtr const & config ) {
    VlanMember const member( row.key() );
-   row.operationIs( Kiv::toText( member.intf ) + " carries VLAN " + Kiv::toText( member.vlan ),
+   row.operationIs( "VLAN " + Kiv::toText( member.vlan ) + " on " + Kiv::toText( member.intf ),
                     [ config, member ] {
                        config->vlan( member.vlan )->memberDel( member.intf );
                        if( member.isNative( *config ) ) {
@@ -221,7 +221,8 @@ delVlanMember( Row & row, FeederPtr const & config ) {
                     } );
 }
 
-// A VLAN that lists the interface, and that one in that mode could not carry; null if there is none.
+// A VLAN that lists the interface and that it could not carry in that mode, as a routed one carries
+// none; null if there is none.
 Kiv::Ptr< Feeders::VlanConfig >
 vlanAgainst( Feeders::Config const & config, Pelt::IntfId intf, Bridging::SwitchportMode mode ) {
    for( auto const & [ vlan, vlanConfig ] : config.vlan() ) {
@@ -341,7 +342,7 @@ void
 delPortStormControl( Row & row, StormPtr const & config ) {
    auto const [ intfName, typeName ] = row.key().parts( stormForm );
    auto const intf = Pelt::IntfId::parse( intfName );
-   row.operationIs( Kiv::toText( intf ) + " lets in all " + Kiv::String( typeName ),
+   row.operationIs( "limit of " + Kiv::String( typeName ) + " on " + Kiv::toText( intf ),
                     [ config, intf, set = stormType( typeName ).thresholdIs ] {
                        auto const present = config->intfConfig( intf );
                        ( ( *present ).*set )( Threshold() );
