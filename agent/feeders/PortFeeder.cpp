@@ -22,11 +22,18 @@ PortFeeder::PortFeeder( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
 
 void
 PortFeeder::handleInitialized() {
-   if( initialized() ) {
-      commonSmData()->cpuIntfIs( Hoba::CpuPortName(), true );
-      for( auto const & [ intf, reactor ] : portConfig() ) {
-         handlePort( intf );
+   if( !initialized() ) {
+      return;
+   }
+   commonSmData()->cpuIntfIs( Hoba::CpuPortName(), true );
+   // The directories may be older than this machine.
+   for( auto const & [ intf, status ] : ethPhyIntfStatusDir_->ethPhyIntfStatus() ) {
+      if( !portConfig( intf ) ) {
+         remove( intf );
       }
+   }
+   for( auto const & [ intf, reactor ] : portConfig() ) {
+      handlePort( intf );
    }
 }
 
@@ -35,7 +42,8 @@ PortFeeder::handlePort( Pelt::IntfId const & intf ) {
    auto const * reactor = portConfig( intf );
    if( !reactor ) {
       remove( intf );
-   } else if( auto const status = ethPhyIntfStatusDir_->ethPhyIntfStatus( intf ) ) {
+   } else if( auto const status = ethPhyIntfStatusDir_->ethPhyIntfStatus( intf );
+              status && commonSmData()->intfHas( intf ) ) {
       statusIs( *status, *reactor->notifier(), intf );
    } else {
       add( intf, *reactor->notifier() );
@@ -57,7 +65,10 @@ PortFeeder::statusIs( Interface::EthPhyIntfStatus & status, PortConfig const & p
 void
 PortFeeder::add( Pelt::IntfId intf, PortConfig const & port ) {
    ZTRACE( 3, "Adding port ", intf );
-   auto const status = Kiv::make< Interface::EthPhyIntfStatus >( intf );
+   auto status = ethPhyIntfStatusDir_->ethPhyIntfStatus( intf );
+   if( !status ) {
+      status = Kiv::make< Interface::EthPhyIntfStatus >( intf );
+   }
    portStatusIs( intf, hobaPortStatusDir_->portStatusIs( intf ) );
    statusIs( *status, port, intf );
    ethPhyIntfStatusDir_->ethPhyIntfStatusIs( intf, status );

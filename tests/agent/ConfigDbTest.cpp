@@ -4,9 +4,9 @@
 #include "agent/import/ConfigDb.h"
 #include "Helpers.h"
 #include "Tessera/Database.h"
-#include "agent/ImportCommands.h"
 #include "agent/common/Json.h"
-#include "agent/import/ConfigDbMappers.h"
+#include "agent/features/Features.h"
+#include "chips/sim/SimChip.h"
 
 #include <algorithm>
 
@@ -30,15 +30,6 @@ allLines( Report const & report ) {
 
 class ConfigDbTest : public testing::Test {
  protected:
-   ConfigDbTest() {
-      Import::addPortTables( tables, feeders );
-      Import::addLagTables( tables, feeders, lagInput );
-      Import::addVlanTables( tables, feeders, lagInput );
-      Import::addStormControlTables( tables, storm );
-      database.mount( "/feeders", feeders, Tessera::Access::configuration );
-      database.mount( "/members", lagInput, Tessera::Access::configuration );
-      database.mount( "/storm", storm, Tessera::Access::configuration );
-   }
    Report import( Datum const & file ) const { return Import::importConfiguration( file, tables ); }
    Report importText( std::string_view text ) const {
       return import( HobaAgent::parseJson( text ) );
@@ -49,14 +40,17 @@ class ConfigDbTest : public testing::Test {
       return allLines( report );
    }
    // All that is configured.
-   std::string configured() const { return HobaAgent::jsonText( database.get( "/" ) ); }
+   std::string configured() const {
+      return HobaAgent::jsonText( database.get( "/", Tessera::Scope::configuration ) );
+   }
 
-   Kiv::Ptr< Feeders::Config > const feeders = Kiv::make< Feeders::Config >();
-   Kiv::Ptr< Lag::Input::Config > const lagInput = Kiv::make< Lag::Input::Config >();
-   Kiv::Ptr< Bridging::StormControl::Config > const storm =
-         Kiv::make< Bridging::StormControl::Config >();
-   Import::Tables tables;
    Tessera::Database database;
+   HobaAgent::Commands commands;
+   HobaAgent::Features features{ database, commands, Kiv::make< HobaSim::Chip >(),
+                                 []( std::string const & ) {} };
+   Import::Tables & tables = features.imports().tables();
+   Kiv::Ptr< Feeders::Config > const feeders = features.board().feederConfig;
+   Kiv::Ptr< Lag::Input::Config > const lagInput = features.board().lagInputConfig;
 };
 
 constexpr std::string_view wholeFile = R"({
@@ -88,20 +82,20 @@ constexpr std::string_view wholeFile = R"({
 TEST_F( ConfigDbTest, aFileBecomesConfiguration ) {
    // clang-format off
    std::pair< char const *, char const * > const expected[] = {
-      { "/feeders/port/Ethernet0", R"({"speed":40000,"enabled":true,"linkUp":true})" },
-      { "/feeders/port/Ethernet4", R"({"speed":0,"enabled":false,"linkUp":true})" },
-      { "/feeders/port/Ethernet8", R"({"speed":0,"enabled":true,"linkUp":true})" },
-      { "/feeders/lag/Port-Channel3", R"({"enabled":false,"minLinks":2,"kind":"lagTypeLacp",)"
+      { "/feeders/config/port/Ethernet0", R"({"speed":40000,"enabled":true,"linkUp":true})" },
+      { "/feeders/config/port/Ethernet4", R"({"speed":0,"enabled":false,"linkUp":true})" },
+      { "/feeders/config/port/Ethernet8", R"({"speed":0,"enabled":true,"linkUp":true})" },
+      { "/feeders/config/lag/Port-Channel3", R"({"enabled":false,"minLinks":2,"kind":"lagTypeLacp",)"
                                      R"("lacpPartner":true,"lacpFallback":true})" },
-      { "/members", R"({"ethPhyIntfLagConfig":{"Ethernet8":"Port-Channel3"}})" },
-      { "/feeders/vlan/100", R"({"active":true,"member":["Ethernet0","Port-Channel3"]})" },
-      { "/feeders/switchIntf", R"({"Port-Channel3":{"switchportMode":"switchportModeTrunk",)"
+      { "/lag/input/config", R"({"ethPhyIntfLagConfig":{"Ethernet8":"Port-Channel3"}})" },
+      { "/feeders/config/vlan/100", R"({"active":true,"member":["Ethernet0","Port-Channel3"]})" },
+      { "/feeders/config/switchIntf", R"({"Port-Channel3":{"switchportMode":"switchportModeTrunk",)"
                                R"("nativeVlan":100},"Ethernet0":{"switchportMode":)"
                                R"("switchportModeAccess","nativeVlan":100}})" },
-      { "/storm/intfConfig/Ethernet0/broadcast",
+      { "/bridging/stormControl/config/intfConfig/Ethernet0/broadcast",
         R"({"mode":"meteringBps","level":0,"rate":10000,"unit":"unitKbps"})" },
-      { "/storm/intfConfig/Ethernet0/uucast/level", "10000" }, // no limit
-      { "/storm/intfConfig/Port-Channel3/uucast/rate", "20000" },
+      { "/bridging/stormControl/config/intfConfig/Ethernet0/uucast/level", "10000" }, // no limit
+      { "/bridging/stormControl/config/intfConfig/Port-Channel3/uucast/rate", "20000" },
    };
    // clang-format on
    for( auto const * when : { "first", "again" } ) {
@@ -109,8 +103,7 @@ TEST_F( ConfigDbTest, aFileBecomesConfiguration ) {
       for( auto const & [ path, json ] : expected ) {
          EXPECT_EQ( HobaAgent::jsonText( database.get( path ) ), json ) << when;
       }
-      EXPECT_EQ( feeders->port().size() + feeders->lag().size() + storm->intfConfig().size(),
-                 3u + 2u + 2u );
+      EXPECT_EQ( feeders->port().size() + feeders->lag().size(), 3u + 2u );
    }
 }
 
@@ -264,6 +257,8 @@ TEST_F( ConfigDbTest, aBadRowIsRefusedAlone ) {
       { "PORT_STORM_CONTROL|Ethernet1|broadcast", "kbps: \"0.5\" is not a", R"({"kbps":0.5})" },
    };
    // clang-format on
+   importText( others + "OTHER|x\": {} }" );
+   auto const without = configured();
    for( auto const & c : cases ) {
       SCOPED_TRACE( c.row + ' ' + c.fields );
       auto const report = importText( others + c.row + "\": " + c.fields + " }" );
@@ -272,7 +267,7 @@ TEST_F( ConfigDbTest, aBadRowIsRefusedAlone ) {
       auto const row = c.row == "PORT|" ? "PORT" : c.row;
       EXPECT_TRUE( refused[ 0 ].starts_with( row + ": " + c.why ) ) << refused[ 0 ];
       EXPECT_EQ( report.count( Import::imported ), 6u );
-      EXPECT_TRUE( storm->intfConfig().empty() );
+      EXPECT_EQ( configured(), without );
    }
 }
 
@@ -511,11 +506,8 @@ TEST_F( ConfigDbTest, strictTablesAndLists ) {
    EXPECT_THROW( importText( R"({ "LAST": { "a": {} } })" ), std::logic_error );
 }
 
-TEST( ImportsTest, whatIsNoConfigurationChangesNothing ) {
+TEST_F( ConfigDbTest, whatIsNoConfigurationChangesNothing ) {
    HobaTests::Folder const folder;
-   HobaAgent::Commands commands;
-   HobaAgent::Imports imports( commands );
-   Import::addPortTables( imports.tables(), Kiv::make< Feeders::Config >() );
    auto const run = [ & ]( char const * command, std::string const & file = {} ) {
       Datum::Object request{ { "command", command } };
       if( !file.empty() ) {
