@@ -349,7 +349,7 @@ void
 delPortStormControl( Import::Row & row, StormPtr const & config ) {
    auto const [ intfName, typeName ] = row.key().parts( stormForm );
    auto const intf = Pelt::IntfId::parse( intfName );
-   row.operationIs( Kiv::toText( intf ) + " lets in all " + String( typeName ),
+   row.operationIs( "limit of " + String( typeName ) + " on " + Kiv::toText( intf ),
                     [ config, intf, set = stormType( typeName ).thresholdIs ] {
                        auto const present = config->intfConfig( intf );
                        ( ( *present ).*set )( Threshold() );

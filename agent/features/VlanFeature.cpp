@@ -118,7 +118,7 @@ mapVlanMember( Import::Row & row, FeederPtr const & config, LagInputPtr const & 
 void
 delVlanMember( Import::Row & row, FeederPtr const & config ) {
    VlanMember const member( row.key() );
-   row.operationIs( Kiv::toText( member.intf ) + " carries VLAN " + Kiv::toText( member.vlan ),
+   row.operationIs( "VLAN " + Kiv::toText( member.vlan ) + " on " + Kiv::toText( member.intf ),
                     [ config, member ] {
                        config->vlan( member.vlan )->memberDel( member.intf );
                        if( member.isNative( *config ) ) {
@@ -128,7 +128,8 @@ delVlanMember( Import::Row & row, FeederPtr const & config ) {
                     } );
 }
 
-// A VLAN that lists the interface, and that one in that mode could not carry; null if there is none.
+// A VLAN that lists the interface and that it could not carry in that mode, as a routed one carries
+// none; null if there is none.
 Kiv::Ptr< Feeders::VlanConfig >
 vlanAgainst( Feeders::Config const & config, Pelt::IntfId intf, Bridging::SwitchportMode mode ) {
    for( auto const & [ vlan, vlanConfig ] : config.vlan() ) {
