@@ -4,10 +4,12 @@
 #include "Glim/Loop.h"
 #include "agent/DatabaseCommands.h"
 #include "agent/EndedBySignal.h"
+#include "agent/LogCommands.h"
 #include "agent/TraceCommands.h"
 #include "agent/VersionCommand.h"
 #include "agent/common/File.h"
 #include "agent/common/Json.h"
+#include "chips/sim/SimChip.h"
 
 #include <csignal>
 #include <cstdio>
@@ -42,15 +44,21 @@ Agent::Agent( AgentOptions const & options ) : recorder_( recordedEvents ) {
    addDatabaseCommands( commands_, database_, loop_ );
    addTraceCommands( commands_, recorder_ );
    addVersionCommand( commands_, loop_ );
+   addLogCommands( commands_ );
+   auto const chip = Kiv::make< HobaSim::Chip >(
+         "sim", HobaSim::Memory{ .name = options.chipMemory, .cold = options.cold } );
    features_ = std::make_unique< Features >(
-         database_, commands_, [ this ]( Kiv::String const & reason ) { restart( reason ); } );
+         database_, commands_, chip,
+         [ this ]( Kiv::String const & reason ) { restart( reason ); } );
    {
       // Reading what an operator hands in may take long, and so far nobody outside depends on us.
       EndedBySignal const ended( { SIGINT, SIGTERM }, options.socket );
       configure( options );
+      // What it is said to be, it must have been when its memory was filled.
+      chip->checkCapacities();
    }
    // A signal from here on waits for run().
-   features_->start();
+   features_->start( chip->isFresh() ? cold : hitless );
 }
 
 void
@@ -61,7 +69,7 @@ Agent::configure( AgentOptions const & options ) {
    }
    if( !options.configDb.empty() ) {
       inFile( options.configDb, [ & ]( Kiv::Datum const & tree ) {
-         for( auto const & line : features_->importConfigDb( tree ) ) {
+         for( auto const & line : features_->imports().take( tree ) ) {
             std::printf( "import: %s\n", line.c_str() );
          }
       } );

@@ -7,8 +7,8 @@
 #include "Tessera/Database.h"
 #include "agent/Commands.h"
 #include "agent/EventLoop.h"
-#include "agent/Features.h"
 #include "agent/Server.h"
+#include "agent/features/Features.h"
 
 #include <memory>
 #include <string>
@@ -20,11 +20,14 @@ struct AgentOptions {
    std::string configDb = {}; // file of the config_db.json shape to import; empty: none
    std::string socket = defaultSocketPath();
    std::string sim = {}; // file that describes the simulated chip; empty: none
+   // Shared memory in which the chip keeps what it holds; empty: it goes with the process.
+   std::string chipMemory = {};
+   bool cold = false; // the chip begins empty, whatever is in that memory
 };
 
 class Agent {
  public:
-   // Listens at the socket, mounts, makes the machines, applies the startup configuration. Throws
+   // Listens at the socket, mounts, applies the startup configuration, makes the machines. Throws
    // Kiv::Exception for what is wrong with any of that, one line with file and place; nothing is left
    // behind then.
    explicit Agent( AgentOptions const & options );

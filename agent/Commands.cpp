@@ -116,7 +116,8 @@ Datum
 argumentsOf( Command const & command, Datum const & request, std::vector< String > const & words ) {
    Datum arguments( Datum::Object{} );
    for( auto const & [ name, value ] : *request.as< Datum::Object >() ) {
-      if( name == "id" || name == "command" || name == "words" || name == "directory" ) {
+      if( name == "id" || name == "command" || name == "words" || name == "directory" ||
+          name == "orHelp" ) {
          continue;
       }
       if( !findArgument( command, name ) ) {
@@ -194,7 +195,9 @@ Commands::Commands() {
    add( { .name = "help",
           .help = "What commands there are, or what one of them takes",
           .arguments = { { "about", "A command", false, true } },
-          .handler = [ this ]( Request const & request ) { return help( request ); } } );
+          .handler = [ this ]( Request const & request ) {
+             return help( request.text( "about" ) );
+          } } );
 }
 
 void
@@ -324,6 +327,10 @@ Commands::candidates( std::vector< String > const & words, std::string_view half
 Datum
 Commands::run( Datum const & request, Client * client ) const {
    auto words = wordsOf( request );
+   if( auto rest = words;
+       request.find( "orHelp" ) && !longest( rest ) && !nextWords( words ).empty() ) {
+      return help( joined( words, 0, words.size() ) );
+   }
    auto const & command = find( words );
    auto arguments = argumentsOf( command, request, words );
    static Datum const none;
@@ -340,8 +347,7 @@ Commands::run( Datum const & request, Client * client ) const {
 }
 
 Datum
-Commands::help( Request const & request ) const {
-   auto about = request.text( "about" );
+Commands::help( String const & about ) const {
    TableAnswer table( { "COMMAND", "DOES" } );
    for( auto const & [ name, command ] : commands_ ) {
       if( about.empty() || name == about || name.starts_with( about + " " ) ) {

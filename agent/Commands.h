@@ -15,7 +15,8 @@
 //    {"id":1, "command":"show storm-control", "intf":"Ethernet1"}
 //    {"id":1, "command":"show", "words":["storm-control", "Ethernet1"]}
 //
-// "directory" says where whoever asks is, for the names of files.
+// "directory" says where whoever asks is, for the names of files; with "orHelp" the beginning of
+// commands' names is answered with what help says of these.
 //
 // A handler answers data or throws Kiv::Exception, whose text goes to whoever asked. Answers in form
 // of a table, {"columns":[...], "rows":[[...], ...], "notes":[...]}, are shown as one. Cells are for
@@ -139,7 +140,7 @@ class Commands {
    // `wrong`. Empty if it is like nothing.
    Kiv::String meant( std::vector< Kiv::String > const & words, std::size_t wrong ) const;
    std::vector< Kiv::String > valuesOf( Kiv::String const & argument ) const;
-   Kiv::Datum help( Request const & request ) const;
+   Kiv::Datum help( Kiv::String const & about ) const;
 
    std::map< Kiv::String, Command > commands_;
    std::map< Kiv::String, Values > values_;

@@ -4,8 +4,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <string_view>
 #include <unistd.h>
 
 namespace {
@@ -49,6 +51,15 @@ main( int argc, char ** argv ) {
    app.add_option( "--sim", options.sim, "Description of the simulated chip, a JSON file" )
          ->type_name( "FILE" )
          ->check( isNamed );
+   auto * const chipMemory =
+         app.add_option(
+                  "--chip-memory", options.chipMemory,
+                  "Shared memory in which the simulated chip keeps what it holds: it outlives "
+                  "the agent, and goes on with it when the agent comes back" )
+               ->type_name( "NAME" )
+               ->check( isNamed );
+   app.add_flag( "--cold", options.cold, "The chip begins empty, whatever is in its memory" )
+         ->needs( chipMemory );
    try {
       app.parse( argc, argv );
    } catch( CLI::ParseError const & error ) {
@@ -62,7 +73,11 @@ main( int argc, char ** argv ) {
       if( !served( options ) ) {
          return 0;
       }
-      // A fresh process, with nothing left of what went wrong.
+      // A fresh process, with nothing left of what went wrong. The chip goes on with what it holds.
+      auto const last = std::remove_if( argv, argv + argc, []( char const * word ) {
+         return std::string_view( word ) == "--cold";
+      } );
+      *last = nullptr;
       execv( "/proc/self/exe", argv );
       std::perror( "hoba-agent: cannot restart" );
       return 1;

@@ -110,8 +110,6 @@ class Tool {
          help( options_.words );
       } else if( command == "show" && options_.words.empty() ) {
          whatCanBeShown();
-      } else if( command == "sim" && options_.words.empty() ) {
-         help( { command } );
       } else {
          auto const answer = answerTo( command, options_.words );
          auto const * mismatches = answer.find( "mismatches" );
@@ -176,6 +174,7 @@ class Tool {
    Datum answerTo( std::string const & command, std::vector< std::string > const & words ) {
       auto request = requestOf( command );
       request.add( "words", Datum::Array( words.begin(), words.end() ) );
+      request.add( "orHelp", true );
       std::error_code unknown;
       if( auto const directory = std::filesystem::current_path( unknown ); !unknown ) {
          request.add( "directory", directory.string() );
@@ -276,6 +275,7 @@ class CommandLine {
       app.require_subcommand( 1 );
       app.set_version_flag( "--version", "hobactl " + HobaAgent::versionText() );
       app.footer(
+            "Every other word begins a command of the running agent: hobactl help lists them.\n"
             "Exit status: 0 done; 1 refused by the agent, or it cannot be asked; 2 wrong command "
             "line;\n3 done, but verify found a mismatch, or steps failed upon it." );
       app.add_option( "--socket", options.socket, "Where the agent listens" )
@@ -294,15 +294,21 @@ class CommandLine {
       addWords( "show",
                 "What the features have to tell, and the shared tables; without words: what "
                 "can be shown" );
-      addWords( "logs", "System log messages, and their catalogue" );
-      addWords( "verify", "Compare what the hardware holds with what it should" );
-      addWords( "sim", "Events and faults for the simulated chip; without words: which ones" );
-      addWords( "types", "How many objects of every class exist, and were made" );
       addWords( "help", "All commands that the agent understands, or about one of them" );
       addTrace();
    }
 
-   // What to say when no word is a command.
+   // Whether the agent is to understand it; what this tool does not know by itself is passed on.
+   bool isOfAgent( std::string const & command ) {
+      auto const known = !app.get_subcommands( [ & ]( CLI::App const * own ) {
+                                return own->get_name() == command;
+                             } ).empty();
+      if( !known ) {
+         addWords( command, "" );
+      }
+      return !known || command == "show" || command == "help";
+   }
+
    std::string whatIsMissing() const {
       std::vector< std::string > known;
       for( auto const * command : app.get_subcommands( nullptr ) ) {
@@ -310,20 +316,8 @@ class CommandLine {
             known.push_back( command->get_name() );
          }
       }
-      auto const words = app.remaining();
-      if( words.empty() ) {
-         return "a command is needed; " + Tessera::suggestion( {}, known );
-      }
-      auto const unknown = "unknown command \"" + Kiv::excerpt( words.front() ) + "\"; ";
-      auto const * nearest = Tessera::nearest( words.front(), known );
-      if( !nearest ) {
-         return unknown + Tessera::suggestion( words.front(), known );
-      }
-      auto meant = *nearest;
-      for( std::size_t i = 1; i != words.size(); ++i ) {
-         meant += ' ' + oneLine( words[ i ] );
-      }
-      return unknown + "did you mean \"" + meant + "\"?";
+      return "a command is needed; " + Tessera::suggestion( {}, known ) +
+             ", and what the agent understands: hobactl help";
    }
 
    CLI::App app{ "Talks to the forwarding agent.", "hobactl" };
@@ -387,9 +381,8 @@ class CommandLine {
                                                     } );
    }
 
-   void addWords( char const * name, char const * help ) {
-      std::string command = name;
-      auto * words = add( name, help, [ command ]( Tool & t ) { t.words( command ); } );
+   void addWords( std::string const & command, char const * help ) {
+      auto * words = add( command.c_str(), help, [ command ]( Tool & t ) { t.words( command ); } );
       words->add_option( "words", options.words,
                          "What exactly; arguments in order or as NAME=VALUE" )
             ->type_name( "WORDS" );
@@ -433,23 +426,26 @@ firstLine( std::string_view text ) {
 
 namespace {
 
-// What the agent's own commands take may be given as options, too: --port Ethernet1 is
-// port=Ethernet1 then.
-void
-nameArguments( std::vector< std::string > & all ) {
-   auto const isOneOf = []( std::string const & text,
-                            std::initializer_list< char const * > names ) {
-      return std::find( names.begin(), names.end(), text ) != names.end();
-   };
+bool
+isOneOf( std::string const & text, std::initializer_list< char const * > names ) {
+   return std::find( names.begin(), names.end(), text ) != names.end();
+}
+
+// The first word that is no option, or the value of one.
+std::vector< std::string >::iterator
+commandIn( std::vector< std::string > & all ) {
    auto word = all.begin();
    while( word != all.end() && word->starts_with( '-' ) ) {
       bool const hasValue = isOneOf( *word, { "--socket", "--timeout" } );
       word += std::min< std::ptrdiff_t >( hasValue ? 2 : 1, all.end() - word );
    }
-   if( word == all.end() ||
-       !isOneOf( *word, { "show", "sim", "logs", "verify", "types", "help" } ) ) {
-      return;
-   }
+   return word;
+}
+
+// What the agent's own commands take may be given as options, too: --port Ethernet1 is
+// port=Ethernet1 then.
+void
+nameArguments( std::vector< std::string > & all, std::vector< std::string >::iterator word ) {
    for( ; word != all.end(); ++word ) {
       if( !word->starts_with( "--" ) || word->size() == 2 ||
           isOneOf( word->substr( 0, word->find( '=' ) ),
@@ -467,7 +463,7 @@ nameArguments( std::vector< std::string > & all ) {
 
 // In `set PATH -5` the number is no option. It goes to the end, behind what ends the options.
 std::vector< std::string >
-argumentsOf( int argc, char const * const * argv ) {
+argumentsOf( int argc, char const * const * argv, CommandLine & commandLine ) {
    std::vector< std::string > all( argv + 1, argv + argc );
    for( auto const & word : all ) {
       // It would come to the agent as another one.
@@ -475,7 +471,10 @@ argumentsOf( int argc, char const * const * argv ) {
          throw CommandLineError( '"' + Kiv::excerpt( word ) + "\" is not UTF-8" );
       }
    }
-   nameArguments( all );
+   auto const command = commandIn( all );
+   if( command != all.end() && commandLine.isOfAgent( *command ) ) {
+      nameArguments( all, command );
+   }
    auto isNegative = []( std::string const & text ) {
       return text.size() > 1 && text[ 0 ] == '-' &&
              text.find_first_not_of( "0123456789.eE+-", 1 ) == std::string::npos && text != "--";
@@ -500,7 +499,7 @@ runTool( int argc, char const * const * argv, std::ostream & out, std::ostream &
    CommandLine commandLine( [ & ] { return Tool( line->options, out, err ); } );
    line = &commandLine;
    try {
-      commandLine.app.parse( argumentsOf( argc, argv ) );
+      commandLine.app.parse( argumentsOf( argc, argv, commandLine ) );
       return commandLine.status;
    } catch( CLI::ParseError const & error ) {
       if( error.get_exit_code() == 0 ) {

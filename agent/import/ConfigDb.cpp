@@ -2,34 +2,38 @@
 #include "agent/import/ConfigDb.h"
 
 #include "Kiv/Utf8.h"
-#include "agent/import/ConfigDbRow.h"
 
 #include <algorithm>
+#include <map>
 
 namespace Import {
 
 namespace {
 
 using Object = Kiv::Datum::Object;
+using Array = Kiv::Datum::Array;
 
-// A table of the file. Rows may stand in an object under its name, or by themselves under the
+constexpr std::size_t maxWhat = 2000;
+constexpr std::string_view opName = "OP";
+
+// A table of a file in which all rows hold at once. Rows may stand in an object under its name, or by themselves under the
 // table's name and theirs with a bar between.
-struct Table {
+struct FileTable {
    Kiv::String name;
    Kiv::Datum const * odd = nullptr; // what stands under its name where an object is expected
    std::vector< std::pair< Kiv::String, Kiv::Datum const * > > rows = {}; // key, fields
 };
 
 // In the order in which the file names them first.
-std::vector< Table >
+std::vector< FileTable >
 tablesOf( Object const & file ) {
-   std::vector< Table > tables;
+   std::vector< FileTable > tables;
    Kiv::HashMap< Kiv::String, std::size_t > places;
-   auto const tableOf = [ & ]( Kiv::String const & name ) -> Table & {
+   auto const tableOf = [ & ]( Kiv::String const & name ) -> FileTable & {
       auto const * place = places.find( name );
       if( !place ) {
          places.insertOrAssign( name, tables.size() );
-         return tables.emplace_back( Table{ name } );
+         return tables.emplace_back( FileTable{ name } );
       }
       return tables[ *place ];
    };
@@ -61,141 +65,253 @@ someOf( std::vector< Kiv::String > const & names, std::size_t most ) {
           ( names.size() > most ? " and " + Kiv::toText( names.size() - most ) + " more" : "" );
 }
 
-TableMapper const *
-mapperOf( std::string_view table ) {
-   auto const & mappers = tableMappers();
-   auto const found = std::ranges::find( mappers, table, &TableMapper::table );
-   return found == mappers.end() ? nullptr : &*found;
+// One element of a file of operations.
+struct Operation {
+   Kiv::String const & name; // of the row
+   Kiv::Datum const * fields;
+   Kiv::Datum const * op;
+};
+
+Operation
+partsOf( Kiv::Datum const & operation ) {
+   auto const * members = operation.as< Object >();
+   if( !members ) {
+      Kiv::wrongShape( operation, "an operation: an object of one row and OP is expected" );
+   }
+   Kiv::Datum const * op = operation.find( opName );
+   std::vector< Kiv::String > names;
+   Object::value_type const * row = nullptr;
+   for( auto const & member : *members ) {
+      if( &member.second != op ) {
+         names.push_back( Kiv::excerpt( member.first ) );
+         row = &member;
+      }
+   }
+   if( names.size() != 1 ) {
+      throw Kiv::ParseError( names.empty() ? "there is no row"
+                                           : "one operation is about one row; there are " +
+                                                   someOf( names, 5 ) );
+   }
+   if( !op ) {
+      throw Kiv::ParseError( "OP is missing, SET or DEL" );
+   }
+   return { row->first, &row->second, op };
 }
+
+bool
+isSet( Kiv::Datum const & op ) {
+   auto const * word = op.as< Kiv::String >();
+   bool const set = word && *word == "SET";
+   if( !set && !( word && *word == "DEL" ) ) {
+      Kiv::inPlace( opName, [ & ] { Kiv::wrongShape( op, "SET or DEL" ); } );
+   }
+   return set;
+}
+
+constexpr std::string_view noFeature = "no such feature here";
+constexpr std::string_view noAttribute = "no such attribute here: ";
 
 // One import while it is made.
 class Importer {
  public:
-   explicit Importer( ConfigDbTargets const & targets ) : model_( targets ) {}
+   Importer( Tables const & tables, Report & report ) : tables_( tables ), report_( report ) {}
 
-   ConfigDbImport run( std::vector< Table > const & tables ) {
-      for( auto const & mapper : tableMappers() ) {
-         auto const table = std::ranges::find( tables, mapper.table, &Table::name );
-         if( table != tables.end() ) {
-            importTable( mapper, *table );
+   void take( std::vector< FileTable > const & file ) {
+      for( auto const & table : tables_.all() ) {
+         auto const found = std::ranges::find( file, table.name, &FileTable::name );
+         if( found != file.end() ) {
+            takeTable( table, *found );
          }
       }
-      for( auto const & table : tables ) {
-         if( !mapperOf( table.name ) ) {
+      for( auto const & table : file ) {
+         if( !tables_.find( table.name ) ) {
             leaveTable( table );
          }
       }
-      return std::move( import_ );
+   }
+
+   void take( Array const & operations ) {
+      UnreadByTable unread;
+      for( std::size_t i = 0; i != operations.size(); ++i ) {
+         Line const line{ "operation", Key( Kiv::toText( i + 1 ), ' ' ) };
+         refusing( line, [ & ] { takeOperation( operations[ i ], unread ); } );
+      }
+      for( auto const & table : tables_.all() ) {
+         tellUnread( table.name, unread[ table.name ] );
+      }
    }
 
  private:
-   void line( LineKind kind, std::string_view table, Kiv::String const & key,
-              std::string_view what ) {
-      import_.report.push_back(
-            { kind, Kiv::String( table ), key, Kiv::excerpt( what, maxWhat ) } );
+   // What lines are about.
+   struct Line {
+      std::string_view table;
+      Key key = Key( {} );
+   };
+   // By field: how many of the rows taken have it.
+   using Unread = Kiv::HashMap< Kiv::String, std::size_t >;
+   using UnreadByTable = std::map< std::string_view, Unread >;
+
+   void line( LineKind kind, Line const & about, std::string_view what ) {
+      report_.lines.push_back( { kind, Kiv::String( about.table ), about.key.text(),
+                                 Kiv::excerpt( what, maxWhat ), about.key.separator() } );
    }
 
-   void importTable( TableMapper const & mapper, Table const & table ) {
-      if( table.odd ) {
-         line( refused, mapper.table, {},
-               Kiv::String( table.odd->shape() ) +
+   template< class Take >
+   void refusing( Line const & about, Take const & take ) {
+      try {
+         take();
+      } catch( Kiv::RangeException const & error ) {
+         line( refused, about, error.reason() );
+      } catch( Kiv::Exception const & error ) {
+         line( refused, about, error.what() );
+      }
+   }
+
+   void takeTable( Table const & table, FileTable const & file ) {
+      if( file.odd ) {
+         line( refused, { table.name },
+               Kiv::String( file.odd->shape() ) +
                      " is not a table: an object of rows is expected" );
       }
       Row::Taken taken;
       Unread unread;
-      for( auto const & [ key, fields ] : table.rows ) {
-         try {
-            importRow( mapper, key, *fields, taken, unread );
-         } catch( Kiv::ParseError const & error ) {
-            line( refused, mapper.table, key, error.what() );
-         } catch( Kiv::RangeException const & error ) {
-            line( refused, mapper.table, key, error.reason() );
-         }
+      for( auto const & [ name, fields ] : file.rows ) {
+         Line const about{ table.name, Key( name ) };
+         refusing( about, [ &, &content = *fields ] {
+            Row row( tables_, table.name, about.key, content );
+            row.takenIs( &taken );
+            takeRow( table, row, about, unread );
+            taken.insertOrAssign( row.identity(), about.key.text() );
+         } );
       }
+      tellUnread( table.name, unread );
+   }
+
+   void takeRow( Table const & table, Row & row, Line const & about, Unread & unread ) {
+      tables_.map( table, row );
+      auto const fields = row.unreadFields();
+      if( table.strict && !fields.empty() ) {
+         throw Kiv::ParseError( Kiv::String( noAttribute ) + someOf( fields, 5 ) );
+      }
+      row.apply();
+      line( imported, about, row.what() );
+      for( auto const & what : row.remarks() ) {
+         line( remark, about, what );
+      }
+      for( auto const & field : fields ) {
+         ++*unread.tryEmplace( field, std::size_t( 0 ) ).value;
+      }
+   }
+
+   void tellUnread( std::string_view table, Unread const & unread ) {
       std::vector< Kiv::String > fields;
       for( auto const & [ field, count ] : unread ) {
          fields.push_back( Kiv::excerpt( field ) + " (" + counted( count, "row" ) + ')' );
       }
       if( !fields.empty() ) {
-         line( notImported, mapper.table, {}, "no such attribute here: " + someOf( fields, 40 ) );
+         line( notImported, { table }, Kiv::String( noAttribute ) + someOf( fields, 40 ) );
       }
    }
 
-   // By field: how many of the rows taken have it.
-   using Unread = Kiv::HashMap< Kiv::String, std::size_t >;
-
-   void importRow( TableMapper const & mapper, Kiv::String const & key, Kiv::Datum const & fields,
-                   Row::Taken & taken, Unread & unread ) {
-      Row row( key, fields, taken );
-      mapper.map( row, model_ );
-      taken.insertOrAssign( row.identity(), key );
-      line( imported, mapper.table, key, row.operation().text );
-      for( auto const & what : row.remarks() ) {
-         line( remark, mapper.table, key, what );
-      }
-      import_.operations.push_back( row.operation() );
-      for( auto const & field : row.unreadFields() ) {
-         auto const * count = unread.find( field );
-         unread.insertOrAssign( field, ( count ? *count : 0 ) + 1 );
-      }
-   }
-
-   void leaveTable( Table const & table ) {
+   void leaveTable( FileTable const & table ) {
       if( table.odd ) {
-         line( notImported, table.name, {},
-               "no such feature here, and " + Kiv::String( table.odd->shape() ) +
+         line( notImported, { table.name },
+               Kiv::String( noFeature ) + ", and " + Kiv::String( table.odd->shape() ) +
                      " is not a table" );
       }
       for( auto const & [ key, fields ] : table.rows ) {
-         line( notImported, table.name, key, noFeature );
+         line( notImported, { table.name, Key( key ) }, noFeature );
       }
       if( !table.odd && table.rows.empty() ) {
-         line( notImported, table.name, {}, noFeature );
+         line( notImported, { table.name }, noFeature );
       }
    }
 
-   static constexpr std::size_t maxWhat = 2000;
-   static constexpr std::string_view noFeature = "no such feature here";
+   void takeOperation( Kiv::Datum const & operation, UnreadByTable & unread ) {
+      auto const [ name, fields, op ] = partsOf( operation );
+      auto const end = name.find_first_of( ":|" );
+      if( end == name.npos ) {
+         Kiv::parseFailed( name, "the name of a row: TABLE:key is expected" );
+      }
+      std::string_view const tableName = std::string_view( name ).substr( 0, end );
+      auto const * table = tableOf( tableName );
+      Line const about{ table ? table->name : tableName,
+                        Key( name.substr( end + 1 ), name[ end ] ) };
+      refusing( about, [ &, &content = *fields, &word = *op ] {
+         bool const set = isSet( word );
+         if( !table ) {
+            line( notImported, about, noFeature );
+            return;
+         }
+         Row row( tables_, table->name, about.key, content );
+         if( set ) {
+            takeRow( *table, row, about, unread[ table->name ] );
+         } else {
+            removeRow( *table, row, about );
+         }
+      } );
+   }
 
-   Model model_;
-   ConfigDbImport import_;
+   // The names of tables in files of operations may have an ending of their own.
+   Table const * tableOf( std::string_view name ) const {
+      constexpr std::string_view ending = "_TABLE";
+      auto const * table = tables_.find( name );
+      return table || !name.ends_with( ending )
+                   ? table
+                   : tables_.find( name.substr( 0, name.size() - ending.size() ) );
+   }
+
+   void removeRow( Table const & table, Row & row, Line const & about ) {
+      if( !table.del ) {
+         throw Kiv::ParseError( "rows of " + Kiv::String( table.name ) + " cannot be deleted" );
+      }
+      if( !tables_.has( table.name, about.key ) ) {
+         throw Kiv::ParseError( "there is none to delete" );
+      }
+      if( auto const user = tables_.referrer( table.name, about.key ); !user.empty() ) {
+         throw Kiv::ParseError( user + " refers to it, so it stays" );
+      }
+      tables_.del( table, row );
+      row.apply();
+      line( removed, about, row.what() );
+   }
+
+   Tables const & tables_;
+   Report & report_;
 };
 
 } // namespace
 
-void
-ConfigDbImport::apply() const {
-   for( auto const & operation : operations ) {
-      operation.apply();
+Report
+importConfiguration( Kiv::Datum const & file, Tables const & tables ) {
+   Report report;
+   Importer importer( tables, report );
+   if( auto const * operations = file.as< Array >() ) {
+      importer.take( *operations );
+      return report;
    }
-}
-
-std::size_t
-ConfigDbImport::count( LineKind kind ) const {
-   return static_cast< std::size_t >( std::ranges::count( report, kind, &ReportLine::kind ) );
-}
-
-ConfigDbImport
-importConfigDb( Kiv::Datum const & file, ConfigDbTargets const & targets ) {
    auto const * object = file.as< Object >();
    if( !object ) {
-      Kiv::wrongShape( file, "a configuration: an object of tables is expected" );
+      Kiv::wrongShape(
+            file, "a configuration: an object of tables, or a list of operations, is expected" );
    }
-   auto const tables = tablesOf( *object );
-   if( std::ranges::none_of( tables, mapperOf, &Table::name ) ) {
-      std::vector< Kiv::String > known, found;
-      for( auto const & mapper : tableMappers() ) {
-         known.emplace_back( mapper.table );
+   auto const found = tablesOf( *object );
+   if( std::ranges::none_of( found,
+                             [ & ]( auto const & table ) { return tables.find( table.name ); } ) ) {
+      std::vector< Kiv::String > known, there;
+      for( auto const & table : tables.all() ) {
+         known.emplace_back( table.name );
       }
-      for( auto const & table : tables ) {
-         found.push_back( Kiv::excerpt( table.name ) );
+      for( auto const & table : found ) {
+         there.push_back( Kiv::excerpt( table.name ) );
       }
       throw Kiv::ParseError(
             "not a configuration with a table that is known here: expected one of " +
             someOf( known, known.size() ) + "; there " +
-            ( found.empty() ? "is nothing" : "are " + someOf( found, 5 ) ) );
+            ( there.empty() ? "is nothing" : "are " + someOf( there, 5 ) ) );
    }
-   return Importer( targets ).run( tables );
+   importer.take( found );
+   return report;
 }
 
 } // namespace Import

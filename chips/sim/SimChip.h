@@ -34,6 +34,8 @@ class Chip : public Kiv::Entity {
    // The memory is then as it was.
    explicit Chip( Kiv::String const & chipName = "sim", Memory const & memory = {} );
 
+   // Whether it has begun empty.
+   bool isFresh() const { return memory_.isFresh(); }
    // Said when the chip has been described, before it is used: throws Glim::Error, in one line, if the
    // memory is that of a chip whose tables have other capacities.
    void checkCapacities();

@@ -27,6 +27,8 @@ class ChipMemory {
    // or the memory is damaged or of another version, and is not to begin cold.
    explicit ChipMemory( Memory const & memory );
 
+   // Whether nothing was there to go on with.
+   bool isFresh() const { return !forUnits_.whole; }
    // What to open the tables of the units with.
    Memory const & forUnits() const { return forUnits_; }
    // All tables are there now.

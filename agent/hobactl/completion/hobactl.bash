@@ -22,7 +22,6 @@ _hobactl() {
    read -ra words <<< "${COMP_LINE:0:COMP_POINT}"
    [[ ${COMP_LINE:0:COMP_POINT} == *[[:space:]] ]] && words+=( '' )
    cur=${words[-1]} prev=${words[-2]}
-   local commands='get set del list watch apply show logs verify sim types help trace'
    local options='--socket --json --timeout --help --version'
    local i command='' place=0 typed=() socket=()
    for (( i = 1; i < ${#words[@]} - 1; ++i )); do
@@ -48,16 +47,19 @@ _hobactl() {
       [[ $command == trace ]] && options+=' --handle --levels --text --last --follow --handles --enable --tree --export'
       _hobactl_words "$options"
    elif [[ -z $command ]]; then
-      _hobactl_words "$commands"
+      _hobactl_next ''
+      # Without an agent, what needs none.
+      [[ -n ${COMPREPLY[*]} ]] || _hobactl_words 'get set del list watch apply show help trace'
    else
       case $command:$place in
          get:0|set:0|del:0|list:0|watch:0) _hobactl_ask -- "${cur:-/}" ;;
          help:*) _hobactl_next "${typed[*]:1}" ;;
-         show:*|logs:*|verify:*|sim:*) _hobactl_next "${typed[*]}" ;;
          apply:0) compopt -o default 2>/dev/null; return ;;
+         trace:*) ;;
+         *) _hobactl_next "${typed[*]}" ;;
       esac
-      # The file of a capture, which the agent does not look for.
-      [[ "${typed[*]}" == 'sim pcap' && -z ${COMPREPLY[*]} ]] && compopt -o default 2>/dev/null
+      # A file, which the agent does not look for.
+      [[ "${typed[*]}" =~ ^(sim pcap|import)$ && -z ${COMPREPLY[*]} ]] && compopt -o default 2>/dev/null
    fi
    # More may follow without a blank.
    [[ ${#COMPREPLY[@]} == 1 && ${COMPREPLY[0]} == *[/=] ]] && compopt -o nospace 2>/dev/null

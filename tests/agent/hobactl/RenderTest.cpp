@@ -134,9 +134,8 @@ TEST( Tool, saysInOneLineWhatIsWrongWithACommandLine ) {
    // clang-format off
    for( auto const & row : std::initializer_list< Row >{
            { {}, 2, "hobactl: " },
-           { { "frob" }, 2, "hobactl: unknown command \"frob\"" },
-           { { "shwo", "mac", "x" }, 2,
-             "hobactl: unknown command \"shwo\"; did you mean \"show mac x\"?" },
+           { { "frob", "--socket", nobody }, 1,
+             "hobactl: /nonexistent/socket: no agent answers here" },
            { { "get", "--bogus" }, 2, "hobactl: " },
            { { "set", "/x" }, 2, "hobactl: value is required" },
            { { "get", "/x", "--timeout", "-1" }, 2, "hobactl: --timeout" },

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-
-// What people read of an import. Files may hold anything, and any number of anything: what is
-// printed of them is bounded, in length and in lines.
+#include "agent/import/Report.h"
 
 #include "Kiv/Utf8.h"
-#include "agent/import/ConfigDbRow.h"
 
 #include <algorithm>
+
+// Files may hold anything, and any number of anything: what is printed of them is bounded, in length
+// and in lines.
 
 namespace Import {
 
@@ -92,26 +92,33 @@ counted( std::size_t count, std::string_view one ) {
 
 Kiv::String
 ReportLine::row() const {
-   return Kiv::excerpt( table ) + ( key.empty() ? "" : "|" + Kiv::excerpt( key ) );
+   return Kiv::excerpt( table ) + ( key.empty() ? "" : separator + Kiv::excerpt( key ) );
+}
+
+std::size_t
+Report::count( LineKind kind ) const {
+   return static_cast< std::size_t >( std::ranges::count( lines, kind, &ReportLine::kind ) );
 }
 
 Kiv::String
-ConfigDbImport::summary() const {
-   auto const rowsLeft = std::ranges::count_if( report, []( ReportLine const & line ) {
+Report::summary() const {
+   auto const rowsLeft = std::ranges::count_if( lines, []( ReportLine const & line ) {
       return line.kind == notImported && !line.key.empty();
    } );
-   return counted( count( imported ), "row" ) + " imported, " + Kiv::toText( count( refused ) ) +
+   auto const gone = count( removed );
+   return counted( count( imported ), "row" ) + " imported, " +
+          ( gone ? Kiv::toText( gone ) + " removed, " : "" ) + Kiv::toText( count( refused ) ) +
           " refused, " + counted( count( remark ), "remark" ) + ", " + Kiv::toText( rowsLeft ) +
           " not imported";
 }
 
 std::vector< Kiv::String >
-ConfigDbImport::digest( std::string_view table ) const {
-   std::vector< Kiv::String > lines;
+Report::digest( std::string_view table ) const {
+   std::vector< Kiv::String > digest;
    for( auto kind : { notImported, remark, refused } ) {
-      addDigest( report, kind, table, lines );
+      addDigest( lines, kind, table, digest );
    }
-   return lines;
+   return digest;
 }
 
 } // namespace Import

@@ -1,12 +1,40 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Hoba/HobaCliCallback.h"
+#include "Hoba/HobaVerifySm.h"
 #include "agent/common/Json.h"
-#include "agent/features/FeatureCommands.h"
+#include "agent/features/Feature.h"
+#include "types/VerifyAgent.h"
+
+// Verification on request, of another agent or of an operator. The last feature: a request that waits
+// is served when all machines are there.
 
 namespace HobaAgent {
 
 using Kiv::Datum;
 using Kiv::String;
+
+class VerifyFeature : public Feature {
+ public:
+   explicit VerifyFeature( Board & board ) : Feature( board, "verification" ) {}
+
+   void mounts() override {
+      // A cookie asks for one pass: nothing to keep.
+      mount( "/verify/config", config_, Tessera::Access::writable );
+      mount( "/verify/status", status_, Tessera::Access::status );
+   }
+   void commands( Commands & commands ) override;
+   void start() override {
+      sm_.is( Hoba::VerifyAgentSm::VerifyAgentSmIs( context(), config_, status_ ) );
+      sm_->initializedIs( true );
+   }
+
+ private:
+   Kiv::Ptr< HobaTypes::VerifyAgentConfig > const config_ =
+         Kiv::make< HobaTypes::VerifyAgentConfig >( "config" );
+   Kiv::Ptr< HobaTypes::VerifyAgentStatus > const status_ =
+         Kiv::make< HobaTypes::VerifyAgentStatus >( "status" );
+   Machine< Hoba::VerifyAgentSm > sm_{ *this, "verifyAgent" };
+};
 
 namespace {
 
@@ -45,12 +73,14 @@ verify( std::uint32_t socket ) {
 } // namespace
 
 void
-addVerifyCommand( Commands & commands ) {
+VerifyFeature::commands( Commands & commands ) {
    commands.add( { .name = "verify",
                    .help = "Compares what the machines believe with what the hardware holds",
                    // One connection is like another to the machines, as long as it is not 0.
                    .handler = []( Request const & ) { return verify( 1 ); },
                    .isInput = true } );
 }
+
+HOBA_FEATURE( VerifyFeature );
 
 } // namespace HobaAgent

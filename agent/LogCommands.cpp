@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "agent/LogCommands.h"
 #include "Hoba/HobaHelper.h"
 #include "Hoba/HobaLog.h"
 #include "Kiv/ClockDriver.h"
-#include "agent/features/FeatureCommands.h"
 
 namespace HobaAgent {
 
@@ -24,8 +24,7 @@ emitted( std::size_t last ) {
    auto const skipped = entries.size() > last ? entries.size() - last : 0;
    for( std::size_t n = skipped; n != entries.size(); ++n ) {
       auto const & entry = entries[ n ];
-      table.row( { Hoba::doubleToDateTimeStr(
-                         Kiv::ClockDriver::ambient().wallTime( entry.time ) ),
+      table.row( { Hoba::doubleToDateTimeStr( Kiv::ClockDriver::ambient().wallTime( entry.time ) ),
                    severityText( entry.message->severity ), entry.message->name, entry.text } );
    }
    table.count( "message", skipped ? ", the last of " + std::to_string( entries.size() ) : "" );

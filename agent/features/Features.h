@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// All features of this agent, in their order, and the life of their machines. The rest of the agent
+// knows none of them.
+
+#include "agent/ImportCommands.h"
+#include "agent/features/Board.h"
+#include "agent/features/Restarts.h"
+
+#include <memory>
+
+namespace HobaAgent {
+
+class Feature;
+
+class Features {
+ public:
+   // Makes the features, mounts what they keep in the state database, and adds their commands. No
+   // machine is there yet.
+   Features( Tessera::Database & database, Commands & commands,
+             Kiv::Ptr< HobaSim::Chip > const & chip, Board::Restart restart );
+   // The machines go, then what is mounted.
+   ~Features();
+   Features( Features const & ) = delete;
+   Features & operator=( Features const & ) = delete;
+
+   // The configuration is complete: the machines begin. What the chip holds and nobody has asked for
+   // when all have, is swept. Throws what a feature throws: then no machine runs.
+   void start( RestartKind kind );
+   // The machines go; chip and state database stay.
+   void stop();
+
+   Board & board() { return board_; }
+   Restarts const & restarts() const { return restarts_; }
+   Imports & imports() { return imports_; }
+
+ private:
+   void addRestartCommands( Commands & commands );
+   void begin();
+   void settle();
+   // So much since it was last asked, upon which feature.
+   void wrote( char const * feature );
+
+   Board board_;
+   Restarts restarts_;
+   bool starting_ = false;
+   std::uint64_t writesSeen_ = 0; // by the chip, when last asked
+   std::vector< std::unique_ptr< Feature > > features_;
+   Imports imports_;
+};
+
+} // namespace HobaAgent

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "agent/features/Words.h"
+
+#include <cctype>
+#include <cstdio>
+
+namespace HobaAgent {
+
+using Kiv::String;
+
+Bridging::VlanIdOrNone
+vlanOf( Request const & request ) {
+   return Bridging::VlanIdOrNone(
+         request.has( "vlan" ) ? request.value< Bridging::VlanId >( "vlan" ).value() : 0 );
+}
+
+Pelt::EthIntfId
+portIdOf( Board const & board, Request const & request ) {
+   auto const intf = idOf< Pelt::EthIntfId >( request, "port" );
+   if( !board.feederConfig->portHas( intf ) ) {
+      throw Kiv::ParseError( Kiv::toText( intf ) + " is not a port of this switch" );
+   }
+   return intf;
+}
+
+Kiv::Ptr< Feeders::PortConfig >
+portOf( Board const & board, Request const & request ) {
+   return board.feederConfig->port( portIdOf( board, request ) );
+}
+
+Interface::LinkStatus
+linkStatusOf( Request const & request ) {
+   return request.oneOf< Interface::LinkStatus >(
+         "state", { { "up", Interface::linkUp }, { "down", Interface::linkDown } } );
+}
+
+Bridging::MacVlanPair
+hostOf( Request const & request ) {
+   return { request.value< Pelt::EthAddr >( "mac" ), request.value< Bridging::VlanId >( "vlan" ) };
+}
+
+String
+speedText( std::uint64_t kbps ) {
+   if( kbps == 0 ) {
+      return "unknown";
+   }
+   char text[ 40 ];
+   if( kbps >= 1'000'000 ) {
+      std::snprintf( text, sizeof text, "%g Gb/s", static_cast< double >( kbps ) / 1'000'000 );
+   } else {
+      std::snprintf( text, sizeof text, "%g Mb/s", static_cast< double >( kbps ) / 1'000 );
+   }
+   return text;
+}
+
+String
+spelled( String const & enumerator, std::string_view prefix ) {
+   String text;
+   for( char const c : enumerator.substr( enumerator.starts_with( prefix ) ? prefix.size() : 0 ) ) {
+      auto const lower = static_cast< char >( std::tolower( static_cast< unsigned char >( c ) ) );
+      text += ( lower != c && !text.empty() ? " " : "" );
+      text += lower;
+   }
+   return text;
+}
+
+String
+listText( std::vector< Pelt::IntfId > intfs ) {
+   std::sort( intfs.begin(), intfs.end() );
+   String text;
+   for( auto intf : intfs ) {
+      text += ( text.empty() ? "" : ", " ) + Kiv::toText( intf );
+   }
+   return text.empty() ? "-" : text;
+}
+
+} // namespace HobaAgent
