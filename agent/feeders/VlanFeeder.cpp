@@ -2,6 +2,7 @@
 #include "agent/feeders/VlanFeeder.h"
 
 #include "Hoba/HobaHook.h"
+#include "Hoba/HobaSlicedWalk.h"
 #include "Kiv/Reflect.h"
 #include "Zipline/Zipline.h"
 
@@ -19,6 +20,21 @@ using Bridging::VlanSet;
 using Helper = Hoba::VlanHelperBase;
 
 namespace {
+
+// Looking at a clock costs as much as a short review.
+constexpr unsigned reviewsBetweenLooks = 8;
+
+// Set while it lives.
+class Flag {
+ public:
+   explicit Flag( bool & flag ) : flag_( flag ) { flag_ = true; }
+   ~Flag() { flag_ = false; }
+   Flag( Flag const & ) = delete;
+   Flag & operator=( Flag const & ) = delete;
+
+ private:
+   bool & flag_;
+};
 
 template< class Key >
 std::vector< Key >
@@ -86,11 +102,6 @@ VlanFeeder::handleInitialized() {
       clock()->timeMinIs( Kiv::never );
       return;
    }
-   for( auto const & vlan : Kiv::keysOf( commonSmData()->vlanStatus() ) ) {
-      if( !vlanConfig( vlan ) ) {
-         commonSmData()->vlanStatusDel( vlan );
-      }
-   }
    listingDelAll();
    listed_.clear();
    accessPorts_.clear();
@@ -114,6 +125,9 @@ VlanFeeder::handleHelper() {
    refusedVlanDelAll();
    refusedIntfDelAll();
    tpidDelAll();
+   waitingDelAll();
+   leavingDelAll();
+   chipVlanIs( {} );
    activeVlanIs( {} );
    for( auto const & vlan : Kiv::keysOf( vlanConfig() ) ) {
       updateList( vlan );
@@ -131,12 +145,20 @@ VlanFeeder::handleHelper() {
    }
    std::sort( intfs.begin(), intfs.end() );
    intfs.erase( std::unique( intfs.begin(), intfs.end() ), intfs.end() );
-   for( auto const intf : intfs ) {
-      review( intf, true );
+   {
+      Flag const working( working_ );
+      for( auto const intf : intfs ) {
+         review( intf, true );
+      }
    }
-   // Only now: whoever was carried by one is not any more.
-   for( auto const & [ vlan, status ] : commonSmData()->vlanStatus() ) {
-      status->activeIs( activeVlan().has( vlan ) );
+   work();
+   // Only now: nobody is carried by those any more that went meanwhile.
+   for( auto const & vlan : Kiv::keysOf( commonSmData()->vlanStatus() ) ) {
+      if( auto const status = commonSmData()->vlanStatus( vlan ); status && vlanConfig( vlan ) ) {
+         status->activeIs( activeVlan().has( vlan ) );
+      } else {
+         commonSmData()->vlanStatusDel( vlan );
+      }
    }
 }
 
@@ -189,13 +211,19 @@ VlanFeeder::updateList( VlanId vlan ) {
 
 bool
 VlanFeeder::activate( VlanId vlan ) {
-   Kiv::String refusal;
-   if( !tell< &Helper::setVlan >( refusal, vlan, true ) ) {
-      refusedVlanIs( vlan, refusal );
-      awaitRetry();
-      return false;
+   if( !chipVlan().has( vlan ) ) {
+      Kiv::String refusal;
+      if( !tell< &Helper::setVlan >( refusal, vlan, true ) ) {
+         refusedVlanIs( vlan, refusal );
+         awaitRetry();
+         return false;
+      }
+      auto vlans = chipVlan();
+      vlans.insert( vlan );
+      chipVlanIs( vlans );
    }
    refusedVlanDel( vlan );
+   leavingDel( vlan );
    auto vlans = activeVlan();
    vlans.insert( vlan );
    activeVlanIs( vlans );
@@ -204,17 +232,28 @@ VlanFeeder::activate( VlanId vlan ) {
 }
 
 void
-VlanFeeder::deactivated( VlanId vlan ) {
+VlanFeeder::finish( VlanId vlan ) {
+   if( activeVlan().has( vlan ) ) {
+      return;
+   }
    if( auto const status = commonSmData()->vlanStatus( vlan ) ) {
       status->activeIs( false );
    }
-   Kiv::String refusal;
-   if( tell< &Helper::setVlan >( refusal, vlan, false ) ) {
-      refusedVlanDel( vlan );
-   } else {
-      refusedVlanIs( vlan, refusal );
-      awaitRetry();
+   if( !vlanConfig( vlan ) ) {
+      commonSmData()->vlanStatusDel( vlan );
    }
+   if( !chipVlan().has( vlan ) ) {
+      return refusedVlanDel( vlan );
+   }
+   Kiv::String refusal;
+   if( !tell< &Helper::setVlan >( refusal, vlan, false ) ) {
+      refusedVlanIs( vlan, refusal );
+      return awaitRetry();
+   }
+   refusedVlanDel( vlan );
+   auto vlans = chipVlan();
+   vlans.erase( vlan );
+   chipVlanIs( vlans );
 }
 
 void
@@ -224,38 +263,31 @@ VlanFeeder::handleVlan( VlanId const & changedVlan ) {
    auto const * asked = vlanAsked( vlan );
    bool const isWanted = asked && asked->active();
    bool const wasActive = activeVlan().has( vlan );
+   ZTRACE( 3, "VLAN ", vlan, isWanted ? " is wanted" : " is not wanted" );
    if( asked ) {
       commonSmData()->vlanStatusIs( vlan );
    }
-   if( isWanted && !wasActive && activate( vlan ) ) {
-      append( intfs, listed_, vlan );
-      append( intfs, accessPorts_, vlan );
-   }
-   if( !isWanted && wasActive ) {
+   if( !isWanted ) {
       auto vlans = activeVlan();
       vlans.erase( vlan );
       activeVlanIs( vlans );
+      leavingIs( vlan );
+   }
+   if( isWanted ? !wasActive && activate( vlan ) : wasActive ) {
       append( intfs, listed_, vlan );
       append( intfs, accessPorts_, vlan );
    }
-   ZTRACE( 3, "VLAN ", vlan, isWanted ? " is wanted" : " is not wanted" );
    for( auto const intf : intfs ) {
-      review( intf );
+      waitingIs( intf );
    }
-   // What the notifications of all that made of it counts.
-   if( !activeVlan().has( vlan ) && ( wasActive || ( !isWanted && refusedVlanHas( vlan ) ) ) ) {
-      deactivated( vlan );
-   }
-   if( !vlanConfig( vlan ) ) {
-      commonSmData()->vlanStatusDel( vlan );
-   }
+   work();
 }
 
 void
 VlanFeeder::handleMember( VlanId vlan, Pelt::IntfId intf ) {
    auto const * asked = vlanAsked( vlan );
    listIs( vlan, intf, asked && asked->memberHas( intf ) );
-   review( intf );
+   handleIntf( intf );
 }
 
 // ---- The interfaces
@@ -284,7 +316,8 @@ VlanFeeder::wanted( Pelt::IntfId intf ) const {
 
 void
 VlanFeeder::handleIntf( Pelt::IntfId const & intf ) {
-   review( intf );
+   waitingIs( intf );
+   work();
 }
 
 void
@@ -308,9 +341,10 @@ VlanFeeder::handleLag( Pelt::IntfId const & changedLag ) {
       lagPorts_.erase( lag );
    }
    for( auto const port : touched ) {
-      review( port );
+      waitingIs( port );
    }
-   review( lag );
+   waitingIs( lag );
+   work();
 }
 
 void
@@ -334,20 +368,32 @@ VlanFeeder::indexAccess( Pelt::IntfId intf ) {
 }
 
 void
-VlanFeeder::review( Pelt::IntfId intf, bool anew ) {
-   if( !underReview_.insert( intf ) ) {
-      again_.insert( intf );
+VlanFeeder::work() {
+   if( working_ ) {
       return;
    }
-   bring( intf, anew );
-   while( again_.erase( intf ) ) {
-      bring( intf, false );
+   Flag const working( working_ );
+   auto const end = clock()->now() + commonSmData()->yieldTimeSlice();
+   for( unsigned reviews = 0; !waiting().empty(); ++reviews ) {
+      if( kivMarkedForDeletion() ) {
+         return;
+      }
+      if( reviews && reviews % reviewsBetweenLooks == 0 && clock()->now() >= end ) {
+         Hoba::traceYield( "VlanFeeder", reviews );
+         return clock()->noLaterThan( clock()->now() );
+      }
+      auto const intf = *waiting().first();
+      waitingDel( intf );
+      review( intf );
    }
-   underReview_.erase( intf );
+   for( auto const vlan : Kiv::keysOf( leaving() ) ) {
+      leavingDel( vlan );
+      finish( vlan );
+   }
 }
 
 void
-VlanFeeder::bring( Pelt::IntfId intf, bool anew ) {
+VlanFeeder::review( Pelt::IntfId intf, bool anew ) {
    indexAccess( intf );
    Kiv::String refusal;
    auto const held = anew ? Hoba::IntfVlans() : membership_->intf( intf );
@@ -454,12 +500,23 @@ VlanFeeder::tell( Kiv::String & refusal, Subject const & subject, Args const &..
 
 void
 VlanFeeder::awaitRetry() {
-   clock()->noLaterThan( clock()->now() + retryDelay );
+   retryTime_ = std::min( retryTime_, clock()->now() + retryDelay );
+   clock()->noLaterThan( retryTime_ );
 }
 
 void
-VlanFeeder::handleRetry() {
-   retrying_ = true;
+VlanFeeder::handleTime() {
+   work();
+   if( retryTime_ <= clock()->now() ) {
+      retryTime_ = Kiv::never;
+      retry();
+   }
+   clock()->noLaterThan( retryTime_ );
+}
+
+void
+VlanFeeder::retry() {
+   Flag const retrying( retrying_ );
    for( auto const vlan : someOf( refusedVlan(), retriesAtOnce ) ) {
       handleVlan( vlan );
    }
@@ -468,9 +525,9 @@ VlanFeeder::handleRetry() {
       auto const reason = refusedIntf( intf );
       refusedIntfDel( intf );
       refusedIntfIs( intf, reason );
-      review( intf );
+      waitingIs( intf );
    }
-   retrying_ = false;
+   work();
    if( !refusedVlan().empty() || !refusedIntf().empty() ) {
       awaitRetry();
    }

@@ -16,7 +16,8 @@
 // exist waits until they do; it is told in any order.
 //
 // What changes at one interface touches that interface only; a VLAN that comes or goes touches those
-// that carry it. What stays wanted is never withdrawn. What the chip refuses is not published as
+// that carry it. Where these are very many they have their turn in slices (`waiting`), in the order in
+// which something changed, and the chip and the status lose a VLAN when nobody carries it any more. What stays wanted is never withdrawn. What the chip refuses is not published as
 // carried (nor as withdrawn, if that is what was refused), keeps nothing else out, and is tried again.
 
 #include "Hoba/HobaBaseSm.h"
@@ -33,12 +34,16 @@ Hoba::IntfVlans carriedVlans( Bridging::SwitchportMode mode, Bridging::VlanIdOrN
 
 class VlanFeeder : public Hoba::HobaBaseSm {
    HOBA_MACHINE( VlanFeeder );
-   // The VLANs that the operator lets take part, and the chip has.
+   // The VLANs that the chip has, and those of them that the operator lets take part.
+   KIV_ATTRIBUTE( Bridging::VlanSet, chipVlan );
    KIV_ATTRIBUTE( Bridging::VlanSet, activeVlan );
    // By port or LAG: the VLANs that list it.
    KIV_COLLECTION( Pelt::IntfId, Bridging::VlanSet, listing );
    // By port: what the chip was told of its TPIDs.
    KIV_COLLECTION( Pelt::IntfId, Hoba::HobaPortVlanTpidData, tpid );
+   // Interfaces about which something changed, and VLANs that go when these are done.
+   KIV_SET( Pelt::IntfId, waiting );
+   KIV_SET( Bridging::VlanId, leaving );
    // What the chip refused last, and why.
    KIV_COLLECTION( Bridging::VlanId, Kiv::String, refusedVlan );
    KIV_COLLECTION( Pelt::IntfId, Kiv::String, refusedIntf );
@@ -72,7 +77,7 @@ class VlanFeeder : public Hoba::HobaBaseSm {
    void handleLag( Pelt::IntfId const & lag );
    // Another helper, that is to be told everything.
    void handleHelper();
-   void handleRetry();
+   void handleTime();
 
    VlanConfig const * vlanAsked( Bridging::VlanId vlan ) const;
    void listIs( Bridging::VlanId vlan, Pelt::IntfId intf, bool listed );
@@ -80,8 +85,9 @@ class VlanFeeder : public Hoba::HobaBaseSm {
    Intfs updateList( Bridging::VlanId vlan );
    // The VLAN is active now: the chip has it, and it has a status that says so.
    bool activate( Bridging::VlanId vlan );
-   // No interface carries it any more: the chip need not have it.
-   void deactivated( Bridging::VlanId vlan );
+   // No interface carries it any more: it goes from the chip, and from the status if it is gone
+   // altogether.
+   void finish( Bridging::VlanId vlan );
 
    bool exists( Pelt::IntfId intf ) const;
    bool standsForItself( Pelt::IntfId intf ) const;
@@ -89,10 +95,12 @@ class VlanFeeder : public Hoba::HobaBaseSm {
    // The access port is found when its VLAN comes or goes.
    void indexAccess( Pelt::IntfId intf );
 
+   // Those that wait have their turn, until the time slice is used up.
+   void work();
+   void retry();
    // Brings chip and status of the interface in line with what is wanted, when the chip holds what is
    // published; or (`anew`) when nobody knows what it holds.
    void review( Pelt::IntfId intf, bool anew = false );
-   void bring( Pelt::IntfId intf, bool anew );
    // Tells the chip, and returns what it has then.
    Hoba::IntfVlans tellVlans( Pelt::IntfId intf, Hoba::IntfVlans const & held, bool nativeUnsure,
                               Kiv::String & refusal );
@@ -134,7 +142,7 @@ class VlanFeeder : public Hoba::HobaBaseSm {
                                               &VlanFeeder::handleIntf > > {};
    KIV_REACTOR( KivLagInputConfig, lagInputConfig );
 
-   class KivClock : public Kiv::ClockReactor< VlanFeeder, &VlanFeeder::handleRetry > {};
+   class KivClock : public Kiv::ClockReactor< VlanFeeder, &VlanFeeder::handleTime > {};
    KIV_REACTOR( KivClock, clock );
 
    class KivBogusAcsd
@@ -157,9 +165,9 @@ class VlanFeeder : public Hoba::HobaBaseSm {
    // By LAG: its configured ports, and the way back.
    Kiv::HashMap< Pelt::IntfId, Intfs > lagPorts_;
    Kiv::HashMap< Pelt::IntfId, Pelt::IntfId > lagOf_;
-   // Under review; and those of them about which something changed meanwhile.
-   Kiv::HashSet< Pelt::IntfId > underReview_;
-   Kiv::HashSet< Pelt::IntfId > again_;
+   // Some interface has its turn: what its notifications change waits.
+   bool working_ = false;
+   Kiv::Seconds retryTime_ = Kiv::never;
    bool retrying_ = false;
 };
 

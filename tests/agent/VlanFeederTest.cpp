@@ -237,8 +237,8 @@ class VlanFeederTest : public testing::TestWithParam< unsigned > {
    std::mt19937 random{ GetParam() };
    std::vector< VlanId > const allVlans{ VlanId( 1 ), VlanId( 2 ), VlanId( 3 ), VlanId( 7 ),
                                          VlanId( 4094 ) };
-   std::vector< Intf > const allIntfs{ eth( 1 ), eth( 2 ), eth( 3 ), eth( 4 ),
-                                       eth( 5 ), lag( 1 ), lag( 2 ) };
+   std::vector< Intf > allIntfs{ eth( 1 ), eth( 2 ), eth( 3 ), eth( 4 ),
+                                 eth( 5 ), lag( 1 ), lag( 2 ) };
    std::map< Intf, Hoba::HobaPortVlanTpidData > tpidsAsked;
 
    Kiv::Ptr< Feeders::Config > const config = Kiv::make< Feeders::Config >();
@@ -293,6 +293,27 @@ TEST_P( VlanFeederTest, aRestartWithAnotherConfiguration ) {
    unit->sweep();
    check( "after the restart" );
    EXPECT_EQ( unit->writes() - writes + unit->swept(), differences( held, chipRows() ) );
+}
+
+// Many interfaces have their turn in slices, while things go on changing.
+TEST_P( VlanFeederTest, inSlices ) {
+   for( unsigned number = 6; number != 60; ++number ) {
+      allIntfs.push_back( eth( number ) );
+      config->portIs( eth( number ) );
+   }
+   data->yieldTimeSliceIs( 0 );
+   for( unsigned n = 0; n != 40; ++n ) {
+      config->vlan( VlanId( 1 ) ) ? config->vlanDel( VlanId( 1 ) )
+                                  : void( replaceVlan( VlanId( 1 ) ) );
+      EXPECT_FALSE( vlans->waiting().empty() );
+      step();
+      if( pick( 2 ) ) {
+         driver.advance( 0 );
+      }
+   }
+   EXPECT_TRUE( driver.runUntilIdle( 10 ) );
+   EXPECT_TRUE( vlans->waiting().empty() && vlans->leaving().empty() );
+   check( "in the end" );
 }
 
 // A chip that refuses is asked again, and none of it counts as carried meanwhile.

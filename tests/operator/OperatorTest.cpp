@@ -114,7 +114,9 @@ TEST_F( OperatorTest, whatTheChipReportsIsAppliedAndCounted ) {
    auto const capture =
          captureOf( { "\2hosta", "\2hostb", "\3group", "\2hosta", std::string( "\2cutof" ) } );
    auto const name = folder.file( "cut.pcap", capture.substr( 0, capture.size() - 10 ) );
-   expectOneLine( ctl( "sim pcap " + name + " --port Ethernet1 --vlan 30" ), 1, "after 4 frames" );
+   ok( "set /feeders/config/vlan/30 {}" );
+   ok( "set /feeders/config/switchIntf/Ethernet1/nativeVlan 30" );
+   expectOneLine( ctl( "sim pcap " + name + " --port Ethernet1" ), 1, "after 4 frames" );
    EXPECT_TRUE( row( "show mac", "02:68:6f:73:74:61 30" ).starts_with( "Ethernet1 " ) );
    expectIn( ok( "show mac" ), { "2 stations\n", "1 of 4 frames (1 group source" } );
    // A flood is one wake-up; what is held waits.
@@ -373,7 +375,7 @@ TEST_F( OperatorTest, showsInItsOrderWhatWasImported ) {
    ok( "sim event learn Ethernet2 00:00:5e:00:53:02 30" );
    EXPECT_EQ( row( "show vlan", "4 active" ), "0 - -" );
    EXPECT_EQ( row( "show vlan 30", "30 active" ), "2 Ethernet2 Ethernet1, Port-Channel10" );
-   expectIn( ok( "show vlan" ), { "\n   4", "\n  30", "\n2 VLANs\n" } );
+   expectIn( ok( "show vlan" ), { "\n   1", "\n   4", "\n  30", "\n3 VLANs\n" } );
    // Stations behind a member are behind its LAG, and found by either; by address, too.
    for( auto const * words : { "show mac port=Ethernet10", "show mac port=Port-Channel10",
                                "show mac mac=00:00:5e:00:53:01" } ) {
