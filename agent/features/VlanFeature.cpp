@@ -19,7 +19,6 @@ class VlanFeature : public Feature {
  public:
    explicit VlanFeature( Board & board ) : Feature( board, "VLANs" ) {}
 
-   void commands( Commands & commands ) override;
    void importers( Import::Tables & tables ) override;
 };
 
