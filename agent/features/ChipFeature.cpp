@@ -35,11 +35,14 @@ ChipFeature::playCapture( Request const & request ) {
       return "playing; get /sim/chip/capture tells how far it is";
    }
    auto const & mac = *chip().mac();
-   auto const learnt = mac.learnt(), moved = mac.moved(), hits = mac.hits();
+   auto const learnt = mac.count( HobaSim::macLearnt ), moved = mac.count( HobaSim::macMoved ),
+              hits = mac.count( HobaSim::macHits );
    auto const frames = capture.playAll( request.text( "file" ), port, vlan );
-   return Kiv::toText( frames ) + " frames: " + Kiv::toText( mac.learnt() - learnt ) +
-          " stations learnt, " + Kiv::toText( mac.moved() - moved ) + " moved, " +
-          Kiv::toText( mac.hits() - hits ) + " frames from known ones";
+   return Kiv::toText( frames ) +
+          " frames: " + Kiv::toText( mac.count( HobaSim::macLearnt ) - learnt ) +
+          " stations learnt, " + Kiv::toText( mac.count( HobaSim::macMoved ) - moved ) +
+          " moved, " + Kiv::toText( mac.count( HobaSim::macHits ) - hits ) +
+          " frames from known ones";
 }
 
 Datum

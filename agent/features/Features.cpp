@@ -13,14 +13,21 @@ namespace HobaAgent {
 using Kiv::String;
 
 // The order of creation and of start: first who feeds the context, then who works with it.
+// clang-format off
 constexpr std::unique_ptr< Feature > ( *featureMakers[] )( Board & ) = {
-      makeFeature< class ChipFeature >,     makeFeature< class PortsFeature >,
-      makeFeature< class LagFeature >,      makeFeature< class VlanFeature >,
-      makeFeature< class ContextFeature >,  makeFeature< class EventsFeature >,
-      makeFeature< class MacFeature >,      makeFeature< class ParityFeature >,
-      makeFeature< class NonAgingFeature >, makeFeature< class StormControlFeature >,
+      makeFeature< class ChipFeature >,
+      makeFeature< class PortsFeature >,
+      makeFeature< class LagFeature >,
+      makeFeature< class VlanFeature >,
+      makeFeature< class ContextFeature >,
+      makeFeature< class EventsFeature >,
+      makeFeature< class MacFeature >,
+      makeFeature< class ParityFeature >,
+      makeFeature< class NonAgingFeature >,
+      makeFeature< class StormControlFeature >,
       makeFeature< class VerifyFeature >,
 };
+// clang-format on
 
 Features::Features( Tessera::Database & database, Commands & commands,
                     Kiv::Ptr< HobaSim::Chip > const & chip, Board::Restart restart )

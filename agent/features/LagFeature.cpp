@@ -3,6 +3,7 @@
 #include "agent/features/Words.h"
 #include "agent/feeders/LagFeeder.h"
 #include "agent/import/AdminStatus.h"
+#include "chips/sim/SimMachines.h"
 
 // LAGs and who is in them.
 
@@ -27,6 +28,7 @@ class LagFeature : public Feature {
    Datum put( Request const & request );
 
    Machine< Feeders::LagFeeder > feeder_{ *this, "lagFeeder" };
+   Machine< HobaSim::ChipLagSm > chipSm_{ *this, "chipLag" };
 };
 
 void
@@ -34,6 +36,8 @@ LagFeature::start() {
    feeder_.is( Feeders::LagFeeder::LagFeederIs(
          context(), board().feederConfig, board().lagInputConfig, board().ethPhyIntfStatusDir ) );
    feeder_->initializedIs( true );
+   chipSm_.is( HobaSim::ChipLagSm::ChipLagSmIs( context(), board().chip->trunk() ) );
+   chipSm_->initializedIs( true );
 }
 
 Datum

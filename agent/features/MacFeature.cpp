@@ -86,14 +86,18 @@ MacFeature::show( Request const & request ) const {
       table.note( Kiv::toText( wanted.intf ) + " is an active member of " +
                   Kiv::toText( wanted.lag ) );
    }
-   if( auto const refused = chip.groupSourceRefused() + chip.zeroSourceRefused() +
-                            chip.badVlanRefused() + chip.runts() + chip.tableFull() ) {
-      table.note(
-            "not learnt from: " + Kiv::toText( refused ) + " of " + Kiv::toText( chip.frames() ) +
-            " frames (" + Kiv::toText( chip.groupSourceRefused() ) + " group source, " +
-            Kiv::toText( chip.zeroSourceRefused() ) + " zero source, " +
-            Kiv::toText( chip.badVlanRefused() ) + " bad VLAN, " + Kiv::toText( chip.runts() ) +
-            " too short, " + Kiv::toText( chip.tableFull() ) + " table full)" );
+   if( auto const refused = chip.count( HobaSim::macGroupSourceRefused ) +
+                            chip.count( HobaSim::macZeroSourceRefused ) +
+                            chip.count( HobaSim::macBadVlanRefused ) +
+                            chip.count( HobaSim::macRunts ) +
+                            chip.count( HobaSim::macTableFull ) ) {
+      table.note( "not learnt from: " + Kiv::toText( refused ) + " of " +
+                  Kiv::toText( chip.count( HobaSim::macFrames ) ) + " frames (" +
+                  Kiv::toText( chip.count( HobaSim::macGroupSourceRefused ) ) + " group source, " +
+                  Kiv::toText( chip.count( HobaSim::macZeroSourceRefused ) ) + " zero source, " +
+                  Kiv::toText( chip.count( HobaSim::macBadVlanRefused ) ) + " bad VLAN, " +
+                  Kiv::toText( chip.count( HobaSim::macRunts ) ) + " too short, " +
+                  Kiv::toText( chip.count( HobaSim::macTableFull ) ) + " table full)" );
    }
    return table.take();
 }

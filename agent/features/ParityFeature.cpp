@@ -61,8 +61,9 @@ ParityFeature::show( Request const & ) const {
               Hoba::doubleToDateTimeStr( Kiv::ClockDriver::ambient().wallTime( event.time ) ) } );
    }
    table.note( Kiv::toText( context()->parityEvent().size() ) + " not corrected; since the start " +
-               Kiv::toText( unit().entriesCorrected() ) + " corrected one by one, " +
-               Kiv::toText( unit().entriesReset() ) + " by a reset" );
+               Kiv::toText( unit().count( HobaSim::parityCountCorrected ) ) +
+               " corrected one by one, " +
+               Kiv::toText( unit().count( HobaSim::parityCountReset ) ) + " by a reset" );
    return table.take();
 }
 

@@ -124,8 +124,7 @@ stateText( Board const & board, Pelt::IntfId intf, LevelState state ) {
 String
 chipText( Board const & board, Pelt::IntfId intf, LevelType levelType ) {
    auto const limitOf = [ & ]( Pelt::IntfId port ) {
-      auto const held = board.chip->stormControl()->port( port );
-      return limitText( held ? held->limit( levelType ) : HobaSim::StormLimit{} );
+      return limitText( board.chip->stormControl()->limit( { port, levelType } ) );
    };
    if( !Hoba::isPortChannel( intf ) ) {
       return limitOf( intf );
@@ -249,7 +248,7 @@ StormControlFeature::drop( Request const & request ) {
 Datum
 StormControlFeature::forget( Request const & request ) {
    auto const port = portIdOf( board(), request );
-   unit().portDel( port );
+   unit().forget( port );
    return {};
 }
 

@@ -4,7 +4,7 @@
 // What the simulated chip reports to the library, which applies it from the clock of its event machine.
 
 #include "Hoba/HobaEvent.h"
-#include "Kiv/Entity.h"
+#include "chips/sim/SimTable.h"
 
 namespace HobaSim {
 
@@ -15,16 +15,17 @@ Hoba::HobaEvent::PortType portTypeOf( Pelt::IntfId intf );
 
 // The way of all events of ports and stations. Each of these checks what it is given, and reports it
 // if the chip may. For the stations that the chip learns by itself see SimMac.h.
-class EventUnit : public Kiv::Entity {
-   KIV_ENTITY( HobaSim::EventUnit );
+class EventUnit : public Unit {
+   KIV_ENTITY( HobaSim::EventUnit, HobaSim::Unit );
    // Whether the library has asked for events: until then the chip keeps what it finds to itself.
    KIV_ATTRIBUTE( bool, reporting, false );
    // By port: how its link is, and how its last autonegotiation ended, as the chip found it last.
-   KIV_COLLECTION( Pelt::IntfId, Hoba::HobaEvent, link );
-   KIV_COLLECTION( Pelt::IntfId, Hoba::HobaEvent, autoneg );
+   SIM_STATE( Pelt::IntfId, Hoba::HobaEvent, link );
+   SIM_STATE( Pelt::IntfId, Hoba::HobaEvent, autoneg );
 
  public:
-   explicit EventUnit( Kiv::String const & unitName = {} ) : Entity( unitName ) {}
+   explicit EventUnit( Kiv::String const & unitName = {}, Memory const & memory = {} )
+         : Unit( unitName, memory ) {}
 
    // The link of an Ethernet port is `linkStatus` now; `faultType` says where it is broken.
    // Throws Kiv::ParseError for an interface that is no Ethernet port.

@@ -10,18 +10,24 @@ namespace HobaSim {
 using Bridging::MacVlanPair;
 using Hoba::HobaEvent;
 
+MacUnit::MacUnit( Kiv::String const & unitName, Kiv::Ptr< EventUnit > const & events,
+                  Kiv::Ptr< TrunkUnit > const & trunk, Memory const & memory )
+      : Unit( unitName, memory ), events_( events ), trunk_( trunk ) {
+   hostTable()->capacityIs( 131072 );
+}
+
 Learning
 MacUnit::learn( Pelt::IntfId port, Pelt::EthAddr addr, Bridging::VlanId vlanId ) {
    portTypeOf( port );
    if( addr.isMulticast() ) {
-      groupSourceRefusedInc( 1 );
+      countInc( macGroupSourceRefused );
       return learnGroup;
    }
    if( addr.isZero() ) {
-      zeroSourceRefusedInc( 1 );
+      countInc( macZeroSourceRefused );
       return learnZero;
    }
-   auto const lag = lagOfPort_ ? lagOfPort_( port ) : Pelt::IntfId();
+   auto const lag = trunk_->lag( port );
    return learnHost( lag ? lag : port, MacVlanPair( addr, vlanId ) );
 }
 
@@ -29,19 +35,14 @@ Learning
 MacUnit::learnHost( Pelt::IntfId intf, MacVlanPair station ) {
    auto const known = host( station );
    if( known == intf ) {
-      hitsInc( 1 );
+      countInc( macHits );
       return learnHit;
    }
-   if( !known && host().size() >= capacity() ) {
-      tableFullInc( 1 );
+   if( !hostIs( station, intf ) ) {
+      countInc( macTableFull );
       return learnFull;
    }
-   if( known ) {
-      movedInc( 1 );
-   } else {
-      learntInc( 1 );
-   }
-   hostIs( station, intf );
+   countInc( known ? macMoved : macLearnt );
    events_->stationEvent( HobaEvent::eventTypeMacAddressLearned, station, intf );
    return known ? learnMove : learnNew;
 }
@@ -50,14 +51,14 @@ Learning
 MacUnit::frame( Pelt::IntfId port, Bridging::VlanId portVlan,
                 std::span< std::uint8_t const > bytes ) {
    portTypeOf( port );
-   framesInc( 1 );
+   countInc( macFrames );
    auto const header = readFrameHeader( bytes );
    switch( header.fault ) {
    case frameRunt:
-      runtsInc( 1 );
+      countInc( macRunts );
       return learnRunt;
    case frameReservedVlan:
-      badVlanRefusedInc( 1 );
+      countInc( macBadVlanRefused );
       return learnBadVlan;
    default:
       break;
@@ -73,7 +74,7 @@ MacUnit::age( MacVlanPair station ) {
       Kiv::parseFailed( Kiv::toText( station ), "a host in the table of the chip" );
    }
    hostDel( station );
-   agedInc( 1 );
+   countInc( macAged );
    events_->stationEvent( HobaEvent::eventTypeMacAddressAged, station, intf );
 }
 

@@ -5,12 +5,10 @@
 // and reports what it learnt, once it may.
 
 #include "Bridging/MacVlanPair.h"
-#include "Kiv/Entity.h"
 #include "Pelt/IntfId.h"
 #include "chips/sim/SimEvents.h"
 #include "chips/sim/SimFrame.h"
-
-#include <functional>
+#include "chips/sim/SimTrunk.h"
 
 namespace HobaSim {
 
@@ -25,34 +23,26 @@ KIV_ENUM( Learning, std::uint8_t,
           learnBadVlan, // refused: the frame is tagged with 4095
           learnRunt );  // the frame ends before its header does
 
-class MacUnit : public Kiv::Entity {
-   KIV_ENTITY( HobaSim::MacUnit );
-   // How many hosts there is room for. Lowering it removes none.
-   KIV_ATTRIBUTE( std::uint32_t, capacity, 131072 );
-   // The port, LAG or VXLAN interface behind which the chip saw the host last.
-   KIV_COLLECTION( Bridging::MacVlanPair, Pelt::IntfId, host );
+// What the L2 table counts.
+KIV_ENUM( MacCount, std::uint8_t, macFrames = 0 KIV_SHOWN( "frames" ),
+          macLearnt KIV_SHOWN( "learnt" ), macMoved KIV_SHOWN( "moved" ),
+          macHits KIV_SHOWN( "hits" ), macGroupSourceRefused KIV_SHOWN( "groupSourceRefused" ),
+          macZeroSourceRefused KIV_SHOWN( "zeroSourceRefused" ),
+          macBadVlanRefused KIV_SHOWN( "badVlanRefused" ), macRunts KIV_SHOWN( "runts" ),
+          macTableFull KIV_SHOWN( "tableFull" ), macAged KIV_SHOWN( "aged" ) );
+
+class MacUnit : public Unit {
+   KIV_ENTITY( HobaSim::MacUnit, HobaSim::Unit );
+   // The port, LAG or VXLAN interface behind which the chip saw the host last. There is room for 131072
+   // unless the table is told otherwise.
+   SIM_STATE( Bridging::MacVlanPair, Pelt::IntfId, host );
    // How often each of these happened.
-   KIV_COUNTER( std::uint64_t, frames );
-   KIV_COUNTER( std::uint64_t, learnt );
-   KIV_COUNTER( std::uint64_t, moved );
-   KIV_COUNTER( std::uint64_t, hits );
-   KIV_COUNTER( std::uint64_t, groupSourceRefused );
-   KIV_COUNTER( std::uint64_t, zeroSourceRefused );
-   KIV_COUNTER( std::uint64_t, badVlanRefused );
-   KIV_COUNTER( std::uint64_t, runts );
-   KIV_COUNTER( std::uint64_t, tableFull );
-   KIV_COUNTER( std::uint64_t, aged );
+   SIM_STATE( MacCount, std::uint64_t, count );
 
  public:
-   // Says of a port which LAG it is an active member of; the empty id for none.
-   using LagOfPort = std::function< Pelt::IntfId( Pelt::IntfId port ) >;
-
-   // Reports by `events`.
-   MacUnit( Kiv::String const & unitName, Kiv::Ptr< EventUnit > const & events )
-         : Entity( unitName ), events_( events ) {}
-
-   // Without one no port is in a LAG.
-   void lagOfPortIs( LagOfPort lagOfPort ) { lagOfPort_ = std::move( lagOfPort ); }
+   // Reports by `events`; `trunk` knows the LAGs.
+   MacUnit( Kiv::String const & unitName, Kiv::Ptr< EventUnit > const & events,
+            Kiv::Ptr< TrunkUnit > const & trunk, Memory const & memory = {} );
 
    // A frame from `addr` came in on `port`, in the VLAN. Hosts behind a member of a LAG are behind
    // the LAG. Throws Kiv::ParseError, and counts nothing, for a port as portTypeOf() (SimEvents.h).
@@ -67,14 +57,16 @@ class MacUnit : public Kiv::Entity {
    // station that is not in the table.
    void age( Bridging::MacVlanPair station );
 
-   // Reports all hosts, in the order in which they were learnt.
+   // Reports all hosts, in the order of addresses and VLANs.
    void reportHosts();
 
  private:
    Learning learnHost( Pelt::IntfId intf, Bridging::MacVlanPair station );
 
+   void countInc( MacCount what ) { countIs( what, count( what ) + 1 ); }
+
    Kiv::Ptr< EventUnit > const events_;
-   LagOfPort lagOfPort_;
+   Kiv::Ptr< TrunkUnit > const trunk_;
 };
 
 } // namespace HobaSim

@@ -5,6 +5,7 @@
 #include "Kiv/Reflect.h"
 
 KIV_DEFINE( HobaSim::ChipEventQueueSm );
+KIV_DEFINE( HobaSim::ChipLagSm );
 KIV_DEFINE( HobaSim::ChipParityHelperSm );
 
 namespace HobaSim {
@@ -15,6 +16,31 @@ ChipEventQueueSm::ChipEventQueueSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & c
                                     Kiv::Ptr< Chip > const & chip )
       : EventQueueSm( commonSmData, queue, portStatusDir ), chip_( chip ) {}
 
+ChipLagSm::ChipLagSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
+                      Kiv::Ptr< TrunkUnit > const & unit )
+      : HobaBaseSm( commonSmData ), unit_( unit ) {
+   portToLagIs( commonSmData );
+}
+
+void
+ChipLagSm::handleInitialized() {
+   if( initialized() ) {
+      unit_->beginPass();
+      reactorsInitialize();
+   } else {
+      reactorsUninitialize();
+   }
+}
+
+void
+ChipLagSm::handlePortToLag( Pelt::IntfId const & port ) {
+   if( auto const lag = commonSmData()->portToLag( port ) ) {
+      unit_->lagMustProgram( port, lag );
+   } else {
+      unit_->lagMustClear( port );
+   }
+}
+
 ChipParityHelperSm::ChipParityHelperSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
                                         Kiv::Ptr< ParityUnit > const & unit )
       : HobaParityEventHelperSm( commonSmData ), unit_( unit ) {
@@ -24,13 +50,9 @@ ChipParityHelperSm::ChipParityHelperSm( Kiv::Ptr< Hoba::HobaCommonSmData > const
 void
 ChipParityHelperSm::hwInit() {
    auto const done = clock()->now() + unit_->correctionTime();
-   for( auto const & [ name, entry ] : unit_->slices()->entry() ) {
-      if( auto const slice = Kiv::dynamicCast< Hoba::ParityEventStatus >( entry ) ) {
-         for( auto const & [ key, event ] : slice->parityEvent() ) {
-            if( !dueHas( key ) ) {
-               dueIs( key, done );
-            }
-         }
+   for( auto const & [ entry, fault ] : unit_->error() ) {
+      if( !dueHas( entry.key() ) ) {
+         dueIs( entry.key(), done );
       }
    }
    arm();

@@ -3,6 +3,8 @@
 
 // The machines of the library that have hardware hooks, with those of the simulated chip.
 
+#include "Hoba/HobaBaseSm.h"
+#include "Hoba/HobaCommon.h"
 #include "Hoba/HobaEventQueueSm.h"
 #include "Hoba/HobaParityEventHelperSm.h"
 #include "Kiv/ClockReactor.h"
@@ -27,6 +29,29 @@ class ChipEventQueueSm : public Hoba::EventQueueSm {
 
  private:
    Kiv::Ptr< Chip > const chip_;
+};
+
+// Tells the chip which ports make up a LAG.
+class ChipLagSm : public Hoba::HobaBaseSm {
+   HOBA_MACHINE( ChipLagSm );
+
+ public:
+   void handleInitialized() override;
+
+ protected:
+   // Watches the context, and tells `unit`.
+   ChipLagSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
+              Kiv::Ptr< TrunkUnit > const & unit );
+
+ private:
+   void handlePortToLag( Pelt::IntfId const & port );
+
+   class KivPortToLag : public Kiv::Hears< ChipLagSm, Hoba::HobaCommonSmData,
+                                           Kiv::OnceReady< Hoba::HobaCommonSmData::portToLagAttr,
+                                                           &ChipLagSm::handlePortToLag > > {};
+
+   Kiv::Ptr< TrunkUnit > const unit_;
+   KIV_REACTOR( KivPortToLag, portToLag );
 };
 
 // Corrects parity errors: an entry is written again when the chip has had time for it; what takes a

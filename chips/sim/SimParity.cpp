@@ -15,10 +15,48 @@ namespace HobaSim {
 using Hoba::ParityEvent;
 using Hoba::ParityEventStatus;
 
-ParityUnit::ParityUnit( Kiv::String const & unitName ) : Entity( unitName ) {
+namespace {
+
+// Keys print with colons between their parts, and the slice comes first.
+bool
+isSliceName( Kiv::String const & slice ) {
+   return slice.size() <= FixedText< 24 >::maxLength && slice.find( ':' ) == Kiv::String::npos;
+}
+
+} // namespace
+
+ParityUnit::ParityUnit( Kiv::String const & unitName, Memory const & memory )
+      : Unit( unitName, memory ) {
    slicesIs( "slices" );
    for( auto const * name : { "slice0", "slice1", "slice2", "slice3" } ) {
       sliceNameIs( name );
+   }
+   for( auto const & [ entry, fault ] : error() ) {
+      publish( entry ); // found when no agent was there
+   }
+}
+
+void
+ParityUnit::rowChanged( Kiv::AttributeId const & attribute, void const * key ) {
+   if( &attribute == &errorAttr ) {
+      publish( *static_cast< ParityEntry const * >( key ) );
+   }
+}
+
+void
+ParityUnit::publish( ParityEntry const & entry ) {
+   auto const key = entry.key();
+   if( !slices()->entryHas( key.slice ) && errorHas( entry ) ) {
+      slices()->entryIs( key.slice, Kiv::make< ParityEventStatus >( key.slice ) );
+   }
+   auto const found = Kiv::dynamicCast< ParityEventStatus >( slices()->entry( key.slice ) );
+   if( !found ) {
+      return; // none, or something else of that name, which stays
+   }
+   if( auto const fault = error().find( entry ) ) {
+      found->parityEventIs( { key, fault->time, static_cast< std::uint32_t >( fault->count ) } );
+   } else {
+      found->parityEventDel( key );
    }
 }
 
@@ -42,53 +80,62 @@ ParityUnit::raise( Kiv::String const & slice, Kiv::String const & memory, std::u
    if( !sliceNameHas( slice ) ) {
       Kiv::parseFailed( slice, "a slice of this chip: " + Kiv::toText( sliceName() ) );
    }
-   // Keys print with colons between their parts, and the slice comes first.
-   if( slice.find( ':' ) != Kiv::String::npos ) {
-      Kiv::parseFailed( slice, "the name of a slice: without colons" );
+   if( !isSliceName( slice ) ) {
+      Kiv::parseFailed( slice, "the name of a slice: at most 23 characters, without colons" );
    }
    if( memory.empty() ) {
       Kiv::parseFailed( memory, "the name of a memory" );
    }
-   auto found = status( slice );
-   if( !found ) {
-      found = Kiv::make< ParityEventStatus >( slice );
-      slices()->entryIs( slice, found );
-   }
+   status( slice );
    ParityEvent::Key const key{ slice, memory, index };
+   ParityEntry const entry( key );
    auto const now = Kiv::ClockDriver::ambient().now();
    ZTRACE( 3, "Parity error of ", key, ", ", severity );
    switch( severity ) {
    case Hoba::parityCorrectable:
-      correctableInc( 1 );
+      countInc( parityCountCorrectable );
       break;
    case Hoba::parityNeedsReset:
-      needsResetInc( 1 );
+      countInc( parityCountNeedsReset );
       break;
    default:
-      fatalInc( 1 );
+      countInc( parityCountFatal );
    }
-   found->parityEventIs( { key, now, found->parityEvent( key ).count + 1 } );
+   errorIs( entry, { now, error( entry ).count + 1 } );
    Hoba::newParityEventIs( { key, now, severity } );
+}
+
+void
+ParityUnit::raise( Kiv::String const & memory, std::uint32_t index ) {
+   for( auto const & slice : sliceName() ) {
+      if( isSliceName( slice ) ) {
+         return raise( slice, memory, index );
+      }
+   }
 }
 
 bool
 ParityUnit::corrected( ParityEvent::Key const & key ) {
-   auto const found = status( key.slice );
-   if( !found || !found->parityEventHas( key ) ) {
+   if( key.slice.size() > FixedText< 24 >::maxLength ||
+       key.memory.size() > FixedText< 32 >::maxLength || !errorHas( ParityEntry( key ) ) ) {
       return false;
    }
-   found->parityEventDel( key );
-   entriesCorrectedInc( 1 );
+   errorDel( ParityEntry( key ) );
+   countInc( parityCountCorrected );
    return true;
 }
 
 std::size_t
 ParityUnit::reset( Kiv::String const & slice ) {
-   auto const found = status( slice );
-   auto const errors = found ? found->parityEvent().size() : 0;
+   std::size_t errors = 0;
+   for( auto const & [ entry, fault ] : error() ) {
+      if( entry.slice.view() == slice ) {
+         errorDel( entry );
+         ++errors;
+      }
+   }
    if( errors ) {
-      found->parityEventDelAll();
-      entriesResetInc( errors );
+      countInc( parityCountReset, errors );
    }
    return errors;
 }

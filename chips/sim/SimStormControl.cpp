@@ -6,10 +6,10 @@
 #include "Zipline/Zipline.h"
 
 #include <algorithm>
+#include <map>
 
 ZIPLINE_HANDLE( SimStormControl );
 
-KIV_DEFINE( HobaSim::StormPort );
 KIV_DEFINE( HobaSim::StormUnit );
 KIV_DEFINE( HobaSim::StormControlHelper );
 
@@ -72,62 +72,32 @@ packetsLetThrough( StormLimit const & limit, std::uint64_t packets, std::uint32_
 
 } // namespace
 
-StormLimit const &
-StormPort::limit( LevelType levelType ) const {
-   switch( levelType ) {
-   case Hoba::levelTypeBroadcast:
-      return broadcast();
-   case Hoba::levelTypeMulticast:
-      return multicast();
-   case Hoba::levelTypeUUcast:
-      return uucast();
-   default:
-      return all();
+void
+StormKey::print( std::string & out ) const {
+   Kiv::print( out, intf );
+   out += ':';
+   bool const isLevel = levelType < Hoba::levelTypeMax;
+   out += isLevel ? levelName( static_cast< LevelType >( levelType ) ) : Kiv::toText( levelType );
+}
+
+StormKey
+StormKey::parse( std::string_view text ) {
+   auto const colon = text.rfind( ':' );
+   if( colon != text.npos ) {
+      for( auto const levelType : Hoba::allLevelTypes ) {
+         if( text.substr( colon + 1 ) == levelName( levelType ) ) {
+            return { Pelt::IntfId( text.substr( 0, colon ) ), levelType };
+         }
+      }
    }
+   Kiv::parseFailed( text, "an interface and a class of traffic: Ethernet1:broadcast, :multicast, "
+                           ":uucast or :all" );
 }
 
 void
-StormPort::limitIs( LevelType levelType, StormLimit const & limit ) {
-   switch( levelType ) {
-   case Hoba::levelTypeBroadcast:
-      return broadcastIs( limit );
-   case Hoba::levelTypeMulticast:
-      return multicastIs( limit );
-   case Hoba::levelTypeUUcast:
-      return uucastIs( limit );
-   default:
-      return allIs( limit );
-   }
-}
-
-std::uint64_t
-StormPort::drops( LevelType levelType ) const {
-   switch( levelType ) {
-   case Hoba::levelTypeBroadcast:
-      return broadcastDrop();
-   case Hoba::levelTypeMulticast:
-      return multicastDrop();
-   case Hoba::levelTypeUUcast:
-      return uucastDrop();
-   default:
-      return allDrop();
-   }
-}
-
-void
-StormPort::dropsInc( LevelType levelType, std::uint64_t packets ) {
-   switch( levelType ) {
-   case Hoba::levelTypeBroadcast:
-      broadcastDropInc( packets );
-      break;
-   case Hoba::levelTypeMulticast:
-      multicastDropInc( packets );
-      break;
-   case Hoba::levelTypeUUcast:
-      uucastDropInc( packets );
-      break;
-   default:
-      allDropInc( packets );
+StormUnit::forget( Pelt::IntfId intf ) {
+   for( auto const levelType : Hoba::allLevelTypes ) {
+      limitDel( { intf, levelType } );
    }
 }
 
@@ -151,29 +121,21 @@ StormUnit::inject( Pelt::IntfId intf, LevelType levelType, std::uint64_t packets
    if( !( seconds > 0 ) || bytes == 0 ) {
       throw Kiv::ParseError( "traffic needs a time and a packet size above 0" );
    }
-   auto const stormPort = port( intf );
-   if( !stormPort ) {
-      return 0; // nothing was ever limited there
-   }
-   auto const ofClass = packetsLetThrough( stormPort->limit( levelType ), packets, bytes, seconds );
-   auto const ofAll = packetsLetThrough( stormPort->all(), ofClass, bytes, seconds );
-   stormPort->dropsInc( levelType, packets - ofClass );
-   stormPort->dropsInc( Hoba::levelTypeAll, ofClass - ofAll );
-   return packets - ofAll;
-}
-
-void
-StormControlHelper::hwInit() {
-   unit_->portDelAll();
-   unit_->bcastSkipDelAll();
-   unit_->trafficClassDelAll();
-   unit_->burstTimeDelAll();
-   unit_->rulesInstalledIs( false );
+   auto const dropped = [ & ]( LevelType limitType, std::uint64_t arriving ) {
+      StormKey const key{ intf, limitType };
+      auto const excess = arriving - packetsLetThrough( limit( key ), arriving, bytes, seconds );
+      if( excess ) {
+         dropIs( key, drop( key ) + excess );
+      }
+      return excess;
+   };
+   auto const ofClass = dropped( levelType, packets );
+   return ofClass + dropped( Hoba::levelTypeAll, packets - ofClass );
 }
 
 void
 StormControlHelper::installRules() {
-   unit_->rulesInstalledIs( true );
+   unit_->ruleMustProgram( Name( StormUnit::classRules ), true );
 }
 
 void
@@ -181,17 +143,13 @@ StormControlHelper::setHwRate( LevelType levelType, Pelt::IntfId intf, Pelt::Int
                                std::uint32_t speedKbps, Threshold const & threshold ) {
    auto const limit = limitFor( threshold, speedKbps, parentIntf );
    ZTRACE( 4, intf, Hoba::levelText( levelType ), " limit is ", limit );
-   unit_->writesInc( 1 );
-   unit_->portIs( intf )->limitIs( levelType, limit );
+   StormKey const key{ intf, levelType };
+   limit.limited ? unit_->limitMustProgram( key, limit ) : unit_->limitMustClear( key );
 }
 
 void
 StormControlHelper::updateBcastSkipRule( Pelt::IntfId intf, bool skip ) {
-   if( skip ) {
-      unit_->bcastSkipIs( intf );
-   } else {
-      unit_->bcastSkipDel( intf );
-   }
+   skip ? unit_->bcastSkipMustProgram( intf, true ) : unit_->bcastSkipMustClear( intf );
 }
 
 void
@@ -202,29 +160,23 @@ StormControlHelper::programTcAggregateHwRate( std::uint32_t trafficClass,
       return;
    }
    auto const key = static_cast< std::uint16_t >( trafficClass );
-   unit_->writesInc( 1 );
-   if( threshold.isDefault() ) {
-      unit_->trafficClassDel( key );
-   } else {
-      unit_->trafficClassIs( key, threshold );
-   }
+   threshold.isDefault() ? unit_->trafficClassMustClear( key )
+                         : unit_->trafficClassMustProgram( key, threshold );
 }
 
 void
 StormControlHelper::setBurstTime( BurstConfig const & burstConfig ) {
-   if( burstConfig.burstTime() == 0 ) {
-      unit_->burstTimeDel( burstConfig.name() ); // its own
-   } else {
-      unit_->burstTimeIs( burstConfig.name(), burstConfig.burstTime() );
-   }
+   Name const name( burstConfig.name() );
+   burstConfig.burstTime() == 0 ? unit_->burstTimeMustClear( name ) // its own
+                                : unit_->burstTimeMustProgram( name, burstConfig.burstTime() );
 }
 
 Kiv::String
 StormControlHelper::verifyEnabled( Pelt::IntfId intf, bool enabled ) {
-   auto const port = unit_->port( intf );
-   bool const limited =
-         port && std::any_of( std::begin( Hoba::allLevelTypes ), std::end( Hoba::allLevelTypes ),
-                              [ & ]( LevelType type ) { return port->limit( type ).limited; } );
+   bool const limited = std::any_of( std::begin( Hoba::allLevelTypes ),
+                                     std::end( Hoba::allLevelTypes ), [ & ]( LevelType type ) {
+                                        return unit_->limit( { intf, type } ).limited;
+                                     } );
    if( limited == enabled ) {
       return enabled || !unit_->bcastSkipHas( intf ) ? "" : "no skip rule expected, one found";
    }
@@ -235,22 +187,21 @@ Kiv::String
 StormControlHelper::verifyPort( Pelt::IntfId intf, Pelt::IntfId parentIntf, std::uint32_t speedKbps,
                                 IntfConfig const & intfConfig ) {
    Kiv::String mismatches;
-   auto const port = unit_->port( intf );
    for( auto levelType : Hoba::allLevelTypes ) {
-      addItem( mismatches,
-               verifyLevel( port.get(), levelType, parentIntf, speedKbps, intfConfig ) );
+      addItem( mismatches, verifyLevel( { intf, levelType }, parentIntf, speedKbps, intfConfig ) );
    }
    addItem( mismatches, verifySkip( intf, parentIntf, speedKbps, intfConfig ) );
    return mismatches;
 }
 
 Kiv::String
-StormControlHelper::verifyLevel( StormPort const * port, LevelType levelType,
-                                 Pelt::IntfId parentIntf, std::uint32_t speedKbps,
-                                 IntfConfig const & intfConfig ) const {
-   auto const found = port ? port->limit( levelType ) : StormLimit{};
-   auto const decision = Hoba::decideLevelOnPort( Hoba::decideLevels( *this, &intfConfig ),
-                                                  levelType, port && port->all().limited );
+StormControlHelper::verifyLevel( StormKey const & key, Pelt::IntfId parentIntf,
+                                 std::uint32_t speedKbps, IntfConfig const & intfConfig ) const {
+   auto const levelType = static_cast< LevelType >( key.levelType );
+   auto const found = unit_->limit( key );
+   auto const decision =
+         Hoba::decideLevelOnPort( Hoba::decideLevels( *this, &intfConfig ), levelType,
+                                  unit_->limit( { key.intf, Hoba::levelTypeAll } ).limited );
    auto const expected = limitFor( decision.threshold, speedKbps, parentIntf );
    // Without a speed, or for a zero that was refused, nothing is programmed. What stood before stays,
    // of which the chip knows only that it is of the same configuration.
@@ -285,7 +236,7 @@ Kiv::String
 StormControlHelper::verifyAggregateTc( std::uint32_t trafficClass,
                                        AggregateTcConfig const & config ) {
    auto const key = static_cast< std::uint16_t >( trafficClass );
-   auto const & found = unit_->trafficClass( key );
+   auto const found = unit_->trafficClass( key );
    if( found == config.level() ) {
       return {};
    }
@@ -303,16 +254,18 @@ StormControlHelper::verifyPlatformStormControl( Config const & config, Status co
    }
    // What is configured has been compared already, item by item.
    Kiv::String const nobodys = ", which nobody configured";
-   for( auto const & [ intf, port ] : unit_->port() ) {
-      for( auto levelType : Hoba::allLevelTypes ) {
-         auto const & limit = port->limit( levelType );
-         if( limit.limited && !config.intfConfigHas( limit.parent ) ) {
-            addItem( mismatches, Kiv::toText( intf ) + ' ' + levelName( levelType ) + ": " +
-                                       limitText( limit ) + nobodys );
-         }
+   std::map< StormKey, StormLimit > orphans; // few, if any: sorted instead of all rows
+   unit_->limit().each( [ & ]( StormKey const & key, StormLimit const & limit ) {
+      if( limit.limited && !config.intfConfigHas( limit.parent ) ) {
+         orphans.emplace( key, limit );
       }
+   } );
+   for( auto const & [ key, limit ] : orphans ) {
+      addItem( mismatches, Kiv::toText( key.intf ) + ' ' +
+                                 levelName( static_cast< LevelType >( key.levelType ) ) + ": " +
+                                 limitText( limit ) + nobodys );
    }
-   for( auto intf : unit_->bcastSkip() ) {
+   for( auto const & [ intf, skips ] : unit_->bcastSkip() ) {
       if( !config.intfConfigHas( intf ) ) {
          addItem( mismatches, Kiv::toText( intf ) + ": a skip rule" + nobodys );
       }
@@ -324,32 +277,6 @@ StormControlHelper::verifyPlatformStormControl( Config const & config, Status co
       }
    }
    return mismatches;
-}
-
-std::uint64_t
-StormControlHelper::drops( Pelt::IntfId intf, LevelType levelType ) const {
-   auto const port = unit_->port( intf );
-   return port ? port->drops( levelType ) : 0;
-}
-
-std::uint64_t
-StormControlHelper::getUUcastDropCnt( Pelt::IntfId intf ) const {
-   return drops( intf, Hoba::levelTypeUUcast );
-}
-
-std::uint64_t
-StormControlHelper::getBcastDropCnt( Pelt::IntfId intf ) const {
-   return drops( intf, Hoba::levelTypeBroadcast );
-}
-
-std::uint64_t
-StormControlHelper::getMcastDropCnt( Pelt::IntfId intf ) const {
-   return drops( intf, Hoba::levelTypeMulticast );
-}
-
-std::uint64_t
-StormControlHelper::getAllDropCnt( Pelt::IntfId intf ) const {
-   return drops( intf, Hoba::levelTypeAll );
 }
 
 } // namespace HobaSim

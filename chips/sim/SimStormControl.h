@@ -5,6 +5,7 @@
 // spoilt, and the helper through which the library programs it.
 
 #include "Hoba/HobaStormControlSmHelper.h"
+#include "chips/sim/SimTable.h"
 
 namespace HobaSim {
 
@@ -19,30 +20,21 @@ struct StormLimit {
    KIV_FIELD( Pelt::IntfId, parent );
 };
 
-class StormPort : public Kiv::Entity {
-   KIV_ENTITY( HobaSim::StormPort );
-   KIV_ATTRIBUTE( StormLimit, broadcast );
-   KIV_ATTRIBUTE( StormLimit, multicast );
-   KIV_ATTRIBUTE( StormLimit, uucast );
-   KIV_ATTRIBUTE( StormLimit, all );
-   // Packets dropped so far.
-   KIV_COUNTER( std::uint64_t, broadcastDrop );
-   KIV_COUNTER( std::uint64_t, multicastDrop );
-   KIV_COUNTER( std::uint64_t, uucastDrop );
-   KIV_COUNTER( std::uint64_t, allDrop );
+// One class of traffic on one port. Prints as Ethernet1:broadcast.
+struct StormKey {
+   KIV_PLAIN_VALUE( HobaSim::StormKey );
+   KIV_FIELD( Pelt::IntfId, intf );
+   // A Hoba::LevelType; as wide as that, no byte of a key is unused.
+   KIV_FIELD( std::uint64_t, levelType, 0 );
 
- public:
-   explicit StormPort( Pelt::IntfId intf ) : Entity( Kiv::toText( intf ) ) {}
-
-   StormLimit const & limit( Hoba::LevelType levelType ) const;
-   void limitIs( Hoba::LevelType levelType, StormLimit const & limit );
-   std::uint64_t drops( Hoba::LevelType levelType ) const;
-   void dropsInc( Hoba::LevelType levelType, std::uint64_t packets );
+   void print( std::string & out ) const;
+   // Throws Kiv::ParseError.
+   static StormKey parse( std::string_view text );
 };
 
 // The part of the chip that limits storms.
-class StormUnit : public Kiv::Entity {
-   KIV_ENTITY( HobaSim::StormUnit );
+class StormUnit : public Unit {
+   KIV_ENTITY( HobaSim::StormUnit, HobaSim::Unit );
    // What this chip can do.
    KIV_ATTRIBUTE( bool, burst, true );
    KIV_ATTRIBUTE( bool, uucastLevel, true );
@@ -55,17 +47,26 @@ class StormUnit : public Kiv::Entity {
    KIV_ATTRIBUTE( bool, dynamicLogicalPorts, false );
    // It knows the traffic classes 0, 1, ... below this one.
    KIV_ATTRIBUTE( std::uint16_t, trafficClasses, 8 );
-   // What it holds.
-   KIV_ATTRIBUTE( bool, rulesInstalled, false );
-   KIV_CHILDREN( Pelt::IntfId, StormPort, port );
-   KIV_SET( Pelt::IntfId, bcastSkip );
-   KIV_COLLECTION( std::uint16_t, Bridging::StormControl::Threshold, trafficClass );
-   KIV_COLLECTION( Kiv::String, std::uint32_t, burstTime );
-   // How often it was written.
-   KIV_COUNTER( std::uint64_t, writes );
+   // What it was told. What has no row is not limited.
+   SIM_TABLE( StormKey, StormLimit, limit );
+   // Interfaces whose broadcast skips the multicast limit: true.
+   SIM_TABLE( Pelt::IntfId, bool, bcastSkip );
+   SIM_TABLE( std::uint16_t, Bridging::StormControl::Threshold, trafficClass );
+   SIM_TABLE( Name, std::uint32_t, burstTime );
+   // The rules that tell the classes of traffic apart are one, `classRules`.
+   SIM_TABLE( Name, bool, rule );
+   // Packets dropped so far.
+   SIM_STATE( StormKey, std::uint64_t, drop );
 
  public:
-   explicit StormUnit( Kiv::String const & unitName = {} ) : Entity( unitName ) {}
+   static constexpr std::string_view classRules = "trafficClasses";
+
+   explicit StormUnit( Kiv::String const & unitName = {}, Memory const & memory = {} )
+         : Unit( unitName, memory ) {}
+
+   bool rulesInstalled() const { return rule( Name( classRules ) ); }
+   // The limits of the port are gone, and nobody has taken them away.
+   void forget( Pelt::IntfId intf );
 
    // Throws Kiv::ParseError for a traffic class that the chip does not have.
    void checkTrafficClass( std::uint32_t number ) const;
@@ -83,7 +84,8 @@ class StormControlHelper : public Hoba::StormControlSmHelper {
  public:
    explicit StormControlHelper( Kiv::Ptr< StormUnit > const & unit ) : unit_( unit ) {}
 
-   void hwInit() override;
+   // Wipes nothing: what stands there, and is not asked for again, is for the owner of the chip to sweep.
+   void hwInit() override { unit_->beginPass(); }
    void installRules() override;
    void setHwRate( Hoba::LevelType levelType, Pelt::IntfId intf, Pelt::IntfId parentIntf,
                    std::uint32_t speedKbps, Threshold const & threshold ) override;
@@ -115,16 +117,22 @@ class StormControlHelper : public Hoba::StormControlSmHelper {
       return unit_->dynamicLogicalPorts();
    }
 
-   std::uint64_t getUUcastDropCnt( Pelt::IntfId intf ) const override;
-   std::uint64_t getBcastDropCnt( Pelt::IntfId intf ) const override;
-   std::uint64_t getMcastDropCnt( Pelt::IntfId intf ) const override;
-   std::uint64_t getAllDropCnt( Pelt::IntfId intf ) const override;
+   std::uint64_t getUUcastDropCnt( Pelt::IntfId intf ) const override {
+      return unit_->drop( { intf, Hoba::levelTypeUUcast } );
+   }
+   std::uint64_t getBcastDropCnt( Pelt::IntfId intf ) const override {
+      return unit_->drop( { intf, Hoba::levelTypeBroadcast } );
+   }
+   std::uint64_t getMcastDropCnt( Pelt::IntfId intf ) const override {
+      return unit_->drop( { intf, Hoba::levelTypeMulticast } );
+   }
+   std::uint64_t getAllDropCnt( Pelt::IntfId intf ) const override {
+      return unit_->drop( { intf, Hoba::levelTypeAll } );
+   }
 
  private:
-   std::uint64_t drops( Pelt::IntfId intf, Hoba::LevelType levelType ) const;
    // What is wrong with one level of a port, or with its skip rule; empty when nothing is.
-   Kiv::String verifyLevel( StormPort const * port, Hoba::LevelType levelType,
-                            Pelt::IntfId parentIntf, std::uint32_t speedKbps,
+   Kiv::String verifyLevel( StormKey const & key, Pelt::IntfId parentIntf, std::uint32_t speedKbps,
                             IntfConfig const & intfConfig ) const;
    Kiv::String verifySkip( Pelt::IntfId intf, Pelt::IntfId parentIntf, std::uint32_t speedKbps,
                            IntfConfig const & intfConfig ) const;

@@ -182,9 +182,11 @@ WriterLock::WriterLock( std::string const & table ) : path_( lockPathOf( table )
       }
       if( !lockWhole( fd.get() ) ) {
          auto const pid = writerPidOf( table );
-         throw Error( faultText(
-               table, "it has a writer already" +
-                            ( pid ? ", process " + std::to_string( pid ) : std::string() ) ) );
+         throw WriterThereError(
+               faultText( table, "it has a writer already" +
+                                       ( pid ? ", process " + std::to_string( pid )
+                                             : std::string() ) ),
+               pid );
       }
       // The file may have been removed between the two: then it is nobody's lock any more.
       struct stat there {};

@@ -301,7 +301,7 @@ TEST_F( StormControlSmTest, verificationFindsWhatDiffers ) {
    world.levelIs( po1, mc, percent( 100 ) );
    world.config->aggregateTcConfigIs( 3 )->levelIs( percent( 400 ) );
    world.start();
-   unit.port( et3 )->broadcastIs( {} );
+   unit.limitDel( { et3, bc } );
    EXPECT_EQ( world.mismatches(),
               Strings{ "{ \"storm control Ethernet3\" : \"broadcast: 100000 kbps of Ethernet3 "
                        "expected, no limit found\" }," } );
@@ -309,11 +309,11 @@ TEST_F( StormControlSmTest, verificationFindsWhatDiffers ) {
    EXPECT_EQ( world.mismatches(), Strings{} ) << "programming again repairs it";
 
    HobaSim::StormLimit const wrong{ true, 5, unitKbps, po1 };
-   unit.port( et1 )->multicastIs( wrong );
-   unit.port( et2 )->multicastIs( wrong );
-   unit.portIs( et4 )->allIs( wrong );
+   unit.limitIs( { et1, mc }, wrong );
+   unit.limitIs( { et2, mc }, wrong );
+   unit.limitIs( { et4, at }, wrong );
    unit.trafficClassDel( 3 );
-   unit.rulesInstalledIs( false );
+   unit.ruleDelAll();
    Strings const items = { "Ethernet1\" : \"multicast",
                            "Port-Channel1 Ethernet1\" : \"multicast",
                            "Port-Channel1 Ethernet2\" : \"",
@@ -330,11 +330,11 @@ TEST_F( StormControlSmTest, verificationFindsWhatDiffers ) {
 
    // The members of a LAG without configuration are clear.
    world.config->intfConfigDel( po1 );
-   unit.rulesInstalledIs( true );
+   unit.ruleIs( HobaSim::Name( HobaSim::StormUnit::classRules ), true );
    world.config->aggregateTcConfigDel( 3 );
-   unit.portDel( et4 );
+   unit.forget( et4 );
    EXPECT_EQ( world.mismatches(), Strings{} );
-   unit.portIs( et1 )->allIs( wrong );
+   unit.limitIs( { et1, at }, wrong );
    EXPECT_EQ( world.mismatches(),
               ( Strings{ "{ \"storm control Ethernet1\" : \"no limits expected, some found\" },",
                          "{ \"storm control platform\" : \"Ethernet1 all: 5 kbps of "

@@ -129,14 +129,12 @@ StormWorld::outcomeOf( HobaSim::StormUnit const & unit,
       ( ( text += Kiv::toText( parts ) + " " ), ... );
       lines.insert( text + "\n" );
    };
-   for( auto const & [ intf, port ] : unit.port() ) {
-      for( auto levelType : Hoba::allLevelTypes ) {
-         if( data->intfHas( intf ) && port->limit( levelType ).limited ) {
-            line( "chip", intf, levelType, port->limit( levelType ) );
-         }
+   for( auto const & [ key, limit ] : unit.limit() ) {
+      if( data->intfHas( key.intf ) ) {
+         line( "chip", key, limit );
       }
    }
-   for( auto const & intf : unit.bcastSkip() ) {
+   for( auto const & [ intf, skips ] : unit.bcastSkip() ) {
       if( Hoba::isPortChannel( intf ) || data->intfHas( intf ) ) {
          line( "skip", intf );
       }

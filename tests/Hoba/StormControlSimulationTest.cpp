@@ -152,9 +152,8 @@ class Observer {
 
    Holding held( IntfId intf ) const {
       Holding holding;
-      if( auto const entity = unit_.port( intf ) ) {
-         holding.limit = { entity->broadcast(), entity->multicast(), entity->uucast(),
-                           entity->all() };
+      for( auto levelType : Hoba::allLevelTypes ) {
+         holding.limit[ levelType ] = unit_.limit( { intf, levelType } );
       }
       holding.skips = unit_.bcastSkipHas( intf );
       return holding;
@@ -316,10 +315,10 @@ class Observer {
          }
       }
       EXPECT_EQ( mapOf( unit_.trafficClass() ), classes );
-      std::map< Kiv::String, std::uint32_t > bursts;
+      std::map< HobaSim::Name, std::uint32_t > bursts;
       for( auto const & [ burst, config ] : world_.config->burstConfig() ) {
          if( unit_.burst() && config->burstTime() != 0 ) {
-            bursts[ burst ] = config->burstTime();
+            bursts[ HobaSim::Name( burst ) ] = config->burstTime();
          }
       }
       EXPECT_EQ( mapOf( unit_.burstTime() ), bursts );
@@ -558,11 +557,8 @@ class Simulation {
          auto const ports = observer_.portsOf( intf );
          std::array< std::uint64_t, 4 > drops{};
          for( auto port : ports ) {
-            if( auto const entity = world.unit().port( port ) ) {
-               drops[ 0 ] += entity->broadcastDrop();
-               drops[ 1 ] += entity->multicastDrop();
-               drops[ 2 ] += entity->uucastDrop();
-               drops[ 3 ] += entity->allDrop();
+            for( auto levelType : Hoba::allLevelTypes ) {
+               drops[ levelType ] += world.unit().drop( { port, levelType } );
             }
          }
          // Of a port that is not there nothing is read.
@@ -597,7 +593,9 @@ class Simulation {
       now( "restart" );
       bool const whole = chance( 50 );
       whole ? void( world.sm = nullptr ) : world.sm->initializedIs( false );
-      for( unsigned n = pick( 5 ); n != 0; --n ) {
+      auto const changes = pick( 5 );
+      auto const writes = world.chip->writes();
+      for( unsigned n = changes; n != 0; --n ) {
          whole ? world.levelIs( oneOf( ports_ ), at, threshold() )
                : world.config->intfConfigDel( oneOf( ports_ ) );
       }
@@ -605,6 +603,11 @@ class Simulation {
          world.create();
       }
       world.sm->initializedIs( true );
+      // What stands beside a zero that was refused follows from what stood there before.
+      if( changes == 0 && world.unit().zeroRate() ) {
+         EXPECT_EQ( world.chip->writes(), writes ) << "the chip held all of it";
+      }
+      world.chip->sweep();
       observer_.forget();
    }
 

@@ -122,7 +122,7 @@ TEST_F( SimCaptureTest, refusesWhatIsNoCaptureOfEthernet ) {
    for( double speed : { 0.0, -1.0, 1e-9, 1e9, std::numeric_limits< double >::quiet_NaN() } ) {
       EXPECT_THROW( replay.start( sound, et1, VlanId( 1 ), speed ), Kiv::ParseError );
    }
-   EXPECT_FALSE( replay.running() || replay.file() != "" || mac.frames() ) << "nothing was begun";
+   EXPECT_FALSE( replay.running() || replay.file() != "" || mac.count( macFrames ) ) << "nothing was begun";
 }
 
 // Cut off anywhere: what is whole before the cut is played, and only a cut between two records is
@@ -137,9 +137,9 @@ TEST_F( SimCaptureTest, cutOffAnywhere ) {
          bool const headed = length >= header.size();
          auto const whole = headed ? ( length - header.size() ) / packet.size() : 0;
          bool const between = headed && ( length - header.size() ) % packet.size() == 0;
-         auto const before = mac.frames();
+         auto const before = mac.count( macFrames );
          auto const error = errorIn( all.substr( 0, length ) );
-         EXPECT_EQ( mac.frames() - before, whole ) << length;
+         EXPECT_EQ( mac.count( macFrames ) - before, whole ) << length;
          EXPECT_EQ( error.empty(), between ) << length << error;
          if( headed && !between ) {
             auto const text = "ended after " + Kiv::toText( whole ) +
@@ -199,23 +199,45 @@ TEST_F( SimCaptureTest, playsAtThePaceOfTheCapture ) {
    replay.stop();
    EXPECT_TRUE( driver.timers() == 0 && !replay.running() );
    EXPECT_EQ( replay.error(), "stopped after 4 frames" );
-   EXPECT_EQ( mac.moved(), 1u );
+   EXPECT_EQ( mac.count( macMoved ), 1u );
    EXPECT_EQ( playAll( file ), 6u );
 }
+
+// Does something when a frame has come in.
+class FrameWatcher : public Hoba::HobaBaseSm {
+ public:
+   KIV_TYPE( FrameWatcher );
+   std::function< void( std::uint64_t frames ) > then;
+
+ protected:
+   explicit FrameWatcher( Kiv::Ptr< MacUnit > const & unit ) : HobaBaseSm( nullptr ) {
+      unitIs( unit );
+   }
+
+ private:
+   void handleCount( MacCount const & what ) {
+      if( what == macFrames ) {
+         then( unit()->notifier()->count( what ) );
+      }
+   }
+   class KivUnit
+         : public Kiv::Hears< FrameWatcher, MacUnit const,
+                              Kiv::OnChange< MacUnit::countAttr, &FrameWatcher::handleCount > > {};
+   KIV_REACTOR( KivUnit, unit );
+};
 
 // Stops the replay in the middle of a frame, and lets go of the chip.
 TEST_F( SimCaptureTest, goesAwayWhileItPlays ) {
    auto const file = write( pcapHeader() + record( 1, 0, first ) + record( 1, 0, second ) );
-   unsigned learnt = 0;
-   mac.lagOfPortIs( [ & ]( Pelt::IntfId ) {
-      if( ++learnt == 1 ) {
+   auto const watcher = Hoba::smIs< FrameWatcher >( chip->mac() );
+   watcher->then = [ & ]( std::uint64_t frames ) {
+      if( frames == 1 ) {
          replay.stop();
          replay.start( file, et2, VlanId( 10 ), 1 );
-      } else if( learnt == 2 ) {
+      } else if( frames == 2 ) {
          chip = nullptr;
       }
-      return Pelt::IntfId();
-   } );
+   };
    replay.start( file, et1, VlanId( 10 ), 1 );
    EXPECT_TRUE( driver.runUntilIdle( 10 ) );
    EXPECT_EQ( events().size(), 3u ) << "one of the first play, and a turn of the second";

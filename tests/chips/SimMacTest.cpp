@@ -73,7 +73,9 @@ TEST_F( SimMacTest, learnsMovesAndAges ) {
 
    // Behind a member of a LAG is behind the LAG.
    context->portToLagIs( et2, po7 );
-   mac.lagOfPortIs( [ this ]( Pelt::IntfId port ) { return context->portToLag( port ); } );
+   auto machine = ChipLagSm::ChipLagSmIs( context, chip->trunk() );
+   machine->initializedIs( true );
+   machine = nullptr; // the chip knows it without an agent
    EXPECT_EQ( ( Learnings{ learn( et2, 1 ), learn( po7, 1 ) } ),
               ( Learnings{ learnMove, learnHit } ) );
    mac.age( pair( 1, 10 ) );
@@ -83,12 +85,13 @@ TEST_F( SimMacTest, learnsMovesAndAges ) {
    EXPECT_THROW( mac.age( pair( 1, 10 ) ), Kiv::ParseError );
    EXPECT_THROW( learn( Pelt::IntfId( "Ethernet1.5" ), 2 ), Kiv::ParseError );
    EXPECT_EQ( events(), Texts{} );
-   EXPECT_EQ( ( Counts{ mac.host().size(), mac.learnt(), mac.moved(), mac.hits(), mac.aged() } ),
+   EXPECT_EQ( ( Counts{ mac.host().size(), mac.count( macLearnt ), mac.count( macMoved ),
+                        mac.count( macHits ), mac.count( macAged ) } ),
               ( Counts{ 1, 2, 2, 2, 1 } ) );
 }
 
 TEST_F( SimMacTest, refusesWhatIsNoStationAndWhatHasNoRoom ) {
-   mac.capacityIs( 1 );
+   mac.hostTable()->capacityIs( 1 );
    VlanId const vlan( 10 );
    EXPECT_EQ( ( Learnings{ learn( et1, 1 ), learn( et1, 2 ), learn( et2, 1 ),
                            mac.learn( et1, Pelt::EthAddr::broadcast(), vlan ),
@@ -101,12 +104,13 @@ TEST_F( SimMacTest, refusesWhatIsNoStationAndWhatHasNoRoom ) {
    EXPECT_EQ( mac.frame( et1, VlanId( 1 ), std::span( bytes ).first( 17 ) ), learnRunt );
    bytes[ 12 ] = 0x08;
    EXPECT_EQ( mac.frame( et1, VlanId( 77 ), bytes ), learnFull );
-   mac.capacityIs( 2 );
+   mac.hostTable()->capacityIs( 2 );
    EXPECT_EQ( mac.frame( et1, VlanId( 77 ), bytes ), learnNew );
    EXPECT_EQ( events().size(), 3u );
    EXPECT_TRUE( mac.hostHas( { Pelt::EthAddr( 0x020202020202 ), VlanId( 77 ) } ) );
-   EXPECT_EQ( ( Counts{ mac.frames(), mac.tableFull(), mac.groupSourceRefused(),
-                        mac.zeroSourceRefused(), mac.badVlanRefused(), mac.runts() } ),
+   EXPECT_EQ( ( Counts{ mac.count( macFrames ), mac.count( macTableFull ),
+                        mac.count( macGroupSourceRefused ), mac.count( macZeroSourceRefused ),
+                        mac.count( macBadVlanRefused ), mac.count( macRunts ) } ),
               ( Counts{ 4, 2, 2, 1, 1, 1 } ) );
 }
 
@@ -168,7 +172,7 @@ TEST_F( SimMacTest, reportsWhatItHoldsOnceItMay ) {
    helper->hwInit();
    driver.advance( parity.correctionTime() );
    EXPECT_EQ( parity.status( "slice0" )->parityEvent().size(), 0u );
-   EXPECT_EQ( parity.entriesCorrected(), 1u );
+   EXPECT_EQ( parity.count( parityCountCorrected ), 1u );
 }
 
 TEST_F( SimMacTest, parityErrors ) {
@@ -186,6 +190,7 @@ TEST_F( SimMacTest, parityErrors ) {
    parity.sliceNameIs( "other" );
    EXPECT_THROW( parity.raise( "a:b", "L2", 1 ), Kiv::ParseError );
    EXPECT_THROW( parity.raise( "slice0", "", 1 ), Kiv::ParseError );
+   EXPECT_THROW( parity.raise( "slice0", Kiv::String( 32, 'x' ), 1 ), Kiv::ParseError );
    parity.slices()->entryIs( "other", Kiv::make< Kiv::Dir >( "other" ) );
    EXPECT_THROW( parity.raise( "other", "L2", 1 ), Kiv::ParseError );
    EXPECT_EQ( Hoba::parityEventsWithoutMachine() - before, 4u );
@@ -195,7 +200,8 @@ TEST_F( SimMacTest, parityErrors ) {
    EXPECT_EQ( parity.reset( "slice0" ), 1u );
    EXPECT_EQ( parity.reset( "slice2" ), 0u );
    EXPECT_EQ( parity.status( "slice1" )->parityEvent().size(), 1u );
-   EXPECT_EQ( ( Counts{ parity.correctable(), parity.needsReset(), parity.fatal() } ),
+   EXPECT_EQ( ( Counts{ parity.count( parityCountCorrectable ),
+                        parity.count( parityCountNeedsReset ), parity.count( parityCountFatal ) } ),
               ( Counts{ 2, 1, 1 } ) );
 }
 

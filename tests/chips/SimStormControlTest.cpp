@@ -66,8 +66,15 @@ TEST_F( SimStormControlTest, dropsWhatExceedsTheLimits ) {
       EXPECT_THROW( unit.inject( et1, levelTypeBroadcast, 1, 64, seconds ), Kiv::ParseError );
    }
    helper->hwInit();
-   EXPECT_EQ( drops(), ( std::array< std::uint64_t, 4 >{} ) );
+   EXPECT_GT( unit.inject( et1, levelTypeBroadcast, 1'000'000, 125, 1 ), 0u ) << "wipes nothing";
+   limitIs( levelTypeMulticast, { meteringPps, 0, 300, unitPps } );
+   EXPECT_EQ( unit.writes(), 3u ) << "the chip held that";
+   unit.sweep();
    EXPECT_EQ( unit.inject( et1, levelTypeBroadcast, 1'000'000, 125, 1 ), 0u );
+   EXPECT_EQ( unit.swept(), 2u ) << "what nobody asked for again";
+   chip->reset();
+   EXPECT_EQ( drops(), ( std::array< std::uint64_t, 4 >{} ) );
+   EXPECT_TRUE( unit.limit().empty() );
 }
 
 TEST_F( SimStormControlTest, verifiesPorts ) {

@@ -195,7 +195,7 @@ TEST_F( OperatorTest, tracesTellWhy ) {
    ok( "trace --tree on" );
    ok( "set ~/Ethernet1/broadcast/level 300" );
    expectIn( ok( "trace --tree" ), { "input", "IntfConfig(Ethernet1).broadcast", "handler", "hook",
-                                     "setHwRate", "HobaSim::StormPort(Ethernet1)", "programmed" } );
+                                     "setHwRate", "HobaSim::StormUnit(stormControl).limit[Ethernet1:broadcast]", "programmed" } );
    auto const why = folder.path + "/why.json";
    ok( "trace --export " + why );
    auto const exported = HobaAgent::parseJson( contentOf( why ) );
