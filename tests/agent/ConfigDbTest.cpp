@@ -497,6 +497,8 @@ TEST_F( ConfigDbTest, strictTablesAndLists ) {
       EXPECT_TRUE( refusal.empty() || refused[ 0 ].starts_with( "GROUP|a: " + refusal ) )
             << refused[ 0 ];
    }
+   EXPECT_EQ( lines( importText( R"({ "GROUP|a": {}, "GROUP": { "a": {} } })" ), Import::refused ),
+              Lines{ "GROUP|a: a is in this table already, as a" } );
    // Mistakes of whoever adds tables.
    using HobaTests::errorOf;
    auto const add = [ & ]( char const * name ) {
