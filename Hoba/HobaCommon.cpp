@@ -47,6 +47,7 @@ HobaCommonSmData::cleanup() {
       verifier->kivDoZombieReactors( true );
    }
    verifyDataDel();
+   vlanHelperIs( nullptr );
 }
 
 void

@@ -127,8 +127,9 @@ class HobaCommonSmData : public Kiv::Entity {
    // The context is complete: makes the verification entities and their machine, and sets
    // `initialized` last.
    virtual void handleInitialized();
-   // Lets go of the verification machine, which holds this context. The owner says it last of all,
-   // before it drops its own pointer; also in the middle of a pass, which then ends without a result.
+   // Lets go of the verification machine and of the VLAN helper, which may hold this context. The
+   // owner says it last of all, before it drops its own pointer; also in the middle of a pass, which
+   // then ends without a result.
    void cleanup();
 
    virtual void handleMlagPeerLinkPort( Pelt::IntfId ) {}

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/features/Feature.h"
+#include "agent/features/VlanCommands.h"
 #include "agent/features/Words.h"
 #include "agent/import/AdminStatus.h"
+#include "chips/sim/SimChip.h"
 
 // VLANs: which there are, and who carries them.
 
@@ -19,8 +21,36 @@ class VlanFeature : public Feature {
  public:
    explicit VlanFeature( Board & board ) : Feature( board, "VLANs" ) {}
 
+   void mounts() override {
+      mount( "/hoba/portVlanMembership", membership_, Tessera::Access::status );
+   }
+   void commands( Commands & commands ) override {
+      addShow( commands, *this, "show vlan", "VLANs and the interfaces that carry them",
+               vlanArguments(), &VlanFeature::show );
+   }
    void importers( Import::Tables & tables ) override;
+   void start() override;
+
+ private:
+   Datum show( Request const & request ) const {
+      return showVlans( { *context(), *board().feederConfig, *membership_, *feeder_,
+                          board().find< HobaTypes::MacTable >().get() },
+                        request );
+   }
+
+   Kiv::Ptr< Hoba::PortVlanMembership > const membership_ =
+         Kiv::make< Hoba::PortVlanMembership >( "portVlanMembership" );
+   Machine< Feeders::VlanFeeder > feeder_{ *this, "vlanFeeder" };
 };
+
+void
+VlanFeature::start() {
+   context()->vlanHelperIs(
+         Kiv::make< HobaSim::VlanHelper >( board().chip->vlan(), context(), membership_ ) );
+   feeder_.is( Feeders::VlanFeeder::VlanFeederIs( context(), board().feederConfig,
+                                                  board().lagInputConfig, membership_ ) );
+   feeder_->initializedIs( true );
+}
 
 // ---- Imported configurations
 

@@ -5,7 +5,6 @@
 #include "Kiv/DispatchRecorder.h"
 #include "Kiv/Reflect.h"
 #include "Zipline/Zipline.h"
-#include "chips/sim/SimEvents.h"
 
 #include <cerrno>
 #include <cstring>
@@ -130,13 +129,12 @@ class CaptureReplay::Playing final : public Kiv::Timer {
    Playing( CaptureReplay & replay, CaptureFile captureFile,
             Kiv::Ptr< Kiv::Clock > const & clockOf )
          : Timer( *clockOf ), capture( std::move( captureFile ) ), port( replay.port() ),
-           portVlan( replay.portVlan() ), speed( replay.speed() ), startTime( clockOf->now() ),
-           replay_( replay ), keptClock_( clockOf ) {}
+           speed( replay.speed() ), startTime( clockOf->now() ), replay_( replay ),
+           keptClock_( clockOf ) {}
 
    CaptureFile capture;
    std::optional< CaptureFile::Frame > upcoming;
    Pelt::IntfId const port;
-   Bridging::VlanId const portVlan;
    double const speed;
    Kiv::Seconds const startTime;
 
@@ -152,8 +150,8 @@ class CaptureReplay::Playing final : public Kiv::Timer {
    Kiv::Ptr< Kiv::Clock > const keptClock_;
 };
 
-CaptureReplay::CaptureReplay( Kiv::String const & replayName, Kiv::Ptr< MacUnit > const & mac )
-      : Entity( replayName ), mac_( mac ) {}
+CaptureReplay::CaptureReplay( Kiv::String const & replayName, Kiv::Ptr< PathUnit > const & path )
+      : Entity( replayName ), path_( path ) {}
 
 CaptureReplay::~CaptureReplay() = default;
 
@@ -163,36 +161,33 @@ CaptureReplay::checkStart( Pelt::IntfId intf ) const {
       throw Kiv::ParseError( "capture \"" + file() + "\" is still being played, after " +
                              Kiv::toText( frames() ) + " frames: stop it first" );
    }
-   portTypeOf( intf );
+   PathUnit::checkPort( intf );
 }
 
 void
-CaptureReplay::describe( Kiv::String const & fileName, Pelt::IntfId intf, Bridging::VlanId vlanId,
-                         double factor ) {
+CaptureReplay::describe( Kiv::String const & fileName, Pelt::IntfId intf, double factor ) {
    ZTRACE( 3, "Plays ", fileName, " into ", intf, " at speed ", factor );
    fileIs( fileName );
    portIs( intf );
-   portVlanIs( vlanId );
    speedIs( factor );
    framesIs( 0 );
    errorIs( {} );
 }
 
 void
-CaptureReplay::play( CaptureFile::Frame const & frame, Pelt::IntfId intf,
-                     Bridging::VlanId vlanId ) {
+CaptureReplay::play( CaptureFile::Frame const & frame, Pelt::IntfId intf ) {
    framesInc( 1 );
-   mac_->frame( intf, vlanId, frame.bytes );
+   path_->frame( intf, frame.bytes );
 }
 
 std::uint64_t
-CaptureReplay::playAll( Kiv::String const & fileName, Pelt::IntfId intf, Bridging::VlanId vlanId ) {
+CaptureReplay::playAll( Kiv::String const & fileName, Pelt::IntfId intf ) {
    checkStart( intf );
    CaptureFile capture( fileName );
-   describe( fileName, intf, vlanId, 0 );
+   describe( fileName, intf, 0 );
    try {
       while( auto const frame = capture.next() ) {
-         play( *frame, intf, vlanId );
+         play( *frame, intf );
       }
    } catch( Kiv::ParseError const & fault ) {
       errorIs( fault.what() );
@@ -202,15 +197,14 @@ CaptureReplay::playAll( Kiv::String const & fileName, Pelt::IntfId intf, Bridgin
 }
 
 void
-CaptureReplay::start( Kiv::String const & fileName, Pelt::IntfId intf, Bridging::VlanId vlanId,
-                      double factor ) {
+CaptureReplay::start( Kiv::String const & fileName, Pelt::IntfId intf, double factor ) {
    checkStart( intf );
    if( !( factor >= minSpeed && factor <= maxSpeed ) ) {
       Kiv::parseFailed( Kiv::toText( factor ), "the speed of a replay: " + Kiv::toText( minSpeed ) +
                                                      " to " + Kiv::toText( maxSpeed ) );
    }
    CaptureFile capture( fileName );
-   describe( fileName, intf, vlanId, factor );
+   describe( fileName, intf, factor );
    auto const playing =
          std::make_shared< Playing >( *this, std::move( capture ), Kiv::make< Kiv::Clock >() );
    playing_ = playing;
@@ -256,7 +250,7 @@ CaptureReplay::playDue() {
          return nextTimeIs( due );
       }
       auto const frame = *std::exchange( playing->upcoming, std::nullopt );
-      play( frame, playing->port, playing->portVlan );
+      play( frame, playing->port );
    }
 }
 

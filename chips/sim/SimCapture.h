@@ -4,7 +4,7 @@
 // Packet captures as traffic of the simulated chip: pcap and pcapng files of Ethernet frames.
 
 #include "Kiv/Entity.h"
-#include "chips/sim/SimMac.h"
+#include "chips/sim/SimPath.h"
 
 #include <memory>
 #include <optional>
@@ -54,7 +54,6 @@ class CaptureReplay : public Kiv::Entity {
    // The capture that is played, or was last: for people to look at, and nobody to write.
    KIV_ATTRIBUTE( Kiv::String, file );
    KIV_ATTRIBUTE( Pelt::IntfId, port );
-   KIV_ATTRIBUTE( Bridging::VlanId, portVlan );
    // 0 for all at once.
    KIV_ATTRIBUTE( double, speed, 0 );
    // Frames played so far.
@@ -69,23 +68,22 @@ class CaptureReplay : public Kiv::Entity {
    static constexpr double minSpeed = 0.001;
    static constexpr double maxSpeed = 1'000'000;
 
-   CaptureReplay( Kiv::String const & replayName, Kiv::Ptr< MacUnit > const & mac );
+   CaptureReplay( Kiv::String const & replayName, Kiv::Ptr< PathUnit > const & path );
    ~CaptureReplay() override;
 
-   // Plays the whole file before it returns, which is how many frames that were. `portVlan` is the
-   // VLAN of frames without one of their own. Throws Kiv::ParseError for a file as CaptureFile,
-   // for a port as portTypeOf() (SimEvents.h), and while another capture is being played: nothing
-   // is played then, and the attributes stay as they are. A file that is found damaged on the way
-   // has been played up to there; the text, which `error` has too, says after how many frames.
-   std::uint64_t playAll( Kiv::String const & file, Pelt::IntfId port, Bridging::VlanId portVlan );
+   // Plays the whole file before it returns, which is how many frames that were. Throws
+   // Kiv::ParseError for a file as CaptureFile, for a port as PathUnit::checkPort() (SimPath.h),
+   // and while another capture is being played: nothing is played then, and the attributes stay as
+   // they are. A file that is found damaged on the way has been played up to there; the text, which
+   // `error` has too, says after how many frames.
+   std::uint64_t playAll( Kiv::String const & file, Pelt::IntfId port );
 
    // Plays the file from now on: each frame at its distance from the first one divided by `speed`
    // (1 is as captured, 10 is ten times as fast), frames of one time in one go. A frame whose time
    // has passed, as when time stamps go back, is played at once. The clock is one on the ambient
    // driver. Throws as playAll(), but for a damaged file, which ends it with `error`; also for a
    // speed outside minSpeed..maxSpeed.
-   void start( Kiv::String const & file, Pelt::IntfId port, Bridging::VlanId portVlan,
-               double speed );
+   void start( Kiv::String const & file, Pelt::IntfId port, double speed );
 
    // Plays no further, which `error` says then. Nothing when nothing is being played.
    void stop();
@@ -94,14 +92,13 @@ class CaptureReplay : public Kiv::Entity {
    class Playing;
 
    void checkStart( Pelt::IntfId port ) const;
-   void describe( Kiv::String const & file, Pelt::IntfId port, Bridging::VlanId portVlan,
-                  double speed );
+   void describe( Kiv::String const & file, Pelt::IntfId port, double speed );
    void playDue();
    // Lets one frame come in.
-   void play( CaptureFile::Frame const & frame, Pelt::IntfId intf, Bridging::VlanId vlanId );
+   void play( CaptureFile::Frame const & frame, Pelt::IntfId intf );
    void finish( Kiv::String const & why );
 
-   Kiv::Ptr< MacUnit > const mac_;
+   Kiv::Ptr< PathUnit > const path_;
    std::shared_ptr< Playing > playing_;
 };
 

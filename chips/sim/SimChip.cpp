@@ -23,11 +23,13 @@ Chip::Chip( Kiv::String const & chipName, Memory const & memory )
       eventsIs( unit< EventUnit >( "events" ) );
       trunkIs( unit< TrunkUnit >( "trunk" ) );
       macIs( unit< MacUnit >( "mac", events(), trunk() ) );
+      vlanIs( unit< VlanUnit >( "vlan" ) );
+      pathIs( unit< PathUnit >( "path", vlan(), trunk(), mac() ) );
    } catch( Glim::Error const & error ) {
       throw memory_.faultOf( error );
    }
    memory_.complete();
-   captureIs( Kiv::make< CaptureReplay >( "capture", mac() ) );
+   captureIs( Kiv::make< CaptureReplay >( "capture", path() ) );
    for( auto const & each : units_ ) {
       if( each != parity() ) {
          each->parityErrorIs( [ to = parity() ]( Kiv::String const & table, std::uint32_t index ) {

@@ -8,8 +8,10 @@
 #include "chips/sim/SimMac.h"
 #include "chips/sim/SimMemory.h"
 #include "chips/sim/SimParity.h"
+#include "chips/sim/SimPath.h"
 #include "chips/sim/SimStormControl.h"
 #include "chips/sim/SimTrunk.h"
+#include "chips/sim/SimVlan.h"
 
 namespace HobaSim {
 
@@ -19,8 +21,11 @@ class Chip : public Kiv::Entity {
    KIV_CHILD( EventUnit, events );
    KIV_CHILD( TrunkUnit, trunk );
    KIV_CHILD( MacUnit, mac );
+   KIV_CHILD( VlanUnit, vlan );
+   // Where frames go, by what the others hold.
+   KIV_CHILD( PathUnit, path );
    KIV_CHILD( ParityUnit, parity );
-   // Brings packet captures to `mac`.
+   // Brings packet captures to `path`.
    KIV_CHILD( CaptureReplay, capture );
 
  public:

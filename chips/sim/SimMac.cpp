@@ -47,24 +47,14 @@ MacUnit::learnHost( Pelt::IntfId intf, MacVlanPair station ) {
    return known ? learnMove : learnNew;
 }
 
-Learning
-MacUnit::frame( Pelt::IntfId port, Bridging::VlanId portVlan,
-                std::span< std::uint8_t const > bytes ) {
-   portTypeOf( port );
+void
+MacUnit::frameCame( FrameFault fault ) {
    countInc( macFrames );
-   auto const header = readFrameHeader( bytes );
-   switch( header.fault ) {
-   case frameRunt:
+   if( fault == frameRunt ) {
       countInc( macRunts );
-      return learnRunt;
-   case frameReservedVlan:
+   } else if( fault == frameReservedVlan ) {
       countInc( macBadVlanRefused );
-      return learnBadVlan;
-   default:
-      break;
    }
-   auto const vlan = header.vlanId.value();
-   return learn( port, header.source, vlan ? Bridging::VlanId( vlan ) : portVlan );
 }
 
 void

@@ -19,9 +19,7 @@ KIV_ENUM( Learning, std::uint8_t,
           learnHit,     // was there
           learnGroup,   // refused: no station has a group address
           learnZero,    // refused: the address 00:00:00:00:00:00
-          learnFull,    // no room
-          learnBadVlan, // refused: the frame is tagged with 4095
-          learnRunt );  // the frame ends before its header does
+          learnFull );  // no room
 
 // What the L2 table counts.
 KIV_ENUM( MacCount, std::uint8_t, macFrames = 0 KIV_SHOWN( "frames" ),
@@ -48,10 +46,8 @@ class MacUnit : public Unit {
    // the LAG. Throws Kiv::ParseError, and counts nothing, for a port as portTypeOf() (SimEvents.h).
    Learning learn( Pelt::IntfId port, Pelt::EthAddr addr, Bridging::VlanId vlanId );
 
-   // The same for a frame as it is on the wire, or for the beginning of one, up to its header at
-   // least. `portVlan` is the VLAN of frames without one of their own.
-   Learning frame( Pelt::IntfId port, Bridging::VlanId portVlan,
-                   std::span< std::uint8_t const > bytes );
+   // A frame has come in, and its header is so: counted. What becomes of it: see SimPath.h.
+   void frameCame( FrameFault fault );
 
    // The station has been silent for too long: forgotten, and reported. Throws Kiv::ParseError for a
    // station that is not in the table.

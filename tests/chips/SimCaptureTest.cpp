@@ -63,11 +63,18 @@ packetBlock( unsigned microseconds, Kiv::String const & frame ) {
 
 class SimCaptureTest : public SimEventsFixture {
  protected:
+   SimCaptureTest() {
+      chip->vlan()->vlanIs( VlanId( 10 ), true );
+      for( auto const port : { et1, et2 } ) {
+         chip->vlan()->memberIs( { VlanId( 10 ), port }, Hoba::vlanUntagged );
+         chip->vlan()->nativeIs( port, Bridging::VlanIdOrNone( 10 ) );
+      }
+   }
    Kiv::String write( Kiv::String const & content ) const {
       return folder.file( "capture", content );
    }
    std::uint64_t playAll( Kiv::String const & file ) {
-      return replay.playAll( file, et1, VlanId( 10 ) );
+      return replay.playAll( file, et1 );
    }
    // What playing the file is refused with, or ends with; without the name of the file.
    Kiv::String errorOf( Kiv::String const & file ) {
@@ -118,9 +125,9 @@ TEST_F( SimCaptureTest, refusesWhatIsNoCaptureOfEthernet ) {
    EXPECT_EQ( errorIn( pcapngHeader( 60'000 ) ),
               "has frames of link type 60000, expected Ethernet" );
    auto const sound = write( pcapHeader() + frame );
-   EXPECT_THROW( replay.playAll( sound, Pelt::IntfId( "Vlan5" ), VlanId( 1 ) ), Kiv::ParseError );
+   EXPECT_THROW( replay.playAll( sound, Pelt::IntfId( "Vlan5" ) ), Kiv::ParseError );
    for( double speed : { 0.0, -1.0, 1e-9, 1e9, std::numeric_limits< double >::quiet_NaN() } ) {
-      EXPECT_THROW( replay.start( sound, et1, VlanId( 1 ), speed ), Kiv::ParseError );
+      EXPECT_THROW( replay.start( sound, et1, speed ), Kiv::ParseError );
    }
    EXPECT_FALSE( replay.running() || replay.file() != "" || mac.count( macFrames ) ) << "nothing was begun";
 }
@@ -162,7 +169,7 @@ TEST_F( SimCaptureTest, damagedOnTheWay ) {
    EXPECT_EQ( errorIn( headed + record( ~0u, ~0u, frameFrom( 3 ) ) ), "" );
    EXPECT_EQ( events().size(), 2u );
    // Paced, the error comes when the damage does.
-   replay.start( write( headed + sound.substr( 0, 9 ) ), et1, VlanId( 10 ), 1 );
+   replay.start( write( headed + sound.substr( 0, 9 ) ), et1, 1 );
    EXPECT_TRUE( replay.running() && driver.runUntilIdle( 10 ) && !replay.running() );
    EXPECT_EQ( replay.frames(), 1u );
    HobaTests::expectIn( replay.error(), "ended after 1 frame: it is cut off" );
@@ -179,7 +186,7 @@ TEST_F( SimCaptureTest, playsAtThePaceOfTheCapture ) {
          { 0, 1 }, { 1.9, 1 }, { 2, 4 }, { 3.9, 4 }, { 4, 5 }, { 99'999, 5 }, { 100'000, 6 } };
    for( double speed : { 1.0, 10.0, 0.5 } ) {
       auto const start = driver.now();
-      replay.start( file, et1, VlanId( 10 ), speed );
+      replay.start( file, et1, speed );
       EXPECT_EQ( replay.frames(), 0u ) << "not from inside start()";
       for( auto const & [ time, frames ] : rows ) {
          driver.advanceTo( start + time / speed + 1e-6 );
@@ -191,9 +198,9 @@ TEST_F( SimCaptureTest, playsAtThePaceOfTheCapture ) {
    EXPECT_EQ( driver.timers(), 0u );
 
    // One at a time, and not to the end.
-   replay.start( file, et2, VlanId( 10 ), 1 );
+   replay.start( file, et2, 1 );
    EXPECT_THROW( playAll( file ), Kiv::ParseError );
-   EXPECT_THROW( replay.start( file, et1, VlanId( 10 ), 1 ), Kiv::ParseError );
+   EXPECT_THROW( replay.start( file, et1, 1 ), Kiv::ParseError );
    driver.advance( 3 );
    replay.stop();
    replay.stop();
@@ -233,12 +240,12 @@ TEST_F( SimCaptureTest, goesAwayWhileItPlays ) {
    watcher->then = [ & ]( std::uint64_t frames ) {
       if( frames == 1 ) {
          replay.stop();
-         replay.start( file, et2, VlanId( 10 ), 1 );
+         replay.start( file, et2, 1 );
       } else if( frames == 2 ) {
          chip = nullptr;
       }
    };
-   replay.start( file, et1, VlanId( 10 ), 1 );
+   replay.start( file, et1, 1 );
    EXPECT_TRUE( driver.runUntilIdle( 10 ) );
    EXPECT_EQ( events().size(), 3u ) << "one of the first play, and a turn of the second";
    EXPECT_EQ( driver.timers(), 0u );

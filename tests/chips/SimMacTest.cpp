@@ -28,40 +28,6 @@ class SimMacTest : public SimEventsFixture {
    Pelt::IntfId const po7{ "Port-Channel7" };
 };
 
-TEST( SimFrameTest, headers ) {
-   Kiv::String const addresses( "\xff\xff\xff\xff\xff\xff\x02\x00\x00\x00\x00\x09", 12 );
-   struct Row {
-      Kiv::String rest;
-      FrameFault fault;
-      unsigned vlan;
-   };
-   Row const rows[] = {
-         { {}, frameRunt, 0 },
-         { { "\x08", 1 }, frameRunt, 0 },
-         { { "\x08\x00", 2 }, frameSound, 0 },
-         { { "\x81\x00", 2 }, frameRunt, 0 },
-         { { "\x81\x00\x00\x0a\x08", 5 }, frameRunt, 0 },
-         { { "\x81\x00\x00\x0a\x08\x00", 6 }, frameSound, 10 },
-         { { "\x81\x00\xef\xfe\x08\x00", 6 }, frameSound, 4094 }, // the other bits set
-         { { "\x81\x00\xe0\x00\x08\x00", 6 }, frameSound, 0 },    // a priority only
-         { { "\x81\x00\x0f\xff\x08\x00", 6 }, frameReservedVlan, 0 },
-         { { "\x88\xa8\x00\x14\x81\x00\x00\x0a\x08\x00", 10 }, frameSound, 20 },
-         { { "\x91\x00\x00\x14\x08\x00", 6 }, frameSound, 0 }, // no tag that this chip knows
-   };
-   for( auto const & row : rows ) {
-      auto const text = addresses + row.rest;
-      std::vector< std::uint8_t > const bytes( text.begin(), text.end() ); // its end is watched
-      auto const header = readFrameHeader( bytes );
-      EXPECT_EQ( header.fault, row.fault ) << text.size();
-      EXPECT_EQ( header.vlanId.value(), row.vlan );
-      if( row.fault == frameSound ) {
-         EXPECT_EQ( header.source, Pelt::EthAddr( 0x020000000009 ) );
-         EXPECT_EQ( header.destination, Pelt::EthAddr::broadcast() );
-      }
-   }
-   EXPECT_EQ( readFrameHeader( {} ).fault, frameRunt );
-}
-
 TEST_F( SimMacTest, learnsMovesAndAges ) {
    EXPECT_EQ(
          ( Learnings{ learn( et1, 1 ), learn( et1, 1 ), learn( et1, 1, 20 ), learn( et2, 1 ) } ),
@@ -98,20 +64,12 @@ TEST_F( SimMacTest, refusesWhatIsNoStationAndWhatHasNoRoom ) {
                            mac.learn( et1, Pelt::EthAddr( 0x01005e000001 ), vlan ),
                            mac.learn( et1, Pelt::EthAddr(), vlan ) } ),
               ( Learnings{ learnNew, learnFull, learnMove, learnGroup, learnGroup, learnZero } ) );
-   std::vector< std::uint8_t > bytes{ 2, 2, 2, 2,    2, 2,    2,    2, 2,
-                                      2, 2, 2, 0x81, 0, 0xff, 0xff, 8, 0 };
-   EXPECT_EQ( mac.frame( et1, VlanId( 1 ), bytes ), learnBadVlan );
-   EXPECT_EQ( mac.frame( et1, VlanId( 1 ), std::span( bytes ).first( 17 ) ), learnRunt );
-   bytes[ 12 ] = 0x08;
-   EXPECT_EQ( mac.frame( et1, VlanId( 77 ), bytes ), learnFull );
    mac.hostTable()->capacityIs( 2 );
-   EXPECT_EQ( mac.frame( et1, VlanId( 77 ), bytes ), learnNew );
+   EXPECT_EQ( learn( et1, 2 ), learnNew );
    EXPECT_EQ( events().size(), 3u );
-   EXPECT_TRUE( mac.hostHas( { Pelt::EthAddr( 0x020202020202 ), VlanId( 77 ) } ) );
-   EXPECT_EQ( ( Counts{ mac.count( macFrames ), mac.count( macTableFull ),
-                        mac.count( macGroupSourceRefused ), mac.count( macZeroSourceRefused ),
-                        mac.count( macBadVlanRefused ), mac.count( macRunts ) } ),
-              ( Counts{ 4, 2, 2, 1, 1, 1 } ) );
+   EXPECT_EQ( ( Counts{ mac.count( macTableFull ), mac.count( macGroupSourceRefused ),
+                        mac.count( macZeroSourceRefused ) } ),
+              ( Counts{ 1, 2, 1 } ) );
 }
 
 TEST_F( SimMacTest, eventsOnCommand ) {

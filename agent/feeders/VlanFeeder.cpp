@@ -1,0 +1,479 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "agent/feeders/VlanFeeder.h"
+
+#include "Hoba/HobaHook.h"
+#include "Kiv/Reflect.h"
+#include "Zipline/Zipline.h"
+
+#include <algorithm>
+
+ZIPLINE_HANDLE( VlanFeeder );
+
+KIV_DEFINE( Feeders::VlanFeeder );
+
+namespace Feeders {
+
+using Bridging::VlanId;
+using Bridging::VlanIdOrNone;
+using Bridging::VlanSet;
+using Helper = Hoba::VlanHelperBase;
+
+namespace {
+
+template< class Key >
+std::vector< Key >
+someOf( Kiv::HashMap< Key, Kiv::String > const & map, std::size_t count ) {
+   std::vector< Key > keys;
+   for( auto const & member : map ) {
+      if( keys.size() == count ) {
+         break;
+      }
+      keys.push_back( member.key );
+   }
+   return keys;
+}
+
+template< class Sets >
+void
+append( std::vector< Pelt::IntfId > & intfs, Sets const & sets, VlanId vlan ) {
+   if( auto const * set = sets.find( vlan ) ) {
+      for( auto const & intf : *set ) {
+         intfs.push_back( intf );
+      }
+   }
+}
+
+template< class Sets >
+void
+erase( Sets & sets, VlanId vlan, Pelt::IntfId intf ) {
+   if( auto * set = sets.find( vlan ); set && set->erase( intf ) && set->empty() ) {
+      sets.erase( vlan );
+   }
+}
+
+} // namespace
+
+Hoba::IntfVlans
+carriedVlans( Bridging::SwitchportMode mode, VlanIdOrNone nativeVlan, VlanSet const & listing,
+              VlanSet const & active ) {
+   Hoba::IntfVlans vlans;
+   if( mode == Bridging::switchportModeTrunk ) {
+      vlans.tagged = listing.intersected( active );
+   } else if( mode == Bridging::switchportModeAccess && nativeVlan.value() &&
+              active.has( VlanId( nativeVlan.value() ) ) ) {
+      vlans.nativeVlan = nativeVlan;
+   }
+   if( nativeVlan.value() && vlans.tagged.erase( VlanId( nativeVlan.value() ) ) ) {
+      vlans.nativeVlan = nativeVlan;
+   }
+   return vlans;
+}
+
+VlanFeeder::VlanFeeder( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
+                        Kiv::Ptr< Config const > const & config,
+                        Kiv::Ptr< Lag::Input::Config const > const & lagInputConfig,
+                        Kiv::Ptr< Hoba::PortVlanMembership > const & membership )
+      : HobaBaseSm( commonSmData ), membership_( membership ) {
+   configIs( config );
+   lagInputConfigIs( lagInputConfig );
+   clockIs( Kiv::make< Kiv::Clock >() );
+   bogusAcsdIs( commonSmData );
+}
+
+void
+VlanFeeder::handleInitialized() {
+   if( !initialized() ) {
+      clock()->timeMinIs( Kiv::never );
+      return;
+   }
+   for( auto const & vlan : Kiv::keysOf( commonSmData()->vlanStatus() ) ) {
+      if( !vlanConfig( vlan ) ) {
+         commonSmData()->vlanStatusDel( vlan );
+      }
+   }
+   listingDelAll();
+   listed_.clear();
+   accessPorts_.clear();
+   accessVlan_.clear();
+   lagPorts_.clear();
+   lagOf_.clear();
+   for( auto const & [ lag, list ] : commonSmData()->lagToPortConfig() ) {
+      lagPorts_.insertOrAssign( lag, list.port );
+      for( auto const port : list.port ) {
+         lagOf_.insertOrAssign( port, lag );
+      }
+   }
+   handleHelper();
+}
+
+void
+VlanFeeder::handleHelper() {
+   if( auto const helper = commonSmData()->vlanHelper() ) {
+      Hoba::callHook< &Helper::hwInit >( *helper );
+   }
+   refusedVlanDelAll();
+   refusedIntfDelAll();
+   tpidDelAll();
+   activeVlanIs( {} );
+   for( auto const & vlan : Kiv::keysOf( vlanConfig() ) ) {
+      updateList( vlan );
+      commonSmData()->vlanStatusIs( vlan );
+      if( vlanAsked( vlan )->active() ) {
+         activate( vlan );
+      }
+   }
+   auto intfs = Kiv::keysOf( membership_->intf() );
+   for( auto const & intf : Kiv::keysOf( commonSmData()->intf() ) ) {
+      intfs.push_back( intf );
+   }
+   for( auto const & lag : Kiv::keysOf( commonSmData()->lagToPortConfig() ) ) {
+      intfs.push_back( lag );
+   }
+   std::sort( intfs.begin(), intfs.end() );
+   intfs.erase( std::unique( intfs.begin(), intfs.end() ), intfs.end() );
+   for( auto const intf : intfs ) {
+      review( intf, true );
+   }
+   // Only now: whoever was carried by one is not any more.
+   for( auto const & [ vlan, status ] : commonSmData()->vlanStatus() ) {
+      status->activeIs( activeVlan().has( vlan ) );
+   }
+}
+
+// ---- The VLANs
+
+VlanConfig const *
+VlanFeeder::vlanAsked( VlanId vlan ) const {
+   auto const * reactor = vlanConfig( vlan );
+   return reactor ? reactor->notifier() : nullptr;
+}
+
+void
+VlanFeeder::listIs( VlanId vlan, Pelt::IntfId intf, bool listed ) {
+   auto vlans = listing( intf );
+   if( listed ) {
+      listed_.tryEmplace( vlan ).value->insert( intf );
+      vlans.insert( vlan );
+   } else {
+      erase( listed_, vlan, intf );
+      vlans.erase( vlan );
+   }
+   vlans.empty() ? listingDel( intf ) : listingIs( intf, vlans );
+}
+
+VlanFeeder::Intfs
+VlanFeeder::updateList( VlanId vlan ) {
+   auto const * asked = vlanAsked( vlan );
+   Intfs changed;
+   append( changed, listed_, vlan );
+   std::erase_if( changed,
+                  [ & ]( Pelt::IntfId intf ) { return asked && asked->memberHas( intf ); } );
+   for( auto const intf : changed ) {
+      listIs( vlan, intf, false );
+   }
+   if( asked ) {
+      auto const * const known = listed_.find( vlan );
+      Intfs added;
+      for( auto const & intf : asked->member() ) {
+         if( !known || !known->has( intf ) ) {
+            added.push_back( intf );
+         }
+      }
+      for( auto const intf : added ) {
+         listIs( vlan, intf, true );
+      }
+      changed.insert( changed.end(), added.begin(), added.end() );
+   }
+   return changed;
+}
+
+bool
+VlanFeeder::activate( VlanId vlan ) {
+   Kiv::String refusal;
+   if( !tell< &Helper::setVlan >( refusal, vlan, true ) ) {
+      refusedVlanIs( vlan, refusal );
+      awaitRetry();
+      return false;
+   }
+   refusedVlanDel( vlan );
+   auto vlans = activeVlan();
+   vlans.insert( vlan );
+   activeVlanIs( vlans );
+   commonSmData()->vlanStatusIs( vlan )->activeIs( true );
+   return true;
+}
+
+void
+VlanFeeder::deactivated( VlanId vlan ) {
+   if( auto const status = commonSmData()->vlanStatus( vlan ) ) {
+      status->activeIs( false );
+   }
+   Kiv::String refusal;
+   if( tell< &Helper::setVlan >( refusal, vlan, false ) ) {
+      refusedVlanDel( vlan );
+   } else {
+      refusedVlanIs( vlan, refusal );
+      awaitRetry();
+   }
+}
+
+void
+VlanFeeder::handleVlan( VlanId const & changedVlan ) {
+   auto const vlan = changedVlan; // which may go meanwhile
+   auto intfs = updateList( vlan );
+   auto const * asked = vlanAsked( vlan );
+   bool const isWanted = asked && asked->active();
+   bool const wasActive = activeVlan().has( vlan );
+   if( asked ) {
+      commonSmData()->vlanStatusIs( vlan );
+   }
+   if( isWanted && !wasActive && activate( vlan ) ) {
+      append( intfs, listed_, vlan );
+      append( intfs, accessPorts_, vlan );
+   }
+   if( !isWanted && wasActive ) {
+      auto vlans = activeVlan();
+      vlans.erase( vlan );
+      activeVlanIs( vlans );
+      append( intfs, listed_, vlan );
+      append( intfs, accessPorts_, vlan );
+   }
+   ZTRACE( 3, "VLAN ", vlan, isWanted ? " is wanted" : " is not wanted" );
+   for( auto const intf : intfs ) {
+      review( intf );
+   }
+   // What the notifications of all that made of it counts.
+   if( !activeVlan().has( vlan ) && ( wasActive || ( !isWanted && refusedVlanHas( vlan ) ) ) ) {
+      deactivated( vlan );
+   }
+   if( !vlanConfig( vlan ) ) {
+      commonSmData()->vlanStatusDel( vlan );
+   }
+}
+
+void
+VlanFeeder::handleMember( VlanId vlan, Pelt::IntfId intf ) {
+   auto const * asked = vlanAsked( vlan );
+   listIs( vlan, intf, asked && asked->memberHas( intf ) );
+   review( intf );
+}
+
+// ---- The interfaces
+
+bool
+VlanFeeder::exists( Pelt::IntfId intf ) const {
+   return commonSmData()->intfHas( intf ) || commonSmData()->lagToPortConfigHas( intf );
+}
+
+bool
+VlanFeeder::standsForItself( Pelt::IntfId intf ) const {
+   // A port that goes from one LAG into another is in neither for a moment.
+   return !lagOf_.has( intf ) && !commonSmData()->lagToPortConfigHas(
+                                       lagInputConfig()->notifier()->ethPhyIntfLagConfig( intf ) );
+}
+
+Hoba::IntfVlans
+VlanFeeder::wanted( Pelt::IntfId intf ) const {
+   if( !exists( intf ) || !standsForItself( intf ) ) {
+      return {};
+   }
+   auto const & asked = *config()->notifier();
+   return carriedVlans( asked.switchportMode( intf ), asked.nativeVlan( intf ), listing( intf ),
+                        activeVlan() );
+}
+
+void
+VlanFeeder::handleIntf( Pelt::IntfId const & intf ) {
+   review( intf );
+}
+
+void
+VlanFeeder::handleLag( Pelt::IntfId const & changedLag ) {
+   auto const lag = changedLag;
+   auto const ports = commonSmData()->lagToPortConfig( lag ).port;
+   auto const * known = lagPorts_.find( lag );
+   auto touched = known ? *known : Intfs();
+   for( auto const port : touched ) {
+      if( auto const * in = lagOf_.find( port ); in && *in == lag ) {
+         lagOf_.erase( port );
+      }
+   }
+   for( auto const port : ports ) {
+      lagOf_.insertOrAssign( port, lag );
+      touched.push_back( port );
+   }
+   if( commonSmData()->lagToPortConfigHas( lag ) ) {
+      lagPorts_.insertOrAssign( lag, ports );
+   } else {
+      lagPorts_.erase( lag );
+   }
+   for( auto const port : touched ) {
+      review( port );
+   }
+   review( lag );
+}
+
+void
+VlanFeeder::indexAccess( Pelt::IntfId intf ) {
+   auto const & asked = *config()->notifier();
+   auto const native = asked.nativeVlan( intf ).value();
+   bool const isAccess =
+         native && exists( intf ) && asked.switchportMode( intf ) == Bridging::switchportModeAccess;
+   auto const * const known = accessVlan_.find( intf );
+   if( known && isAccess && known->value() == native ) {
+      return;
+   }
+   if( known ) {
+      erase( accessPorts_, *known, intf );
+      accessVlan_.erase( intf );
+   }
+   if( isAccess ) {
+      accessPorts_.tryEmplace( VlanId( native ) ).value->insert( intf );
+      accessVlan_.insertOrAssign( intf, VlanId( native ) );
+   }
+}
+
+void
+VlanFeeder::review( Pelt::IntfId intf, bool anew ) {
+   if( !underReview_.insert( intf ) ) {
+      again_.insert( intf );
+      return;
+   }
+   bring( intf, anew );
+   while( again_.erase( intf ) ) {
+      bring( intf, false );
+   }
+   underReview_.erase( intf );
+}
+
+void
+VlanFeeder::bring( Pelt::IntfId intf, bool anew ) {
+   indexAccess( intf );
+   Kiv::String refusal;
+   auto const held = anew ? Hoba::IntfVlans() : membership_->intf( intf );
+   auto const vlans = tellVlans( intf, held, refusedIntfHas( intf ), refusal );
+   tellTpids( intf, refusal );
+   if( refusal.empty() ) {
+      refusedIntfDel( intf );
+   } else {
+      refusedIntfIs( intf, refusal );
+      awaitRetry();
+   }
+   publish( intf, vlans, anew );
+}
+
+Hoba::IntfVlans
+VlanFeeder::tellVlans( Pelt::IntfId intf, Hoba::IntfVlans const & held, bool nativeUnsure,
+                       Kiv::String & refusal ) {
+   auto const target = wanted( intf );
+   if( held == target && !nativeUnsure ) {
+      return held;
+   }
+   auto now = held;
+   auto const bringTo = [ & ]( VlanId vlan, Hoba::VlanTagging how ) {
+      if( tell< &Helper::setTagging >( refusal, vlan, intf, how ) ) {
+         now.taggingIs( vlan, how );
+      }
+   };
+   for( auto const vlan : held.carried().without( target.carried() ) ) {
+      bringTo( vlan, Hoba::vlanNotCarried );
+   }
+   for( auto const vlan : target.tagged.without( held.tagged ) ) {
+      bringTo( vlan, Hoba::vlanTagged );
+   }
+   // One at a time is untagged, also where the chip would not let go of the former one.
+   if( target.nativeVlan.value() && !now.nativeVlan.value() ) {
+      bringTo( VlanId( target.nativeVlan.value() ), Hoba::vlanUntagged );
+   }
+   // None was told that is not carried.
+   if( ( target.nativeVlan != held.nativeVlan || nativeUnsure ) &&
+       now.nativeVlan == target.nativeVlan ) {
+      tell< &Helper::setNativeVlan >( refusal, intf, target.nativeVlan );
+   }
+   return now;
+}
+
+void
+VlanFeeder::tellTpids( Pelt::IntfId intf, Kiv::String & refusal ) {
+   bool const isWanted =
+         commonSmData()->intfHas( intf ) && commonSmData()->portVlanTpidDataHas( intf );
+   auto const target = commonSmData()->portVlanTpidData( intf );
+   if( !isWanted ) {
+      if( tpidHas( intf ) && tell< &Helper::clearTpids >( refusal, intf ) ) {
+         tpidDel( intf );
+      }
+   } else if( !( tpidHas( intf ) && tpid( intf ) == target ) &&
+              tell< &Helper::setTpids >( refusal, intf, target ) ) {
+      tpidIs( intf, target );
+   }
+}
+
+void
+VlanFeeder::publish( Pelt::IntfId intf, Hoba::IntfVlans const & vlans, bool anew ) {
+   auto const before = membership_->intf( intf ).carried();
+   vlans.carriesNone() ? membership_->intfDel( intf ) : membership_->intfIs( intf, vlans );
+   // Whoever hears of it may make more of it: what is published by then counts.
+   auto const update = [ & ]( VlanId vlan ) {
+      if( auto const status = commonSmData()->vlanStatus( vlan ) ) {
+         bool const carried = membership_->intf( intf ).tagging( vlan ) != Hoba::vlanNotCarried;
+         carried ? status->intfIs( intf ) : status->intfDel( intf );
+      }
+   };
+   auto const after = vlans.carried();
+   for( auto const vlan : before.without( after ) ) {
+      update( vlan );
+   }
+   for( auto const vlan : anew ? after : after.without( before ) ) {
+      update( vlan );
+   }
+}
+
+// ---- What the chip refuses
+
+template< auto hook, class Subject, class... Args >
+bool
+VlanFeeder::tell( Kiv::String & refusal, Subject const & subject, Args const &... args ) {
+   auto const helper = commonSmData()->vlanHelper();
+   if( !helper ) {
+      return true;
+   }
+   try {
+      Hoba::callHook< hook >( *helper, subject, args... );
+      return true;
+   } catch( ... ) {
+      if( refusal.empty() ) {
+         refusal = Kiv::exceptionText();
+         // Once: a chip that is full would fill the log.
+         if( !retrying_ ) {
+            Kiv::Dispatch::failed( Kiv::handlerName< hook >(), Kiv::toText( subject ) );
+         }
+      }
+      return false;
+   }
+}
+
+void
+VlanFeeder::awaitRetry() {
+   clock()->noLaterThan( clock()->now() + retryDelay );
+}
+
+void
+VlanFeeder::handleRetry() {
+   retrying_ = true;
+   for( auto const vlan : someOf( refusedVlan(), retriesAtOnce ) ) {
+      handleVlan( vlan );
+   }
+   for( auto const intf : someOf( refusedIntf(), retriesAtOnce ) ) {
+      // At the end of the queue, if it is refused again.
+      auto const reason = refusedIntf( intf );
+      refusedIntfDel( intf );
+      refusedIntfIs( intf, reason );
+      review( intf );
+   }
+   retrying_ = false;
+   if( !refusedVlan().empty() || !refusedIntf().empty() ) {
+      awaitRetry();
+   }
+}
+
+} // namespace Feeders
