@@ -27,7 +27,9 @@ class StormControlSmHelper : public HobaBaseHelper {
 
    // ---- Programming
 
-   // Once, before anything else is asked for. No limit stands afterwards, on any port.
+   // Once, before anything else is asked for. The chip may be at work: what it holds is left alone where
+   // the first pass asks for it again, and what it does not ask for is taken away when it is over, by
+   // the chip's side (docs/writing-a-chip.md). A chip that begins empty has nothing to do here.
    virtual void hwInit() {}
    // Required. Puts the rules in place that tell the traffic classes apart; once, behind hwInit().
    HOBA_REQUIRED( void, installRules, (), mustBeImplemented );

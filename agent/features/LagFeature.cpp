@@ -94,8 +94,10 @@ void
 mapPortChannel( Import::Row & row, FeederPtr const & config ) {
    auto const intf = row.key().id< Pelt::PortChannelIntfId >();
    row.identityIs( Kiv::toText( intf ) );
+   auto const present = config->lag( intf );
    auto const minLinks = static_cast< std::uint16_t >(
-         row.number( "min_links", std::numeric_limits< std::uint16_t >::max() ).value_or( 0 ) );
+         row.number( "min_links", std::numeric_limits< std::uint16_t >::max() )
+               .value_or( present ? present->minLinks() : 0 ) );
    if( minLinks > maxMinLinks ) {
       row.remark( "min_links " + Kiv::toText( minLinks ) + " is more than the " +
                   Kiv::toText( maxMinLinks ) + " that files of this shape may ask for" );
@@ -104,8 +106,10 @@ mapPortChannel( Import::Row & row, FeederPtr const & config ) {
       row.remark( "the names of files of this shape end at PortChannel" +
                   Kiv::toText( maxLagNumber ) );
    }
-   bool const fallback = row.either( "fallback", "true", "false" ).value_or( false );
-   bool const enabled = Import::adminUp( row );
+   bool const fallback =
+         row.either( "fallback", "true", "false" ).value_or( present && present->lacpFallback() );
+   bool const enabled =
+         Import::adminUp( row, present ? std::optional( present->enabled() ) : std::nullopt );
    row.operationIs( "LACP LAG " + Kiv::toText( intf ) + ", " + Import::upText( enabled ) +
                           ", min links " + Kiv::toText( minLinks ) +
                           ( fallback ? ", with fallback" : "" ),

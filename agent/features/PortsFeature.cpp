@@ -142,15 +142,17 @@ void
 mapPort( Import::Row & row, FeederPtr const & config ) {
    auto const intf = row.key().id< Pelt::EthIntfId >();
    row.identityIs( Kiv::toText( intf ) );
-   auto const mbps =
-         row.number( "speed", std::numeric_limits< std::uint32_t >::max() ).value_or( 0 );
+   auto const present = config->port( intf );
+   auto const mbps = row.number( "speed", std::numeric_limits< std::uint32_t >::max() )
+                           .value_or( present ? present->speed().value() : 0 );
    bool const known = Interface::speedFromMbps( mbps ) != Interface::speedUnknown;
    if( !known && mbps != 0 ) {
       row.remark( "speed " + Kiv::toText( mbps ) +
                   " Mb/s is not an Ethernet speed; taken as unknown" );
    }
    auto const speed = known ? Interface::EthMbps( mbps ) : Interface::EthMbps();
-   bool const enabled = Import::adminUp( row );
+   bool const enabled =
+         Import::adminUp( row, present ? std::optional( present->enabled() ) : std::nullopt );
    row.operationIs( "port " + Kiv::toText( intf ) + ", " + Import::upText( enabled ) + ", speed " +
                           ( known ? Kiv::toText( speed ) + " Mb/s" : "unknown" ),
                     [ config, intf, speed, enabled ] {

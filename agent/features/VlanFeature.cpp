@@ -96,7 +96,9 @@ mapVlan( Import::Row & row, FeederPtr const & config ) {
       throw Kiv::ParseError( "vlanid: " + Kiv::toText( *named ) + " is not the number of " +
                              row.key().text() );
    }
-   bool const active = Import::adminUp( row );
+   auto const present = config->vlan( vlan );
+   bool const active =
+         Import::adminUp( row, present ? std::optional( present->active() ) : std::nullopt );
    row.operationIs( "VLAN " + Kiv::toText( vlan ) + ", " + Import::upText( active ),
                     [ config, vlan, active ] { config->vlanIs( vlan )->activeIs( active ); } );
 }
@@ -117,10 +119,11 @@ mapVlanMember( Import::Row & row, FeederPtr const & config, LagInputPtr const & 
       throw Kiv::ParseError( Kiv::toText( intf ) + " is routed, and carries no VLAN" );
    }
    auto const tagging = row.either( "tagging_mode", "tagged", "untagged" );
-   if( !tagging ) {
+   bool const isThere = member.isIn( *config );
+   if( !tagging && !isThere ) {
       row.remark( "no tagging_mode; taken as tagged" );
    }
-   bool const tagged = tagging.value_or( true );
+   bool const tagged = tagging.value_or( !isThere || !member.isNative( *config ) );
    auto const native = config->nativeVlan( intf );
    if( !tagged && native.value() && !member.isNative( *config ) ) {
       auto const other = config->vlan( VlanId( native.value() ) );

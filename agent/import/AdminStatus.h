@@ -7,15 +7,16 @@
 
 namespace Import {
 
-// Whether the operator lets an interface take part. Files say so of every interface; one that does
-// not gets this system's default, and the report says so.
+// Whether the operator lets an interface take part. What is there stays as it is when the row does not
+// say; files say so of every new interface, and one of which they do not gets this system's default,
+// which the report tells. `present`: what holds, if the interface is there.
 inline bool
-adminUp( Row & row ) {
+adminUp( Row & row, std::optional< bool > present ) {
    auto const up = row.either( "admin_status", "up", "down" );
-   if( !up ) {
+   if( !up && !present ) {
       row.remark( "no admin_status; taken as up" );
    }
-   return up.value_or( true );
+   return up.value_or( present.value_or( true ) );
 }
 
 inline Kiv::String

@@ -189,6 +189,9 @@ class Importer {
 
    void takeRow( Table const & table, Row & row, Line const & about, Unread & unread ) {
       tables_.map( table, row );
+      if( row.identity().empty() ) {
+         row.identityIs( about.key.text() );
+      }
       auto const fields = row.unreadFields();
       if( table.strict && !fields.empty() ) {
          throw Kiv::ParseError( Kiv::String( noAttribute ) + someOf( fields, 5 ) );

@@ -138,7 +138,7 @@ class Row {
       return id;
    }
 
-   // What the row is about, in this system's spelling, where that may differ from the key. Throws
+   // What the row is about, in this system's spelling; the key unless said. Throws
    // Kiv::ParseError when another row of the table is about the same, in a file in which all rows
    // hold at once.
    void identityIs( Kiv::String identity );

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -17,13 +18,21 @@ class Driver {
  public:
    static constexpr std::uint64_t noLimit = ~std::uint64_t( 0 );
 
-   // Takes all limits away.
-   void resetMeters() {
-      meters_.clear();
-      std::printf( "   chip: meters reset\n" );
+   // What the meters are set to outlives the agent. From now on it is noted which of them are set again;
+   // the others are unlimited by sweep().
+   void beginPass() {
+      for( auto const & [ name, kbps ] : meters_ ) {
+         unclaimed_.insert( name );
+      }
    }
-   // A meter drops what comes in faster than `kbps`.
+   void sweep() {
+      for( auto const & name : std::exchange( unclaimed_, {} ) ) {
+         meterIs( name, noLimit );
+      }
+   }
+   // A meter drops what comes in faster than `kbps`. Written where the chip holds something else.
    void meterIs( std::string const & name, std::uint64_t kbps ) {
+      unclaimed_.erase( name );
       if( meter( name ) != kbps ) {
          meters_[ name ] = kbps;
          std::printf( "   chip: %s %s\n", name.c_str(),
@@ -68,6 +77,7 @@ class Driver {
 
  private:
    std::map< std::string, std::uint64_t > meters_;
+   std::set< std::string > unclaimed_;
    std::map< unsigned, bool > links_;
    // The port, of each VLAN and address; ports count from 1.
    std::map< std::pair< unsigned, std::uint64_t >, unsigned > stations_;

@@ -29,7 +29,8 @@ class StormControlHelper : public Hoba::StormControlSmHelper {
 
    // ---- Programming
 
-   void hwInit() override { driver_.resetMeters(); }
+   // Wipes nothing: the agent may come back to a chip that is at work.
+   void hwInit() override { driver_.beginPass(); }
    void setHwRate( Hoba::LevelType levelType, Pelt::IntfId intf, Pelt::IntfId parentIntf,
                    std::uint32_t speedKbps, Threshold const & threshold ) override;
    void programTcAggregateHwRate( std::uint32_t trafficClass,

@@ -6,7 +6,7 @@
 namespace SmallChip {
 
 // A factory takes the context first, then what the machine reads, then what it writes.
-Switch::Switch( Driver & driver ) {
+Switch::Switch( Driver & driver ) : driver_( driver ) {
    // Without it the process stops instead.
    context_->agentRestartCallbackIs( [ this ]( Kiv::String const & ) { restartWanted = true; } );
    eventSm_ = EventSm::EventSmIs( context_, eventQueue_, portStatusDir, driver );
@@ -24,6 +24,7 @@ Switch::start() {
    eventSm_->runningIs( true ); // hwInit() runs when it is initialized, too
    eventSm_->initializedIs( true );
    stormControlSm_->initializedIs( true );
+   driver_.sweep(); // what none of them asked for in its first pass
    verifyAgentSm_->initializedIs( true );
 }
 

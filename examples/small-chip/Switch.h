@@ -42,6 +42,7 @@ class Switch {
    bool restartWanted = false;
 
  private:
+   Driver & driver_;
    // Only the agent's own ports are programmed: those in its `intf`.
    Kiv::Ptr< Hoba::HobaCommonSmData > const context_ =
          Kiv::make< Hoba::HobaCommonSmData >( "small-chip" );

@@ -38,19 +38,12 @@ verify() {
    std::printf( "   %s\n", command->handleCommand( 1, "VTS#verify" ).c_str() );
 }
 
-} // namespace
+Pelt::IntfId const et1( "Ethernet1" ), et2( "Ethernet2" ), et3( "Ethernet3" );
+Pelt::IntfId const lag( "Port-Channel1" );
 
-int
-main() {
-   // Time that moves only when told. An agent leaves the ambient driver as it is, sleeps in its
-   // event loop until nextTimeout() at the latest, and then says run().
-   Kiv::VirtualDriver time;
-   Kiv::ClockDriver::ambientIs( time );
-   SmallChip::Driver driver;
+bool
+firstLife( SmallChip::Driver & driver, Kiv::ClockDriver & time ) {
    SmallChip::Switch sw( driver );
-   Pelt::IntfId const et1( "Ethernet1" ), et2( "Ethernet2" ), et3( "Ethernet3" );
-   Pelt::IntfId const lag( "Port-Channel1" );
-
    std::printf( "Two ports, and limits on one of them and on one that is not there:\n" );
    driver.cableIs( 1, true );
    sw.portIs( et1, Interface::speed10Gbps );
@@ -86,5 +79,29 @@ main() {
    std::printf( "A bit of the chip flips, and verification finds it:\n" );
    driver.meterIs( "Ethernet3 broadcast", 625001 );
    verify();
-   return sw.restartWanted ? 1 : 0;
+   return sw.restartWanted;
+}
+
+bool
+secondLife( SmallChip::Driver & driver ) {
+   std::printf( "The agent comes back, and is asked for the third port's limit only:\n" );
+   SmallChip::Switch sw( driver );
+   sw.portIs( et1, Interface::speed10Gbps );
+   sw.portIs( et2, Interface::speed1Gbps );
+   sw.portIs( et3, Interface::speed25Gbps );
+   sw.stormControlConfig->intfConfigIs( et3 )->broadcastIs( percent( 250 ) );
+   sw.start();
+   return sw.restartWanted;
+}
+
+} // namespace
+
+int
+main() {
+   // Time that moves only when told. An agent leaves the ambient driver as it is, sleeps in its
+   // event loop until nextTimeout() at the latest, and then says run().
+   Kiv::VirtualDriver time;
+   Kiv::ClockDriver::ambientIs( time );
+   SmallChip::Driver driver;
+   return firstLife( driver, time ) || secondLife( driver ) ? 1 : 0;
 }

@@ -67,7 +67,9 @@ struct FieldOf {
    char const * name;
    T V::*member;
 
-   FieldPrint printOf( V const & value ) const { return { name, &printAt< T >, &( value.*member ) }; }
+   FieldPrint printOf( V const & value ) const {
+      return { name, &printAt< T >, &( value.*member ) };
+   }
    FieldGet getOf( V const & value ) const { return { name, &datumAt< T >, &( value.*member ) }; }
    FieldPut putOf( V & value ) const { return { name, &putAt< T >, &( value.*member ) }; }
 };
@@ -112,7 +114,8 @@ class FieldsOf {
    static auto withFields( Use const & use ) {
       return [ & ]< unsigned... i >( std::integer_sequence< unsigned, i... > ) {
          return use( V::kivField( Count< i >{} )... );
-      }( std::make_integer_sequence< unsigned, decltype( V::kivCount( MaxRank{} ) )::value >{} );
+      }
+      ( std::make_integer_sequence< unsigned, decltype( V::kivCount( MaxRank{} ) )::value >{} );
    }
 };
 
@@ -201,7 +204,7 @@ class Ranged {
    static constexpr auto kivField( kivAt_##field ) {                                               \
       return ::Kiv::FieldOf< KivSelf, T >{ #field, &KivSelf::field };                              \
    }                                                                                               \
-   static kivAt_##field::Next kivCount( kivAt_##field::NextRank );                                 \
+   static typename kivAt_##field::Next kivCount( typename kivAt_##field::NextRank );               \
    T field { __VA_ARGS__ }
 
 // Read out of the text of the declaration; no comma in it.

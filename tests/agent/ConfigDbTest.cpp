@@ -145,6 +145,7 @@ TEST_F( ConfigDbTest, theReportNamesEverything ) {
 // Some files have their rows side by side, "TABLE|key", all of them or a few.
 TEST_F( ConfigDbTest, rowsMayStandByThemselves ) {
    auto const file = HobaAgent::parseJson( wholeFile );
+   import( file ); // of what is there nothing need be assumed
    auto const expected = allLines( import( file ) );
    for( std::ptrdiff_t const few : { 0, 1, 2, 100 } ) {
       Datum::Object flat;
@@ -160,10 +161,10 @@ TEST_F( ConfigDbTest, rowsMayStandByThemselves ) {
       }
       EXPECT_EQ( allLines( import( flat ) ), expected ) << few;
    }
-   EXPECT_EQ( allLines( importText( R"({ "PORT|Ethernet0": { "admin_status": "up" },
-                                        "PORT": { "Ethernet0": {} }, "PORT|": 7 })" ) ),
-              ( Lines{ "PORT|Ethernet0: port Ethernet0, up, speed unknown",
-                       "PORT|Ethernet0: Ethernet0 is in this table already, as Ethernet0",
+   EXPECT_EQ( allLines( importText( R"({ "PORT|Ethernet9": { "admin_status": "up" },
+                                         "PORT": { "Ethernet9": {} }, "PORT|": 7 })" ) ),
+              ( Lines{ "PORT|Ethernet9: port Ethernet9, up, speed unknown",
+                       "PORT|Ethernet9: Ethernet9 is in this table already, as Ethernet9",
                        "PORT: a number is not a row: an object of fields is expected" } ) );
 }
 
@@ -199,9 +200,9 @@ TEST_F( ConfigDbTest, theDigestIsShortWhateverTheFileHolds ) {
       EXPECT_LT( line.size(), 400u );
    }
    // What is the same is said once, and the rest counted.
-   EXPECT_EQ( importText( R"({ "VLAN": { "Vlan1": { "a\nb": 1 }, "Vlan2": {} } })" ).digest(),
+   EXPECT_EQ( importText( R"({ "VLAN": { "Vlan3": { "a\nb": 1 }, "Vlan2": {} } })" ).digest(),
               ( Lines{ "VLAN: no such attribute here: a?b (1 row)",
-                       "VLAN|Vlan1: no admin_status; taken as up (and 1 more row of VLAN)" } ) );
+                       "VLAN|Vlan3: no admin_status; taken as up (and 1 more row of VLAN)" } ) );
    for( int i = 0; i != 100; ++i ) {
       file.emplace_back( "T" + std::to_string( i ), Datum::Object{} );
    }
@@ -380,6 +381,11 @@ TEST_F( ConfigDbTest, operationsAreTakenInTheirOrder ) {
          { R"("PORT:Ethernet1": {}, "OP": "DEL")", "PORT:Ethernet1: port Ethernet1" },
          { R"("PORT:Ethernet1": { "admin_status": "down" }, "OP": "SET")",
            "PORT:Ethernet1: port Ethernet1, down, speed unknown" },
+         // What a row does not say stays.
+         { R"("PORT:Ethernet1": { "speed": "10000" }, "OP": "SET")",
+           "PORT:Ethernet1: port Ethernet1, down, speed 10000 Mb/s" },
+         { R"("PORT:Ethernet1": { "admin_status": "up" }, "OP": "SET")",
+           "PORT:Ethernet1: port Ethernet1, up, speed 10000 Mb/s" },
          { R"("PORT:Ethernet1": {}, "OP": "DEL")", "PORT:Ethernet1: port Ethernet1" },
    };
    std::string file = "[ ";
@@ -389,12 +395,12 @@ TEST_F( ConfigDbTest, operationsAreTakenInTheirOrder ) {
       expected.push_back( line );
    }
    auto const report = importText( file + "7 ]" );
-   expected.push_back( "operation 36: a number is not an operation: an object of one row and OP "
+   expected.push_back( "operation 38: a number is not an operation: an object of one row and OP "
                        "is expected" );
    EXPECT_EQ( allLines( report ), expected );
    EXPECT_EQ( configured(), before );
    EXPECT_EQ( report.summary(),
-              "8 rows imported, 8 removed, 18 refused, 0 remarks, 2 not imported" );
+              "10 rows imported, 8 removed, 18 refused, 0 remarks, 2 not imported" );
    EXPECT_EQ( importText( "[]" ).summary(),
               "0 rows imported, 0 refused, 0 remarks, 0 not imported" );
 }
@@ -417,6 +423,8 @@ TEST_F( ConfigDbTest, membersOfVlans ) {
    for( auto const & [ operation, why, mode, native ] : {
               Step{ R"("VLAN_MEMBER:Vlan5:Ethernet1": { "tagging_mode": "untagged" }, "OP": "SET")",
                     "", switchportModeAccess, 5 },
+              Step{ R"("VLAN_MEMBER:Vlan5:Ethernet1": {}, "OP": "SET")", "", switchportModeAccess,
+                    5 },
               Step{ R"("VLAN_MEMBER:Vlan6:Ethernet1": { "tagging_mode": "untagged" }, "OP": "SET")",
                     "Ethernet1 carries VLAN 5 untagged already", switchportModeAccess, 5 },
               Step{ R"("VLAN_MEMBER:Vlan6:Ethernet1": {}, "OP": "SET")", "", switchportModeTrunk,
@@ -489,6 +497,8 @@ TEST_F( ConfigDbTest, strictTablesAndLists ) {
       EXPECT_TRUE( refusal.empty() || refused[ 0 ].starts_with( "GROUP|a: " + refusal ) )
             << refused[ 0 ];
    }
+   EXPECT_EQ( lines( importText( R"({ "GROUP|a": {}, "GROUP": { "a": {} } })" ), Import::refused ),
+              Lines{ "GROUP|a: a is in this table already, as a" } );
    // Mistakes of whoever adds tables.
    using HobaTests::errorOf;
    auto const add = [ & ]( char const * name ) {

@@ -217,7 +217,7 @@ TEST_F( FeaturesTest, stationsThatCameAndWentMeanwhile ) {
    configure();
    start();
    auto const learn = [ this ]( char const * addr ) {
-      chip->mac()->learn( Pelt::EthIntfId( 3 ), Pelt::EthAddr( addr ), Bridging::VlanId( 10 ) );
+      chip->mac()->learn( Pelt::EthIntfId( 3 ), Pelt::EthAddr::parse( addr ), Bridging::VlanId( 10 ) );
    };
    learn( "00:00:5e:00:53:11" );
    learn( "00:00:5e:00:53:12" );
