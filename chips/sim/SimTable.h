@@ -45,6 +45,7 @@
 // Keys and records must be trivially copyable, keys without unused bytes: text is a `Name`.
 
 #include "Glim/RecordTypes.h"
+#include "Glim/Shape.h"
 #include "Glim/Table.h"
 #include "Kiv/Clock.h"
 #include "Kiv/Datum.h"
@@ -319,7 +320,11 @@ class Rows final : public RowsBase {
          : RowsBase( unit, kind, attribute, heard ) {
       if( isShared() ) {
          open();
-         writer_->forEach( [ this ]( KeyT const & key, Stored const & ) {
+         auto const shape = Glim::Shape::parse( Glim::shapeOf< Stored >(), sizeof( Stored ) );
+         writer_->forEach( [ & ]( KeyT const & key, Stored const & stored ) {
+            if( shape && !shape->isPossible( reinterpret_cast< char const * >( &stored ) ) ) {
+               throw Glim::Error( "table \"" + glimName() + "\": its rows are damaged" );
+            }
             accepted( hashOf( key ), false, true );
          } );
          control()->rowsIs( writer_->rows() );
