@@ -61,7 +61,7 @@ TEST_F( VlanTest, configuredShownAndUsed ) {
    expectIn( ok( "show vlan" ), { "the chip refuses VLAN 20: table vlan.vlan, row 20: full" } );
    ok( "set /sim/chip/vlan/vlanTable/capacity 3" );
    EXPECT_TRUE(
-         HobaTests::eventually( [ & ] { return row( "show vlan 20", "20 active" ) != ""; } ) );
+         eventually( [ & ] { return row( "show vlan 20", "20 active" ) != ""; } ) );
 }
 
 } // namespace
