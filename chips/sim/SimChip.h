@@ -29,8 +29,9 @@ class Chip : public Kiv::Entity {
    KIV_CHILD( CaptureReplay, capture );
 
  public:
-   // Goes on with the memory that is there, or begins empty. Throws Glim::Error, in one line: another
-   // agent drives the chip, the memory is damaged or of another version, or there is none to be had.
+   // Goes on with the memory that is there, or begins empty. Throws Glim::Error, in one line: the
+   // name is none, another agent drives the chip, the memory is damaged or of another version, or there
+   // is none to be had.
    // The memory is then as it was.
    explicit Chip( Kiv::String const & chipName = "sim", Memory const & memory = {} );
 

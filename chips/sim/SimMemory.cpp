@@ -9,6 +9,23 @@ namespace {
 
 Name const layout( "layout" );
 
+void
+checkName( Kiv::String const & name ) {
+   if( name.size() <= ChipMemory::maxNameLength ) {
+      try {
+         return Glim::checkName( name );
+      } catch( Glim::Error const & ) {
+         // In the words for a memory.
+      }
+   }
+   auto shown = name.substr( 0, 80 );
+   std::replace_if(
+         shown.begin(), shown.end(), []( char c ) { return c < ' ' || c > '~'; }, '?' );
+   throw Glim::Error( "\"" + shown + "\" is no name of a chip memory: expected 1 to " +
+                      Kiv::toText( ChipMemory::maxNameLength ) +
+                      " of A-Z a-z 0-9 _ - ., not beginning with - or ." );
+}
+
 Kiv::String
 roomText( TableShape const & shape ) {
    auto text = shape.capacity ? Kiv::toText( shape.capacity ) + " rows"
@@ -22,6 +39,7 @@ ChipMemory::ChipMemory( Memory const & memory ) : name_( memory.name ), forUnits
    if( name_.empty() ) {
       return;
    }
+   checkName( name_ );
    try {
       shapes_ = std::make_unique< Glim::TableWriter< Name, TableShape > >(
             name_ + ".chip", Glim::WriterOptions{ .lifetime = Glim::Lifetime::stays,

@@ -23,7 +23,10 @@ class ChipMemory {
    // types of keys and records do not tell.
    static constexpr std::uint64_t version = 1;
 
-   // Nothing for memory without a name. Throws Glim::Error, in one line: another agent drives the chip,
+   // So that the names of all tables are names of tables.
+   static constexpr std::size_t maxNameLength = 32;
+
+   // Nothing for memory without a name. Throws Glim::Error, in one line: the name is none, another agent drives the chip,
    // or the memory is damaged or of another version, and is not to begin cold.
    explicit ChipMemory( Memory const & memory );
 

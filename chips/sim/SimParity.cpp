@@ -109,7 +109,7 @@ void
 ParityUnit::raise( Kiv::String const & memory, std::uint32_t index ) {
    for( auto const & slice : sliceName() ) {
       if( isSliceName( slice ) ) {
-         return raise( slice, memory, index );
+         return raise( slice, memory.substr( 0, FixedText< 32 >::maxLength ), index );
       }
    }
 }

@@ -153,13 +153,11 @@ RowsBase::hasRoom( std::uint64_t hash ) {
       return false;
    }
    auto const count = buckets();
-   if( inBucket_.size() != count ) {
-      inBucket_.assign( count, 0 );
-      if( count ) {
-         eachHash( [ & ]( std::uint64_t each ) { ++inBucket_[ each % count ]; } );
-      }
+   if( countedBuckets_ != count ) {
+      countedBuckets_ = count;
+      recount();
    }
-   if( count && inBucket_[ hash % count ] >= control_->bucketSize() ) {
+   if( count && Kiv::valueOrDefault( inBucket_, hash % count ) >= control_->bucketSize() ) {
       control_->bucketFullInc( 1 );
       return false;
    }
@@ -203,10 +201,10 @@ RowsBase::accepted( std::uint64_t hash, bool was, bool is ) {
       return;
    }
    accepted_ += is ? 1 : -1;
-   if( auto const count = inBucket_.size(); count && count == buckets() ) {
-      inBucket_[ hash % count ] += is ? 1 : -1;
-   } else {
-      inBucket_.clear();
+   if( countedBuckets_ ) {
+      auto const bucket = hash % countedBuckets_;
+      auto const now = Kiv::valueOrDefault( inBucket_, bucket ) + ( is ? 1 : -1 );
+      now ? void( inBucket_.insertOrAssign( bucket, now ) ) : void( inBucket_.erase( bucket ) );
    }
 }
 
@@ -245,7 +243,8 @@ void
 RowsBase::land() {
    while( !due_.empty() && due_.front() <= landing_->clock().now() ) {
       waitsNot();
-      landNext();
+      // There may be no memory for one more row: the change is lost then, which is told.
+      Kiv::guarded( "RowsBase::landNext", name(), [ this ] { landNext(); } );
    }
 }
 

@@ -45,10 +45,12 @@
 // Keys and records must be trivially copyable, keys without unused bytes: text is a `Name`.
 
 #include "Glim/RecordTypes.h"
+#include "Glim/Shape.h"
 #include "Glim/Table.h"
 #include "Kiv/Clock.h"
 #include "Kiv/Datum.h"
 #include "Kiv/Entity.h"
+#include "Kiv/HashMap.h"
 #include "Kiv/Value.h"
 
 #include <array>
@@ -238,8 +240,9 @@ class RowsBase {
    char const * const attribute_;
    Kiv::Ptr< SimTable > const control_;
    std::uint64_t accepted_ = 0; // rows, when all has landed
-   // How many of those are in each bucket, for so many buckets; counted when it is asked for.
-   std::vector< std::uint32_t > inBucket_;
+   // How many of those are in each bucket that has any, of so many; counted when it is asked for.
+   Kiv::HashMap< std::uint64_t, std::uint64_t > inBucket_;
+   std::uint64_t countedBuckets_ = 0;
    std::deque< Kiv::Seconds > due_;
    std::unique_ptr< Landing > landing_;
 };
@@ -283,10 +286,20 @@ class Unit : public Kiv::Entity {
 template< class Record >
 struct Row {
    KIV_VALUE( Row );
-   KIV_FIELD( Record, record );
+   // As KIV_FIELD declares fields where no template parameter is in the way.
+   static constexpr auto kivField( Kiv::Count< 0 > ) {
+      return Kiv::FieldOf< Row, Record >{ "record", &Row::record };
+   }
+   static Kiv::Count< 1 > kivCount( Kiv::Rank< 1 > );
+   static constexpr auto kivField( Kiv::Count< 1 > ) {
+      return Kiv::FieldOf< Row, std::uint64_t >{ "writes", &Row::writes };
+   }
+   static Kiv::Count< 2 > kivCount( Kiv::Rank< 2 > );
+
+   Record record{};
    // How often the agent wrote this very row: one change with the record, so a row that says the same as
    // before was not touched.
-   KIV_FIELD( std::uint64_t, writes, 0 );
+   std::uint64_t writes = 0;
 };
 
 // The rows of one table.
@@ -307,7 +320,11 @@ class Rows final : public RowsBase {
          : RowsBase( unit, kind, attribute, heard ) {
       if( isShared() ) {
          open();
-         writer_->forEach( [ this ]( KeyT const & key, Stored const & ) {
+         auto const shape = Glim::Shape::parse( Glim::shapeOf< Stored >(), sizeof( Stored ) );
+         writer_->forEach( [ & ]( KeyT const & key, Stored const & stored ) {
+            if( shape && !shape->isPossible( reinterpret_cast< char const * >( &stored ) ) ) {
+               throw Glim::Error( "table \"" + glimName() + "\": its rows are damaged" );
+            }
             accepted( hashOf( key ), false, true );
          } );
          control()->rowsIs( writer_->rows() );

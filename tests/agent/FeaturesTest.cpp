@@ -72,7 +72,7 @@ class FeaturesTest : public testing::Test {
       String text;
       for( auto const * table :
            { "stormControl/limit", "stormControl/bcastSkip", "stormControl/trafficClass",
-             "stormControl/burstTime", "trunk/lag" } ) {
+             "stormControl/burstTime", "trunk/lag", "vlan/vlan", "vlan/member", "vlan/native" } ) {
          text += at( String( "/sim/chip/" ) + table ) + '\n';
       }
       return text;
@@ -176,7 +176,8 @@ TEST_F( FeaturesTest, aHitlessRestartWritesNothing ) {
       auto const path = "/feeders/config/port/" + intf;
       char const * const lag = below( 2 ) ? "Port-Channel1" : "Port-Channel2";
       char const * const names[] = { "broadcast", "multicast", "uucast", "all" };
-      switch( below( 8 ) ) {
+      auto const vlan = "/feeders/config/vlan/" + std::to_string( 1 + below( 4 ) );
+      switch( below( 12 ) ) {
       case 0:
          board().feederConfig->portDel( Pelt::EthIntfId( n ) );
          break;
@@ -195,6 +196,19 @@ TEST_F( FeaturesTest, aHitlessRestartWritesNothing ) {
          break;
       case 5:
          set( String( "/feeders/config/lag/" ) + lag + "/minLinks", below( 4 ) );
+         break;
+      case 6:
+         set( vlan + "/member/" + ( below( 3 ) ? intf : lag ), true );
+         break;
+      case 7:
+         set( vlan + "/active", bool( below( 2 ) ) );
+         break;
+      case 8:
+         set( "/feeders/config/switchIntf/" + ( below( 3 ) ? intf : String( lag ) ),
+              Kiv::Datum(
+                    Kiv::Datum::Object{ { "switchportMode", below( 3 ) ? "switchportModeTrunk"
+                                                                       : "switchportModeAccess" },
+                                        { "nativeVlan", below( 5 ) } } ) );
          break;
       default:
          set( levels + ( below( 3 ) ? intf : lag ) + '/' + names[ below( 4 ) ] + "/level",
@@ -217,7 +231,8 @@ TEST_F( FeaturesTest, stationsThatCameAndWentMeanwhile ) {
    configure();
    start();
    auto const learn = [ this ]( char const * addr ) {
-      chip->mac()->learn( Pelt::EthIntfId( 3 ), Pelt::EthAddr::parse( addr ), Bridging::VlanId( 10 ) );
+      chip->mac()->learn( Pelt::EthIntfId( 3 ), Pelt::EthAddr::parse( addr ),
+                          Bridging::VlanId( 10 ) );
    };
    learn( "00:00:5e:00:53:11" );
    learn( "00:00:5e:00:53:12" );

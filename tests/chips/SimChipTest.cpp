@@ -7,6 +7,7 @@
 #include "Kiv/Reflect.h"
 #include "platform/GlimFolder.h"
 
+#include <cstring>
 #include <fstream>
 
 namespace {
@@ -137,6 +138,14 @@ TEST_F( SimChipTest, isNotGoneOnWith ) {
                     "m.trunk.lag", { .lifetime = Glim::Lifetime::stays, .replace = true } );
            },
            { "chip memory \"m\"", "\"m.trunk.lag\"", "its rows are", "expected" } },
+         { "neither true nor false",
+           [] {
+              Glim::TableWriter< StormKey, Row< StormLimit > > table( "m.stormControl.limit" );
+              Row< StormLimit > row;
+              std::memset( static_cast< void * >( &row.record.limited ), 2, 1 );
+              table.is( { et1, 0 }, row );
+           },
+           { "chip memory \"m\"", "\"m.stormControl.limit\": its rows are damaged" } },
          { "other version",
            [] {
               shapeIs( "layout", { 99, 0, 0 } );
@@ -174,7 +183,8 @@ TEST_F( SimChipTest, isNotGoneOnWith ) {
          }
       }
       // As it was: with what was spoilt put right, it is there.
-      for( auto const * spoilt : { "m.mac.host", "m.trunk.lag", "m.chip" } ) {
+      for( auto const * spoilt :
+           { "m.mac.host", "m.trunk.lag", "m.chip", "m.stormControl.limit" } ) {
          auto const file = std::filesystem::path( pathOf( spoilt ) );
          std::filesystem::remove( file );
          std::filesystem::rename( copy / file.filename(), file );
@@ -184,6 +194,11 @@ TEST_F( SimChipTest, isNotGoneOnWith ) {
       damage.done();
       auto const cold = open( true );
       EXPECT_TRUE( cold->mac()->host().empty() );
+   }
+   for( auto const * name : { "a/b", "-m", "a-name-that-is-longer-than-any-has-to-be" } ) {
+      auto const line = errorOf< Glim::Error >( [ & ] { Chip( "sim", Memory{ name } ); } );
+      EXPECT_TRUE( line.starts_with( Kiv::String( "\"" ) + name + "\" is no name of a chip" ) )
+            << line;
    }
    auto const driven = open();
    for( bool const cold : { false, true } ) {

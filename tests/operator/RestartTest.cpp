@@ -52,6 +52,13 @@ class RestartTest : public OperatorTest {
       each( "/feeders/config/port", 1, 96,
             [ & ]( unsigned i ) { return port( i ) + R"({"speed": 10000})"; } );
       each( "/feeders/config/lag", 1, 4, [ & ]( unsigned i ) { return lag( i ) + ": {}"; } );
+      each( "/feeders/config/vlan", 10, 17, [ & ]( unsigned i ) {
+         return '"' + std::to_string( i ) + R"(": {"member": [)" + port( i + 20 ).substr( 0, 12 ) +
+                ", " + lag( 1 + ( i + n ) % 4 ) + "]}";
+      } );
+      each( "/feeders/config/switchIntf", 28, 40 + n, [ & ]( unsigned i ) {
+         return port( i ) + R"({"switchportMode": "switchportModeTrunk", "nativeVlan": 11})";
+      } );
       each( "/lag/input/config/ethPhyIntfLagConfig", 1, 16,
             [ & ]( unsigned i ) { return port( i ) + lag( 1 + ( i + i % 5 * n ) % 4 ); } );
       each( "/bridging/stormControl/config/intfConfig", 17 + n, 80 + n,
@@ -178,19 +185,23 @@ TEST_F( RestartTest, theChipGoesOn ) {
    // Whose chip it is.
    auto second = with;
    second[ 1 ] = folder.path + "/other";
-   expectOneLine( end( *agentProcess( second ) ), 1, "chip memory \"chip\": " );
+   expectOneLine( end( *agentProcess( second ) ), 1,
+                  "chip memory \"chip\" is driven by another agent, process " );
    stop();
    auto const other =
          folder.file( "chip.json", R"({"stormControl": {"limitTable": {"capacity": 9}}})" );
    auto larger = with;
    larger.insert( larger.end(), { "--sim", other } );
-   expectOneLine( end( *agentProcess( larger ) ), 1, "capacity" );
+   expectOneLine( end( *agentProcess( larger ) ), 1,
+                  "stormControl.limit has room for any number of rows there, 9 rows expected" );
    auto cold = larger;
    cold.push_back( "--cold" );
    start( cold );
    stop();
    std::filesystem::resize_file( Glim::pathOf( "chip.stormControl.limit" ), 4096 );
-   expectOneLine( end( *agentProcess( with ) ), 1, "chip memory \"chip\": " );
+   expectOneLine(
+         end( *agentProcess( with ) ), 1,
+         "chip memory \"chip\" cannot be gone on with: table \"chip.stormControl.limit\": " );
    cold = with;
    cold.push_back( "--cold" );
    start( cold );
