@@ -102,7 +102,7 @@ VlanFeeder::handleInitialized() {
       clock()->timeMinIs( Kiv::never );
       return;
    }
-   listingDelAll();
+   listing_.clear();
    listed_.clear();
    accessPorts_.clear();
    accessVlan_.clear();
@@ -172,15 +172,15 @@ VlanFeeder::vlanAsked( VlanId vlan ) const {
 
 void
 VlanFeeder::listIs( VlanId vlan, Pelt::IntfId intf, bool listed ) {
-   auto vlans = listing( intf );
    if( listed ) {
       listed_.tryEmplace( vlan ).value->insert( intf );
-      vlans.insert( vlan );
-   } else {
-      erase( listed_, vlan, intf );
-      vlans.erase( vlan );
+      listing_.tryEmplace( intf ).value->insert( vlan );
+      return;
    }
-   vlans.empty() ? listingDel( intf ) : listingIs( intf, vlans );
+   erase( listed_, vlan, intf );
+   if( auto * vlans = listing_.find( intf ); vlans && vlans->erase( vlan ) && vlans->empty() ) {
+      listing_.erase( intf );
+   }
 }
 
 VlanFeeder::Intfs
@@ -309,9 +309,11 @@ VlanFeeder::wanted( Pelt::IntfId intf ) const {
    if( !exists( intf ) || !standsForItself( intf ) ) {
       return {};
    }
+   static VlanSet const none;
    auto const & asked = *config()->notifier();
-   return carriedVlans( asked.switchportMode( intf ), asked.nativeVlan( intf ), listing( intf ),
-                        activeVlan() );
+   auto const * listing = listing_.find( intf );
+   return carriedVlans( asked.switchportMode( intf ), asked.nativeVlan( intf ),
+                        listing ? *listing : none, activeVlan() );
 }
 
 void

@@ -37,8 +37,6 @@ class VlanFeeder : public Hoba::HobaBaseSm {
    // The VLANs that the chip has, and those of them that the operator lets take part.
    KIV_ATTRIBUTE( Bridging::VlanSet, chipVlan );
    KIV_ATTRIBUTE( Bridging::VlanSet, activeVlan );
-   // By port or LAG: the VLANs that list it.
-   KIV_COLLECTION( Pelt::IntfId, Bridging::VlanSet, listing );
    // By port: what the chip was told of its TPIDs.
    KIV_COLLECTION( Pelt::IntfId, Hoba::HobaPortVlanTpidData, tpid );
    // Interfaces about which something changed, and VLANs that go when these are done.
@@ -158,8 +156,10 @@ class VlanFeeder : public Hoba::HobaBaseSm {
    KIV_REACTOR( KivBogusAcsd, bogusAcsd );
 
    Kiv::Ptr< Hoba::PortVlanMembership > const membership_;
-   // By VLAN: the interfaces that it lists, as far as they were looked at; those whose access VLAN it is.
+   // By VLAN: the interfaces that it lists, as far as they were looked at, and the way back.
    IntfSets listed_;
+   Kiv::HashMap< Pelt::IntfId, Bridging::VlanSet > listing_;
+   // By VLAN: those whose access VLAN it is, and the way back.
    IntfSets accessPorts_;
    Kiv::HashMap< Pelt::IntfId, Bridging::VlanId > accessVlan_;
    // By LAG: its configured ports, and the way back.

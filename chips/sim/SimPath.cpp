@@ -66,8 +66,9 @@ PathUnit::PathUnit( String const & unitName, Kiv::Ptr< VlanUnit > const & vlan,
                     Kiv::Ptr< TrunkUnit > const & trunk, Kiv::Ptr< MacUnit > const & mac,
                     Memory const & memory )
       : Unit( unitName, memory ), vlan_( vlan ), trunk_( trunk ), mac_( mac ) {
-   auto const add = [ this ]( char const * stage, auto step ) {
-      stages_.push_back(
+   Stages stages;
+   auto const add = [ & ]( char const * stage, auto step ) {
+      stages.push_back(
             { stage, [ this, step ]( PathFrame & frame ) { ( this->*step )( frame ); } } );
    };
    add( "trunk", &PathUnit::findTrunk );
@@ -77,41 +78,46 @@ PathUnit::PathUnit( String const & unitName, Kiv::Ptr< VlanUnit > const & vlan,
    add( "learning", &PathUnit::learn );
    add( "forwarding", &PathUnit::forward );
    add( "out", &PathUnit::sendAll );
+   stages_ = std::make_shared< Stages const >( std::move( stages ) );
 }
 
 // ---- The stages
 
-std::vector< PathUnit::Stage >::iterator
-PathUnit::stageAt( String const & stage ) {
-   return std::find_if( stages_.begin(), stages_.end(),
+PathUnit::Stages::iterator
+PathUnit::stageAt( Stages & stages, String const & stage ) {
+   return std::find_if( stages.begin(), stages.end(),
                         [ & ]( Stage const & each ) { return each.name == stage; } );
 }
 
 void
 PathUnit::stageIs( String const & stage, String const & before, Step step ) {
    Name const name( stage );
-   auto const next = stageAt( before );
-   if( next == stages_.end() ) {
+   auto stages = *stages_;
+   auto const next = stageAt( stages, before );
+   if( next == stages.end() ) {
       Kiv::parseFailed( before, "a stage of the path" );
    }
-   if( auto const known = stageAt( stage ); known != stages_.end() ) {
+   if( auto const known = stageAt( stages, stage ); known != stages.end() ) {
       known->step = std::move( step );
    } else {
-      stages_.insert( next, { name.text(), std::move( step ) } );
+      stages.insert( next, { name.text(), std::move( step ) } );
    }
+   stages_ = std::make_shared< Stages const >( std::move( stages ) );
 }
 
 void
 PathUnit::stageDel( String const & stage ) {
-   if( auto const known = stageAt( stage ); known != stages_.end() ) {
-      stages_.erase( known );
+   auto stages = *stages_;
+   if( auto const known = stageAt( stages, stage ); known != stages.end() ) {
+      stages.erase( known );
+      stages_ = std::make_shared< Stages const >( std::move( stages ) );
    }
 }
 
 std::vector< String >
 PathUnit::stages() const {
    std::vector< String > names;
-   for( auto const & stage : stages_ ) {
+   for( auto const & stage : *stages_ ) {
       names.push_back( stage.name );
    }
    return names;
@@ -137,8 +143,8 @@ PathUnit::frame( Pelt::IntfId port, std::span< std::uint8_t const > bytes, bool 
    Kiv::Dispatch::Frame dispatch;
    countIs( pathIn, count( pathIn ) + 1 );
    PathFrame passing( port, bytes, explain );
-   auto const stages = stages_; // a stage may come or go meanwhile
-   for( auto const & stage : stages ) {
+   auto const stages = stages_;
+   for( auto const & stage : *stages ) {
       passing.stage_ = stage.name;
       stage.step( passing );
       if( passing.dropped() ) {
@@ -183,12 +189,12 @@ PathUnit::findVlan( PathFrame & frame ) const {
          return "without a VLAN of its own, and " + toText( frame.intf ) + " has no native VLAN";
       } );
    }
-   auto const text = "VLAN " + toText( frame.vlan );
+   auto const text = [ & ] { return "VLAN " + toText( frame.vlan ); };
    if( !vlan_->vlan( VlanId( frame.vlan.value() ) ) ) {
-      return frame.drop( [ & ] { return text + " is not active"; } );
+      return frame.drop( [ & ] { return text() + " is not active"; } );
    }
    frame.say( [ & ] {
-      return text + ( byTag.value() ? ", by the tag" : ", native of " + toText( frame.intf ) );
+      return text() + ( byTag.value() ? ", by the tag" : ", native of " + toText( frame.intf ) );
    } );
 }
 
@@ -237,11 +243,11 @@ void
 PathUnit::flood( PathFrame & frame, String const & why ) const {
    frame.to = vlan_->carrying( VlanId( frame.vlan.value() ) );
    std::erase( frame.to, frame.intf );
-   auto const others = why + ": all others of VLAN " + toText( frame.vlan );
+   auto const others = [ & ] { return why + ": all others of VLAN " + toText( frame.vlan ); };
    if( frame.to.empty() ) {
-      return frame.drop( [ & ] { return others + ", of which there are none"; } );
+      return frame.drop( [ & ] { return others() + ", of which there are none"; } );
    }
-   frame.say( [ & ] { return others + ", " + toText( frame.to.size() ); } );
+   frame.say( [ & ] { return others() + ", " + toText( frame.to.size() ); } );
 }
 
 // ---- Out

@@ -22,6 +22,7 @@
 #include "chips/sim/SimVlan.h"
 
 #include <functional>
+#include <memory>
 #include <span>
 
 namespace HobaSim {
@@ -121,7 +122,8 @@ class PathUnit : public Unit {
       Kiv::String name;
       Step step;
    };
-   std::vector< Stage >::iterator stageAt( Kiv::String const & stage );
+   using Stages = std::vector< Stage >;
+   static Stages::iterator stageAt( Stages & stages, Kiv::String const & stage );
 
    void findTrunk( PathFrame & frame ) const;
    void readHeader( PathFrame & frame );
@@ -138,7 +140,8 @@ class PathUnit : public Unit {
    Kiv::Ptr< VlanUnit > const vlan_;
    Kiv::Ptr< TrunkUnit > const trunk_;
    Kiv::Ptr< MacUnit > const mac_;
-   std::vector< Stage > stages_;
+   // Another list for every change: a frame on its way goes on by the one that it began with.
+   std::shared_ptr< Stages const > stages_;
    mutable Inverse< Pelt::IntfId > members_;
 };
 

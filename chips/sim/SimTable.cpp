@@ -263,6 +263,12 @@ RowsBase::refused( TableResult result, Kiv::String const & key ) const {
 Unit::Unit( Kiv::String const & unitName, Memory const & memory )
       : Entity( unitName ), isShared_( !memory.name.empty() ), memory_( memoryOf( memory ) ) {}
 
+bool
+Unit::isSettled() const {
+   return std::all_of( tables_.begin(), tables_.end(),
+                       []( RowsBase const * rows ) { return rows->isSettled(); } );
+}
+
 std::uint64_t
 Unit::writes() const {
    std::uint64_t sum = 0;

@@ -189,6 +189,8 @@ class RowsBase {
    Kiv::String const & name() const { return control_->name(); }
    // Changes of the rows by whomsoever since the table was made, in this process or a former one.
    virtual std::uint64_t changes() const = 0;
+   // Whether all that was written has landed.
+   bool isSettled() const { return due_.empty(); }
 
    virtual void beginPass() = 0;
    virtual void sweep() = 0;
@@ -263,6 +265,7 @@ class Unit : public Kiv::Entity {
    void parityErrorIs( ParityError parityError ) { parityError_ = std::move( parityError ); }
 
    // Of all tables.
+   bool isSettled() const;
    std::uint64_t writes() const;
    std::uint64_t swept() const;
    void beginPass();

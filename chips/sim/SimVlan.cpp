@@ -105,7 +105,7 @@ VlanUnit::carrying( VlanId vlan ) const {
 }
 
 VlanHelper::VlanHelper( Kiv::Ptr< VlanUnit > const & unit,
-                        Kiv::Ptr< Hoba::HobaCommonSmData const > const & commonSmData,
+                        Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
                         Kiv::Ptr< Hoba::PortVlanMembership const > const & membership )
       : VlanHelperBase( "vlan" ), unit_( unit ), commonSmData_( commonSmData ),
         membership_( membership ) {}
@@ -175,6 +175,12 @@ VlanHelper::verify() {
       }
    }
    tpids.conclude();
+   if( !mismatch.empty() && !unit_->isSettled() ) {
+      if( auto const pass = commonSmData_->verifyData() ) {
+         pass->retryVerifyIs( true );
+      }
+      return {};
+   }
    return mismatch;
 }
 

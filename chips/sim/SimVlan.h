@@ -65,7 +65,7 @@ class VlanHelper : public Hoba::VlanHelperBase {
 
  public:
    VlanHelper( Kiv::Ptr< VlanUnit > const & unit,
-               Kiv::Ptr< Hoba::HobaCommonSmData const > const & commonSmData,
+               Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
                Kiv::Ptr< Hoba::PortVlanMembership const > const & membership );
 
    // Begins a pass on the unit's tables: what is not told again goes with the next sweep.
@@ -77,11 +77,12 @@ class VlanHelper : public Hoba::VlanHelperBase {
    void setTpids( Pelt::IntfId port, Hoba::HobaPortVlanTpidData const & tpids ) override;
    void clearTpids( Pelt::IntfId port ) override;
 
+   // A mismatch while something is on its way to the chip is none yet: another pass is asked for.
    Kiv::String verify() override;
 
  private:
    Kiv::Ptr< VlanUnit > const unit_;
-   Kiv::Ptr< Hoba::HobaCommonSmData const > const commonSmData_;
+   Kiv::Ptr< Hoba::HobaCommonSmData > const commonSmData_;
    Kiv::Ptr< Hoba::PortVlanMembership const > const membership_;
 };
 

@@ -316,6 +316,27 @@ TEST_P( VlanFeederTest, inSlices ) {
    check( "in the end" );
 }
 
+// What is on its way to a slow chip is no mismatch; what is lost is one.
+TEST_P( VlanFeederTest, aSlowChip ) {
+   for( auto * table : unit->tables() ) {
+      table->control()->latencyIs( 0.1 );
+   }
+   data->handleInitialized();
+   config->portIs( eth( 1 ) );
+   EXPECT_TRUE( unit->member().empty() );
+   EXPECT_EQ( data->vlanHelper()->verify(), "" );
+   EXPECT_TRUE( data->verifyData()->retryVerify() );
+   for( unsigned n = 0; n != 40; ++n ) {
+      step();
+      driver.advance( 0.03 );
+   }
+   driver.advance( 1 );
+   check( "landed" );
+   unit->memberIs( { VlanId( 9 ), eth( 9 ) }, Hoba::vlanTagged );
+   EXPECT_EQ( data->vlanHelper()->verify(),
+              "VLAN member 9@Ethernet9: nothing expected, vlanTagged found" );
+}
+
 // A chip that refuses is asked again, and none of it counts as carried meanwhile.
 TEST_P( VlanFeederTest, aChipThatRefuses ) {
    auto const failures = Kiv::Dispatch::failures;

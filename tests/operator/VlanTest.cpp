@@ -26,11 +26,11 @@ TEST_F( VlanTest, configuredShownAndUsed ) {
    // One frame out, one back, and one that nobody wants.
    expectIn( HobaTests::squeezed(
                    ok( "sim frame Ethernet1 ff:ff:ff:ff:ff:ff 02:00:00:00:00:01 --type 0x86dd" ) ),
-             { "vlan VLAN 10, native of Ethernet1", "type 0x86dd",
+             { "type 0x86dd", "vlan VLAN 10, native of Ethernet1",
                "learning learnt 02:00:00:00:00:01 behind Ethernet1", "out Ethernet3, tagged 10",
                "left by 1 port" } );
    expectIn( ok( "sim frame Ethernet3 02:00:00:00:00:01 02:00:00:00:00:02 10 77 --json" ),
-             { R"("port":"Ethernet1")", R"("vlan":77)" } );
+             { R"("port": "Ethernet1")", R"("vlan": 77)" } );
    expectIn( ok( "sim frame Ethernet3 02:00:00:00:00:01 02:00:00:00:00:02" ),
              { "has no native VLAN", "\ndropped\n" } );
    EXPECT_EQ( row( "show vlan 10", "10 active" ), "2 Ethernet1 Ethernet3" );
@@ -57,11 +57,10 @@ TEST_F( VlanTest, configuredShownAndUsed ) {
              "is a member of Port-Channel1, which stands for it" );
    expectIn( ok( "sim restart hitless" ), "running" );
    ok( "set /sim/chip/vlan/vlanTable/capacity 2" );
-   ok( "set /feeders/config/vlan/20 {}" );
+   expectOneLine( ctl( "set /feeders/config/vlan/20 {}" ), 3, "setVlan on 20 failed: " );
    expectIn( ok( "show vlan" ), { "the chip refuses VLAN 20: table vlan.vlan, row 20: full" } );
    ok( "set /sim/chip/vlan/vlanTable/capacity 3" );
-   EXPECT_TRUE(
-         eventually( [ & ] { return row( "show vlan 20", "20 active" ) != ""; } ) );
+   EXPECT_TRUE( eventually( [ & ] { return row( "show vlan 20", "20 active" ) != ""; } ) );
 }
 
 } // namespace

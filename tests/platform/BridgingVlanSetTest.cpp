@@ -27,7 +27,10 @@ numbersOf( VlanSet const & vlans ) {
 class VlanSetTest : public testing::TestWithParam< unsigned > {
  protected:
    // Crowded at both ends, so that ranges meet, part and reach the bounds.
-   unsigned any() { return random() % 2 ? random() % 12 + 1 : 4094 - random() % 12; }
+   unsigned any() {
+      auto const near = static_cast< unsigned >( random() % 12 );
+      return random() % 2 ? near + 1 : 4094 - near;
+   }
 
    std::mt19937 random{ GetParam() };
 };
@@ -38,7 +41,8 @@ TEST_P( VlanSetTest, likeASet ) {
    VlanSet vlans[ 2 ];
    Numbers numbers[ 2 ];
    for( unsigned n = 0; n != 2000; ++n ) {
-      auto const which = random() % 2, number = any();
+      auto const which = random() % 2;
+      auto const number = any();
       bool const inserts = random() % 2;
       bool const changed = inserts ? numbers[ which ].insert( number ).second
                                    : numbers[ which ].erase( number ) != 0;
