@@ -4,8 +4,8 @@
 #    agent/common/*.cpp    hoba-agent-common   what both ends of the socket share
 #    agent/**/*.cpp        hoba-agent-core     the agent without its main
 #    agent/main.cpp        hoba-agent
-#    agent/hobactl/*.cpp   hobactl-core, and hobactl from its main.cpp; of the library it needs but the
-#                          data types of the platform
+#    agent/hobactl/*.cpp   hobactl-core, and hobactl from its main.cpp; of the library and the chip it
+#                          needs but the data types
 
 find_package(nlohmann_json REQUIRED)
 find_package(CLI11 REQUIRED)
@@ -40,7 +40,7 @@ hoba_agent_part(hoba-agent-core SOURCES ${hobaAgentSources}
 
 file(GLOB hobactlSources CONFIGURE_DEPENDS "${hobaAgentDir}/hobactl/*.cpp")
 list(FILTER hobactlSources EXCLUDE REGEX "/hobactl/main\\.cpp$")
-hoba_agent_part(hobactl-core SOURCES ${hobactlSources} LINK hoba-agent-common)
+hoba_agent_part(hobactl-core SOURCES ${hobactlSources} LINK hoba-agent-common Hoba::ChipSim)
 
 # hoba_tool( name source core ) makes the tool once its main exists.
 function(hoba_tool name source core)

@@ -86,6 +86,7 @@ Features::begin() {
    chip.beginPass();
    board_.contextIs();
    writesSeen_ = chip.writes();
+   failuresSeen_ = Kiv::Dispatch::failures;
    for( auto const & feature : features_ ) {
       feature->start();
       wrote( feature->name() );
@@ -105,9 +106,13 @@ Features::settle() {
    if( record.state == inFirstPass &&
        std::ranges::none_of( features_, []( auto const & f ) { return f->inFirstPass(); } ) ) {
       wrote( "later" );
-      auto const before = board_.chip->swept();
-      board_.chip->sweep();
-      record.swept = board_.chip->swept() - before;
+      record.failedSteps = Kiv::Dispatch::failures - failuresSeen_;
+      // Whose step failed may want what nobody has asked for.
+      if( record.failedSteps == 0 ) {
+         auto const before = board_.chip->swept();
+         board_.chip->sweep();
+         record.swept = board_.chip->swept() - before;
+      }
       record.duration = Kiv::ClockDriver::ambient().now() - record.time;
       record.state = running;
    }

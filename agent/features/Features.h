@@ -26,7 +26,8 @@ class Features {
    Features & operator=( Features const & ) = delete;
 
    // The configuration is complete: the machines begin. What the chip holds and nobody has asked for
-   // when all have, is swept. Throws what a feature throws: then no machine runs.
+   // when all have, is swept, unless a step has failed meanwhile. Throws what a feature throws: then no machine
+   // runs.
    void start( RestartKind kind );
    // The machines go; chip and state database stay.
    void stop();
@@ -45,7 +46,8 @@ class Features {
    Board board_;
    Restarts restarts_;
    bool starting_ = false;
-   std::uint64_t writesSeen_ = 0; // by the chip, when last asked
+   std::uint64_t writesSeen_ = 0;   // by the chip, when last asked
+   std::uint64_t failuresSeen_ = 0; // steps that had failed when the machines began
    std::vector< std::unique_ptr< Feature > > features_;
    Imports imports_;
 };

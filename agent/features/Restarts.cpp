@@ -34,7 +34,10 @@ stateText( RestartRecord const & record ) {
    case inFirstPass:
       return "in its first pass";
    case running:
-      return "running";
+      return record.failedSteps == 0
+                   ? "running"
+                   : "running; not swept, since " + counted( record.failedSteps, "step" ) +
+                           " failed: see logs";
    case ended:
       return "ended in its first pass";
    default:

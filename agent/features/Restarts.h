@@ -27,7 +27,8 @@ struct RestartRecord {
    bool isProcess = false; // the agent itself began
    // By feature, in their order: how often the chip was written while it began.
    std::vector< std::pair< Kiv::String, std::uint64_t > > writes = {};
-   std::uint64_t swept = 0; // entries of the chip that nobody asked for any more
+   std::uint64_t failedSteps = 0; // of the first pass: then nothing was swept
+   std::uint64_t swept = 0;       // entries of the chip that nobody asked for any more
    Kiv::String failure = {};
 };
 

@@ -6,6 +6,7 @@
 #include "Glim/Segment.h"
 #include "Tessera/Suggest.h"
 #include "agent/common/Json.h"
+#include "chips/sim/SimChip.h"
 #include "types/HobaTypes.h"
 
 #include <algorithm>
@@ -17,6 +18,8 @@
 
 // What this tool prints as the agent does; tables of other types it prints by their shape.
 GLIM_RECORD( Bridging::MacVlanPair, HobaTypes::MacAddressTableEntry );
+// The tables of a simulated chip enrol theirs, once its units are linked in.
+[[maybe_unused]] static auto const & chipTables = HobaSim::Chip::kivType();
 
 namespace Hobactl {
 

@@ -249,6 +249,22 @@ TEST_F( FeaturesTest, stationsThatCameAndWentMeanwhile ) {
    EXPECT_EQ( at( "/interface/status/ethPhyIntfStatus/Ethernet1/linkStatus" ), "linkDown" );
 }
 
+// What a machine could not ask for stays with the chip until a start in which nothing fails.
+TEST_F( FeaturesTest, nothingIsSweptWhenAStepFailed ) {
+   configure();
+   start();
+   auto const before = told();
+   set( "/sim/chip/stormControl/limit/Ethernet77:all",
+        Kiv::Datum( Kiv::Datum::Object{ { "limited", true } } ) );
+   chip->stormControl()->forget( Pelt::EthIntfId( 5 ) );
+   set( "/sim/chip/stormControl/limitTable/fault/busy/next", 1 );
+   EXPECT_EQ( writesOf( hitless ), 0u );
+   HobaTests::expectIn( told(), "Ethernet77:all" );
+   HobaTests::expectIn( ask( "show restarts" ), "not swept, since 1 step failed" );
+   EXPECT_EQ( writesOf( hitless ), 1u );
+   EXPECT_EQ( told(), before );
+}
+
 TEST_F( FeaturesTest, aStartThatFailsLeavesNothingAndMayBeRepeated ) {
    configure();
    start();
