@@ -64,12 +64,34 @@ spelled( String const & enumerator, std::string_view prefix ) {
    return text;
 }
 
+namespace {
+
+// Whether the name of the one but for its last number, by one larger, is that of the other.
+bool
+isNext( String const & name, String const & next ) {
+   auto const digits = name.find_last_not_of( "0123456789" ) + 1;
+   return digits != name.size() && next.compare( 0, digits, name, 0, digits ) == 0 &&
+          next.substr( digits ) == Kiv::toText( std::stoul( name.substr( digits ) ) + 1 );
+}
+
+} // namespace
+
 String
 listText( std::vector< Pelt::IntfId > intfs ) {
    std::sort( intfs.begin(), intfs.end() );
+   auto const names = namesOf( intfs );
    String text;
-   for( auto intf : intfs ) {
-      text += ( text.empty() ? "" : ", " ) + Kiv::toText( intf );
+   for( std::size_t first = 0; first != names.size(); ) {
+      auto last = first;
+      while( last + 1 != names.size() && isNext( names[ last ], names[ last + 1 ] ) ) {
+         ++last;
+      }
+      last = last - first < 2 ? first : last; // two are said one by one
+      text += ( text.empty() ? "" : ", " ) + names[ first ];
+      if( last != first ) {
+         text += '-' + names[ last ].substr( names[ last ].find_last_not_of( "0123456789" ) + 1 );
+      }
+      first = last + 1;
    }
    return text.empty() ? "-" : text;
 }

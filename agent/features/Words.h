@@ -69,7 +69,7 @@ Kiv::String speedText( std::uint64_t kbps );
 // An enumerator as words: "mac address learned" of eventTypeMacAddressLearned, without the prefix
 // eventType that is common to all and says nothing.
 Kiv::String spelled( Kiv::String const & enumerator, std::string_view prefix = {} );
-// "Ethernet1, Ethernet2", by number; "-" for none.
+// "Ethernet1, Ethernet2, Ethernet5/1-48", by number; "-" for none.
 Kiv::String listText( std::vector< Pelt::IntfId > intfs );
 
 // The keys of a collection in their own order: interfaces by number.

@@ -46,14 +46,18 @@ wrapped( std::string_view text, std::size_t width ) {
    std::vector< std::string > lines;
    std::string const margin( marginOf( text ), ' ' );
    std::string line( text.substr( 0, text.find( ' ', margin.size() ) ) );
+   auto columns = columnsOf( line );
    for( auto at = line.size(); at != text.size(); ) {
       auto const end = std::min( text.find( ' ', at + 1 ), text.size() );
       auto const word = text.substr( at, end - at ); // with the space in front
-      if( columnsOf( line ) + columnsOf( word ) <= width ) {
+      auto const more = columnsOf( word );
+      if( columns + more <= width ) {
          line += word;
+         columns += more;
       } else if( word.size() > 1 ) {
          lines.push_back( line );
          line = margin + std::string( word.substr( 1 ) );
+         columns = margin.size() + more - 1;
       }
       at = end;
    }
