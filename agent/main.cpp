@@ -22,10 +22,10 @@ served( HobaAgent::AgentOptions const & options ) {
    return agent.restartWanted();
 }
 
-// Nobody means a file without a name: a variable of a script was empty.
+// Nobody means a file or a memory without a name: a variable of a script was empty.
 std::string
-isNamed( std::string const & file ) {
-   return file.empty() ? "the name of a file is expected, and this one is empty" : "";
+isNamed( std::string const & name ) {
+   return name.empty() ? "a name is expected, and this one is empty" : "";
 }
 
 } // namespace

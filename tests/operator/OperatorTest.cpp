@@ -279,7 +279,7 @@ TEST_F( OperatorTest, badInputIsRefusedInOneLineAndChangesNothing ) {
         { Row{ "--config", oneBad, oneBad + ": " + levels + "Ethernet9/broadcast: level: " },
           Row{ "--config", malformed, malformed + ":3:2: " },
           Row{ "--config", pipe, pipe + ": is not a regular file" },
-          Row{ "--config", "", "--config: the name of a file is expected" },
+          Row{ "--config", "", "--config: a name is expected" },
           Row{ "--sim", malformed, malformed + ":3:2: " },
           Row{ "--sim", "/dev/zero", "/dev/zero: is not a regular file" },
           Row{ "--config-db", "/nonexistent", "/nonexistent: No such file" },
