@@ -4,7 +4,7 @@
 #include "Kiv/ClockDriver.h"
 #include "agent/features/Feature.h"
 #include "agent/features/Words.h"
-#include "chips/sim/SimMachines.h"
+#include "chips/sim/SimEventQueueSm.h"
 
 // What the chip reported of ports and stations, and what became of it; and a chip that reports on
 // command.

@@ -3,7 +3,8 @@
 #include "agent/features/Words.h"
 #include "agent/feeders/LagFeeder.h"
 #include "agent/import/AdminStatus.h"
-#include "chips/sim/SimMachines.h"
+#include "chips/sim/SimChip.h"
+#include "chips/sim/SimLagSm.h"
 
 // LAGs and who is in them.
 

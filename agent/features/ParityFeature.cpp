@@ -5,7 +5,8 @@
 #include "Kiv/ClockDriver.h"
 #include "agent/features/Feature.h"
 #include "agent/features/Words.h"
-#include "chips/sim/SimMachines.h"
+#include "chips/sim/SimChip.h"
+#include "chips/sim/SimParityHelperSm.h"
 
 // Parity errors in the memories of the chip.
 

@@ -4,7 +4,9 @@
 
 #include "Kiv/Exception.h"
 #include "chips/SimEventsFixture.h"
-#include "chips/sim/SimMachines.h"
+#include "chips/sim/SimEventQueueSm.h"
+#include "chips/sim/SimLagSm.h"
+#include "chips/sim/SimParityHelperSm.h"
 
 namespace {
 

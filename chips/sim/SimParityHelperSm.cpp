@@ -1,45 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "chips/sim/SimMachines.h"
+#include "chips/sim/SimParityHelperSm.h"
 
 #include "Hoba/HobaCommon.h"
 #include "Kiv/Reflect.h"
 
-KIV_DEFINE( HobaSim::ChipEventQueueSm );
-KIV_DEFINE( HobaSim::ChipLagSm );
 KIV_DEFINE( HobaSim::ChipParityHelperSm );
 
 namespace HobaSim {
-
-ChipEventQueueSm::ChipEventQueueSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
-                                    Kiv::Ptr< Hoba::HobaEventQueue > const & queue,
-                                    Kiv::Ptr< HobaTypes::HobaPortStatusDir > const & portStatusDir,
-                                    Kiv::Ptr< Chip > const & chip )
-      : EventQueueSm( commonSmData, queue, portStatusDir ), chip_( chip ) {}
-
-ChipLagSm::ChipLagSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
-                      Kiv::Ptr< TrunkUnit > const & unit )
-      : HobaBaseSm( commonSmData ), unit_( unit ) {
-   portToLagIs( commonSmData );
-}
-
-void
-ChipLagSm::handleInitialized() {
-   if( initialized() ) {
-      unit_->beginPass();
-      reactorsInitialize();
-   } else {
-      reactorsUninitialize();
-   }
-}
-
-void
-ChipLagSm::handlePortToLag( Pelt::IntfId const & port ) {
-   if( auto const lag = commonSmData()->portToLag( port ) ) {
-      unit_->lagMustProgram( port, lag );
-   } else {
-      unit_->lagMustClear( port );
-   }
-}
 
 ChipParityHelperSm::ChipParityHelperSm( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
                                         Kiv::Ptr< ParityUnit > const & unit )
