@@ -22,6 +22,7 @@ class PortsFeature : public Feature {
    void start() override;
 
  private:
+   void takeLinks();
    Datum show( Request const & request ) const;
    Datum plug( Request const & request );
    Datum setSpeed( Request const & request );
@@ -36,8 +37,20 @@ PortsFeature::mounts() {
    mount( "/hoba/portStatus", board().portStatusDir, Tessera::Access::status );
 }
 
+// A chip that went on while nobody listened knows more of its links than we do. What it knows counts
+// from the beginning: LAGs would otherwise have members first that cannot be any.
+void
+PortsFeature::takeLinks() {
+   for( auto const & [ port, event ] : board().chip->events()->link() ) {
+      if( Pelt::EthIntfId const intf( port ); board().feederConfig->portHas( intf ) ) {
+         board().portStatusDir->portStatusIs( port )->linkStatusIs( event.linkStatus );
+      }
+   }
+}
+
 void
 PortsFeature::start() {
+   takeLinks();
    feeder_.is( Feeders::PortFeeder::PortFeederIs(
          context(), board().feederConfig, board().ethPhyIntfStatusDir, board().portStatusDir ) );
    feeder_->initializedIs( true );

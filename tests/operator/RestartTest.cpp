@@ -161,6 +161,7 @@ TEST_F( RestartTest, theChipGoesOn ) {
    start( with );
    ok( "sim event learn Ethernet20 00:00:5e:00:53:01 1" );
    ok( "sim event link Ethernet21 down" );
+   ok( "sim event link Ethernet2 down" ); // of a LAG, which it leaves
    ok( "sim drop Ethernet30 broadcast 100000000" );
    auto const drops = level( "Ethernet30 broadcast" );
    expectIn( ok( "show restarts" ), { "agent", "cold", "storm control", "running" } );
