@@ -193,14 +193,13 @@ StormControlSm::program( LimitedIntf const & intf, std::span< LevelType const > 
    if( obstacle( intf ) ) {
       return;
    }
-   // Where no level has anything to say to any port, its speed known or not, the rule stays.
-   bool told = false;
+   bool supported = false;
    for( auto levelType : levels ) {
-      told = told || decideLevelOnPort( intf.asked, levelType, false ).program;
+      auto const & asked = intf.asked[ levelType ];
+      supported = supported || asked.program || asked.refused();
       for( auto const & port : intf.ports ) {
          if( auto const decision = wanted( intf, levelType, port ); decision.program ) {
             setHwRate( levelType, port, intf.intf, decision.threshold );
-            told = true;
             auto const now = [ & ] {
                return intf.config ? look( intf.intf ) : look( intf.intf, nullptr );
             };
@@ -211,7 +210,9 @@ StormControlSm::program( LimitedIntf const & intf, std::span< LevelType const > 
          }
       }
    }
-   if( told ) {
+   // Also behind a zero that was refused: the rule follows from what is asked for, not from what was
+   // before.
+   if( supported ) {
       platform_.call< &Helper::updateBcastSkipRule >( intf.intf, broadcastSkips( intf.asked ) );
    }
 }

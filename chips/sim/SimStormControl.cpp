@@ -220,12 +220,10 @@ StormControlHelper::verifySkip( Pelt::IntfId intf, Pelt::IntfId parentIntf, std:
    if( intf != parentIntf && unit_->bcastSkipHas( intf ) ) {
       return "a skip rule of its own found";
    }
-   auto const asked = Hoba::decideLevels( *this, &intfConfig );
-   if( speedKbps == 0 || asked[ Hoba::levelTypeMulticast ].refused() ||
-       asked[ Hoba::levelTypeAll ].refused() ) {
-      return {}; // as above
+   if( speedKbps == 0 && intf == parentIntf ) {
+      return {}; // as above; a LAG's rule does not ask for the speed of its members
    }
-   bool const expected = Hoba::broadcastSkips( asked );
+   bool const expected = Hoba::broadcastSkips( Hoba::decideLevels( *this, &intfConfig ) );
    if( unit_->bcastSkipHas( parentIntf ) == expected ) {
       return {};
    }

@@ -51,9 +51,9 @@ LevelCase const levelCases[] = {
       { mc, pps( 5000 ), "pps", "programmed 0: multicast 10000000 pps 5000, skip on" },
       { bc, kbps( 50 ), "pps", "meteringModeNotSupported 0: broadcast 10000000 none, skip off" },
       { bc, kbps( 50 ), "bps", "programmed 0: broadcast 10000000 bps 50, skip off" },
-      { bc, percent( 0 ), "", "zeroRateNotSupported 0:" },
+      { bc, percent( 0 ), "", "zeroRateNotSupported 0: skip off" },
       { bc, percent( 0 ), "zero", "programmed 0: broadcast 10000000 0, skip off" },
-      { bc, pps( 0 ), "pps", "zeroRateNotSupported 0:" },
+      { bc, pps( 0 ), "pps", "zeroRateNotSupported 0: skip off" },
       // The mode is looked at before the zero.
       { bc, pps( 0 ), "", "meteringModeNotSupported 0: broadcast 10000000 none, skip off" },
 };

@@ -55,7 +55,7 @@ class Observer {
          SCOPED_TRACE( Kiv::toText( lag ) );
          now_[ lag ] = held( lag );
          if( auto const * config = configOf( lag ) ) {
-            checkSkip( lag, *config, beforeOf( lag ).skips );
+            checkSkip( lag, *config );
          } else {
             EXPECT_FALSE( now_[ lag ].skips );
          }
@@ -193,7 +193,7 @@ class Observer {
       } else if( speed == 0 ) {
          EXPECT_EQ( now.skips, stood.skips );
       } else {
-         checkSkip( port, *config, stood.skips );
+         checkSkip( port, *config );
       }
    }
 
@@ -209,10 +209,8 @@ class Observer {
       }
    }
 
-   // Who had his skip rule set since the last time. Nobody calls for a port that is not there, nor
-   // for a level that the platform does not have.
+   // Nobody calls for a port that is not there, nor for a level that the platform does not have.
    void hearCalls() {
-      skipsSet_.clear();
       auto const & calls = world_.helper->calls;
       for( ; callsHeard_ < calls.size(); ++callsHeard_ ) {
          auto const & call = calls[ callsHeard_ ];
@@ -222,24 +220,11 @@ class Observer {
             auto const end = call.find_first_of( "( ", begin );
             EXPECT_TRUE( world_.data->intfHas( IntfId( call.substr( begin, end - begin ) ) ) );
          }
-         if( call.starts_with( "skip " ) ) {
-            skipsSet_.insert( IntfId( call.substr( 5, call.rfind( ' ' ) - 5 ) ) );
-         }
       }
    }
 
-   // The rule is set behind each level that is programmed. A zero that is refused, for multicast
-   // or all traffic, does not: until some other level is programmed the rule stays as it was.
-   void checkSkip( IntfId intf, IntfConfig const & config, bool stood ) const {
-      auto const refused = [ & ]( LevelType levelType ) { return refuses( config, levelType ); };
-      bool const undecided = refused( mc ) || refused( at );
-      bool const noneProgrammed =
-            std::all_of( std::begin( levelTypes ), std::end( levelTypes ), [ & ]( auto levelType ) {
-               return !has( levelType ) || refuses( config, levelType );
-            } );
-      bool const stays = undecided && ( noneProgrammed || !skipsSet_.count( intf ) );
-      EXPECT_EQ( unit_.bcastSkipHas( intf ),
-                 stays ? stood : isDefault( config, at ) && !isDefault( config, mc ) )
+   void checkSkip( IntfId intf, IntfConfig const & config ) const {
+      EXPECT_EQ( unit_.bcastSkipHas( intf ), isDefault( config, at ) && !isDefault( config, mc ) )
             << "skip rule";
    }
 
@@ -328,7 +313,6 @@ class Observer {
    HobaSim::StormUnit & unit_;
    Holdings now_;
    std::size_t callsHeard_ = 0;
-   std::set< IntfId > skipsSet_;
 };
 
 // ---- The world that it observes
@@ -603,8 +587,7 @@ class Simulation {
          world.create();
       }
       world.sm->initializedIs( true );
-      // What stands beside a zero that was refused follows from what stood there before.
-      if( changes == 0 && world.unit().zeroRate() ) {
+      if( changes == 0 ) {
          EXPECT_EQ( world.chip->writes(), writes ) << "the chip held all of it";
       }
       world.chip->sweep();

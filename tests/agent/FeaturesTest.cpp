@@ -177,7 +177,8 @@ TEST_F( FeaturesTest, aHitlessRestartWritesNothing ) {
       char const * const lag = below( 2 ) ? "Port-Channel1" : "Port-Channel2";
       char const * const names[] = { "broadcast", "multicast", "uucast", "all" };
       auto const vlan = "/feeders/config/vlan/" + std::to_string( 1 + below( 4 ) );
-      switch( below( 12 ) ) {
+      auto const what = below( 12 );
+      switch( what ) {
       case 0:
          board().feederConfig->portDel( Pelt::EthIntfId( n ) );
          break;
