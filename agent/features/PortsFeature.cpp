@@ -22,7 +22,6 @@ class PortsFeature : public Feature {
    void start() override;
 
  private:
-   void takeLinks();
    Datum show( Request const & request ) const;
    Datum plug( Request const & request );
    Datum setSpeed( Request const & request );
@@ -37,22 +36,16 @@ PortsFeature::mounts() {
    mount( "/hoba/portStatus", board().portStatusDir, Tessera::Access::status );
 }
 
-// A chip that went on while nobody listened knows more of its links than we do. What it knows counts
-// from the beginning: LAGs would otherwise have members first that cannot be any.
-void
-PortsFeature::takeLinks() {
-   for( auto const & [ port, event ] : board().chip->events()->link() ) {
-      if( Pelt::EthIntfId const intf( port ); board().feederConfig->portHas( intf ) ) {
-         board().portStatusDir->portStatusIs( port )->linkStatusIs( event.linkStatus );
-      }
-   }
-}
-
 void
 PortsFeature::start() {
-   takeLinks();
-   feeder_.is( Feeders::PortFeeder::PortFeederIs(
-         context(), board().feederConfig, board().ethPhyIntfStatusDir, board().portStatusDir ) );
+   // What a chip that went on knows of its links counts from the beginning: LAGs would otherwise have
+   // members first that cannot be any.
+   auto const linkOf = [ events = board().chip->events() ]( Pelt::IntfId intf ) {
+      return events->link( intf ).linkStatus;
+   };
+   feeder_.is( Feeders::PortFeeder::PortFeederIs( context(), board().feederConfig,
+                                                  board().ethPhyIntfStatusDir,
+                                                  board().portStatusDir, linkOf ) );
    feeder_->initializedIs( true );
 }
 

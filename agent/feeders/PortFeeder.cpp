@@ -14,9 +14,10 @@ namespace Feeders {
 PortFeeder::PortFeeder( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
                         Kiv::Ptr< Config const > const & config,
                         Kiv::Ptr< Interface::AllEthPhyIntfStatusDir > const & ethPhyIntfStatusDir,
-                        Kiv::Ptr< HobaTypes::HobaPortStatusDir > const & hobaPortStatusDir )
+                        Kiv::Ptr< HobaTypes::HobaPortStatusDir > const & hobaPortStatusDir,
+                        LinkOf linkOf )
       : HobaBaseSm( commonSmData ), ethPhyIntfStatusDir_( ethPhyIntfStatusDir ),
-        hobaPortStatusDir_( hobaPortStatusDir ) {
+        hobaPortStatusDir_( hobaPortStatusDir ), linkOf_( std::move( linkOf ) ) {
    configIs( config );
 }
 
@@ -69,7 +70,12 @@ PortFeeder::add( Pelt::IntfId intf, PortConfig const & port ) {
    if( !status ) {
       status = Kiv::make< Interface::EthPhyIntfStatus >( intf );
    }
-   portStatusIs( intf, hobaPortStatusDir_->portStatusIs( intf ) );
+   auto const reported = hobaPortStatusDir_->portStatusIs( intf );
+   if( auto const link = linkOf_ ? linkOf_( intf ) : Interface::linkUnknown;
+       link != Interface::linkUnknown ) {
+      reported->linkStatusIs( link );
+   }
+   portStatusIs( intf, reported );
    statusIs( *status, port, intf );
    ethPhyIntfStatusDir_->ethPhyIntfStatusIs( intf, status );
    commonSmData()->intfIs( intf, true );

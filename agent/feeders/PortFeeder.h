@@ -17,22 +17,27 @@
 #include "agent/feeders/FeederConfig.h"
 #include "types/HobaTypes.h"
 
+#include <functional>
+
 namespace Feeders {
 
 class PortFeeder : public Hoba::HobaBaseSm {
    HOBA_MACHINE( PortFeeder );
 
  public:
+   using LinkOf = std::function< Interface::LinkStatus( Pelt::IntfId intf ) >;
    void handleInitialized() override;
 
  protected:
    // Reads `config` and what the chip reported into `hobaPortStatusDir`; writes `commonSmData`,
    // `ethPhyIntfStatusDir` and who is in `hobaPortStatusDir`, but not before its owner says
-   // initializedIs( true ).
+   // initializedIs( true ). `linkOf` says what the chip knows of a link before it reports anything;
+   // without it nothing is known.
    PortFeeder( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
                Kiv::Ptr< Config const > const & config,
                Kiv::Ptr< Interface::AllEthPhyIntfStatusDir > const & ethPhyIntfStatusDir,
-               Kiv::Ptr< HobaTypes::HobaPortStatusDir > const & hobaPortStatusDir );
+               Kiv::Ptr< HobaTypes::HobaPortStatusDir > const & hobaPortStatusDir,
+               LinkOf linkOf = {} );
 
  private:
    // A port came or went, or something about it changed.
@@ -54,6 +59,7 @@ class PortFeeder : public Hoba::HobaBaseSm {
 
    Kiv::Ptr< Interface::AllEthPhyIntfStatusDir > const ethPhyIntfStatusDir_;
    Kiv::Ptr< HobaTypes::HobaPortStatusDir > const hobaPortStatusDir_;
+   LinkOf const linkOf_;
    KIV_REACTORS( Pelt::IntfId, KivPortConfig, portConfig );
    KIV_REACTORS( Pelt::IntfId, KivPortStatus, portStatus );
 
