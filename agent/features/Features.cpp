@@ -21,6 +21,7 @@ constexpr std::unique_ptr< Feature > ( *featureMakers[] )( Board & ) = {
       makeFeature< class VlanFeature >,
       makeFeature< class ContextFeature >,
       makeFeature< class EventsFeature >,
+      makeFeature< class TrunkFeature >,
       makeFeature< class MacFeature >,
       makeFeature< class ParityFeature >,
       makeFeature< class NonAgingFeature >,

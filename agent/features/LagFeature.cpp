@@ -3,7 +3,6 @@
 #include "agent/features/Words.h"
 #include "agent/feeders/LagFeeder.h"
 #include "agent/import/AdminStatus.h"
-#include "chips/sim/SimMachines.h"
 
 // LAGs and who is in them.
 
@@ -28,7 +27,6 @@ class LagFeature : public Feature {
    Datum put( Request const & request );
 
    Machine< Feeders::LagFeeder > feeder_{ *this, "lagFeeder" };
-   Machine< HobaSim::ChipLagSm > chipSm_{ *this, "chipLag" };
 };
 
 void
@@ -36,8 +34,6 @@ LagFeature::start() {
    feeder_.is( Feeders::LagFeeder::LagFeederIs(
          context(), board().feederConfig, board().lagInputConfig, board().ethPhyIntfStatusDir ) );
    feeder_->initializedIs( true );
-   chipSm_.is( HobaSim::ChipLagSm::ChipLagSmIs( context(), board().chip->trunk() ) );
-   chipSm_->initializedIs( true );
 }
 
 Datum
