@@ -240,6 +240,10 @@ parseJson( std::string_view text, JsonLimits const & limits ) {
    if( text.size() > limits.bytes ) {
       failAt( text, 0, "longer than " + std::to_string( limits.bytes ) + " bytes" );
    }
+   // The parser takes one for the end, and would let pass whatever follows.
+   if( auto const zero = text.find( '\0' ); zero != text.npos ) {
+      failAt( text, zero, "a zero byte" );
+   }
    std::size_t read = 0;
    std::size_t unused = 0;
    Builder builder( text, limits, read );

@@ -124,6 +124,7 @@ VlanFeeder::handleHelper() {
    }
    refusedVlanDelAll();
    refusedIntfDelAll();
+   unsure_.clear();
    tpidDelAll();
    waitingDelAll();
    leavingDelAll();
@@ -242,8 +243,8 @@ VlanFeeder::finish( VlanId vlan ) {
    if( !vlanConfig( vlan ) ) {
       commonSmData()->vlanStatusDel( vlan );
    }
-   if( !chipVlan().has( vlan ) ) {
-      return refusedVlanDel( vlan );
+   if( !chipVlan().has( vlan ) && !refusedVlanHas( vlan ) ) {
+      return;
    }
    Kiv::String refusal;
    if( !tell< &Helper::setVlan >( refusal, vlan, false ) ) {
@@ -399,8 +400,9 @@ VlanFeeder::review( Pelt::IntfId intf, bool anew ) {
    indexAccess( intf );
    Kiv::String refusal;
    auto const held = anew ? Hoba::IntfVlans() : membership_->intf( intf );
-   auto const vlans = tellVlans( intf, held, refusedIntfHas( intf ), refusal );
-   tellTpids( intf, refusal );
+   bool const unsure = refusedIntfHas( intf );
+   auto const vlans = tellVlans( intf, held, unsure, refusal );
+   tellTpids( intf, unsure, refusal );
    if( refusal.empty() ) {
       refusedIntfDel( intf );
    } else {
@@ -419,12 +421,18 @@ VlanFeeder::tellVlans( Pelt::IntfId intf, Hoba::IntfVlans const & held, bool nat
    }
    auto now = held;
    auto const bringTo = [ & ]( VlanId vlan, Hoba::VlanTagging how ) {
-      if( tell< &Helper::setTagging >( refusal, vlan, intf, how ) ) {
+      bool const told = tell< &Helper::setTagging >( refusal, vlan, intf, how );
+      if( told ) {
          now.taggingIs( vlan, how );
       }
+      unsureIs( vlan, intf, !told && now.tagging( vlan ) == Hoba::vlanNotCarried );
    };
-   for( auto const vlan : held.carried().without( target.carried() ) ) {
-      bringTo( vlan, Hoba::vlanNotCarried );
+   auto const * const unsure = unsure_.find( intf );
+   auto const leftOver = unsure ? *unsure : VlanSet();
+   for( auto const & vlans : { held.carried(), leftOver } ) {
+      for( auto const vlan : vlans.without( target.carried() ) ) {
+         bringTo( vlan, Hoba::vlanNotCarried );
+      }
    }
    for( auto const vlan : target.tagged.without( held.tagged ) ) {
       bringTo( vlan, Hoba::vlanTagged );
@@ -442,12 +450,22 @@ VlanFeeder::tellVlans( Pelt::IntfId intf, Hoba::IntfVlans const & held, bool nat
 }
 
 void
-VlanFeeder::tellTpids( Pelt::IntfId intf, Kiv::String & refusal ) {
+VlanFeeder::unsureIs( VlanId vlan, Pelt::IntfId intf, bool unsure ) {
+   if( unsure ) {
+      unsure_.tryEmplace( intf ).value->insert( vlan );
+   } else if( auto * vlans = unsure_.find( intf );
+              vlans && vlans->erase( vlan ) && vlans->empty() ) {
+      unsure_.erase( intf );
+   }
+}
+
+void
+VlanFeeder::tellTpids( Pelt::IntfId intf, bool unsure, Kiv::String & refusal ) {
    bool const isWanted =
          commonSmData()->intfHas( intf ) && commonSmData()->portVlanTpidDataHas( intf );
    auto const target = commonSmData()->portVlanTpidData( intf );
    if( !isWanted ) {
-      if( tpidHas( intf ) && tell< &Helper::clearTpids >( refusal, intf ) ) {
+      if( ( tpidHas( intf ) || unsure ) && tell< &Helper::clearTpids >( refusal, intf ) ) {
          tpidDel( intf );
       }
    } else if( !( tpidHas( intf ) && tpid( intf ) == target ) &&

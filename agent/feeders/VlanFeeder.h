@@ -102,7 +102,9 @@ class VlanFeeder : public Hoba::HobaBaseSm {
    // Tells the chip, and returns what it has then.
    Hoba::IntfVlans tellVlans( Pelt::IntfId intf, Hoba::IntfVlans const & held, bool nativeUnsure,
                               Kiv::String & refusal );
-   void tellTpids( Pelt::IntfId intf, Kiv::String & refusal );
+   void unsureIs( Bridging::VlanId vlan, Pelt::IntfId intf, bool unsure );
+   // `unsure`: the chip refused something of the interface before.
+   void tellTpids( Pelt::IntfId intf, bool unsure, Kiv::String & refusal );
    void publish( Pelt::IntfId intf, Hoba::IntfVlans const & vlans, bool anew );
    // Calls the hook. The first refusal of several is what `refusal` says.
    template< auto hook, class Subject, class... Args >
@@ -162,6 +164,9 @@ class VlanFeeder : public Hoba::HobaBaseSm {
    // By VLAN: those whose access VLAN it is, and the way back.
    IntfSets accessPorts_;
    Kiv::HashMap< Pelt::IntfId, Bridging::VlanId > accessVlan_;
+   // By interface: VLANs that are not carried, but of which the chip may hold a row that was there
+   // before the first pass, because it refused to have another one in its place.
+   Kiv::HashMap< Pelt::IntfId, Bridging::VlanSet > unsure_;
    // By LAG: its configured ports, and the way back.
    Kiv::HashMap< Pelt::IntfId, Intfs > lagPorts_;
    Kiv::HashMap< Pelt::IntfId, Pelt::IntfId > lagOf_;

@@ -304,6 +304,11 @@ class CommandLine {
                                 return own->get_name() == command;
                              } ).empty();
       if( !known ) {
+         if( command.empty() ||
+             command.find_first_not_of( "abcdefghijklmnopqrstuvwxyz-" ) != command.npos ) {
+            throw CommandLineError( '"' + Kiv::excerpt( command ) +
+                                    "\" is no command: hobactl help lists them" );
+         }
          addWords( command, "" );
       }
       return !known || command == "show" || command == "help";
@@ -446,8 +451,8 @@ commandIn( std::vector< std::string > & all ) {
 // port=Ethernet1 then.
 void
 nameArguments( std::vector< std::string > & all, std::vector< std::string >::iterator word ) {
-   for( ; word != all.end(); ++word ) {
-      if( !word->starts_with( "--" ) || word->size() == 2 ||
+   for( ; word != all.end() && *word != "--"; ++word ) {
+      if( !word->starts_with( "--" ) ||
           isOneOf( word->substr( 0, word->find( '=' ) ),
                    { "--json", "--socket", "--timeout", "--help" } ) ) {
          continue;

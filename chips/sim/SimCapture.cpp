@@ -184,6 +184,8 @@ std::uint64_t
 CaptureReplay::playAll( Kiv::String const & fileName, Pelt::IntfId intf ) {
    checkStart( intf );
    CaptureFile capture( fileName );
+   // Who hears of the frames may drop the chip.
+   Kiv::Ptr< CaptureReplay > const kept( this );
    describe( fileName, intf, 0 );
    try {
       while( auto const frame = capture.next() ) {
@@ -204,6 +206,7 @@ CaptureReplay::start( Kiv::String const & fileName, Pelt::IntfId intf, double fa
                                                      " to " + Kiv::toText( maxSpeed ) );
    }
    CaptureFile capture( fileName );
+   Kiv::Dispatch::Frame dispatch;
    describe( fileName, intf, factor );
    auto const playing =
          std::make_shared< Playing >( *this, std::move( capture ), Kiv::make< Kiv::Clock >() );
@@ -216,6 +219,7 @@ CaptureReplay::start( Kiv::String const & fileName, Pelt::IntfId intf, double fa
 void
 CaptureReplay::stop() {
    if( playing_ ) {
+      Kiv::Dispatch::Frame dispatch;
       finish( "stopped after " + Kiv::toText( frames() ) + " frames" );
    }
 }

@@ -269,6 +269,31 @@ TEST_F( FeaturesTest, nothingIsSweptWhenAStepFailed ) {
    EXPECT_EQ( told(), before );
 }
 
+// No traffic is sent to a port whose link is down, not for a moment; nor for ever to one that the chip
+// would not take out of its LAG at first.
+TEST_F( FeaturesTest, lagMembersWhoseLinkIsDown ) {
+   configure();
+   start();
+   chip->trunk()->lagTable()->faultIs( HobaSim::tableBusy, { 0, 2 } );
+   chip->events()->linkEvent( port, Interface::linkDown );
+   driver.advance( 1 );
+   EXPECT_TRUE( chip->trunk()->lagHas( port ) );
+   driver.advance( 1 );
+   EXPECT_EQ( at( "/sim/chip/trunk/lag" ), R"({"Ethernet2": "Port-Channel1"})" );
+   // An agent that knows nothing of the links but what the chip reports.
+   auto const before = told();
+   auto const writes = chip->writes();
+   features.reset();
+   Commands others;
+   features = std::make_unique< Features >( database, others, chip, []( String const & ) {} );
+   configure();
+   features->start( hitless );
+   driver.run();
+   EXPECT_EQ( chip->writes(), writes );
+   EXPECT_EQ( told(), before );
+   features.reset();
+}
+
 TEST_F( FeaturesTest, aStartThatFailsLeavesNothingAndMayBeRepeated ) {
    configure();
    start();

@@ -57,6 +57,7 @@ TEST( Json, saysWhereItIsWrong ) {
       EXPECT_EQ( error.find( "json.exception" ), std::string::npos ) << error;
    }
    EXPECT_EQ( errorOf( R"([{"a":1},{"a":{"a":2}}])" ), "" ) << "in different objects";
+   EXPECT_EQ( errorOf( std::string_view( "{}\n\0[", 5 ) ), "line 2, column 1: a zero byte" );
 }
 
 TEST( Json, isBounded ) {

@@ -366,6 +366,29 @@ TEST_P( VlanFeederTest, aChipThatRefuses ) {
       EXPECT_TRUE( vlans->refusedIntf().empty() && vlans->refusedVlan().empty() );
    }
    EXPECT_GT( Kiv::Dispatch::failures, failures );
+
+   // Rows of a former agent that another one may not change at first, and then wants no more.
+   lagInput->ethPhyIntfLagConfigDel( eth( 1 ) );
+   config->portIs( eth( 1 ) );
+   config->vlanIs( VlanId( 2 ), Kiv::make< Feeders::VlanConfig >( VlanId( 2 ) ) );
+   config->vlan( VlanId( 2 ) )->memberIs( eth( 1 ) );
+   intfConfigOf( eth( 1 ) )->switchportModeIs( Bridging::switchportModeTrunk );
+   intfConfigOf( eth( 1 ) )->nativeVlanIs( VlanIdOrNone() );
+   tpidsAsked[ eth( 1 ) ] = { 0x88a8, 0x8100 };
+   data->portVlanTpidDataIs( eth( 1 ), tpidsAsked[ eth( 1 ) ] );
+   check( "before" );
+   end();
+   intfConfigOf( eth( 1 ) )->nativeVlanIs( VlanIdOrNone( 2 ) );
+   tpidsAsked[ eth( 1 ) ] = { 0x9100, 0x8100 };
+   faultsAre( 1 );
+   begin();
+   unit->sweep();
+   config->vlan( VlanId( 2 ) )->memberDel( eth( 1 ) );
+   tpidsAsked.clear();
+   data->portVlanTpidDataDelAll();
+   faultsAre( 0 );
+   driver.advance( 2 );
+   check( "after" );
 }
 
 } // namespace

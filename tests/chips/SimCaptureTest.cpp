@@ -249,6 +249,10 @@ TEST_F( SimCaptureTest, goesAwayWhileItPlays ) {
    EXPECT_TRUE( driver.runUntilIdle( 10 ) );
    EXPECT_EQ( events().size(), 3u ) << "one of the first play, and a turn of the second";
    EXPECT_EQ( driver.timers(), 0u );
+   chip = Kiv::make< Chip >();
+   auto const another = Hoba::smIs< FrameWatcher >( chip->mac() );
+   another->then = [ & ]( std::uint64_t ) { chip = nullptr; };
+   EXPECT_EQ( chip->capture()->playAll( file, et1 ), 2u );
 }
 
 } // namespace
