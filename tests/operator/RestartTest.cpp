@@ -202,11 +202,19 @@ TEST_F( RestartTest, theChipGoesOn ) {
    expectOneLine(
          end( *agentProcess( with ) ), 1,
          "chip memory \"chip\" cannot be gone on with: table \"chip.stormControl.limit\": " );
-   cold = with;
-   cold.push_back( "--cold" );
-   start( cold );
-   expectIn( ok( "show restarts" ), { "cold" } );
-   stop();
+   // Cold once: what begins anew by itself goes on.
+   for( auto const * flag : { "--cold", "--cold=true" } ) {
+      cold = with;
+      cold.push_back( flag );
+      start( cold );
+      expectIn( ok( "show restarts" ), { "cold" } );
+      ok( "sim event parity slice0 L2_TABLE 17 fatal" );
+      EXPECT_TRUE( eventually( [ & ] {
+         return ctl( "show restarts" ).out.find( "hitless" ) != std::string::npos;
+      } ) );
+      agent->signal( SIGKILL );
+      agent->finish();
+   }
 }
 
 } // namespace
