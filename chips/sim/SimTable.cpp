@@ -218,7 +218,9 @@ RowsBase::recount() {
 void
 RowsBase::foundWrong( std::uint64_t hash ) {
    if( unit_.parityError_ ) {
-      unit_.parityError_( name(), static_cast< std::uint32_t >( hash ) );
+      // The write has landed, whatever becomes of the news.
+      Kiv::guarded( "RowsBase::foundWrong", name(),
+                    [ & ] { unit_.parityError_( name(), static_cast< std::uint32_t >( hash ) ); } );
    }
 }
 
