@@ -127,7 +127,10 @@ RowsBase::options() const {
 
 void
 RowsBase::checkThere() const {
-   if( unit_.memory().whole && !std::filesystem::exists( Glim::pathOf( glimName() ) ) ) {
+   // What a link leads to is for who opens it to say.
+   std::error_code unknown;
+   auto const status = std::filesystem::symlink_status( Glim::pathOf( glimName() ), unknown );
+   if( unit_.memory().whole && status.type() == std::filesystem::file_type::not_found ) {
       throw Glim::Error( "table \"" + glimName() + "\": it is not there" );
    }
 }
