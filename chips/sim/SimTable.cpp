@@ -246,10 +246,14 @@ RowsBase::waitsNot() {
 
 void
 RowsBase::land() {
+   bool lost = false;
    while( !due_.empty() && due_.front() <= landing_->clock().now() ) {
       waitsNot();
       // There may be no memory for one more row: the change is lost then, which is told.
-      Kiv::guarded( "RowsBase::landNext", name(), [ this ] { landNext(); } );
+      lost |= !Kiv::guarded( "RowsBase::landNext", name(), [ this ] { landNext(); } );
+   }
+   if( lost ) {
+      recount(); // it takes no room
    }
 }
 
