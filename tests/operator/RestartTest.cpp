@@ -197,8 +197,10 @@ TEST_F( RestartTest, theChipGoesOn ) {
    auto cold = larger;
    cold.push_back( "--cold" );
    start( cold );
-   stop();
    std::filesystem::resize_file( Glim::pathOf( "chip.stormControl.limit" ), 4096 );
+   expectOneLine( ctl( "sim restart cold" ), 1, "it was cut off while it was written" );
+   expectIn( ok( "show restarts" ), { "machines", "cold", "failed: table " } );
+   stop();
    expectOneLine(
          end( *agentProcess( with ) ), 1,
          "chip memory \"chip\" cannot be gone on with: table \"chip.stormControl.limit\": " );
