@@ -75,7 +75,8 @@ main( int argc, char ** argv ) {
       }
       // A fresh process, with nothing left of what went wrong. The chip goes on with what it holds.
       auto const last = std::remove_if( argv, argv + argc, []( char const * word ) {
-         return std::string_view( word ) == "--cold";
+         std::string_view const flag( word );
+         return flag == "--cold" || flag.starts_with( "--cold=" );
       } );
       *last = nullptr;
       execv( "/proc/self/exe", argv );

@@ -67,6 +67,8 @@ Features::start( RestartKind kind ) {
    starting_ = true;
    try {
       begin();
+      starting_ = false;
+      settle();
    } catch( std::exception const & error ) {
       starting_ = false;
       auto & record = restarts_.last();
@@ -76,13 +78,14 @@ Features::start( RestartKind kind ) {
       stop();
       throw;
    }
-   starting_ = false;
-   settle();
 }
 
 void
 Features::begin() {
    auto & chip = *board_.chip;
+   if( restarts_.last().kind == cold && !restarts_.last().isProcess ) {
+      chip.reset(); // which may fail, too: its memory may have been cut off
+   }
    chip.beginPass();
    board_.contextIs();
    writesSeen_ = chip.writes();
@@ -143,9 +146,6 @@ Features::addRestartCommands( Commands & commands ) {
                     auto const kind = request.oneOf< RestartKind >(
                           "kind", { { "hitless", hitless }, { "cold", cold } } );
                     stop();
-                    if( kind == cold ) {
-                       board_.chip->reset();
-                    }
                     start( kind );
                     return restarts_.show( 1 );
                  },

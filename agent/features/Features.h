@@ -25,9 +25,10 @@ class Features {
    Features( Features const & ) = delete;
    Features & operator=( Features const & ) = delete;
 
-   // The configuration is complete: the machines begin. What the chip holds and nobody has asked for
-   // when all have, is swept, unless a step has failed meanwhile. Throws what a feature throws: then no machine
-   // runs.
+   // The configuration is complete: the machines begin; cold, and not for the first time, on a chip
+   // that forgets everything before. What the chip holds and nobody has asked for when all have, is
+   // swept, unless a step has failed meanwhile. Throws what a feature throws, or the chip: then no
+   // machine runs.
    void start( RestartKind kind );
    // The machines go; chip and state database stay.
    void stop();

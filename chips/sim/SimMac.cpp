@@ -71,7 +71,10 @@ MacUnit::age( MacVlanPair station ) {
 void
 MacUnit::reportHosts() {
    for( auto const & [ station, intf ] : host() ) {
-      events_->stationEvent( HobaEvent::eventTypeMacAddressLearned, station, intf );
+      // No frame taught it, but somebody's write: it has no event, and keeps the others from none.
+      Kiv::guarded( "MacUnit::reportHosts", Kiv::toText( station ), [ & ] {
+         events_->stationEvent( HobaEvent::eventTypeMacAddressLearned, station, intf );
+      } );
    }
 }
 

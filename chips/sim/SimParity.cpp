@@ -20,7 +20,8 @@ namespace {
 // Keys print with colons between their parts, and the slice comes first.
 bool
 isSliceName( Kiv::String const & slice ) {
-   return slice.size() <= FixedText< 24 >::maxLength && slice.find( ':' ) == Kiv::String::npos;
+   return slice.size() <= FixedText< 24 >::maxLength &&
+          slice.find_first_of( std::string_view( ":\0", 2 ) ) == Kiv::String::npos;
 }
 
 } // namespace
@@ -81,7 +82,8 @@ ParityUnit::raise( Kiv::String const & slice, Kiv::String const & memory, std::u
       Kiv::parseFailed( slice, "a slice of this chip: " + Kiv::toText( sliceName() ) );
    }
    if( !isSliceName( slice ) ) {
-      Kiv::parseFailed( slice, "the name of a slice: at most 23 characters, without colons" );
+      Kiv::parseFailed( slice, "the name of a slice: at most 23 characters, without colons "
+                               "and zeroes" );
    }
    if( memory.empty() ) {
       Kiv::parseFailed( memory, "the name of a memory" );

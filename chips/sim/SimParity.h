@@ -59,7 +59,7 @@ class ParityUnit : public Unit {
 
    // An entry of a memory is found wrong: counted, with the time of the ambient clock driver, and
    // reported. Throws Kiv::ParseError for a slice that the chip does not have or whose name has a colon
-   // in it, for a memory without a name, for names that are too long, and as status().
+   // or a zero in it, for a memory without a name, for names that are too long, and as status().
    void raise( Kiv::String const & slice, Kiv::String const & memory, std::uint32_t index,
                Hoba::ParitySeverity severity = Hoba::parityCorrectable );
 

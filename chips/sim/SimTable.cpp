@@ -127,7 +127,10 @@ RowsBase::options() const {
 
 void
 RowsBase::checkThere() const {
-   if( unit_.memory().whole && !std::filesystem::exists( Glim::pathOf( glimName() ) ) ) {
+   // What a link leads to is for who opens it to say.
+   std::error_code unknown;
+   auto const status = std::filesystem::symlink_status( Glim::pathOf( glimName() ), unknown );
+   if( unit_.memory().whole && status.type() == std::filesystem::file_type::not_found ) {
       throw Glim::Error( "table \"" + glimName() + "\": it is not there" );
    }
 }
@@ -218,7 +221,9 @@ RowsBase::recount() {
 void
 RowsBase::foundWrong( std::uint64_t hash ) {
    if( unit_.parityError_ ) {
-      unit_.parityError_( name(), static_cast< std::uint32_t >( hash ) );
+      // The write has landed, whatever becomes of the news.
+      Kiv::guarded( "RowsBase::foundWrong", name(),
+                    [ & ] { unit_.parityError_( name(), static_cast< std::uint32_t >( hash ) ); } );
    }
 }
 
@@ -241,10 +246,14 @@ RowsBase::waitsNot() {
 
 void
 RowsBase::land() {
+   bool lost = false;
    while( !due_.empty() && due_.front() <= landing_->clock().now() ) {
       waitsNot();
       // There may be no memory for one more row: the change is lost then, which is told.
-      Kiv::guarded( "RowsBase::landNext", name(), [ this ] { landNext(); } );
+      lost |= !Kiv::guarded( "RowsBase::landNext", name(), [ this ] { landNext(); } );
+   }
+   if( lost ) {
+      recount(); // it takes no room
    }
 }
 

@@ -53,6 +53,7 @@
 #include "Kiv/HashMap.h"
 #include "Kiv/Value.h"
 
+#include <algorithm>
 #include <array>
 #include <compare>
 #include <deque>
@@ -80,8 +81,12 @@ class FixedText {
       std::copy( text.begin(), text.end(), text_.begin() );
    }
 
-   std::string_view view() const { return text_.data(); }
-   Kiv::String text() const { return text_.data(); }
+   // Memory that was damaged may have no end of it.
+   std::string_view view() const {
+      return { text_.data(), static_cast< std::size_t >(
+                                   std::find( text_.begin(), text_.end(), 0 ) - text_.begin() ) };
+   }
+   Kiv::String text() const { return Kiv::String( view() ); }
    bool empty() const { return text_[ 0 ] == 0; }
 
    bool operator==( FixedText const & ) const = default;

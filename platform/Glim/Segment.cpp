@@ -213,7 +213,9 @@ namespace {
 template< std::size_t n >
 bool
 isText( char const ( &text )[ n ] ) {
-   return std::memchr( text, 0, n ) != nullptr;
+   auto const * const end = std::find( text, text + n, 0 );
+   return end != text + n &&
+          std::all_of( text, end, []( char c ) { return c >= ' ' && c <= '~'; } );
 }
 
 template< std::size_t n >

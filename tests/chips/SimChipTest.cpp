@@ -100,6 +100,11 @@ TEST_F( SimChipTest, comesBackAsItWas ) {
 TEST_F( SimChipTest, foundWrong ) {
    auto const chip = Kiv::make< Chip >();
    chip->trunk()->lagTable()->faultIs( tableParity, { 0, 1 } );
+   chip->parity()->sliceNameDelAll();
+   for( auto const & slice :
+        { Kiv::String( "a\0b", 3 ), Kiv::String( "a:b" ), Kiv::String( "slice0" ) } ) {
+      chip->parity()->sliceNameIs( slice ); // the last one can have an error
+   }
    chip->trunk()->lagMustProgram( et1, po1 );
    chip->trunk()->lagMustProgram( et2, po1 );
    auto const slice = chip->parity()->status( "slice0" );

@@ -105,6 +105,9 @@ TEST_F( SimMacTest, reportsWhatItHoldsOnceItMay ) {
    learn( et2, 1 );
    learn( et2, 3 );
    mac.age( pair( 3, 10 ) );
+   // What somebody wrote there, and no chip learns, keeps nothing else from being told.
+   mac.hostIs( pair( 0, 10 ), Pelt::IntfId( "Vlan10" ) );
+   mac.hostIs( { Pelt::EthAddr::broadcast(), VlanId( 10 ) }, et1 );
    unit.linkEvent( et1, Interface::linkUp );
    unit.linkEvent( et1, Interface::linkDown, HobaTypes::faultLocal );
    unit.autonegEvent( et2, Interface::autonegFailed );

@@ -9,6 +9,7 @@
 #include "platform/GlimFolder.h"
 #include "platform/GlimProcesses.h"
 
+#include <cstring>
 #include <random>
 #include <set>
 
@@ -409,6 +410,9 @@ TEST( SimTable, isSpoiltFromOutsideAndSaysWhy ) {
                  Kiv::RangeException );
    EXPECT_EQ( Name( Kiv::String( 47, 'x' ) ).text().size(), 47u );
    EXPECT_THROW( Name( Kiv::String( 48, 'x' ) ), Kiv::ParseError );
+   Name endless; // as damaged memory may have it
+   std::memset( static_cast< void * >( &endless ), 'x', sizeof endless );
+   EXPECT_EQ( endless.text().size(), sizeof endless );
 }
 
 } // namespace SimTableTests

@@ -198,16 +198,26 @@ TEST_F( RestartTest, theChipGoesOn ) {
    auto cold = larger;
    cold.push_back( "--cold" );
    start( cold );
-   stop();
    std::filesystem::resize_file( Glim::pathOf( "chip.stormControl.limit" ), 4096 );
+   expectOneLine( ctl( "sim restart cold" ), 1, "it was cut off while it was written" );
+   expectIn( ok( "show restarts" ), { "machines", "cold", "failed: table " } );
+   stop();
    expectOneLine(
          end( *agentProcess( with ) ), 1,
          "chip memory \"chip\" cannot be gone on with: table \"chip.stormControl.limit\": " );
-   cold = with;
-   cold.push_back( "--cold" );
-   start( cold );
-   expectIn( ok( "show restarts" ), { "cold" } );
-   stop();
+   // Cold once: what begins anew by itself goes on.
+   for( auto const * flag : { "--cold", "--cold=true" } ) {
+      cold = with;
+      cold.push_back( flag );
+      start( cold );
+      expectIn( ok( "show restarts" ), { "cold" } );
+      ok( "sim event parity slice0 L2_TABLE 17 fatal" );
+      EXPECT_TRUE( eventually( [ & ] {
+         return ctl( "show restarts" ).out.find( "hitless" ) != std::string::npos;
+      } ) );
+      agent->signal( SIGKILL );
+      agent->finish();
+   }
 }
 
 } // namespace

@@ -179,6 +179,7 @@ TEST_F( GlimInspectTest, faults ) {
          { with( []( auto & h ) { h.version = 1; } ), "it is of layout version 1, expected " },
          { with( []( auto & h ) { h.byteOrder = 0x04030201; } ), "of another byte order" },
          { with( []( auto & h ) { h.slotBytes = 8; } ), "its header is damaged" },
+         { with( []( auto & h ) { h.keyType[ 0 ] = '\n'; } ), "its header is damaged" },
          { with( []( auto & h ) { h.state = 9; } ), "its header is damaged: it is in state 9" },
          { with( []( auto & h ) { h.epoch = 0; } ), "its header is damaged: its rows are nowhere" },
          { with( [ & ]( auto & h ) { at( h ).offset = 8; } ), "there are no rows where it says" },
