@@ -70,10 +70,10 @@ MacUnit::age( MacVlanPair station ) {
 
 void
 MacUnit::reportHosts() {
-   for( auto const & [ station, intf ] : host() ) {
+   for( auto const & row : host() ) {
       // No frame taught it, but somebody's write: it has no event, and keeps the others from none.
-      Kiv::guarded( "MacUnit::reportHosts", Kiv::toText( station ), [ & ] {
-         events_->stationEvent( HobaEvent::eventTypeMacAddressLearned, station, intf );
+      Kiv::guarded( "MacUnit::reportHosts", Kiv::toText( row.key ), [ & ] {
+         events_->stationEvent( HobaEvent::eventTypeMacAddressLearned, row.key, row.value );
       } );
    }
 }

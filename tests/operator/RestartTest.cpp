@@ -212,9 +212,8 @@ TEST_F( RestartTest, theChipGoesOn ) {
       start( cold );
       expectIn( ok( "show restarts" ), { "cold" } );
       ok( "sim event parity slice0 L2_TABLE 17 fatal" );
-      EXPECT_TRUE( eventually( [ & ] {
-         return ctl( "show restarts" ).out.find( "hitless" ) != std::string::npos;
-      } ) );
+      EXPECT_TRUE( eventually(
+            [ & ] { return ctl( "show restarts" ).out.find( "hitless" ) != std::string::npos; } ) );
       agent->signal( SIGKILL );
       agent->finish();
    }
