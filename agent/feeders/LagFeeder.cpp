@@ -16,9 +16,13 @@ namespace {
 
 using Ports = std::vector< Pelt::IntfId >;
 
-bool
-contains( Ports const & ports, Pelt::IntfId port ) {
-   return std::find( ports.begin(), ports.end(), port ) != ports.end();
+Kiv::HashSet< Pelt::IntfId >
+setOf( Ports const & ports ) {
+   Kiv::HashSet< Pelt::IntfId > set;
+   for( auto const port : ports ) {
+      set.insert( port );
+   }
+   return set;
 }
 
 bool
@@ -39,14 +43,15 @@ wantedActive( LagConfig const & lag, Ports const & active, Ports const & candida
        candidates.size() < lag.minLinks() ) {
       return {};
    }
+   auto const canBe = setOf( candidates ), are = setOf( active );
    Ports wanted;
    for( auto const port : active ) {
-      if( contains( candidates, port ) ) {
+      if( canBe.has( port ) ) {
          wanted.push_back( port );
       }
    }
    for( auto const port : candidates ) {
-      if( !contains( active, port ) ) {
+      if( !are.has( port ) ) {
          wanted.push_back( port );
       }
    }
@@ -197,13 +202,14 @@ void
 LagFeeder::membersLeave( Pelt::IntfId lag, std::vector< Pelt::IntfId > const & staying ) {
    auto const before = commonSmData()->lagToPort( lag );
    auto after = before;
-   std::erase_if( after.port, [ & ]( Pelt::IntfId port ) { return !contains( staying, port ); } );
+   auto const stay = setOf( staying );
+   std::erase_if( after.port, [ & ]( Pelt::IntfId port ) { return !stay.has( port ); } );
    if( after == before ) {
       return;
    }
    commonSmData()->lagToPortIs( lag, after );
    for( auto const port : before.port ) {
-      if( !contains( staying, port ) && commonSmData()->portToLag( port ) == lag ) {
+      if( !stay.has( port ) && commonSmData()->portToLag( port ) == lag ) {
          ZTRACE( 3, port, " leaves ", lag );
          commonSmData()->portToLagDel( port );
       }

@@ -71,10 +71,13 @@ MacUnit::age( MacVlanPair station ) {
 void
 MacUnit::reportHosts() {
    for( auto const & row : host() ) {
-      // No frame taught it, but somebody's write: it has no event, and keeps the others from none.
-      Kiv::guarded( "MacUnit::reportHosts", Kiv::toText( row.key ), [ & ] {
-         events_->stationEvent( HobaEvent::eventTypeMacAddressLearned, row.key, row.value );
-      } );
+      // One that no frame taught it, but somebody's write, has no event: it keeps no other from its
+      // own, and is not met again.
+      if( !Kiv::guarded( "MacUnit::reportHosts", Kiv::toText( row.key ), [ & ] {
+             events_->stationEvent( HobaEvent::eventTypeMacAddressLearned, row.key, row.value );
+          } ) ) {
+         hostDel( row.key );
+      }
    }
 }
 

@@ -200,7 +200,8 @@ PathUnit::findVlan( PathFrame & frame ) const {
 
 void
 PathUnit::checkIngress( PathFrame & frame ) const {
-   auto const carries = vlan_->memberHas( { VlanId( frame.vlan.value() ), frame.intf } );
+   auto const carries =
+         vlan_->member( { VlanId( frame.vlan.value() ), frame.intf } ) != Hoba::vlanNotCarried;
    auto const text = [ & ]( char const * verb ) {
       return toText( frame.intf ) + verb + toText( frame.vlan );
    };

@@ -45,6 +45,7 @@
 // Keys and records must be trivially copyable, keys without unused bytes: text is a `Name`.
 
 #include "Glim/RecordTypes.h"
+#include "Glim/RowWalk.h"
 #include "Glim/Shape.h"
 #include "Glim/Table.h"
 #include "Kiv/Clock.h"
@@ -357,35 +358,8 @@ class Rows final : public RowsBase {
    std::size_t size() const { return writer_ ? static_cast< std::size_t >( writer_->rows() ) : 0; }
    bool empty() const { return size() == 0; }
 
-   // A walk over the rows that are there when it begins, less what is gone when it comes to them.
-   // The body may do anything.
-   class Walk {
-    public:
-      explicit Walk( Rows const & rows ) : rows_( &rows ), keys_( rows.sortedKeys() ) { settle(); }
-      Member const & operator*() const { return member_; }
-      Member const * operator->() const { return &member_; }
-      Walk & operator++() {
-         ++next_;
-         settle();
-         return *this;
-      }
-      bool operator==( std::default_sentinel_t ) const { return next_ == keys_.size(); }
-
-    private:
-      void settle() {
-         for( ; next_ != keys_.size(); ++next_ ) {
-            if( auto const record = rows_->find( keys_[ next_ ] ) ) {
-               member_ = { keys_[ next_ ], *record };
-               return;
-            }
-         }
-      }
-      Rows const * rows_;
-      std::vector< KeyT > keys_;
-      std::size_t next_ = 0;
-      Member member_{};
-   };
-   Walk begin() const { return Walk( *this ); }
+   using Walk = Glim::RowWalk< Rows, Member >;
+   Walk begin() const { return Walk( *this, sortedKeys() ); }
    std::default_sentinel_t end() const { return {}; }
 
    // use( key, record ) for every row, in an order that is another in every run: who acts by it sorts

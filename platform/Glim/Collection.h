@@ -55,6 +55,7 @@
 
 #include "Glim/KeySet.h"
 #include "Glim/Loop.h"
+#include "Glim/RowWalk.h"
 #include "Glim/SortedKeys.h"
 #include "Glim/Table.h"
 #include "Kiv/Entity.h"
@@ -258,38 +259,8 @@ class Collection final : public CollectionControl {
       }
    }
 
-   // A walk over the rows that are there when it begins, less what is gone when it comes to them.
-   // The body may do anything.
-   class Walk {
-    public:
-      explicit Walk( Collection const & collection )
-            : collection_( &collection ), keys_( collection.allKeys() ) {
-         settle();
-      }
-      Member const & operator*() const { return member_; }
-      Walk & operator++() {
-         ++next_;
-         settle();
-         return *this;
-      }
-      bool operator==( std::default_sentinel_t ) const { return next_ == keys_.size(); }
-
-    private:
-      void settle() {
-         for( ; next_ != keys_.size(); ++next_ ) {
-            if( auto const record = collection_->find( keys_[ next_ ] ) ) {
-               member_ = { keys_[ next_ ], *record };
-               return;
-            }
-         }
-      }
-
-      Collection const * collection_;
-      std::vector< KeyT > keys_;
-      std::size_t next_ = 0;
-      Member member_{};
-   };
-   Walk begin() const { return Walk( *this ); }
+   using Walk = RowWalk< Collection, Member >;
+   Walk begin() const { return Walk( *this, allKeys() ); }
    std::default_sentinel_t end() const { return {}; }
 
    template< class Use >
