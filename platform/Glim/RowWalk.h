@@ -19,6 +19,7 @@ class RowWalk {
       settle();
    }
    Member const & operator*() const { return member_; }
+   Member const * operator->() const { return &member_; }
    RowWalk & operator++() {
       ++next_;
       settle();
