@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/features/Feature.h"
-#include "agent/features/VlanCommands.h"
 #include "agent/features/Words.h"
+#include "agent/feeders/VlanFeeder.h"
 #include "agent/import/AdminStatus.h"
 #include "chips/sim/SimChip.h"
+
+#include <map>
 
 // VLANs: which there are, and who carries them.
 
@@ -16,6 +18,7 @@ using Bridging::VlanId;
 using Bridging::VlanIdOrNone;
 using Kiv::Datum;
 using Kiv::String;
+using Kiv::toText;
 
 class VlanFeature : public Feature {
  public:
@@ -26,17 +29,15 @@ class VlanFeature : public Feature {
    }
    void commands( Commands & commands ) override {
       addShow( commands, *this, "show vlan", "VLANs and the interfaces that carry them",
-               vlanArguments(), &VlanFeature::show );
+               { { "vlan", "Only this VLAN" },
+                 { "port", "Only those that this port or LAG carries" } },
+               &VlanFeature::show );
    }
    void importers( Import::Tables & tables ) override;
    void start() override;
 
  private:
-   Datum show( Request const & request ) const {
-      return showVlans( { *context(), *board().feederConfig, *membership_, *feeder_,
-                          board().find< HobaTypes::MacTable >().get() },
-                        request );
-   }
+   Datum show( Request const & request ) const;
 
    Kiv::Ptr< Hoba::PortVlanMembership > const membership_ =
          Kiv::make< Hoba::PortVlanMembership >( "portVlanMembership" );
@@ -50,6 +51,81 @@ VlanFeature::start() {
    feeder_.is( Feeders::VlanFeeder::VlanFeederIs( context(), board().feederConfig,
                                                   board().lagInputConfig, membership_ ) );
    feeder_->initializedIs( true );
+}
+
+// ---- What operators see
+
+namespace {
+
+// How the interface takes part, and why perhaps not.
+String
+intfText( Board const & board, Hoba::IntfVlans const & carried, Pelt::IntfId intf ) {
+   for( auto const & [ lag, list ] : board.context()->lagToPortConfig() ) {
+      if( std::find( list.port.begin(), list.port.end(), intf ) != list.port.end() ) {
+         return toText( intf ) + " is a member of " + toText( lag ) + ", which stands for it";
+      }
+   }
+   auto const mode = board.feederConfig->switchportMode( intf );
+   auto const native = board.feederConfig->nativeVlan( intf );
+   auto text = toText( intf ) + " is " +
+               ( mode == Bridging::switchportModeRouted  ? "routed"
+                 : mode == Bridging::switchportModeTrunk ? "a trunk"
+                                                         : "an access port" );
+   if( mode == Bridging::switchportModeRouted ) {
+      return text;
+   }
+   text += native.value() ? ", native VLAN " + toText( native ) : ", without a native VLAN";
+   bool const isDropped = !carried.nativeVlan.value();
+   return text + ( native.value() && isDropped ? ", which it does not carry" : "" );
+}
+
+} // namespace
+
+Datum
+VlanFeature::show( Request const & request ) const {
+   auto const only = vlanOf( request );
+   auto const intf = request.value< Pelt::IntfId >( "port" );
+   if( only.value() && !context()->vlanStatusHas( VlanId( only.value() ) ) ) {
+      throw Kiv::ParseError( "VLAN " + toText( only ) + " is not one of this switch" );
+   }
+   if( intf && !context()->intfHas( intf ) && !context()->lagToPortConfigHas( intf ) ) {
+      throw Kiv::ParseError( toText( intf ) + " is not a port or LAG of this switch" );
+   }
+   std::map< std::uint16_t, std::size_t > stations;
+   if( auto const macTable = board().find< HobaTypes::MacTable >() ) {
+      for( auto const & [ host, entry ] : macTable->macEntry() ) {
+         ++stations[ host.vlanId().value() ];
+      }
+   }
+   TableAnswer table( { "VLAN", "State", "Stations", "Untagged", "Tagged" } );
+   for( auto const vlan : sortedKeys( context()->vlanStatus() ) ) {
+      auto const status = context()->vlanStatus( vlan );
+      if( ( only.value() && only.value() != vlan.value() ) ||
+          ( intf && !status->intfHas( intf ) ) ) {
+         continue;
+      }
+      std::vector< Pelt::IntfId > untagged, tagged;
+      for( auto const & each : status->intf() ) {
+         bool const isTagged = membership_->intf( each ).tagging( vlan ) == Hoba::vlanTagged;
+         ( isTagged ? tagged : untagged ).push_back( each );
+      }
+      table.row( { vlan.value(), status->active() ? "active" : "not active",
+                   stations[ vlan.value() ], listText( untagged ), listText( tagged ) } );
+   }
+   if( !only.value() ) {
+      table.count( "VLAN" );
+   }
+   if( intf ) {
+      table.note( intfText( board(), membership_->intf( intf ), intf ) );
+   }
+   for( auto const vlan : sortedKeys( feeder_->refusedVlan() ) ) {
+      table.note( "the chip refuses VLAN " + toText( vlan ) + ": " + feeder_->refusedVlan( vlan ) );
+   }
+   for( auto const each : sortedKeys( feeder_->refusedIntf() ) ) {
+      table.note( "the chip refuses something of " + toText( each ) + ": " +
+                  feeder_->refusedIntf( each ) );
+   }
+   return table.take();
 }
 
 // ---- Imported configurations
