@@ -15,6 +15,16 @@ NonAgingFeeder::NonAgingFeeder( Kiv::Ptr< Hoba::HobaCommonSmData > const & commo
 }
 
 void
+NonAgingFeeder::handleInitialized() {
+   // The directory may be older than this machine, and clients have gone meanwhile.
+   if( initialized() ) {
+      for( auto const & [ client, wishes ] : nonAgingConfigDir_->entry() ) {
+         handleClient( client );
+      }
+   }
+}
+
+void
 NonAgingFeeder::handleClient( Kiv::String const & client ) {
    if( auto const wishes = config()->notifier()->nonAgingClient( client ) ) {
       nonAgingConfigDir_->entryIs( client, wishes );

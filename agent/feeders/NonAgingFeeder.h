@@ -13,6 +13,9 @@ namespace Feeders {
 class NonAgingFeeder : public Hoba::HobaBaseSm {
    HOBA_MACHINE( NonAgingFeeder );
 
+ public:
+   void handleInitialized() override;
+
  protected:
    // Reads `config`, whose clients it passes on to be read; writes `nonAgingConfigDir`.
    NonAgingFeeder( Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
