@@ -57,7 +57,7 @@ EventsFeature::start() {
    sm_->macTableIs( macTable_ );
    sm_->runningIs( true );
    sm_->initializedIs( true );
-   // The chip has reported what it holds: its links are known before anybody programs a port.
+   // What the chip has reported of all that it holds is applied before others go by it.
    Kiv::ClockDriver::ambient().run();
    forgetStations();
 }

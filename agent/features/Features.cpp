@@ -10,11 +10,9 @@
 
 namespace HobaAgent {
 
-using Kiv::String;
-
 // The order of creation and of start: first who feeds the context, then who works with it.
 // clang-format off
-constexpr std::unique_ptr< Feature > ( *featureMakers[] )( Board & ) = {
+constexpr MakeFeature featureMakers[] = {
       makeFeature< class ChipFeature >,
       makeFeature< class PortsFeature >,
       makeFeature< class LagFeature >,
@@ -29,8 +27,14 @@ constexpr std::unique_ptr< Feature > ( *featureMakers[] )( Board & ) = {
 };
 // clang-format on
 
+std::span< MakeFeature const >
+allFeatures() {
+   return featureMakers;
+}
+
 Features::Features( Tessera::Database & database, Commands & commands,
-                    Kiv::Ptr< HobaSim::Chip > const & chip, Board::Restart restart )
+                    Kiv::Ptr< HobaSim::Chip > const & chip, Board::Restart restart,
+                    std::span< MakeFeature const > makers )
       : board_( database, chip, std::move( restart ) ), imports_( commands ) {
    board_.importNotes = [ this ]( std::string_view table ) {
       return imports_.last().digest( table );
@@ -40,7 +44,7 @@ Features::Features( Tessera::Database & database, Commands & commands,
          settle();
       }
    };
-   for( auto const make : featureMakers ) {
+   for( auto const make : makers ) {
       features_.push_back( make( board_ ) );
    }
    for( auto const & feature : features_ ) {

@@ -9,17 +9,22 @@
 #include "agent/features/Restarts.h"
 
 #include <memory>
+#include <span>
 
 namespace HobaAgent {
 
 class Feature;
+using MakeFeature = std::unique_ptr< Feature > ( * )( Board & );
+// Those of this agent, in their order.
+std::span< MakeFeature const > allFeatures();
 
 class Features {
  public:
    // Makes the features, mounts what they keep in the state database, and adds their commands. No
    // machine is there yet.
    Features( Tessera::Database & database, Commands & commands,
-             Kiv::Ptr< HobaSim::Chip > const & chip, Board::Restart restart );
+             Kiv::Ptr< HobaSim::Chip > const & chip, Board::Restart restart,
+             std::span< MakeFeature const > makers = allFeatures() );
    // The machines go, then what is mounted.
    ~Features();
    Features( Features const & ) = delete;

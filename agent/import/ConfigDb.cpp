@@ -16,8 +16,8 @@ using Array = Kiv::Datum::Array;
 constexpr std::size_t maxWhat = 2000;
 constexpr std::string_view opName = "OP";
 
-// A table of a file in which all rows hold at once. Rows may stand in an object under its name, or by themselves under the
-// table's name and theirs with a bar between.
+// A table of a file in which all rows hold at once. Rows may stand in an object under its name, or by
+// themselves under the table's name and theirs with a bar between.
 struct FileTable {
    Kiv::String name;
    Kiv::Datum const * odd = nullptr; // what stands under its name where an object is expected

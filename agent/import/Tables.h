@@ -125,8 +125,6 @@ class Row {
    static T needed( std::string_view field, std::optional< T > const & value ) {
       return value ? *value : throw missing( field );
    }
-   // The field was checked, but has no place in this system.
-   void leave( std::string_view field ) { std::erase( read_, field ); }
 
    // Something of that name, which a row of one of the tables made, now or long ago. Only tables
    // that the row's own table refers to. Throws Kiv::ParseError when there is none, or the name is

@@ -295,20 +295,10 @@ class Unit : public Kiv::Entity {
 template< class Record >
 struct Row {
    KIV_VALUE( Row );
-   // As KIV_FIELD declares fields where no template parameter is in the way.
-   static constexpr auto kivField( Kiv::Count< 0 > ) {
-      return Kiv::FieldOf< Row, Record >{ "record", &Row::record };
-   }
-   static Kiv::Count< 1 > kivCount( Kiv::Rank< 1 > );
-   static constexpr auto kivField( Kiv::Count< 1 > ) {
-      return Kiv::FieldOf< Row, std::uint64_t >{ "writes", &Row::writes };
-   }
-   static Kiv::Count< 2 > kivCount( Kiv::Rank< 2 > );
-
-   Record record{};
+   KIV_FIELD( Record, record );
    // How often the agent wrote this very row: one change with the record, so a row that says the same as
    // before was not touched.
-   std::uint64_t writes = 0;
+   KIV_FIELD( std::uint64_t, writes, 0 );
 };
 
 // The rows of one table.

@@ -9,6 +9,7 @@
 #include "Kiv/ClockDriver.h"
 #include "Kiv/Datum.h"
 #include "agent/Commands.h"
+#include "agent/features/Feature.h"
 #include "chips/sim/SimChip.h"
 
 #include <random>
@@ -304,10 +305,49 @@ TEST_F( FeaturesTest, aStartThatFailsLeavesNothingAndMayBeRepeated ) {
    EXPECT_THROW( ask( "sim restart hitless" ), Kiv::Exception );
    EXPECT_EQ( told(), before );
    EXPECT_THROW( ask( "show events" ), Kiv::Exception );
+   database.del( "/feeders/config/nonAgingClient/dot1x" ); // while nobody listens
    HobaTests::expectIn( ask( "show restarts" ), { "failed: ", "/hoba/machines/stormControl" } );
    database.unmount( "/hoba/machines/stormControl" );
    EXPECT_EQ( writesOf( hitless ), 0u );
    EXPECT_EQ( told(), before );
+   HobaTests::expectIn( ask( "show mac non-aging" ), "0 stations" );
+}
+
+// Asks for what it wants the chip to hold when its first pass is said to go on.
+class SlowFeature : public Feature {
+ public:
+   explicit SlowFeature( Board & board ) : Feature( board, "slow" ) { latest = this; }
+   void start() override { firstPassGoesOn(); }
+   void ask() {
+      board().chip->trunk()->lagProgram( Pelt::EthIntfId( 1 ), Pelt::PortChannelIntfId( 1 ) );
+      firstPassIsOver();
+   }
+   static inline SlowFeature * latest = nullptr;
+};
+
+TEST_F( FeaturesTest, nothingIsSweptBeforeTheLastFirstPassIsOver ) {
+   features.reset();
+   for( unsigned n : { 1u, 2u } ) {
+      chip->trunk()->lagProgram( Pelt::EthIntfId( n ), Pelt::PortChannelIntfId( 1 ) );
+   }
+   MakeFeature const slow[] = { []( Board & board ) -> std::unique_ptr< Feature > {
+      return std::make_unique< SlowFeature >( board );
+   } };
+   Commands others;
+   features = std::make_unique< Features >(
+         database, others, chip, []( String const & ) {}, slow );
+   auto const shown = [ this ] { return Kiv::datumText( features->restarts().show( 1 ) ); };
+   features->start( hitless );
+   HobaTests::expectIn( shown(), "in its first pass" );
+   features->stop();
+   HobaTests::expectIn( shown(), "ended in its first pass" );
+   features->start( hitless );
+   EXPECT_EQ( chip->trunk()->lag().size(), 2u );
+   SlowFeature::latest->ask();
+   HobaTests::expectIn( shown(), { "none", "1", "running" } );
+   EXPECT_TRUE( chip->trunk()->lagHas( Pelt::EthIntfId( 1 ) ) );
+   EXPECT_EQ( chip->trunk()->lag().size(), 1u );
+   features.reset();
 }
 
 } // namespace
