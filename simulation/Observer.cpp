@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "simulation/Observer.h"
+
+namespace Simulation {
+
+using Kiv::String;
+
+// clang-format off
+using MakeObserver = std::unique_ptr< Observer > ( * )( Switch &, Observers & );
+constexpr MakeObserver observerMakers[] = {
+      makeObserver< class PortsObserver >,
+      makeObserver< class LagObserver >,
+};
+// clang-format on
+
+Observers::Observers( Switch & simulated ) {
+   for( auto const make : observerMakers ) {
+      observers_.push_back( make( simulated, *this ) );
+   }
+}
+
+void
+Observers::follow() {
+   for( auto const & each : observers_ ) {
+      each->follow();
+   }
+}
+
+void
+Observer::found( String const & what ) {
+   observers_.found( String( name_ ) + ": " + what );
+}
+
+Rows
+Observer::rowsAt( std::string_view path ) const {
+   Rows rows;
+   auto const datum = switch_.get( path );
+   if( auto const * const members = datum.as< Kiv::Datum::Object >() ) {
+      for( auto const & [ key, value ] : *members ) {
+         rows.emplace( key, Kiv::datumText( value ) );
+      }
+   } else if( auto const * const elements = datum.as< Kiv::Datum::Array >() ) {
+      for( auto const & element : *elements ) {
+         rows.emplace( Kiv::datumText( element ), "" );
+      }
+   }
+   return rows;
+}
+
+String
+Observer::textAt( std::string_view path ) const {
+   auto const datum = switch_.get( path );
+   return datum.isNull() ? "" : Kiv::datumText( datum );
+}
+
+void
+Observer::expectRows( std::string_view path, Rows const & expected ) {
+   auto const is = rowsAt( path );
+   for( auto const & [ key, text ] : is ) {
+      auto const wanted = expected.find( key );
+      if( wanted == expected.end() ) {
+         found( String( path ) + ": has " + key + " (" + text + "), which must not be there" );
+      } else if( wanted->second != text ) {
+         found( String( path ) + ": " + key + " is " + text + ", and must be " + wanted->second );
+      }
+   }
+   for( auto const & [ key, text ] : expected ) {
+      if( !is.contains( key ) ) {
+         found( String( path ) + ": lacks " + key + ", which must be " + text );
+      }
+   }
+}
+
+void
+Observer::expectText( std::string_view path, String const & expected ) {
+   if( auto const is = textAt( path ); is != expected ) {
+      found( String( path ) + ": is " + is + ", and must be " + expected );
+   }
+}
+
+} // namespace Simulation

@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "Lag/Lag.h"
+#include "simulation/TableFaults.h"
+#include "simulation/observers/PortsObserver.h"
+
+namespace Simulation {
+
+// The LAGs: which there are, which ports the operator put into them, and which of these take part.
+class LagObserver : public Observer {
+ public:
+   using Ports = std::vector< Pelt::IntfId >;
+
+   LagObserver( Switch & simulated, Observers & observers );
+
+   bool has( Pelt::IntfId lag ) const { return lags_.contains( lag ); }
+   // The LAGs that the machines know.
+   std::vector< Pelt::IntfId > lags() const;
+   // The ports that exist and that the operator put into the LAG, in the order in which they came.
+   Ports configured( Pelt::IntfId lag ) const;
+   // Its active members, in the order in which they joined.
+   Ports active( Pelt::IntfId lag ) const;
+   // The LAG that the port is an active member of; the empty id for none.
+   Pelt::IntfId lagOf( Pelt::IntfId port ) const;
+   // The LAG that exists and that the existing port was put into; the empty id for none.
+   Pelt::IntfId configuredLagOf( Pelt::IntfId port ) const;
+
+   void prepare( Draw & draw, Steps & steps ) override;
+   unsigned weight() const override { return 14; }
+   void propose( Draw & draw, Steps & steps ) override;
+   Steps heal() override { return faults_.heal(); }
+   bool hasFaults() const override { return faults_.any(); }
+   Kiv::Seconds settlingTime() const override { return 1.25; }
+   Verdict judge( Step const & step ) const override;
+   void heard( Step const & step, Kiv::Datum const & answer ) override;
+   void follow() override;
+   void began( HobaAgent::RestartKind kind ) override;
+   void check() override;
+
+ private:
+   struct Lag {
+      Ports configured;
+      Ports active;
+   };
+   // In the order in which the operator put them there.
+   Ports asked( Pelt::IntfId lag ) const;
+   void followMembers( Pelt::IntfId lag, Lag & model );
+
+   Kiv::Ptr< Feeders::Config const > const config_;
+   Kiv::Ptr< ::Lag::Input::Config const > const input_;
+   PortsObserver const & ports_;
+   TableFaults faults_{ { "/sim/chip/trunk/lagTable" } };
+   std::map< Pelt::IntfId, Lag > lags_;
+};
+
+} // namespace Simulation
