@@ -287,7 +287,7 @@ Run::quiet() {
 
 void
 Run::found( String const & what ) {
-   findings_.push_back( what );
+   findings_.push_back( "run: " + what );
 }
 
 bool
@@ -306,9 +306,8 @@ Run::lookForFailures() {
       }
    }
    failedSteps.clear();
-   for( auto const & finding : observers_->findings() ) {
-      found( finding );
-   }
+   auto const & theirs = observers_->findings();
+   findings_.insert( findings_.end(), theirs.begin(), theirs.end() );
    observers_->forget();
 }
 
