@@ -105,6 +105,11 @@ Switch::get( std::string_view path ) const {
    }
 }
 
+void
+Switch::watch( std::string_view path, std::function< void() > look ) {
+   database_.watch( path, [ look ]( auto const &, auto const & ) { look(); } );
+}
+
 std::uint64_t
 Switch::writes() const {
    return chip_->writes();
