@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "Hoba/HobaEvent.h"
+#include "simulation/observers/PortsObserver.h"
+
+#include <deque>
+#include <optional>
+
+namespace Simulation {
+
+class StationsObserver;
+
+// What the chip reports of ports and stations, and when the machines apply it.
+class EventsObserver : public Observer {
+ public:
+   using Event = Hoba::HobaEvent;
+
+   EventsObserver( Switch & simulated, Observers & observers );
+
+   // The chip has found something: queued, if machines run. They apply it when their clock runs.
+   void report( Event const & event );
+   // News of a station that comes ahead of all that is queued: applied at once.
+   void reportAhead( Event const & event );
+   // When what is being applied is said to have happened.
+   Kiv::Seconds eventTime() const { return now_; }
+   // A station's event had no effect, or another than it asked for.
+   void dropped( char const * reason ) { ++dropped_[ reason ]; }
+
+   unsigned weight() const override { return 12; }
+   void propose( Draw & draw, Steps & steps ) override;
+   Steps heal() override;
+   Verdict judge( Step const & step ) const override;
+   void heard( Step const & step, Kiv::Datum const & answer ) override;
+   void follow() override;
+   void timeIs( Kiv::Seconds now ) override;
+   void began( HobaAgent::RestartKind kind ) override;
+   void check() override;
+
+ private:
+   struct Queued {
+      std::uint32_t index;
+      Event event;
+   };
+   struct Autoneg {
+      Interface::AutonegState result = Interface::autonegUnknown;
+      Interface::AutonegAdvertisement advert;
+   };
+   using Counts = std::map< Kiv::String, std::uint64_t >;
+
+   void linkFound( Step const & step );
+   void autonegFound( Step const & step );
+   void flooded( Step const & step );
+   void drain();
+   void applyOldest();
+   void apply( Event const & event );
+   void applyPort( Event const & event );
+   // The observers whose features have begun follow.
+   void othersFollow();
+   void checkMachine();
+   void checkPorts();
+
+   PortsObserver & ports_;
+   // What the chip found last.
+   std::map< Pelt::IntfId, Event > chipLink_;
+   std::map< Pelt::IntfId, Event > chipAutoneg_;
+   // The queue, which outlives the machines.
+   std::deque< Queued > queue_;
+   std::uint32_t nextIndex_ = 0;
+   // The machine.
+   bool isHeld_ = false;
+   bool isDue_ = false; // it wants to be woken
+   bool isBeginning_ = false;
+   Kiv::Seconds now_ = Switch::startTime;
+   std::uint64_t applied_ = 0;
+   std::uint64_t drains_ = 0;
+   std::size_t mostWaiting_ = 0;
+   Counts handled_;
+   Counts dropped_;
+   std::map< Bridging::MacVlanPair, std::uint32_t > overtaken_;
+   // What they have published of ports that there are.
+   std::map< Pelt::IntfId, Autoneg > autoneg_;
+};
+
+} // namespace Simulation
