@@ -119,9 +119,9 @@ Switch::get( std::string_view path ) const {
    }
 }
 
-void
+std::uint64_t
 Switch::watch( std::string_view path, std::function< void() > look ) {
-   database_.watch( path, [ look ]( auto const &, auto const & ) { look(); } );
+   return database_.watch( path, [ look ]( auto const &, auto const & ) { look(); } );
 }
 
 std::uint64_t
