@@ -56,6 +56,9 @@ Observer::textAt( std::string_view path ) const {
 void
 Observer::expectRows( std::string_view path, Rows const & expected ) {
    auto const is = rowsAt( path );
+   if( is.empty() && switch_.get( path ).isNull() ) {
+      return found( String( path ) + ": there is no such table" ); // not even an empty one
+   }
    for( auto const & [ key, text ] : is ) {
       auto const wanted = expected.find( key );
       if( wanted == expected.end() ) {

@@ -122,6 +122,7 @@ class Observers {
    // For Observer: what is not as it must be. Looked at by whoever runs the history.
    void found( Kiv::String const & line ) { findings_.push_back( line ); }
    std::vector< Kiv::String > const & findings() const { return findings_; }
+   void forget() { findings_.clear(); }
 
  private:
    std::vector< std::unique_ptr< Observer > > observers_;

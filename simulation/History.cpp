@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "simulation/History.h"
+
+#include <fstream>
+
+namespace Simulation {
+
+using Kiv::String;
+
+namespace {
+
+// One of the observers, by their weights.
+Observer &
+drawObserver( Draw & draw, Observers const & observers ) {
+   unsigned sum = 0;
+   for( auto const & each : observers.all() ) {
+      sum += each->weight();
+   }
+   auto left = draw.below( sum );
+   for( auto const & each : observers.all() ) {
+      if( left < each->weight() ) {
+         return *each;
+      }
+      left -= each->weight();
+   }
+   return *observers.all().back();
+}
+
+// How restarts and quiet moments lie between the steps differs from history to history.
+struct Manner {
+   explicit Manner( Draw & draw )
+         : burst( 1 + draw.below( 12 ) ), waits( static_cast< unsigned >( draw.below( 15 ) ) ),
+           restarts( static_cast< unsigned >( draw.below( 12 ) ) ),
+           quiets( static_cast< unsigned >( 40 + draw.below( 60 ) ) ),
+           upons( draw.chance( 30 ) ? 10 : 0 ) {}
+   std::uint64_t burst;
+   unsigned waits, restarts, quiets, upons; // percent
+};
+
+// What is configured is configured in the middle of something else.
+void
+makeUpon( Draw & draw, Step & step ) {
+   auto const path = draw.oneOf(
+         { "/interface/status", "/hoba/common/intf", "/hoba/common/portToLag",
+           "/hoba/common/lagToPort", "/hoba/common/lagToPortConfig", "/hoba/common/vlanStatus",
+           "/hoba/portVlanMembership", "/bridging/stormControl/status" } );
+   if( step.isAt( "/feeders/config" ) || step.isAt( "/lag/input/config" ) ||
+       step.isAt( "/bridging/stormControl/config" ) ) {
+      step = "upon " + path + ' ' + step.text();
+   }
+}
+
+void
+addRestart( Draw & draw, Steps & steps ) {
+   steps.push_back( draw.chance( 80 ) ? "sim restart hitless" : "sim restart cold" );
+}
+
+void
+addBurst( Draw & draw, Manner const & manner, Observers const & observers, Steps & steps ) {
+   for( auto left = 1 + draw.below( manner.burst ); left != 0; --left ) {
+      drawObserver( draw, observers ).propose( draw, steps );
+      if( draw.chance( manner.upons ) ) {
+         makeUpon( draw, steps.back() );
+      }
+      if( draw.chance( manner.waits ) ) {
+         steps.push_back( "wait " + draw.oneOf( { "0", "0.1", "0.5", "1", "3.7" } ) );
+      }
+      if( draw.chance( manner.restarts / 4 ) ) {
+         addRestart( draw, steps ); // in the middle of it all
+      }
+   }
+   if( draw.chance( manner.quiets ) ) {
+      steps.push_back( "quiet" );
+      if( draw.chance( manner.restarts ) ) {
+         addRestart( draw, steps );
+      }
+   }
+}
+
+} // namespace
+
+Steps
+historyOf( std::uint64_t seed, std::size_t length ) {
+   Run const run; // for the observers, whose generators need nothing of it
+   Draw draw( seed );
+   Manner const manner( draw );
+   Steps steps;
+   for( auto const & each : run.observers().all() ) {
+      each->prepare( draw, steps );
+   }
+   steps.push_back( "start" );
+   while( steps.size() < length ) {
+      addBurst( draw, manner, run.observers(), steps );
+   }
+   steps.push_back( "quiet" );
+   return steps;
+}
+
+Steps
+readHistory( String const & file ) {
+   std::ifstream in( file );
+   Steps steps;
+   for( String line; std::getline( in, line ); ) {
+      if( Step const step( line ); step.size() != 0 && !step[ 0 ].starts_with( '#' ) ) {
+         steps.push_back( step );
+      }
+   }
+   if( steps.empty() || in.bad() ) {
+      throw Kiv::ParseError( file + ": there is no history in it" );
+   }
+   return steps;
+}
+
+void
+writeHistory( String const & file, Steps const & steps, String const & about ) {
+   std::ofstream out( file );
+   for( std::size_t begin = 0; begin < about.size(); ) {
+      auto const end = std::min( about.find( '\n', begin ), about.size() );
+      out << "# " << about.substr( begin, end - begin ) << '\n';
+      begin = end + 1;
+   }
+   for( auto const & step : steps ) {
+      out << step.text() << '\n';
+   }
+   if( !out.flush() ) {
+      throw Kiv::Exception( file + ": cannot be written" );
+   }
+}
+
+String
+Failure::kind() const {
+   // Up to the second colon: who found it, and where; or what became of the process.
+   auto const & first = findings.front();
+   auto const colon = first.find( ':' );
+   return first.substr( 0, colon == String::npos ? colon : first.find( ':', colon + 1 ) );
+}
+
+} // namespace Simulation

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Histories: made from a seed, kept in files, run on their own, and made shorter.
+
+#include "simulation/Run.h"
+
+namespace Simulation {
+
+// The steps of a seed: what the chip is like and what is configured first, the start, and then so many
+// steps as the generators of all observers think of, in bursts between which things become quiet.
+Steps historyOf( std::uint64_t seed, std::size_t length );
+
+// A file of steps, one a line; what begins with # is for people.
+// Throws Kiv::ParseError, with the name, for a file that cannot be read.
+Steps readHistory( Kiv::String const & file );
+// Throws Kiv::Exception, with the name, if it cannot be written.
+void writeHistory( Kiv::String const & file, Steps const & steps, Kiv::String const & about );
+
+// Why a history failed.
+struct Failure {
+   std::size_t step = 0; // the one at which it was found, from 0 on
+   std::vector< Kiv::String > findings;
+   // What is wrong, without the particulars: a shorter history counts if it fails alike.
+   Kiv::String kind() const;
+};
+
+struct Ended {
+   Counts counts;
+   std::optional< Failure > failure;
+};
+
+// Runs the steps in a process of their own: whatever becomes of that, this one goes on. It may take so
+// many seconds, by the clock of the machine.
+Ended runAlone( Steps const & steps, unsigned mostSeconds = 60 );
+
+// Takes steps away, and then makes values simpler, as long as what is left fails alike; for so many seconds
+// at most. `told` hears of progress.
+Steps shrink( Steps steps, Failure const & failure, unsigned mostSeconds,
+              std::function< void( std::size_t steps ) > const & told );
+
+} // namespace Simulation

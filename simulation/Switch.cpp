@@ -1,0 +1,123 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "simulation/Switch.h"
+
+#include "agent/features/Features.h"
+#include "chips/sim/SimChip.h"
+
+#include <charconv>
+#include <cstdlib>
+
+namespace Simulation {
+
+using Kiv::Datum;
+using Kiv::String;
+
+Switch::Switch() {
+   // A mismatch is told, and does not end the process.
+   ::setenv( "SIMULATION_VMID", "1", 1 );
+   Kiv::ClockDriver::ambientIs( driver_ );
+   chip_ = Kiv::make< HobaSim::Chip >();
+   features_ = std::make_unique< HobaAgent::Features >(
+         database_, commands_, chip_, [ this ]( String const & reason ) {
+            restartReason_ = restartReason_.value_or( reason );
+         } );
+}
+
+Switch::~Switch() = default;
+
+Outcome
+Switch::run( Step const & step ) {
+   Outcome outcome;
+   try {
+      if( step[ 0 ] == "set" ) {
+         database_.setText( step[ 1 ], step[ 2 ] );
+      } else if( step[ 0 ] == "del" ) {
+         database_.del( step[ 1 ] );
+      } else if( step[ 0 ] == "frame" ) {
+         outcome.answer = frame( step );
+      } else {
+         Datum request( Datum::Object{} );
+         request.add( "command", step[ 0 ] );
+         auto const & words = step.words();
+         request.add( "words", Datum::Array( words.begin() + 1, words.end() ) );
+         outcome.answer = commands_.run( request );
+      }
+   } catch( Kiv::Exception const & error ) {
+      outcome = { .accepted = false, .refusal = error.what() };
+   }
+   return outcome;
+}
+
+namespace {
+
+std::vector< std::uint8_t >
+octetsOf( String const & hex ) {
+   std::vector< std::uint8_t > octets( hex.size() / 2 );
+   for( std::size_t n = 0; n != octets.size(); ++n ) {
+      auto const * const digits = hex.data() + 2 * n;
+      if( std::from_chars( digits, digits + 2, octets[ n ], 16 ).ptr != digits + 2 ) {
+         Kiv::parseFailed( hex, "octets in hexadecimal" );
+      }
+   }
+   return octets;
+}
+
+} // namespace
+
+Datum
+Switch::frame( Step const & step ) {
+   auto const octets = octetsOf( step[ 2 ] );
+   auto const frame = chip_->path()->frame( Pelt::IntfId::parse( step[ 1 ] ), octets );
+   Datum::Array departures;
+   for( auto const & departure : frame.departures ) {
+      auto const header = frameHeaderOctets( departure.header );
+      String tags;
+      for( std::size_t n = 12; n + 2 < header.size(); ++n ) {
+         char digits[ 3 ];
+         std::snprintf( digits, sizeof digits, "%02x", header[ n ] );
+         tags += digits;
+      }
+      departures.push_back( Datum::Object{ { "port", Kiv::toText( departure.port ) },
+                                           { "intf", Kiv::toText( departure.intf ) },
+                                           { "tags", tags } } );
+   }
+   return Datum::Object{ { "dropped", frame.droppedAt() }, { "departures", departures } };
+}
+
+std::optional< String >
+Switch::takeRestart() {
+   return std::exchange( restartReason_, std::nullopt );
+}
+
+void
+Switch::restart( HobaAgent::RestartKind kind ) {
+   features_->stop();
+   features_->start( kind );
+   isRunning_ = true;
+}
+
+Datum
+Switch::get( std::string_view path ) const {
+   try {
+      return database_.get( path );
+   } catch( Tessera::Error const & ) {
+      return {};
+   }
+}
+
+std::uint64_t
+Switch::watch( std::string_view path, std::function< void() > look ) {
+   return database_.watch( path, [ look ]( auto const &, auto const & ) { look(); } );
+}
+
+std::uint64_t
+Switch::writes() const {
+   return chip_->writes();
+}
+
+std::uint64_t
+Switch::swept() const {
+   return chip_->swept();
+}
+
+} // namespace Simulation
