@@ -5,7 +5,6 @@
 #include "simulation/observers/PortsObserver.h"
 
 #include <deque>
-#include <optional>
 
 namespace Simulation {
 
@@ -20,11 +19,9 @@ class EventsObserver : public Observer {
 
    // The chip has found something: queued, if machines run. They apply it when their clock runs.
    void report( Event const & event );
-   // News of a station that comes ahead of all that is queued: applied at once.
+   // News of a station that comes ahead of all that is queued: applied at once, if machines run.
    void reportAhead( Event const & event );
-   // When what is being applied is said to have happened.
-   Kiv::Seconds eventTime() const { return now_; }
-   // A station's event had no effect, or another than it asked for.
+   // For who applies events of stations: one had no effect, or another than it asked for.
    void dropped( char const * reason ) { ++dropped_[ reason ]; }
 
    unsigned weight() const override { return 12; }
@@ -48,38 +45,38 @@ class EventsObserver : public Observer {
    };
    using Counts = std::map< Kiv::String, std::uint64_t >;
 
-   void linkFound( Step const & step );
+   void linkFound( Pelt::IntfId port, bool isUp, Kiv::String const & fault );
    void autonegFound( Step const & step );
-   void flooded( Step const & step );
+   void flooded( Step const & step, Kiv::Datum const & answer );
+   void reportAll();
    void drain();
    void applyOldest();
    void apply( Event const & event );
-   void applyPort( Event const & event );
-   // The observers whose features have begun follow.
-   void othersFollow();
-   void checkMachine();
+   void applyLink( Event const & event );
+   void applyAutoneg( Event const & event );
+   void checkQueue();
    void checkPorts();
 
    PortsObserver & ports_;
    // What the chip found last.
    std::map< Pelt::IntfId, Event > chipLink_;
    std::map< Pelt::IntfId, Event > chipAutoneg_;
-   // The queue, which outlives the machines.
+   // The queue outlives the machines, and so does what they published of ports.
    std::deque< Queued > queue_;
    std::uint32_t nextIndex_ = 0;
+   std::map< Pelt::IntfId, Autoneg > autoneg_;
    // The machine.
+   bool hasBegun_ = false;
+   bool isBeginning_ = false;
    bool isHeld_ = false;
    bool isDue_ = false; // it wants to be woken
-   bool isBeginning_ = false;
-   Kiv::Seconds now_ = Switch::startTime;
    std::uint64_t applied_ = 0;
    std::uint64_t drains_ = 0;
    std::size_t mostWaiting_ = 0;
    Counts handled_;
    Counts dropped_;
+   // By station: the last index that was given when news of it came ahead.
    std::map< Bridging::MacVlanPair, std::uint32_t > overtaken_;
-   // What they have published of ports that there are.
-   std::map< Pelt::IntfId, Autoneg > autoneg_;
 };
 
 } // namespace Simulation

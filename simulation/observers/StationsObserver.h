@@ -10,7 +10,9 @@ namespace Simulation {
 // know of that.
 class StationsObserver : public Observer {
  public:
-   // What a source address led to, and what the chip counts.
+   using Event = Hoba::HobaEvent;
+   using Host = Bridging::MacVlanPair;
+   // What a source address led to.
    enum Learning { learnt, moved, known, group, zero, full };
    enum Header { sound, runt, reservedVlan };
 
@@ -20,41 +22,58 @@ class StationsObserver : public Observer {
 
    // A frame came in, whatever becomes of it. Said before learn().
    void frameCame( Header header );
-   // One of an admitted frame's from that station, behind a port or LAG: for a port, it is found here
-   // whether the chip has it in a LAG. What the chip reports of it is applied when the clock runs.
+   // One that was let in came from that station, on a port or LAG: whether the chip has a port in a LAG
+   // is found here. What the chip reports of it is applied when the clock runs.
    Learning learn( Pelt::IntfId intf, Pelt::EthAddr source, Bridging::VlanId vlan );
    // Behind which interface the chip has the station; the empty id for none.
-   Pelt::IntfId hostIntf( Bridging::MacVlanPair station ) const;
-   // The LAG that the chip has the port in, or the port itself.
+   Pelt::IntfId hostIntf( Host station ) const;
+   // The LAG that the chip has the port in now, faults or not; else the port itself.
    Pelt::IntfId intfOf( Pelt::IntfId port ) const;
 
-   // ---- For the events
+   // ---- For the observer of events
 
    // The machines apply what was reported of a station.
-   void apply( Hoba::HobaEvent const & event );
-   // The chip reports all that it holds, in the order of addresses and VLANs.
+   void apply( Event const & event );
+   // The machines begin: the chip has lost all that it held, and reports all that it holds, in the order
+   // of addresses and VLANs.
+   void chipForgot();
    void reportAll();
-   // The machines have begun, and applied what was reported: who went meanwhile is forgotten.
+   // They have applied that. Stations that the chip does not have went while nobody listened.
    void forgetOthers();
 
+   unsigned weight() const override { return 14; }
+   void prepare( Draw & draw, Steps & steps ) override;
    void propose( Draw & draw, Steps & steps ) override;
    Steps heal() override;
-   bool hasFaults() const override { return isSpoilt_; }
+   bool hasFaults() const override;
    Verdict judge( Step const & step ) const override;
    void heard( Step const & step, Kiv::Datum const & answer ) override;
-   void began( HobaAgent::RestartKind kind ) override;
    void check() override;
 
  private:
-   using Host = Bridging::MacVlanPair;
+   using Entry = HobaTypes::MacAddressTableEntry;
 
+   void proposeEvent( Draw & draw, Steps & steps ) const;
+   void proposeFault( Draw & draw, Steps & steps ) const;
+   bool canLearn( Step const & step ) const;
+   bool canAge( Step const & step ) const;
+   bool canBeTold( Step const & step ) const;
+   bool hasRoomFor( Host station ) const;
+   bool isThere( Pelt::IntfId intf ) const;
+   void learned( Step const & step, Kiv::Datum const & answer );
+   void aged( Step const & step );
+   void told( Step const & step );
+   bool isAgedInstead( Event const & event );
+
+   PortsObserver const & ports_;
    LagObserver const & lags_;
    EventsObserver & events_;
-   std::map< Host, Pelt::IntfId > hosts_;                       // the chip's
-   std::map< Kiv::String, std::uint64_t > counts_;              // the chip's
-   std::uint64_t capacity_ = 131072;                            // of its table
-   bool isSpoilt_ = false;                                      // by rows that no frame teaches it
-   std::map< Host, HobaTypes::MacAddressTableEntry > macTable_; // the machines'
+   // The chip's.
+   std::map< Host, Pelt::IntfId > hosts_;
+   std::map< Kiv::String, std::uint64_t > counts_;
+   std::uint64_t capacity_ = 131072;
+   // The machines', which outlives them.
+   std::map< Host, Entry > macTable_;
 };
 
 } // namespace Simulation
