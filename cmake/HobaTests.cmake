@@ -47,6 +47,7 @@ set(hobaTestLink_types Hoba::Hoba)
 set(hobaTestLink_Hoba Hoba::Hoba Hoba::ChipSim)
 set(hobaTestLink_chips Hoba::Hoba Hoba::ChipSim)
 set(hobaTestLink_hobactl hobactl-core)
+set(hobaTestLink_simulation switch-simulation-core)
 
 file(GLOB_RECURSE hobaTestFiles CONFIGURE_DEPENDS RELATIVE "${hobaTestsDir}"
   "${hobaTestsDir}/*.cpp")
@@ -76,7 +77,7 @@ foreach(folder IN LISTS hobaTestFolders)
   else()
     continue()
   endif()
-  if(folder STREQUAL "hobactl" AND NOT HOBA_AGENT)
+  if(folder MATCHES "^(hobactl|simulation)$" AND NOT HOBA_AGENT)
     continue()
   endif()
   hoba_tests(${binary} SOURCES ${hobaTestSources_${folder}} LINK ${link})
@@ -84,6 +85,23 @@ foreach(folder IN LISTS hobaTestFolders)
     hoba_tests_run_tools(${binary})
   endif()
 endforeach()
+
+# Histories of a whole switch, and that each is the same in every process: with other addresses, and with
+# another environment.
+if(TARGET switch-simulation)
+  set(hobaHistories 20)
+  if(HOBA_SANITIZE)
+    set(hobaHistories 5)
+  endif()
+  add_test(NAME simulation.histories COMMAND switch-simulation --seeds ${hobaHistories} --shrink 60)
+  add_test(NAME simulation.sameTraces COMMAND bash -c [[
+    trace() { "$0" --seed 7 --trace "$1" >"$1.out" || { cat "$1.out"; exit 1; }; }
+    trace "$1.1" && ( ulimit -s 65536; LAYOUT=$( printf %50000d 1 ) trace "$1.2" ) &&
+    cmp "$1.1" "$1.2" && (( $( wc -l <"$1.1" ) > 1000 )) && rm "$1".*]]
+    "$<TARGET_FILE:switch-simulation>" "${PROJECT_BINARY_DIR}/trace")
+  set_tests_properties(simulation.histories simulation.sameTraces PROPERTIES
+    TIMEOUT ${hobaTestTimeout})
+endif()
 
 # Who may include whom, checked on the text of the tree.
 add_test(NAME tree.layers COMMAND "${PROJECT_SOURCE_DIR}/scripts/check-layers")

@@ -57,7 +57,7 @@ runHere( Steps const & steps, Progress & progress ) {
          text += finding + '\n';
       }
    } catch( std::exception const & error ) {
-      text += String( "thrown out of a step: " ) + error.what() + '\n';
+      text += String( "run: thrown out of a step: " ) + error.what() + '\n';
    }
    return text;
 }
@@ -97,7 +97,7 @@ linesOf( String const & text ) {
 String
 endText( int status, unsigned mostSeconds ) {
    if( WIFSIGNALED( status ) && WTERMSIG( status ) == SIGALRM ) {
-      return "no end: not after " + std::to_string( mostSeconds ) + " s";
+      return "run: no end: not after " + std::to_string( mostSeconds ) + " s";
    }
    if( WIFSIGNALED( status ) ) {
       return String( "crash: " ) + ::strsignal( WTERMSIG( status ) );

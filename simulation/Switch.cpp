@@ -106,6 +106,11 @@ Switch::get( std::string_view path ) const {
 }
 
 std::uint64_t
+Switch::watch( std::string_view path, std::function< void() > look ) {
+   return database_.watch( path, [ look ]( auto const &, auto const & ) { look(); } );
+}
+
+std::uint64_t
 Switch::writes() const {
    return chip_->writes();
 }

@@ -10,6 +10,7 @@
 #include "agent/features/Restarts.h"
 #include "simulation/Step.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -57,6 +58,10 @@ class Switch {
    Kiv::Ptr< T const > entity( std::string_view path ) const {
       return Kiv::dynamicCast< T const >( database_.entity( path ) );
    }
+   // Calls `look` whenever something at or below the path has changed, in the middle of whatever changed it.
+   // Returns what unwatch() takes.
+   std::uint64_t watch( std::string_view path, std::function< void() > look );
+   void unwatch( std::uint64_t id ) { database_.unwatch( id ); }
    // Changes that the agent made to the chip's tables, and rows that were swept from them.
    std::uint64_t writes() const;
    std::uint64_t swept() const;
