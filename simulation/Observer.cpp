@@ -12,6 +12,8 @@ constexpr MakeObserver observerMakers[] = {
       makeObserver< class LagObserver >,
       makeObserver< class EventsObserver >,
       makeObserver< class StationsObserver >,
+      makeObserver< class StormControlObserver >,
+      makeObserver< class VerificationObserver >,
 };
 // clang-format on
 
