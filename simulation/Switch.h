@@ -29,6 +29,14 @@ struct Outcome {
    Kiv::Datum answer = {};
 };
 
+// A line of the system log.
+struct LogLine {
+   std::uint64_t number = 0; // ascending
+   Kiv::Seconds time = 0;
+   Kiv::String name;
+   Kiv::String text;
+};
+
 class Switch {
  public:
    static constexpr Kiv::Seconds startTime = 100;
@@ -57,6 +65,8 @@ class Switch {
    Kiv::Ptr< T const > entity( std::string_view path ) const {
       return Kiv::dynamicCast< T const >( database_.entity( path ) );
    }
+   // What was logged behind the line of that number, as far as the log still has it.
+   std::vector< LogLine > logBehind( std::uint64_t number ) const;
    // Changes that the agent made to the chip's tables, and rows that were swept from them.
    std::uint64_t writes() const;
    std::uint64_t swept() const;
