@@ -10,6 +10,8 @@ using MakeObserver = std::unique_ptr< Observer > ( * )( Switch &, Observers & );
 constexpr MakeObserver observerMakers[] = {
       makeObserver< class PortsObserver >,
       makeObserver< class LagObserver >,
+      makeObserver< class EventsObserver >,
+      makeObserver< class StationsObserver >,
       makeObserver< class ParityObserver >,
       makeObserver< class NonAgingObserver >,
 };

@@ -120,6 +120,11 @@ Switch::logBehind( std::uint64_t number ) const {
    return lines;
 }
 
+void
+Switch::watch( std::string_view path, std::function< void() > look ) {
+   database_.watch( path, [ look ]( auto const &, auto const & ) { look(); } );
+}
+
 std::uint64_t
 Switch::writes() const {
    return chip_->writes();

@@ -10,6 +10,7 @@
 #include "agent/features/Restarts.h"
 #include "simulation/Step.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -67,6 +68,8 @@ class Switch {
    }
    // What was logged behind the line of that number, as far as the log still has it.
    std::vector< LogLine > logBehind( std::uint64_t number ) const;
+   // Calls `look` whenever something at or below the path has changed, in the middle of whatever changed it.
+   void watch( std::string_view path, std::function< void() > look );
    // Changes that the agent made to the chip's tables, and rows that were swept from them.
    std::uint64_t writes() const;
    std::uint64_t swept() const;

@@ -25,7 +25,21 @@ LagObserver::LagObserver( Switch & simulated, Observers & observers )
       : Observer( simulated, observers, "LAGs" ),
         config_( simulated.entity< Feeders::Config >( "/feeders/config" ) ),
         input_( simulated.entity< ::Lag::Input::Config >( "/lag/input/config" ) ),
-        ports_( observers.find< PortsObserver >() ) {}
+        ports_( observers.find< PortsObserver >() ) {
+   // Also in the middle of things: every active member of a LAG is known to be one.
+   simulated.watch( "/hoba/common/lagToPort", [ this ] {
+      auto const ways = rowsAt( "/hoba/common/portToLag" );
+      for( auto const & [ lag, list ] : rowsAt( "/hoba/common/lagToPort" ) ) {
+         for( auto const & [ port, model ] : ports_.ports() ) {
+            auto const way = ways.find( toText( port ) );
+            if( list.find( '"' + toText( port ) + '"' ) != String::npos &&
+                ( way == ways.end() || way->second != lag ) ) {
+               found( toText( port ) + " is a member of " + lag + " and not known to be one" );
+            }
+         }
+      }
+   } );
+}
 
 // ---- What happens to LAGs
 

@@ -211,17 +211,6 @@ keyOf( std::string_view text ) {
    return {};
 }
 
-template< class T >
-bool
-isA( String const & text ) {
-   try {
-      Kiv::fromText< T >( text );
-      return true;
-   } catch( Kiv::Exception const & ) {
-      return false;
-   }
-}
-
 // What stands behind the prefix; empty if the text does not begin with it.
 std::string_view
 behind( std::string_view prefix, std::string_view text ) {
@@ -259,7 +248,7 @@ ParityObserver::judgeRaise( Step const & step ) const {
    bool const isSlice = sliceNames_.contains( step[ 3 ] ) && step[ 3 ].size() <= 23 &&
                         step[ 3 ].find( ':' ) == String::npos;
    bool const isEntry =
-         !step[ 4 ].empty() && step[ 4 ].size() <= 31 && isA< std::uint32_t >( step[ 5 ] );
+         !step[ 4 ].empty() && step[ 4 ].size() <= 31 && parsed< std::uint32_t >( step[ 5 ] );
    bool const isSeverity =
          step.size() <= 7 && std::ranges::find( severities, step[ 6 ] ) != severities.end();
    return isSlice && isEntry && isSeverity ? accepts : refuses;
@@ -268,7 +257,7 @@ ParityObserver::judgeRaise( Step const & step ) const {
 Observer::Verdict
 ParityObserver::judgeSet( std::string_view path, String const & text ) const {
    if( path == "correctionTime" ) {
-      return isA< double >( text ) ? accepts : refuses;
+      return parsed< double >( text ) ? accepts : refuses;
    }
    if( !behind( "sliceName/", path ).empty() ) {
       return text == "true" ? accepts : refuses;
@@ -279,7 +268,7 @@ ParityObserver::judgeSet( std::string_view path, String const & text ) const {
    bool const isThere = path == "errorTable/capacity" || ( key && hasRoom( *key ) ) ||
                         std::ranges::find( countNames, count ) != countNames.end() ||
                         std::ranges::find( others, count ) != others.end();
-   return isThere && isA< std::uint64_t >( text ) ? accepts : refuses;
+   return isThere && parsed< std::uint64_t >( text ) ? accepts : refuses;
 }
 
 Observer::Verdict
