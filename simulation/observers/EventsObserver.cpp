@@ -24,7 +24,8 @@ std::optional< std::uint32_t >
 speedsOf( String text ) {
    std::uint32_t bits = 0;
    std::ranges::replace( text, ',', ' ' );
-   for( auto const & word : Step( text ).words() ) {
+   Step const speeds( text );
+   for( auto const & word : speeds.words() ) {
       auto const mbps = parsed< std::uint64_t >( word );
       auto const speed = Interface::speedFromMbps( mbps.value_or( 0 ) );
       if( speed == Interface::speedUnknown ) {
