@@ -31,10 +31,24 @@ struct Manner {
    explicit Manner( Draw & draw )
          : burst( 1 + draw.below( 12 ) ), waits( static_cast< unsigned >( draw.below( 15 ) ) ),
            restarts( static_cast< unsigned >( draw.below( 12 ) ) ),
-           quiets( static_cast< unsigned >( 40 + draw.below( 60 ) ) ) {}
+           quiets( static_cast< unsigned >( 40 + draw.below( 60 ) ) ),
+           upons( draw.chance( 30 ) ? 10 : 0 ) {}
    std::uint64_t burst;
-   unsigned waits, restarts, quiets; // percent
+   unsigned waits, restarts, quiets, upons; // percent
 };
+
+// What is configured is configured in the middle of something else.
+void
+makeUpon( Draw & draw, Step & step ) {
+   auto const path = draw.oneOf(
+         { "/interface/status", "/hoba/common/intf", "/hoba/common/portToLag",
+           "/hoba/common/lagToPort", "/hoba/common/lagToPortConfig", "/hoba/common/vlanStatus",
+           "/hoba/portVlanMembership", "/bridging/stormControl/status" } );
+   if( step.isAt( "/feeders/config" ) || step.isAt( "/lag/input/config" ) ||
+       step.isAt( "/bridging/stormControl/config" ) ) {
+      step = "upon " + path + ' ' + step.text();
+   }
+}
 
 void
 addRestart( Draw & draw, Steps & steps ) {
@@ -45,6 +59,9 @@ void
 addBurst( Draw & draw, Manner const & manner, Observers const & observers, Steps & steps ) {
    for( auto left = 1 + draw.below( manner.burst ); left != 0; --left ) {
       drawObserver( draw, observers ).propose( draw, steps );
+      if( draw.chance( manner.upons ) ) {
+         makeUpon( draw, steps.back() );
+      }
       if( draw.chance( manner.waits ) ) {
          steps.push_back( "wait " + draw.oneOf( { "0", "0.1", "0.5", "1", "3.7" } ) );
       }

@@ -88,12 +88,34 @@ Run::run( Step const & step ) {
       passTime( switch_->now() + Kiv::fromText< double >( step[ 1 ] ) );
    } else if( step[ 0 ] == "start" || step.begins( "sim restart" ) ) {
       begin( step );
+   } else if( step[ 0 ] == "upon" ) {
+      upon( step[ 1 ], step.from( 2 ) );
    } else {
       input( step );
    }
 }
 
 // ---- Steps
+
+void
+Run::upon( String const & path, Step const & step ) {
+   auto const id = std::make_shared< std::uint64_t >( 0 );
+   *id = switch_->watch( path, [ this, id, step ] {
+      // Once. What it changes itself is nobody's cue.
+      if( upons_.erase( *id ) ) {
+         switch_->unwatch( *id );
+         input( step );
+      }
+   } );
+   upons_.insert( *id );
+}
+
+void
+Run::uponNoMore() {
+   for( auto const id : std::exchange( upons_, {} ) ) {
+      switch_->unwatch( id );
+   }
+}
 
 void
 Run::input( Step const & step ) {
@@ -111,7 +133,9 @@ Run::input( Step const & step ) {
       return found( "no observer answers for: " + step.text() );
    }
    auto const before = verdict == Observer::refuses ? switch_->get( "/" ) : Kiv::Datum();
+   ++depth_;
    auto const outcome = switch_->run( step );
+   --depth_;
    if( listener ) {
       listener( step, outcome );
    }
@@ -142,19 +166,21 @@ Run::begin( Step const & step ) {
    if( isStart == switch_->isRunning() ) {
       return; // a history from which the start was taken, or that has two
    }
-   bool const fromQuiet = isQuiet_;
+   bool const fromQuiet = isQuiet_ && upons_.empty();
    auto const writes = switch_->writes();
    auto const swept = switch_->swept();
    isQuiet_ = false;
+   Outcome outcome;
+   ++depth_;
    if( isStart ) {
       switch_->restart( kind );
-      listener ? listener( step, {} ) : void();
    } else {
-      auto const outcome = switch_->run( step );
-      listener ? listener( step, outcome ) : void();
-      if( !outcome.accepted ) {
-         return found( "refused: " + step.text() + ": " + outcome.refusal );
-      }
+      outcome = switch_->run( step );
+   }
+   --depth_;
+   listener ? listener( step, outcome ) : void();
+   if( !outcome.accepted ) {
+      return found( "refused: " + step.text() + ": " + outcome.refusal );
    }
    beganAll( kind );
    if( fromQuiet && kind == HobaAgent::hitless ) {
@@ -186,8 +212,12 @@ Run::beganAll( RestartKind kind ) {
    restartIfAsked();
 }
 
+// Not in the middle of something: machines go when nothing is under way.
 void
 Run::restartIfAsked() {
+   if( depth_ != 0 ) {
+      return;
+   }
    auto const reason = switch_->takeRestart();
    if( !reason ) {
       return;
@@ -199,7 +229,9 @@ Run::restartIfAsked() {
    if( !expected ) {
       return found( "a machine asks for a restart: " + *reason );
    }
+   ++depth_;
    switch_->restart( HobaAgent::hitless );
+   --depth_;
    beganAll( HobaAgent::hitless );
 }
 
@@ -209,10 +241,12 @@ bool
 Run::advance( Kiv::Seconds time ) {
    std::size_t fired = 0;
    try {
+      ++depth_;
       fired = switch_->driver().advanceTo( std::max( time, switch_->now() ) );
    } catch( Kiv::Exception const & error ) {
       found( String( "time does not go on: " ) + error.what() );
    }
+   --depth_;
    for( auto const & each : observers_->all() ) {
       each->timeIs( switch_->now() );
    }
@@ -259,6 +293,7 @@ Run::settle() {
 void
 Run::quiet() {
    ++counts_.quiets;
+   uponNoMore();
    for( auto const & each : observers_->all() ) {
       for( auto const & step : each->heal() ) {
          run( step );
@@ -300,6 +335,9 @@ Run::hasFaults() {
 
 void
 Run::lookForFailures() {
+   if( depth_ != 0 ) {
+      return;
+   }
    if( std::exchange( failuresSeen_, Kiv::Dispatch::failures ) != failuresSeen_ && !hasFaults() ) {
       for( auto const & failure : failedSteps ) {
          found( "a step of a machine failed: " + failure );

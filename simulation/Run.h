@@ -6,6 +6,7 @@
 #include "simulation/Observer.h"
 
 #include <functional>
+#include <set>
 
 namespace Simulation {
 
@@ -39,6 +40,9 @@ class Run {
  private:
    void run( Step const & step );
    void input( Step const & step );
+   // The step waits for the next change at a path.
+   void upon( Kiv::String const & path, Step const & step );
+   void uponNoMore();
    void begin( Step const & step );
    void restartIfAsked();
    void beganAll( HobaAgent::RestartKind kind );
@@ -60,6 +64,8 @@ class Run {
    bool faulty_ = false;           // since the last quiet there were faults
    bool beganUnderFaults_ = false; // and machines began meanwhile
    bool isQuiet_ = false;          // nothing has happened since
+   unsigned depth_ = 0;            // of steps in the middle of which another is done
+   std::set< std::uint64_t > upons_; // watches of steps that wait
 };
 
 } // namespace Simulation

@@ -45,6 +45,13 @@ Step::text() const {
 }
 
 Step
+Step::from( std::size_t place ) const {
+   Step rest;
+   rest.words_.assign( words_.begin() + static_cast< std::ptrdiff_t >( place ), words_.end() );
+   return rest;
+}
+
+Step
 Step::with( std::size_t place, String const & word ) const {
    auto other = *this;
    other.words_[ place ] = word;

@@ -11,6 +11,8 @@
 //                               the driver has news of a station that come ahead of all that is queued
 //    start                      the machines begin, cold; what stands before it was configured earlier
 //    wait 2.5                   so many seconds of virtual time pass
+//    upon PATH STEP...          the step is done in the middle of the next change at or below the path, by
+//                               whoever hears of it; no longer than until the next quiet
 //    quiet                      faults end, time passes until nothing happens any more, and every
 //                               observer looks
 //
@@ -39,6 +41,8 @@ class Step {
    // A set or del at this path or below: step.isAt( "/feeders/config/port" ).
    bool isAt( std::string_view path ) const;
    Kiv::String text() const;
+   // What stands behind the first words, as a step.
+   Step from( std::size_t place ) const;
    // The same with another word at that place.
    Step with( std::size_t place, Kiv::String const & word ) const;
 

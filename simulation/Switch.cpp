@@ -135,8 +135,9 @@ Switch::logBehind( std::uint64_t number ) const {
 }
 
 void
+std::uint64_t
 Switch::watch( std::string_view path, std::function< void() > look ) {
-   database_.watch( path, [ look ]( auto const &, auto const & ) { look(); } );
+   return database_.watch( path, [ look ]( auto const &, auto const & ) { look(); } );
 }
 
 std::uint64_t

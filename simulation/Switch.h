@@ -69,7 +69,9 @@ class Switch {
    // What was logged behind the line of that number, as far as the log still has it.
    std::vector< LogLine > logBehind( std::uint64_t number ) const;
    // Calls `look` whenever something at or below the path has changed, in the middle of whatever changed it.
-   void watch( std::string_view path, std::function< void() > look );
+   // Returns what unwatch() takes.
+   std::uint64_t watch( std::string_view path, std::function< void() > look );
+   void unwatch( std::uint64_t id ) { database_.unwatch( id ); }
    // Changes that the agent made to the chip's tables, and rows that were swept from them.
    std::uint64_t writes() const;
    std::uint64_t swept() const;
