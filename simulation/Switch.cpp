@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "simulation/Switch.h"
 
-#include "Hoba/HobaLog.h"
 #include "Hoba/HobaCallbacks.h"
+#include "Hoba/HobaLog.h"
 #include "agent/features/Features.h"
 #include "chips/sim/SimChip.h"
 
@@ -134,7 +134,6 @@ Switch::logBehind( std::uint64_t number ) const {
    return lines;
 }
 
-void
 std::uint64_t
 Switch::watch( std::string_view path, std::function< void() > look ) {
    return database_.watch( path, [ look ]( auto const &, auto const & ) { look(); } );
