@@ -34,13 +34,8 @@ behind( String const & path, Step const & step ) {
 
 template< class T >
 bool
-reads( std::string_view text ) {
-   try {
-      static_cast< void >( Kiv::fromText< T >( text ) );
-      return true;
-   } catch( Kiv::Exception const & ) {
-      return false;
-   }
+reads( String const & text ) {
+   return parsed< T >( text ).has_value();
 }
 
 bool
