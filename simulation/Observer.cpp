@@ -14,6 +14,10 @@ constexpr MakeObserver observerMakers[] = {
       makeObserver< class EventsObserver >,
       makeObserver< class StationsObserver >,
       makeObserver< class FramesObserver >,
+      makeObserver< class ParityObserver >,
+      makeObserver< class NonAgingObserver >,
+      makeObserver< class StormControlObserver >,
+      makeObserver< class VerificationObserver >,
 };
 // clang-format on
 
