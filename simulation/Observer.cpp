@@ -10,6 +10,10 @@ using MakeObserver = std::unique_ptr< Observer > ( * )( Switch &, Observers & );
 constexpr MakeObserver observerMakers[] = {
       makeObserver< class PortsObserver >,
       makeObserver< class LagObserver >,
+      makeObserver< class VlanObserver >,
+      makeObserver< class EventsObserver >,
+      makeObserver< class StationsObserver >,
+      makeObserver< class FramesObserver >,
       makeObserver< class StormControlObserver >,
       makeObserver< class VerificationObserver >,
 };

@@ -7,6 +7,8 @@
 //    del PATH
 //    sim link Ethernet1 down    or any other command of the agent
 //    frame Ethernet1 HEX        the octets of a frame come in on a port of the chip
+//    event-ahead eventTypeMacAddressAged 00:00:5e:00:53:01@1 Ethernet1 [TUNNEL]
+//                               the driver has news of a station that come ahead of all that is queued
 //    start                      the machines begin, cold; what stands before it was configured earlier
 //    wait 2.5                   so many seconds of virtual time pass
 //    upon PATH STEP...          the step is done in the middle of the next change at or below the path, by
@@ -18,6 +20,7 @@
 
 #include "Kiv/Text.h"
 
+#include <optional>
 #include <vector>
 
 namespace Simulation {
@@ -49,5 +52,16 @@ class Step {
    std::vector< Kiv::String > words_;
 };
 using Steps = std::vector< Step >;
+
+// What the word says, as a value of type T; nothing if it says none.
+template< class T >
+std::optional< T >
+parsed( Kiv::String const & word ) {
+   try {
+      return Kiv::fromText< T >( word );
+   } catch( Kiv::Exception const & ) {
+      return {};
+   }
+}
 
 } // namespace Simulation

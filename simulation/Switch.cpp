@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "simulation/Switch.h"
 
+#include "Hoba/HobaCallbacks.h"
 #include "agent/features/Features.h"
 #include "chips/sim/SimChip.h"
 
@@ -35,6 +36,8 @@ Switch::run( Step const & step ) {
          database_.del( step[ 1 ] );
       } else if( step[ 0 ] == "frame" ) {
          outcome.answer = frame( step );
+      } else if( step[ 0 ] == "event-ahead" ) {
+         eventAhead( step );
       } else {
          Datum request( Datum::Object{} );
          request.add( "command", step[ 0 ] );
@@ -82,6 +85,17 @@ Switch::frame( Step const & step ) {
                                            { "tags", tags } } );
    }
    return Datum::Object{ { "dropped", frame.droppedAt() }, { "departures", departures } };
+}
+
+void
+Switch::eventAhead( Step const & step ) {
+   Hoba::HobaEvent event;
+   event.eventType = Kiv::fromText< Hoba::HobaEvent::HobaEventType >( step[ 1 ] );
+   event.host = Bridging::MacVlanPair::parse( step[ 2 ] );
+   event.port = Pelt::IntfId::parse( step[ 3 ] );
+   event.portType = HobaSim::portTypeOf( event.port );
+   event.tunnelId = step[ 4 ].empty() ? 0 : Kiv::fromText< std::uint32_t >( step[ 4 ] );
+   Hoba::newMacEventIs( event );
 }
 
 std::optional< String >

@@ -68,6 +68,7 @@ class Switch {
 
  private:
    Kiv::Datum frame( Step const & step );
+   void eventAhead( Step const & step );
 
    Kiv::VirtualDriver driver_{ startTime };
    Tessera::Database database_;

@@ -26,7 +26,9 @@ class PortsObserver : public Observer {
    std::map< Pelt::IntfId, Port > const & ports() const { return ports_; }
    bool has( Pelt::IntfId port ) const { return ports_.contains( port ); }
    bool isActive( Pelt::IntfId port ) const { return has( port ) && ports_.at( port ).active; }
-   std::uint64_t kbps( Pelt::IntfId port ) const { return has( port ) ? ports_.at( port ).kbps : 0; }
+   std::uint64_t kbps( Pelt::IntfId port ) const {
+      return has( port ) ? ports_.at( port ).kbps : 0;
+   }
    // The operator has configured the port, whether or not machines run.
    bool isConfigured( Pelt::IntfId port ) const;
 
