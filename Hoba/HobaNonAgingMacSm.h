@@ -7,8 +7,11 @@
 // - The status is enabled while any client that is there is enabled.
 // - It has an entry while any enabled client lists it: the pair's count in macEntriesRef is the
 //   number of clients that hold it. An entry that changes is held once, as before.
-// - Clients may list one pair with different records. The record that was written last stands, and
-//   when its client lets go of the pair, the one written last among those who still hold it.
+// - Clients may list one pair with different records. The record that was heard last stands, and
+//   when its client lets go of the pair, the one heard last among those who still hold it. A record is
+//   heard when it is written, or when its client is enabled. Initialized, the machine hears all clients
+//   at once: of their records the one that is in the status already stands, and if none is, that of
+//   the client which is the last in the directory.
 // - A client whose entity is replaced by another, under the same name, holds what both list, as
 //   before.
 // - Torn down, the machine leaves the status as it is. The next one on that status, when it is

@@ -11,9 +11,11 @@ constexpr MakeObserver observerMakers[] = {
       makeObserver< class PortsObserver >,
       makeObserver< class LagObserver >,
       makeObserver< class VlanObserver >,
+      makeObserver< class FramesObserver >,
       makeObserver< class EventsObserver >,
       makeObserver< class StationsObserver >,
-      makeObserver< class FramesObserver >,
+      makeObserver< class ParityObserver >,
+      makeObserver< class NonAgingObserver >,
       makeObserver< class StormControlObserver >,
       makeObserver< class VerificationObserver >,
 };

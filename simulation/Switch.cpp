@@ -2,6 +2,7 @@
 #include "simulation/Switch.h"
 
 #include "Hoba/HobaCallbacks.h"
+#include "Hoba/HobaLog.h"
 #include "agent/features/Features.h"
 #include "chips/sim/SimChip.h"
 
@@ -117,6 +118,20 @@ Switch::get( std::string_view path ) const {
    } catch( Tessera::Error const & ) {
       return {};
    }
+}
+
+std::vector< LogLine >
+Switch::logBehind( std::uint64_t number ) const {
+   auto const & all = Hoba::logEntries();
+   auto first = all.end();
+   while( first != all.begin() && std::prev( first )->sequence > number ) {
+      --first;
+   }
+   std::vector< LogLine > lines;
+   for( ; first != all.end(); ++first ) {
+      lines.push_back( { first->sequence, first->time, first->message->name, first->text } );
+   }
+   return lines;
 }
 
 std::uint64_t

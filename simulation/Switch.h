@@ -30,6 +30,14 @@ struct Outcome {
    Kiv::Datum answer = {};
 };
 
+// A line of the system log.
+struct LogLine {
+   std::uint64_t number = 0; // ascending
+   Kiv::Seconds time = 0;
+   Kiv::String name;
+   Kiv::String text;
+};
+
 class Switch {
  public:
    static constexpr Kiv::Seconds startTime = 100;
@@ -58,6 +66,8 @@ class Switch {
    Kiv::Ptr< T const > entity( std::string_view path ) const {
       return Kiv::dynamicCast< T const >( database_.entity( path ) );
    }
+   // What was logged behind the line of that number, as far as the log still has it.
+   std::vector< LogLine > logBehind( std::uint64_t number ) const;
    // Calls `look` whenever something at or below the path has changed, in the middle of whatever changed it.
    // Returns what unwatch() takes.
    std::uint64_t watch( std::string_view path, std::function< void() > look );
