@@ -14,6 +14,7 @@ constexpr MakeObserver observerMakers[] = {
       makeObserver< class StationsObserver >,
       makeObserver< class ParityObserver >,
       makeObserver< class NonAgingObserver >,
+      makeObserver< class ContextObserver >,
 };
 // clang-format on
 
