@@ -37,14 +37,15 @@ struct Manner {
    unsigned waits, restarts, quiets, upons; // percent
 };
 
-// What is configured is configured in the middle of something else.
+// What is configured is configured in the middle of something else. Not ports and LAGs: the order in which
+// members join would hang on who of them is half on its way.
 void
 makeUpon( Draw & draw, Step & step ) {
    auto const path = draw.oneOf(
          { "/interface/status", "/hoba/common/intf", "/hoba/common/portToLag",
            "/hoba/common/lagToPort", "/hoba/common/lagToPortConfig", "/hoba/common/vlanStatus",
            "/hoba/portVlanMembership", "/bridging/stormControl/status" } );
-   if( step.isAt( "/feeders/config" ) || step.isAt( "/lag/input/config" ) ||
+   if( step.isAt( "/feeders/config/vlan" ) || step.isAt( "/feeders/config/switchIntf" ) ||
        step.isAt( "/bridging/stormControl/config" ) ) {
       step = "upon " + path + ' ' + step.text();
    }

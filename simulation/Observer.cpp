@@ -10,10 +10,14 @@ using MakeObserver = std::unique_ptr< Observer > ( * )( Switch &, Observers & );
 constexpr MakeObserver observerMakers[] = {
       makeObserver< class PortsObserver >,
       makeObserver< class LagObserver >,
+      makeObserver< class VlanObserver >,
+      makeObserver< class FramesObserver >,
       makeObserver< class EventsObserver >,
       makeObserver< class StationsObserver >,
       makeObserver< class ParityObserver >,
       makeObserver< class NonAgingObserver >,
+      makeObserver< class StormControlObserver >,
+      makeObserver< class VerificationObserver >,
       makeObserver< class ContextObserver >,
 };
 // clang-format on

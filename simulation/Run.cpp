@@ -54,6 +54,8 @@ Run::Run()
 }
 
 Run::~Run() {
+   uponNoMore();
+   switch_.reset(); // observers hear of it while it goes
    Kiv::Dispatch::failureSink = nullptr;
 }
 
@@ -67,8 +69,9 @@ Run::step( Step const & step ) {
 
 bool
 Run::finish() {
-   observers_.reset();
+   uponNoMore();
    switch_.reset();
+   observers_.reset();
    if( liveObjects() != liveBefore_ ) {
       String left;
       for( auto const & [ type, count ] : liveObjects() ) {
@@ -104,6 +107,7 @@ Run::upon( String const & path, Step const & step ) {
       // Once. What it changes itself is nobody's cue.
       if( upons_.erase( *id ) ) {
          switch_->unwatch( *id );
+         observers_->follow(); // what is under way came first
          input( step );
       }
    } );

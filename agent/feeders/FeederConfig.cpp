@@ -10,25 +10,20 @@ KIV_DEFINE( Feeders::Config );
 
 namespace Feeders {
 
-namespace {
-
 Bridging::SwitchIntfConfig const &
-switchIntfOf( Config const & config, Pelt::IntfId intf ) {
-   static auto const unconfigured = Kiv::make< Bridging::SwitchIntfConfig const >( Pelt::IntfId() );
-   auto const asked = config.switchIntf( intf );
-   return asked ? *asked : *unconfigured;
+Config::switchIntfOf( Pelt::IntfId intf ) const {
+   auto const asked = switchIntf( intf );
+   return asked ? *asked : *unconfigured_;
 }
-
-} // namespace
 
 Bridging::SwitchportMode
 Config::switchportMode( Pelt::IntfId intf ) const {
-   return switchIntfOf( *this, intf ).switchportMode();
+   return switchIntfOf( intf ).switchportMode();
 }
 
 Bridging::VlanIdOrNone
 Config::nativeVlan( Pelt::IntfId intf ) const {
-   return switchIntfOf( *this, intf ).nativeVlan();
+   return switchIntfOf( intf ).nativeVlan();
 }
 
 } // namespace Feeders

@@ -77,6 +77,12 @@ class Config : public Kiv::Entity {
    // As the interface is configured, or as one without configuration is.
    Bridging::SwitchportMode switchportMode( Pelt::IntfId intf ) const;
    Bridging::VlanIdOrNone nativeVlan( Pelt::IntfId intf ) const;
+
+ private:
+   Bridging::SwitchIntfConfig const & switchIntfOf( Pelt::IntfId intf ) const;
+
+   Kiv::Ptr< Bridging::SwitchIntfConfig const > const unconfigured_ =
+         Kiv::make< Bridging::SwitchIntfConfig const >( Pelt::IntfId() );
 };
 
 } // namespace Feeders

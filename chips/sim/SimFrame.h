@@ -17,7 +17,7 @@
 namespace HobaSim {
 
 KIV_ENUM( FrameFault, std::uint8_t, frameSound = 0,
-          frameRunt,        // ends before its header does
+          frameRunt,        // ends before its header does, whatever that says
           frameReservedVlan // its outermost tag is of VLAN 4095
 );
 

@@ -9,8 +9,14 @@
 //    vlan         the VLAN: of the outer tag, or the native one of frames without
 //    ingress      whether the interface carries the VLAN
 //    learning     the station that sent it
-//    forwarding   to the interface of the station it is for, or to all others of the VLAN
-//    out          out on a port each, of a LAG by one that the addresses choose, tagged or not
+//    forwarding   to the interface of the station it is for, or to all others of the VLAN, in their order;
+//                 never back, and not at all for groups that bridges keep to themselves
+//    out          out on a port each, of a LAG by one of its active members, tagged or not; by none that
+//                 does not carry the VLAN
+//
+// Of a LAG's members the addresses choose one: between two stations it is the same one as long as the LAG
+// has the same members, and different stations share all of them. What leaves tagged has the priority
+// with which it came, and the port's own outer TPID; a second tag stays as it is.
 //
 // Units hang further stages between these with stageIs(). Each step says what it decided, and why it
 // dropped a frame.

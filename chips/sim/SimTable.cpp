@@ -59,6 +59,14 @@ SimTable::rowsIs( std::uint64_t rows ) {
    }
 }
 
+void
+SimTable::landingIs( std::uint64_t landing ) {
+   if( landing_ != landing ) {
+      landing_ = landing;
+      kivChanged( landingAttr );
+   }
+}
+
 bool
 SimTable::strikes( TableResult kind ) {
    auto plan = fault( kind );
@@ -236,12 +244,14 @@ RowsBase::waits() {
    auto const time = landing_->clock().now() + control_->latency();
    due_.push_back( due_.empty() ? time : std::max( time, due_.back() ) );
    landing_->timeMinIs( due_.front() );
+   control_->landingIs( due_.size() );
 }
 
 void
 RowsBase::waitsNot() {
    due_.pop_front();
    landing_->timeMinIs( due_.empty() ? Kiv::never : due_.front() );
+   control_->landingIs( due_.size() );
 }
 
 void

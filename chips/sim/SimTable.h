@@ -159,6 +159,8 @@ class SimTable : public Kiv::Entity {
    KIV_COLLECTION( TableResult, TableFault, fault );
 
    KIV_RULED( std::uint64_t, rows, 0 );
+   // The agent's changes that are on their way.
+   KIV_RULED( std::uint64_t, landing, 0 );
    // The agent's: changes that the chip took, and what it held already.
    KIV_COUNTER( std::uint64_t, writes );
    KIV_COUNTER( std::uint64_t, unchanged );

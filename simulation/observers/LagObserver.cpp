@@ -169,7 +169,8 @@ LagObserver::heard( Step const & step, Kiv::Datum const & ) {
    if( simulated().isRunning() && step.begins( "sim lag" ) && step[ 3 ] != "none" ) {
       // The command makes the LAG first, and then the port joins, as the last one.
       IntfId const lag( step[ 3 ] ), port( step[ 2 ] );
-      if( !has( lag ) ) {
+      auto const before = askedBefore_.find( port );
+      if( !has( lag ) && ( before == askedBefore_.end() || before->second != lag ) ) {
          auto others = asked( lag );
          std::erase( others, port );
          lags_[ lag ].configured = others;
@@ -180,6 +181,10 @@ LagObserver::heard( Step const & step, Kiv::Datum const & ) {
 // A LAG lists first who waited for it, then who comes, one after the other.
 void
 LagObserver::follow() {
+   askedBefore_.clear();
+   for( auto const & [ port, lag ] : input_->ethPhyIntfLagConfig() ) {
+      askedBefore_[ port ] = lag;
+   }
    if( !simulated().isRunning() ) {
       return;
    }

@@ -52,6 +52,8 @@ class LagObserver : public Observer {
    PortsObserver const & ports_;
    TableFaults faults_{ { "/sim/chip/trunk/lagTable" } };
    std::map< Pelt::IntfId, Lag > lags_;
+   // By port: the LAG that it was put into, as it was before the step that is heard of.
+   std::map< Pelt::IntfId, Pelt::IntfId > askedBefore_;
 };
 
 } // namespace Simulation

@@ -1,0 +1,473 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "simulation/observers/VlanObserver.h"
+
+#include <set>
+
+namespace Simulation {
+
+using Bridging::VlanId;
+using Bridging::VlanIdOrNone;
+using Kiv::String;
+using Kiv::toText;
+using Pelt::IntfId;
+
+namespace {
+
+String const vlanPath = "/feeders/config/vlan/";
+String const switchIntfPath = "/feeders/config/switchIntf/";
+String const chipPath = "/sim/chip/vlan/";
+String const feederPath = "/hoba/machines/vlanFeeder/";
+constexpr char const * chipTables[] = { "vlan", "member", "native", "tpid" };
+
+// What stands behind `path` in the step's, word by word.
+std::vector< String >
+behind( String const & path, Step const & step ) {
+   std::vector< String > words;
+   for( auto begin = path.size(); begin < step[ 1 ].size(); ) {
+      auto const end = std::min( step[ 1 ].find( '/', begin ), step[ 1 ].size() );
+      words.push_back( step[ 1 ].substr( begin, end - begin ) );
+      begin = end + 1;
+   }
+   words.resize( std::max< std::size_t >( words.size(), 3 ) );
+   return words;
+}
+
+template< class T >
+bool
+reads( std::string_view text ) {
+   try {
+      static_cast< void >( Kiv::fromText< T >( text ) );
+      return true;
+   } catch( Kiv::Exception const & ) {
+      return false;
+   }
+}
+
+bool
+isIntf( String const & text ) {
+   return !text.empty() && reads< IntfId >( text );
+}
+
+Observer::Verdict
+verdict( bool accepted ) {
+   return accepted ? Observer::accepts : Observer::refuses;
+}
+
+String
+memberKey( VlanId vlan, IntfId intf ) {
+   return toText( vlan ) + '@' + toText( intf );
+}
+
+// "33024" of "innerTpid" in a row of TPIDs; what a port has that was told none.
+String
+tpidIn( String const & row, String const & field ) {
+   auto const name = '"' + field + "\": ";
+   auto const at = row.find( name );
+   if( at == row.npos ) {
+      return "33024";
+   }
+   auto const begin = at + name.size();
+   return row.substr( begin, row.find_first_of( ",}", begin ) - begin );
+}
+
+} // namespace
+
+VlanObserver::VlanObserver( Switch & simulated, Observers & observers )
+      : Observer( simulated, observers, "VLANs" ),
+        config_( simulated.entity< Feeders::Config >( "/feeders/config" ) ),
+        ports_( observers.find< PortsObserver >() ), lags_( observers.find< LagObserver >() ) {}
+
+// ---- What happens to VLANs
+
+void
+VlanObserver::prepare( Draw & draw, Steps & steps ) {
+   for( auto n = draw.below( 12 ); n != 0; --n ) {
+      proposeConfig( draw, steps );
+   }
+}
+
+void
+VlanObserver::propose( Draw & draw, Steps & steps ) {
+   auto const kind = draw.below( 30 );
+   if( kind < 24 ) {
+      proposeConfig( draw, steps );
+   } else if( kind < 26 ) {
+      faults_.propose( draw, steps );
+   } else if( kind < 29 ) {
+      proposeSpoiling( draw, steps );
+   } else {
+      steps.push_back( draw.oneOf(
+            { "set /feeders/config/vlan/4095/active true",
+              "set /feeders/config/vlan/0/member/Ethernet1 true",
+              "set /feeders/config/vlan/2/member/Ethernet1 false",
+              "set /feeders/config/vlan/2/member/Ethernet true",
+              "set /feeders/config/vlan/2/active maybe", "set /feeders/config/vlan/2/colour 1",
+              "set /feeders/config/switchIntf/Ethernet1/nativeVlan 4095",
+              "set /feeders/config/switchIntf/Ethernet1/switchportMode trunk",
+              "set /feeders/config/switchIntf/eth1/nativeVlan 1", "del /feeders/config/vlan/77",
+              "del /feeders/config/vlan/1/active", "set /sim/chip/vlan/vlan/4095 true",
+              "set /sim/chip/vlan/member/1-Ethernet1 vlanTagged",
+              "set /sim/chip/vlan/tpid/Ethernet1/tpid 65536",
+              "set /hoba/portVlanMembership/intf/Ethernet1/nativeVlan 2",
+              "set /hoba/common/vlanStatus/1/active false" } ) );
+   }
+}
+
+void
+VlanObserver::proposeConfig( Draw & draw, Steps & steps ) const {
+   auto const vlan = vlanPath + draw.vlan();
+   auto const intf = draw.intf();
+   auto const native = draw.chance( 15 ) ? "0" : draw.vlan();
+   auto const mode = draw.oneOf( { "Trunk", "Trunk", "Trunk", "Access", "Access", "Routed" } );
+   auto const active = draw.chance( 80 ) ? " true" : " false";
+   auto const kind = draw.below( 24 );
+   if( kind < 4 ) {
+      steps.push_back( "set " + vlan + "/active" + active );
+   } else if( kind < 6 ) {
+      steps.push_back( "del " + vlan );
+   } else if( kind < 12 ) {
+      steps.push_back( "set " + vlan + "/member/" + intf + " true" );
+   } else if( kind < 15 ) {
+      steps.push_back( "del " + vlan + "/member/" + intf );
+   } else if( kind < 19 ) {
+      steps.push_back( "set " + switchIntfPath + intf + "/switchportMode switchportMode" + mode );
+   } else if( kind < 22 ) {
+      steps.push_back( "set " + switchIntfPath + intf + "/nativeVlan " + native );
+   } else if( kind < 23 ) {
+      steps.push_back( "del " + switchIntfPath + intf );
+   } else {
+      // In one go: the VLAN is gone and back before anybody tries again what was refused.
+      steps.push_back( "del " + vlan );
+      steps.push_back( "set " + vlan + "/member/" + intf + " true" );
+   }
+}
+
+// In a table that has room: whether there is any depends on what is on its way to it.
+void
+VlanObserver::proposeSpoiling( Draw & draw, Steps & steps ) const {
+   auto const vlan = draw.vlan();
+   auto const intf = draw.intf();
+   auto const other = draw.vlan();
+   auto const how = draw.oneOf( { "vlanTagged", "vlanUntagged", "vlanNotCarried" } );
+   auto const tpid = draw.oneOf( { "34984", "37120", "33024" } );
+   auto const field = draw.oneOf( { "tpid", "innerTpid" } );
+   bool const isDel = draw.chance( 30 );
+   auto const kind = draw.below( 4 );
+   String const table = chipTables[ kind ];
+   String const rows[] = { vlan, vlan + '@' + intf, intf, intf };
+   String const values[] = { draw.chance( 50 ) ? " true" : " false", ' ' + how, ' ' + other,
+                             '/' + field + ' ' + tpid };
+   if( isDel ) {
+      return steps.push_back( "del " + chipPath + table + '/' + rows[ kind ] );
+   }
+   steps.push_back( "set " + chipPath + table + "Table/capacity 0" );
+   steps.push_back( "set " + chipPath + table + '/' + rows[ kind ] + values[ kind ] );
+}
+
+Steps
+VlanObserver::heal() {
+   auto steps = faults_.heal();
+   if( needsRestart_ ) {
+      steps.push_back( "sim restart hitless" );
+   }
+   wasFaulty_ = needsRestart_ = false;
+   return steps;
+}
+
+// ---- What is accepted
+
+Observer::Verdict
+VlanObserver::judge( Step const & step ) const {
+   if( faults_.isMine( step ) ) {
+      return accepts;
+   }
+   if( step.isAt( "/hoba/portVlanMembership" ) || step.isAt( "/hoba/common/vlanStatus" ) ) {
+      return refuses;
+   }
+   return step.isAt( "/feeders/config/vlan" )         ? judgeVlan( step )
+          : step.isAt( "/feeders/config/switchIntf" ) ? judgeSwitchIntf( step )
+          : step.isAt( "/sim/chip/vlan" )             ? judgeSpoiling( step )
+                                                      : notMine;
+}
+
+Observer::Verdict
+VlanObserver::judgeVlan( Step const & step ) const {
+   auto const words = behind( vlanPath, step );
+   if( !reads< VlanId >( words[ 0 ] ) ) {
+      return refuses;
+   }
+   bool const isMember = words[ 1 ] == "member" && isIntf( words[ 2 ] );
+   if( step[ 0 ] == "set" ) {
+      return verdict( ( words[ 1 ] == "active" && reads< bool >( step[ 2 ] ) ) ||
+                      ( isMember && step[ 2 ] == "true" ) );
+   }
+   auto const config = config_->vlan( VlanId::parse( words[ 0 ] ) );
+   return verdict( config && ( words[ 1 ].empty() ||
+                               ( isMember && config->memberHas( IntfId( words[ 2 ] ) ) ) ) );
+}
+
+Observer::Verdict
+VlanObserver::judgeSwitchIntf( Step const & step ) const {
+   auto const words = behind( switchIntfPath, step );
+   if( !isIntf( words[ 0 ] ) ) {
+      return refuses;
+   }
+   if( step[ 0 ] == "del" ) {
+      return verdict( words[ 1 ].empty() && config_->switchIntfHas( IntfId( words[ 0 ] ) ) );
+   }
+   return verdict(
+         ( words[ 1 ] == "nativeVlan" && reads< VlanIdOrNone >( step[ 2 ] ) ) ||
+         ( words[ 1 ] == "switchportMode" && reads< Bridging::SwitchportMode >( step[ 2 ] ) ) );
+}
+
+// Rows may be written as long as there is room, whatever they mean.
+Observer::Verdict
+VlanObserver::judgeSpoiling( Step const & step ) const {
+   auto const words = behind( chipPath, step );
+   auto const row = chipPath + words[ 0 ] + '/' + words[ 1 ];
+   auto const at = words[ 1 ].find( '@' );
+   bool const isKey = words[ 0 ] == "vlan" ? reads< VlanId >( words[ 1 ] )
+                      : words[ 0 ] == "member"
+                            ? at != String::npos && reads< VlanId >( words[ 1 ].substr( 0, at ) ) &&
+                                    isIntf( words[ 1 ].substr( at + 1 ) )
+                            : isIntf( words[ 1 ] );
+   if( !isKey ) {
+      return refuses;
+   }
+   bool const isThere = !textAt( row ).empty();
+   if( step[ 0 ] == "del" ) {
+      return verdict( isThere );
+   }
+   static std::set< String > const tagging{ "vlanTagged", "vlanUntagged", "vlanNotCarried" };
+   bool const isValue = words[ 0 ] == "vlan"     ? reads< bool >( step[ 2 ] )
+                        : words[ 0 ] == "member" ? tagging.contains( step[ 2 ] )
+                        : words[ 0 ] == "native" ? reads< VlanIdOrNone >( step[ 2 ] )
+                                                 : reads< std::uint16_t >( step[ 2 ] );
+   auto const capacity = textAt( chipPath + words[ 0 ] + "Table/capacity" );
+   bool const hasRoom =
+         isThere || capacity == "0" ||
+         std::stoul( textAt( chipPath + words[ 0 ] + "Table/rows" ) ) < std::stoul( capacity );
+   return verdict( isValue && hasRoom );
+}
+
+// ---- The model
+
+void
+VlanObserver::heard( Step const & step, Kiv::Datum const & ) {
+   faults_.heard( step );
+   if( step.isAt( "/sim/chip/vlan" ) && !faults_.isMine( step ) ) {
+      spoilt( step );
+   }
+}
+
+void
+VlanObserver::spoilt( Step const & step ) {
+   auto const words = behind( chipPath, step );
+   auto & rows = held_[ words[ 0 ] ];
+   if( step[ 0 ] == "del" ) {
+      rows.erase( words[ 1 ] );
+      return;
+   }
+   auto & row = rows[ words[ 1 ] ];
+   if( words[ 0 ] == "tpid" ) {
+      auto const before = row;
+      auto const tpid = [ & ]( char const * field ) {
+         return words[ 2 ] == field ? step[ 2 ] : tpidIn( before, field );
+      };
+      row = R"({"tpid": )" + tpid( "tpid" ) + R"(, "innerTpid": )" + tpid( "innerTpid" ) + '}';
+   } else {
+      row = step[ 2 ];
+   }
+}
+
+Bridging::VlanSet
+VlanObserver::activeVlans() const {
+   Bridging::VlanSet vlans;
+   for( auto const & [ vlan, config ] : config_->vlan() ) {
+      if( config->active() ) {
+         vlans.insert( vlan );
+      }
+   }
+   return vlans;
+}
+
+std::map< IntfId, VlanObserver::Carries >
+VlanObserver::carriers() const {
+   auto intfs = lags_.lags();
+   for( auto const & [ port, model ] : ports_.ports() ) {
+      if( !lags_.configuredLagOf( port ) ) {
+         intfs.push_back( port );
+      }
+   }
+   std::map< IntfId, Carries > all;
+   for( auto const intf : intfs ) {
+      auto const config = config_->switchIntf( intf );
+      auto const mode = config ? config->switchportMode() : Bridging::switchportModeAccess;
+      auto const native = config ? config->nativeVlan() : VlanIdOrNone( 1 );
+      Carries carries;
+      for( auto const vlan : activeVlans() ) {
+         bool const isNative = native.value() == vlan.value();
+         bool const isCarried = mode == Bridging::switchportModeTrunk
+                                      ? config_->vlan( vlan )->memberHas( intf )
+                                      : mode == Bridging::switchportModeAccess && isNative;
+         if( isCarried && isNative ) {
+            carries.native = native;
+         } else if( isCarried ) {
+            carries.tagged.insert( vlan );
+         }
+      }
+      if( carries.native.value() || !carries.tagged.empty() ) {
+         all.emplace( intf, carries );
+      }
+   }
+   return all;
+}
+
+VlanObserver::Tables
+VlanObserver::wantedTables() const {
+   Tables tables;
+   for( auto const vlan : activeVlans() ) {
+      tables[ "vlan" ][ toText( vlan ) ] = "true";
+   }
+   for( auto const & [ intf, carries ] : carriers() ) {
+      for( auto const vlan : carries.tagged ) {
+         tables[ "member" ][ memberKey( vlan, intf ) ] = "vlanTagged";
+      }
+      if( carries.native.value() ) {
+         VlanId const native( carries.native.value() );
+         tables[ "member" ][ memberKey( native, intf ) ] = "vlanUntagged";
+         tables[ "native" ][ toText( intf ) ] = toText( native );
+      }
+   }
+   return tables;
+}
+
+// A row is written when something else is wanted of it than before, and only then: until then one
+// that was spoilt stays so.
+void
+VlanObserver::follow() {
+   if( !simulated().isRunning() ) {
+      return;
+   }
+   auto wanted = wantedTables();
+   for( auto const * const table : chipTables ) {
+      auto const & before = wanted_[ table ];
+      auto const & after = wanted[ table ];
+      auto & held = held_[ table ];
+      for( auto const & [ key, row ] : before ) {
+         if( !after.contains( key ) ) {
+            held.erase( key );
+         }
+      }
+      for( auto const & [ key, row ] : after ) {
+         if( auto const was = before.find( key ); was == before.end() || was->second != row ) {
+            held[ key ] = row;
+         }
+      }
+   }
+   wanted_ = std::move( wanted );
+   // What is refused or late is written at another time, and over what was spoilt meanwhile, or not.
+   wasFaulty_ = wasFaulty_ || faults_.any();
+   needsRestart_ = needsRestart_ || ( wasFaulty_ && held_ != wanted_ );
+}
+
+// Every row that is wanted is asked for, and all others go.
+void
+VlanObserver::began( HobaAgent::RestartKind ) {
+   auto wanted = wantedTables();
+   restartWrites_ = restartSwept_ = 0;
+   for( auto const * const table : chipTables ) {
+      auto & held = held_[ table ];
+      for( auto const & [ key, row ] : wanted[ table ] ) {
+         auto const found = held.find( key );
+         restartWrites_ += found == held.end() || found->second != row ? 1 : 0;
+      }
+      for( auto const & [ key, row ] : held ) {
+         restartSwept_ += wanted[ table ].contains( key ) ? 0 : 1;
+      }
+   }
+   held_ = wanted_ = std::move( wanted );
+}
+
+// ---- What must be
+
+void
+VlanObserver::check() {
+   for( auto const * const table : chipTables ) {
+      expectRows( chipPath + table, held_[ table ] );
+   }
+   checkPublished();
+   auto const active = toText( activeVlans() );
+   expectText( feederPath + "chipVlan", active );
+   expectText( feederPath + "activeVlan", active );
+   for( auto const * const collection :
+        { "tpid", "waiting", "leaving", "refusedVlan", "refusedIntf" } ) {
+      expectRows( feederPath + collection, {} );
+   }
+}
+
+void
+VlanObserver::checkPublished() {
+   Rows membership;
+   std::map< VlanId, Rows > intfs;
+   for( auto const & [ intf, carries ] : carriers() ) {
+      auto const name = toText( intf );
+      membership[ name ] = R"({"nativeVlan": )" + toText( carries.native ) + R"(, "tagged": ")" +
+                           toText( carries.tagged ) + "\"}";
+      for( auto const vlan : carries.tagged ) {
+         intfs[ vlan ][ name ];
+      }
+      if( carries.native.value() ) {
+         intfs[ VlanId( carries.native.value() ) ][ name ];
+      }
+   }
+   expectRows( "/hoba/portVlanMembership/intf", membership );
+   String const statusPath = "/hoba/common/vlanStatus/";
+   for( auto const & [ vlan, text ] : rowsAt( "/hoba/common/vlanStatus" ) ) {
+      if( !config_->vlanHas( VlanId::parse( vlan ) ) ) {
+         found( statusPath + vlan + ": must not be there" );
+      }
+   }
+   for( auto const & [ vlan, config ] : config_->vlan() ) {
+      expectText( statusPath + toText( vlan ) + "/active", config->active() ? "true" : "false" );
+      expectRows( statusPath + toText( vlan ) + "/intf", intfs[ vlan ] );
+   }
+}
+
+// ---- For verification
+
+VlanObserver::Tables
+VlanObserver::publishedTables() const {
+   Tables tables;
+   for( auto const & [ vlan, text ] : rowsAt( "/hoba/common/vlanStatus" ) ) {
+      if( textAt( "/hoba/common/vlanStatus/" + vlan + "/active" ) == "true" ) {
+         tables[ "vlan" ][ vlan ] = "true";
+      }
+   }
+   for( auto const & [ intf, text ] : rowsAt( "/hoba/portVlanMembership/intf" ) ) {
+      auto const carries = "/hoba/portVlanMembership/intf/" + intf;
+      for( auto const vlan : Bridging::VlanSet::parse( textAt( carries + "/tagged" ) ) ) {
+         tables[ "member" ][ memberKey( vlan, IntfId( intf ) ) ] = "vlanTagged";
+      }
+      if( auto const native = textAt( carries + "/nativeVlan" ); native != "0" ) {
+         tables[ "member" ][ native + '@' + intf ] = "vlanUntagged";
+         tables[ "native" ][ intf ] = native;
+      }
+   }
+   return tables;
+}
+
+VlanObserver::Verification
+VlanObserver::verification() const {
+   auto published = publishedTables();
+   bool differ = false, landing = false;
+   for( auto const * const table : chipTables ) {
+      differ = differ || rowsAt( chipPath + table ) != published[ table ];
+      landing = landing || textAt( chipPath + table + "Table/landing" ) != "0";
+   }
+   return !differ ? agrees : landing ? cannotConclude : differs;
+}
+
+SIMULATION_OBSERVER( VlanObserver );
+
+} // namespace Simulation

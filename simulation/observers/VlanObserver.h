@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "Bridging/VlanSet.h"
+#include "simulation/TableFaults.h"
+#include "simulation/observers/LagObserver.h"
+
+namespace Simulation {
+
+// The VLANs: which there are, who carries them and how, and what the chip holds of it.
+class VlanObserver : public Observer {
+ public:
+   VlanObserver( Switch & simulated, Observers & observers );
+
+   // What a verification pass finds right now that compares the chip's tables of VLANs with what is
+   // published of them.
+   enum Verification {
+      agrees,
+      differs,
+      cannotConclude // they differ, and changes are on their way to the chip
+   };
+   Verification verification() const;
+
+   void prepare( Draw & draw, Steps & steps ) override;
+   unsigned weight() const override { return 16; }
+   void propose( Draw & draw, Steps & steps ) override;
+   Steps heal() override;
+   bool hasFaults() const override { return faults_.any(); }
+   Kiv::Seconds settlingTime() const override { return 1.25; }
+   Verdict judge( Step const & step ) const override;
+   void heard( Step const & step, Kiv::Datum const & answer ) override;
+   void follow() override;
+   void began( HobaAgent::RestartKind kind ) override;
+   std::uint64_t restartWrites() const override { return restartWrites_; }
+   std::uint64_t restartSwept() const override { return restartSwept_; }
+   void check() override;
+
+ private:
+   // How an interface carries VLANs.
+   struct Carries {
+      Bridging::VlanIdOrNone native;
+      Bridging::VlanSet tagged;
+   };
+   // The rows of the chip, by table.
+   using Tables = std::map< Kiv::String, Rows >;
+
+   void proposeConfig( Draw & draw, Steps & steps ) const;
+   void proposeSpoiling( Draw & draw, Steps & steps ) const;
+   Verdict judgeVlan( Step const & step ) const;
+   Verdict judgeSwitchIntf( Step const & step ) const;
+   Verdict judgeSpoiling( Step const & step ) const;
+   void spoilt( Step const & step );
+
+   Bridging::VlanSet activeVlans() const;
+   std::map< Pelt::IntfId, Carries > carriers() const;
+   Tables wantedTables() const;
+   Tables publishedTables() const;
+   void checkPublished();
+
+   Kiv::Ptr< Feeders::Config const > const config_;
+   PortsObserver const & ports_;
+   LagObserver const & lags_;
+   TableFaults faults_{ { "/sim/chip/vlan/vlanTable", "/sim/chip/vlan/memberTable",
+                          "/sim/chip/vlan/nativeTable", "/sim/chip/vlan/tpidTable" } };
+   // What the machines want the chip to hold, and what it holds when all has been written.
+   Tables wanted_, held_;
+   // Since the last quiet the chip refused or delayed things; and was spoilt, too: who is written when
+   // is nobody's promise then, and a restart brings it in line.
+   bool wasFaulty_ = false;
+   bool needsRestart_ = false;
+   std::uint64_t restartWrites_ = 0, restartSwept_ = 0;
+};
+
+} // namespace Simulation
