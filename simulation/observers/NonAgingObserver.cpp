@@ -22,7 +22,6 @@ constexpr char clientsPath[] = "/feeders/config/nonAgingClient";
 class NonAgingObserver : public Observer {
  public:
    NonAgingObserver( Switch & simulated, Observers & observers );
-   ~NonAgingObserver() override { simulated().unwatch( watch_ ); }
 
    void prepare( Draw & draw, Steps & steps ) override;
    unsigned weight() const override { return 8; }
@@ -55,15 +54,13 @@ class NonAgingObserver : public Observer {
    std::map< MacVlanPair, MacAddressTableEntry > status_;
    bool enabled_ = false;
    std::uint64_t time_ = 0;
-   std::uint64_t watch_ = 0;
    bool isHeard_ = false; // there is a machine, and it has begun
 };
 
 NonAgingObserver::NonAgingObserver( Switch & simulated, Observers & observers )
       : Observer( simulated, observers, "non-aging stations" ),
         config_( simulated.entity< Feeders::Config >( "/feeders/config" ) ) {
-   watch_ =
-         simulated.watch( "/hoba/machines/nonAging/initialized", [ this ] { lookForMachine(); } );
+   simulated.watch( "/hoba/machines/nonAging/initialized", [ this ] { lookForMachine(); } );
 }
 
 // ---- The generator
