@@ -111,6 +111,9 @@ MacFeature::learn( Request const & request ) {
    if( HobaSim::portTypeOf( intf ); !board().hasIntf( intf ) ) {
       throw Kiv::ParseError( Kiv::toText( intf ) + " is not an interface of this switch" );
    }
+   if( !host.isStation() ) {
+      HobaTypes::stationFailed( host );
+   }
    switch( unit().learn( intf, host.addr(), Bridging::VlanId( host.vlanId().value() ) ) ) {
    case HobaSim::learnNew:
       return "learnt";
@@ -118,13 +121,8 @@ MacFeature::learn( Request const & request ) {
       return "moved";
    case HobaSim::learnHit:
       return "known already, not reported";
-   case HobaSim::learnGroup:
-      throw Kiv::ParseError( Kiv::toText( host.addr() ) +
-                             " is a group address, which no station has: refused" );
-   case HobaSim::learnZero:
-      throw Kiv::ParseError( "00:00:00:00:00:00 is no station's address: refused" );
    default:
-      throw Kiv::ParseError( "the chip's table is full" );
+      return "not learnt: the chip's table is full";
    }
 }
 

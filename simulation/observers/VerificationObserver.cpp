@@ -182,13 +182,12 @@ VerificationObserver::began( HobaAgent::RestartKind ) {
    due_ = Kiv::never; // a request that the restart overtakes is not answered
 }
 
-// What is said of the mismatch itself is the helper's.
 bool
 VerificationObserver::expectsRestart( String const & reason ) {
-   constexpr std::string_view begin = "Verification of forwarding agent failed: File: Hoba/HobaVerifySm "
-                                      "Function: runVerification Description: ";
-   return std::exchange( restarts_, false ) && reason.starts_with( begin ) &&
-          reason.size() > begin.size();
+   return std::exchange( restarts_, false ) &&
+          reason == "Verification of forwarding agent failed: File: Hoba/HobaVerifySm "
+                    "Function: runVerification Description: " +
+                          observers().find< VlanObserver >().mismatch();
 }
 
 // ---- What must be
