@@ -77,10 +77,6 @@ class Observer {
    // What the machines of the feature report in a verification pass that runs now: items, in order.
    using Items = std::vector< std::pair< Kiv::String, Kiv::String > >;
    virtual void verifyItems( Items & ) const {}
-   // What its helper finds in such a pass, and only a restart of the agent mends: as it says it. Empty
-   // for nothing, also while something is on its way to the chip: then it wants another pass.
-   virtual Kiv::String verifyMismatch() const { return {}; }
-   virtual bool verifyRetries() const { return false; }
    // How often the agent had to write to the chip for a hitless restart out of the quiet, and how many
    // rows were swept: asked after began().
    virtual std::uint64_t restartWrites() const { return 0; }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "simulation/observers/VlanObserver.h"
 
-#include <set>
+#include "types/HobaLagTypes.h"
 
 namespace Simulation {
 
@@ -34,13 +34,8 @@ behind( String const & path, Step const & step ) {
 
 template< class T >
 bool
-reads( std::string_view text ) {
-   try {
-      static_cast< void >( Kiv::fromText< T >( text ) );
-      return true;
-   } catch( Kiv::Exception const & ) {
-      return false;
-   }
+reads( String const & text ) {
+   return parsed< T >( text ).has_value();
 }
 
 bool
@@ -75,7 +70,10 @@ tpidIn( String const & row, String const & field ) {
 VlanObserver::VlanObserver( Switch & simulated, Observers & observers )
       : Observer( simulated, observers, "VLANs" ),
         config_( simulated.entity< Feeders::Config >( "/feeders/config" ) ),
-        ports_( observers.find< PortsObserver >() ), lags_( observers.find< LagObserver >() ) {}
+        ports_( observers.find< PortsObserver >() ), lags_( observers.find< LagObserver >() ) {
+   // When a pass runs, and not when its time is over: other things happen at the same time.
+   simulated.watch( "/hoba/common/verifyData/verify", [ this ] { look(); } );
+}
 
 // ---- What happens to VLANs
 
@@ -434,38 +432,117 @@ VlanObserver::checkPublished() {
    }
 }
 
-// ---- For verification
+// ---- Verification
 
-VlanObserver::Tables
-VlanObserver::publishedTables() const {
-   Tables tables;
-   for( auto const & [ vlan, text ] : rowsAt( "/hoba/common/vlanStatus" ) ) {
-      if( textAt( "/hoba/common/vlanStatus/" + vlan + "/active" ) == "true" ) {
-         tables[ "vlan" ][ vlan ] = "true";
-      }
-   }
-   for( auto const & [ intf, text ] : rowsAt( "/hoba/portVlanMembership/intf" ) ) {
-      auto const carries = "/hoba/portVlanMembership/intf/" + intf;
-      for( auto const vlan : Bridging::VlanSet::parse( textAt( carries + "/tagged" ) ) ) {
-         tables[ "member" ][ memberKey( vlan, IntfId( intf ) ) ] = "vlanTagged";
-      }
-      if( auto const native = textAt( carries + "/nativeVlan" ); native != "0" ) {
-         tables[ "member" ][ native + '@' + intf ] = "vlanUntagged";
-         tables[ "native" ][ intf ] = native;
-      }
-   }
-   return tables;
+namespace {
+
+// "VLAN 4: true expected, nothing found"; empty if they are the same. None is "nothing".
+String
+differenceOf( char const * what, String const & key, String const & expected,
+              String const & found ) {
+   auto const orNothing = []( String const & row ) { return row.empty() ? "nothing" : row; };
+   return expected == found ? ""
+                            : what + ( ' ' + key ) + ": " + orNothing( expected ) + " expected, " +
+                                    orNothing( found ) + " found";
 }
 
-VlanObserver::Verification
-VlanObserver::verification() const {
-   auto published = publishedTables();
-   bool differ = false, landing = false;
-   for( auto const * const table : chipTables ) {
-      differ = differ || rowsAt( chipPath + table ) != published[ table ];
-      landing = landing || textAt( chipPath + table + "Table/landing" ) != "0";
+String
+rowOf( Rows const & rows, String const & key ) {
+   auto const found = rows.find( key );
+   return found == rows.end() ? "" : found->second;
+}
+
+} // namespace
+
+Kiv::Datum::Object
+VlanObserver::membersAt( char const * path ) const {
+   auto const datum = simulated().get( path );
+   auto const * const members = datum.as< Kiv::Datum::Object >();
+   return members ? *members : Kiv::Datum::Object();
+}
+
+// The first row that is not there as it should be, else the first that should not be there.
+String
+VlanObserver::surplus( char const * what, char const * table,
+                       std::set< String > const & wanted ) const {
+   for( auto const & [ key, row ] : membersAt( table ) ) {
+      if( !wanted.contains( key ) ) {
+         return differenceOf( what, key, "", Kiv::datumText( row ) );
+      }
    }
-   return !differ ? agrees : landing ? cannotConclude : differs;
+   return {};
+}
+
+// What is published is compared with what the chip holds, one after the other, in the order in which it is
+// published; then what the chip holds besides, in the order of its rows. The first difference is told.
+String
+VlanObserver::vlanMismatch() const {
+   auto const rows = rowsAt( "/sim/chip/vlan/vlan" );
+   std::set< String > wanted;
+   for( auto const & [ vlan, status ] : membersAt( "/hoba/common/vlanStatus" ) ) {
+      if( Kiv::datumText( *status.find( "active" ) ) == "true" ) {
+         wanted.insert( vlan );
+         if( auto const text = differenceOf( "VLAN", vlan, "true", rowOf( rows, vlan ) );
+             !text.empty() ) {
+            return text;
+         }
+      }
+   }
+   return surplus( "VLAN", "/sim/chip/vlan/vlan", wanted );
+}
+
+String
+VlanObserver::memberMismatch() const {
+   auto const members = rowsAt( "/sim/chip/vlan/member" );
+   auto const natives = rowsAt( "/sim/chip/vlan/native" );
+   std::set< String > wantedMembers, wantedNatives;
+   for( auto const & [ intf, carries ] : membersAt( "/hoba/portVlanMembership/intf" ) ) {
+      auto const native = Kiv::datumText( *carries.find( "nativeVlan" ) );
+      auto carried = Bridging::VlanSet::parse( Kiv::datumText( *carries.find( "tagged" ) ) );
+      if( native != "0" ) {
+         carried.insert( VlanId::parse( native ) );
+         wantedNatives.insert( intf );
+      }
+      for( auto const vlan : carried ) {
+         auto const key = toText( vlan ) + '@' + intf;
+         auto const how = toText( vlan ) == native ? "vlanUntagged" : "vlanTagged";
+         wantedMembers.insert( key );
+         if( auto const text = differenceOf( "VLAN member", key, how, rowOf( members, key ) );
+             !text.empty() ) {
+            return text;
+         }
+      }
+      auto const text = differenceOf( "native VLAN of", intf, native, rowOf( natives, intf ) );
+      if( native != "0" && !text.empty() ) {
+         return text;
+      }
+   }
+   auto const text = surplus( "VLAN member", "/sim/chip/vlan/member", wantedMembers );
+   return text.empty() ? surplus( "native VLAN of", "/sim/chip/vlan/native", wantedNatives ) : text;
+}
+
+// No port was told any.
+String
+VlanObserver::tpidMismatch() const {
+   auto const rows = membersAt( "/sim/chip/vlan/tpid" );
+   return rows.empty() ? ""
+                       : differenceOf( "TPIDs of", rows.front().first, "",
+                                       toText( Kiv::fromDatum< Hoba::HobaPortVlanTpidData >(
+                                             rows.front().second ) ) );
+}
+
+void
+VlanObserver::look() {
+   if( !simulated().isRunning() ) {
+      return;
+   }
+   mismatch_ = vlanMismatch();
+   mismatch_ = mismatch_.empty() ? memberMismatch() : mismatch_;
+   mismatch_ = mismatch_.empty() ? tpidMismatch() : mismatch_;
+   isLanding_ = false;
+   for( auto const * const table : chipTables ) {
+      isLanding_ = isLanding_ || textAt( chipPath + table + "Table/landing" ) != "0";
+   }
 }
 
 SIMULATION_OBSERVER( VlanObserver );

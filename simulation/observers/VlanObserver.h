@@ -5,21 +5,27 @@
 #include "simulation/TableFaults.h"
 #include "simulation/observers/LagObserver.h"
 
+#include <set>
+
 namespace Simulation {
 
 // The VLANs: which there are, who carries them and how, and what the chip holds of it.
 class VlanObserver : public Observer {
  public:
-   VlanObserver( Switch & simulated, Observers & observers );
-
-   // What a verification pass finds right now that compares the chip's tables of VLANs with what is
-   // published of them.
+   // What a verification pass finds that compares the chip's tables of VLANs with what is published.
    enum Verification {
       agrees,
-      differs,
+      differs,       // only a restart of the agent mends that
       cannotConclude // they differ, and changes are on their way to the chip
    };
-   Verification verification() const;
+
+   VlanObserver( Switch & simulated, Observers & observers );
+
+   // Of the last pass. The mismatch is as its helper puts it.
+   Verification verification() const {
+      return mismatch_.empty() ? agrees : isLanding_ ? cannotConclude : differs;
+   }
+   Kiv::String const & mismatch() const { return mismatch_; }
 
    void prepare( Draw & draw, Steps & steps ) override;
    unsigned weight() const override { return 16; }
@@ -54,8 +60,15 @@ class VlanObserver : public Observer {
    Bridging::VlanSet activeVlans() const;
    std::map< Pelt::IntfId, Carries > carriers() const;
    Tables wantedTables() const;
-   Tables publishedTables() const;
    void checkPublished();
+   // A verification pass looks at the chip now.
+   void look();
+   Kiv::Datum::Object membersAt( char const * path ) const;
+   Kiv::String surplus( char const * what, char const * table,
+                        std::set< Kiv::String > const & wanted ) const;
+   Kiv::String vlanMismatch() const;
+   Kiv::String memberMismatch() const;
+   Kiv::String tpidMismatch() const;
 
    Kiv::Ptr< Feeders::Config const > const config_;
    PortsObserver const & ports_;
@@ -69,6 +82,9 @@ class VlanObserver : public Observer {
    bool wasFaulty_ = false;
    bool needsRestart_ = false;
    std::uint64_t restartWrites_ = 0, restartSwept_ = 0;
+   // What the last pass found, and whether changes were on their way then.
+   Kiv::String mismatch_;
+   bool isLanding_ = false;
 };
 
 } // namespace Simulation
