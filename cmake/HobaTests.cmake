@@ -96,7 +96,7 @@ if(TARGET switch-simulation)
   add_test(NAME simulation.histories COMMAND switch-simulation --seeds ${hobaHistories} --shrink 60)
   add_test(NAME simulation.sameTraces COMMAND bash -c [[
     trace() { "$0" --seed 7 --trace "$1" >"$1.out" || { cat "$1.out"; exit 1; }; }
-    trace "$1.1" && ( ulimit -s 65536; LAYOUT=$( printf %50000d 1 ) trace "$1.2" ) &&
+    trace "$1.1" && ( ulimit -s 65536; TZ=Asia/Tokyo LAYOUT=$( printf %50000d 1 ) trace "$1.2" ) &&
     cmp "$1.1" "$1.2" && (( $( wc -l <"$1.1" ) > 1000 )) && rm "$1".*]]
     "$<TARGET_FILE:switch-simulation>" "${PROJECT_BINARY_DIR}/trace")
   set_tests_properties(simulation.histories simulation.sameTraces PROPERTIES

@@ -9,12 +9,15 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <span>
 
 namespace Simulation {
 
 class Draw {
  public:
-   explicit Draw( std::uint64_t seed ) : state_( seed ) {}
+   // `frames`, if any, are those of a capture: octets in hexadecimal. They outlive this.
+   explicit Draw( std::uint64_t seed, std::span< Kiv::String const > frames = {} )
+         : state_( seed ), frames_( frames ) {}
 
    // 0 to bound - 1; the bound is at least 1.
    std::uint64_t below( std::uint64_t bound ) { return next() % bound; }
@@ -39,6 +42,9 @@ class Draw {
    // The address of one of eight stations.
    Kiv::String station() { return "00:00:5e:00:53:0" + std::to_string( 1 + below( stations ) ); }
 
+   bool hasFrames() const { return !frames_.empty(); }
+   Kiv::String const & frame() { return frames_[ below( frames_.size() ) ]; }
+
    static constexpr std::uint64_t ports = 6, lags = 2, vlans = 4, stations = 8;
 
  private:
@@ -51,6 +57,7 @@ class Draw {
    }
 
    std::uint64_t state_;
+   std::span< Kiv::String const > const frames_;
 };
 
 } // namespace Simulation

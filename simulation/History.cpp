@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "simulation/History.h"
 
+#include "chips/sim/SimCapture.h"
+
 #include <fstream>
+#include <set>
 
 namespace Simulation {
 
@@ -81,9 +84,9 @@ addBurst( Draw & draw, Manner const & manner, Observers const & observers, Steps
 } // namespace
 
 Steps
-historyOf( std::uint64_t seed, std::size_t length ) {
+historyOf( std::uint64_t seed, std::size_t length, std::span< String const > frames ) {
    Run const run; // for the observers, whose generators need nothing of it
-   Draw draw( seed );
+   Draw draw( seed, frames );
    Manner const manner( draw );
    Steps steps;
    for( auto const & each : run.observers().all() ) {
@@ -95,6 +98,22 @@ historyOf( std::uint64_t seed, std::size_t length ) {
    }
    steps.push_back( "quiet" );
    return steps;
+}
+
+std::vector< String >
+capturedFrames( String const & file ) {
+   constexpr std::size_t header = 26; // with four tags' room
+   HobaSim::CaptureFile capture( file );
+   std::set< String > frames;
+   while( auto const frame = capture.next() ) {
+      String hex;
+      for( auto const octet : frame->bytes.first( std::min( header, frame->bytes.size() ) ) ) {
+         constexpr char digits[] = "0123456789abcdef";
+         hex += { digits[ octet / 16 ], digits[ octet % 16 ] };
+      }
+      frames.insert( hex );
+   }
+   return { frames.begin(), frames.end() };
 }
 
 Steps

@@ -8,8 +8,14 @@
 namespace Simulation {
 
 // The steps of a seed: what the chip is like and what is configured first, the start, and then so many
-// steps as the generators of all observers think of, in bursts between which things become quiet.
-Steps historyOf( std::uint64_t seed, std::size_t length );
+// steps as the generators of all observers think of, in bursts between which things become quiet. `frames`
+// may come in among those that are made up.
+Steps historyOf( std::uint64_t seed, std::size_t length,
+                 std::span< Kiv::String const > frames = {} );
+
+// The frames of a capture, as far as a chip looks at them, each once: octets in hexadecimal.
+// Throws Kiv::ParseError for a file that is none, or damaged.
+std::vector< Kiv::String > capturedFrames( Kiv::String const & file );
 
 // A file of steps, one a line; what begins with # is for people.
 // Throws Kiv::ParseError, with the name, for a file that cannot be read.

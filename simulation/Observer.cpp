@@ -18,6 +18,7 @@ constexpr MakeObserver observerMakers[] = {
       makeObserver< class NonAgingObserver >,
       makeObserver< class StormControlObserver >,
       makeObserver< class VerificationObserver >,
+      makeObserver< class ContextObserver >,
 };
 // clang-format on
 

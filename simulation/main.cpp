@@ -27,6 +27,8 @@ struct Options {
    std::string replay = {};
    std::string trace = {};
    std::string output = {};
+   std::vector< std::string > captures = {};
+   std::vector< Kiv::String > frames = {}; // of these
    bool stepwise = false;
 };
 
@@ -174,7 +176,7 @@ runMany( Options const & options ) {
                              : seed != options.seed + options.seeds;
    };
    for( ; goesOn(); ++seed ) {
-      auto const steps = historyOf( seed, options.steps );
+      auto const steps = historyOf( seed, options.steps, options.frames );
       auto const ended = runAlone( steps, 600 );
       sum.steps += ended.counts.steps;
       sum.refused += ended.counts.refused;
@@ -226,6 +228,8 @@ main( int argc, char ** argv ) {
          app.add_option( "--replay", options.replay, "Run the history of this file, and no other" );
    app.add_flag( "--step", options.stepwise, "With --replay: show each step and what it changes" )
          ->needs( file );
+   app.add_option( "--capture", options.captures,
+                   "Captures whose frames come in among those that are made up" );
    app.add_option( "--trace", options.trace,
                    "Write all traces of one history, that of --seed or --replay, to this file" );
    try {
@@ -234,11 +238,15 @@ main( int argc, char ** argv ) {
       return app.exit( error ) == 0 ? 0 : 2;
    }
    try {
+      for( auto const & capture : options.captures ) {
+         auto const frames = capturedFrames( capture );
+         options.frames.insert( options.frames.end(), frames.begin(), frames.end() );
+      }
       if( !options.replay.empty() ) {
          return replay( readHistory( options.replay ), options );
       }
       return options.trace.empty() ? runMany( options )
-                                   : replay( historyOf( options.seed, options.steps ), options );
+                                   : replay( historyOf( options.seed, options.steps, options.frames ), options );
    } catch( std::exception const & error ) {
       std::fprintf( stderr, "switch-simulation: %s\n", error.what() );
       return 1;

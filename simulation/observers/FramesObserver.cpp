@@ -249,7 +249,6 @@ anySimFrame( Draw & draw ) {
 
 void
 FramesObserver::propose( Draw & draw, Steps & steps ) {
-   constexpr std::size_t headEnough = 40;
    auto const port = draw.chance( 97 ) ? draw.port() : "Ethernet77";
    auto const kind = draw.below( 40 );
    if( kind == 0 ) {
@@ -271,10 +270,8 @@ FramesObserver::propose( Draw & draw, Steps & steps ) {
    }
    // Some in a row: stations are learnt, and then found.
    for( auto n = draw.oneOf( { 1, 1, 2, 4 } ); n != 0; --n ) {
-      if( !frames_.empty() && draw.chance( 40 ) ) {
-         auto octets = frames_[ draw.below( frames_.size() ) ];
-         octets.resize( std::min( octets.size(), headEnough ) );
-         steps.push_back( "frame " + port + ' ' + hex( octets ) );
+      if( draw.hasFrames() && draw.chance( 40 ) ) {
+         steps.push_back( "frame " + port + ' ' + draw.frame() );
       } else {
          steps.push_back( "frame " + port + ' ' + hex( anyFrame( draw ) ) );
       }

@@ -17,9 +17,6 @@ class FramesObserver : public Observer {
 
    FramesObserver( Switch & simulated, Observers & observers );
 
-   // Real frames, which come in now and then beside those that are made up.
-   void framesAre( std::vector< Octets > frames ) { frames_ = std::move( frames ); }
-
    unsigned weight() const override { return 18; }
    void propose( Draw & draw, Steps & steps ) override;
    Verdict judge( Step const & step ) const override;
@@ -54,7 +51,6 @@ class FramesObserver : public Observer {
 
    PortsObserver const & ports_;
    StationsObserver & stations_;
-   std::vector< Octets > frames_;
    bool hasBegun_ = false;
    std::uint64_t in_ = 0, out_ = 0;
    std::map< Kiv::String, std::uint64_t > dropped_; // by stage

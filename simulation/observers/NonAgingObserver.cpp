@@ -21,16 +21,13 @@ constexpr char clientsPath[] = "/feeders/config/nonAgingClient";
 
 class NonAgingObserver : public Observer {
  public:
-   NonAgingObserver( Switch & simulated, Observers & observers )
-         : Observer( simulated, observers, "non-aging stations" ),
-           config_( simulated.entity< Feeders::Config >( "/feeders/config" ) ) {}
+   NonAgingObserver( Switch & simulated, Observers & observers );
 
    void prepare( Draw & draw, Steps & steps ) override;
    unsigned weight() const override { return 8; }
    void propose( Draw & draw, Steps & steps ) override;
    Verdict judge( Step const & step ) const override;
    void follow() override;
-   void began( HobaAgent::RestartKind kind ) override;
    void check() override;
 
  private:
@@ -42,6 +39,7 @@ class NonAgingObserver : public Observer {
    };
    using Claims = std::vector< Claim >; // in the order in which they were heard
 
+   void lookForMachine();
    Verdict judgeEntry( Step const & step, String const & name, std::string_view rest ) const;
    // What the client asks for, by the configuration.
    bool asksFor( String const & client, MacVlanPair host ) const;
@@ -56,7 +54,14 @@ class NonAgingObserver : public Observer {
    std::map< MacVlanPair, MacAddressTableEntry > status_;
    bool enabled_ = false;
    std::uint64_t time_ = 0;
+   bool isHeard_ = false; // there is a machine, and it has begun
 };
+
+NonAgingObserver::NonAgingObserver( Switch & simulated, Observers & observers )
+      : Observer( simulated, observers, "non-aging stations" ),
+        config_( simulated.entity< Feeders::Config >( "/feeders/config" ) ) {
+   simulated.watch( "/hoba/machines/nonAging/initialized", [ this ] { lookForMachine(); } );
+}
 
 // ---- The generator
 
@@ -217,14 +222,19 @@ NonAgingObserver::standing( MacVlanPair host, Claims const & claims ) const {
    return last.record;
 }
 
+// Machines come and go in the middle of a step, and so may wishes.
 void
-NonAgingObserver::began( HobaAgent::RestartKind ) {
-   claims_.clear();
+NonAgingObserver::lookForMachine() {
+   bool const isThere = textAt( "/hoba/machines/nonAging/initialized" ) == "true";
+   if( std::exchange( isHeard_, isThere ) != isThere && isThere ) {
+      claims_.clear();
+      follow();
+   }
 }
 
 void
 NonAgingObserver::follow() {
-   if( !simulated().isRunning() ) {
+   if( !isHeard_ ) {
       return;
    }
    ++time_;

@@ -12,7 +12,6 @@
 #include "agent/features/Feature.h"
 #include "chips/sim/SimChip.h"
 
-#include <random>
 
 namespace HobaAgent {
 namespace {
@@ -160,76 +159,6 @@ TEST_F( FeaturesTest, whatHasEndedDoesNothingWhoeverHoldsIt ) {
    for( auto const & path : database.mounts() ) {
       database.unmount( path );
    }
-}
-
-// Whatever was configured, in whatever order: machines made anew write nothing, and leave what a chip
-// that had forgotten everything would be told.
-class RestartsTest : public FeaturesTest, public testing::WithParamInterface< unsigned > {
- protected:
-   unsigned below( unsigned n ) { return static_cast< unsigned >( random() % n ); }
-
-   void changeSomething() {
-      auto const n = 1 + below( 8 );
-      auto const intf = "Ethernet" + std::to_string( n );
-      char const * const lag = below( 2 ) ? "Port-Channel1" : "Port-Channel2";
-      String const either = below( 3 ) ? intf : lag;
-      auto const vlan = "/feeders/config/vlan/" + std::to_string( 1 + below( 4 ) );
-      auto const some = below( 5 );
-      switch( below( 12 ) ) {
-      case 0:
-         return board().feederConfig->portDel( Pelt::EthIntfId( n ) );
-      case 1:
-         return portIs( n );
-      case 2:
-         return lagIs( n, lag );
-      case 3:
-         return board().lagInputConfig->ethPhyIntfLagConfigDel( Pelt::EthIntfId( n ) );
-      case 4:
-         return chip->events()->linkEvent( Pelt::EthIntfId( n ),
-                                           some < 3 ? Interface::linkUp : Interface::linkDown );
-      case 5:
-         return set( String( "/feeders/config/lag/" ) + lag + "/minLinks", some );
-      case 6:
-         return set( vlan + "/member/" + either, true );
-      case 7:
-         return set( vlan + "/active", some < 3 );
-      case 8:
-         set( "/feeders/config/switchIntf/" + either + "/switchportMode",
-              some < 3 ? "switchportModeTrunk" : "switchportModeAccess" );
-         return set( "/feeders/config/switchIntf/" + either + "/nativeVlan", some );
-      default:
-         char const * const names[] = { "broadcast", "multicast", "uucast", "all" };
-         auto const type = below( 4 );
-         // A zero is refused. What stood before it goes on, unknown to new machines; that is all the
-         // same but of the level of all traffic, which covers others.
-         auto const level = 100 * ( below( 50 ) + ( type == 3 ) );
-         set( "/bridging/stormControl/config/intfConfig/" + either + '/' + names[ type ] + "/level",
-              some ? level : 10000 );
-      }
-   }
-
-   std::mt19937 random{ GetParam() };
-};
-
-INSTANTIATE_TEST_SUITE_P( Seeds, RestartsTest, testing::Range( 1u, 7u ) );
-
-TEST_P( RestartsTest, hitlessWritesNothing ) {
-   configure();
-   start();
-   for( unsigned step = 0; step != 120; ++step ) {
-      changeSomething();
-      driver.run();
-      auto const before = told();
-      auto const swept = chip->swept();
-      ASSERT_EQ( writesOf( hitless ), 0u ) << "step " << step << '\n' << before << told();
-      auto const after = told();
-      ASSERT_EQ( after == before, chip->swept() == swept ) << "step " << step;
-      if( step % 10 == 0 ) {
-         writesOf( cold );
-         ASSERT_EQ( told(), after ) << "step " << step;
-      }
-   }
-   HobaTests::expectIn( ask( "show restarts" ), { "hitless", "none", "running", "the last of" } );
 }
 
 TEST_F( FeaturesTest, stationsThatCameAndWentMeanwhile ) {
