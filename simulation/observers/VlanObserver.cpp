@@ -256,6 +256,14 @@ VlanObserver::heard( Step const & step, Kiv::Datum const & ) {
    if( step.isAt( "/sim/chip/vlan" ) && !faults_.isMine( step ) ) {
       spoilt( step );
    }
+   // One that is made by being told not to take part does so for a moment: first it is there.
+   if( step.isAt( "/feeders/config/vlan" ) && step[ 0 ] == "set" && simulated().isRunning() ) {
+      auto active = activeVlans();
+      auto const vlan = VlanId::parse( behind( vlanPath, step ).front() );
+      if( !vlans_.has( vlan ) && active.insert( vlan ) ) {
+         bringTo( wantedTables( active ) );
+      }
+   }
 }
 
 void
@@ -290,7 +298,7 @@ VlanObserver::activeVlans() const {
 }
 
 std::map< IntfId, VlanObserver::Carries >
-VlanObserver::carriers() const {
+VlanObserver::carriers( Bridging::VlanSet const & active ) const {
    auto intfs = lags_.lags();
    for( auto const & [ port, model ] : ports_.ports() ) {
       if( !lags_.configuredLagOf( port ) ) {
@@ -303,7 +311,7 @@ VlanObserver::carriers() const {
       auto const mode = config ? config->switchportMode() : Bridging::switchportModeAccess;
       auto const native = config ? config->nativeVlan() : VlanIdOrNone( 1 );
       Carries carries;
-      for( auto const vlan : activeVlans() ) {
+      for( auto const vlan : active ) {
          bool const isNative = native.value() == vlan.value();
          bool const isCarried = mode == Bridging::switchportModeTrunk
                                       ? config_->vlan( vlan )->memberHas( intf )
@@ -322,12 +330,12 @@ VlanObserver::carriers() const {
 }
 
 VlanObserver::Tables
-VlanObserver::wantedTables() const {
+VlanObserver::wantedTables( Bridging::VlanSet const & active ) const {
    Tables tables;
-   for( auto const vlan : activeVlans() ) {
+   for( auto const vlan : active ) {
       tables[ "vlan" ][ toText( vlan ) ] = "true";
    }
-   for( auto const & [ intf, carries ] : carriers() ) {
+   for( auto const & [ intf, carries ] : carriers( active ) ) {
       for( auto const vlan : carries.tagged ) {
          tables[ "member" ][ memberKey( vlan, intf ) ] = "vlanTagged";
       }
@@ -343,11 +351,7 @@ VlanObserver::wantedTables() const {
 // A row is written when something else is wanted of it than before, and only then: until then one
 // that was spoilt stays so.
 void
-VlanObserver::follow() {
-   if( !simulated().isRunning() ) {
-      return;
-   }
-   auto wanted = wantedTables();
+VlanObserver::bringTo( Tables wanted ) {
    for( auto const * const table : chipTables ) {
       auto const & before = wanted_[ table ];
       auto const & after = wanted[ table ];
@@ -369,10 +373,21 @@ VlanObserver::follow() {
    needsRestart_ = needsRestart_ || ( wasFaulty_ && held_ != wanted_ );
 }
 
+void
+VlanObserver::follow() {
+   vlans_ = {};
+   for( auto const & [ vlan, config ] : config_->vlan() ) {
+      vlans_.insert( vlan );
+   }
+   if( simulated().isRunning() ) {
+      bringTo( wantedTables( activeVlans() ) );
+   }
+}
+
 // Every row that is wanted is asked for, and all others go.
 void
 VlanObserver::began( HobaAgent::RestartKind ) {
-   auto wanted = wantedTables();
+   auto wanted = wantedTables( activeVlans() );
    restartWrites_ = restartSwept_ = 0;
    for( auto const * const table : chipTables ) {
       auto & held = held_[ table ];
@@ -408,7 +423,7 @@ void
 VlanObserver::checkPublished() {
    Rows membership;
    std::map< VlanId, Rows > intfs;
-   for( auto const & [ intf, carries ] : carriers() ) {
+   for( auto const & [ intf, carries ] : carriers( activeVlans() ) ) {
       auto const name = toText( intf );
       membership[ name ] = R"({"nativeVlan": )" + toText( carries.native ) + R"(, "tagged": ")" +
                            toText( carries.tagged ) + "\"}";

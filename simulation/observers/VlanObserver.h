@@ -58,8 +58,10 @@ class VlanObserver : public Observer {
    void spoilt( Step const & step );
 
    Bridging::VlanSet activeVlans() const;
-   std::map< Pelt::IntfId, Carries > carriers() const;
-   Tables wantedTables() const;
+   std::map< Pelt::IntfId, Carries > carriers( Bridging::VlanSet const & active ) const;
+   Tables wantedTables( Bridging::VlanSet const & active ) const;
+   // The machines write what is wanted now, and was not before.
+   void bringTo( Tables wanted );
    void checkPublished();
    // A verification pass looks at the chip now.
    void look();
@@ -75,6 +77,8 @@ class VlanObserver : public Observer {
    LagObserver const & lags_;
    TableFaults faults_{ { "/sim/chip/vlan/vlanTable", "/sim/chip/vlan/memberTable",
                           "/sim/chip/vlan/nativeTable", "/sim/chip/vlan/tpidTable" } };
+   // The VLANs that there are.
+   Bridging::VlanSet vlans_;
    // What the machines want the chip to hold, and what it holds when all has been written.
    Tables wanted_, held_;
    // Since the last quiet the chip refused or delayed things; and was spoilt, too: who is written when
