@@ -160,7 +160,7 @@ EventsObserver::flooded( Step const & step, Kiv::Datum const & answer ) {
 
 void
 EventsObserver::report( Event const & event ) {
-   if( hasBegun_ ) {
+   if( simulated().isRunning() ) {
       queue_.push_back( { ++nextIndex_, event } );
       isDue_ = true;
    }
@@ -168,7 +168,7 @@ EventsObserver::report( Event const & event ) {
 
 void
 EventsObserver::reportAhead( Event const & event ) {
-   if( hasBegun_ ) {
+   if( simulated().isRunning() ) {
       if( !queue_.empty() ) {
          overtaken_[ event.host ] = nextIndex_;
       }
@@ -179,7 +179,7 @@ EventsObserver::reportAhead( Event const & event ) {
 
 void
 EventsObserver::timeIs( Kiv::Seconds ) {
-   if( std::exchange( isDue_, false ) && !isHeld_ ) {
+   if( simulated().isRunning() && std::exchange( isDue_, false ) && !isHeld_ ) {
       drain();
    }
 }
