@@ -168,7 +168,7 @@ EventsObserver::flooded( Step const & step, Kiv::Datum const & answer ) {
 
 void
 EventsObserver::report( Event const & event ) {
-   if( hasBegun_ ) {
+   if( simulated().isRunning() ) {
       queue_.push_back( { ++nextIndex_, event } );
       isDue_ = true;
    }
@@ -176,7 +176,7 @@ EventsObserver::report( Event const & event ) {
 
 void
 EventsObserver::reportAhead( Event const & event ) {
-   if( hasBegun_ ) {
+   if( simulated().isRunning() ) {
       if( !queue_.empty() ) {
          overtaken_[ event.host ] = nextIndex_;
       }
@@ -187,9 +187,11 @@ EventsObserver::reportAhead( Event const & event ) {
 
 void
 EventsObserver::timeIs( Kiv::Seconds ) {
-   beginDrain();
-   drain();
-   isDue_ = false;
+   if( simulated().isRunning() ) {
+      beginDrain();
+      drain();
+      isDue_ = false;
+   }
 }
 
 // What came in one go is one wake-up.
