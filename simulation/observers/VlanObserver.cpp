@@ -136,7 +136,7 @@ VlanObserver::proposeConfig( Draw & draw, Steps & steps ) const {
    } else {
       // In one go: the VLAN is gone and back before anybody tries again what was refused.
       steps.push_back( "del " + vlan );
-      steps.push_back( "set " + vlan + "/member/" + intf + " true" );
+      steps.push_back( "set " + vlan + "/active true" );
    }
 }
 
@@ -260,7 +260,7 @@ VlanObserver::heard( Step const & step, Kiv::Datum const & ) {
    if( step.isAt( "/feeders/config/vlan" ) && step[ 0 ] == "set" && simulated().isRunning() ) {
       auto active = activeVlans();
       auto const vlan = VlanId::parse( behind( vlanPath, step ).front() );
-      if( !vlans_.has( vlan ) && active.insert( vlan ) ) {
+      if( config_->vlanHas( vlan ) && !vlans_.has( vlan ) && active.insert( vlan ) ) {
          bringTo( wantedTables( active ) );
       }
    }
@@ -352,6 +352,8 @@ VlanObserver::wantedTables( Bridging::VlanSet const & active ) const {
 // that was spoilt stays so.
 void
 VlanObserver::bringTo( Tables wanted ) {
+   // What was spoilt before is written over by what the machines do in the middle of something, or not.
+   needsRestart_ = needsRestart_ || ( observers().inTheMiddle() && held_ != wanted_ );
    for( auto const * const table : chipTables ) {
       auto const & before = wanted_[ table ];
       auto const & after = wanted[ table ];
@@ -368,7 +370,7 @@ VlanObserver::bringTo( Tables wanted ) {
       }
    }
    wanted_ = std::move( wanted );
-   // What is refused or late is written at another time, and over what was spoilt meanwhile, or not.
+   // What is refused or late is written at another time.
    wasFaulty_ = wasFaulty_ || faults_.any();
    needsRestart_ = needsRestart_ || ( wasFaulty_ && held_ != wanted_ );
 }
