@@ -87,10 +87,16 @@ VlanObserver::prepare( Draw & draw, Steps & steps ) {
 void
 VlanObserver::propose( Draw & draw, Steps & steps ) {
    auto const kind = draw.below( 30 );
+   auto const vlan = vlanPath + draw.vlan();
    if( kind < 24 ) {
       proposeConfig( draw, steps );
-   } else if( kind < 26 ) {
+   } else if( kind < 25 ) {
       faults_.propose( draw, steps );
+   } else if( kind < 26 ) {
+      // Gone and back before anybody tries again what was refused.
+      steps.push_back( "set /sim/chip/vlan/memberTable/fault/busy/next 2" );
+      steps.push_back( "del " + vlan );
+      steps.push_back( "set " + vlan + "/active true" );
    } else if( kind < 29 ) {
       proposeSpoiling( draw, steps );
    } else {
@@ -118,7 +124,7 @@ VlanObserver::proposeConfig( Draw & draw, Steps & steps ) const {
    auto const native = draw.chance( 15 ) ? "0" : draw.vlan();
    auto const mode = draw.oneOf( { "Trunk", "Trunk", "Trunk", "Access", "Access", "Routed" } );
    auto const active = draw.chance( 80 ) ? " true" : " false";
-   auto const kind = draw.below( 24 );
+   auto const kind = draw.below( 23 );
    if( kind < 4 ) {
       steps.push_back( "set " + vlan + "/active" + active );
    } else if( kind < 6 ) {
@@ -131,12 +137,8 @@ VlanObserver::proposeConfig( Draw & draw, Steps & steps ) const {
       steps.push_back( "set " + switchIntfPath + intf + "/switchportMode switchportMode" + mode );
    } else if( kind < 22 ) {
       steps.push_back( "set " + switchIntfPath + intf + "/nativeVlan " + native );
-   } else if( kind < 23 ) {
-      steps.push_back( "del " + switchIntfPath + intf );
    } else {
-      // In one go: the VLAN is gone and back before anybody tries again what was refused.
-      steps.push_back( "del " + vlan );
-      steps.push_back( "set " + vlan + "/active true" );
+      steps.push_back( "del " + switchIntfPath + intf );
    }
 }
 
