@@ -476,7 +476,11 @@ StormControlSm::handleLagToPort( Pelt::IntfId lag ) {
 
 void
 StormControlSm::rememberMembers( Pelt::IntfId lag ) {
-   membersOfLagIs( lag, commonSmData()->lagToPort( lag ) );
+   if( commonSmData()->lagToPortHas( lag ) ) {
+      membersOfLagIs( lag, commonSmData()->lagToPort( lag ) );
+   } else {
+      membersOfLagDel( lag );
+   }
 }
 
 void
@@ -534,7 +538,8 @@ StormControlSm::handleTime() {
 
 void
 StormControlSm::KivIntfConfig::handleTime() {
-   if( !initialized() ) {
+   // Also where the first pass failed: what the chip counts does not depend on it.
+   if( !owner().intfExists( key() ) ) {
       return;
    }
    static constexpr LevelType order[] = { levelTypeUUcast, levelTypeBroadcast, levelTypeMulticast,
@@ -582,10 +587,10 @@ StormControlSm::handleVerify() {
 
 void
 StormControlSm::KivIntfConfig::handleVerify() {
-   if( !initialized() && !kivFirstPassFailed() ) {
+   auto & sm = owner();
+   if( !sm.intfExists( key() ) ) {
       return;
    }
-   auto & sm = owner();
    auto const name = Kiv::toText( key() );
    auto const lag = sm.lagIntfForIntf( key() );
    Kiv::Ptr< IntfConfig const > const config( activeConfig() );

@@ -206,7 +206,8 @@ StormControlHelper::verifyLevel( StormKey const & key, Pelt::IntfId parentIntf,
    // Without a speed, or for a zero that was refused, nothing is programmed. What stood before stays,
    // of which the chip knows only that it is of the same configuration.
    bool const stays = speedKbps == 0 || decision.refused();
-   if( stays ? !found.limited || found.parent == parentIntf : found == expected ) {
+   bool const same = found == expected || ( !found.limited && !expected.limited );
+   if( stays ? !found.limited || found.parent == parentIntf : same ) {
       return {};
    }
    return levelName( levelType ) + ": " +

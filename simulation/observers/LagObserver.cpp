@@ -26,6 +26,10 @@ LagObserver::LagObserver( Switch & simulated, Observers & observers )
         config_( simulated.entity< Feeders::Config >( "/feeders/config" ) ),
         input_( simulated.entity< ::Lag::Input::Config >( "/lag/input/config" ) ),
         ports_( observers.find< PortsObserver >() ) {
+   // What a write makes is there before the rest of it is written: a LAG is enabled first.
+   for( auto const * const made : { "/feeders/config/port", "/feeders/config/lag" } ) {
+      simulated.watch( made, [ &observers ] { observers.follow(); } );
+   }
    // Also in the middle of things: every active member of a LAG is known to be one.
    simulated.watch( "/hoba/common/lagToPort", [ this ] {
       auto const ways = rowsAt( "/hoba/common/portToLag" );
