@@ -87,10 +87,16 @@ VlanObserver::prepare( Draw & draw, Steps & steps ) {
 void
 VlanObserver::propose( Draw & draw, Steps & steps ) {
    auto const kind = draw.below( 30 );
+   auto const vlan = vlanPath + draw.vlan();
    if( kind < 24 ) {
       proposeConfig( draw, steps );
-   } else if( kind < 26 ) {
+   } else if( kind < 25 ) {
       faults_.propose( draw, steps );
+   } else if( kind < 26 ) {
+      // Gone and back before anybody tries again what was refused.
+      steps.push_back( "set /sim/chip/vlan/memberTable/fault/busy/next 2" );
+      steps.push_back( "del " + vlan );
+      steps.push_back( "set " + vlan + "/active true" );
    } else if( kind < 29 ) {
       proposeSpoiling( draw, steps );
    } else {
@@ -118,7 +124,7 @@ VlanObserver::proposeConfig( Draw & draw, Steps & steps ) const {
    auto const native = draw.chance( 15 ) ? "0" : draw.vlan();
    auto const mode = draw.oneOf( { "Trunk", "Trunk", "Trunk", "Access", "Access", "Routed" } );
    auto const active = draw.chance( 80 ) ? " true" : " false";
-   auto const kind = draw.below( 24 );
+   auto const kind = draw.below( 23 );
    if( kind < 4 ) {
       steps.push_back( "set " + vlan + "/active" + active );
    } else if( kind < 6 ) {
@@ -131,12 +137,8 @@ VlanObserver::proposeConfig( Draw & draw, Steps & steps ) const {
       steps.push_back( "set " + switchIntfPath + intf + "/switchportMode switchportMode" + mode );
    } else if( kind < 22 ) {
       steps.push_back( "set " + switchIntfPath + intf + "/nativeVlan " + native );
-   } else if( kind < 23 ) {
-      steps.push_back( "del " + switchIntfPath + intf );
    } else {
-      // In one go: the VLAN is gone and back before anybody tries again what was refused.
-      steps.push_back( "del " + vlan );
-      steps.push_back( "set " + vlan + "/member/" + intf + " true" );
+      steps.push_back( "del " + switchIntfPath + intf );
    }
 }
 
@@ -256,6 +258,14 @@ VlanObserver::heard( Step const & step, Kiv::Datum const & ) {
    if( step.isAt( "/sim/chip/vlan" ) && !faults_.isMine( step ) ) {
       spoilt( step );
    }
+   // One that is made by being told not to take part does so for a moment: first it is there.
+   if( step.isAt( "/feeders/config/vlan" ) && step[ 0 ] == "set" && simulated().isRunning() ) {
+      auto active = activeVlans();
+      auto const vlan = VlanId::parse( behind( vlanPath, step ).front() );
+      if( config_->vlanHas( vlan ) && !vlans_.has( vlan ) && active.insert( vlan ) ) {
+         bringTo( wantedTables( active ) );
+      }
+   }
 }
 
 void
@@ -290,7 +300,7 @@ VlanObserver::activeVlans() const {
 }
 
 std::map< IntfId, VlanObserver::Carries >
-VlanObserver::carriers() const {
+VlanObserver::carriers( Bridging::VlanSet const & active ) const {
    auto intfs = lags_.lags();
    for( auto const & [ port, model ] : ports_.ports() ) {
       if( !lags_.configuredLagOf( port ) ) {
@@ -303,7 +313,7 @@ VlanObserver::carriers() const {
       auto const mode = config ? config->switchportMode() : Bridging::switchportModeAccess;
       auto const native = config ? config->nativeVlan() : VlanIdOrNone( 1 );
       Carries carries;
-      for( auto const vlan : activeVlans() ) {
+      for( auto const vlan : active ) {
          bool const isNative = native.value() == vlan.value();
          bool const isCarried = mode == Bridging::switchportModeTrunk
                                       ? config_->vlan( vlan )->memberHas( intf )
@@ -322,12 +332,12 @@ VlanObserver::carriers() const {
 }
 
 VlanObserver::Tables
-VlanObserver::wantedTables() const {
+VlanObserver::wantedTables( Bridging::VlanSet const & active ) const {
    Tables tables;
-   for( auto const vlan : activeVlans() ) {
+   for( auto const vlan : active ) {
       tables[ "vlan" ][ toText( vlan ) ] = "true";
    }
-   for( auto const & [ intf, carries ] : carriers() ) {
+   for( auto const & [ intf, carries ] : carriers( active ) ) {
       for( auto const vlan : carries.tagged ) {
          tables[ "member" ][ memberKey( vlan, intf ) ] = "vlanTagged";
       }
@@ -343,11 +353,9 @@ VlanObserver::wantedTables() const {
 // A row is written when something else is wanted of it than before, and only then: until then one
 // that was spoilt stays so.
 void
-VlanObserver::follow() {
-   if( !simulated().isRunning() ) {
-      return;
-   }
-   auto wanted = wantedTables();
+VlanObserver::bringTo( Tables wanted ) {
+   // What was spoilt before is written over by what the machines do in the middle of something, or not.
+   needsRestart_ = needsRestart_ || ( observers().inTheMiddle() && held_ != wanted_ );
    for( auto const * const table : chipTables ) {
       auto const & before = wanted_[ table ];
       auto const & after = wanted[ table ];
@@ -367,15 +375,26 @@ VlanObserver::follow() {
    for( auto const & [ table, rows ] : wanted_ ) {
       asked_[ table ].insert( rows.begin(), rows.end() );
    }
-   // What is refused or late is written at another time, and over what was spoilt meanwhile, or not.
+   // What is refused or late is written at another time.
    wasFaulty_ = wasFaulty_ || faults_.any();
    needsRestart_ = needsRestart_ || ( wasFaulty_ && held_ != wanted_ );
+}
+
+void
+VlanObserver::follow() {
+   vlans_ = {};
+   for( auto const & [ vlan, config ] : config_->vlan() ) {
+      vlans_.insert( vlan );
+   }
+   if( simulated().isRunning() ) {
+      bringTo( wantedTables( activeVlans() ) );
+   }
 }
 
 // Every row that is wanted is asked for, and all others go.
 void
 VlanObserver::began( HobaAgent::RestartKind ) {
-   auto wanted = wantedTables();
+   auto wanted = wantedTables( activeVlans() );
    restartWrites_ = restartSwept_ = 0;
    for( auto const * const table : chipTables ) {
       auto & held = held_[ table ];
@@ -437,7 +456,7 @@ void
 VlanObserver::checkPublished() {
    Rows membership;
    std::map< VlanId, Rows > intfs;
-   for( auto const & [ intf, carries ] : carriers() ) {
+   for( auto const & [ intf, carries ] : carriers( activeVlans() ) ) {
       auto const name = toText( intf );
       membership[ name ] = R"({"nativeVlan": )" + toText( carries.native ) + R"(, "tagged": ")" +
                            toText( carries.tagged ) + "\"}";

@@ -59,8 +59,10 @@ class VlanObserver : public Observer {
    void spoilt( Step const & step );
 
    Bridging::VlanSet activeVlans() const;
-   std::map< Pelt::IntfId, Carries > carriers() const;
-   Tables wantedTables() const;
+   std::map< Pelt::IntfId, Carries > carriers( Bridging::VlanSet const & active ) const;
+   Tables wantedTables( Bridging::VlanSet const & active ) const;
+   // The machines write what is wanted now, and was not before.
+   void bringTo( Tables wanted );
    void checkPublished();
    // A verification pass looks at the chip now.
    void look();
@@ -76,6 +78,8 @@ class VlanObserver : public Observer {
    LagObserver const & lags_;
    TableFaults faults_{ { "/sim/chip/vlan/vlanTable", "/sim/chip/vlan/memberTable",
                           "/sim/chip/vlan/nativeTable", "/sim/chip/vlan/tpidTable" } };
+   // The VLANs that there are.
+   Bridging::VlanSet vlans_;
    // What the machines want the chip to hold, and what it holds when all has been written.
    Tables wanted_, held_;
    // What they wanted at any time since they began: they get over what the chip refused, and leave
