@@ -35,9 +35,9 @@ struct Manner {
          : burst( 1 + draw.below( 12 ) ), waits( static_cast< unsigned >( draw.below( 15 ) ) ),
            restarts( static_cast< unsigned >( draw.below( 12 ) ) ),
            quiets( static_cast< unsigned >( 40 + draw.below( 60 ) ) ),
-           upons( draw.chance( 30 ) ? 10 : 0 ) {}
+           upons( draw.chance( 30 ) ? 10 : 0 ), troubles( draw.chance( 30 ) ? 40 : 0 ) {}
    std::uint64_t burst;
-   unsigned waits, restarts, quiets, upons; // percent
+   unsigned waits, restarts, quiets, upons, troubles; // percent
 };
 
 // What is configured is configured in the middle of something else. Not ports and LAGs: the order in which
@@ -72,10 +72,27 @@ addRestart( Draw & draw, Observers const & observers, Steps & steps ) {
    }
 }
 
+// Machines that begin while the chip refuses things, some of which were asked for just before, and are
+// no longer wanted just after.
+void
+addTrouble( Draw & draw, Observer & observer, Observers const & observers, Steps & steps ) {
+   for( auto left = 1 + draw.below( 3 ); left != 0; --left ) {
+      observer.propose( draw, steps );
+   }
+   addRestart( draw, observers, steps );
+   for( auto left = 1 + draw.below( 4 ); left != 0; --left ) {
+      observer.propose( draw, steps );
+   }
+}
+
 void
 addBurst( Draw & draw, Manner const & manner, Observers const & observers, Steps & steps ) {
    for( auto left = 1 + draw.below( manner.burst ); left != 0; --left ) {
-      drawObserver( draw, observers ).propose( draw, steps );
+      auto & observer = drawObserver( draw, observers );
+      observer.propose( draw, steps );
+      if( steps.back()[ 1 ].find( "/fault/" ) != String::npos && draw.chance( manner.troubles ) ) {
+         addTrouble( draw, observer, observers, steps );
+      }
       if( draw.chance( manner.upons ) ) {
          makeUpon( draw, steps.back() );
       }

@@ -81,6 +81,9 @@ class Observer {
    // rows were swept: asked after began().
    virtual std::uint64_t restartWrites() const { return 0; }
    virtual std::uint64_t restartSwept() const { return 0; }
+   // Faults have ended and nothing happens any more, but the machines began under faults, in which case
+   // nothing is swept: they are about to be made anew. Compares what must be all the same.
+   virtual void settled() {}
    // Things are quiet: compares what is with what must be.
    virtual void check() = 0;
 

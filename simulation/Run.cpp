@@ -322,6 +322,11 @@ Run::quiet() {
       }
    }
    if( beganUnderFaults_ && findings_.empty() ) {
+      settle();
+      for( auto const & each : observers_->all() ) {
+         each->settled();
+      }
+      lookForFailures();
       begin( "sim restart hitless" );
    }
    settle();

@@ -380,23 +380,35 @@ VlanFeeder::work() {
       return;
    }
    Flag const working( working_ );
+   while( reviewWaiting() ) {
+      for( auto const vlan : Kiv::keysOf( leaving() ) ) {
+         leavingDel( vlan );
+         finish( vlan );
+      }
+      if( waiting().empty() ) {
+         return;
+      }
+      // Who heard that a VLAN has gone has asked for another.
+   }
+}
+
+bool
+VlanFeeder::reviewWaiting() {
    auto const end = clock()->now() + commonSmData()->yieldTimeSlice();
    for( unsigned reviews = 0; !waiting().empty(); ++reviews ) {
       if( kivMarkedForDeletion() ) {
-         return;
+         return false;
       }
       if( reviews && reviews % reviewsBetweenLooks == 0 && clock()->now() >= end ) {
          Hoba::traceYield( "VlanFeeder", reviews );
-         return clock()->noLaterThan( clock()->now() );
+         clock()->noLaterThan( clock()->now() );
+         return false;
       }
       auto const intf = *waiting().first();
       waitingDel( intf );
       review( intf );
    }
-   for( auto const vlan : Kiv::keysOf( leaving() ) ) {
-      leavingDel( vlan );
-      finish( vlan );
-   }
+   return true;
 }
 
 void

@@ -378,6 +378,9 @@ VlanObserver::bringTo( Tables wanted ) {
       }
    }
    wanted_ = std::move( wanted );
+   for( auto const & [ table, rows ] : wanted_ ) {
+      asked_[ table ].insert( rows.begin(), rows.end() );
+   }
    // What is refused or late is written at another time.
    wasFaulty_ = wasFaulty_ || faults_.any();
    needsRestart_ = needsRestart_ || ( wasFaulty_ && held_ != wanted_ );
@@ -422,10 +425,36 @@ VlanObserver::began( HobaAgent::RestartKind kind ) {
       restartWrites_ += differ;
       restartSwept_ += surplus;
    }
-   held_ = wanted_ = std::move( wanted );
+   held_ = asked_ = wanted_ = std::move( wanted );
 }
 
 // ---- What must be
+
+void
+VlanObserver::settled() {
+   if( !simulated().isRunning() || needsRestart_ || held_ != wanted_ ) {
+      return; // spoilt, too
+   }
+   for( auto const * const table : chipTables ) {
+      auto is = rowsAt( chipPath + table );
+      // What a former agent left and this one never asked for is swept by the next.
+      std::erase_if( is, [ & ]( auto const & row ) {
+         return !asked_[ table ].contains( row.first );
+      } );
+      if( is != wanted_[ table ] ) {
+         for( auto const & [ key, row ] : is ) {
+            if( !wanted_[ table ].contains( key ) ) {
+               found( chipPath + table + ": " + key + " is left behind" );
+            }
+         }
+         for( auto const & [ key, row ] : wanted_[ table ] ) {
+            if( auto const at = is.find( key ); at == is.end() || at->second != row ) {
+               found( chipPath + table + ": " + key + " was not asked for again" );
+            }
+         }
+      }
+   }
+}
 
 void
 VlanObserver::check() {

@@ -39,6 +39,7 @@ class VlanObserver : public Observer {
    void began( HobaAgent::RestartKind kind ) override;
    std::uint64_t restartWrites() const override { return restartWrites_; }
    std::uint64_t restartSwept() const override { return restartSwept_; }
+   void settled() override;
    void check() override;
 
  private:
@@ -87,6 +88,9 @@ class VlanObserver : public Observer {
    std::map< Kiv::String, std::uint64_t > writes_, swept_;
    bool countsAreOpen_ = false;
    bool hasBegun_ = false;
+   // What they wanted at any time since they began: they get over what the chip refused, and leave
+   // nothing of it behind.
+   Tables asked_;
    // Since the last quiet the chip refused or delayed things; and was spoilt, too: who is written when
    // is nobody's promise then, and a restart brings it in line.
    bool wasFaulty_ = false;
