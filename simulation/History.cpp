@@ -47,16 +47,29 @@ makeUpon( Draw & draw, Step & step ) {
    auto const path = draw.oneOf(
          { "/interface/status", "/hoba/common/intf", "/hoba/common/portToLag",
            "/hoba/common/lagToPort", "/hoba/common/lagToPortConfig", "/hoba/common/vlanStatus",
-           "/hoba/portVlanMembership", "/bridging/stormControl/status" } );
+           "/hoba/portVlanMembership", "/hoba/nonAging/status", "/bridging/stormControl/status" } );
    if( step.isAt( "/feeders/config/vlan" ) || step.isAt( "/feeders/config/switchIntf" ) ||
+       step.isAt( "/feeders/config/nonAgingClient" ) ||
        step.isAt( "/bridging/stormControl/config" ) ) {
       step = "upon " + path + ' ' + step.text();
    }
 }
 
 void
-addRestart( Draw & draw, Steps & steps ) {
-   steps.push_back( draw.chance( 80 ) ? "sim restart hitless" : "sim restart cold" );
+addRestart( Draw & draw, Observers const & observers, Steps & steps ) {
+   auto const kind = draw.below( 10 );
+   if( kind < 2 ) {
+      steps.push_back( "sim restart cold" );
+   } else if( kind < 7 ) {
+      steps.push_back( "sim restart hitless" );
+   } else {
+      // Something else is asked for when they are back.
+      steps.push_back( "stop" );
+      for( auto left = draw.below( 4 ); left != 0; --left ) {
+         drawObserver( draw, observers ).propose( draw, steps );
+      }
+      steps.push_back( "start" );
+   }
 }
 
 void
@@ -70,13 +83,13 @@ addBurst( Draw & draw, Manner const & manner, Observers const & observers, Steps
          steps.push_back( "wait " + draw.oneOf( { "0", "0.1", "0.5", "1", "3.7" } ) );
       }
       if( draw.chance( manner.restarts / 4 ) ) {
-         addRestart( draw, steps ); // in the middle of it all
+         addRestart( draw, observers, steps ); // in the middle of it all
       }
    }
    if( draw.chance( manner.quiets ) ) {
       steps.push_back( "quiet" );
       if( draw.chance( manner.restarts ) ) {
-         addRestart( draw, steps );
+         addRestart( draw, observers, steps );
       }
    }
 }

@@ -91,6 +91,8 @@ Run::run( Step const & step ) {
       passTime( switch_->now() + Kiv::fromText< double >( step[ 1 ] ) );
    } else if( step[ 0 ] == "start" || step.begins( "sim restart" ) ) {
       begin( step );
+   } else if( step[ 0 ] == "stop" ) {
+      stop( step );
    } else if( step[ 0 ] == "upon" ) {
       upon( step[ 1 ], step.from( 2 ) );
    } else {
@@ -107,8 +109,10 @@ Run::upon( String const & path, Step const & step ) {
       // Once. What it changes itself is nobody's cue.
       if( upons_.erase( *id ) ) {
          switch_->unwatch( *id );
+         observers_->inTheMiddleIs( true );
          observers_->follow(); // what is under way came first
          input( step );
+         observers_->inTheMiddleIs( false );
       }
    } );
    upons_.insert( *id );
@@ -166,7 +170,8 @@ Run::input( Step const & step ) {
 void
 Run::begin( Step const & step ) {
    bool const isStart = step[ 0 ] == "start";
-   auto const kind = isStart || step[ 2 ] == "cold" ? HobaAgent::cold : HobaAgent::hitless;
+   bool const isCold = isStart ? counts_.restarts == 0 : step[ 2 ] == "cold";
+   auto const kind = isCold ? HobaAgent::cold : HobaAgent::hitless;
    if( isStart == switch_->isRunning() ) {
       return; // a history from which the start was taken, or that has two
    }
@@ -201,6 +206,19 @@ Run::begin( Step const & step ) {
          found( "a hitless restart swept " + std::to_string( is ) + " rows, and must " +
                 std::to_string( maySweep ) );
       }
+   }
+}
+
+// Out of the quiet, a start that follows at once must write no more than a restart.
+void
+Run::stop( Step const & step ) {
+   if( switch_->isRunning() ) {
+      ++depth_;
+      switch_->stop();
+      --depth_;
+      isQuiet_ = isQuiet_ && upons_.empty();
+      listener ? listener( step, {} ) : void();
+      lookForFailures();
    }
 }
 

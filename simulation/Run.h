@@ -44,6 +44,7 @@ class Run {
    void upon( Kiv::String const & path, Step const & step );
    void uponNoMore();
    void begin( Step const & step );
+   void stop( Step const & step );
    void restartIfAsked();
    void beganAll( HobaAgent::RestartKind kind );
    // Time passes until `end`; whether a timer fired at each stop.

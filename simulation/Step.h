@@ -9,7 +9,9 @@
 //    frame Ethernet1 HEX        the octets of a frame come in on a port of the chip
 //    event-ahead eventTypeMacAddressAged 00:00:5e:00:53:01@1 Ethernet1 [TUNNEL]
 //                               the driver has news of a station that come ahead of all that is queued
-//    start                      the machines begin, cold; what stands before it was configured earlier
+//    start                      the machines begin, at first cold; what stands before it was configured
+//                               while there were none
+//    stop                       the machines go, and the chip goes on; the next start is hitless
 //    wait 2.5                   so many seconds of virtual time pass
 //    upon PATH STEP...          the step is done in the middle of the next change at or below the path, by
 //                               whoever hears of it; no longer than until the next quiet

@@ -111,6 +111,12 @@ Switch::restart( HobaAgent::RestartKind kind ) {
    isRunning_ = true;
 }
 
+void
+Switch::stop() {
+   features_->stop();
+   isRunning_ = false;
+}
+
 Datum
 Switch::get( std::string_view path ) const {
    try {

@@ -55,6 +55,8 @@ class Switch {
    // A machine said that only a restart of the agent helps: why, once.
    std::optional< Kiv::String > takeRestart();
    void restart( HobaAgent::RestartKind kind );
+   // The machines go, and nobody is there until restart(): chip and configuration stay.
+   void stop();
 
    Kiv::VirtualDriver & driver() { return driver_; }
    Kiv::Seconds now() const { return driver_.now(); }

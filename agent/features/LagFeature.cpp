@@ -43,6 +43,7 @@ LagFeature::start() {
 
 Datum
 LagFeature::show( Request const & ) const {
+   context(); // refused without machines, also while no row would need them
    TableAnswer table( { "LAG", "Kind", "Min links", "Active members", "Configured members" } );
    for( auto const lag : sortedKeys( board().feederConfig->lag() ) ) {
       auto const config = board().feederConfig->lag( lag );

@@ -82,6 +82,7 @@ PortsFeature::show( Request const & request ) const {
    if( only && !context()->intfHas( only ) ) {
       throw Kiv::ParseError( Kiv::toText( only ) + " is not a port of this switch" );
    }
+   context(); // refused without machines, also while no row would need them
    TableAnswer table( { "Interface", "Enabled", "Link", "Speed", "Active", "LAG" } );
    std::size_t up = 0;
    for( auto const intf : sortedKeys( board().feederConfig->port() ) ) {

@@ -175,6 +175,7 @@ rateCell( Board const & board, Pelt::IntfId intf, LevelStatus const & level ) {
 Datum
 StormControlFeature::show( Request const & request ) const {
    auto const only = request.value< Pelt::IntfId >( "intf" );
+   context(); // refused without machines, also while no row would need them
    TableAnswer table(
          { "Interface", "Level", "Threshold", "Speed", "Rate (kbps)", "Chip", "Drops", "State" } );
    if( only && !config_->intfConfigHas( only ) ) {

@@ -45,7 +45,7 @@ class EventUnit : public Unit {
    void stationEvent( Hoba::HobaEvent::HobaEventType eventType, Bridging::MacVlanPair host,
                       Pelt::IntfId intf, std::uint32_t tunnelId = 0 );
 
-   // Reports the ports as they are.
+   // Reports the ports as they are: all links, then how autonegotiation ended, each in their order.
    void reportPorts();
 
  private:

@@ -63,6 +63,10 @@ MacUnit::age( MacVlanPair station ) {
    if( !intf ) {
       Kiv::parseFailed( Kiv::toText( station ), "a host in the table of the chip" );
    }
+   if( !station.isStation() ) {
+      HobaTypes::stationFailed( station );
+   }
+   portTypeOf( intf );
    hostDel( station );
    countInc( macAged );
    events_->stationEvent( HobaEvent::eventTypeMacAddressAged, station, intf );

@@ -49,11 +49,12 @@ class MacUnit : public Unit {
    // A frame has come in, and its header is so: counted. What becomes of it: see SimPath.h.
    void frameCame( FrameFault fault );
 
-   // The station has been silent for too long: forgotten, and reported. Throws Kiv::ParseError for a
-   // station that is not in the table.
+   // The station has been silent for too long: forgotten, and reported. Throws Kiv::ParseError, and
+   // changes nothing, for a station that is not in the table, and for a row that no frame taught it.
    void age( Bridging::MacVlanPair station );
 
-   // Reports all hosts, in the order of addresses and VLANs.
+   // Reports all hosts, in the order of addresses and VLANs. A row that no frame taught it, since no
+   // station has that address or none can be behind that interface, goes without an event.
    void reportHosts();
 
  private:

@@ -39,7 +39,15 @@ speedsOf( String text ) {
 } // namespace
 
 EventsObserver::EventsObserver( Switch & simulated, Observers & observers )
-      : Observer( simulated, observers, "events" ), ports_( observers.find< PortsObserver >() ) {}
+      : Observer( simulated, observers, "events" ), ports_( observers.find< PortsObserver >() ) {
+   // A step in the middle of a drain finds the model as far as the machine is.
+   simulated.watch( "/hoba/events/status/drains", [ this ] { beginDrain(); } );
+   simulated.watch( "/hoba/machines/events/eventCounter", [ this ] {
+      drainUpTo( parsed< std::uint64_t >( textAt( "/hoba/machines/events/eventCounter" ) )
+                       .value_or( 0 ) );
+   } );
+   simulated.watch( "/hoba/machines/events/apiRunning", [ this ] { isThere_ = false; } );
+}
 
 // ---- What the chip finds
 
@@ -160,7 +168,7 @@ EventsObserver::flooded( Step const & step, Kiv::Datum const & answer ) {
 
 void
 EventsObserver::report( Event const & event ) {
-   if( hasBegun_ ) {
+   if( simulated().isRunning() ) {
       queue_.push_back( { ++nextIndex_, event } );
       isDue_ = true;
    }
@@ -168,7 +176,7 @@ EventsObserver::report( Event const & event ) {
 
 void
 EventsObserver::reportAhead( Event const & event ) {
-   if( hasBegun_ ) {
+   if( simulated().isRunning() ) {
       if( !queue_.empty() ) {
          overtaken_[ event.host ] = nextIndex_;
       }
@@ -179,26 +187,48 @@ EventsObserver::reportAhead( Event const & event ) {
 
 void
 EventsObserver::timeIs( Kiv::Seconds ) {
-   if( std::exchange( isDue_, false ) && !isHeld_ ) {
+   if( simulated().isRunning() ) {
+      beginDrain();
       drain();
+      isDue_ = false;
    }
 }
 
 // What came in one go is one wake-up.
 void
+EventsObserver::beginDrain() {
+   if( isThere_ && isDue_ && !isHeld_ && !isDraining_ ) {
+      isDraining_ = true;
+      ++drains_;
+      mostWaiting_ = std::max( mostWaiting_, queue_.size() );
+   }
+}
+
+// As soon as the machine begins with an event, the model has applied it.
+void
+EventsObserver::drainUpTo( std::uint64_t applied ) {
+   while( isThere_ && isDraining_ && applied_ < applied && !queue_.empty() ) {
+      applyOldest();
+   }
+}
+
+void
 EventsObserver::drain() {
-   ++drains_;
-   mostWaiting_ = std::max( mostWaiting_, queue_.size() );
-   for( ; !queue_.empty(); queue_.pop_front() ) {
+   if( !isDraining_ ) {
+      return;
+   }
+   while( !queue_.empty() ) {
       applyOldest();
    }
    overtaken_.clear();
+   isDraining_ = false;
 }
 
 // What is queued of a station is older than what came ahead since.
 void
 EventsObserver::applyOldest() {
-   auto const & [ index, event ] = queue_.front();
+   auto const [ index, event ] = queue_.front();
+   queue_.pop_front();
    auto const newer = overtaken_.find( event.host );
    if( isOfStation( event ) && newer != overtaken_.end() && newer->second >= index ) {
       dropped( "dropOvertaken" );
@@ -263,7 +293,8 @@ EventsObserver::began( HobaAgent::RestartKind kind ) {
       chipAutoneg_.clear();
       stations.chipForgot();
    }
-   isHeld_ = false;
+   isThere_ = true;
+   isHeld_ = isDraining_ = false;
    applied_ = drains_ = 0;
    mostWaiting_ = 0;
    handled_.clear();

@@ -49,6 +49,9 @@ class EventsObserver : public Observer {
    void autonegFound( Step const & step );
    void flooded( Step const & step, Kiv::Datum const & answer );
    void reportAll();
+   // A drain begins; is somewhere in the midst; ends.
+   void beginDrain();
+   void drainUpTo( std::uint64_t applied );
    void drain();
    void applyOldest();
    void apply( Event const & event );
@@ -67,9 +70,11 @@ class EventsObserver : public Observer {
    std::map< Pelt::IntfId, Autoneg > autoneg_;
    // The machine.
    bool hasBegun_ = false;
+   bool isThere_ = false; // it is registered, and the former one went
    bool isBeginning_ = false;
    bool isHeld_ = false;
    bool isDue_ = false; // it wants to be woken
+   bool isDraining_ = false;
    std::uint64_t applied_ = 0;
    std::uint64_t drains_ = 0;
    std::size_t mostWaiting_ = 0;

@@ -49,6 +49,7 @@ class PortsObserver : public Observer {
 
    Kiv::Ptr< Feeders::Config const > const config_;
    std::map< Pelt::IntfId, Port > ports_;
+   bool hasBegun_ = false;
    // How the chip found the links last.
    std::map< Pelt::IntfId, Interface::LinkStatus > chipLink_;
 };

@@ -49,6 +49,12 @@ verdict( bool accepted ) {
 }
 
 String
+rowOf( Rows const & rows, String const & key ) {
+   auto const found = rows.find( key );
+   return found == rows.end() ? "" : found->second;
+}
+
+String
 memberKey( VlanId vlan, IntfId intf ) {
    return toText( vlan ) + '@' + toText( intf );
 }
@@ -87,10 +93,16 @@ VlanObserver::prepare( Draw & draw, Steps & steps ) {
 void
 VlanObserver::propose( Draw & draw, Steps & steps ) {
    auto const kind = draw.below( 30 );
+   auto const vlan = vlanPath + draw.vlan();
    if( kind < 24 ) {
       proposeConfig( draw, steps );
-   } else if( kind < 26 ) {
+   } else if( kind < 25 ) {
       faults_.propose( draw, steps );
+   } else if( kind < 26 ) {
+      // Gone and back before anybody tries again what was refused.
+      steps.push_back( "set /sim/chip/vlan/memberTable/fault/busy/next 2" );
+      steps.push_back( "del " + vlan );
+      steps.push_back( "set " + vlan + "/active true" );
    } else if( kind < 29 ) {
       proposeSpoiling( draw, steps );
    } else {
@@ -118,7 +130,7 @@ VlanObserver::proposeConfig( Draw & draw, Steps & steps ) const {
    auto const native = draw.chance( 15 ) ? "0" : draw.vlan();
    auto const mode = draw.oneOf( { "Trunk", "Trunk", "Trunk", "Access", "Access", "Routed" } );
    auto const active = draw.chance( 80 ) ? " true" : " false";
-   auto const kind = draw.below( 24 );
+   auto const kind = draw.below( 23 );
    if( kind < 4 ) {
       steps.push_back( "set " + vlan + "/active" + active );
    } else if( kind < 6 ) {
@@ -131,12 +143,8 @@ VlanObserver::proposeConfig( Draw & draw, Steps & steps ) const {
       steps.push_back( "set " + switchIntfPath + intf + "/switchportMode switchportMode" + mode );
    } else if( kind < 22 ) {
       steps.push_back( "set " + switchIntfPath + intf + "/nativeVlan " + native );
-   } else if( kind < 23 ) {
-      steps.push_back( "del " + switchIntfPath + intf );
    } else {
-      // In one go: the VLAN is gone and back before anybody tries again what was refused.
-      steps.push_back( "del " + vlan );
-      steps.push_back( "set " + vlan + "/member/" + intf + " true" );
+      steps.push_back( "del " + switchIntfPath + intf );
    }
 }
 
@@ -256,6 +264,14 @@ VlanObserver::heard( Step const & step, Kiv::Datum const & ) {
    if( step.isAt( "/sim/chip/vlan" ) && !faults_.isMine( step ) ) {
       spoilt( step );
    }
+   // One that is made by being told not to take part does so for a moment: first it is there.
+   if( step.isAt( "/feeders/config/vlan" ) && step[ 0 ] == "set" && simulated().isRunning() ) {
+      auto active = activeVlans();
+      auto const vlan = VlanId::parse( behind( vlanPath, step ).front() );
+      if( config_->vlanHas( vlan ) && !vlans_.has( vlan ) && active.insert( vlan ) ) {
+         bringTo( wantedTables( active ) );
+      }
+   }
 }
 
 void
@@ -290,7 +306,7 @@ VlanObserver::activeVlans() const {
 }
 
 std::map< IntfId, VlanObserver::Carries >
-VlanObserver::carriers() const {
+VlanObserver::carriers( Bridging::VlanSet const & active ) const {
    auto intfs = lags_.lags();
    for( auto const & [ port, model ] : ports_.ports() ) {
       if( !lags_.configuredLagOf( port ) ) {
@@ -303,7 +319,7 @@ VlanObserver::carriers() const {
       auto const mode = config ? config->switchportMode() : Bridging::switchportModeAccess;
       auto const native = config ? config->nativeVlan() : VlanIdOrNone( 1 );
       Carries carries;
-      for( auto const vlan : activeVlans() ) {
+      for( auto const vlan : active ) {
          bool const isNative = native.value() == vlan.value();
          bool const isCarried = mode == Bridging::switchportModeTrunk
                                       ? config_->vlan( vlan )->memberHas( intf )
@@ -322,12 +338,12 @@ VlanObserver::carriers() const {
 }
 
 VlanObserver::Tables
-VlanObserver::wantedTables() const {
+VlanObserver::wantedTables( Bridging::VlanSet const & active ) const {
    Tables tables;
-   for( auto const vlan : activeVlans() ) {
+   for( auto const vlan : active ) {
       tables[ "vlan" ][ toText( vlan ) ] = "true";
    }
-   for( auto const & [ intf, carries ] : carriers() ) {
+   for( auto const & [ intf, carries ] : carriers( active ) ) {
       for( auto const vlan : carries.tagged ) {
          tables[ "member" ][ memberKey( vlan, intf ) ] = "vlanTagged";
       }
@@ -343,46 +359,68 @@ VlanObserver::wantedTables() const {
 // A row is written when something else is wanted of it than before, and only then: until then one
 // that was spoilt stays so.
 void
-VlanObserver::follow() {
-   if( !simulated().isRunning() ) {
-      return;
-   }
-   auto wanted = wantedTables();
+VlanObserver::bringTo( Tables wanted ) {
+   // What was spoilt before is written over by what the machines do in the middle of something, or not.
+   needsRestart_ = needsRestart_ || ( observers().inTheMiddle() && held_ != wanted_ );
    for( auto const * const table : chipTables ) {
       auto const & before = wanted_[ table ];
       auto const & after = wanted[ table ];
       auto & held = held_[ table ];
       for( auto const & [ key, row ] : before ) {
          if( !after.contains( key ) ) {
-            held.erase( key );
+            writes_[ table ] += held.erase( key );
          }
       }
       for( auto const & [ key, row ] : after ) {
          if( auto const was = before.find( key ); was == before.end() || was->second != row ) {
-            held[ key ] = row;
+            writes_[ table ] += std::exchange( held[ key ], row ) != row ? 1 : 0;
          }
       }
    }
    wanted_ = std::move( wanted );
-   // What is refused or late is written at another time, and over what was spoilt meanwhile, or not.
+   // What is refused or late is written at another time.
    wasFaulty_ = wasFaulty_ || faults_.any();
    needsRestart_ = needsRestart_ || ( wasFaulty_ && held_ != wanted_ );
+   countsAreOpen_ = countsAreOpen_ || wasFaulty_ || observers().inTheMiddle();
 }
 
-// Every row that is wanted is asked for, and all others go.
 void
-VlanObserver::began( HobaAgent::RestartKind ) {
-   auto wanted = wantedTables();
+VlanObserver::follow() {
+   vlans_ = {};
+   for( auto const & [ vlan, config ] : config_->vlan() ) {
+      vlans_.insert( vlan );
+   }
+   if( simulated().isRunning() ) {
+      bringTo( wantedTables( activeVlans() ) );
+   }
+}
+
+// Every row that is wanted is asked for, and all others go. All are gone when the chip has forgotten
+// them.
+void
+VlanObserver::began( HobaAgent::RestartKind kind ) {
+   if( std::exchange( hasBegun_, true ) && kind == HobaAgent::cold ) {
+      held_.clear();
+   }
+   // Nothing is swept if the step of any machine fails.
+   for( auto const & each : observers().all() ) {
+      countsAreOpen_ = countsAreOpen_ || each->hasFaults();
+   }
+   auto wanted = wantedTables( activeVlans() );
    restartWrites_ = restartSwept_ = 0;
    for( auto const * const table : chipTables ) {
-      auto & held = held_[ table ];
+      auto const & held = held_[ table ];
+      std::uint64_t differ = 0, surplus = 0;
       for( auto const & [ key, row ] : wanted[ table ] ) {
-         auto const found = held.find( key );
-         restartWrites_ += found == held.end() || found->second != row ? 1 : 0;
+         differ += rowOf( held, key ) != row ? 1 : 0;
       }
       for( auto const & [ key, row ] : held ) {
-         restartSwept_ += wanted[ table ].contains( key ) ? 0 : 1;
+         surplus += wanted[ table ].contains( key ) ? 0 : 1;
       }
+      writes_[ table ] += differ;
+      swept_[ table ] += surplus;
+      restartWrites_ += differ;
+      restartSwept_ += surplus;
    }
    held_ = wanted_ = std::move( wanted );
 }
@@ -395,6 +433,7 @@ VlanObserver::check() {
       expectRows( chipPath + table, held_[ table ] );
    }
    checkPublished();
+   checkCounts();
    auto const active = toText( activeVlans() );
    expectText( feederPath + "chipVlan", active );
    expectText( feederPath + "activeVlan", active );
@@ -404,11 +443,28 @@ VlanObserver::check() {
    }
 }
 
+// What stays wanted is neither withdrawn nor written again.
+void
+VlanObserver::checkCounts() {
+   for( auto const * const table : chipTables ) {
+      auto const counted = [ & ]( char const * name, std::uint64_t & count ) {
+         auto const path = chipPath + table + "Table/" + name;
+         auto const is = Kiv::fromText< std::uint64_t >( textAt( path ) );
+         if( auto const must = std::exchange( count, is ); must != is && !countsAreOpen_ ) {
+            found( path + ": is " + toText( is ) + ", and must be " + toText( must ) );
+         }
+      };
+      counted( "writes", writes_[ table ] );
+      counted( "swept", swept_[ table ] );
+   }
+   countsAreOpen_ = false;
+}
+
 void
 VlanObserver::checkPublished() {
    Rows membership;
    std::map< VlanId, Rows > intfs;
-   for( auto const & [ intf, carries ] : carriers() ) {
+   for( auto const & [ intf, carries ] : carriers( activeVlans() ) ) {
       auto const name = toText( intf );
       membership[ name ] = R"({"nativeVlan": )" + toText( carries.native ) + R"(, "tagged": ")" +
                            toText( carries.tagged ) + "\"}";
@@ -444,12 +500,6 @@ differenceOf( char const * what, String const & key, String const & expected,
    return expected == found ? ""
                             : what + ( ' ' + key ) + ": " + orNothing( expected ) + " expected, " +
                                     orNothing( found ) + " found";
-}
-
-String
-rowOf( Rows const & rows, String const & key ) {
-   auto const found = rows.find( key );
-   return found == rows.end() ? "" : found->second;
 }
 
 } // namespace

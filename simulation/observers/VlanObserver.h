@@ -58,9 +58,12 @@ class VlanObserver : public Observer {
    void spoilt( Step const & step );
 
    Bridging::VlanSet activeVlans() const;
-   std::map< Pelt::IntfId, Carries > carriers() const;
-   Tables wantedTables() const;
+   std::map< Pelt::IntfId, Carries > carriers( Bridging::VlanSet const & active ) const;
+   Tables wantedTables( Bridging::VlanSet const & active ) const;
+   // The machines write what is wanted now, and was not before.
+   void bringTo( Tables wanted );
    void checkPublished();
+   void checkCounts();
    // A verification pass looks at the chip now.
    void look();
    Kiv::Datum::Object membersAt( char const * path ) const;
@@ -75,8 +78,15 @@ class VlanObserver : public Observer {
    LagObserver const & lags_;
    TableFaults faults_{ { "/sim/chip/vlan/vlanTable", "/sim/chip/vlan/memberTable",
                           "/sim/chip/vlan/nativeTable", "/sim/chip/vlan/tpidTable" } };
+   // The VLANs that there are.
+   Bridging::VlanSet vlans_;
    // What the machines want the chip to hold, and what it holds when all has been written.
    Tables wanted_, held_;
+   // By table, what the machines changed and what was swept; not known since somebody wrote in the middle of
+   // something, or the chip refused it.
+   std::map< Kiv::String, std::uint64_t > writes_, swept_;
+   bool countsAreOpen_ = false;
+   bool hasBegun_ = false;
    // Since the last quiet the chip refused or delayed things; and was spoilt, too: who is written when
    // is nobody's promise then, and a restart brings it in line.
    bool wasFaulty_ = false;
