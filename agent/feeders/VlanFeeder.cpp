@@ -133,7 +133,7 @@ VlanFeeder::handleHelper() {
    for( auto const & vlan : Kiv::keysOf( vlanConfig() ) ) {
       updateList( vlan );
       commonSmData()->vlanStatusIs( vlan );
-      if( vlanAsked( vlan )->active() ) {
+      if( auto const * asked = vlanAsked( vlan ); asked && asked->active() ) {
          activate( vlan );
       }
    }
@@ -239,15 +239,15 @@ VlanFeeder::finish( VlanId vlan ) {
    }
    if( auto const status = commonSmData()->vlanStatus( vlan ) ) {
       if( !status->intf().empty() ) {
-         // The chip would not let go of all who carry it: it goes with the last of them.
-         return leavingIs( vlan );
+         return; // the chip would not let go of all who carry it: it goes with the last of them
       }
       status->activeIs( false );
    }
    if( !vlanConfig( vlan ) ) {
       commonSmData()->vlanStatusDel( vlan );
    }
-   if( !chipVlan().has( vlan ) && !refusedVlanHas( vlan ) ) {
+   // Whoever heard of that may have made it active again.
+   if( activeVlan().has( vlan ) || ( !chipVlan().has( vlan ) && !refusedVlanHas( vlan ) ) ) {
       return;
    }
    Kiv::String refusal;
@@ -264,14 +264,15 @@ VlanFeeder::finish( VlanId vlan ) {
 void
 VlanFeeder::handleVlan( VlanId const & changedVlan ) {
    auto const vlan = changedVlan; // which may go meanwhile
+   if( vlanAsked( vlan ) ) {
+      commonSmData()->vlanStatusIs( vlan );
+   }
+   // What is asked for now, whatever came of that.
    auto intfs = updateList( vlan );
    auto const * asked = vlanAsked( vlan );
    bool const isWanted = asked && asked->active();
    bool const wasActive = activeVlan().has( vlan );
    ZTRACE( 3, "VLAN ", vlan, isWanted ? " is wanted" : " is not wanted" );
-   if( asked ) {
-      commonSmData()->vlanStatusIs( vlan );
-   }
    if( !isWanted ) {
       auto vlans = activeVlan();
       vlans.erase( vlan );
@@ -381,7 +382,8 @@ VlanFeeder::work() {
    }
    Flag const working( working_ );
    auto const end = clock()->now() + commonSmData()->yieldTimeSlice();
-   for( unsigned reviews = 0; !waiting().empty(); ++reviews ) {
+   // Whoever hears of one may change others.
+   for( unsigned reviews = 0; !waiting().empty() || !leaving().empty(); ++reviews ) {
       if( kivMarkedForDeletion() ) {
          return;
       }
@@ -389,13 +391,15 @@ VlanFeeder::work() {
          Hoba::traceYield( "VlanFeeder", reviews );
          return clock()->noLaterThan( clock()->now() );
       }
-      auto const intf = *waiting().first();
-      waitingDel( intf );
-      review( intf );
-   }
-   for( auto const vlan : Kiv::keysOf( leaving() ) ) {
-      leavingDel( vlan );
-      finish( vlan );
+      if( !waiting().empty() ) {
+         auto const intf = *waiting().first();
+         waitingDel( intf );
+         review( intf );
+      } else {
+         auto const vlan = *leaving().first();
+         leavingDel( vlan );
+         finish( vlan );
+      }
    }
 }
 
@@ -487,6 +491,9 @@ VlanFeeder::publish( Pelt::IntfId intf, Hoba::IntfVlans const & vlans, bool anew
       if( auto const status = commonSmData()->vlanStatus( vlan ) ) {
          bool const carried = membership_->intf( intf ).tagging( vlan ) != Hoba::vlanNotCarried;
          carried ? status->intfIs( intf ) : status->intfDel( intf );
+         if( status->intf().empty() && !activeVlan().has( vlan ) ) {
+            leavingIs( vlan );
+         }
       }
    };
    auto const after = vlans.carried();
