@@ -133,7 +133,7 @@ VlanFeeder::handleHelper() {
    for( auto const & vlan : Kiv::keysOf( vlanConfig() ) ) {
       updateList( vlan );
       commonSmData()->vlanStatusIs( vlan );
-      if( vlanAsked( vlan )->active() ) {
+      if( auto const * asked = vlanAsked( vlan ); asked && asked->active() ) {
          activate( vlan );
       }
    }
@@ -239,15 +239,15 @@ VlanFeeder::finish( VlanId vlan ) {
    }
    if( auto const status = commonSmData()->vlanStatus( vlan ) ) {
       if( !status->intf().empty() ) {
-         // The chip would not let go of all who carry it: it goes with the last of them.
-         return leavingIs( vlan );
+         return; // the chip would not let go of all who carry it: it goes with the last of them
       }
       status->activeIs( false );
    }
    if( !vlanConfig( vlan ) ) {
       commonSmData()->vlanStatusDel( vlan );
    }
-   if( !chipVlan().has( vlan ) && !refusedVlanHas( vlan ) ) {
+   // Whoever heard of that may have made it active again.
+   if( activeVlan().has( vlan ) || ( !chipVlan().has( vlan ) && !refusedVlanHas( vlan ) ) ) {
       return;
    }
    Kiv::String refusal;
@@ -264,14 +264,15 @@ VlanFeeder::finish( VlanId vlan ) {
 void
 VlanFeeder::handleVlan( VlanId const & changedVlan ) {
    auto const vlan = changedVlan; // which may go meanwhile
+   if( vlanAsked( vlan ) ) {
+      commonSmData()->vlanStatusIs( vlan );
+   }
+   // What is asked for now, whatever came of that.
    auto intfs = updateList( vlan );
    auto const * asked = vlanAsked( vlan );
    bool const isWanted = asked && asked->active();
    bool const wasActive = activeVlan().has( vlan );
    ZTRACE( 3, "VLAN ", vlan, isWanted ? " is wanted" : " is not wanted" );
-   if( asked ) {
-      commonSmData()->vlanStatusIs( vlan );
-   }
    if( !isWanted ) {
       auto vlans = activeVlan();
       vlans.erase( vlan );
@@ -380,35 +381,26 @@ VlanFeeder::work() {
       return;
    }
    Flag const working( working_ );
-   while( reviewWaiting() ) {
-      for( auto const vlan : Kiv::keysOf( leaving() ) ) {
-         leavingDel( vlan );
-         finish( vlan );
-      }
-      if( waiting().empty() ) {
-         return;
-      }
-      // Who heard that a VLAN has gone has asked for another.
-   }
-}
-
-bool
-VlanFeeder::reviewWaiting() {
    auto const end = clock()->now() + commonSmData()->yieldTimeSlice();
-   for( unsigned reviews = 0; !waiting().empty(); ++reviews ) {
+   // Whoever hears of one may change others.
+   for( unsigned reviews = 0; !waiting().empty() || !leaving().empty(); ++reviews ) {
       if( kivMarkedForDeletion() ) {
-         return false;
+         return;
       }
       if( reviews && reviews % reviewsBetweenLooks == 0 && clock()->now() >= end ) {
          Hoba::traceYield( "VlanFeeder", reviews );
-         clock()->noLaterThan( clock()->now() );
-         return false;
+         return clock()->noLaterThan( clock()->now() );
       }
-      auto const intf = *waiting().first();
-      waitingDel( intf );
-      review( intf );
+      if( !waiting().empty() ) {
+         auto const intf = *waiting().first();
+         waitingDel( intf );
+         review( intf );
+      } else {
+         auto const vlan = *leaving().first();
+         leavingDel( vlan );
+         finish( vlan );
+      }
    }
-   return true;
 }
 
 void
@@ -499,6 +491,9 @@ VlanFeeder::publish( Pelt::IntfId intf, Hoba::IntfVlans const & vlans, bool anew
       if( auto const status = commonSmData()->vlanStatus( vlan ) ) {
          bool const carried = membership_->intf( intf ).tagging( vlan ) != Hoba::vlanNotCarried;
          carried ? status->intfIs( intf ) : status->intfDel( intf );
+         if( status->intf().empty() && !activeVlan().has( vlan ) ) {
+            leavingIs( vlan );
+         }
       }
    };
    auto const after = vlans.carried();

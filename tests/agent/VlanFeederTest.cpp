@@ -103,7 +103,7 @@ TEST_F( VlanFeederTest, inSlices ) {
                                      : void( config->vlanIs( VlanId( 1 ) ) );
       EXPECT_FALSE( vlans->waiting().empty() );
       other->memberIs( port );
-      other->activeIs( n % 3 != 0 );
+      other->activeIs( n % 3 != 2 );
       config->switchIntfIs( port )->switchportModeIs( Bridging::switchportModeTrunk );
       n % 5 ? lagInput->ethPhyIntfLagConfigDel( port ) : config->portDel( eth( n + 2 ) );
       if( n % 2 ) {
