@@ -126,10 +126,15 @@ class Observers {
    void found( Kiv::String const & line ) { findings_.push_back( line ); }
    std::vector< Kiv::String > const & findings() const { return findings_; }
    void forget() { findings_.clear(); }
+   // What happens now does so in the middle of something else: what of that the machines have done already
+   // is open.
+   bool inTheMiddle() const { return inTheMiddle_; }
+   void inTheMiddleIs( bool middle ) { inTheMiddle_ = middle; }
 
  private:
    std::vector< std::unique_ptr< Observer > > observers_;
    std::vector< Kiv::String > findings_;
+   bool inTheMiddle_ = false;
 };
 
 template< class O >

@@ -109,8 +109,10 @@ Run::upon( String const & path, Step const & step ) {
       // Once. What it changes itself is nobody's cue.
       if( upons_.erase( *id ) ) {
          switch_->unwatch( *id );
+         observers_->inTheMiddleIs( true );
          observers_->follow(); // what is under way came first
          input( step );
+         observers_->inTheMiddleIs( false );
       }
    } );
    upons_.insert( *id );

@@ -238,6 +238,10 @@ VlanFeeder::finish( VlanId vlan ) {
       return;
    }
    if( auto const status = commonSmData()->vlanStatus( vlan ) ) {
+      if( !status->intf().empty() ) {
+         // The chip would not let go of all who carry it: it goes with the last of them.
+         return leavingIs( vlan );
+      }
       status->activeIs( false );
    }
    if( !vlanConfig( vlan ) ) {

@@ -15,8 +15,8 @@ namespace HobaSim {
 template< class Key >
 class Inverse {
  public:
-   // entry( row's key, record ) says what a row is about and of which interface, as a pair. The answer
-   // holds until the table changes.
+   // entry( row's key, record ) says what a row is about and of which interface, as a pair; of the empty
+   // one for a row that does not count. The answer holds until the table changes.
    template< class Rows, class Entry >
    std::vector< Pelt::IntfId > const & find( Rows const & rows, Key const & key,
                                              Entry const & entry ) {
@@ -24,7 +24,9 @@ class Inverse {
          intfs_.clear();
          rows.each( [ & ]( auto const & rowKey, auto const & record ) {
             auto const [ about, intf ] = entry( rowKey, record );
-            intfs_.tryEmplace( about ).value->push_back( intf );
+            if( intf ) {
+               intfs_.tryEmplace( about ).value->push_back( intf );
+            }
          } );
          for( auto & [ about, intfs ] : intfs_ ) {
             std::sort( intfs.begin(), intfs.end() );

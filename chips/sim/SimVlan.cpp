@@ -99,8 +99,8 @@ VlanMember::parse( std::string_view text ) {
 
 std::vector< Pelt::IntfId > const &
 VlanUnit::carrying( VlanId vlan ) const {
-   return carrying_.find( member(), vlan, []( VlanMember const & row, Hoba::VlanTagging ) {
-      return std::pair( row.vlan(), row.intf() );
+   return carrying_.find( member(), vlan, []( VlanMember const & row, Hoba::VlanTagging how ) {
+      return std::pair( row.vlan(), how == Hoba::vlanNotCarried ? Pelt::IntfId() : row.intf() );
    } );
 }
 

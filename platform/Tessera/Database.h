@@ -57,8 +57,9 @@ class Database {
    //    field of a value      the other fields stay as they are
    //    entity, directory,    the object's names are written, each by these rules; what it does not
    //    children              name stays
-   // Entities on the way that are missing are made if their class is made from its key. All is
-   // checked before anything is written. Throws Error for unknown paths and attributes, values that
+   // Entities on the way that are missing are made if their class is made from its key; who watches
+   // sees them first as they are made, then what is written into them. All is checked before anything
+   // is written. Throws Error for unknown paths and attributes, values that
    // do not fit, and everything that is mounted as status.
    void set( std::string_view path, Kiv::Datum const & value );
    // The same for what has a printed form: numbers, booleans, strings, addresses, enumerations.

@@ -64,7 +64,8 @@ class StormTable {
       writes = swept = 0;
    }
    void sweep() {
-      swept = std::erase_if( rows, [ this ]( auto const & r ) { return !claimed_.contains( r.first ); } );
+      swept = std::erase_if( rows,
+                             [ this ]( auto const & r ) { return !claimed_.contains( r.first ); } );
    }
 
  private:

@@ -61,9 +61,9 @@ class StormControlObserver : public Observer {
 
    Kiv::Ptr< Config const > const config_;
    Kiv::Ptr< Feeders::Config const > const ports_;
-   TableFaults faults_{ { "/sim/chip/stormControl/limitTable", "/sim/chip/stormControl/bcastSkipTable",
-                          "/sim/chip/stormControl/trafficClassTable",
-                          "/sim/chip/stormControl/burstTimeTable" } };
+   TableFaults faults_{
+         { "/sim/chip/stormControl/limitTable", "/sim/chip/stormControl/bcastSkipTable",
+           "/sim/chip/stormControl/trafficClassTable", "/sim/chip/stormControl/burstTimeTable" } };
    Model model_;
    // Some writes may have been refused since the machines began: the model knows no more which.
    bool lost_ = false;
@@ -81,8 +81,8 @@ String const configPath = "/bridging/stormControl/config";
 String const chipPath = "/sim/chip/stormControl";
 
 constexpr std::string_view capabilities[] = {
-      "burst",     "uucastLevel", "allLevel",         "zeroRate",           "ppsMetering",
-      "bpsMetering", "dropCount", "chipStormControl", "dynamicLogicalPorts" };
+      "burst",       "uucastLevel", "allLevel",         "zeroRate",           "ppsMetering",
+      "bpsMetering", "dropCount",   "chipStormControl", "dynamicLogicalPorts" };
 
 // The component of a path at that place: 0 for the first.
 String
@@ -158,7 +158,8 @@ void
 StormControlObserver::prepare( Draw & draw, Steps & steps ) {
    for( auto const capability : capabilities ) {
       bool const can = draw.chance( capability == "dropCount" ? 90 : 60 );
-      steps.push_back( "set " + chipPath + '/' + String( capability ) + ( can ? " true" : " false" ) );
+      steps.push_back( "set " + chipPath + '/' + String( capability ) +
+                       ( can ? " true" : " false" ) );
    }
    auto const classes = draw.oneOf( { "0", "3", "8" } );
    steps.push_back( "set " + chipPath + "/trafficClasses " + classes );
@@ -275,7 +276,8 @@ void
 StormControlObserver::proposeFault( Draw & draw, Steps & steps ) const {
    faults_.propose( draw, steps );
    auto const & path = steps.back()[ 1 ];
-   if( path == chipPath + "/limitTable/capacity" || path == chipPath + "/bcastSkipTable/capacity" ) {
+   if( path == chipPath + "/limitTable/capacity" ||
+       path == chipPath + "/bcastSkipTable/capacity" ) {
       steps.pop_back();
    }
 }
@@ -299,8 +301,8 @@ StormControlObserver::judge( Step const & step ) const {
    }
    if( step.begins( "sim forget" ) || step.begins( "sim drop" ) ) {
       auto const port = IntfId( step[ 2 ] );
-      bool const isPort = Pelt::EthIntfId::isEthIntfId( port ) &&
-                          ports_->portHas( Pelt::EthIntfId( port ) );
+      bool const isPort =
+            Pelt::EthIntfId::isEthIntfId( port ) && ports_->portHas( Pelt::EthIntfId( port ) );
       bool const isTraffic =
             step[ 3 ] == "broadcast" || step[ 3 ] == "multicast" || step[ 3 ] == "uucast";
       return isPort && ( step[ 1 ] == "forget" || ( isTraffic && step[ 6 ] != "0" ) ) ? accepts
@@ -316,10 +318,11 @@ Observer::Verdict
 StormControlObserver::judgeConfig( Step const & step ) const {
    auto const collection = component( step[ 1 ], 3 ), key = component( step[ 1 ], 4 );
    if( step[ 0 ] == "del" ) {
-      bool const is = collection == "intfConfig" ? config_->intfConfigHas( IntfId( key ) )
-                      : collection == "burstConfig"
-                            ? config_->burstConfigHas( key )
-                            : config_->aggregateTcConfigHas( Kiv::fromText< std::uint16_t >( key ) );
+      bool const is =
+            collection == "intfConfig" ? config_->intfConfigHas( IntfId( key ) )
+            : collection == "burstConfig"
+                  ? config_->burstConfigHas( key )
+                  : config_->aggregateTcConfigHas( Kiv::fromText< std::uint16_t >( key ) );
       return is ? accepts : refuses;
    }
    // The chip gets no more traffic classes.
@@ -439,16 +442,17 @@ StormControlObserver::chip() const {
    auto const can = [ this ]( char const * what ) {
       return textAt( chipPath + '/' + what ) == "true";
    };
-   return { can( "burst" ),       can( "uucastLevel" ), can( "allLevel" ),
-            can( "zeroRate" ),    can( "ppsMetering" ), can( "bpsMetering" ),
-            can( "dropCount" ),   can( "chipStormControl" ), can( "dynamicLogicalPorts" ) };
+   return { can( "burst" ),     can( "uucastLevel" ),      can( "allLevel" ),
+            can( "zeroRate" ),  can( "ppsMetering" ),      can( "bpsMetering" ),
+            can( "dropCount" ), can( "chipStormControl" ), can( "dynamicLogicalPorts" ) };
 }
 
 void
 StormControlObserver::follow() {
    if( simulated().isRunning() ) {
       model_.inputsAre( inputs() );
-      std::erase_if( read_, [ this ]( auto const & r ) { return !config_->intfConfigHas( r.first ); } );
+      std::erase_if( read_,
+                     [ this ]( auto const & r ) { return !config_->intfConfigHas( r.first ); } );
       if( period_ != config_->period().value() ) {
          armReading();
       }
@@ -465,7 +469,8 @@ StormControlObserver::began( HobaAgent::RestartKind kind ) {
    hasBegun_ = true;
    model_.begin( chip(), inputs() );
    // When a step failed on the way, nothing was swept.
-   lost_ = faults_.any() || std::exchange( failuresSeen_, Kiv::Dispatch::failures ) != failuresSeen_;
+   lost_ =
+         faults_.any() || std::exchange( failuresSeen_, Kiv::Dispatch::failures ) != failuresSeen_;
    armReading();
 }
 
@@ -591,7 +596,8 @@ class Verification {
       auto const & inputs = model_.inputs();
       String const nobodys = ", which nobody configured";
       String mismatches;
-      add( mismatches, rulesNeeded && !model_.rule.has( "trafficClasses" ) ? "the rules are missing" : "" );
+      add( mismatches,
+           rulesNeeded && !model_.rule.has( "trafficClasses" ) ? "the rules are missing" : "" );
       for( auto const & [ key, limit ] : model_.limit.rows ) {
          if( limit.limited && !inputs.intfs.contains( limit.parent ) ) {
             add( mismatches, toText( key.intf ) + ' ' + String( Model::levelNames[ key.level ] ) +
@@ -599,12 +605,14 @@ class Verification {
          }
       }
       for( auto const & [ intf, skips ] : model_.bcastSkip.rows ) {
-         add( mismatches, inputs.intfs.contains( intf ) ? "" : toText( intf ) + ": a skip rule" + nobodys );
+         add( mismatches,
+              inputs.intfs.contains( intf ) ? "" : toText( intf ) + ": a skip rule" + nobodys );
       }
       for( auto const & [ number, threshold ] : model_.trafficClass.rows ) {
-         add( mismatches, inputs.trafficClasses.contains( number )
-                                ? ""
-                                : "traffic class " + toText( number ) + ": " + toText( threshold ) + nobodys );
+         add( mismatches,
+              inputs.trafficClasses.contains( number )
+                    ? ""
+                    : "traffic class " + toText( number ) + ": " + toText( threshold ) + nobodys );
       }
       return mismatches;
    }
@@ -671,9 +679,13 @@ Model
 StormControlObserver::seen() const {
    auto model = model_;
    if( lost_ ) {
-      auto const table = [ this ]( char const * name ) { return simulated().get( chipPath + name ); };
+      auto const table = [ this ]( char const * name ) {
+         return simulated().get( chipPath + name );
+      };
       auto const same = []( String const & key ) { return key; };
-      auto const number = []( String const & key ) { return Kiv::fromText< std::uint16_t >( key ); };
+      auto const number = []( String const & key ) {
+         return Kiv::fromText< std::uint16_t >( key );
+      };
       auto const intf = []( String const & key ) { return IntfId( key ); };
       readTable( table( "/limit" ), model.limit, levelKey );
       readTable( table( "/bcastSkip" ), model.bcastSkip, intf );
@@ -699,7 +711,8 @@ StormControlObserver::verifyItems( Items & items ) const {
          }
       } else if( inputs.ports.contains( intf ) ) {
          auto const parent = model.governs( intf );
-         add( name, parent ? verification.limited( intf, parent ) : verification.unlimited( intf ) );
+         add( name,
+              parent ? verification.limited( intf, parent ) : verification.unlimited( intf ) );
       }
    }
    // A port that nobody asked for is named when something is wrong with it.

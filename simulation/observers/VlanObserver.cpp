@@ -49,6 +49,12 @@ verdict( bool accepted ) {
 }
 
 String
+rowOf( Rows const & rows, String const & key ) {
+   auto const found = rows.find( key );
+   return found == rows.end() ? "" : found->second;
+}
+
+String
 memberKey( VlanId vlan, IntfId intf ) {
    return toText( vlan ) + '@' + toText( intf );
 }
@@ -87,10 +93,16 @@ VlanObserver::prepare( Draw & draw, Steps & steps ) {
 void
 VlanObserver::propose( Draw & draw, Steps & steps ) {
    auto const kind = draw.below( 30 );
+   auto const vlan = vlanPath + draw.vlan();
    if( kind < 24 ) {
       proposeConfig( draw, steps );
-   } else if( kind < 26 ) {
+   } else if( kind < 25 ) {
       faults_.propose( draw, steps );
+   } else if( kind < 26 ) {
+      // Gone and back before anybody tries again what was refused.
+      steps.push_back( "set /sim/chip/vlan/memberTable/fault/busy/next 2" );
+      steps.push_back( "del " + vlan );
+      steps.push_back( "set " + vlan + "/active true" );
    } else if( kind < 29 ) {
       proposeSpoiling( draw, steps );
    } else {
@@ -118,7 +130,7 @@ VlanObserver::proposeConfig( Draw & draw, Steps & steps ) const {
    auto const native = draw.chance( 15 ) ? "0" : draw.vlan();
    auto const mode = draw.oneOf( { "Trunk", "Trunk", "Trunk", "Access", "Access", "Routed" } );
    auto const active = draw.chance( 80 ) ? " true" : " false";
-   auto const kind = draw.below( 24 );
+   auto const kind = draw.below( 23 );
    if( kind < 4 ) {
       steps.push_back( "set " + vlan + "/active" + active );
    } else if( kind < 6 ) {
@@ -131,12 +143,8 @@ VlanObserver::proposeConfig( Draw & draw, Steps & steps ) const {
       steps.push_back( "set " + switchIntfPath + intf + "/switchportMode switchportMode" + mode );
    } else if( kind < 22 ) {
       steps.push_back( "set " + switchIntfPath + intf + "/nativeVlan " + native );
-   } else if( kind < 23 ) {
-      steps.push_back( "del " + switchIntfPath + intf );
    } else {
-      // In one go: the VLAN is gone and back before anybody tries again what was refused.
-      steps.push_back( "del " + vlan );
-      steps.push_back( "set " + vlan + "/member/" + intf + " true" );
+      steps.push_back( "del " + switchIntfPath + intf );
    }
 }
 
@@ -260,7 +268,7 @@ VlanObserver::heard( Step const & step, Kiv::Datum const & ) {
    if( step.isAt( "/feeders/config/vlan" ) && step[ 0 ] == "set" && simulated().isRunning() ) {
       auto active = activeVlans();
       auto const vlan = VlanId::parse( behind( vlanPath, step ).front() );
-      if( !vlans_.has( vlan ) && active.insert( vlan ) ) {
+      if( config_->vlanHas( vlan ) && !vlans_.has( vlan ) && active.insert( vlan ) ) {
          bringTo( wantedTables( active ) );
       }
    }
@@ -352,25 +360,28 @@ VlanObserver::wantedTables( Bridging::VlanSet const & active ) const {
 // that was spoilt stays so.
 void
 VlanObserver::bringTo( Tables wanted ) {
+   // What was spoilt before is written over by what the machines do in the middle of something, or not.
+   needsRestart_ = needsRestart_ || ( observers().inTheMiddle() && held_ != wanted_ );
    for( auto const * const table : chipTables ) {
       auto const & before = wanted_[ table ];
       auto const & after = wanted[ table ];
       auto & held = held_[ table ];
       for( auto const & [ key, row ] : before ) {
          if( !after.contains( key ) ) {
-            held.erase( key );
+            writes_[ table ] += held.erase( key );
          }
       }
       for( auto const & [ key, row ] : after ) {
          if( auto const was = before.find( key ); was == before.end() || was->second != row ) {
-            held[ key ] = row;
+            writes_[ table ] += std::exchange( held[ key ], row ) != row ? 1 : 0;
          }
       }
    }
    wanted_ = std::move( wanted );
-   // What is refused or late is written at another time, and over what was spoilt meanwhile, or not.
+   // What is refused or late is written at another time.
    wasFaulty_ = wasFaulty_ || faults_.any();
    needsRestart_ = needsRestart_ || ( wasFaulty_ && held_ != wanted_ );
+   countsAreOpen_ = countsAreOpen_ || wasFaulty_ || observers().inTheMiddle();
 }
 
 void
@@ -384,20 +395,32 @@ VlanObserver::follow() {
    }
 }
 
-// Every row that is wanted is asked for, and all others go.
+// Every row that is wanted is asked for, and all others go. All are gone when the chip has forgotten
+// them.
 void
-VlanObserver::began( HobaAgent::RestartKind ) {
+VlanObserver::began( HobaAgent::RestartKind kind ) {
+   if( std::exchange( hasBegun_, true ) && kind == HobaAgent::cold ) {
+      held_.clear();
+   }
+   // Nothing is swept if the step of any machine fails.
+   for( auto const & each : observers().all() ) {
+      countsAreOpen_ = countsAreOpen_ || each->hasFaults();
+   }
    auto wanted = wantedTables( activeVlans() );
    restartWrites_ = restartSwept_ = 0;
    for( auto const * const table : chipTables ) {
-      auto & held = held_[ table ];
+      auto const & held = held_[ table ];
+      std::uint64_t differ = 0, surplus = 0;
       for( auto const & [ key, row ] : wanted[ table ] ) {
-         auto const found = held.find( key );
-         restartWrites_ += found == held.end() || found->second != row ? 1 : 0;
+         differ += rowOf( held, key ) != row ? 1 : 0;
       }
       for( auto const & [ key, row ] : held ) {
-         restartSwept_ += wanted[ table ].contains( key ) ? 0 : 1;
+         surplus += wanted[ table ].contains( key ) ? 0 : 1;
       }
+      writes_[ table ] += differ;
+      swept_[ table ] += surplus;
+      restartWrites_ += differ;
+      restartSwept_ += surplus;
    }
    held_ = wanted_ = std::move( wanted );
 }
@@ -410,6 +433,7 @@ VlanObserver::check() {
       expectRows( chipPath + table, held_[ table ] );
    }
    checkPublished();
+   checkCounts();
    auto const active = toText( activeVlans() );
    expectText( feederPath + "chipVlan", active );
    expectText( feederPath + "activeVlan", active );
@@ -417,6 +441,23 @@ VlanObserver::check() {
         { "tpid", "waiting", "leaving", "refusedVlan", "refusedIntf" } ) {
       expectRows( feederPath + collection, {} );
    }
+}
+
+// What stays wanted is neither withdrawn nor written again.
+void
+VlanObserver::checkCounts() {
+   for( auto const * const table : chipTables ) {
+      auto const counted = [ & ]( char const * name, std::uint64_t & count ) {
+         auto const path = chipPath + table + "Table/" + name;
+         auto const is = Kiv::fromText< std::uint64_t >( textAt( path ) );
+         if( auto const must = std::exchange( count, is ); must != is && !countsAreOpen_ ) {
+            found( path + ": is " + toText( is ) + ", and must be " + toText( must ) );
+         }
+      };
+      counted( "writes", writes_[ table ] );
+      counted( "swept", swept_[ table ] );
+   }
+   countsAreOpen_ = false;
 }
 
 void
@@ -459,12 +500,6 @@ differenceOf( char const * what, String const & key, String const & expected,
    return expected == found ? ""
                             : what + ( ' ' + key ) + ": " + orNothing( expected ) + " expected, " +
                                     orNothing( found ) + " found";
-}
-
-String
-rowOf( Rows const & rows, String const & key ) {
-   auto const found = rows.find( key );
-   return found == rows.end() ? "" : found->second;
 }
 
 } // namespace

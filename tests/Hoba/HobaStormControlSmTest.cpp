@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Storm control: which calls a change makes, and in which order; when counters are read; what
-// verification finds. What the chip and the status hold in the end, whatever changed, is checked in
-// StormControlSimulationTest.cpp.
+// verification finds. What the chip and the status hold in the end, whatever an operator does, the
+// simulation of the whole switch sees; what else may happen, StormControlStandingTest.cpp.
 
 #include "StormControlTest.h"
 

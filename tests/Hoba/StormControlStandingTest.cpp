@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Storm control when something goes wrong meanwhile: watchers that remove who was called, and
-// hardware that refuses.
+// Storm control when something goes wrong meanwhile: watchers that remove who was called, hardware
+// that refuses, and other agents that do things in another order than ours.
 
 #include "StormControlTest.h"
 
@@ -189,6 +189,133 @@ TEST_F( StormControlStandingTest, oneRefusedCallIsMadeUpForOrFound ) {
                << one.outcome() << one.freshOutcome() << testing::PrintToString( found )
                << "is what was found";
       }
+   }
+}
+
+// ---- What the simulation of the whole switch does not come past
+
+struct Deed {
+   char const * what;
+   Act act;
+};
+Deed const deeds[] = {
+      { "joins, the LAG first",
+        []( auto & one ) { list( one ), one.data->portToLagIs( et1, po1 ); } },
+      { "joins by half", []( auto & one ) { one.data->portToLagIs( et1, po1 ); } },
+      { "is listed only", list },
+      { "joins", join },
+      { "leaves, the LAG first",
+        []( auto & one ) { unlist( one ), one.data->portToLagDel( et1 ); } },
+      { "leaves", leave },
+      { "goes to another LAG",
+        []( auto & one ) { one.memberIs( et1, Pelt::IntfId( "Port-Channel2" ) ); } },
+      { "has another configuration", configure },
+      { "is not configured", unconfigure },
+      { "LAG is not configured", unconfigureLag },
+      { "is unplugged", unplug },
+      { "is plugged", plug },
+      { "is told again",
+        []( auto & one ) { one.data->intfHas( et1 ) ? one.data->intfIs( et1, false ) : void(); } },
+      { "loses its status for a while",
+        []( auto & one ) {
+           one.dir->ethPhyIntfStatusDel( et1 );
+           one.activeIs( et1, true );
+           one.speedIs( et1, speed1Gbps );
+        } },
+      { "has another status",
+        []( auto & one ) {
+           auto const status = Kiv::make< Interface::EthPhyIntfStatus >( et1 );
+           status->speedIs( speed1Gbps );
+           status->activeIs( true );
+           one.dir->ethPhyIntfStatusIs( et1, status );
+        } },
+      { "inactive", inactive },
+      { "active", active },
+      { "all", limitAll },
+      { "is programmed again", []( auto & one ) { one.sm->enable( et1 ); } },
+      { "traffic class and burst are others",
+        []( auto & one ) {
+           auto const trafficClass = Kiv::make< AggregateTcConfig >( std::uint16_t( 1 ) );
+           trafficClass->levelIs( percent( 300 ) );
+           one.config->aggregateTcConfigIs( 1, trafficClass );
+           auto const burst = Kiv::make< BurstConfig >( "b" );
+           burst->burstTimeIs( 42 );
+           one.config->burstConfigIs( "b", burst );
+        } },
+      { "the machine pauses",
+        []( auto & one ) {
+           one.sm->initializedIs( false );
+           one.config->intfConfigDel( et1 );
+           one.levelIs( po1, mc, percent( 400 ) );
+           one.sm->initializedIs( true );
+           one.chip->sweep();
+        } },
+};
+
+// Any two of them: all is as a fresh machine makes it.
+TEST_F( StormControlStandingTest, historyLeavesNoTrace ) {
+   for( auto const & first : deeds ) {
+      for( auto const & second : deeds ) {
+         StormWorld one;
+         one.unit().dynamicLogicalPortsIs( ( &first - deeds ) % 2 );
+         startWithLevels( one );
+         for( auto const * deed : { &first, &second } ) {
+            deed->act( one );
+            ASSERT_EQ( one.outcome(), one.freshOutcome() )
+                  << first.what << ", " << second.what << ": after " << deed->what;
+         }
+      }
+   }
+}
+
+// What people read of it.
+TEST_F( StormControlStandingTest, traceTexts ) {
+   Traces traces( "HobaStormControlSm" );
+   StormWorld one;
+   one.status->intfStatusIs( et3 );
+   one.config->intfConfigIs( Pelt::IntfId( "Ethernet4" ) );
+   startWithLevels( one );
+   auto constexpr verify = []( StormWorld & world ) { world.mismatches(); };
+   for( Act const act : std::vector< Act >{ verify, inactive, join, verify, unconfigureLag, verify,
+                                            leave, unconfigure, join, leave, configure } ) {
+      act( one );
+   }
+   join( one );
+   one.levelIs( po1, bc, percent( 300 ) );
+   leave( one );
+   one.config->burstConfigIs( "b" )->burstTimeIs( 42 );
+   one.unit().dynamicLogicalPortsIs( true );
+   active( one );
+   inactive( one );
+   driver.advance( 6 );
+   auto const messages = traces.take();
+   for( std::string const text :
+        { "Removing orphaned status for Ethernet3",
+          "Creating status for Ethernet1",
+          "Deleting status for Ethernet1",
+          "No status found, returning....",
+          "Setting Ethernet1 broadcast level threshold to "
+          "Value('Bridging::StormControl::Threshold', "
+          "** {'mode': meteringPercent, 'level': 100, 'rate': 0, 'unit': unitPercent})",
+          "Platform doesn't support DLP, returning....",
+          "Ethernet1: Interface has become active, reprogram storm control",
+          "Ethernet1: Interface has become inactive, clear storm control",
+          "Interface doesn't exists in platform, skip initializing the sm",
+          "Port-Channel1 updated. Reapplying config",
+          "Port-Channel1 removed. Disabling reactor",
+          "Disabling storm control on Ethernet1 because it is part of a lag, and lag config takes "
+          "precedence",
+          "Applying config to Ethernet1 because it left a lag",
+          "Port-Channel1 config exists, reapplying config",
+          "Updating levels for lag Port-Channel1",
+          "Port-Channel1 is a LAG, verify individual interfaces",
+          "Ethernet1: Verify storm-control config matches the LAG's config and not the individual "
+          "config",
+          "Ethernet1: There is no LAG storm-control config, make sure storm-control is disabled",
+          "Ethernet1 is not part of a LAG, verify its individual config",
+          "Ethernet1 uucastDrop: 0 broadcastDrop: 0 multicastDrop: 0 allDrop: 0",
+          "b burstTime: 42" } ) {
+      EXPECT_NE( std::ranges::find( messages, text ), messages.end() ) << text;
    }
 }
 
