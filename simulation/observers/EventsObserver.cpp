@@ -81,7 +81,7 @@ EventsObserver::propose( Draw & draw, Steps & steps ) {
 
 Steps
 EventsObserver::heal() {
-   return isHeld_ ? Steps{ "sim event release" } : Steps{};
+   return isHeld_ && simulated().isRunning() ? Steps{ "sim event release" } : Steps{};
 }
 
 Observer::Verdict
