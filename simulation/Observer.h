@@ -51,7 +51,8 @@ class Observer {
    virtual void prepare( Draw &, Steps & ) {}
    // The next thing to happen, at the end of the steps; several that belong together, now and then.
    virtual void propose( Draw &, Steps & ) {}
-   // What must be done before things can become quiet: faults that go on end.
+   // What must be done before things can become quiet: faults that go on end. A restart among the steps
+   // comes when all faults have ended and things have settled.
    virtual Steps heal() { return {}; }
    // Whether the chip may refuse what it is told, or was spoilt: steps of machines may fail then, and only
    // then.
@@ -81,8 +82,9 @@ class Observer {
    // rows were swept: asked after began().
    virtual std::uint64_t restartWrites() const { return 0; }
    virtual std::uint64_t restartSwept() const { return 0; }
-   // Faults have ended and nothing happens any more, but the machines began under faults, in which case
-   // nothing is swept: they are about to be made anew. Compares what must be all the same.
+   // Faults have ended and nothing happens any more, but the machines are about to be made anew: they
+   // began under faults, in which case nothing is swept, or do not all try again what was refused.
+   // Compares what must be all the same.
    virtual void settled() {}
    // Things are quiet: compares what is with what must be.
    virtual void check() = 0;

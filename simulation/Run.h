@@ -51,6 +51,7 @@ class Run {
    void passTime( Kiv::Seconds end );
    bool advance( Kiv::Seconds time );
    void settle();
+   void heal();
    void quiet();
    bool hasFaults();
    void found( Kiv::String const & what );

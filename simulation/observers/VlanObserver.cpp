@@ -103,6 +103,8 @@ VlanObserver::propose( Draw & draw, Steps & steps ) {
       steps.push_back( "set /sim/chip/vlan/memberTable/fault/busy/next 2" );
       steps.push_back( "del " + vlan );
       steps.push_back( "set " + vlan + "/active true" );
+   } else if( kind < 27 ) {
+      proposeChangeOfMind( draw, steps );
    } else if( kind < 29 ) {
       proposeSpoiling( draw, steps );
    } else {
@@ -148,6 +150,26 @@ VlanObserver::proposeConfig( Draw & draw, Steps & steps ) const {
    }
 }
 
+// Of a trunk: the chip refuses to change its rows, the machines begin anew, and something else is wanted.
+void
+VlanObserver::proposeChangeOfMind( Draw & draw, Steps & steps ) const {
+   auto const intf = draw.intf();
+   auto const config = "set " + switchIntfPath + intf;
+   auto const first = draw.vlan();
+   auto const second = draw.vlan();
+   for( auto const & vlan : { first, second } ) {
+      steps.push_back( "set " + vlanPath + vlan + "/member/" + intf + " true" );
+   }
+   steps.push_back( config + "/switchportMode switchportModeTrunk" );
+   steps.push_back( config + "/nativeVlan " + first );
+   auto const refusals = std::to_string( 2 + draw.below( 6 ) );
+   steps.push_back( "set /sim/chip/vlan/memberTable/fault/busy/next " + refusals );
+   steps.push_back( config + "/nativeVlan " + second );
+   steps.push_back( "sim restart hitless" );
+   steps.push_back( draw.chance( 50 ) ? config + "/switchportMode switchportModeAccess"
+                                      : "del " + vlanPath + first + "/member/" + intf );
+}
+
 // In a table that has room: whether there is any depends on what is on its way to it.
 void
 VlanObserver::proposeSpoiling( Draw & draw, Steps & steps ) const {
@@ -176,7 +198,8 @@ VlanObserver::heal() {
    if( needsRestart_ ) {
       steps.push_back( "sim restart hitless" );
    }
-   wasFaulty_ = needsRestart_ = false;
+   isUnsure_ = std::exchange( needsRestart_, false );
+   wasFaulty_ = false;
    return steps;
 }
 
@@ -432,15 +455,14 @@ VlanObserver::began( HobaAgent::RestartKind kind ) {
 
 void
 VlanObserver::settled() {
-   if( !simulated().isRunning() || needsRestart_ || held_ != wanted_ ) {
+   if( !simulated().isRunning() || isUnsure_ || held_ != wanted_ ) {
       return; // spoilt, too
    }
    for( auto const * const table : chipTables ) {
       auto is = rowsAt( chipPath + table );
       // What a former agent left and this one never asked for is swept by the next.
-      std::erase_if( is, [ & ]( auto const & row ) {
-         return !asked_[ table ].contains( row.first );
-      } );
+      std::erase_if( is,
+                     [ & ]( auto const & row ) { return !asked_[ table ].contains( row.first ); } );
       if( is != wanted_[ table ] ) {
          for( auto const & [ key, row ] : is ) {
             if( !wanted_[ table ].contains( key ) ) {

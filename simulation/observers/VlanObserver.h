@@ -52,6 +52,7 @@ class VlanObserver : public Observer {
    using Tables = std::map< Kiv::String, Rows >;
 
    void proposeConfig( Draw & draw, Steps & steps ) const;
+   void proposeChangeOfMind( Draw & draw, Steps & steps ) const;
    void proposeSpoiling( Draw & draw, Steps & steps ) const;
    Verdict judgeVlan( Step const & step ) const;
    Verdict judgeSwitchIntf( Step const & step ) const;
@@ -95,6 +96,7 @@ class VlanObserver : public Observer {
    // is nobody's promise then, and a restart brings it in line.
    bool wasFaulty_ = false;
    bool needsRestart_ = false;
+   bool isUnsure_ = false; // so it was when faults ended last
    std::uint64_t restartWrites_ = 0, restartSwept_ = 0;
    // What the last pass found, and whether changes were on their way then.
    Kiv::String mismatch_;
