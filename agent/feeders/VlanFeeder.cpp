@@ -133,7 +133,7 @@ VlanFeeder::handleHelper() {
    for( auto const & vlan : Kiv::keysOf( vlanConfig() ) ) {
       updateList( vlan );
       commonSmData()->vlanStatusIs( vlan );
-      if( auto const * asked = vlanAsked( vlan ); asked && asked->active() ) {
+      if( isWanted( vlan ) ) {
          activate( vlan );
       }
    }
@@ -169,6 +169,12 @@ VlanConfig const *
 VlanFeeder::vlanAsked( VlanId vlan ) const {
    auto const * reactor = vlanConfig( vlan );
    return reactor ? reactor->notifier() : nullptr;
+}
+
+bool
+VlanFeeder::isWanted( VlanId vlan ) const {
+   auto const * asked = vlanAsked( vlan );
+   return asked && asked->active();
 }
 
 void
@@ -234,7 +240,8 @@ VlanFeeder::activate( VlanId vlan ) {
 
 void
 VlanFeeder::finish( VlanId vlan ) {
-   if( activeVlan().has( vlan ) ) {
+   // One that is wanted stays: the chip may have refused it, and is asked again.
+   if( isWanted( vlan ) || activeVlan().has( vlan ) ) {
       return;
    }
    if( auto const status = commonSmData()->vlanStatus( vlan ) ) {
@@ -246,8 +253,8 @@ VlanFeeder::finish( VlanId vlan ) {
    if( !vlanConfig( vlan ) ) {
       commonSmData()->vlanStatusDel( vlan );
    }
-   // Whoever heard of that may have made it active again.
-   if( activeVlan().has( vlan ) || ( !chipVlan().has( vlan ) && !refusedVlanHas( vlan ) ) ) {
+   // Whoever heard of that may want it again.
+   if( isWanted( vlan ) || ( !chipVlan().has( vlan ) && !refusedVlanHas( vlan ) ) ) {
       return;
    }
    Kiv::String refusal;
@@ -269,17 +276,16 @@ VlanFeeder::handleVlan( VlanId const & changedVlan ) {
    }
    // What is asked for now, whatever came of that.
    auto intfs = updateList( vlan );
-   auto const * asked = vlanAsked( vlan );
-   bool const isWanted = asked && asked->active();
+   bool const isNowWanted = isWanted( vlan );
    bool const wasActive = activeVlan().has( vlan );
-   ZTRACE( 3, "VLAN ", vlan, isWanted ? " is wanted" : " is not wanted" );
-   if( !isWanted ) {
+   ZTRACE( 3, "VLAN ", vlan, isNowWanted ? " is wanted" : " is not wanted" );
+   if( !isNowWanted ) {
       auto vlans = activeVlan();
       vlans.erase( vlan );
       activeVlanIs( vlans );
       leavingIs( vlan );
    }
-   if( isWanted ? !wasActive && activate( vlan ) : wasActive ) {
+   if( isNowWanted ? !wasActive && activate( vlan ) : wasActive ) {
       append( intfs, listed_, vlan );
       append( intfs, accessPorts_, vlan );
    }

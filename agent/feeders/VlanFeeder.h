@@ -78,6 +78,7 @@ class VlanFeeder : public Hoba::HobaBaseSm {
    void handleTime();
 
    VlanConfig const * vlanAsked( Bridging::VlanId vlan ) const;
+   bool isWanted( Bridging::VlanId vlan ) const;
    void listIs( Bridging::VlanId vlan, Pelt::IntfId intf, bool listed );
    // The list is as configured, if the VLAN is at all. Returns which interfaces that changes.
    Intfs updateList( Bridging::VlanId vlan );
