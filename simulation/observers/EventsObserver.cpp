@@ -84,6 +84,14 @@ EventsObserver::heal() {
    return isHeld_ && simulated().isRunning() ? Steps{ "sim event release" } : Steps{};
 }
 
+// What machines that begin find in the queue, and what the chip reports to them, the model applies when
+// they have begun.
+bool
+EventsObserver::canBeInterrupted() const {
+   return isThere_ || textAt( "/hoba/machines/events/apiRunning" ) != "true" ||
+          rowsAt( "/hoba/events/queue/event" ).empty();
+}
+
 Observer::Verdict
 EventsObserver::judge( Step const & step ) const {
    auto const answer = []( bool isGood ) { return isGood ? accepts : refuses; };
