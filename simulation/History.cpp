@@ -48,8 +48,6 @@ makeUpon( Draw & draw, Step & step ) {
          draw.oneOf( { "/interface/status", "/hoba/common/intf", "/hoba/common/portToLag",
                        "/hoba/common/lagToPort", "/hoba/common/lagToPortConfig" } );
    auto const ofVlans = draw.oneOf( { "/hoba/common/vlanStatus", "/hoba/portVlanMembership" } );
-   auto const ofStorms =
-         draw.oneOf( { "/bridging/stormControl/status", "/hoba/machines/stormControl/held" } );
    bool const isNear = draw.chance( 60 );
    auto const upon = [ & ]( String const & near ) {
       step = "upon " + ( isNear ? near : any ) + ' ' + step.text();
@@ -59,7 +57,7 @@ makeUpon( Draw & draw, Step & step ) {
    } else if( step.isAt( "/feeders/config/nonAgingClient" ) ) {
       upon( "/hoba/nonAging/status" );
    } else if( step.isAt( "/bridging/stormControl/config" ) ) {
-      upon( ofStorms );
+      upon( "/bridging/stormControl/status" );
    }
 }
 
