@@ -199,11 +199,12 @@ StormControlSm::program( LimitedIntf const & intf, std::span< LevelType const > 
       supported = supported || asked.program || asked.refused();
       for( auto const & port : intf.ports ) {
          if( auto const decision = wanted( intf, levelType, port ); decision.program ) {
+            bool const heard = kivWatched(); // also by one who then leaves
             setHwRate( levelType, port, intf.intf, decision.threshold );
             auto const now = [ & ] {
                return intf.config ? look( intf.intf ) : look( intf.intf, nullptr );
             };
-            if( kivWatched() && now() != intf ) {
+            if( heard && now() != intf ) {
                // Whoever heard of it has changed what is wanted.
                return intf.config ? enable( intf.intf ) : disable( intf.intf );
             }

@@ -40,18 +40,24 @@ struct Manner {
    unsigned waits, restarts, quiets, upons, troubles; // percent
 };
 
-// What is configured is configured in the middle of something else. Not ports and LAGs: the order in which
-// members join would hang on who of them is half on its way.
+// What is configured is configured in the middle of something else: mostly of what the same feature does.
+// Not ports and LAGs: the order in which members join would hang on who of them is half on its way.
 void
 makeUpon( Draw & draw, Step & step ) {
-   auto const path = draw.oneOf(
-         { "/interface/status", "/hoba/common/intf", "/hoba/common/portToLag",
-           "/hoba/common/lagToPort", "/hoba/common/lagToPortConfig", "/hoba/common/vlanStatus",
-           "/hoba/portVlanMembership", "/hoba/nonAging/status", "/bridging/stormControl/status" } );
-   if( step.isAt( "/feeders/config/vlan" ) || step.isAt( "/feeders/config/switchIntf" ) ||
-       step.isAt( "/feeders/config/nonAgingClient" ) ||
-       step.isAt( "/bridging/stormControl/config" ) ) {
-      step = "upon " + path + ' ' + step.text();
+   auto const any =
+         draw.oneOf( { "/interface/status", "/hoba/common/intf", "/hoba/common/portToLag",
+                       "/hoba/common/lagToPort", "/hoba/common/lagToPortConfig" } );
+   auto const ofVlans = draw.oneOf( { "/hoba/common/vlanStatus", "/hoba/portVlanMembership" } );
+   bool const isNear = draw.chance( 60 );
+   auto const upon = [ & ]( String const & near ) {
+      step = "upon " + ( isNear ? near : any ) + ' ' + step.text();
+   };
+   if( step.isAt( "/feeders/config/vlan" ) || step.isAt( "/feeders/config/switchIntf" ) ) {
+      upon( ofVlans );
+   } else if( step.isAt( "/feeders/config/nonAgingClient" ) ) {
+      upon( "/hoba/nonAging/status" );
+   } else if( step.isAt( "/bridging/stormControl/config" ) ) {
+      upon( "/bridging/stormControl/status" );
    }
 }
 

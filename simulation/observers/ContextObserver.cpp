@@ -195,7 +195,11 @@ class ContextObserver : public Observer {
       std::set< String > mayRefuse;
    };
 
-   void hearFailures() { failuresSeen_ = Kiv::Dispatch::failures; }
+   void hearFailures() {
+      if( !observers().inTheMiddle() ) { // of a start, say
+         failuresSeen_ = Kiv::Dispatch::failures;
+      }
+   }
    void hearProperty( String const & table, String const & property, String const & text );
    void checkTable( std::string_view path, bool isTold );
    void checkFaults( String const & path, Datum const & faults, Properties const & properties );

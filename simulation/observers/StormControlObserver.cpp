@@ -45,6 +45,7 @@ class StormControlObserver : public Observer {
 
    void proposeLevel( Draw & draw, Steps & steps ) const;
    void proposeSpoiling( Draw & draw, Steps & steps ) const;
+   void proposeChangeOfMind( Draw & draw, Steps & steps ) const;
    void proposeFault( Draw & draw, Steps & steps ) const;
    Verdict judgeConfig( Step const & step ) const;
    Verdict judgeSpoiling( Step const & step ) const;
@@ -225,8 +226,10 @@ StormControlObserver::propose( Draw & draw, Steps & steps ) {
       steps.push_back( "sim drop " + port + ' ' + traffic + ' ' + packets + more );
    } else if( kind < 36 ) {
       proposeSpoiling( draw, steps );
-   } else if( kind < 38 ) {
+   } else if( kind < 37 ) {
       proposeFault( draw, steps );
+   } else if( kind < 38 ) {
+      proposeChangeOfMind( draw, steps );
    } else {
       steps.push_back( draw.oneOf(
             { "set /bridging/stormControl/config/intfConfig/Ethernet1/broadcast/level 10001",
@@ -269,6 +272,25 @@ StormControlObserver::proposeSpoiling( Draw & draw, Steps & steps ) const {
    } else {
       steps.push_back( "del " + chipPath + "/rule/trafficClasses" );
    }
+}
+
+// All levels of a port are programmed anew, and whoever hears of the first asks for something else of
+// another. Then or never: in the middle of other things nobody could say what a port that goes leaves.
+void
+StormControlObserver::proposeChangeOfMind( Draw & draw, Steps & steps ) const {
+   auto const port = draw.port();
+   auto const heard =
+         draw.oneOf( { "/bridging/stormControl/status", "/hoba/machines/stormControl/held" } );
+   auto const at = configPath + "/intfConfig/" + port;
+   auto const later = draw.oneOf( { "multicast", "uucast" } );
+   auto const change = draw.chance( 80 ) ? "set " + at + '/' + later + "/level 1" : "del " + at;
+   auto const speed = "set /feeders/config/port/" + port + "/speed ";
+   steps.push_back( speed + "1000" );
+   steps.push_back( "set " + at + "/broadcast/level 250" );
+   steps.push_back( "set " + at + '/' + later + "/level 3333" );
+   steps.push_back( "upon " + heard + ' ' + change );
+   steps.push_back( speed + "10000" );
+   steps.push_back( "quiet" );
 }
 
 // Whether a spoilt row finds room in a table that is full would depend on what is on its way there.
