@@ -186,9 +186,10 @@ NonAgingObserver::asksFor( String const & client, MacVlanPair host ) const {
 
 void
 NonAgingObserver::release() {
-   for( auto & [ host, claims ] : claims_ ) {
-      std::erase_if( claims,
-                     [ & ]( Claim const & each ) { return !asksFor( each.client, host ); } );
+   for( auto & each : claims_ ) {
+      std::erase_if( each.second, [ & ]( Claim const & claim ) {
+         return !asksFor( claim.client, each.first );
+      } );
    }
    std::erase_if( claims_, []( auto const & each ) { return each.second.empty(); } );
 }
