@@ -89,7 +89,7 @@ KIV_ENUM( EventDropReason, std::uint8_t,
 // What the machine that drains a queue has counted since it was made.
 class EventQueueStatus : public Kiv::Entity {
    KIV_ENTITY( Hoba::EventQueueStatus );
-   // The most events that ever waited at once.
+   // The most events that waited at once when a drain looked: what waits now may be more.
    KIV_ATTRIBUTE( std::uint32_t, highWaterMark, 0 );
    // Wake-ups that found the queue open.
    KIV_COUNTER( std::uint64_t, drains );
@@ -101,7 +101,8 @@ class EventQueueStatus : public Kiv::Entity {
 
 class HobaEventStatus : public EventQueueStatus {
    KIV_ENTITY( Hoba::HobaEventStatus, Hoba::EventQueueStatus );
-   // Events of each kind that reached the machine, also those that had no effect.
+   // Events of each kind that were applied, also those that had no effect. One that was drained while
+   // the machine did not run, or was overtaken, was not.
    KIV_COUNTERS( HobaEvent::HobaEventType, std::uint64_t, handled );
 
  public:

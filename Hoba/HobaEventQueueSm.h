@@ -17,7 +17,8 @@ class EventQueueSm : public EventDrainSm {
    KIV_COUNTER( std::uint64_t, eventCounter );
    // Where stations are written, if it is there.
    KIV_ATTRIBUTE( Kiv::Ptr< HobaTypes::MacTable >, macTable );
-   // By station: the last index that was given when news of it came ahead of what is queued.
+   // By station: the last index that was given when news of it came ahead of what is queued. Until
+   // nothing is queued any more; another machine of the same queue knows nothing of it.
    KIV_COLLECTION( Bridging::MacVlanPair, std::uint32_t, overtaken );
 
  public:
@@ -36,7 +37,15 @@ class EventQueueSm : public EventDrainSm {
    HobaEventQueue * queue() const override;
 
    // The type of the entry that an event of this kind makes; entryTypeUnknown for a kind that makes
-   // none. A station behind a VXLAN port is a remote one.
+   // none. Behind a VXLAN port, where a station is a remote one:
+   //
+   //    eventTypeMacAddressLearned       learnedDynamicMac      learnedRemoteMac
+   //    eventTypeStaticMacAddress        configuredStaticMac    configuredRemoteMac
+   //    eventTypeAuthenticatedMac        authenticatedMac       the same
+   //    eventTypeEvpnIntfDynamicMac      evpnIntfDynamicMac     evpnDynamicRemoteMac
+   //    eventTypePeerMacAddressLearned   peerDynamicMac         peerLearnedRemoteMac
+   //    eventTypePeerStaticMacAddress    peerStaticMac          peerStaticRemoteMac
+   //    eventTypePeerAuthenticatedMac    peerAuthenticatedMac   the same
    static Bridging::EntryType getEntryType( HobaEvent::HobaEventType eventType,
                                             HobaEvent::PortType portType );
 

@@ -17,6 +17,19 @@
 // Only where nothing is programmed, for a speed that is not known or a zero that the platform cannot
 // do, what it put there before stays; so the machine remembers what it told the hardware. A port that
 // comes (back) is cleared first.
+//
+// What somebody else did to the hardware is not looked for: verification finds it, and it is mended when
+// the level is programmed again. That is
+//
+//    one level of an interface    when it is configured otherwise; the all-traffic level takes along what
+//                                 it covers, or, when it goes, all levels
+//    all levels of an interface   when it is configured anew, comes into being, changes its speed, becomes
+//                                 active, or leaves its LAG
+//    all members of a LAG         when one comes, goes, or changes its speed; when the LAG comes or goes
+//    everything                   when the machine begins
+//
+// All limits of a port are taken away when it comes into being, becomes inactive, joins a LAG or leaves it,
+// or is not configured any more. Of one that is not there nothing is, and its counters are not read.
 
 #include "Hoba/HobaHook.h"
 #include "Hoba/HobaSlicedWalk.h"

@@ -11,7 +11,8 @@
 //
 // VerifyAgentSm brings the requests of other agents, and those of the command line, which do not
 // wait for the clock. A cookie that comes while a pass is under way (verifyActive) is not answered by
-// that pass, but has its own afterwards. One that comes while verification is not possible is ignored.
+// that pass, but has its own afterwards. One that comes while verification is not possible is ignored, and
+// one whose machine goes before the pass, as with every restart, is not answered: another cookie asks again.
 //
 // A pass always comes to its end. Who throws in it is counted in verifyFailures: the agent that asked
 // is answered verifyFailed then, and the command line reads who failed and why.

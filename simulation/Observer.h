@@ -62,6 +62,9 @@ class Observer {
 
    // ---- The observer
 
+   // Whether a step may be done in the middle of what the machines are doing now. Not if the model hears of
+   // that as one change when it is over; a step that is to be done then waits for the next change.
+   virtual bool canBeInterrupted() const { return true; }
    enum Verdict { notMine, accepts, refuses };
    // What becomes of the step that is about to be run. Exactly one observer answers for each step.
    virtual Verdict judge( Step const & ) const { return notMine; }

@@ -108,7 +108,9 @@ Run::upon( String const & path, Step const & step ) {
    auto const id = std::make_shared< std::uint64_t >( 0 );
    *id = switch_->watch( path, [ this, id, step ] {
       // Once. What it changes itself is nobody's cue.
-      if( upons_.erase( *id ) ) {
+      bool const isTime = std::ranges::all_of(
+            observers_->all(), []( auto const & each ) { return each->canBeInterrupted(); } );
+      if( isTime && upons_.erase( *id ) ) {
          switch_->unwatch( *id );
          observers_->inTheMiddleIs( true );
          observers_->follow(); // what is under way came first

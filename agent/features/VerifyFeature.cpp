@@ -5,8 +5,8 @@
 #include "agent/features/Feature.h"
 #include "types/VerifyAgent.h"
 
-// Verification on request, of another agent or of an operator. The last feature: a request that waits
-// is served when all machines are there.
+// Verification on request, of another agent or of an operator. The last feature: it answers when all
+// machines are there.
 
 namespace HobaAgent {
 

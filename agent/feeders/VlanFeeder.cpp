@@ -133,7 +133,7 @@ VlanFeeder::handleHelper() {
    for( auto const & vlan : Kiv::keysOf( vlanConfig() ) ) {
       updateList( vlan );
       commonSmData()->vlanStatusIs( vlan );
-      if( vlanAsked( vlan )->active() ) {
+      if( isWanted( vlan ) ) {
          activate( vlan );
       }
    }
@@ -169,6 +169,12 @@ VlanConfig const *
 VlanFeeder::vlanAsked( VlanId vlan ) const {
    auto const * reactor = vlanConfig( vlan );
    return reactor ? reactor->notifier() : nullptr;
+}
+
+bool
+VlanFeeder::isWanted( VlanId vlan ) const {
+   auto const * asked = vlanAsked( vlan );
+   return asked && asked->active();
 }
 
 void
@@ -234,20 +240,21 @@ VlanFeeder::activate( VlanId vlan ) {
 
 void
 VlanFeeder::finish( VlanId vlan ) {
-   if( activeVlan().has( vlan ) ) {
+   // One that is wanted stays: the chip may have refused it, and is asked again.
+   if( isWanted( vlan ) || activeVlan().has( vlan ) ) {
       return;
    }
    if( auto const status = commonSmData()->vlanStatus( vlan ) ) {
       if( !status->intf().empty() ) {
-         // The chip would not let go of all who carry it: it goes with the last of them.
-         return leavingIs( vlan );
+         return; // the chip would not let go of all who carry it: it goes with the last of them
       }
       status->activeIs( false );
    }
    if( !vlanConfig( vlan ) ) {
       commonSmData()->vlanStatusDel( vlan );
    }
-   if( !chipVlan().has( vlan ) && !refusedVlanHas( vlan ) ) {
+   // Whoever heard of that may want it again.
+   if( isWanted( vlan ) || ( !chipVlan().has( vlan ) && !refusedVlanHas( vlan ) ) ) {
       return;
    }
    Kiv::String refusal;
@@ -264,21 +271,21 @@ VlanFeeder::finish( VlanId vlan ) {
 void
 VlanFeeder::handleVlan( VlanId const & changedVlan ) {
    auto const vlan = changedVlan; // which may go meanwhile
-   auto intfs = updateList( vlan );
-   auto const * asked = vlanAsked( vlan );
-   bool const isWanted = asked && asked->active();
-   bool const wasActive = activeVlan().has( vlan );
-   ZTRACE( 3, "VLAN ", vlan, isWanted ? " is wanted" : " is not wanted" );
-   if( asked ) {
+   if( vlanAsked( vlan ) ) {
       commonSmData()->vlanStatusIs( vlan );
    }
-   if( !isWanted ) {
+   // What is asked for now, whatever came of that.
+   auto intfs = updateList( vlan );
+   bool const isNowWanted = isWanted( vlan );
+   bool const wasActive = activeVlan().has( vlan );
+   ZTRACE( 3, "VLAN ", vlan, isNowWanted ? " is wanted" : " is not wanted" );
+   if( !isNowWanted ) {
       auto vlans = activeVlan();
       vlans.erase( vlan );
       activeVlanIs( vlans );
       leavingIs( vlan );
    }
-   if( isWanted ? !wasActive && activate( vlan ) : wasActive ) {
+   if( isNowWanted ? !wasActive && activate( vlan ) : wasActive ) {
       append( intfs, listed_, vlan );
       append( intfs, accessPorts_, vlan );
    }
@@ -380,35 +387,26 @@ VlanFeeder::work() {
       return;
    }
    Flag const working( working_ );
-   while( reviewWaiting() ) {
-      for( auto const vlan : Kiv::keysOf( leaving() ) ) {
-         leavingDel( vlan );
-         finish( vlan );
-      }
-      if( waiting().empty() ) {
-         return;
-      }
-      // Who heard that a VLAN has gone has asked for another.
-   }
-}
-
-bool
-VlanFeeder::reviewWaiting() {
    auto const end = clock()->now() + commonSmData()->yieldTimeSlice();
-   for( unsigned reviews = 0; !waiting().empty(); ++reviews ) {
+   // Whoever hears of one may change others.
+   for( unsigned reviews = 0; !waiting().empty() || !leaving().empty(); ++reviews ) {
       if( kivMarkedForDeletion() ) {
-         return false;
+         return;
       }
       if( reviews && reviews % reviewsBetweenLooks == 0 && clock()->now() >= end ) {
          Hoba::traceYield( "VlanFeeder", reviews );
-         clock()->noLaterThan( clock()->now() );
-         return false;
+         return clock()->noLaterThan( clock()->now() );
       }
-      auto const intf = *waiting().first();
-      waitingDel( intf );
-      review( intf );
+      if( !waiting().empty() ) {
+         auto const intf = *waiting().first();
+         waitingDel( intf );
+         review( intf );
+      } else {
+         auto const vlan = *leaving().first();
+         leavingDel( vlan );
+         finish( vlan );
+      }
    }
-   return true;
 }
 
 void
@@ -499,6 +497,9 @@ VlanFeeder::publish( Pelt::IntfId intf, Hoba::IntfVlans const & vlans, bool anew
       if( auto const status = commonSmData()->vlanStatus( vlan ) ) {
          bool const carried = membership_->intf( intf ).tagging( vlan ) != Hoba::vlanNotCarried;
          carried ? status->intfIs( intf ) : status->intfDel( intf );
+         if( status->intf().empty() && !activeVlan().has( vlan ) ) {
+            leavingIs( vlan );
+         }
       }
    };
    auto const after = vlans.carried();

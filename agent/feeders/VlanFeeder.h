@@ -78,6 +78,7 @@ class VlanFeeder : public Hoba::HobaBaseSm {
    void handleTime();
 
    VlanConfig const * vlanAsked( Bridging::VlanId vlan ) const;
+   bool isWanted( Bridging::VlanId vlan ) const;
    void listIs( Bridging::VlanId vlan, Pelt::IntfId intf, bool listed );
    // The list is as configured, if the VLAN is at all. Returns which interfaces that changes.
    Intfs updateList( Bridging::VlanId vlan );
@@ -95,8 +96,6 @@ class VlanFeeder : public Hoba::HobaBaseSm {
 
    // Those that wait have their turn, until the time slice is used up; behind them, VLANs that leave.
    void work();
-   // False when the time slice, or this machine, was over before all had their turn.
-   bool reviewWaiting();
    void retry();
    // Brings chip and status of the interface in line with what is wanted, when the chip holds what is
    // published; or (`anew`) when nobody knows what it holds.

@@ -96,6 +96,11 @@ class StormControlHelper : public Hoba::StormControlSmHelper {
    // The chip needs to know of active members only, which setHwRate() names.
    void handleEthPhyIntfLagConfig( Pelt::IntfId ) override {}
 
+   // By the chip's rows as they are, whoever wrote them: of a port each level ("broadcast: 250000 kbps of
+   // Ethernet1 expected, no limit found") and its skip rule; of the platform the rules, and what nobody
+   // configured. Mismatches are separated by "; ". A row that limits nothing is as none. Where the machine
+   // programs nothing, for want of a speed or for a zero that the chip refuses, what stands may be of the
+   // same configuration and of no other.
    Kiv::String verifyEnabled( Pelt::IntfId intf, bool enabled ) override;
    Kiv::String verifyPort( Pelt::IntfId intf, Pelt::IntfId parentIntf, std::uint32_t speedKbps,
                            IntfConfig const & intfConfig ) override;

@@ -81,7 +81,15 @@ EventsObserver::propose( Draw & draw, Steps & steps ) {
 
 Steps
 EventsObserver::heal() {
-   return isHeld_ ? Steps{ "sim event release" } : Steps{};
+   return isHeld_ && simulated().isRunning() ? Steps{ "sim event release" } : Steps{};
+}
+
+// What machines that begin find in the queue, and what the chip reports to them, the model applies when
+// they have begun.
+bool
+EventsObserver::canBeInterrupted() const {
+   return isThere_ || textAt( "/hoba/machines/events/apiRunning" ) != "true" ||
+          rowsAt( "/hoba/events/queue/event" ).empty();
 }
 
 Observer::Verdict

@@ -27,6 +27,7 @@ class EventsObserver : public Observer {
    unsigned weight() const override { return 12; }
    void propose( Draw & draw, Steps & steps ) override;
    Steps heal() override;
+   bool canBeInterrupted() const override;
    Verdict judge( Step const & step ) const override;
    void heard( Step const & step, Kiv::Datum const & answer ) override;
    void follow() override;

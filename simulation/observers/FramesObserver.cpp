@@ -378,9 +378,10 @@ FramesObserver::tpidsOf( IntfId port ) const {
 FramesObserver::Header
 FramesObserver::headerOf( IntfId port, Octets const & octets ) const {
    Header header;
-   auto const [ outer, inner ] = tpidsOf( port );
+   auto const tpids = tpidsOf( port );
    auto const isTag = [ & ]( unsigned type ) {
-      return header.tags.empty() ? std::ranges::find( outer, type ) != outer.end() : type == inner;
+      return header.tags.empty() ? std::ranges::find( tpids.first, type ) != tpids.first.end()
+                                 : type == tpids.second;
    };
    auto at = typeAt;
    // Each tag, and the type behind the last, must be there whole.

@@ -49,6 +49,12 @@ verdict( bool accepted ) {
 }
 
 String
+rowOf( Rows const & rows, String const & key ) {
+   auto const found = rows.find( key );
+   return found == rows.end() ? "" : found->second;
+}
+
+String
 memberKey( VlanId vlan, IntfId intf ) {
    return toText( vlan ) + '@' + toText( intf );
 }
@@ -385,12 +391,12 @@ VlanObserver::bringTo( Tables wanted ) {
       auto & held = held_[ table ];
       for( auto const & [ key, row ] : before ) {
          if( !after.contains( key ) ) {
-            held.erase( key );
+            writes_[ table ] += held.erase( key );
          }
       }
       for( auto const & [ key, row ] : after ) {
          if( auto const was = before.find( key ); was == before.end() || was->second != row ) {
-            held[ key ] = row;
+            writes_[ table ] += std::exchange( held[ key ], row ) != row ? 1 : 0;
          }
       }
    }
@@ -401,6 +407,7 @@ VlanObserver::bringTo( Tables wanted ) {
    // What is refused or late is written at another time.
    wasFaulty_ = wasFaulty_ || faults_.any();
    needsRestart_ = needsRestart_ || ( wasFaulty_ && held_ != wanted_ );
+   countsAreOpen_ = countsAreOpen_ || wasFaulty_ || observers().inTheMiddle();
 }
 
 void
@@ -414,20 +421,32 @@ VlanObserver::follow() {
    }
 }
 
-// Every row that is wanted is asked for, and all others go.
+// Every row that is wanted is asked for, and all others go. All are gone when the chip has forgotten
+// them.
 void
-VlanObserver::began( HobaAgent::RestartKind ) {
+VlanObserver::began( HobaAgent::RestartKind kind ) {
+   if( std::exchange( hasBegun_, true ) && kind == HobaAgent::cold ) {
+      held_.clear();
+   }
+   // Nothing is swept if the step of any machine fails.
+   for( auto const & each : observers().all() ) {
+      countsAreOpen_ = countsAreOpen_ || each->hasFaults();
+   }
    auto wanted = wantedTables( activeVlans() );
    restartWrites_ = restartSwept_ = 0;
    for( auto const * const table : chipTables ) {
-      auto & held = held_[ table ];
+      auto const & held = held_[ table ];
+      std::uint64_t differ = 0, surplus = 0;
       for( auto const & [ key, row ] : wanted[ table ] ) {
-         auto const found = held.find( key );
-         restartWrites_ += found == held.end() || found->second != row ? 1 : 0;
+         differ += rowOf( held, key ) != row ? 1 : 0;
       }
       for( auto const & [ key, row ] : held ) {
-         restartSwept_ += wanted[ table ].contains( key ) ? 0 : 1;
+         surplus += wanted[ table ].contains( key ) ? 0 : 1;
       }
+      writes_[ table ] += differ;
+      swept_[ table ] += surplus;
+      restartWrites_ += differ;
+      restartSwept_ += surplus;
    }
    held_ = asked_ = wanted_ = std::move( wanted );
 }
@@ -465,6 +484,7 @@ VlanObserver::check() {
       expectRows( chipPath + table, held_[ table ] );
    }
    checkPublished();
+   checkCounts();
    auto const active = toText( activeVlans() );
    expectText( feederPath + "chipVlan", active );
    expectText( feederPath + "activeVlan", active );
@@ -472,6 +492,23 @@ VlanObserver::check() {
         { "tpid", "waiting", "leaving", "refusedVlan", "refusedIntf" } ) {
       expectRows( feederPath + collection, {} );
    }
+}
+
+// What stays wanted is neither withdrawn nor written again.
+void
+VlanObserver::checkCounts() {
+   for( auto const * const table : chipTables ) {
+      auto const counted = [ & ]( char const * name, std::uint64_t & count ) {
+         auto const path = chipPath + table + "Table/" + name;
+         auto const is = Kiv::fromText< std::uint64_t >( textAt( path ) );
+         if( auto const must = std::exchange( count, is ); must != is && !countsAreOpen_ ) {
+            found( path + ": is " + toText( is ) + ", and must be " + toText( must ) );
+         }
+      };
+      counted( "writes", writes_[ table ] );
+      counted( "swept", swept_[ table ] );
+   }
+   countsAreOpen_ = false;
 }
 
 void
@@ -514,12 +551,6 @@ differenceOf( char const * what, String const & key, String const & expected,
    return expected == found ? ""
                             : what + ( ' ' + key ) + ": " + orNothing( expected ) + " expected, " +
                                     orNothing( found ) + " found";
-}
-
-String
-rowOf( Rows const & rows, String const & key ) {
-   auto const found = rows.find( key );
-   return found == rows.end() ? "" : found->second;
 }
 
 } // namespace

@@ -65,6 +65,7 @@ class VlanObserver : public Observer {
    // The machines write what is wanted now, and was not before.
    void bringTo( Tables wanted );
    void checkPublished();
+   void checkCounts();
    // A verification pass looks at the chip now.
    void look();
    Kiv::Datum::Object membersAt( char const * path ) const;
@@ -83,6 +84,11 @@ class VlanObserver : public Observer {
    Bridging::VlanSet vlans_;
    // What the machines want the chip to hold, and what it holds when all has been written.
    Tables wanted_, held_;
+   // By table, what the machines changed and what was swept; not known since somebody wrote in the middle of
+   // something, or the chip refused it.
+   std::map< Kiv::String, std::uint64_t > writes_, swept_;
+   bool countsAreOpen_ = false;
+   bool hasBegun_ = false;
    // What they wanted at any time since they began: they get over what the chip refused, and leave
    // nothing of it behind.
    Tables asked_;
