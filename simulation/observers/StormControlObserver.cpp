@@ -283,13 +283,16 @@ StormControlObserver::proposeChangeOfMind( Draw & draw, Steps & steps ) const {
          draw.oneOf( { "/bridging/stormControl/status", "/hoba/machines/stormControl/held" } );
    auto const at = configPath + "/intfConfig/" + port;
    auto const later = draw.oneOf( { "multicast", "uucast" } );
+   auto const lag = draw.lag();
    auto const change = draw.chance( 80 ) ? "set " + at + '/' + later + "/level 1" : "del " + at;
    auto const speed = "set /feeders/config/port/" + port + "/speed ";
    steps.push_back( speed + "1000" );
    steps.push_back( "set " + at + "/broadcast/level 250" );
    steps.push_back( "set " + at + '/' + later + "/level 3333" );
    steps.push_back( "upon " + heard + ' ' + change );
-   steps.push_back( speed + "10000" );
+   // A port that joins a LAG has the status of all its levels written, one after the other.
+   bool const joins = heard != "/hoba/machines/stormControl/held" && draw.chance( 50 );
+   steps.push_back( joins ? "sim lag " + port + ' ' + lag : speed + "10000" );
    steps.push_back( "quiet" );
 }
 
