@@ -33,6 +33,17 @@ stepFailed( std::string_view step, std::string_view why ) {
    failedSteps.push_back( String( step ) + ": " + String( why ) );
 }
 
+// In a longer time machines that look again and again would run for ever.
+Kiv::Seconds
+waitingTime( Step const & step ) {
+   constexpr Kiv::Seconds longest = 100'000;
+   auto const time = Kiv::fromText< double >( step[ 1 ] );
+   if( !( time >= 0 && time <= longest ) ) {
+      Kiv::parseFailed( step.text(), "wait SECONDS, at most 100000" );
+   }
+   return time;
+}
+
 // A difference of two texts of much the same content, short enough for a line.
 String
 differenceOf( String const & before, String const & after ) {
@@ -63,7 +74,11 @@ Run::~Run() {
 bool
 Run::step( Step const & step ) {
    ++counts_.steps;
-   run( step );
+   try {
+      run( step );
+   } catch( std::exception const & error ) {
+      found( String( "thrown out of a step: " ) + error.what() );
+   }
    counts_.time = switch_->now() - Switch::startTime;
    return findings_.empty();
 }
@@ -89,12 +104,15 @@ Run::run( Step const & step ) {
       quiet();
    } else if( step[ 0 ] == "wait" ) {
       isQuiet_ = false;
-      passTime( switch_->now() + Kiv::fromText< double >( step[ 1 ] ) );
+      passTime( switch_->now() + waitingTime( step ) );
    } else if( step[ 0 ] == "start" || step.begins( "sim restart" ) ) {
       begin( step );
    } else if( step[ 0 ] == "stop" ) {
       stop( step );
    } else if( step[ 0 ] == "upon" ) {
+      if( step.size() < 3 ) {
+         Kiv::parseFailed( step.text(), "upon PATH STEP" );
+      }
       upon( step[ 1 ], step.from( 2 ) );
    } else {
       input( step );

@@ -36,6 +36,9 @@ class Shrinker {
 
    // Whether these fail alike, which makes them the history.
    bool become( Steps steps ) {
+      if( !hasTime() ) {
+         return false;
+      }
       auto const ended = runAlone( steps, 30 );
       if( !ended.failure || ended.failure->kind() != kind_ ) {
          return false;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "simulation/Step.h"
 
+#include <algorithm>
+
 namespace Simulation {
 
 using Kiv::String;
@@ -31,7 +33,8 @@ Step::begins( std::string_view words ) const {
 bool
 Step::isAt( std::string_view path ) const {
    auto const & at = ( *this )[ 1 ];
-   return ( words_.front() == "set" || words_.front() == "del" ) && at.starts_with( path ) &&
+   auto const & verb = ( *this )[ 0 ];
+   return ( verb == "set" || verb == "del" ) && at.starts_with( path ) &&
           ( at.size() == path.size() || at[ path.size() ] == '/' );
 }
 
@@ -47,7 +50,8 @@ Step::text() const {
 Step
 Step::from( std::size_t place ) const {
    Step rest;
-   rest.words_.assign( words_.begin() + static_cast< std::ptrdiff_t >( place ), words_.end() );
+   auto const begin = std::min( place, words_.size() );
+   rest.words_.assign( words_.begin() + static_cast< std::ptrdiff_t >( begin ), words_.end() );
    return rest;
 }
 

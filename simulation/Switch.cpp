@@ -56,6 +56,9 @@ namespace {
 
 std::vector< std::uint8_t >
 octetsOf( String const & hex ) {
+   if( hex.size() % 2 != 0 ) {
+      Kiv::parseFailed( hex, "octets in hexadecimal" );
+   }
    std::vector< std::uint8_t > octets( hex.size() / 2 );
    for( std::size_t n = 0; n != octets.size(); ++n ) {
       auto const * const digits = hex.data() + 2 * n;

@@ -40,7 +40,7 @@ since( Clock::time_point begin ) {
 // All that is traced, and every step with what became of it: the same for the same history, always.
 class Trace {
  public:
-   explicit Trace( std::string const & file ) : out_( file ) {
+   explicit Trace( std::string const & file ) : file_( file ), out_( file ) {
       if( !out_ ) {
          throw Kiv::Exception( file + ": cannot be written" );
       }
@@ -51,6 +51,13 @@ class Trace {
          record.print( line_ );
          out_ << line_ << '\n';
       } );
+   }
+   // Nothing more is traced. Throws if something of it could not be written.
+   void end() {
+      Zipline::sinkIs( nullptr );
+      if( !out_.flush() ) {
+         throw Kiv::Exception( file_ + ": cannot be written" );
+      }
    }
    ~Trace() {
       Zipline::sinkIs( nullptr );
@@ -65,6 +72,7 @@ class Trace {
    }
 
  private:
+   std::string const file_;
    std::ofstream out_;
    std::string line_;
 };
@@ -125,7 +133,11 @@ replay( Steps const & steps, Options const & options ) {
          }
       }
    }
-   if( sound && run.finish() ) {
+   sound = sound && run.finish();
+   if( trace ) {
+      trace->end();
+   }
+   if( sound ) {
       std::printf( "switch-simulation: passed: %zu steps\n", steps.size() );
       return 0;
    }
@@ -150,16 +162,17 @@ failed( std::uint64_t seed, Steps const & steps, Failure const & failure, Option
       std::printf( "   %s\n", finding.c_str() );
       about += '\n' + finding;
    }
+   auto const file = options.output.empty()
+                           ? "switch-simulation-" + std::to_string( seed ) + ".steps"
+                           : options.output;
+   writeHistory( file, steps, about ); // whatever becomes of the shorter one
    auto short_ = steps;
    if( options.shrinkSeconds != 0 ) {
       std::printf( "switch-simulation: making the history shorter\n" );
       std::fflush( stdout );
       short_ = shrink( steps, failure, options.shrinkSeconds, []( std::size_t ) {} );
+      writeHistory( file, short_, about );
    }
-   auto const file = options.output.empty()
-                           ? "switch-simulation-" + std::to_string( seed ) + ".steps"
-                           : options.output;
-   writeHistory( file, short_, about );
    std::printf( "switch-simulation: FAILED: %zu steps are left: switch-simulation --replay %s --step\n",
                 short_.size(), file.c_str() );
    return 1;
@@ -206,6 +219,15 @@ runMany( Options const & options ) {
    return 0;
 }
 
+// A history of them is held in memory.
+constexpr int mostSteps = 10'000'000;
+
+// Neither a sign nor anything behind it.
+std::string
+isNumber( std::string const & text ) {
+   return parsed< std::uint64_t >( text ) ? "" : '"' + text + "\" is not a number";
+}
+
 } // namespace
 
 int
@@ -214,24 +236,37 @@ main( int argc, char ** argv ) {
    CLI::App app( "Tries orders of events on a simulated switch, and watches whether all is as it must "
                  "be. A history that fails is made short, and written to a file.",
                  "switch-simulation" );
-   app.add_option( "--seed", options.seed, "The first history" )->capture_default_str();
+   auto * const seed = app.add_option( "--seed", options.seed, "The first history" )
+                             ->capture_default_str()
+                             ->check( isNumber );
    auto * const seeds = app.add_option( "--seeds", options.seeds, "How many, from that seed on" )
-                              ->capture_default_str();
-   app.add_option( "--steps", options.steps, "Of each history" )->capture_default_str();
-   app.add_option( "--seconds", options.seconds, "Go on for so long, whatever --seeds says" )
-         ->excludes( seeds );
+                              ->capture_default_str()
+                              ->check( isNumber )
+                              ->check( CLI::PositiveNumber );
+   auto * const length = app.add_option( "--steps", options.steps, "Of each history" )
+                               ->capture_default_str()
+                               ->check( isNumber )
+                               ->check( CLI::Range( 1, mostSteps ) );
+   auto * const seconds =
+         app.add_option( "--seconds", options.seconds, "Go on for so long, instead of --seeds" )
+               ->check( isNumber )
+               ->check( CLI::PositiveNumber )
+               ->excludes( seeds );
    app.add_option( "--shrink", options.shrinkSeconds,
                    "Seconds to make a failing history shorter; 0 leaves it as it is" )
-         ->capture_default_str();
+         ->capture_default_str()
+         ->check( isNumber );
    app.add_option( "--output", options.output, "File for a history that fails" );
    auto * const file =
-         app.add_option( "--replay", options.replay, "Run the history of this file, and no other" );
+         app.add_option( "--replay", options.replay, "Run the history of this file, and no other" )
+               ->excludes( seed, seeds, length, seconds );
    app.add_flag( "--step", options.stepwise, "With --replay: show each step and what it changes" )
          ->needs( file );
    app.add_option( "--capture", options.captures,
                    "Captures whose frames come in among those that are made up" );
    app.add_option( "--trace", options.trace,
-                   "Write all traces of one history, that of --seed or --replay, to this file" );
+                   "Write all traces of one history, that of --seed or --replay, to this file" )
+         ->excludes( seeds, seconds );
    try {
       app.parse( argc, argv );
    } catch( CLI::ParseError const & error ) {

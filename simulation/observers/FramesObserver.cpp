@@ -82,6 +82,9 @@ hex( Octets const & octets ) {
 
 std::optional< Octets >
 octetsOf( String const & text ) {
+   if( text.size() % 2 != 0 ) {
+      return {};
+   }
    Octets octets( text.size() / 2 );
    for( std::size_t n = 0; n != octets.size(); ++n ) {
       auto const * const digits = text.data() + 2 * n;
