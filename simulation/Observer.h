@@ -57,6 +57,8 @@ class Observer {
    // Whether the chip may refuse what it is told, or was spoilt: steps of machines may fail then, and only
    // then.
    virtual bool hasFaults() const { return false; }
+   // Of one that has them: whether this step of a machine, "Class::step on what: why", may fail for that.
+   virtual bool mayFail( std::string_view /*step*/ ) const { return true; }
    // How long nothing may happen until things count as quiet: longer than any retry of the feature.
    virtual Kiv::Seconds settlingTime() const { return 0; }
 

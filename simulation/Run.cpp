@@ -59,8 +59,7 @@ differenceOf( String const & before, String const & after ) {
 
 Run::Run()
       : liveBefore_( liveObjects() ), switch_( std::make_unique< Switch >() ),
-        observers_( std::make_unique< Observers >( *switch_ ) ),
-        failuresSeen_( Kiv::Dispatch::failures ) {
+        observers_( std::make_unique< Observers >( *switch_ ) ) {
    Kiv::Dispatch::failureSink = stepFailed;
    failedSteps.clear();
 }
@@ -246,7 +245,7 @@ Run::stop( Step const & step ) {
 void
 Run::beganAll( RestartKind kind ) {
    ++counts_.restarts;
-   beganUnderFaults_ = beganUnderFaults_ || hasFaults();
+   beganUnderFaults_ = hasFaults() || beganUnderFaults_; // asked of all, before they begin
    for( auto const & each : observers_->all() ) {
       each->began( kind );
    }
@@ -353,6 +352,7 @@ Run::heal() {
          each->settled();
       }
       lookForFailures();
+      faulty_.clear(); // nothing is refused any more
       begin( "sim restart hitless" );
    }
 }
@@ -363,6 +363,7 @@ Run::quiet() {
    uponNoMore();
    heal();
    settle();
+   faulty_.clear();
    if( switch_->isRunning() && findings_.empty() ) {
       for( auto const & each : observers_->all() ) {
          each->check();
@@ -374,7 +375,7 @@ Run::quiet() {
          found( String( each->name() ) + ": faults are not healed" );
       }
    }
-   faulty_ = beganUnderFaults_ = false;
+   beganUnderFaults_ = false;
    isQuiet_ = true;
 }
 
@@ -388,9 +389,11 @@ Run::found( String const & what ) {
 bool
 Run::hasFaults() {
    for( auto const & each : observers_->all() ) {
-      faulty_ = faulty_ || each->hasFaults();
+      if( each->hasFaults() ) {
+         faulty_.insert( each.get() );
+      }
    }
-   return faulty_;
+   return !faulty_.empty();
 }
 
 void
@@ -398,12 +401,13 @@ Run::lookForFailures() {
    if( depth_ != 0 ) {
       return;
    }
-   if( std::exchange( failuresSeen_, Kiv::Dispatch::failures ) != failuresSeen_ && !hasFaults() ) {
-      for( auto const & failure : failedSteps ) {
+   for( auto const & failure : std::exchange( failedSteps, {} ) ) {
+      hasFaults();
+      if( std::ranges::none_of(
+                faulty_, [ & ]( auto const * each ) { return each->mayFail( failure ); } ) ) {
          found( "a step of a machine failed: " + failure );
       }
    }
-   failedSteps.clear();
    auto const & theirs = observers_->findings();
    findings_.insert( findings_.end(), theirs.begin(), theirs.end() );
    observers_->forget();

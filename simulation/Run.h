@@ -62,8 +62,7 @@ class Run {
    std::unique_ptr< Observers > observers_;
    Counts counts_;
    std::vector< Kiv::String > findings_;
-   std::uint64_t failuresSeen_ = 0;
-   bool faulty_ = false;           // since the last quiet there were faults
+   std::set< Observer const * > faulty_; // there were faults of theirs since the last quiet
    bool beganUnderFaults_ = false; // and machines began meanwhile
    bool isQuiet_ = false;          // nothing has happened since
    unsigned depth_ = 0;            // of steps in the middle of which another is done

@@ -188,6 +188,7 @@ class ContextObserver : public Observer {
    struct Start {
       HobaAgent::RestartKind kind;
       bool mayHaveFailed; // a step of a machine did, then or shortly before
+      std::uint64_t swept;
    };
    // What the operator set of a table; what refusals that makes possible.
    struct Properties {
@@ -209,6 +210,7 @@ class ContextObserver : public Observer {
    std::vector< Start > starts_;
    std::map< String, Properties > properties_;
    std::uint64_t failuresSeen_ = 0;
+   std::uint64_t sweptBefore_ = 0;
    std::uint64_t writes_ = 0, swept_ = 0; // by the tables, when they were last looked at
    bool looksAtAll_ = true;
 };
@@ -266,7 +268,9 @@ ContextObserver::hearProperty( String const & table, String const & property,
 
 void
 ContextObserver::began( HobaAgent::RestartKind kind ) {
-   starts_.push_back( { kind, failuresSeen_ != Kiv::Dispatch::failures } );
+   // Rows are swept at starts, and at no other time.
+   auto const before = std::exchange( sweptBefore_, simulated().swept() );
+   starts_.push_back( { kind, failuresSeen_ != Kiv::Dispatch::failures, sweptBefore_ - before } );
    hearFailures();
    looksAtAll_ = true;
 }
@@ -373,10 +377,11 @@ ContextObserver::checkStarts() {
       auto const & cells = *( *rows )[ n ].as< Datum::Array >();
       auto const text = [ & ]( std::size_t cell ) { return Kiv::datumText( cells[ cell ] ); };
       bool const isState =
-            text( 6 ) == "running" || ( start.mayHaveFailed && text( 5 ) == "0" &&
+            text( 6 ) == "running" || ( start.mayHaveFailed && start.swept == 0 &&
                                         text( 6 ).starts_with( "running; not swept, since " ) );
       if( text( 1 ) != ( at == 0 ? "agent" : "machines" ) ||
-          text( 2 ) != Kiv::toText( start.kind ) || text( 3 ) != "0.0" || !isState ) {
+          text( 2 ) != Kiv::toText( start.kind ) || text( 3 ) != "0.0" ||
+          text( 5 ) != Kiv::toText( start.swept ) || !isState ) {
          found( "show restarts: line " + std::to_string( n + 1 ) + " is " +
                 Kiv::datumText( ( *rows )[ n ] ) );
       }

@@ -31,6 +31,9 @@ class LagObserver : public Observer {
    void propose( Draw & draw, Steps & steps ) override;
    Steps heal() override { return faults_.heal(); }
    bool hasFaults() const override { return faults_.any(); }
+   bool mayFail( std::string_view step ) const override {
+      return step.starts_with( "HobaSim::ChipLagSm" );
+   }
    Kiv::Seconds settlingTime() const override { return 1.25; }
    Verdict judge( Step const & step ) const override;
    void heard( Step const & step, Kiv::Datum const & answer ) override;

@@ -46,6 +46,9 @@ class StationsObserver : public Observer {
    void propose( Draw & draw, Steps & steps ) override;
    Steps heal() override;
    bool hasFaults() const override;
+   bool mayFail( std::string_view step ) const override {
+      return step.starts_with( "MacUnit::reportHosts " );
+   }
    Verdict judge( Step const & step ) const override;
    void heard( Step const & step, Kiv::Datum const & answer ) override;
    void check() override;

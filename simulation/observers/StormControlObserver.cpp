@@ -28,6 +28,9 @@ class StormControlObserver : public Observer {
    void propose( Draw & draw, Steps & steps ) override;
    Steps heal() override;
    bool hasFaults() const override { return faults_.any(); }
+   bool mayFail( std::string_view step ) const override {
+      return step.substr( 0, step.find( ' ' ) ).find( "StormControl" ) != step.npos;
+   }
    Kiv::Seconds settlingTime() const override { return 0.5; } // longer than writes take to land
    Verdict judge( Step const & step ) const override;
    void heard( Step const & step, Datum const & answer ) override;
