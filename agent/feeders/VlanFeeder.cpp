@@ -554,11 +554,14 @@ VlanFeeder::handleTime() {
 void
 VlanFeeder::retry() {
    Flag const retrying( retrying_ );
+   // Each at the end of its queue, if it is refused again.
    for( auto const vlan : someOf( refusedVlan(), retriesAtOnce ) ) {
+      auto const reason = refusedVlan( vlan );
+      refusedVlanDel( vlan );
+      refusedVlanIs( vlan, reason );
       handleVlan( vlan );
    }
    for( auto const intf : someOf( refusedIntf(), retriesAtOnce ) ) {
-      // At the end of the queue, if it is refused again.
       auto const reason = refusedIntf( intf );
       refusedIntfDel( intf );
       refusedIntfIs( intf, reason );

@@ -17,8 +17,9 @@
 //
 // What changes at one interface touches that interface only; a VLAN that comes or goes touches those
 // that carry it. Where these are very many they have their turn in slices (`waiting`), in the order in
-// which something changed, and the chip and the status lose a VLAN when nobody carries it any more. What stays wanted is never withdrawn. What the chip refuses is not published as
-// carried (nor as withdrawn, if that is what was refused), keeps nothing else out, and is tried again.
+// which something changed, and the chip and the status lose a VLAN when nobody carries it any more. What
+// stays wanted is never withdrawn. What the chip refuses is not published as carried (nor as withdrawn,
+// if that is what was refused), keeps nothing else out, and is tried again.
 
 #include "Hoba/HobaBaseSm.h"
 #include "Hoba/HobaCommon.h"
@@ -49,7 +50,7 @@ class VlanFeeder : public Hoba::HobaBaseSm {
  public:
    void handleInitialized() override;
 
-   // How long after a refusal the chip is asked again, and about how many interfaces at a time.
+   // How long after a refusal the chip is asked again, and about how many VLANs and interfaces at a time.
    static constexpr Kiv::Seconds retryDelay = 1;
    static constexpr std::size_t retriesAtOnce = 64;
 

@@ -170,4 +170,21 @@ TEST_F( VlanFeederTest, aFirstPassThatIsRefused ) {
    expectComplete();
 }
 
+// Behind many that the chip has no room for, one that it would not let go of has its turn.
+TEST_F( VlanFeederTest, whatIsRefusedForLongKeepsNobodyWaiting ) {
+   config->vlanIs( VlanId( 2 ) );
+   unit->vlanTable()->capacityIs( unit->vlan().size() );
+   for( std::uint16_t n = 0; n != 100; ++n ) {
+      config->vlanIs( VlanId( 1000 + n ) );
+   }
+   chipRefuses( true );
+   config->vlanDel( VlanId( 2 ) );
+   chipRefuses( false );
+   for( int n = 0; n != 3; ++n ) {
+      driver.advance( Feeders::VlanFeeder::retryDelay );
+   }
+   EXPECT_FALSE( unit->vlanHas( VlanId( 2 ) ) );
+   EXPECT_EQ( vlans->refusedVlan().size(), 99u );
+}
+
 } // namespace
