@@ -103,7 +103,7 @@ LagObserver::judge( Step const & step ) const {
    if( step.isAt( "/lag/input/config" ) ) {
       auto const port = step[ 1 ].substr( inputPath.size() );
       return step[ 0 ] == "set" || input_->ethPhyIntfLagConfigHas( IntfId( port ) ) ? accepts
-                                                                                   : refuses;
+                                                                                    : refuses;
    }
    if( !step.isAt( "/feeders/config/lag" ) ) {
       return notMine;
@@ -257,8 +257,8 @@ LagObserver::check() {
       configured[ name ] = listText( model.configured );
       active[ name ] = listText( model.active );
       kinds[ name ] = toText( config->kind() );
-      if( config->enabled() && config->kind() == HobaTypes::lagTypeLacp &&
-          !config->lacpPartner() && config->lacpFallback() ) {
+      if( config->enabled() && config->kind() == HobaTypes::lagTypeLacp && !config->lacpPartner() &&
+          config->lacpFallback() ) {
          individually[ name ] = "true";
       }
       for( auto const port : model.active ) {
