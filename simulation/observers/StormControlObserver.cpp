@@ -509,7 +509,7 @@ StormControlObserver::armReading() {
 
 void
 StormControlObserver::timeIs( Kiv::Seconds now ) {
-   while( nextReading_ <= now ) {
+   while( simulated().isRunning() && nextReading_ <= now ) {
       if( textAt( chipPath + "/dropCount" ) == "true" ) {
          read();
       }
