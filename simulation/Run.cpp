@@ -359,7 +359,7 @@ Run::quiet() {
       }
    }
    faulty_ = beganUnderFaults_ = false;
-   isQuiet_ = switch_->isRunning(); // otherwise something else may be asked for by now
+   isQuiet_ = true;
 }
 
 // ---- What is not as it must be
