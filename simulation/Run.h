@@ -63,10 +63,11 @@ class Run {
    Counts counts_;
    std::vector< Kiv::String > findings_;
    std::set< Observer const * > faulty_; // there were faults of theirs since the last quiet
-   bool beganUnderFaults_ = false; // and machines began meanwhile
-   bool isQuiet_ = false;          // nothing has happened since
-   unsigned depth_ = 0;            // of steps in the middle of which another is done
-   std::set< std::uint64_t > upons_; // watches of steps that wait
+   bool beganUnderFaults_ = false;       // and machines began meanwhile
+   bool stoppedUnderFaults_ = false;     // what was refused then is still to be written
+   bool isQuiet_ = false;                // nothing has happened since
+   unsigned depth_ = 0;                  // of steps in the middle of which another is done
+   std::set< std::uint64_t > upons_;     // watches of steps that wait
 };
 
 } // namespace Simulation
