@@ -186,9 +186,10 @@ NonAgingObserver::asksFor( String const & client, MacVlanPair host ) const {
 
 void
 NonAgingObserver::release() {
-   for( auto & [ host, claims ] : claims_ ) {
-      std::erase_if( claims,
-                     [ & ]( Claim const & each ) { return !asksFor( each.client, host ); } );
+   for( auto & claims : claims_ ) {
+      std::erase_if( claims.second, [ & ]( Claim const & each ) {
+         return !asksFor( each.client, claims.first );
+      } );
    }
    std::erase_if( claims_, []( auto const & each ) { return each.second.empty(); } );
 }
