@@ -102,9 +102,9 @@ endText( int status, unsigned mostSeconds ) {
    if( WIFSIGNALED( status ) ) {
       return String( "crash: " ) + ::strsignal( WTERMSIG( status ) );
    }
-   return WEXITSTATUS( status ) == 0 ? ""
-                                     : "crash: exit status " +
-                                             std::to_string( WEXITSTATUS( status ) );
+   return WEXITSTATUS( status ) == 0
+                ? ""
+                : "crash: exit status " + std::to_string( WEXITSTATUS( status ) );
 }
 
 } // namespace

@@ -178,7 +178,8 @@ Run::begin( Step const & step ) {
    if( isStart == switch_->isRunning() ) {
       return; // a history from which the start was taken, or that has two
    }
-   bool const fromQuiet = isQuiet_ && upons_.empty();
+   bool const fromQuiet =
+         isQuiet_ && upons_.empty() && !std::exchange( stoppedUnderFaults_, false );
    auto const writes = switch_->writes();
    auto const swept = switch_->swept();
    isQuiet_ = false;
@@ -220,6 +221,7 @@ Run::stop( Step const & step ) {
       switch_->stop();
       --depth_;
       isQuiet_ = isQuiet_ && upons_.empty();
+      stoppedUnderFaults_ = hasFaults();
       listener ? listener( step, {} ) : void();
       lookForFailures();
    }
@@ -357,7 +359,7 @@ Run::quiet() {
       }
    }
    faulty_ = beganUnderFaults_ = false;
-   isQuiet_ = switch_->isRunning(); // otherwise something else may be asked for by now
+   isQuiet_ = true;
 }
 
 // ---- What is not as it must be

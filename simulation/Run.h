@@ -63,10 +63,11 @@ class Run {
    Counts counts_;
    std::vector< Kiv::String > findings_;
    std::uint64_t failuresSeen_ = 0;
-   bool faulty_ = false;           // since the last quiet there were faults
-   bool beganUnderFaults_ = false; // and machines began meanwhile
-   bool isQuiet_ = false;          // nothing has happened since
-   unsigned depth_ = 0;            // of steps in the middle of which another is done
+   bool faulty_ = false;             // since the last quiet there were faults
+   bool beganUnderFaults_ = false;   // and machines began meanwhile
+   bool stoppedUnderFaults_ = false; // what was refused then is still to be written
+   bool isQuiet_ = false;            // nothing has happened since
+   unsigned depth_ = 0;              // of steps in the middle of which another is done
    std::set< std::uint64_t > upons_; // watches of steps that wait
 };
 

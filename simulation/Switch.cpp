@@ -8,6 +8,7 @@
 
 #include <charconv>
 #include <cstdlib>
+#include <ctime>
 
 namespace Simulation {
 
@@ -17,6 +18,9 @@ using Kiv::String;
 Switch::Switch() {
    // A mismatch is told, and does not end the process.
    ::setenv( "SIMULATION_VMID", "1", 1 );
+   // Times are printed in the local time zone: in the same one everywhere.
+   ::setenv( "TZ", "UTC", 1 );
+   ::tzset();
    Kiv::ClockDriver::ambientIs( driver_ );
    chip_ = Kiv::make< HobaSim::Chip >();
    features_ = std::make_unique< HobaAgent::Features >(

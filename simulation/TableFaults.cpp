@@ -17,7 +17,8 @@ TableFaults::propose( Draw & draw, Steps & steps ) const {
    case 0:
       return steps.push_back( table + "/fault/" + refusal + "/next " + std::to_string( amount ) );
    case 1:
-      return steps.push_back( table + "/fault/" + refusal + "/chance 0." + std::to_string( amount ) );
+      return steps.push_back( table + "/fault/" + refusal + "/chance 0." +
+                              std::to_string( amount ) );
    case 2:
       return steps.push_back( table + "/latency 0." + std::to_string( amount ) );
    default:
@@ -27,7 +28,8 @@ TableFaults::propose( Draw & draw, Steps & steps ) const {
 
 bool
 TableFaults::isMine( Step const & step ) const {
-   return std::ranges::any_of( tables_, [ & ]( auto const & table ) { return step.isAt( table ); } );
+   return std::ranges::any_of( tables_,
+                               [ & ]( auto const & table ) { return step.isAt( table ); } );
 }
 
 void

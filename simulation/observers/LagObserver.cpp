@@ -103,7 +103,7 @@ LagObserver::judge( Step const & step ) const {
    if( step.isAt( "/lag/input/config" ) ) {
       auto const port = step[ 1 ].substr( inputPath.size() );
       return step[ 0 ] == "set" || input_->ethPhyIntfLagConfigHas( IntfId( port ) ) ? accepts
-                                                                                   : refuses;
+                                                                                    : refuses;
    }
    if( !step.isAt( "/feeders/config/lag" ) ) {
       return notMine;
@@ -231,8 +231,28 @@ LagObserver::followMembers( IntfId lag, Lag & model ) {
 
 void
 LagObserver::began( HobaAgent::RestartKind ) {
+   auto const before = ways();
    lags_.clear();
    follow();
+   // Otherwise only after something was asked for while no machine ran.
+   auto const after = ways();
+   writes_ = static_cast< std::uint64_t >( std::ranges::count_if( after, [ & ]( auto const & way ) {
+      auto const was = before.find( way.first );
+      return was == before.end() || was->second != way.second;
+   } ) );
+   swept_ = static_cast< std::uint64_t >( std::ranges::count_if(
+         before, [ & ]( auto const & way ) { return !after.contains( way.first ); } ) );
+}
+
+Rows
+LagObserver::ways() const {
+   Rows ways;
+   for( auto const & [ lag, model ] : lags_ ) {
+      for( auto const port : model.active ) {
+         ways[ toText( port ) ] = toText( lag );
+      }
+   }
+   return ways;
 }
 
 namespace {
@@ -250,27 +270,24 @@ listText( LagObserver::Ports const & ports ) {
 
 void
 LagObserver::check() {
-   Rows configured, active, ways, kinds, individually;
+   Rows configured, active, kinds, individually;
    for( auto const & [ lag, model ] : lags_ ) {
       auto const name = toText( lag );
       auto const config = config_->lag( Pelt::PortChannelIntfId( lag ) );
       configured[ name ] = listText( model.configured );
       active[ name ] = listText( model.active );
       kinds[ name ] = toText( config->kind() );
-      if( config->enabled() && config->kind() == HobaTypes::lagTypeLacp &&
-          !config->lacpPartner() && config->lacpFallback() ) {
+      if( config->enabled() && config->kind() == HobaTypes::lagTypeLacp && !config->lacpPartner() &&
+          config->lacpFallback() ) {
          individually[ name ] = "true";
-      }
-      for( auto const port : model.active ) {
-         ways[ toText( port ) ] = name;
       }
    }
    expectRows( "/hoba/common/lagToPortConfig", configured );
    expectRows( "/hoba/common/lagToPort", active );
    expectRows( "/hoba/common/lagToLagType", kinds );
    expectRows( "/hoba/common/lagInLacpFallbackIndividualMode", individually );
-   expectRows( "/hoba/common/portToLag", ways );
-   expectRows( "/sim/chip/trunk/lag", ways );
+   expectRows( "/hoba/common/portToLag", ways() );
+   expectRows( "/sim/chip/trunk/lag", ways() );
    Rows configuredLag;
    for( auto const & [ lag, model ] : lags_ ) {
       for( auto const port : model.configured ) {

@@ -36,6 +36,8 @@ class LagObserver : public Observer {
    void heard( Step const & step, Kiv::Datum const & answer ) override;
    void follow() override;
    void began( HobaAgent::RestartKind kind ) override;
+   std::uint64_t restartWrites() const override { return writes_; }
+   std::uint64_t restartSwept() const override { return swept_; }
    void check() override;
 
  private:
@@ -51,7 +53,11 @@ class LagObserver : public Observer {
    Kiv::Ptr< ::Lag::Input::Config const > const input_;
    PortsObserver const & ports_;
    TableFaults faults_{ { "/sim/chip/trunk/lagTable" } };
+   // By port: the LAG that it is an active member of.
+   Rows ways() const;
+
    std::map< Pelt::IntfId, Lag > lags_;
+   std::uint64_t writes_ = 0, swept_ = 0; // of the chip, when the machines began last
    // By port: the LAG that it was put into, as it was before the step that is heard of.
    std::map< Pelt::IntfId, Pelt::IntfId > askedBefore_;
 };

@@ -77,8 +77,9 @@ Step
 entryStep( Draw & draw ) {
    auto const entries = String( clientsPath ) + '/' + client( draw ) + "/macEntries/";
    // Few enough that several clients ask for one.
-   auto const host = "00:00:5e:00:53:0" + std::to_string( 1 + draw.below( 3 ) ) + '@' +
-                     std::to_string( 1 + draw.below( 2 ) );
+   auto const station = std::to_string( 1 + draw.below( 3 ) );
+   auto const vlan = std::to_string( 1 + draw.below( 2 ) );
+   auto const host = "00:00:5e:00:53:0" + station + '@' + vlan;
    auto const intf = draw.intf();
    auto const tunnel = std::to_string( draw.below( 2 ) );
    switch( draw.below( 6 ) ) {
@@ -186,9 +187,9 @@ NonAgingObserver::asksFor( String const & client, MacVlanPair host ) const {
 
 void
 NonAgingObserver::release() {
-   for( auto & claims : claims_ ) {
-      std::erase_if( claims.second, [ & ]( Claim const & each ) {
-         return !asksFor( each.client, claims.first );
+   for( auto & each : claims_ ) {
+      std::erase_if( each.second, [ & ]( Claim const & claim ) {
+         return !asksFor( claim.client, each.first );
       } );
    }
    std::erase_if( claims_, []( auto const & each ) { return each.second.empty(); } );

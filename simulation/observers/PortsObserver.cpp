@@ -62,10 +62,11 @@ PortsObserver::propose( Draw & draw, Steps & steps ) {
    } else if( kind < 15 ) {
       steps.push_back( "sim link " + port + ( mostly ? " up" : " down" ) );
    } else {
-      steps.push_back( draw.oneOf( { "set /feeders/config/port/Ethernet1/speed 1234",
-                                     "set /feeders/config/port/Port-Channel1/speed 1000",
-                                     "set /feeders/config/port/Ethernet1/colour 1",
-                                     "sim link Ethernet1 sideways", "sim link Port-Channel1 up" } ) );
+      steps.push_back(
+            draw.oneOf( { "set /feeders/config/port/Ethernet1/speed 1234",
+                          "set /feeders/config/port/Port-Channel1/speed 1000",
+                          "set /feeders/config/port/Ethernet1/colour 1",
+                          "sim link Ethernet1 sideways", "sim link Port-Channel1 up" } ) );
    }
 }
 
@@ -159,9 +160,9 @@ PortsObserver::check() {
       intfs[ name ] = "true";
       auto const speed =
             toText( Interface::speedFromMbps( port.kbps / 1000 ) ); // its name in the database
-      status[ name ] = "{\"speed\": \"" + speed + "\", \"active\": " +
-                       ( port.active ? "true" : "false" ) + ", \"linkStatus\": \"" +
-                       ( port.up ? "linkUp" : "linkDown" ) + "\"}";
+      status[ name ] = "{\"speed\": \"" + speed +
+                       "\", \"active\": " + ( port.active ? "true" : "false" ) +
+                       ", \"linkStatus\": \"" + ( port.up ? "linkUp" : "linkDown" ) + "\"}";
    }
    expectRows( "/interface/status/ethPhyIntfStatus", status );
    expectRows( "/hoba/common/intf", intfs );
