@@ -159,7 +159,12 @@ StationsObserver::proposeEvent( Draw & draw, Steps & steps ) const {
    auto const tunnel = draw.chance( 50 ) ? ' ' + toText( draw.below( 3 ) ) : "";
    auto const station = draw.station();
    auto const vlan = draw.vlan();
+   bool const isQueued = draw.chance( 50 ); // and overtaken
    if( draw.chance( 30 ) ) {
+      if( isQueued ) {
+         steps.push_back( "sim event station " + String( kind.word ) + " Ethernet1 " + station +
+                          ' ' + vlan );
+      }
       steps.push_back( "event-ahead " + toText( kind.type ) + ' ' + station + '@' + vlan + ' ' +
                        intf + tunnel );
    } else {
