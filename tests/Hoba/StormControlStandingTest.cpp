@@ -110,6 +110,27 @@ TEST_F( StormControlStandingTest, whatIsWantedChangesWhileItIsProgrammed ) {
    EXPECT_EQ( world.outcome(), world.freshOutcome() );
 }
 
+// What is reported behind it is not what it was.
+TEST_F( StormControlStandingTest, configurationMayChangeInTheMiddleOfAReport ) {
+   StormWorld world;
+   world.portIs( et1, speed10Gbps );
+   world.levelIs( et1, bc, percent( 100 ) );
+   world.start();
+   auto const watcher = Hoba::smIs< StatusWatcher >( world.status->intfStatus( et1 ) );
+   watcher->then = [ & ] { world.levelIs( et1, mc, percent( 300 ) ); };
+   world.data->intfDel( et1 );
+   EXPECT_EQ( watcher->changes, 1u );
+   EXPECT_EQ( world.levelStatus( et1, mc ).state, intfNotPresent );
+}
+
+TEST_F( StormControlStandingTest, aPortThatIsToldAgainHasNotComeBack ) {
+   StormWorld world;
+   world.portIs( et1, speed10Gbps );
+   world.start();
+   world.data->intfIs( et1, false );
+   EXPECT_EQ( world.helper->take(), Strings{} );
+}
+
 // ---- Hardware that refuses
 
 // What happens to Ethernet1.
