@@ -195,8 +195,8 @@ Run::begin( Step const & step ) {
    if( isStart == switch_->isRunning() ) {
       return; // a history from which the start was taken, or that has two
    }
-   bool const fromQuiet =
-         isQuiet_ && upons_.empty() && !std::exchange( stoppedUnderFaults_, false );
+   bool const stoppedUnderFaults = std::exchange( stoppedUnderFaults_, false );
+   bool const fromQuiet = isQuiet_ && upons_.empty() && !stoppedUnderFaults;
    auto const writes = switch_->writes();
    auto const swept = switch_->swept();
    isQuiet_ = false;
