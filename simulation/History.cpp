@@ -155,13 +155,16 @@ capturedFrames( String const & file ) {
 Steps
 readHistory( String const & file ) {
    std::ifstream in( file );
+   if( !in ) {
+      throw Kiv::ParseError( file + ": cannot be read" );
+   }
    Steps steps;
    for( String line; std::getline( in, line ); ) {
       if( Step const step( line ); step.size() != 0 && !step[ 0 ].starts_with( '#' ) ) {
          steps.push_back( step );
       }
    }
-   if( steps.empty() || in.bad() ) {
+   if( steps.empty() ) {
       throw Kiv::ParseError( file + ": there is no history in it" );
    }
    return steps;

@@ -232,6 +232,16 @@ isNumber( std::string const & text ) {
 
 } // namespace
 
+namespace {
+
+// CLI11's own would tell of all numbers that a double can be.
+std::string
+isPositive( std::string const & number ) {
+   return number == "0" ? "1 at least is expected" : "";
+}
+
+} // namespace
+
 int
 main( int argc, char ** argv ) {
    Options options;
@@ -245,7 +255,7 @@ main( int argc, char ** argv ) {
    auto * const seeds = app.add_option( "--seeds", options.seeds, "How many, from that seed on" )
                               ->capture_default_str()
                               ->check( isNumber )
-                              ->check( CLI::PositiveNumber );
+                              ->check( isPositive );
    auto * const length = app.add_option( "--steps", options.steps, "Of each history" )
                                ->capture_default_str()
                                ->check( isNumber )
@@ -253,7 +263,7 @@ main( int argc, char ** argv ) {
    auto * const seconds =
          app.add_option( "--seconds", options.seconds, "Go on for so long, instead of --seeds" )
                ->check( isNumber )
-               ->check( CLI::PositiveNumber )
+               ->check( isPositive )
                ->excludes( seeds );
    app.add_option( "--shrink", options.shrinkSeconds,
                    "Seconds to make a failing history shorter; 0 leaves it as it is" )
