@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Tessera/Plan.h"
 
+#include "Kiv/Dispatch.h"
 #include "Kiv/Utf8.h"
 #include "Tessera/Error.h"
 #include "Tessera/Read.h"
@@ -78,6 +79,8 @@ isNothing( Datum const & value ) {
 Kiv::Entity &
 made( Place & place ) {
    if( !place.entity ) {
+      // Whoever hears of it may remove it at once: it waits until it is held here.
+      Kiv::Dispatch::Frame const frame;
       place.entity = place.attribute->makeChild( made( *place.parent ), place.key );
       if( !place.entity ) {
          throw Error( place.path.text(), "could not be made" );

@@ -474,6 +474,13 @@ TEST_F( TesseraWatch, survivesWhatItsCallbackDoes ) {
    EXPECT_EQ( take(), "/feature/config/leaves/E1/enabled = false\n"
                       "/feature/config/leaves/E1 gone\n"
                       "/feature/config/leaves/E1 gone\n" );
+   // A child that is made to be written to goes as soon as it is there: what is written goes with it.
+   config->leavesDel( "E1" );
+   heard.clear();
+   then = [ & ] { config->leavesDel( "E3" ); };
+   database.set( "/feature/config/leaves/E3/enabled", false );
+   EXPECT_TRUE( take().ends_with( "gone\n" ) );
+   EXPECT_FALSE( config->leaves( "E3" ) );
    // A watch that ends itself, and the mount goes too.
    then = [ & ] {
       database.unwatch( id );
