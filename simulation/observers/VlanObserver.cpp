@@ -407,11 +407,13 @@ VlanObserver::bringTo( Tables wanted ) {
    // What is refused or late is written at another time.
    wasFaulty_ = wasFaulty_ || faults_.any();
    needsRestart_ = needsRestart_ || ( wasFaulty_ && held_ != wanted_ );
-   countsAreOpen_ = countsAreOpen_ || wasFaulty_ || observers().inTheMiddle();
+   countsAreOpen_ = countsAreOpen_ || wasFaulty_;
 }
 
 void
 VlanObserver::follow() {
+   // Also in the middle of the first start.
+   countsAreOpen_ = countsAreOpen_ || observers().inTheMiddle();
    vlans_ = {};
    for( auto const & [ vlan, config ] : config_->vlan() ) {
       vlans_.insert( vlan );
