@@ -57,7 +57,7 @@ runHere( Steps const & steps, Progress & progress ) {
          text += finding + '\n';
       }
    } catch( std::exception const & error ) {
-      text += String( "run: thrown out of a step: " ) + error.what() + '\n';
+      text += String( "run: thrown out of its beginning or end: " ) + error.what() + '\n';
    }
    return text;
 }

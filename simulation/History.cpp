@@ -2,6 +2,7 @@
 #include "simulation/History.h"
 
 #include "chips/sim/SimCapture.h"
+#include "simulation/Hex.h"
 
 #include <fstream>
 #include <set>
@@ -138,16 +139,11 @@ historyOf( std::uint64_t seed, std::size_t length, std::span< String const > fra
 
 std::vector< String >
 capturedFrames( String const & file ) {
-   constexpr std::size_t header = 26; // with four tags' room
+   constexpr std::size_t header = 26; // with three tags: one more than a chip looks at
    HobaSim::CaptureFile capture( file );
    std::set< String > frames;
    while( auto const frame = capture.next() ) {
-      String hex;
-      for( auto const octet : frame->bytes.first( std::min( header, frame->bytes.size() ) ) ) {
-         constexpr char digits[] = "0123456789abcdef";
-         hex += { digits[ octet / 16 ], digits[ octet % 16 ] };
-      }
-      frames.insert( hex );
+      frames.insert( hexOf( frame->bytes.first( std::min( header, frame->bytes.size() ) ) ) );
    }
    return { frames.begin(), frames.end() };
 }

@@ -41,8 +41,7 @@ struct Ended {
 Ended runAlone( Steps const & steps, unsigned mostSeconds = 60 );
 
 // Takes steps away, and then makes values simpler, as long as what is left fails alike; for so many seconds
-// at most. `told` hears of progress.
-Steps shrink( Steps steps, Failure const & failure, unsigned mostSeconds,
-              std::function< void( std::size_t steps ) > const & told );
+// at most.
+Steps shrink( Steps steps, Failure const & failure, unsigned mostSeconds );
 
 } // namespace Simulation

@@ -28,6 +28,12 @@ Observers::Observers( Switch & simulated ) {
    }
 }
 
+String
+rowIn( Rows const & rows, String const & key ) {
+   auto const found = rows.find( key );
+   return found == rows.end() ? "" : found->second;
+}
+
 void
 Observers::follow() {
    for( auto const & each : observers_ ) {

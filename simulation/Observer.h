@@ -32,6 +32,20 @@ class Observers;
 // The rows of a table or members of a collection, each as text.
 using Rows = std::map< Kiv::String, Kiv::String >;
 
+// The row of that key; empty if there is none.
+Kiv::String rowIn( Rows const & rows, Kiv::String const & key );
+
+// A model's map, as the state database has it.
+template< class Map >
+Rows
+rowsOf( Map const & map ) {
+   Rows rows;
+   for( auto const & [ key, value ] : map ) {
+      rows[ Kiv::toText( key ) ] = Kiv::datumText( Kiv::toDatum( value ) );
+   }
+   return rows;
+}
+
 class Observer {
  public:
    Observer( Switch & simulated, Observers & observers, char const * name )
@@ -68,6 +82,7 @@ class Observer {
    // that as one change when it is over; a step that is to be done then waits for the next change.
    virtual bool canBeInterrupted() const { return true; }
    enum Verdict { notMine, accepts, refuses };
+   static constexpr Verdict verdict( bool accepted ) { return accepted ? accepts : refuses; }
    // What becomes of the step that is about to be run. Exactly one observer answers for each step.
    virtual Verdict judge( Step const & ) const { return notMine; }
    // The step has been run, and was accepted.
@@ -76,6 +91,9 @@ class Observer {
    virtual void follow() {}
    // The machines have run at this time, and at all times before it at which they wanted to.
    virtual void timeIs( Kiv::Seconds ) {}
+   // The machines begin cold, and not for the first time: the chip has lost all that it held. Said to all
+   // observers before began().
+   virtual void chipForgot() {}
    // The machines were let go, and made anew; in the order of the observers.
    virtual void began( HobaAgent::RestartKind ) {}
    // A machine wants the agent restarted: whether this observer expects it now.

@@ -131,7 +131,12 @@ Run::upon( String const & path, Step const & step ) {
          switch_->unwatch( *id );
          observers_->inTheMiddleIs( true );
          observers_->follow(); // what is under way came first
-         input( step );
+         try {
+            input( step );
+         } catch( std::exception const & error ) {
+            // Not through those who are at work.
+            found( String( "thrown out of a step: " ) + error.what() );
+         }
          observers_->inTheMiddleIs( false );
       }
    } );
@@ -164,9 +169,7 @@ Run::input( Step const & step ) {
    ++depth_;
    auto const outcome = switch_->run( step );
    --depth_;
-   if( listener ) {
-      listener( step, outcome );
-   }
+   listener( step, outcome );
    if( outcome.accepted != ( verdict == Observer::accepts ) ) {
       return found( outcome.accepted ? "accepted, and must be refused: " + step.text()
                                      : "refused: " + step.text() + ": " + outcome.refusal );
@@ -208,7 +211,7 @@ Run::begin( Step const & step ) {
       outcome = switch_->run( step );
    }
    --depth_;
-   listener ? listener( step, outcome ) : void();
+   listener( step, outcome );
    if( !outcome.accepted ) {
       return found( "refused: " + step.text() + ": " + outcome.refusal );
    }
@@ -239,15 +242,20 @@ Run::stop( Step const & step ) {
       --depth_;
       isQuiet_ = isQuiet_ && upons_.empty();
       stoppedUnderFaults_ = hasFaults();
-      listener ? listener( step, {} ) : void();
+      listener( step, {} );
       lookForFailures();
    }
 }
 
 void
 Run::beganAll( RestartKind kind ) {
-   ++counts_.restarts;
+   bool const isFirst = counts_.restarts++ == 0;
    beganUnderFaults_ = hasFaults() || beganUnderFaults_; // asked of all, before they begin
+   if( kind == HobaAgent::cold && !isFirst ) {
+      for( auto const & each : observers_->all() ) {
+         each->chipForgot();
+      }
+   }
    for( auto const & each : observers_->all() ) {
       each->began( kind );
    }

@@ -35,7 +35,8 @@ class Run {
    Observers const & observers() const { return *observers_; }
    Switch const & simulated() const { return *switch_; }
    // Told of every step that is run, also of those that healed something, and of what became of it.
-   std::function< void( Step const &, Outcome const & ) > listener;
+   std::function< void( Step const &, Outcome const & ) > listener = []( Step const &,
+                                                                         Outcome const & ) {};
 
  private:
    void run( Step const & step );

@@ -15,10 +15,9 @@ namespace {
 
 class Shrinker {
  public:
-   Shrinker( Steps steps, Failure const & failure, unsigned mostSeconds,
-             std::function< void( std::size_t ) > const & told )
+   Shrinker( Steps steps, Failure const & failure, unsigned mostSeconds )
          : steps_( std::move( steps ) ), kind_( failure.kind() ),
-           end_( std::time( nullptr ) + mostSeconds ), told_( told ) {
+           end_( std::time( nullptr ) + mostSeconds ) {
       // What comes behind has no part in it, but for the quiet in which it is found.
       steps_.resize( std::min( steps_.size(), failure.step + 1 ) );
    }
@@ -45,7 +44,6 @@ class Shrinker {
       }
       steps.resize( std::min( steps.size(), ended.failure->step + 1 ) );
       steps_ = std::move( steps );
-      told_( steps_.size() );
       return true;
    }
 
@@ -123,15 +121,13 @@ class Shrinker {
    Steps steps_;
    String const kind_;
    std::time_t const end_;
-   std::function< void( std::size_t ) > const told_;
 };
 
 } // namespace
 
 Steps
-shrink( Steps steps, Failure const & failure, unsigned mostSeconds,
-        std::function< void( std::size_t ) > const & told ) {
-   return Shrinker( std::move( steps ), failure, mostSeconds, told ).shrunk();
+shrink( Steps steps, Failure const & failure, unsigned mostSeconds ) {
+   return Shrinker( std::move( steps ), failure, mostSeconds ).shrunk();
 }
 
 } // namespace Simulation

@@ -5,8 +5,8 @@
 #include "Hoba/HobaLog.h"
 #include "agent/features/Features.h"
 #include "chips/sim/SimChip.h"
+#include "simulation/Hex.h"
 
-#include <charconv>
 #include <cstdlib>
 #include <ctime>
 
@@ -56,38 +56,18 @@ Switch::run( Step const & step ) {
    return outcome;
 }
 
-namespace {
-
-std::vector< std::uint8_t >
-octetsOf( String const & hex ) {
-   if( hex.size() % 2 != 0 ) {
-      Kiv::parseFailed( hex, "octets in hexadecimal" );
-   }
-   std::vector< std::uint8_t > octets( hex.size() / 2 );
-   for( std::size_t n = 0; n != octets.size(); ++n ) {
-      auto const * const digits = hex.data() + 2 * n;
-      if( std::from_chars( digits, digits + 2, octets[ n ], 16 ).ptr != digits + 2 ) {
-         Kiv::parseFailed( hex, "octets in hexadecimal" );
-      }
-   }
-   return octets;
-}
-
-} // namespace
-
 Datum
 Switch::frame( Step const & step ) {
-   auto const octets = octetsOf( step[ 2 ] );
-   auto const frame = chip_->path()->frame( Pelt::IntfId::parse( step[ 1 ] ), octets );
+   auto const octets = octetsIn( step[ 2 ] );
+   if( !octets ) {
+      Kiv::parseFailed( step[ 2 ], "octets in hexadecimal" );
+   }
+   auto const frame = chip_->path()->frame( Pelt::IntfId::parse( step[ 1 ] ), *octets );
    Datum::Array departures;
    for( auto const & departure : frame.departures ) {
+      // Between the addresses and the last type.
       auto const header = frameHeaderOctets( departure.header );
-      String tags;
-      for( std::size_t n = 12; n + 2 < header.size(); ++n ) {
-         char digits[ 3 ];
-         std::snprintf( digits, sizeof digits, "%02x", header[ n ] );
-         tags += digits;
-      }
+      auto const tags = hexOf( std::span( header ).subspan( 12, header.size() - 14 ) );
       departures.push_back( Datum::Object{ { "port", Kiv::toText( departure.port ) },
                                            { "intf", Kiv::toText( departure.intf ) },
                                            { "tags", tags } } );

@@ -171,7 +171,7 @@ failed( std::uint64_t seed, Steps const & steps, Failure const & failure,
    if( options.shrinkSeconds != 0 ) {
       std::printf( "switch-simulation: making the history shorter\n" );
       std::fflush( stdout );
-      short_ = shrink( steps, failure, options.shrinkSeconds, []( std::size_t ) {} );
+      short_ = shrink( steps, failure, options.shrinkSeconds );
       writeHistory( file, short_, about );
    }
    std::printf(
@@ -229,10 +229,6 @@ std::string
 isNumber( std::string const & text ) {
    return parsed< std::uint64_t >( text ) ? "" : '"' + text + "\" is not a number";
 }
-
-} // namespace
-
-namespace {
 
 // CLI11's own would tell of all numbers that a double can be.
 std::string

@@ -94,9 +94,8 @@ EventsObserver::canBeInterrupted() const {
 
 Observer::Verdict
 EventsObserver::judge( Step const & step ) const {
-   auto const answer = []( bool isGood ) { return isGood ? accepts : refuses; };
    if( step.begins( "sim event hold" ) || step.begins( "sim event release" ) ) {
-      return answer( simulated().isRunning() );
+      return verdict( simulated().isRunning() );
    }
    bool const isLink = step.begins( "sim event link" );
    bool const isAutoneg = step.begins( "sim event autoneg" );
@@ -109,13 +108,13 @@ EventsObserver::judge( Step const & step ) const {
          ports_.isConfigured( parsed< Pelt::IntfId >( step[ 3 ] ).value_or( Pelt::IntfId() ) );
    if( isLink ) {
       bool const isFault = more.empty() || more == "none" || more == "local" || more == "remote";
-      return answer( isPort && ( what == "up" || what == "down" ) && isFault );
+      return verdict( isPort && ( what == "up" || what == "down" ) && isFault );
    }
    if( isAutoneg ) {
-      return answer( isPort && ( what == "success" || what == "failed" ) && speedsOf( more ) );
+      return verdict( isPort && ( what == "success" || what == "failed" ) && speedsOf( more ) );
    }
    auto const count = parsed< std::uint64_t >( what ).value_or( 0 );
-   return answer( isPort && count > 0 && count <= longestFlood );
+   return verdict( isPort && count > 0 && count <= longestFlood );
 }
 
 void
@@ -282,6 +281,12 @@ EventsObserver::applyAutoneg( Event const & event ) {
                               event.advert };
 }
 
+Interface::LinkStatus
+EventsObserver::chipLink( Pelt::IntfId port ) const {
+   auto const found = chipLink_.find( port );
+   return found == chipLink_.end() ? Interface::linkUnknown : found->second.linkStatus;
+}
+
 // ---- The machines
 
 // Who was told of a port that has gone since, was told of another one.
@@ -290,17 +295,17 @@ EventsObserver::follow() {
    std::erase_if( autoneg_, [ this ]( auto const & port ) { return !ports_.has( port.first ); } );
 }
 
+void
+EventsObserver::chipForgot() {
+   chipLink_.clear();
+   chipAutoneg_.clear();
+}
+
 // The machine begins anew, without what the former one counted, and open. It takes what that one left in
 // the queue; behind it the chip reports all that it holds. That is applied before others begin.
 void
-EventsObserver::began( HobaAgent::RestartKind kind ) {
-   bool const hasForgotten = std::exchange( hasBegun_, true ) && kind == HobaAgent::cold;
+EventsObserver::began( HobaAgent::RestartKind ) {
    auto & stations = observers().find< StationsObserver >();
-   if( hasForgotten ) {
-      chipLink_.clear();
-      chipAutoneg_.clear();
-      stations.chipForgot();
-   }
    isThere_ = true;
    isHeld_ = isDraining_ = false;
    applied_ = drains_ = 0;
@@ -333,15 +338,8 @@ void
 EventsObserver::check() {
    checkQueue();
    checkPorts();
-   Rows handled, droppedRows;
-   for( auto const & [ kind, count ] : handled_ ) {
-      handled[ kind ] = toText( count );
-   }
-   for( auto const & [ reason, count ] : dropped_ ) {
-      droppedRows[ reason ] = toText( count );
-   }
-   expectRows( "/hoba/events/status/handled", handled );
-   expectRows( "/hoba/events/status/dropped", droppedRows );
+   expectRows( "/hoba/events/status/handled", rowsOf( handled_ ) );
+   expectRows( "/hoba/events/status/dropped", rowsOf( dropped_ ) );
    expectText( "/hoba/events/status/drains", toText( drains_ ) );
    expectText( "/hoba/events/status/highWaterMark", toText( mostWaiting_ ) );
 }
@@ -349,16 +347,13 @@ EventsObserver::check() {
 // Also while it is held.
 void
 EventsObserver::checkQueue() {
-   Rows queue, overtaken;
+   Rows queue;
    for( auto const & [ index, event ] : queue_ ) {
       queue[ toText( index ) ] = Kiv::datumText( Kiv::toDatum( event ) );
    }
-   for( auto const & [ station, index ] : overtaken_ ) {
-      overtaken[ toText( station ) ] = toText( index );
-   }
    expectRows( "/hoba/events/queue/event", queue );
    expectText( "/hoba/events/queue/nextIndex", toText( nextIndex_ ) );
-   expectRows( "/hoba/machines/events/overtaken", overtaken );
+   expectRows( "/hoba/machines/events/overtaken", rowsOf( overtaken_ ) );
    expectRows( "/hoba/machines/events",
                { { "initialized", "true" },
                  { "running", "true" },
@@ -371,8 +366,7 @@ EventsObserver::checkQueue() {
 
 void
 EventsObserver::checkPorts() {
-   auto const rowOf = []( auto const & port ) { return Kiv::datumText( Kiv::toDatum( port ) ); };
-   Rows ports, links, autonegs;
+   Rows ports;
    for( auto const & [ intf, port ] : ports_.ports() ) {
       auto const autoneg = autoneg_.contains( intf ) ? autoneg_.at( intf ) : Autoneg();
       ports[ toText( intf ) ] = Kiv::datumText(
@@ -381,15 +375,9 @@ EventsObserver::checkPorts() {
                                 { "partnerAutonegAdvertisement", Kiv::toDatum( autoneg.advert ) },
                                 { "autonegResult", toText( autoneg.result ) } } );
    }
-   for( auto const & [ port, event ] : chipLink_ ) {
-      links[ toText( port ) ] = rowOf( event );
-   }
-   for( auto const & [ port, event ] : chipAutoneg_ ) {
-      autonegs[ toText( port ) ] = rowOf( event );
-   }
    expectRows( "/hoba/portStatus/portStatus", ports );
-   expectRows( "/sim/chip/events/link", links );
-   expectRows( "/sim/chip/events/autoneg", autonegs );
+   expectRows( "/sim/chip/events/link", rowsOf( chipLink_ ) );
+   expectRows( "/sim/chip/events/autoneg", rowsOf( chipAutoneg_ ) );
    expectText( "/sim/chip/events/reporting", "true" );
 }
 

@@ -21,6 +21,8 @@ class EventsObserver : public Observer {
    void report( Event const & event );
    // News of a station that comes ahead of all that is queued: applied at once, if machines run.
    void reportAhead( Event const & event );
+   // How the chip found the link of the port last.
+   Interface::LinkStatus chipLink( Pelt::IntfId port ) const;
    // For who applies events of stations: one had no effect, or another than it asked for.
    void dropped( char const * reason ) { ++dropped_[ reason ]; }
 
@@ -32,6 +34,7 @@ class EventsObserver : public Observer {
    void heard( Step const & step, Kiv::Datum const & answer ) override;
    void follow() override;
    void timeIs( Kiv::Seconds now ) override;
+   void chipForgot() override;
    void began( HobaAgent::RestartKind kind ) override;
    void check() override;
 
@@ -70,7 +73,6 @@ class EventsObserver : public Observer {
    std::uint32_t nextIndex_ = 0;
    std::map< Pelt::IntfId, Autoneg > autoneg_;
    // The machine.
-   bool hasBegun_ = false;
    bool isThere_ = false; // it is registered, and the former one went
    bool isBeginning_ = false;
    bool isHeld_ = false;

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "simulation/observers/FramesObserver.h"
 
+#include "simulation/Hex.h"
 #include "simulation/observers/StationsObserver.h"
 
 #include <algorithm>
-#include <charconv>
 #include <optional>
 
 namespace Simulation {
@@ -17,12 +17,6 @@ using Pelt::IntfId;
 using Octets = FramesObserver::Octets;
 
 namespace {
-
-String
-rowOf( Rows const & rows, String const & key ) {
-   auto const found = rows.find( key );
-   return found == rows.end() ? "" : found->second;
-}
 
 constexpr unsigned customerTpid = 0x8100, providerTpid = 0x88a8;
 constexpr unsigned vlanMask = 0xfff;
@@ -59,7 +53,7 @@ struct FramesObserver::Passing {
 
    bool isTagged( IntfId by ) const { return how( by ) == "vlanTagged"; }
    bool isCarried( IntfId by ) const { return isTagged( by ) || how( by ) == "vlanUntagged"; }
-   String how( IntfId by ) const { return rowOf( members, vlan + '@' + toText( by ) ); }
+   String how( IntfId by ) const { return rowIn( members, vlan + '@' + toText( by ) ); }
 };
 
 namespace {
@@ -68,32 +62,6 @@ constexpr std::size_t typeAt = 12; // in an untagged frame
 constexpr std::size_t shortestFrame = 60;
 
 // ---- Octets
-
-String
-hex( Octets const & octets ) {
-   constexpr char digits[] = "0123456789abcdef";
-   String text;
-   for( auto const octet : octets ) {
-      text += digits[ octet >> 4 ];
-      text += digits[ octet & 0xf ];
-   }
-   return text;
-}
-
-std::optional< Octets >
-octetsOf( String const & text ) {
-   if( text.size() % 2 != 0 ) {
-      return {};
-   }
-   Octets octets( text.size() / 2 );
-   for( std::size_t n = 0; n != octets.size(); ++n ) {
-      auto const * const digits = text.data() + 2 * n;
-      if( std::from_chars( digits, digits + 2, octets[ n ], 16 ).ptr != digits + 2 ) {
-         return {};
-      }
-   }
-   return octets;
-}
 
 unsigned
 wordAt( Octets const & octets, std::size_t place ) {
@@ -152,7 +120,7 @@ tagsText( Kiv::Datum const & departure ) {
               Tag{ number( "tpid" ), number( "priority" ) << 13 | ( dropEligible ? 1u << 12 : 0u ) |
                                            number( "vlan" ) } );
    }
-   return hex( octets );
+   return hexOf( octets );
 }
 
 // The stage that dropped the frame, as `sim frame` tells it: the last one of its table.
@@ -276,7 +244,7 @@ FramesObserver::propose( Draw & draw, Steps & steps ) {
       if( draw.hasFrames() && draw.chance( 40 ) ) {
          steps.push_back( "frame " + port + ' ' + draw.frame() );
       } else {
-         steps.push_back( "frame " + port + ' ' + hex( anyFrame( draw ) ) );
+         steps.push_back( "frame " + port + ' ' + hexOf( anyFrame( draw ) ) );
       }
    }
 }
@@ -359,7 +327,7 @@ FramesObserver::judge( Step const & step ) const {
    if( !step.begins( "frame" ) ) {
       return notMine;
    }
-   return Pelt::EthIntfId::isEthIntfId( IntfId( step[ 1 ] ) ) && octetsOf( step[ 2 ] ) ? accepts
+   return Pelt::EthIntfId::isEthIntfId( IntfId( step[ 1 ] ) ) && octetsIn( step[ 2 ] ) ? accepts
                                                                                        : refuses;
 }
 
@@ -413,7 +381,7 @@ FramesObserver::pass( IntfId port, Octets const & octets ) {
    frame.header = headerOf( port, octets );
    frame.trunk = rowsAt( "/sim/chip/trunk/lag" );
    frame.members = rowsAt( "/sim/chip/vlan/member" );
-   auto const lag = rowOf( frame.trunk, toText( port ) );
+   auto const lag = rowIn( frame.trunk, toText( port ) );
    frame.intf = lag.empty() ? port : IntfId( lag );
    stations_.frameCame( frame.header.fault );
    if( frame.header.fault != StationsObserver::sound ) {
@@ -423,8 +391,8 @@ FramesObserver::pass( IntfId port, Octets const & octets ) {
    auto const & tags = frame.header.tags;
    auto const byTag = tags.empty() ? 0 : tags.front().vlan();
    frame.vlan =
-         byTag ? toText( byTag ) : rowOf( rowsAt( "/sim/chip/vlan/native" ), toText( frame.intf ) );
-   if( rowOf( rowsAt( "/sim/chip/vlan/vlan" ), frame.vlan ) != "true" ) {
+         byTag ? toText( byTag ) : rowIn( rowsAt( "/sim/chip/vlan/native" ), toText( frame.intf ) );
+   if( rowIn( rowsAt( "/sim/chip/vlan/vlan" ), frame.vlan ) != "true" ) {
       frame.dropped = "vlan";
    } else if( !frame.isCarried( frame.intf ) ) {
       frame.dropped = "ingress";
@@ -505,7 +473,7 @@ FramesObserver::tagsOf( Passing const & frame, Departure const & departure, Intf
    if( tags.size() > 1 ) {
       append( octets, tags.back() );
    }
-   return hex( octets );
+   return hexOf( octets );
 }
 
 // ---- What must be
@@ -513,7 +481,7 @@ FramesObserver::tagsOf( Passing const & frame, Departure const & departure, Intf
 void
 FramesObserver::heard( Step const & step, Kiv::Datum const & answer ) {
    if( step.begins( "frame" ) ) {
-      compare( step, pass( IntfId( step[ 1 ] ), *octetsOf( step[ 2 ] ) ),
+      compare( step, pass( IntfId( step[ 1 ] ), *octetsIn( step[ 2 ] ) ),
                textOf( answer, "dropped" ), answer );
    } else if( step.begins( "sim frame" ) ) {
       auto const asked = *simFrameOf( step );
@@ -557,28 +525,23 @@ FramesObserver::compare( Step const & step, Passing const & frame, String const 
    }
 }
 
-// A chip that has forgotten everything has not seen a frame yet.
+// It has not seen a frame yet.
 void
-FramesObserver::began( HobaAgent::RestartKind kind ) {
-   if( std::exchange( hasBegun_, true ) && kind == HobaAgent::cold ) {
-      in_ = out_ = 0;
-      dropped_.clear();
-   }
+FramesObserver::chipForgot() {
+   in_ = out_ = 0;
+   dropped_.clear();
 }
 
 void
 FramesObserver::check() {
-   Rows counts, drops;
+   Rows counts;
    for( auto const & [ name, count ] : { std::pair( "in", in_ ), { "out", out_ } } ) {
       if( count ) {
          counts[ name ] = toText( count );
       }
    }
-   for( auto const & [ stage, count ] : dropped_ ) {
-      drops[ stage ] = toText( count );
-   }
    expectRows( "/sim/chip/path/count", counts );
-   expectRows( "/sim/chip/path/drop", drops );
+   expectRows( "/sim/chip/path/drop", rowsOf( dropped_ ) );
 }
 
 SIMULATION_OBSERVER( FramesObserver );

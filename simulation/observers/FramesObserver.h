@@ -21,7 +21,7 @@ class FramesObserver : public Observer {
    void propose( Draw & draw, Steps & steps ) override;
    Verdict judge( Step const & step ) const override;
    void heard( Step const & step, Kiv::Datum const & answer ) override;
-   void began( HobaAgent::RestartKind kind ) override;
+   void chipForgot() override;
    void check() override;
 
  private:
@@ -51,7 +51,6 @@ class FramesObserver : public Observer {
 
    PortsObserver const & ports_;
    StationsObserver & stations_;
-   bool hasBegun_ = false;
    std::uint64_t in_ = 0, out_ = 0;
    std::map< Kiv::String, std::uint64_t > dropped_; // by stage
    std::map< Choice, Pelt::IntfId > choices_;

@@ -127,11 +127,6 @@ LagObserver::lags() const {
 }
 
 LagObserver::Ports
-LagObserver::configured( IntfId lag ) const {
-   return has( lag ) ? lags_.at( lag ).configured : Ports();
-}
-
-LagObserver::Ports
 LagObserver::active( IntfId lag ) const {
    return has( lag ) ? lags_.at( lag ).active : Ports();
 }
@@ -270,13 +265,16 @@ listText( LagObserver::Ports const & ports ) {
 
 void
 LagObserver::check() {
-   Rows configured, active, kinds, individually;
+   Rows configured, active, kinds, individually, configuredLag;
    for( auto const & [ lag, model ] : lags_ ) {
       auto const name = toText( lag );
       auto const config = config_->lag( Pelt::PortChannelIntfId( lag ) );
       configured[ name ] = listText( model.configured );
       active[ name ] = listText( model.active );
       kinds[ name ] = toText( config->kind() );
+      for( auto const port : model.configured ) {
+         configuredLag[ toText( port ) ] = name;
+      }
       if( config->enabled() && config->kind() == HobaTypes::lagTypeLacp && !config->lacpPartner() &&
           config->lacpFallback() ) {
          individually[ name ] = "true";
@@ -288,12 +286,6 @@ LagObserver::check() {
    expectRows( "/hoba/common/lagInLacpFallbackIndividualMode", individually );
    expectRows( "/hoba/common/portToLag", ways() );
    expectRows( "/sim/chip/trunk/lag", ways() );
-   Rows configuredLag;
-   for( auto const & [ lag, model ] : lags_ ) {
-      for( auto const port : model.configured ) {
-         configuredLag[ toText( port ) ] = toText( lag );
-      }
-   }
    expectRows( "/hoba/machines/lagFeeder/configuredLag", configuredLag );
    expectRows( "/hoba/machines/chipLag/refused", {} );
 }

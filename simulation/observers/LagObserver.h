@@ -17,8 +17,6 @@ class LagObserver : public Observer {
    bool has( Pelt::IntfId lag ) const { return lags_.contains( lag ); }
    // The LAGs that the machines know.
    std::vector< Pelt::IntfId > lags() const;
-   // The ports that exist and that the operator put into the LAG, in the order in which they came.
-   Ports configured( Pelt::IntfId lag ) const;
    // Its active members, in the order in which they joined.
    Ports active( Pelt::IntfId lag ) const;
    // The LAG that the port is an active member of; the empty id for none.

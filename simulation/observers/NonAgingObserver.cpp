@@ -260,15 +260,12 @@ NonAgingObserver::follow() {
 
 void
 NonAgingObserver::check() {
-   Rows entries, counts;
-   for( auto const & [ host, entry ] : status_ ) {
-      entries.emplace( Kiv::toText( host ), Kiv::datumText( Kiv::toDatum( entry ) ) );
-   }
+   Rows counts;
    for( auto const & [ host, claims ] : claims_ ) {
       counts.emplace( Kiv::toText( host ), std::to_string( claims.size() ) );
    }
    expectText( "/hoba/nonAging/status/enabled", enabled_ ? "true" : "false" );
-   expectRows( "/hoba/nonAging/status/macEntries", entries );
+   expectRows( "/hoba/nonAging/status/macEntries", rowsOf( status_ ) );
    expectRows( "/hoba/machines/nonAging/macEntriesRef", counts );
    checkClients();
 }

@@ -33,6 +33,7 @@ class ParityObserver : public Observer {
    void heard( Step const & step, Kiv::Datum const & answer ) override;
    void follow() override { hearLog(); }
    void timeIs( Kiv::Seconds now ) override;
+   void chipForgot() override;
    void began( HobaAgent::RestartKind kind ) override;
    bool expectsRestart( String const & reason ) override;
    void check() override;
@@ -93,7 +94,6 @@ class ParityObserver : public Observer {
    std::array< std::uint64_t, 3 > handled_{};
    std::uint64_t drains_ = 0;
    std::size_t mostWaited_ = 0;
-   bool hasBegun_ = false;
    std::optional< Key > fatal_; // for which the agent must be restarted now
 
    std::vector< Line > expectedLog_, log_;
@@ -367,14 +367,15 @@ ParityObserver::tell( Key const & key ) {
 // ---- The machines
 
 void
-ParityObserver::began( HobaAgent::RestartKind kind ) {
-   if( kind == HobaAgent::cold && hasBegun_ ) {
-      for( auto const & [ key, fault ] : std::map( faults_ ) ) {
-         faultDel( key );
-      }
-      counts_.clear();
+ParityObserver::chipForgot() {
+   for( auto const & [ key, fault ] : std::map( faults_ ) ) {
+      faultDel( key );
    }
-   hasBegun_ = true;
+   counts_.clear();
+}
+
+void
+ParityObserver::began( HobaAgent::RestartKind ) {
    handled_ = {};
    drains_ = mostWaited_ = 0;
    fatal_.reset();
@@ -492,19 +493,16 @@ ParityObserver::check() {
 
 void
 ParityObserver::checkChip() {
-   Rows errors, counts, names;
+   Rows errors, names;
    for( auto const & [ key, fault ] : faults_ ) {
       Kiv::Datum const row = Kiv::Datum::Object{ { "time", fault.time }, { "count", fault.count } };
       errors.emplace( Kiv::toText( key ), Kiv::datumText( row ) );
-   }
-   for( auto const & [ name, count ] : counts_ ) {
-      counts.emplace( name, std::to_string( count ) );
    }
    for( auto const & name : sliceNames_ ) {
       names.emplace( name, "" );
    }
    expectRows( String( unitPath ) + "error", errors );
-   expectRows( String( unitPath ) + "count", counts );
+   expectRows( String( unitPath ) + "count", rowsOf( counts_ ) );
    expectRows( String( unitPath ) + "sliceName", names );
    expectText( String( unitPath ) + "correctionTime", Kiv::datumText( correctionTime_ ) );
 }
@@ -513,9 +511,8 @@ void
 ParityObserver::checkMachines() {
    Rows all, due, handled;
    for( auto const & [ slice, events ] : slices_ ) {
-      Rows own, held;
+      Rows own = rowsOf( events ), held;
       for( auto const & [ key, event ] : events ) {
-         own.emplace( Kiv::toText( key ), Kiv::datumText( Kiv::toDatum( event ) ) );
          held.emplace( Kiv::toText( key ), "" );
       }
       expectRows( String( unitPath ) + "slices/entry/" + slice + "/parityEvent", own );

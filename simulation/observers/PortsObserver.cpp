@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "simulation/observers/PortsObserver.h"
 
+#include "simulation/observers/EventsObserver.h"
+
 #include <algorithm>
-#include <utility>
 
 namespace Simulation {
 
@@ -92,14 +93,9 @@ PortsObserver::judge( Step const & step ) const {
 // ---- The model
 
 void
-PortsObserver::heard( Step const & step, Kiv::Datum const & ) {
-   if( step.begins( "sim link" ) || step.begins( "sim event link" ) ) {
-      auto const place = step[ 1 ] == "link" ? 2u : 3u;
-      chipLink_[ Pelt::IntfId( step[ place ] ) ] =
-            step[ place + 1 ] == "up" ? Interface::linkUp : Interface::linkDown;
-   } else if( step.begins( "sim event flood" ) ) {
-      chipLink_[ Pelt::IntfId( step[ 3 ] ) ] = Interface::linkUp; // it ends so
-   }
+PortsObserver::askChip( Pelt::IntfId intf, Port & port ) const {
+   auto const link = observers().find< EventsObserver >().chipLink( intf );
+   port.reported = link == Interface::linkUnknown ? port.reported : link;
 }
 
 bool
@@ -129,8 +125,8 @@ void
 PortsObserver::followPort( Pelt::IntfId intf, Feeders::PortConfig const & config ) {
    auto const [ found, isNew ] = ports_.try_emplace( intf );
    auto & port = found->second;
-   if( isNew && chipLink_.contains( intf ) ) {
-      port.reported = chipLink_.at( intf );
+   if( isNew ) {
+      askChip( intf, port );
    }
    port.kbps = std::uint64_t( config.speed().value() ) * 1000;
    port.up = config.linkUp() && port.reported != Interface::linkDown;
@@ -140,14 +136,9 @@ PortsObserver::followPort( Pelt::IntfId intf, Feeders::PortConfig const & config
 // What the chip knows of its links counts from the beginning. What it has forgotten, the machines have
 // not: the last report stands until there is another.
 void
-PortsObserver::began( HobaAgent::RestartKind kind ) {
-   if( std::exchange( hasBegun_, true ) && kind == HobaAgent::cold ) {
-      chipLink_.clear();
-   }
+PortsObserver::began( HobaAgent::RestartKind ) {
    for( auto & [ intf, port ] : ports_ ) {
-      if( chipLink_.contains( intf ) ) {
-         port.reported = chipLink_.at( intf );
-      }
+      askChip( intf, port );
    }
    follow();
 }

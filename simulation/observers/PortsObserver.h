@@ -26,9 +26,6 @@ class PortsObserver : public Observer {
    std::map< Pelt::IntfId, Port > const & ports() const { return ports_; }
    bool has( Pelt::IntfId port ) const { return ports_.contains( port ); }
    bool isActive( Pelt::IntfId port ) const { return has( port ) && ports_.at( port ).active; }
-   std::uint64_t kbps( Pelt::IntfId port ) const {
-      return has( port ) ? ports_.at( port ).kbps : 0;
-   }
    // The operator has configured the port, whether or not machines run.
    bool isConfigured( Pelt::IntfId port ) const;
 
@@ -39,19 +36,17 @@ class PortsObserver : public Observer {
    unsigned weight() const override { return 14; }
    void propose( Draw & draw, Steps & steps ) override;
    Verdict judge( Step const & step ) const override;
-   void heard( Step const & step, Kiv::Datum const & answer ) override;
    void follow() override;
    void began( HobaAgent::RestartKind kind ) override;
    void check() override;
 
  private:
+   // What the chip knows of the link counts, if it knows anything.
+   void askChip( Pelt::IntfId intf, Port & port ) const;
    void followPort( Pelt::IntfId port, Feeders::PortConfig const & config );
 
    Kiv::Ptr< Feeders::Config const > const config_;
    std::map< Pelt::IntfId, Port > ports_;
-   bool hasBegun_ = false;
-   // How the chip found the links last.
-   std::map< Pelt::IntfId, Interface::LinkStatus > chipLink_;
 };
 
 } // namespace Simulation

@@ -214,26 +214,25 @@ StationsObserver::heal() {
 
 Observer::Verdict
 StationsObserver::judge( Step const & step ) const {
-   auto const answer = []( bool isGood ) { return isGood ? accepts : refuses; };
    if( step.begins( "sim event learn" ) ) {
-      return answer( canLearn( step ) );
+      return verdict( canLearn( step ) );
    }
    if( step.begins( "sim event age" ) ) {
-      return answer( canAge( step ) );
+      return verdict( canAge( step ) );
    }
    if( step.begins( "sim event station" ) || step.begins( "event-ahead" ) ) {
-      return answer( canBeTold( step ) );
+      return verdict( canBeTold( step ) );
    }
    if( step.isAt( capacityPath ) ) {
-      return answer( step[ 0 ] == "set" && parsed< std::uint64_t >( step[ 2 ] ) );
+      return verdict( step[ 0 ] == "set" && parsed< std::uint64_t >( step[ 2 ] ) );
    }
    if( !step.isAt( "/sim/chip/mac/host" ) ) {
       return notMine;
    }
    auto const host = parsed< Host >( step[ 1 ].substr( hostPath.size() ) );
-   return answer( host &&
-                  ( step[ 0 ] == "del" ? hosts_.contains( *host )
-                                       : parsed< IntfId >( step[ 2 ] ) && hasRoomFor( *host ) ) );
+   return verdict( host &&
+                   ( step[ 0 ] == "del" ? hosts_.contains( *host )
+                                        : parsed< IntfId >( step[ 2 ] ) && hasRoomFor( *host ) ) );
 }
 
 bool
@@ -434,21 +433,11 @@ StationsObserver::forgetOthers() {
 
 void
 StationsObserver::check() {
-   Rows hosts, counts, entries;
-   for( auto const & [ station, intf ] : hosts_ ) {
-      hosts[ toText( station ) ] = toText( intf );
-   }
-   for( auto const & [ what, count ] : counts_ ) {
-      counts[ what ] = toText( count );
-   }
-   for( auto const & [ station, entry ] : macTable_ ) {
-      entries[ toText( station ) ] = Kiv::datumText( Kiv::toDatum( entry ) );
-   }
-   expectRows( "/sim/chip/mac/host", hosts );
-   expectRows( "/sim/chip/mac/count", counts );
+   expectRows( "/sim/chip/mac/host", rowsOf( hosts_ ) );
+   expectRows( "/sim/chip/mac/count", rowsOf( counts_ ) );
    expectText( "/sim/chip/mac/hostTable/rows", toText( hosts_.size() ) );
    expectText( capacityPath, toText( capacity_ ) );
-   expectRows( "/hoba/macTable/macEntry", entries );
+   expectRows( "/hoba/macTable/macEntry", rowsOf( macTable_ ) );
 }
 
 SIMULATION_OBSERVER( StationsObserver );

@@ -34,9 +34,7 @@ class StationsObserver : public Observer {
 
    // The machines apply what was reported of a station.
    void apply( Event const & event );
-   // The machines begin: the chip has lost all that it held, and reports all that it holds, in the order
-   // of addresses and VLANs.
-   void chipForgot();
+   // The machines begin: the chip reports all that it holds, in the order of addresses and VLANs.
    void reportAll();
    // They have applied that. Stations that the chip does not have went while nobody listened.
    void forgetOthers();
@@ -51,6 +49,7 @@ class StationsObserver : public Observer {
    }
    Verdict judge( Step const & step ) const override;
    void heard( Step const & step, Kiv::Datum const & answer ) override;
+   void chipForgot() override;
    void check() override;
 
  private:

@@ -23,6 +23,7 @@
 
 #include <array>
 #include <optional>
+#include <set>
 
 namespace Simulation {
 
@@ -54,7 +55,7 @@ class StormTable {
    Record get( Key const & key ) const { return has( key ) ? rows.at( key ) : Record{}; }
    // The machine wants this row, or none: what the chip has already is not written.
    void program( Key const & key, std::optional< Record > const & record ) {
-      claimed_.insert_or_assign( key, true );
+      claimed_.insert( key );
       bool const same = record ? has( key ) && rows.at( key ) == *record : !has( key );
       writes += same ? 0 : 1;
       record ? void( rows.insert_or_assign( key, *record ) ) : void( rows.erase( key ) );
@@ -69,7 +70,7 @@ class StormTable {
    }
 
  private:
-   std::map< Key, bool > claimed_;
+   std::set< Key > claimed_;
 };
 
 class StormControlModel {

@@ -36,6 +36,7 @@ class StormControlObserver : public Observer {
    void heard( Step const & step, Datum const & answer ) override;
    void follow() override;
    void timeIs( Kiv::Seconds now ) override;
+   void chipForgot() override;
    void began( HobaAgent::RestartKind kind ) override;
    void verifyItems( Items & items ) const override;
    std::uint64_t restartWrites() const override { return model_.writes(); }
@@ -74,7 +75,6 @@ class StormControlObserver : public Observer {
    std::uint64_t failuresSeen_ = Kiv::Dispatch::failures;
    std::map< Model::LevelKey, std::uint64_t > drops_; // as the chip counts them
    std::map< IntfId, Model::Drops > read_;            // as they were read last
-   bool hasBegun_ = false;
    Kiv::Seconds period_ = 0;
    Kiv::Seconds nextReading_ = Kiv::never;
 };
@@ -137,16 +137,6 @@ levelKey( String const & text ) {
    auto const name = std::ranges::find( Model::levelNames, text.substr( colon + 1 ) );
    return { IntfId( text.substr( 0, colon ) ),
             static_cast< Model::Level >( name - std::begin( Model::levelNames ) ) };
-}
-
-template< class Map >
-Rows
-rowsOf( Map const & map ) {
-   Rows rows;
-   for( auto const & [ key, value ] : map ) {
-      rows[ toText( key ) ] = Kiv::datumText( Kiv::toDatum( value ) );
-   }
-   return rows;
 }
 
 } // namespace
@@ -489,12 +479,13 @@ StormControlObserver::follow() {
 }
 
 void
-StormControlObserver::began( HobaAgent::RestartKind kind ) {
-   if( kind == HobaAgent::cold && hasBegun_ ) {
-      model_.reset();
-      drops_.clear();
-   }
-   hasBegun_ = true;
+StormControlObserver::chipForgot() {
+   model_.reset();
+   drops_.clear();
+}
+
+void
+StormControlObserver::began( HobaAgent::RestartKind ) {
    model_.begin( chip(), inputs() );
    // When a step failed on the way, nothing was swept.
    lost_ =

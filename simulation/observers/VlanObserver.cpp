@@ -43,17 +43,6 @@ isIntf( String const & text ) {
    return !text.empty() && reads< IntfId >( text );
 }
 
-Observer::Verdict
-verdict( bool accepted ) {
-   return accepted ? Observer::accepts : Observer::refuses;
-}
-
-String
-rowOf( Rows const & rows, String const & key ) {
-   auto const found = rows.find( key );
-   return found == rows.end() ? "" : found->second;
-}
-
 String
 memberKey( VlanId vlan, IntfId intf ) {
    return toText( vlan ) + '@' + toText( intf );
@@ -423,13 +412,9 @@ VlanObserver::follow() {
    }
 }
 
-// Every row that is wanted is asked for, and all others go. All are gone when the chip has forgotten
-// them.
+// Every row that is wanted is asked for, and all others go.
 void
-VlanObserver::began( HobaAgent::RestartKind kind ) {
-   if( std::exchange( hasBegun_, true ) && kind == HobaAgent::cold ) {
-      held_.clear();
-   }
+VlanObserver::began( HobaAgent::RestartKind ) {
    // Nothing is swept if the step of any machine fails.
    for( auto const & each : observers().all() ) {
       countsAreOpen_ = countsAreOpen_ || each->hasFaults();
@@ -440,7 +425,7 @@ VlanObserver::began( HobaAgent::RestartKind kind ) {
       auto const & held = held_[ table ];
       std::uint64_t differ = 0, surplus = 0;
       for( auto const & [ key, row ] : wanted[ table ] ) {
-         differ += rowOf( held, key ) != row ? 1 : 0;
+         differ += rowIn( held, key ) != row ? 1 : 0;
       }
       for( auto const & [ key, row ] : held ) {
          surplus += wanted[ table ].contains( key ) ? 0 : 1;
@@ -585,7 +570,7 @@ VlanObserver::vlanMismatch() const {
    for( auto const & [ vlan, status ] : membersAt( "/hoba/common/vlanStatus" ) ) {
       if( Kiv::datumText( *status.find( "active" ) ) == "true" ) {
          wanted.insert( vlan );
-         if( auto const text = differenceOf( "VLAN", vlan, "true", rowOf( rows, vlan ) );
+         if( auto const text = differenceOf( "VLAN", vlan, "true", rowIn( rows, vlan ) );
              !text.empty() ) {
             return text;
          }
@@ -610,12 +595,12 @@ VlanObserver::memberMismatch() const {
          auto const key = toText( vlan ) + '@' + intf;
          auto const how = toText( vlan ) == native ? "vlanUntagged" : "vlanTagged";
          wantedMembers.insert( key );
-         if( auto const text = differenceOf( "VLAN member", key, how, rowOf( members, key ) );
+         if( auto const text = differenceOf( "VLAN member", key, how, rowIn( members, key ) );
              !text.empty() ) {
             return text;
          }
       }
-      auto const text = differenceOf( "native VLAN of", intf, native, rowOf( natives, intf ) );
+      auto const text = differenceOf( "native VLAN of", intf, native, rowIn( natives, intf ) );
       if( native != "0" && !text.empty() ) {
          return text;
       }

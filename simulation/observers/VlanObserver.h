@@ -39,6 +39,7 @@ class VlanObserver : public Observer {
    Verdict judge( Step const & step ) const override;
    void heard( Step const & step, Kiv::Datum const & answer ) override;
    void follow() override;
+   void chipForgot() override { held_.clear(); }
    void began( HobaAgent::RestartKind kind ) override;
    std::uint64_t restartWrites() const override { return restartWrites_; }
    std::uint64_t restartSwept() const override { return restartSwept_; }
@@ -91,7 +92,6 @@ class VlanObserver : public Observer {
    // something, or the chip refused it.
    std::map< Kiv::String, std::uint64_t > writes_, swept_;
    bool countsAreOpen_ = false;
-   bool hasBegun_ = false;
    // What they wanted at any time since they began: they get over what the chip refused, and leave
    // nothing of it behind.
    Tables asked_;

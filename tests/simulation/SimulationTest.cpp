@@ -34,7 +34,7 @@ TEST( Simulation, whatIsWrongIsFoundAndMadeShort ) {
       ASSERT_TRUE( ended.failure ) << step;
       EXPECT_EQ( ended.failure->step, 20u );
       EXPECT_EQ( ended.failure->kind(), kind );
-      EXPECT_EQ( shrink( steps, *ended.failure, 60, []( std::size_t ) {} ), Steps{ left } );
+      EXPECT_EQ( shrink( steps, *ended.failure, 60 ), Steps{ left } );
    }
 }
 
