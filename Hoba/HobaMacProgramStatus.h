@@ -7,14 +7,15 @@
 
 namespace Hoba {
 
-KIV_ENUM( MacProgramStatus, std::uint8_t,
-          macProgramSuccess = 0, // the hardware holds it, or will before anything else is asked of it
-          macProgramFailed,
-          macProgramInProgress, // taken, and on its way: nobody has to ask again
-          macProgramBusy,       // not now
-          macProgramFull,       // there is no room for this address, which says nothing of others
-          macProgramFlushInProgress,
-          macProgramParityError ); // written, and found wrong: a parity error was reported
+KIV_ENUM(
+      MacProgramStatus, std::uint8_t,
+      macProgramSuccess = 0, // the hardware holds it, or will before anything else is asked of it
+      macProgramFailed,
+      macProgramInProgress, // taken, and on its way: nobody has to ask again
+      macProgramBusy,       // not now
+      macProgramFull,       // there is no room for this address, which says nothing of others
+      macProgramFlushInProgress,
+      macProgramParityError ); // written, and found wrong: a parity error was reported
 
 // Nothing has changed in the hardware, and it has to be asked again.
 constexpr bool

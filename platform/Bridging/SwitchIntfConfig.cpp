@@ -4,3 +4,4 @@
 #include "Kiv/Reflect.h"
 
 KIV_DEFINE( Bridging::SwitchIntfConfig );
+KIV_DEFINE( Bridging::SwitchIntfConfigDir );

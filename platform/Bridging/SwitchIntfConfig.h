@@ -20,9 +20,20 @@ class SwitchIntfConfig : public Kiv::Entity {
    // The VLAN of frames without a tag; with none, such frames have no VLAN. On a trunk it counts only
    // while the trunk is a member of it.
    KIV_ATTRIBUTE( VlanIdOrNone, nativeVlan, std::uint16_t( 1 ) );
+   // Stations are learnt there.
+   KIV_ATTRIBUTE( bool, enableLearning, true );
 
  public:
    explicit SwitchIntfConfig( Pelt::IntfId intf ) : Entity( Kiv::toText( intf ) ) {}
+};
+
+class SwitchIntfConfigDir : public Kiv::Entity {
+   KIV_ENTITY( Bridging::SwitchIntfConfigDir );
+   // By port or LAG. One without an entry is as a new one.
+   KIV_CHILDREN( Pelt::IntfId, SwitchIntfConfig, switchIntfConfig );
+
+ public:
+   explicit SwitchIntfConfigDir( Kiv::String const & dirName = {} ) : Entity( dirName ) {}
 };
 
 } // namespace Bridging

@@ -8,8 +8,8 @@
 namespace L2Rib {
 
 KIV_ENUM( ObjKind, std::uint32_t, objNone = 0,
-          objDest KIV_SHOWN( "dest" ),            // one destination
-          objLoadBalance KIV_SHOWN( "lb" ) );     // several, among which the load is shared
+          objDest KIV_SHOWN( "dest" ),        // one destination
+          objLoadBalance KIV_SHOWN( "lb" ) ); // several, among which the load is shared
 
 // One word, no unused bytes: a key of tables that processes share. Sorts by kind, then by id. Prints as
 // "dest:17".

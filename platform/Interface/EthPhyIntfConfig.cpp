@@ -1,0 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Interface/EthPhyIntfConfig.h"
+
+#include "Kiv/Reflect.h"
+
+KIV_DEFINE( Interface::EthPhyIntfConfig );
+KIV_DEFINE( Interface::EthPhyIntfConfigDir );
