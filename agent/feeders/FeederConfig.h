@@ -11,6 +11,7 @@
 #include "Pelt/IntfId.h"
 #include "types/HobaLagTypes.h"
 #include "types/NonAging.h"
+#include "types/RemoteMac.h"
 
 namespace Feeders {
 
@@ -51,6 +52,10 @@ class VlanConfig : public Kiv::Entity {
    KIV_ATTRIBUTE( bool, active, true );
    // The ports and LAGs that carry it if they are trunks.
    KIV_SET( Pelt::IntfId, member );
+   // Stations are learnt in it.
+   KIV_ATTRIBUTE( bool, macLearning, true );
+   // Of a secondary VLAN of a private VLAN: the primary one.
+   KIV_ATTRIBUTE( Bridging::VlanIdOrNone, primaryVlan );
 
  public:
    explicit VlanConfig( Bridging::VlanId vlanId ) : Entity( Kiv::toText( vlanId ) ) {}
@@ -68,6 +73,12 @@ class Config : public Kiv::Entity {
    KIV_CHILDREN( Pelt::IntfId, Bridging::SwitchIntfConfig, switchIntf );
    // By the client's name: stations that an agent wants never to age.
    KIV_CHILDREN( Kiv::String, Hoba::NonAgingConfig, nonAgingClient );
+   // Stations that the overlay's control plane tells of.
+   KIV_KEYED( HobaTypes::RemoteMacAddressTableEntry, Bridging::MacVlanPair, macEntry, evpnMac );
+   // How long the hardware takes, in seconds, until it has an id for a next hop; and the ids of some next
+   // hops, 0 for one that never gets any. Others have ids of their own.
+   KIV_ATTRIBUTE( Kiv::Seconds, hwIdDelay, 0 );
+   KIV_COLLECTION( L2Rib::ObjTuple, std::uint64_t, hwId );
 
  public:
    explicit Config( Kiv::String const & configName = "config" ) : Entity( configName ) {

@@ -37,6 +37,8 @@ class Chip : public Kiv::Entity {
 
    // Whether it has begun empty.
    bool isFresh() const { return memory_.isFresh(); }
+   // The name of its memory; empty if that is the process's own.
+   Kiv::String const & memoryName() const { return memory_.forUnits().name; }
    // Said when the chip has been described, before it is used: throws Glim::Error, in one line, if the
    // memory is that of a chip whose tables have other capacities.
    void checkCapacities();

@@ -22,6 +22,8 @@ KIV_ENUM( MlagIntfState, std::uint8_t, mlagIntfDisabled = 0, mlagIntfInactive,
 class Status : public Kiv::Entity {
    KIV_ENTITY( Mlag::Status );
    KIV_ATTRIBUTE( MlagState, state, mlagDisabled );
+   // The number under which both know what they share; 0 if there is none.
+   KIV_ATTRIBUTE( std::uint16_t, domain, 0 );
    // The LAG, or port, between the two.
    KIV_ATTRIBUTE( Pelt::IntfId, peerLinkIntf );
    // When a shared LAG goes down here, the hardware itself sends what is for it over the peer link, and the
