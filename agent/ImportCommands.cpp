@@ -3,11 +3,21 @@
 
 #include "agent/common/File.h"
 #include "agent/import/ConfigDb.h"
+#include "agent/import/MacTable.h"
 
 namespace HobaAgent {
 
 using Kiv::Datum;
 using Kiv::String;
+
+namespace {
+
+[[noreturn]] void
+isMacTable() {
+   throw Kiv::ParseError( "a MAC table is no configuration: sim macs takes it" );
+}
+
+} // namespace
 
 Imports::Imports( Commands & commands ) {
    commands.add( { .name = "import",
@@ -21,6 +31,9 @@ Imports::Imports( Commands & commands ) {
                    .handler =
                          [ this ]( Request const & request ) {
                             auto const file = request.text( "file" );
+                            if( Import::MacTable::isPrinted( readFile( file ) ) ) {
+                               Kiv::inPlace( file, isMacTable );
+                            }
                             auto const content = parseJsonFile( file );
                             return Kiv::inPlace( file, [ & ] {
                                auto const lines = take( content );
@@ -46,6 +59,9 @@ Imports::show() const {
 
 std::vector< String >
 Imports::take( Datum const & file ) {
+   if( Import::MacTable::isOperations( file ) ) {
+      isMacTable();
+   }
    last_ = Import::importConfiguration( file, tables_ );
    auto lines = last_.digest();
    lines.push_back( last_.summary() );

@@ -7,8 +7,6 @@
 #include "chips/sim/SimChip.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <optional>
 
 // Stations that the hardware reported, and a chip that sees them come and go on command.
 
@@ -19,9 +17,9 @@ using Hoba::HobaEvent;
 using Kiv::Datum;
 using Kiv::String;
 
-class MacFeature : public Feature {
+class ReportedStationsFeature : public Feature {
  public:
-   explicit MacFeature( Board & board ) : Feature( board, "stations" ) {}
+   explicit ReportedStationsFeature( Board & board ) : Feature( board, "stations" ) {}
 
    void commands( Commands & commands ) override;
 
@@ -33,59 +31,40 @@ class MacFeature : public Feature {
    Datum station( Request const & request );
 };
 
-namespace {
-
-// What `show mac` is asked for.
-struct Wanted {
-   explicit Wanted( Board const & board, Request const & request )
-         : vlan( vlanOf( request ) ), intf( request.value< Pelt::IntfId >( "port" ) ),
-           addr( request.has( "mac" ) ? std::optional( request.value< Pelt::EthAddr >( "mac" ) )
-                                      : std::nullopt ),
-           lag( intf ? board.context()->portToLag( intf ) : Pelt::IntfId() ) {
-      bool const isMissing =
-            Pelt::EthIntfId::isEthIntfId( intf )
-                  ? !board.feederConfig->portHas( Pelt::EthIntfId( intf ) )
-                  : Hoba::isPortChannel( intf ) &&
-                          !board.feederConfig->lagHas( Pelt::PortChannelIntfId( intf ) );
-      if( isMissing ) {
-         throw Kiv::ParseError( Kiv::toText( intf ) + " is not a port or LAG of this switch" );
-      }
-   }
-   bool operator()( Entry const & entry ) const {
-      return ( !vlan.value() || entry.macEntry.vlanId() == vlan ) &&
-             ( !intf || entry.intf == intf || ( lag && entry.intf == lag ) ) &&
-             ( !addr || entry.macEntry.addr() == *addr );
-   }
-
-   Bridging::VlanIdOrNone const vlan;
-   Pelt::IntfId const intf;
-   std::optional< Pelt::EthAddr > const addr;
-   Pelt::IntfId const lag; // stations behind an active member are behind its LAG
-};
-
-} // namespace
-
 Datum
-MacFeature::show( Request const & request ) const {
-   Wanted const wanted( board(), request );
-   TableAnswer table( { "MAC address", "VLAN", "Interface", "Type", "Tunnel", "Learnt" } );
-   for( auto const * entry : sortedStations( board().find< HobaTypes::MacTable >()->macEntry() ) ) {
-      if( !wanted( *entry ) ) {
-         continue;
+ReportedStationsFeature::show( Request const & request ) const {
+   StationFilter const wanted( board(), request );
+   auto const & reported = board().find< HobaTypes::MacTable >()->macEntry();
+   BoundedLook look;
+   std::vector< Entry const * > entries;
+   auto const consider = [ & ]( Entry const & entry ) {
+      if( wanted.takes( entry.macEntry, entry.intf ) && look.found() ) {
+         entries.push_back( &entry );
       }
-      char age[ 32 ];
-      std::snprintf( age, sizeof age, "%.0f s ago",
-                     Kiv::ClockDriver::ambient().now() - entry->learnTime );
+   };
+   if( wanted.addr && wanted.vlan.value() ) {
+      if( auto const * entry = reported.find( { *wanted.addr, wanted.vlan } ) ) {
+         consider( *entry );
+      }
+   } else {
+      for( auto const & [ host, entry ] : reported ) {
+         if( !look.next() ) {
+            break;
+         }
+         consider( entry );
+      }
+   }
+   std::ranges::sort( entries, {}, &Entry::macEntry );
+   TableAnswer table( { "MAC address", "VLAN", "Interface", "Type", "Tunnel", "Learnt" } );
+   for( auto const * entry : entries ) {
       table.row( { Kiv::toText( entry->macEntry.addr() ), entry->macEntry.vlanId().value(),
                    Kiv::toText( entry->intf ), typeCell( table, entry->entryType ),
-                   entry->tunnelId ? Datum( entry->tunnelId ) : Datum(), age } );
+                   entry->tunnelId ? Datum( entry->tunnelId ) : Datum(),
+                   agoText( entry->learnTime ) } );
    }
+   table.note( look.text( "station", reported.size() ) );
+   wanted.tellLag( table );
    auto const & chip = unit();
-   table.count( "station" );
-   if( wanted.lag ) {
-      table.note( Kiv::toText( wanted.intf ) + " is an active member of " +
-                  Kiv::toText( wanted.lag ) );
-   }
    if( auto const refused = chip.count( HobaSim::macGroupSourceRefused ) +
                             chip.count( HobaSim::macZeroSourceRefused ) +
                             chip.count( HobaSim::macBadVlanRefused ) +
@@ -105,7 +84,7 @@ MacFeature::show( Request const & request ) const {
 // ---- Events on command
 
 Datum
-MacFeature::learn( Request const & request ) {
+ReportedStationsFeature::learn( Request const & request ) {
    auto const host = hostOf( request );
    auto const intf = request.value< Pelt::IntfId >( "port" );
    if( HobaSim::portTypeOf( intf ); !board().hasIntf( intf ) ) {
@@ -127,7 +106,7 @@ MacFeature::learn( Request const & request ) {
 }
 
 Datum
-MacFeature::age( Request const & request ) {
+ReportedStationsFeature::age( Request const & request ) {
    unit().age( hostOf( request ) );
    return {};
 }
@@ -155,7 +134,7 @@ kindOf( String const & kind ) {
 } // namespace
 
 Datum
-MacFeature::station( Request const & request ) {
+ReportedStationsFeature::station( Request const & request ) {
    auto const kind = Kiv::inPlace( "kind", [ & ] { return kindOf( request.text( "kind" ) ); } );
    board().chip->events()->stationEvent( kind, hostOf( request ),
                                          request.value< Pelt::IntfId >( "port" ),
@@ -164,13 +143,10 @@ MacFeature::station( Request const & request ) {
 }
 
 void
-MacFeature::commands( Commands & commands ) {
-   using F = MacFeature;
-   addShow( commands, *this, "show mac", "Stations that the hardware reported",
-            { { "vlan", "Only in this VLAN" },
-              { "port", "Only behind this interface, or behind the LAG it is in" },
-              { "mac", "Only this station" } },
-            &F::show );
+ReportedStationsFeature::commands( Commands & commands ) {
+   using F = ReportedStationsFeature;
+   addShow( commands, *this, "show mac reported", "Stations that the hardware reported",
+            stationArguments(), &F::show );
    addInput( commands, *this, "sim event learn", "The chip sees a frame from a station",
              { intfArgument, macArgument, vlanArgument }, &F::learn );
    addInput( commands, *this, "sim event age", "The chip forgets a station",
@@ -184,6 +160,6 @@ MacFeature::commands( Commands & commands ) {
              &F::station );
 }
 
-HOBA_FEATURE( MacFeature );
+HOBA_FEATURE( ReportedStationsFeature );
 
 } // namespace HobaAgent
