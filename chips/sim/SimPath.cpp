@@ -56,6 +56,12 @@ learningText( Learning learning, Pelt::EthAddr station, Pelt::IntfId intf ) {
       return "not learnt: 00:00:00:00:00:00 is no station's address";
    case learnFull:
       return "not learnt: the table is full";
+   case learnOff:
+      return "not learnt: learning is off here";
+   case learnElsewhere:
+      return "reported " + behind + ": software has it elsewhere, where it stays";
+   case learnBound:
+      return "not learnt: software has " + toText( station ) + " elsewhere, where it belongs";
    }
    return {};
 }
@@ -228,10 +234,11 @@ PathUnit::forward( PathFrame & frame ) const {
    if( destination.isMulticast() ) {
       return flood( frame, destination.isBroadcast() ? "broadcast" : "multicast" );
    }
-   auto const behind = mac_->host( { destination, frame.vlan } );
-   if( !behind ) {
+   auto const entry = mac_->entry( { destination, frame.vlan } );
+   if( !entry ) {
       return flood( frame, "unknown" );
    }
+   auto const behind = entry->intf;
    auto const text = [ & ] { return toText( destination ) + " is behind " + toText( behind ); };
    if( behind == frame.intf ) {
       return frame.drop( [ & ] { return text() + ", where the frame came from"; } );
