@@ -87,6 +87,8 @@ struct HostRow {
 
    // Behind the overlay.
    bool isRemote() const { return Pelt::VxlanIntfId::isVxlanIntfId( intf ); }
+   // An address of the switch itself: software has it behind the CPU port.
+   bool isOwn() const { return !byChip && Pelt::CpuIntfId::isCpuIntfId( intf ); }
    // Whoever made it: the station was learnt there.
    bool isLearnt() const {
       return byChip || ( ages && ( entryType == Bridging::learnedDynamicMac ||
