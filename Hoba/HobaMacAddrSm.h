@@ -77,6 +77,9 @@ struct ModifyMacEntry {
    // What the hardware said last, and since when it waits.
    KIV_FIELD( MacProgramStatus, refusal, macProgramSuccess );
    KIV_FIELD( Kiv::Seconds, since, 0 );
+
+   // What the station is to be.
+   MacEntry entry() const;
 };
 
 ModifyMacEntry modifyMacEntryFactory( Bridging::MacVlanPair pair, Pelt::IntfId intf,
@@ -187,7 +190,7 @@ class MacAddrSm : public HobaVerifiedSm {
    bool isNonAgingMac( Pair pair ) const { return sources_.isNonAgingMac( pair ); }
    MacSources const & sources() const { return sources_; }
    MacFdb const & fdb() const { return fdb_; }
-   MacFlush const & flush() const { return flush_; }
+   MacFlush const & flushes() const { return flush_; }
    // The stations behind the interface, wanted or in force.
    Kiv::HashSet< Pair > const & hostsBehind( Pelt::IntfId intf ) const;
 
@@ -200,6 +203,7 @@ class MacAddrSm : public HobaVerifiedSm {
    // The hardware is to be told once more what it holds of it.
    void reprogram( Pair pair );
    MacWalks & walks() { return walks_; }
+   MacFlush & flush() { return flush_; }
    // The walks go on, from the clock.
    void wakeWalks();
    Hooks< HobaHelper::HobaHelperMacAddrSm > const & helper() const { return helper_; }
@@ -285,8 +289,9 @@ class MacAddrSm : public HobaVerifiedSm {
    void decided( MacVerdict const & verdict, MacClaims const & claims, bool hardwareHolds );
    void addToUpdateList( ModifyMacEntry const & change );
    ModifyMacEntry const * queued( Pair pair ) const;
+   static ModifyMacEntry changeTo( MacEntry const & entry, EntryEvaluationAction action );
    void indexIs( Pair pair, Pelt::IntfId from, Pelt::IntfId to );
-   void maybeUpdateMoveCount( Pair pair, MacEntry const & entry );
+   bool maybeUpdateMoveCount( MacEntry const & entry, MacEntry const * current );
    // What the hardware learnt may have to be written all the same.
    bool needsHardware( MacEntry const & entry, bool hardwareHolds ) const;
 

@@ -24,8 +24,7 @@ class MacWalks {
    template< class Collection, class PairOf >
    void add( Collection const & collection, PairOf pairOf, Visit visit, Done done = {},
              Kiv::Ptr< Kiv::Entity const > owner = {} ) {
-      auto walk = std::make_shared< WalkOver< Collection, PairOf > >();
-      walk->pairOf = pairOf;
+      auto walk = std::make_shared< WalkOver< Collection, PairOf > >( pairOf );
       walk->visit = std::move( visit );
       walk->done = std::move( done );
       walk->owner = std::move( owner );
@@ -82,13 +81,14 @@ class MacWalks {
    };
    template< class Collection, class PairOf >
    struct WalkOver : Walk {
+      explicit WalkOver( PairOf of ) : pairOf( of ) {}
       bool run( HobaBaseSm & machine, std::uint32_t quantum ) override {
          SliceClock clock;
          return walk.run( machine, clock, quantum,
                           [ this ]( auto const & member ) { visit( pairOf( member ) ); } );
       }
       SlicedWalk< Collection > walk;
-      PairOf pairOf;
+      PairOf const pairOf;
       Visit visit;
       Kiv::Ptr< Kiv::Entity const > owner;
    };
