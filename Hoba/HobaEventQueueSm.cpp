@@ -232,7 +232,10 @@ EventQueueSm::handleLearnEvent( HobaEvent const & event ) {
    entry.intf = event.port;
    entry.entryType = getEntryType( event.eventType, event.portType );
    entry.tunnelId = event.portType == HobaEvent::vxlanPort ? event.tunnelId : 0;
-   entry.learnTime = eventTime();
+   auto const * const before = macTable()->macEntry().find( event.host );
+   bool const isKnown =
+         before && before->intf == entry.intf && before->entryType == entry.entryType;
+   entry.learnTime = isKnown ? before->learnTime : eventTime();
    entry.learnedInHardware = event.eventType == HobaEvent::eventTypeMacAddressLearned;
    ZTRACE( 5, "Learnt host ", event.host, " on port ", event.port, " entry type is ",
            entry.entryType, "tunnel id is ", entry.tunnelId );

@@ -48,8 +48,8 @@ struct MacAddressTableEntry {
    KIV_FIELD( Bridging::EntryType, entryType, Bridging::entryTypeUnknown );
    // The VXLAN tunnel behind which it is; 0 for none.
    KIV_FIELD( std::uint32_t, tunnelId, 0 );
-   // When it was last said to be there, in seconds of the agent's clock: also by a chip that reports
-   // again what it holds.
+   // Since when it is said to be there, as that type, in seconds of the agent's clock: who reports again
+   // what stands changes nothing.
    KIV_FIELD( Kiv::Seconds, learnTime, 0 );
    // The chip learnt it by itself; others were told by somebody.
    KIV_FIELD( bool, learnedInHardware, false );

@@ -66,7 +66,7 @@ EventsFeature::start() {
 void
 EventsFeature::forgetStations() {
    for( auto const & [ host, entry ] : macTable_->macEntry() ) {
-      if( !board().chip->mac()->hostHas( host ) ) {
+      if( !board().chip->mac()->isLearnt( host ) ) {
          macTable_->macEntryDel( host );
       }
    }

@@ -53,8 +53,8 @@ Chip::reportingIs( bool reporting ) {
    events()->reportingIs( reporting );
    if( reporting ) {
       events()->reportPorts();
-      mac()->reportHosts();
    }
+   mac()->reportingAllIs( reporting );
 }
 
 std::uint64_t

@@ -29,20 +29,23 @@ portEvent( HobaEvent::HobaEventType eventType, Pelt::IntfId port ) {
 
 } // namespace
 
+bool
+hasStations( Pelt::IntfId intf ) {
+   return Pelt::EthIntfId::isEthIntfId( intf ) || Pelt::CpuIntfId::isCpuIntfId( intf ) ||
+          Pelt::PortChannelIntfId::isPortChannelIntfId( intf ) ||
+          Pelt::VxlanIntfId::isVxlanIntfId( intf );
+}
+
 HobaEvent::PortType
 portTypeOf( Pelt::IntfId intf ) {
-   if( Pelt::EthIntfId::isEthIntfId( intf ) || Pelt::CpuIntfId::isCpuIntfId( intf ) ) {
-      return HobaEvent::fpPort;
+   if( !hasStations( intf ) ) {
+      Kiv::parseFailed( Kiv::toText( intf ),
+                        "an interface with stations behind it: an Ethernet port, the CPU port, a "
+                        "port channel or a VXLAN interface" );
    }
-   if( Pelt::PortChannelIntfId::isPortChannelIntfId( intf ) ) {
-      return HobaEvent::trunkPort;
-   }
-   if( Pelt::VxlanIntfId::isVxlanIntfId( intf ) ) {
-      return HobaEvent::vxlanPort;
-   }
-   Kiv::parseFailed( Kiv::toText( intf ),
-                     "an interface with stations behind it: an Ethernet port, the CPU port, a port "
-                     "channel or a VXLAN interface" );
+   return Pelt::VxlanIntfId::isVxlanIntfId( intf )               ? HobaEvent::vxlanPort
+          : Pelt::PortChannelIntfId::isPortChannelIntfId( intf ) ? HobaEvent::trunkPort
+                                                                 : HobaEvent::fpPort;
 }
 
 void

@@ -12,6 +12,8 @@ namespace HobaSim {
 // as a front-panel port. Throws Kiv::ParseError unless it is one of these, a LAG, or a VXLAN
 // interface.
 Hoba::HobaEvent::PortType portTypeOf( Pelt::IntfId intf );
+// Whether it is one of these.
+bool hasStations( Pelt::IntfId intf );
 
 // The way of all events of ports and stations. Each of these checks what it is given, and reports it
 // if the chip may. For the stations that the chip learns by itself see SimMac.h.

@@ -56,6 +56,12 @@ learningText( Learning learning, Pelt::EthAddr station, Pelt::IntfId intf ) {
       return "not learnt: 00:00:00:00:00:00 is no station's address";
    case learnFull:
       return "not learnt: the table is full";
+   case learnOff:
+      return "not learnt: learning is off here";
+   case learnElsewhere:
+      return "reported " + behind + ": software has it elsewhere, where it stays";
+   case learnBound:
+      return "not learnt: software has " + toText( station ) + " elsewhere, where it belongs";
    }
    return {};
 }
@@ -215,8 +221,26 @@ PathUnit::checkIngress( PathFrame & frame ) const {
 void
 PathUnit::learn( PathFrame & frame ) {
    auto const source = frame.header.source;
+   Bridging::MacVlanPair const station( source, frame.vlan );
    auto const learning = mac_->learn( frame.intf, source, VlanId( frame.vlan.value() ) );
    frame.say( [ & ] { return learningText( learning, source, frame.intf ); } );
+   if( !source.isUnicast() ) {
+      if( mac_->setting( macSourceInvalid ) > 0 ) {
+         frame.drop( [ & ] { return toText( source ) + " is no station's address"; } );
+      }
+      return;
+   }
+   auto const entry = mac_->entry( station );
+   if( !entry ) {
+      return;
+   }
+   if( entry->isOwn() && mac_->setting( macSourceCheckCpu ) > 0 ) {
+      return frame.drop(
+            [ & ] { return toText( source ) + " is an address of the switch itself"; } );
+   }
+   if( Bridging::dropsFrom( entry->dropMode ) ) {
+      frame.drop( [ & ] { return "nothing from " + toText( source ) + " is let in"; } );
+   }
 }
 
 void
@@ -228,11 +252,20 @@ PathUnit::forward( PathFrame & frame ) const {
    if( destination.isMulticast() ) {
       return flood( frame, destination.isBroadcast() ? "broadcast" : "multicast" );
    }
-   auto const behind = mac_->host( { destination, frame.vlan } );
-   if( !behind ) {
+   auto const entry = mac_->entry( { destination, frame.vlan } );
+   if( !entry ) {
       return flood( frame, "unknown" );
    }
-   auto const text = [ & ] { return toText( destination ) + " is behind " + toText( behind ); };
+   if( Bridging::dropsTo( entry->dropMode ) ) {
+      return frame.drop( [ & ] { return "nothing is let out to " + toText( destination ); } );
+   }
+   auto const behind = entry->intf;
+   auto const text = [ & ] {
+      return toText( destination ) + " is behind " + ( behind ? toText( behind ) : "no interface" );
+   };
+   if( !behind ) {
+      return frame.drop( text );
+   }
    if( behind == frame.intf ) {
       return frame.drop( [ & ] { return text() + ", where the frame came from"; } );
    }
@@ -277,8 +310,24 @@ PathUnit::leaving( PathFrame const & frame, Pelt::IntfId port, Hoba::VlanTagging
    return header;
 }
 
+// The frame goes to where no port of the chip leads.
+String
+PathUnit::beyondText( PathFrame const & frame, Pelt::IntfId intf ) const {
+   if( Pelt::CpuIntfId::isCpuIntfId( intf ) ) {
+      return "to the switch itself";
+   }
+   auto const entry = mac_->entry( { frame.header.destination, frame.vlan } ).value_or( HostRow() );
+   auto text = "to " + toText( intf );
+   text += entry.nextHopId ? ", next hop " + toText( entry.nextHopId ) : "";
+   text += entry.swTunnelGroupId ? ", tunnel group " + toText( entry.swTunnelGroupId ) : "";
+   return text + ": the chip is not told how frames cross the overlay";
+}
+
 void
 PathUnit::send( PathFrame & frame, Pelt::IntfId intf ) const {
+   if( Pelt::CpuIntfId::isCpuIntfId( intf ) || Pelt::VxlanIntfId::isVxlanIntfId( intf ) ) {
+      return frame.say( [ & ] { return beyondText( frame, intf ); } );
+   }
    auto const how = vlan_->member( { VlanId( frame.vlan.value() ), intf } );
    if( how == Hoba::vlanNotCarried ) {
       return frame.say( [ & ] {
@@ -310,7 +359,7 @@ PathUnit::sendAll( PathFrame & frame ) {
       send( frame, intf );
    }
    if( frame.departures.empty() ) {
-      return frame.drop( [] { return "there is no way out"; } );
+      return frame.drop( [] { return "there is no port to leave by"; } );
    }
    countIs( pathOut, count( pathOut ) + frame.departures.size() );
 }

@@ -8,11 +8,14 @@
 //    header       addresses and tags, by the TPIDs of the port
 //    vlan         the VLAN: of the outer tag, or the native one of frames without
 //    ingress      whether the interface carries the VLAN
-//    learning     the station that sent it
+//    learning     the station that sent it; the end for what is dropped by its source: as its entry says,
+//                 or as the whole table is told (MacSetting)
 //    forwarding   to the interface of the station it is for, or to all others of the VLAN, in their order;
-//                 never back, and not at all for groups that bridges keep to themselves
+//                 never back, and not at all for groups that bridges keep to themselves and for what is
+//                 dropped by its destination
 //    out          out on a port each, of a LAG by one of its active members, tagged or not; by none that
-//                 does not carry the VLAN
+//                 does not carry the VLAN. What is for the CPU, or for the overlay, which the chip does
+//                 not know, leaves by none
 //
 // Of a LAG's members the addresses choose one: between two stations it is the same one as long as the LAG
 // has the same members, and different stations share all of them. What leaves tagged has the priority
@@ -139,6 +142,7 @@ class PathUnit : public Unit {
    void forward( PathFrame & frame ) const;
    void flood( PathFrame & frame, Kiv::String const & why ) const;
    void sendAll( PathFrame & frame );
+   Kiv::String beyondText( PathFrame const & frame, Pelt::IntfId intf ) const;
    void send( PathFrame & frame, Pelt::IntfId intf ) const;
    FrameHeader leaving( PathFrame const & frame, Pelt::IntfId port, Hoba::VlanTagging how ) const;
    std::vector< Pelt::IntfId > const & membersOf( Pelt::IntfId lag ) const;

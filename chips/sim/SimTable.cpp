@@ -231,7 +231,7 @@ RowsBase::foundWrong( std::uint64_t hash ) {
    if( unit_.parityError_ ) {
       // The write has landed, whatever becomes of the news.
       Kiv::guarded( "RowsBase::foundWrong", name(),
-                    [ & ] { unit_.parityError_( name(), static_cast< std::uint32_t >( hash ) ); } );
+                    [ & ] { unit_.parityError_( name(), indexOf( hash ) ); } );
    }
 }
 

@@ -217,6 +217,8 @@ class RowsBase {
    virtual void landNext() = 0;
 
    static std::uint64_t hashOf( std::uint64_t const * words, std::size_t count );
+   // In the table's memory, as parity errors name it.
+   static std::uint32_t indexOf( std::uint64_t hash ) { return static_cast< std::uint32_t >( hash ); }
    // Whether there is room for a new row, and counts a full bucket.
    bool hasRoom( std::uint64_t hash );
    // What the chip says to a write before it looks closer; tableWritten if nothing is against it.
@@ -342,6 +344,15 @@ class Rows final : public RowsBase {
       return stored.record;
    }
    bool has( KeyT const & key ) const { return writer_ && writer_->has( key ); }
+   // What is there when all that is on its way has landed: what the agent's writes are compared with.
+   std::optional< RecordT > acceptedOf( KeyT const & key ) const {
+      if( !waiting_.empty() ) {
+         if( auto const found = waiting_.find( key ); found != waiting_.end() ) {
+            return found->second.record;
+         }
+      }
+      return find( key );
+   }
    std::uint64_t writesOf( KeyT const & key ) const {
       Stored stored;
       read( key, stored );
@@ -362,6 +373,18 @@ class Rows final : public RowsBase {
          writer_->forEach(
                [ & ]( KeyT const & key, Stored const & stored ) { use( key, stored.record ); } );
       }
+   }
+
+   // Whose rows have that index in the parity errors of the table, in their order.
+   std::vector< KeyT > keysAt( std::uint32_t index ) const {
+      std::vector< KeyT > keys;
+      each( [ & ]( KeyT const & key, RecordT const & ) {
+         if( indexOf( hashOf( key ) ) == index ) {
+            keys.push_back( key );
+         }
+      } );
+      std::sort( keys.begin(), keys.end(), Glim::KeyBefore() );
+      return keys;
    }
 
    bool is( KeyT key, RecordT const & record ) {
@@ -502,14 +525,6 @@ class Rows final : public RowsBase {
 
    bool read( KeyT const & key, Stored & stored ) const {
       return writer_ && writer_->get( key, stored );
-   }
-   std::optional< RecordT > acceptedOf( KeyT const & key ) const {
-      if( !waiting_.empty() ) {
-         if( auto const found = waiting_.find( key ); found != waiting_.end() ) {
-            return found->second.record;
-         }
-      }
-      return find( key );
    }
    std::vector< KeyT > sortedKeys() const {
       std::vector< KeyT > keys;

@@ -101,9 +101,10 @@ TEST_F( SimCaptureTest, readsEveryForm ) {
    for( auto const & capture : captures ) {
       auto const file = write( capture );
       mac.hostDelAll();
+      events();
       EXPECT_EQ( playAll( file ), 2u );
       EXPECT_EQ( events().size(), 2u );
-      EXPECT_EQ( mac.host( { Pelt::EthAddr( 0x020000000002 ), VlanId( 10 ) } ), et1 );
+      EXPECT_EQ( mac.host( { Pelt::EthAddr( 0x020000000002 ), VlanId( 10 ) } ).intf, et1 );
       EXPECT_EQ( replay.frames(), 2u );
       CaptureFile reader( file );
       EXPECT_EQ( reader.next()->time, 0 );

@@ -69,7 +69,7 @@ TEST_F( SimChipTest, comesBackAsItWas ) {
 
    chip = open();
    EXPECT_EQ( textOf( *chip ), full );
-   EXPECT_EQ( chip->mac()->host().begin()->value, po1 );
+   EXPECT_EQ( chip->mac()->host().begin()->value.intf, po1 );
    Hoba::ParityEvent::Key const key{ "slice1", "L2", 7 };
    EXPECT_EQ( chip->parity()->status( "slice1" )->parityEvent( key ).count, 1u );
    // The rows are claimed by whom they are for; what nobody asks for again goes, and no more.

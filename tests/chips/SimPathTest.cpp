@@ -159,7 +159,7 @@ TEST_F( SimPathTest, words ) {
    carries( po8, 20, Hoba::vlanTagged );
    vlan.memberDel( { VlanId( 20 ), et4 } );
    EXPECT_EQ( outcome( pass( { et3, 20, 255, { 20 } } ) ),
-              Texts{ "out: dropped: there is no way out" } );
+              Texts{ "out: dropped: there is no port to leave by" } );
    vlan.memberDel( { VlanId( 20 ), po8 } );
    EXPECT_EQ( outcome( pass( { et3, 20, 255, { 20 } } ) ),
               Texts{ "forwarding: dropped: broadcast: all others of VLAN 20, of which there are "
@@ -171,6 +171,53 @@ TEST_F( SimPathTest, words ) {
    EXPECT_EQ( outcome( path.frame( et1, own, true ) ),
               Texts{ "forwarding: dropped: 01:80:c2:00:00:0e is for this bridge only" } );
    EXPECT_TRUE( path.frame( et1, own ).steps().empty() ) << "nobody asked for words";
+}
+
+// By what software says of stations and of the whole table.
+TEST_F( SimPathTest, entries ) {
+   auto const write = [ & ]( unsigned last, char const * intf, Bridging::DropMode drop,
+                             std::uint32_t nextHop = 0 ) {
+      HostRow row;
+      row.intf = intf[ 0 ] ? Pelt::IntfId( intf ) : Pelt::IntfId();
+      row.dropMode = drop;
+      row.nextHopId = nextHop;
+      EXPECT_EQ( mac.write( { station( last ), VlanId( 1 ) }, row ), tableWritten );
+   };
+   write( 11, "Ethernet1", Bridging::dropModeSrc );
+   write( 12, "Ethernet2", Bridging::dropModeDst );
+   write( 13, "", Bridging::dropModeNone );
+   write( 14, "Vxlan1", Bridging::dropModeNone, 5 );
+   write( 15, "Cpu", Bridging::dropModeNone );
+   mac.intfLearningIs( et2, false );
+   auto const last = []( PathFrame const & frame ) {
+      auto const & steps = frame.steps();
+      return steps.size() < 2 ? Kiv::String() : steps[ steps.size() - 2 ].text;
+   };
+   std::pair< In, Texts > const rows[] = {
+         { { et1, 11, 2 }, { "learning: dropped: nothing from 02:00:00:00:00:0b is let in" } },
+         { { et2, 2, 11 }, { "Ethernet1 untagged" } },
+         { { et1, 2, 12 }, { "forwarding: dropped: nothing is let out to 02:00:00:00:00:0c" } },
+         { { et1, 2, 13 }, { "forwarding: dropped: 02:00:00:00:00:0d is behind no interface" } },
+         { { et1, 15, 255 }, { "Ethernet2 untagged" } },
+   };
+   for( auto const & [ in, expected ] : rows ) {
+      EXPECT_EQ( outcome( pass( in ) ), expected );
+   }
+   EXPECT_FALSE( mac.entry( { station( 3 ), VlanId( 1 ) } ) );
+   EXPECT_EQ( last( pass( { et1, 2, 14 } ) ),
+              "to Vxlan1, next hop 5: the chip is not told how frames cross the overlay" );
+   EXPECT_EQ( last( pass( { et1, 2, 15 } ) ), "to the switch itself" );
+   mac.settingIs( macSourceCheckCpu, 1 );
+   mac.settingIs( macSourceInvalid, 1 );
+   EXPECT_EQ( outcome( pass( { et1, 15, 255 } ) ),
+              Texts{ "learning: dropped: 02:00:00:00:00:0f is an address of the switch itself" } );
+   EXPECT_EQ( outcome( pass( { et1, 255, 2 } ) ),
+              Texts{ "learning: dropped: ff:ff:ff:ff:ff:ff is no station's address" } );
+   // What is flushed is unknown at once.
+   pass( { et1, 3, 255 } );
+   EXPECT_EQ( last( pass( { et2, 2, 3 } ) ), "02:00:00:00:00:03 is behind Ethernet1" );
+   mac.flushIn( { et1, 0 } );
+   EXPECT_EQ( last( pass( { et2, 2, 3 } ) ), "unknown: all others of VLAN 1, 1" );
 }
 
 // Different stations share all members of a LAG.

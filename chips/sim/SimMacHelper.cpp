@@ -1,0 +1,257 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "chips/sim/SimMacHelper.h"
+
+#include "Kiv/Reflect.h"
+
+KIV_DEFINE( HobaSim::MacHelper );
+
+namespace HobaSim {
+
+using Bridging::MacVlanPair;
+using Bridging::VlanId;
+using Bridging::VlanIdOrNone;
+using Hoba::MacProgramStatus;
+using Kiv::String;
+using Kiv::toText;
+using Pelt::IntfId;
+
+// ---- Rows
+
+namespace {
+
+HostRow
+rowOf( HobaHelper::Host const & host ) {
+   HostRow row;
+   row.intf = host.intf;
+   row.entryType = host.entryType;
+   row.dropMode = host.dropMode;
+   row.ages = host.ages;
+   return row;
+}
+
+HostRow
+rowOf( HobaHelper::RemoteHost const & host ) {
+   HostRow row;
+   row.intf = host.intf;
+   row.entryType = host.entryType;
+   row.dropMode = host.dropMode;
+   row.swTunnelGroupId = host.swTunnelGroupId;
+   row.l2RibObjTuple = host.l2RibObjTuple;
+   row.nextHopId = host.nextHopId;
+   row.hwId = host.hwId;
+   row.isMplsNextHop = host.isMplsNextHop;
+   return row;
+}
+
+} // namespace
+
+HobaHelper::Host
+hostOf( MacVlanPair station, HostRow const & row ) {
+   return { station, row.intf, row.entryType, row.dropMode, row.ages };
+}
+
+HobaHelper::RemoteHost
+remoteHostOf( MacVlanPair station, HostRow const & row ) {
+   return { station,           row.intf,      row.entryType, row.dropMode,     row.swTunnelGroupId,
+            row.l2RibObjTuple, row.nextHopId, row.hwId,      row.isMplsNextHop };
+}
+
+String
+entryText( std::optional< HostRow > const & row ) {
+   if( !row ) {
+      return "nothing";
+   }
+   auto text = "behind " + ( row->intf ? toText( row->intf ) : "no interface" );
+   text += ", " + toText( row->entryType );
+   text += row->dropMode ? ", " + toText( row->dropMode ) : "";
+   text += row->swTunnelGroupId ? ", tunnel group " + toText( row->swTunnelGroupId ) : "";
+   text += row->l2RibObjTuple ? ", " + toText( row->l2RibObjTuple ) : "";
+   text += row->nextHopId ? ", next hop " + toText( row->nextHopId ) : "";
+   text += row->hwId ? ", hardware id " + toText( row->hwId ) : "";
+   text += row->isMplsNextHop ? ", MPLS" : "";
+   text += row->ages ? ", ages" : "";
+   text += row->byChip ? ", learnt by the chip" : "";
+   return text;
+}
+
+// ---- Entries
+
+MacProgramStatus
+MacHelper::statusOf( TableResult result ) const {
+   switch( result ) {
+   case tableUnchanged:
+      return Hoba::macProgramSuccess;
+   case tableWritten:
+      return unit_->host().isSettled() ? Hoba::macProgramSuccess : Hoba::macProgramInProgress;
+   case tableParity:
+      return Hoba::macProgramParityError;
+   case tableBusy:
+      return Hoba::macProgramBusy;
+   case tableFull:
+      return Hoba::macProgramFull;
+   case tableFailed:
+      break;
+   }
+   return Hoba::macProgramFailed;
+}
+
+MacProgramStatus
+MacHelper::addHost( Host const & host ) {
+   return statusOf( unit_->write( host.macEntry, rowOf( host ) ) );
+}
+
+// How many there are is known for what has landed: beyond that it is not the time to ask.
+MacProgramStatus
+MacHelper::addRemoteHost( RemoteHost const & host ) {
+   auto const row = rowOf( host );
+   auto const held = unit_->host().acceptedOf( host.macEntry );
+   bool const isNew = row.isRemote() && !( held && held->isRemote() && !held->byChip );
+   if( isNew && unit_->remoteHosts() >= unit_->maxRemoteMacs() ) {
+      return Hoba::macProgramFull;
+   }
+   if( isNew && unit_->remoteHosts() + unit_->hostTable()->landing() >= unit_->maxRemoteMacs() ) {
+      return Hoba::macProgramBusy;
+   }
+   return statusOf( unit_->write( host.macEntry, row ) );
+}
+
+MacProgramStatus
+MacHelper::removeHost( MacVlanPair host ) {
+   return statusOf( unit_->remove( host ) );
+}
+
+std::vector< MacVlanPair >
+MacHelper::handleParityEvent( Hoba::ParityEvent::Key const & key ) {
+   return key.memory == unit_->host().name() ? unit_->spoilt( key.index ) : Stations();
+}
+
+// ---- Flushes
+
+void
+MacHelper::flushVlan( VlanId vlanId ) {
+   unit_->flushIn( { IntfId(), vlanId.value() } );
+}
+
+void
+MacHelper::flushVlanPort( VlanIdOrNone vlanId, IntfId port ) {
+   if( port ) {
+      unit_->flushIn( { port, vlanId.value() } );
+   }
+}
+
+void
+MacHelper::flushVlanLag( VlanIdOrNone vlanId, IntfId lag ) {
+   flushVlanPort( vlanId, lag );
+}
+
+// ---- Settings
+
+void
+MacHelper::settingIs( MacSetting what, Kiv::Seconds value ) {
+   value > 0 ? unit_->settingMustProgram( what, value ) : unit_->settingMustClear( what );
+}
+
+void
+MacHelper::configureAgingTime( Kiv::Seconds agingTime ) {
+   settingIs( macAgingTime, agingTime );
+}
+
+void
+MacHelper::configureSourceMacInvalid( bool drop ) {
+   settingIs( macSourceInvalid, drop );
+}
+
+void
+MacHelper::configureSourceCheckCPUMac( bool drop ) {
+   settingIs( macSourceCheckCpu, drop );
+}
+
+bool
+MacHelper::enableLearning( IntfId intf, bool enable ) {
+   enable ? unit_->intfLearningMustClear( intf ) : unit_->intfLearningMustProgram( intf, false );
+   return true;
+}
+
+bool
+MacHelper::enableLearningOnVlan( VlanId vlanId, bool enable ) {
+   enable ? unit_->vlanLearningMustClear( vlanId )
+          : unit_->vlanLearningMustProgram( vlanId, false );
+   return true;
+}
+
+// ---- Questions
+
+String
+MacHelper::showL2TableAll() const {
+   String text;
+   for( auto const & row : unit_->host() ) {
+      text += toText( row.key ) + ' ' + entryText( row.value ) +
+              ( unit_->entry( row.key ) ? "\n" : ", flushed\n" );
+   }
+   return text;
+}
+
+String
+MacHelper::mismatch( String const & text ) const {
+   if( text.empty() || unit_->isSettled() ) {
+      return text;
+   }
+   if( auto const pass = commonSmData_ ? commonSmData_->verifyData() : nullptr ) {
+      pass->retryVerifyIs( true );
+   }
+   return {};
+}
+
+// Who learnt it does not matter.
+String
+MacHelper::verifyRow( MacVlanPair station, std::optional< HostRow > const & wanted ) const {
+   auto const found = unit_->entry( station );
+   bool const isSame = wanted && found ? wanted->isSameEntry( *found ) : !wanted && !found;
+   return mismatch( isSame ? String()
+                           : toText( station ) + ": " + entryText( wanted ) + " expected, " +
+                                   entryText( found ) + " found" );
+}
+
+String
+MacHelper::handleVerify( Host const & host ) const {
+   return verifyRow( host.macEntry, host.intf ? std::optional( rowOf( host ) ) : std::nullopt );
+}
+
+String
+MacHelper::verifyRemoteHost( RemoteHost const & host ) const {
+   return verifyRow( host.macEntry, host.intf ? std::optional( rowOf( host ) ) : std::nullopt );
+}
+
+String
+MacHelper::verifyNumRemoteHost( std::uint32_t hosts ) const {
+   auto const found = numRemoteHost();
+   return mismatch( found == hosts ? String()
+                                   : toText( hosts ) + " remote stations expected, " +
+                                           toText( found ) + " found" );
+}
+
+namespace {
+
+template< class Key >
+String
+learningText( Key const & key, bool enable ) {
+   return "learning on " + toText( key ) +
+          ( enable ? ": on expected, off found" : ": off expected, on found" );
+}
+
+} // namespace
+
+String
+MacHelper::verifyLearning( IntfId intf, bool enable ) const {
+   return mismatch( unit_->intfLearning().has( intf ) != enable ? String()
+                                                                : learningText( intf, enable ) );
+}
+
+String
+MacHelper::verifyLearningOnVlan( VlanId vlanId, bool enable ) const {
+   return mismatch( unit_->vlanLearning().has( vlanId ) != enable
+                          ? String()
+                          : learningText( "VLAN " + toText( vlanId ), enable ) );
+}
+
+} // namespace HobaSim
