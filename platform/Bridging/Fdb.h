@@ -43,6 +43,7 @@ struct LearnedHost {
    // Of a station behind a tunnel the VXLAN interface.
    KIV_FIELD( Pelt::IntfId, intf );
    KIV_FIELD( EntryType, entryType, entryTypeUnknown );
+   KIV_FIELD( DropMode, dropMode, dropModeNone );
    // How often it moved from one place to another, and when last; when it came, if it never did.
    KIV_FIELD( Mox::Seqno32, moves );
    KIV_FIELD( Kiv::Seconds, lastMoveTime, 0 );

@@ -1,0 +1,724 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Hoba/HobaMacAddrSm.h"
+
+#include "Hoba/HobaAssert.h"
+#include "Hoba/HobaHelper.h"
+#include "Kiv/Reflect.h"
+#include "Zipline/Zipline.h"
+
+ZIPLINE_HANDLE( HobaMacAddrSm );
+
+KIV_DEFINE( Hoba::MacAddrSm );
+
+// The machine's life, and its decisions. HobaMacEvents.cpp has what it hears, HobaMacUpdateList.cpp how
+// what was decided is done.
+
+namespace Hoba {
+
+// ---- Life
+
+MacAddrSm::MacAddrSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
+                      Kiv::Ptr< HobaHelper::HobaHelperMacAddrSm > const & helper,
+                      MacAddrInputs const & inputs )
+      : HobaVerifiedSm( commonSmData ), in_( inputs ), helper_( helper ),
+        sources_( in_, this->commonSmData(), fsfFailedServer(), manageStaticMulticast() ),
+        fdb_( in_ ), learning_( *this ), flush_( *this ) {
+   HOBA_INVARIANT( helper, "MAC addresses are a matter of the hardware" );
+   HOBA_INVARIANT( inputs.bridgingStatus, "stations are listed in a status" );
+   macTableIs( in_.macTable );
+   bridgingConfigIs( in_.bridgingConfig );
+   bridgingStatusIs( in_.bridgingStatus );
+   switchIntfConfigDirIs( in_.switchIntfConfigDir );
+   vlanConfigDirIs( in_.vlanConfigDir );
+   ethPhyIntfConfigDirIs( in_.ethPhyIntfConfigDir );
+   ethPhyIntfStatusDirIs( in_.ethPhyIntfStatusDir );
+   portVlanMembershipIs( in_.portVlanMembership );
+   mlagStatusIs( in_.mlagStatus );
+   mlagHostTableIs( in_.mlagHostTable );
+   l2RibOutputIs( in_.l2RibHostOutput );
+   destOutputIs( in_.l2RibDestOutput );
+   lbOutputIs( in_.l2RibLoadBalanceOutput );
+   objTupleToHwIdIs( in_.objTupleToHwId );
+   evpnMacTableIs( in_.evpnMacTable );
+   vxlanConfigDirIs( in_.vxlanConfigDir );
+   vlanVniMapIs( in_.vlanVniMap );
+   rmacInfoDirIs( in_.rmacInfoDir );
+   routerMacTableIs( in_.routerMacTable );
+   dot1xStatusIs( in_.dot1xStatus );
+   dot1xHostTableIs( in_.dot1xHostTable );
+   nonAgingMacStatusIs( in_.nonAgingStatus );
+   fsfStatusIs( in_.fsfStatus );
+   allFlushRequestDirIs( in_.flushRequestDir );
+   auto const clock = [] { return Kiv::make< Kiv::Clock >(); };
+   updateMacEntryClockIs( clock() );
+   retryClockIs( clock() );
+   macTableTimerIs( clock() );
+   walkClockIs( clock() );
+   mlagHostTableTimerIs( clock() );
+   mlagIntfHostTableTimerIs( clock() );
+   flushReqTimerIs( clock() );
+   reactAcsdIs( commonSmData );
+}
+
+void
+MacAddrSm::kivDoZombieReactors( bool marked ) {
+   // The status stays for the next machine; stations behind an overlay whose agent does not restart too
+   // are the overlay's to tell again.
+   walks_.clear();
+   mlagWalks_.clear();
+   mlagIntfWalks_.clear();
+   flush_.clear();
+   HobaVerifiedSm::kivDoZombieReactors( marked );
+}
+
+void
+MacAddrSm::whenFirstPassIsDone( std::function< void() > call ) {
+   whenFirstPassIsDone_ = std::move( call );
+}
+
+void
+MacAddrSm::handleInitialized() {
+   ZTRACE( 3, "MacAddrSm", " handleIntialized: ", initialized() );
+   if( !initialized() ) {
+      walks_.clear();
+      reactorsUninitialize();
+      return;
+   }
+   helper_.call< &HobaHelper::HobaHelperMacAddrSm::hwInit >();
+   reactorsInitialize();
+   beginFirstPass();
+}
+
+// ---- The first pass
+
+void
+MacAddrSm::beginFirstPass() {
+   inFirstPass_ = true;
+   firstPassDoneIs( false );
+   fdb_.recount();
+   for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
+      for( auto const & [ addr, host ] : database->learnedHost() ) {
+         indexIs( { addr, vlanId }, {}, host.intf );
+      }
+   }
+   peerLinkIntfIs( in_.mlagStatus ? in_.mlagStatus->peerLinkIntf() : Pelt::IntfId() );
+   adoptFailedServers();
+   handleHostAgingTime();
+   handleSourceMacInvalid();
+   handleSourceCheckCPUMac();
+   if( in_.ethPhyIntfStatusDir ) {
+      for( auto const & [ intf, status ] : in_.ethPhyIntfStatusDir->ethPhyIntfStatus() ) {
+         helper_.call< &HobaHelper::HobaHelperMacAddrSm::handleLinkStateAtInit >(
+               Pelt::IntfId( intf ), status->linkStatus() );
+      }
+   }
+   if( in_.l2RibLoadBalanceOutput ) {
+      for( auto const & [ tuple, balance ] : in_.l2RibLoadBalanceOutput->loadBalance() ) {
+         rib_.balanceIs( tuple, balance.dest );
+      }
+   }
+   learning_.configureAll();
+   walkSources();
+   flush_.handleAll();
+   if( in_.rmacInfoDir ) {
+      for( auto const & key : Kiv::keysOf( in_.rmacInfoDir->flushRequest()->request() ) ) {
+         handleRemoteMacFlushRequest( key );
+      }
+   }
+   // What is little is over at once.
+   handleWalks();
+}
+
+// A server that failed while nobody looked: whether it is back by now the status knows.
+void
+MacAddrSm::adoptFailedServers() {
+   if( !in_.fsfStatus ) {
+      return;
+   }
+   for( auto const & [ pair, intf ] : in_.fsfStatus->failedServer() ) {
+      auto const * host = fdb_.find( pair );
+      bool const isBack = host && isMacEntryLearned( host->entryType );
+      auto const since = !host ? now() : isBack ? 0 : host->lastMoveTime;
+      fsfFailedServerIs( pair, { intf, since } );
+   }
+}
+
+namespace {
+
+// The station that a member of one of the tables is about.
+auto const byKey = []( auto const & member ) -> Bridging::MacVlanPair { return member.key; };
+
+} // namespace
+
+// Everything that is said of stations, and then what is in the status: who is in both is looked at twice.
+void
+MacAddrSm::walkSources() {
+   auto const visit = [ this ]( Pair pair ) { evaluateEntry( pair ); };
+   auto const add = [ & ]( auto const & entity, auto const & collection ) {
+      walks_.add( collection, byKey, visit, {}, entity );
+   };
+   if( in_.l2RibHostOutput ) {
+      add( in_.l2RibHostOutput, in_.l2RibHostOutput->host() );
+   }
+   if( in_.evpnMacTable ) {
+      in_.evpnMacTable->remoteMacForEach( [ & ]( Pair const & pair, auto const & ) { visit( pair ); } );
+   }
+   if( in_.bridgingConfig ) {
+      for( auto const & [ vlanId, fdb ] : in_.bridgingConfig->fdbConfig() ) {
+         walks_.add(
+               fdb->configuredHost(),
+               [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); }, visit, {},
+               fdb );
+      }
+   }
+   if( in_.mlagHostTable ) {
+      add( in_.mlagHostTable, in_.mlagHostTable->hostEntry() );
+   }
+   if( in_.vxlanConfigDir ) {
+      for( auto const & [ intf, config ] : in_.vxlanConfigDir->vxlanConfig() ) {
+         add( config, config->remoteHost() );
+      }
+   }
+   if( in_.routerMacTable ) {
+      add( in_.routerMacTable, in_.routerMacTable->routerMac() );
+   }
+   if( in_.dot1xHostTable ) {
+      add( in_.dot1xHostTable, in_.dot1xHostTable->hostEntry() );
+   }
+   if( in_.rmacInfoDir ) {
+      add( in_.rmacInfoDir, in_.rmacInfoDir->receivedRemoteHost()->remoteHost() );
+      for( auto const & [ host, event ] : in_.rmacInfoDir->tunnelLearnEvent()->event() ) {
+         handleTunnelLearnEvent( host );
+      }
+   }
+   for( auto const & [ pair, server ] : fsfFailedServer() ) {
+      evaluateEntry( pair );
+   }
+   if( in_.macTable ) {
+      add( in_.macTable, in_.macTable->macEntry() );
+   }
+   for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
+      walks_.add(
+            database->learnedHost(),
+            [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); }, visit, {},
+            database );
+   }
+   walks_.add( [ this ] { endFirstPass(); } );
+}
+
+void
+MacAddrSm::endFirstPass() {
+   if( !updateList().empty() ) {
+      updateMacEntryClock()->noLaterThan( now() );
+      walks_.add( [ this ] { endFirstPass(); } );
+      return;
+   }
+   inFirstPass_ = false;
+   ZTRACE( 3, "MacAddrSm has looked at everything, ", fdb_.size(), " stations" );
+   firstPassDoneIs( true );
+   if( auto const call = std::exchange( whenFirstPassIsDone_, nullptr ) ) {
+      call();
+   }
+}
+
+// ---- Questions
+
+ModifyMacEntry
+modifyMacEntryFactory( Bridging::MacVlanPair pair, Pelt::IntfId intf, Bridging::EntryType entryType,
+                       std::uint32_t moves ) {
+   ModifyMacEntry change;
+   change.macEntry = pair;
+   change.intf = intf;
+   change.entryType = entryType;
+   change.moves = moves;
+   return change;
+}
+
+MacEntry
+ModifyMacEntry::entry() const {
+   MacEntry is;
+   is.macEntry = macEntry;
+   is.intf = intf;
+   is.entryType = entryType;
+   is.swTunnelGroupId = swTunnelGroupId;
+   is.moveCount = Mox::Seqno32( moves );
+   is.lastMoveTime = lastMoveTime;
+   is.l2RibObjTuple = l2RibObjTuple;
+   is.dropMode = dropMode;
+   is.isMplsNextHop = isMplsNextHop;
+   return is;
+}
+
+ModifyMacEntry
+MacAddrSm::changeTo( MacEntry const & entry, EntryEvaluationAction action ) {
+   auto change = modifyMacEntryFactory( entry.macEntry, entry.intf, entry.entryType,
+                                        entry.moveCount.value() );
+   change.action = action;
+   change.lastMoveTime = entry.lastMoveTime;
+   change.swTunnelGroupId = entry.swTunnelGroupId;
+   change.l2RibObjTuple = entry.l2RibObjTuple;
+   change.isMplsNextHop = entry.isMplsNextHop;
+   change.dropMode = entry.dropMode;
+   return change;
+}
+
+namespace {
+
+bool
+isAdd( EntryEvaluationAction action ) {
+   return action <= addLearntLocalAndRemoveRemote;
+}
+
+} // namespace
+
+ModifyMacEntry const *
+MacAddrSm::queued( Pair pair ) const {
+   if( auto const * change = updateList().empty() ? nullptr : updateList().find( pair ) ) {
+      return change;
+   }
+   return refusedList().empty() ? nullptr : refusedList().find( pair );
+}
+
+std::optional< MacEntry >
+MacAddrSm::currentEntry( Pair pair ) const {
+   if( auto const * queuedEntry = queued( pair ) ) {
+      if( isAdd( queuedEntry->action ) ) {
+         return queuedEntry->entry();
+      }
+      if( queuedEntry->action != removeFromFdbStatusAndHardware ) {
+         hobaAssert( "queuedEntry->action() == removeFromFdbStatusAndHardware_" );
+      }
+      return std::nullopt;
+   }
+   auto entry = fdb_.entry( pair );
+   if( !entry ) {
+      ZTRACE( 8, pair, " entry not found in collections" );
+   }
+   return entry;
+}
+
+Kiv::HashSet< MacAddrSm::Pair > const &
+MacAddrSm::hostsBehind( Pelt::IntfId intf ) const {
+   static Kiv::HashSet< Pair > const none;
+   auto const * hosts = hostsByIntf_.find( intf );
+   return hosts ? *hosts : none;
+}
+
+namespace {
+
+// All of what is said of one station, held together.
+struct Gathered {
+   MacCandidates candidates;
+   MacCandidate const * best = nullptr;
+   std::optional< MacEntry > reported;
+   bool learnedInHardware = false;
+   std::optional< MacEntry > current;
+   MacNextHop hop;
+   MacClaims claims;
+};
+
+} // namespace
+
+static void
+gather( MacAddrSm const & sm, Bridging::MacVlanPair pair, bool reportIsLost, Gathered & all,
+        std::vector< MacNoCandidate > * none = nullptr ) {
+   auto const & sources = sm.sources();
+   sources.candidates( pair, all.candidates, none );
+   all.best = bestCandidate( all.candidates.all(), sources.groups() );
+   all.current = sm.currentEntry( pair );
+   auto & claims = all.claims;
+   claims.now = sm.now();
+   claims.current = all.current ? &*all.current : nullptr;
+   if( !reportIsLost ) {
+      all.reported = sources.reported( pair, all.learnedInHardware );
+   }
+   if( all.reported ) {
+      claims.reported = &*all.reported;
+      claims.reportedObstacle = sources.reportedObstacle( *all.reported );
+   }
+   claims.configured = all.best;
+   if( all.best && Bridging::isEntryTypeRemote( all.best->entry.entryType ) ) {
+      all.hop = sources.nextHop( all.best->entry );
+      claims.configuredObstacle =
+            sources.hasVni( pair.vlanId() ) ? all.hop.obstacle : macObstacleNoVni;
+      bool const isNew = !sm.fdb().nextHop( pair );
+      if( !claims.configuredObstacle && isNew &&
+          sm.fdb().remotes() >= sm.helper()->getMaxRemoteMacs() ) {
+         claims.configuredObstacle = macObstacleRemoteLimit;
+      }
+   }
+   claims.isNonAging = all.current && sources.isNonAgingMac( pair );
+   claims.overlayRestarts = sources.overlayRestarts();
+}
+
+MacExplanation
+MacAddrSm::explain( Pair pair ) const {
+   MacExplanation answer;
+   Gathered all;
+   bool learnedInHardware = false;
+   answer.reportedLost = lostReport_.has( pair );
+   gather( *this, pair, answer.reportedLost, all, &answer.none );
+   answer.reported = sources_.reported( pair, learnedInHardware );
+   answer.reportedObstacle = all.claims.reportedObstacle;
+   answer.configuredObstacle = all.claims.configuredObstacle;
+   std::size_t best = 0;
+   for( auto const & candidate : all.candidates.all() ) {
+      answer.candidates.push_back( { candidate, macRank( candidate.entry ) } );
+      auto const here = answer.candidates.size() - 1;
+      if( here == best ) {
+         continue;
+      }
+      auto const choice = betterEntry( &answer.candidates[ best ].candidate.entry,
+                                       &answer.candidates[ here ].candidate.entry, sources_.groups() );
+      bool const wins = choice.winner == &answer.candidates[ here ].candidate.entry;
+      answer.candidates[ wins ? best : here ].rule = choice.rule;
+      answer.candidates[ wins ? here : best ].rule = choice.rule;
+      best = wins ? here : best;
+   }
+   if( !answer.candidates.empty() ) {
+      answer.candidates[ best ].isBest = true;
+   }
+   answer.status = fdb_.entry( pair );
+   if( auto const * change = queued( pair ) ) {
+      answer.pending = *change;
+   }
+   answer.verdict = evaluateMacClaims( all.claims );
+   if( auto const * held = withheld().find( pair ) ) {
+      answer.withheld = *held;
+   }
+   answer.isNonAging = isNonAgingMac( pair );
+   answer.isFailedServer = fsfFailedServerHas( pair );
+   return answer;
+}
+
+// ---- Decide
+
+bool
+MacAddrSm::checkIgnoreEvent( Pair pair, MacClaims const & claims ) {
+   auto const * reported = claims.reported;
+   if( claims.agedInHardware && fsfFailedServerHas( pair ) ) {
+      ZTRACE( 5, "Ignoring event for mac entry ", pair, " Ignoring aging event for FSF entry ", pair );
+      return !claims.current || claims.current->intf == Pelt::CpuIntfId();
+   }
+   if( reported && claims.configured && !claims.configuredObstacle &&
+       Bridging::isEntryTypeRemote( reported->entryType ) &&
+       Bridging::isEntryTypeRemote( claims.configured->entry.entryType ) && claims.current &&
+       Bridging::isEntryTypeRemote( claims.current->entryType ) &&
+       !isMacEntryLearned( claims.current->entryType ) ) {
+      ZTRACE( 5, "Ignoring event for mac entry ", pair,
+              " ignoring learn event for just-programmed remote entry" );
+      lostReport_.insert( pair );
+      return claims.learnedInHardware;
+   }
+   return false;
+}
+
+bool
+MacAddrSm::collidingStaticEntryWithRouterMacEntry( MacCandidates const & candidates ) const {
+   MacEntry const * configured = nullptr;
+   for( auto const & [ source, entry ] : candidates.all() ) {
+      if( source == macSourceFdbConfig && entry.entryType == Bridging::configuredStaticMac ) {
+         configured = &entry;
+      } else if( source == macSourceRouterMacTable && configured ) {
+         ZTRACE( 2, "collision of static entry ", *configured, " with router mac entry ", entry );
+         return true;
+      }
+   }
+   return false;
+}
+
+void
+MacAddrSm::traceMoves( MacVerdict const & verdict ) const {
+   auto const moves = verdict.entry.moveCount;
+   switch( verdict.moves ) {
+   case macMovesKept:
+      break;
+   case macMovesConfigured:
+      ZTRACE( 6, "Setting moves from configured: ", moves );
+      break;
+   case macMovesConfiguredPlusOne:
+      ZTRACE( 6, "Setting moves from configured+1: ", moves );
+      break;
+   case macMovesReceived:
+      ZTRACE( 6, "Setting moves from received: ", moves );
+      break;
+   case macMovesCurrentPlusOne:
+      ZTRACE( 6, "Settting moves to current+1: ", moves );
+      break;
+   case macMovesNotIncremented:
+      ZTRACE( 6, "Not incremented moves: ", moves );
+      break;
+   }
+}
+
+void
+MacAddrSm::detectRemoteLocalMove( MacEntry const * before, MacEntry const & after, int point,
+                                  ModifyMacEntry & change ) const {
+   if( !before ) {
+      return;
+   }
+   bool const wasRemote = Bridging::isEntryTypeRemote( before->entryType );
+   bool const isRemote = Bridging::isEntryTypeRemote( after.entryType );
+   if( wasRemote && !isRemote ) {
+      ZTRACE( 5, after.macEntry, " Detected remote to local move (", point, "). " );
+      change.movedToLocal = true;
+   } else if( !wasRemote && isRemote ) {
+      ZTRACE( 5, after.macEntry, " Detected local to remote move (", point, "). " );
+      change.movedToRemote = true;
+   }
+}
+
+void
+MacAddrSm::noteWithheld( Pair pair, MacClaims const & claims, bool hasNone ) {
+   auto obstacle = claims.configured ? claims.configuredObstacle : macObstacleNone;
+   if( obstacle == macObstacleNone && claims.reported ) {
+      obstacle = claims.reportedObstacle;
+   }
+   if( obstacle == macObstacleNone && hasNone ) {
+      MacCandidates found;
+      std::vector< MacNoCandidate > none;
+      sources_.candidates( pair, found, &none );
+      obstacle = none.empty() ? macObstacleNone : none.front().obstacle;
+   }
+   if( obstacle == macObstacleNone ) {
+      withheldDel( pair );
+      return;
+   }
+   auto const * known = withheld().find( pair );
+   if( !known || known->obstacle != obstacle ) {
+      ZTRACE( 4, "Mac entry ", pair, ' ', macObstacleText( obstacle ), " Ignoring update." );
+      withheldIs( pair, { obstacle, now() } );
+   }
+}
+
+void
+MacAddrSm::evaluateEntry( Pair pair, bool learnedInHardware, bool agedInHardware ) {
+   if( !isReady() || !pair.vlanId().value() ) {
+      return;
+   }
+   Kiv::Dispatch::Frame frame;
+   Gathered all;
+   std::vector< MacNoCandidate > none;
+   gather( *this, pair, !lostReport_.empty() && lostReport_.has( pair ), all, &none );
+   auto & claims = all.claims;
+   claims.learnedInHardware = learnedInHardware;
+   claims.agedInHardware = agedInHardware;
+   ZTRACE( 6, "Evaluating MAC entry: ", pair, ", learned in hardware: ", learnedInHardware,
+           ", aged in hardware: ", agedInHardware );
+   if( !all.candidates.all().empty() ) {
+      collidingStaticEntryWithRouterMacEntry( all.candidates );
+      ZTRACE( 6, "Configured entry is ", all.best->entry );
+   }
+   if( claims.current ) {
+      ZTRACE( 6, "Current entry is ", *claims.current );
+   }
+   if( all.best || !rib_.empty() ) {
+      rib_.hostIs( pair, all.best ? all.best->entry.l2RibObjTuple : L2Rib::ObjTuple() );
+   }
+   if( claims.configuredObstacle || claims.reportedObstacle || !none.empty() || !withheld().empty() ) {
+      noteWithheld( pair, claims, !none.empty() );
+   }
+   if( checkIgnoreEvent( pair, claims ) ) {
+      return;
+   }
+   auto verdict = evaluateMacClaims( claims );
+   if( verdict.reportedLost ) {
+      lostReport_.insert( pair );
+   }
+   // The next hop as it is now, and not as it was when it was programmed.
+   if( verdict.action == invalidAction && all.best && !claims.configuredObstacle &&
+       Bridging::isEntryTypeRemote( verdict.entry.entryType ) && !queued( pair ) ) {
+      auto const * hop = fdb_.nextHop( pair );
+      if( hop && ( hop->hwId != all.hop.hwId || hop->nextHopId != all.hop.nextHopId ) ) {
+         verdict.action = addConfiguredRemote;
+      }
+   }
+   decided( verdict, claims, all.learnedInHardware );
+}
+
+// What was decided is done at once if the hardware has no part in it, and queued otherwise.
+void
+MacAddrSm::decided( MacVerdict const & verdict, MacClaims const & claims, bool hardwareHolds ) {
+   auto const & entry = verdict.entry;
+   auto const pair = entry.macEntry;
+   if( verdict.action == invalidAction ) {
+      ZTRACE( 6, " Final action: ignore - MAC entry: ", entry, ' ', macReasonText( verdict.reason ) );
+      bool const keepsWhatAged =
+            verdict.reason == macReasonNonAging && claims.agedInHardware && claims.current;
+      bool const isTold = inFirstPass_ && claims.current && !queued( pair ) &&
+                          !skipHwProgInHitlessRestartMode( *claims.current );
+      if( keepsWhatAged || isTold ) {
+         reprogram( pair );
+      }
+      return;
+   }
+   traceMoves( verdict );
+   if( isAdd( verdict.action ) && maybeUpdateMoveCount( entry, claims.current ) ) {
+      return;
+   }
+   ZTRACE( 6, " Final action: ", verdict.action, " - MAC Entry: ", entry, ' ',
+           macReasonText( verdict.reason ) );
+   auto change = changeTo( entry, verdict.action );
+   auto const from = claims.current ? claims.current->intf : Pelt::IntfId();
+   bool const isOne = isAdd( verdict.action );
+   indexIs( pair, from, isOne ? entry.intf : Pelt::IntfId() );
+   auto const * queuedEntry = queued( pair );
+   if( isOne ) {
+      detectRemoteLocalMove( queuedEntry ? nullptr : claims.current, entry, 1, change );
+      change.doneByHardware = !queuedEntry && !needsHardware( entry, hardwareHolds );
+   } else {
+      // What has aged, or is ignored, the hardware has forgotten, or is not to forget.
+      bool const wasLearnt = claims.current && isMacEntryLearned( claims.current->entryType );
+      change.action = removeFromFdbStatusAndHardware;
+      change.doneByHardware = !queuedEntry && wasLearnt && !fdb_.isRemote( pair ) &&
+                              ( claims.agedInHardware || verdict.action == ignoreLearnt );
+      if( !claims.current ) {
+         return; // it is ignored, and nobody has it
+      }
+   }
+   if( !change.doneByHardware ) {
+      return addToUpdateList( change );
+   }
+   if( isOne ) {
+      inForce( entry );
+   } else {
+      outOfForce( pair );
+   }
+}
+
+bool
+MacAddrSm::needsHardware( MacEntry const & entry, bool hardwareHolds ) const {
+   if( !hardwareHolds || !isMacEntryLearned( entry.entryType ) ) {
+      return true;
+   }
+   auto const * former = fdb_.find( entry.macEntry );
+   return ( former && !isMacEntryLearned( former->entryType ) ) ||
+          sources_.isNonAgingMac( entry.macEntry );
+}
+
+bool
+MacAddrSm::skipHwProgInHitlessRestartMode( MacEntry const & entry ) const {
+   bool const isHardwares =
+         isMacEntryLearned( entry.entryType ) && !Bridging::isEntryTypeRemote( entry.entryType ) &&
+         !sources_.isNonAgingMac( entry.macEntry );
+   if( isHardwares ) {
+      ZTRACE( 8, entry.macEntry, " in hitless restart mode" );
+   }
+   return isHardwares;
+}
+
+// Another count for what is where it was: nothing that the hardware knows of.
+bool
+MacAddrSm::maybeUpdateMoveCount( MacEntry const & entry, MacEntry const * current ) {
+   auto const type = entry.entryType;
+   if( Bridging::isEntryTypeConfigured( type ) || !( Bridging::isEntryTypeProgrammedDynamic( type ) ||
+                                                     Bridging::isEntryTypeController( type ) ) ) {
+      return false;
+   }
+   auto same = entry;
+   if( current ) {
+      same.moveCount = current->moveCount;
+      same.lastMoveTime = current->lastMoveTime;
+      same.preference = current->preference;
+      same.promote = current->promote;
+   }
+   if( !current || !( same == *current ) ) {
+      return false;
+   }
+   auto const pair = entry.macEntry;
+   auto const & from = current->moveCount;
+   if( auto const * change = queued( pair ) ) {
+      ZTRACE( 5, pair, " update ModifyMacEntry moves from ", from, " to ", entry.moveCount );
+      auto updated = *change;
+      updated.moves = entry.moveCount.value();
+      updated.lastMoveTime = entry.lastMoveTime;
+      updateListHas( pair ) ? updateListIs( updated ) : refusedListIs( updated );
+      return true;
+   }
+   ZTRACE( 5, pair, " update moves from ", from, " to ", entry.moveCount, " type ", type );
+   fdb_.addToFdbStatus( entry );
+   if( in_.rmacInfoDir && in_.rmacInfoDir->remoteHost()->remoteMacHas( pair ) ) {
+      ZTRACE( 5, pair, "update remoteHostTable moves from ", from, " to ", entry.moveCount );
+      in_.rmacInfoDir->remoteHost()->remoteMacIs( entry );
+   }
+   return true;
+}
+
+void
+MacAddrSm::indexIs( Pair pair, Pelt::IntfId from, Pelt::IntfId to ) {
+   if( from == to ) {
+      return;
+   }
+   if( to ) {
+      hostsByIntf_.tryEmplace( to ).value->insert( pair );
+   }
+   if( from ) {
+      if( auto * hosts = hostsByIntf_.find( from ) ) {
+         hosts->erase( pair );
+         if( hosts->empty() ) {
+            hostsByIntf_.erase( from );
+         }
+      }
+   }
+}
+
+void
+MacAddrSm::addToUpdateList( ModifyMacEntry const & given ) {
+   auto change = given;
+   if( auto const * former = refusedList().empty() ? nullptr : refusedList().find( given.macEntry ) ) {
+      change.fullLogged = former->fullLogged;
+      refusedListDel( given.macEntry );
+   }
+   if( auto const * former = updateList().find( given.macEntry ) ) {
+      ZTRACE( 5, "Found a pending operation in updateList with key: ", given.macEntry );
+      ZTRACE( 5, "Found a pending operation in updateList with action ", former->action );
+      change.fullLogged = former->fullLogged;
+      auto const formerEntry = former->entry();
+      if( isAdd( former->action ) && isAdd( change.action ) ) {
+         detectRemoteLocalMove( &formerEntry, change.entry(), 2, change );
+      }
+   }
+   change.since = now();
+   updateListIs( change );
+   updateMacEntryClock()->noLaterThan( now() );
+}
+
+// ---- For its parts
+
+void
+MacAddrSm::reprogram( Pair pair ) {
+   auto const entry = currentEntry( pair );
+   if( !entry || queued( pair ) ) {
+      return;
+   }
+   bool const isLearned = isMacEntryLearned( entry->entryType );
+   addToUpdateList( changeTo( *entry, Bridging::isEntryTypeRemote( entry->entryType )
+                                            ? ( isLearned ? addLearntRemote : addConfiguredRemote )
+                                      : isLearned ? addLearntToFdbStatus
+                                                  : addConfiguredToFdbStatusAndHardware ) );
+}
+
+void
+MacAddrSm::flushEntry( Pair pair ) {
+   auto const current = currentEntry( pair );
+   if( !current || !isMacEntryLearned( current->entryType ) || sources_.isNonAgingMac( pair ) ) {
+      return;
+   }
+   // Until the hardware reports it again, what it reported counts no more.
+   lostReport_.insert( pair );
+   evaluateEntry( pair, false, true );
+}
+
+void
+MacAddrSm::wakeWalks() {
+   if( !walks_.empty() ) {
+      walkClock()->noLaterThan( now() );
+   }
+}
+
+void
+MacAddrSm::handleWalks() {
+   walks_.run( *this, *walkClock(), macTableReviewQuanta() );
+}
+
+} // namespace Hoba

@@ -1,0 +1,573 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Hoba/HobaHelper.h"
+#include "Hoba/HobaMacAddrSm.h"
+#include "Zipline/Zipline.h"
+
+ZIPLINE_HANDLE( HobaMacEvents );
+
+// What the machine hears, and which stations it concerns.
+
+namespace Hoba {
+
+using Helper = HobaHelper::HobaHelperMacAddrSm;
+
+// ---- The hardware's reports
+
+void
+MacAddrSm::handleMacEntry( Pair const & pair ) {
+   if( !deferMacTableUpdate() ) {
+      return handleMacTableUpdate( pair );
+   }
+   macTableUpdateListIs( pair );
+   macTableTimer()->noLaterThan( now() );
+}
+
+void
+MacAddrSm::handleMacTableTimer() {
+   auto const timer = macTableTimer();
+   auto const end = timer->now() + commonSmData()->yieldTimeSlice();
+   for( std::uint32_t done = 0; isReady() && !macTableUpdateList().empty(); ++done ) {
+      if( done >= macTableReviewQuanta() || ( done % 8 == 7 && timer->now() >= end ) ) {
+         timer->noLaterThan( timer->now() );
+         return;
+      }
+      Pair const pair = *macTableUpdateList().begin();
+      macTableUpdateListDel( pair );
+      handleMacTableUpdate( pair );
+   }
+}
+
+void
+MacAddrSm::handleMacTableUpdate( Pair pair ) {
+   if( auto const * entry = in_.macTable->macEntry().find( pair ) ) {
+      handleAddressLearnt( *entry );
+   } else {
+      handleAddressAged( pair );
+   }
+}
+
+void
+MacAddrSm::handleAddressLearnt( HobaTypes::MacAddressTableEntry const & entry ) {
+   auto const pair = entry.macEntry;
+   ZTRACE( 6, "address learned - ", " Learnt: addr:", pair.addr(), " vid:", pair.vlanId(),
+           " on:", entry.intf );
+   if( !lostReport_.empty() ) {
+      lostReport_.erase( pair );
+   }
+   flush_.learned( pair );
+   if( Bridging::isEntryTypeRemote( entry.entryType ) && !isMacEntryLearned( entry.entryType ) ) {
+      ZTRACE( 6, "Ignoring MacTable update for remote MAC ", pair, ": it is a candidate" );
+   }
+   evaluateEntry( pair, true, false );
+}
+
+void
+MacAddrSm::handleAddressAged( Pair pair ) {
+   ZTRACE( 6, " address aged - ", " Aged: addr:", pair.addr(), " vid:", pair.vlanId() );
+   if( !lostReport_.empty() ) {
+      lostReport_.erase( pair );
+   }
+   evaluateEntry( pair, false, true );
+   room_ = true;
+   if( !refusedList().empty() ) {
+      roomAppeared();
+   }
+}
+
+// ---- The operator
+
+void
+MacAddrSm::handleHostAgingTime() {
+   helper_.call< &Helper::configureAgingTime >(
+         in_.bridgingConfig ? in_.bridgingConfig->hostAgingTime() : 0.0 );
+}
+
+void
+MacAddrSm::handleSourceMacInvalid() {
+   helper_.call< &Helper::configureSourceMacInvalid >( in_.bridgingConfig &&
+                                                       in_.bridgingConfig->sourceMacInvalid() );
+}
+
+void
+MacAddrSm::handleSourceCheckCPUMac() {
+   helper_.call< &Helper::configureSourceCheckCPUMac >( in_.bridgingConfig &&
+                                                        in_.bridgingConfig->sourceCheckCpuMac() );
+}
+
+// The whole database of a VLAN came, went, or is another one.
+void
+MacAddrSm::handleFdbConfig( Bridging::VlanId const & vlanId ) {
+   evaluateVlan( Bridging::VlanIdOrNone( vlanId.value() ) );
+   if( auto const fdb = in_.bridgingConfig->fdbConfig( vlanId ) ) {
+      walks_.add(
+            fdb->configuredHost(),
+            [ vlanId ]( auto const & member ) { return Pair( member.key, vlanId ); },
+            [ this ]( Pair pair ) { evaluateEntry( pair ); }, {}, fdb );
+   }
+   wakeWalks();
+}
+
+void
+MacAddrSm::handleConfiguredHost( Bridging::VlanId vlanId, Pelt::EthAddr addr ) {
+   evaluateEntry( { addr, vlanId } );
+}
+
+void
+MacAddrSm::handleEnableLearning( Pelt::IntfId const & intf ) {
+   learning_.configureMacLearningOnPort( intf );
+}
+
+void
+MacAddrSm::handleVlanConfig( Bridging::VlanId const & vlanId ) {
+   if( !in_.vlanConfigDir->vlanConfig( vlanId ) ) {
+      return handleVlanConfigDelete( vlanId );
+   }
+   learning_.macLearningStatusOnVlan( vlanId );
+   handlePrimaryVlan( vlanId );
+}
+
+void
+MacAddrSm::handleVlanConfigDelete( Bridging::VlanId vlanId ) {
+   flush_.flushVlan( vlanId );
+   helper_.call< &Helper::handleVlanDelete >( vlanId );
+   learning_.macLearningStatusOnVlan( vlanId );
+   evaluateVlan( Bridging::VlanIdOrNone( vlanId.value() ) );
+   walks_.add( [ this, vlanId ] {
+      fdb_.maybeDeleteFdbStatus( Bridging::VlanIdOrNone( vlanId.value() ) );
+   } );
+   wakeWalks();
+}
+
+void
+MacAddrSm::handleVlanMacLearning( Bridging::VlanId const & vlanId ) {
+   learning_.macLearningStatusOnVlan( vlanId );
+}
+
+void
+MacAddrSm::handlePrimaryVlan( Bridging::VlanId const & vlanId ) {
+   if( sources_.hasVni( Bridging::VlanIdOrNone( vlanId.value() ) ) ) {
+      evaluateVlan( Bridging::VlanIdOrNone( vlanId.value() ) );
+   }
+}
+
+// ---- Interfaces
+
+// It came or went.
+void
+MacAddrSm::handleIntfChange( Pelt::IntfId const & intf ) {
+   if( !sources_.hasIntf( intf ) ) {
+      flush_.flushPort( intf );
+   }
+   evaluateIntf( intf );
+}
+
+void
+MacAddrSm::handleEnableStateLocal( Pelt::IntfId const & intf ) {
+   evaluateIntf( intf );
+}
+
+void
+MacAddrSm::handleLinkState( Pelt::IntfId const & intf ) {
+   auto const status = in_.ethPhyIntfStatusDir->ethPhyIntfStatus( intf );
+   if( status && status->linkStatus() == Interface::linkDown && !commonSmData()->inLag( intf ) ) {
+      ZTRACE( 4, "Link of ", intf, " is down, clear dynamic mac-address table entries" );
+      flush_.flushPort( intf );
+   }
+}
+
+void
+MacAddrSm::handleVlanChange( Pelt::IntfId const & intf ) {
+   if( commonSmData()->enforceVlanMembershipForStaticMac() ) {
+      evaluateIntf( intf );
+   }
+}
+
+// It came or went, or has other members.
+void
+MacAddrSm::handleLag( Pelt::IntfId const & lag ) {
+   if( !sources_.hasIntf( lag ) ) {
+      flush_.flushLag( lag );
+      helper_.call< &Helper::removeLag >( lag );
+      evaluateIntf( lag );
+   } else if( commonSmData()->lagToPort( lag ).port.empty() ) {
+      flush_.flushLag( lag ); // nobody is behind it any more
+   } else {
+      evaluateWithheld( []( Pair, MacWithheld const & held ) {
+         return held.obstacle == macObstacleNoIntf;
+      } );
+   }
+}
+
+// ---- The MLAG peer
+
+void
+MacAddrSm::handleMlagStateOrPeerLinkIntf() {
+   auto const former = peerLinkIntf();
+   peerLinkIntfIs( in_.mlagStatus->peerLinkIntf() );
+   for( auto const intf : { former, peerLinkIntf() } ) {
+      if( intf ) {
+         learning_.configureMacLearningOnPort( intf );
+      }
+   }
+   handleFastMacRedirection();
+}
+
+// Everything that the peer told is looked at.
+void
+MacAddrSm::handleFastMacRedirection() {
+   if( !in_.mlagHostTable ) {
+      return;
+   }
+   mlagWalks_.clear();
+   mlagWalks_.add(
+         in_.mlagHostTable->hostEntry(), []( auto const & member ) { return member.key; },
+         [ this ]( Pair pair ) {
+            auto const current = currentEntry( pair );
+            evaluateEntry( pair );
+            // In or out of the remote host table.
+            if( current && Bridging::isEntryTypeRemote( current->entryType ) ) {
+               reprogram( pair );
+            }
+         } );
+   mlagHostTableTimer()->noLaterThan( now() );
+}
+
+void
+MacAddrSm::handleMlagIntfStatus( Pelt::IntfId const & intf ) {
+   if( !in_.mlagHostTable ) {
+      return;
+   }
+   mlagIntfWalks_.add(
+         in_.mlagHostTable->hostEntry(), []( auto const & member ) { return member.key; },
+         [ this, intf ]( Pair pair ) {
+            auto const * host = in_.mlagHostTable->hostEntry().find( pair );
+            if( host && host->intf == intf ) {
+               evaluateEntry( pair );
+            }
+         } );
+   mlagIntfHostTableTimer()->noLaterThan( now() );
+}
+
+void
+MacAddrSm::handleMlagHostTableTimer() {
+   if( isReady() ) {
+      mlagWalks_.run( *this, *mlagHostTableTimer(), mlagHostTableQuantum() );
+   }
+}
+
+void
+MacAddrSm::handleMlagIntfHostTableTimer() {
+   if( isReady() ) {
+      mlagIntfWalks_.run( *this, *mlagIntfHostTableTimer(), mlagIntfHostTableQuantum() );
+   }
+}
+
+// ---- The RIB and the overlay
+
+void
+MacAddrSm::handleL2RibDest( L2Rib::ObjTuple const & tuple ) {
+   for( auto const & each : rib_.affected( tuple ) ) {
+      evaluateObject( each );
+   }
+}
+
+void
+MacAddrSm::handleL2RibLb( L2Rib::ObjTuple const & tuple ) {
+   auto const * balance = in_.l2RibLoadBalanceOutput->loadBalance().find( tuple );
+   rib_.balanceIs( tuple, balance ? balance->dest : std::vector< L2Rib::ObjTuple >() );
+   evaluateObject( tuple );
+}
+
+void
+MacAddrSm::handleObjTupleToHwIdMap( L2Rib::ObjTuple const & tuple ) {
+   evaluateObject( tuple );
+}
+
+void
+MacAddrSm::handleVxlanConfig( Pelt::VxlanIntfId const & intf ) {
+   handleControllerClient();
+   if( auto const config = in_.vxlanConfigDir->vxlanConfig( intf ) ) {
+      walks_.add(
+            config->remoteHost(), []( auto const & member ) { return member.key; },
+            [ this ]( Pair pair ) { evaluateEntry( pair ); }, {}, config );
+   }
+   wakeWalks();
+}
+
+// Which stations behind the overlay count has changed.
+void
+MacAddrSm::handleControllerClient() {
+   for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
+      evaluateVlan( Bridging::VlanIdOrNone( vlanId.value() ) );
+   }
+   evaluateWithheld( []( Pair, MacWithheld const & ) { return true; } );
+   if( in_.rmacInfoDir ) {
+      for( auto const & host : Kiv::keysOf( in_.rmacInfoDir->tunnelLearnEvent()->event() ) ) {
+         handleTunnelLearnEvent( host );
+      }
+   }
+}
+
+void
+MacAddrSm::handleVlanVniMap( Bridging::VlanId const & vlanId ) {
+   sources_.forgetVnis();
+   evaluateVlan( Bridging::VlanIdOrNone( vlanId.value() ) );
+   evaluateWithheld( [ vlanId ]( Pair pair, MacWithheld const & ) {
+      return pair.vlanId().value() == vlanId.value();
+   } );
+   if( in_.rmacInfoDir ) {
+      for( auto const & host : Kiv::keysOf( in_.rmacInfoDir->tunnelLearnEvent()->event() ) ) {
+         if( sources_.vlanOf( host.vni ).value() == vlanId.value() ) {
+            handleTunnelLearnEvent( host );
+         }
+      }
+   }
+}
+
+void
+MacAddrSm::handleTunnelLearnEvent( Vxlan::VniMac const & host ) {
+   auto const vlanId = sources_.vlanOf( host.vni );
+   if( !vlanId.value() ) {
+      ZTRACE( 2, host.addr, " ERROR: no mapping for vni ", host.vni );
+      return;
+   }
+   Pair const pair( host.addr, vlanId );
+   bool const isThere = in_.rmacInfoDir->tunnelLearnEvent()->eventHas( host );
+   if( !lostReport_.empty() ) {
+      lostReport_.erase( pair );
+   }
+   if( isThere ) {
+      flush_.learned( pair );
+   }
+   evaluateEntry( pair, false, !isThere );
+}
+
+// The overlay's agent has told of all it knows, or begins to.
+void
+MacAddrSm::handleStageRemoteMacsReady() {
+   if( sources_.overlayRestarts() ) {
+      ZTRACE( 3, " skip deleting remote MACs from fdbstatus as vxlan ",
+              "hitless restart is in progress" );
+   } else {
+      doClearRemoteMacsFromFdbStatus();
+   }
+}
+
+void
+MacAddrSm::doClearRemoteMacsFromFdbStatus() {
+   for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
+      walks_.add(
+            database->learnedHost(),
+            [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); },
+            [ this ]( Pair pair ) {
+               if( fdb_.isRemote( pair ) ) {
+                  evaluateEntry( pair );
+               }
+            },
+            {}, database );
+   }
+   wakeWalks();
+}
+
+void
+MacAddrSm::handleRemoteMacFlushRequest( VXLAN::FlushReqKey const & key ) {
+   flush_.handleRemoteMacFlushRequest( key );
+}
+
+// ---- 802.1X
+
+void
+MacAddrSm::handleDot1xEnabled() {
+   for( auto const & intf : Kiv::keysOf( in_.dot1xStatus->intfStatus() ) ) {
+      handleHostMode( intf );
+   }
+}
+
+void
+MacAddrSm::handlePortAuthState( Pelt::IntfId const & intf ) {
+   learning_.configureMacLearningOnPort( intf );
+}
+
+void
+MacAddrSm::handleHostMode( Pelt::IntfId const & intf ) {
+   learning_.configureMacLearningOnPort( intf );
+   evaluateIntf( intf );
+}
+
+// ---- Stations that never age, servers that failed
+
+void
+MacAddrSm::handleNonAgingEnabled() {
+   walks_.add(
+         in_.nonAgingStatus->macEntries(), []( auto const & member ) { return member.key; },
+         [ this ]( Pair pair ) { handleNonAgingMacEntries( pair ); }, {}, in_.nonAgingStatus );
+   wakeWalks();
+}
+
+void
+MacAddrSm::handleNonAgingMacEntries( Pair const & pair ) {
+   auto const current = currentEntry( pair );
+   if( !current || !isMacEntryLearned( current->entryType ) ) {
+      return;
+   }
+   evaluateEntry( pair );
+   // It ages from now on, or ages no more.
+   reprogram( pair );
+}
+
+void
+MacAddrSm::handleFsfFailedServer( Pair const & pair ) {
+   auto const * intf = in_.fsfStatus->failedServer().find( pair );
+   if( intf ) {
+      ZTRACE( 4, "Adding entry for FSF failed server on ", *intf, ' ', pair );
+      fsfFailedServerIs( pair, { *intf, now() } );
+      return evaluateEntry( pair );
+   }
+   ZTRACE( 4, "Removing entry for FSF failed server on ", fsfFailedServer( pair ).intf, ' ', pair );
+   fsfFailedServerDel( pair );
+   auto const current = currentEntry( pair );
+   if( current && current->intf != Pelt::CpuIntfId() ) {
+      ZTRACE( 4, "Not removing FDB entry for FSF server: ", pair,
+              " as it doesn't have CPU port but has ", current->intf );
+   }
+   evaluateEntry( pair );
+}
+
+// ---- Flushes, errors in the hardware
+
+void
+MacAddrSm::handleFlushRequestInputDir( Kiv::String const & agent ) {
+   flush_.handleFlushRequestInputDir( agent );
+}
+
+void
+MacAddrSm::handleParityEvent( ParityEvent::Key const & key ) {
+   if( !commonSmData()->parityEventHas( key ) ) {
+      return;
+   }
+   for( auto const pair : helper_.call< &Helper::handleParityEvent >( key ) ) {
+      reprogram( pair );
+   }
+}
+
+// ---- Walks
+
+void
+MacAddrSm::evaluateAll( Kiv::HashSet< Pair > const & pairs ) {
+   if( !pairs.empty() ) {
+      walks_.add(
+            pairs, []( Pair const & pair ) { return pair; },
+            [ this ]( Pair pair ) { evaluateEntry( pair ); } );
+   }
+   wakeWalks();
+}
+
+void
+MacAddrSm::evaluateVlan( Bridging::VlanIdOrNone vlanId ) {
+   Bridging::VlanId const vlan( vlanId.value() );
+   if( auto const database = in_.bridgingStatus->fdbStatus( vlan ) ) {
+      walks_.add(
+            database->learnedHost(),
+            [ vlan ]( auto const & member ) { return Pair( member.key, vlan ); },
+            [ this ]( Pair pair ) { evaluateEntry( pair ); }, {}, database );
+   }
+   wakeWalks();
+}
+
+// Stations behind it, and claims that wait for something, which may be the interface.
+void
+MacAddrSm::evaluateIntf( Pelt::IntfId intf ) {
+   evaluateAll( hostsBehind( intf ) );
+   evaluateWithheld( []( Pair, MacWithheld const & ) { return true; } );
+}
+
+void
+MacAddrSm::evaluateWithheld( std::function< bool( Pair, MacWithheld const & ) > which ) {
+   if( withheld().empty() ) {
+      return;
+   }
+   walks_.add(
+         withheld(), []( auto const & member ) { return member.key; },
+         [ this, which ]( Pair pair ) {
+            auto const * held = withheld().find( pair );
+            if( held && which( pair, *held ) ) {
+               evaluateEntry( pair );
+            }
+         } );
+   wakeWalks();
+}
+
+void
+MacAddrSm::evaluateObject( L2Rib::ObjTuple tuple ) {
+   if( auto const * hosts = rib_.hosts( tuple ) ) {
+      evaluateAll( *hosts );
+   }
+}
+
+// ---- Verification
+
+namespace {
+
+// Compared inside the write that begins a pass; the others in slices.
+constexpr std::size_t verifiedAtOnce = 256;
+
+} // namespace
+
+void
+MacAddrSm::handleVerify() {
+   if( !initialized() || !verifyData() ) {
+      return;
+   }
+   verified_ = 0;
+   verifyBegin();
+}
+
+void
+MacAddrSm::handleReverify() {
+   if( initialized() && verifyData() && verified_ < fdb_.size() ) {
+      verifyData()->retryVerifyIs( true );
+   }
+}
+
+void
+MacAddrSm::verifyBegin() {
+   auto const verify = verifyData();
+   std::size_t compared = 0;
+   for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
+      for( auto const & [ addr, host ] : database->learnedHost() ) {
+         if( compared++ < verifiedAtOnce ) {
+            verifyEntry( { addr, vlanId } );
+         }
+         if( compared >= verifiedAtOnce ) {
+            break;
+         }
+      }
+   }
+   verified_ = compared;
+   verify->updateCliVerifyOutput( "mac addresses compared", Kiv::toText( compared ) + " of " +
+                                                                  Kiv::toText( fdb_.size() ) );
+   auto const mismatch = helper_->verifyNumRemoteHost( static_cast< std::uint32_t >( fdb_.remotes() ) );
+   if( !mismatch.empty() ) {
+      verify->updateCliVerifyOutput( "remote MACs", mismatch );
+   }
+}
+
+void
+MacAddrSm::verifyEntry( Pair pair ) {
+   auto const entry = fdb_.entry( pair );
+   if( !entry || queued( pair ) || !verifyData() ) {
+      return;
+   }
+   Kiv::String mismatch;
+   if( Bridging::isEntryTypeRemote( entry->entryType ) ) {
+      auto hop = sources_.nextHop( *entry );
+      mismatch = helper_->verifyRemoteHost( remoteHostOf( *entry, hop ) );
+   } else {
+      mismatch = helper_->handleVerify( hostOf( *entry ) );
+   }
+   if( !mismatch.empty() ) {
+      verifyData()->updateCliVerifyOutput( Kiv::toText( pair ), mismatch );
+   }
+}
+
+} // namespace Hoba

@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Hoba/HobaMacFdb.h"
+
+#include "Hoba/HobaAssert.h"
+#include "Zipline/Zipline.h"
+
+ZIPLINE_HANDLE( HobaMacFdb );
+
+namespace Hoba {
+
+using Bridging::VlanId;
+
+namespace {
+
+VlanId
+vlanIdOf( Bridging::MacVlanPair pair ) {
+   return VlanId( pair.vlanId().value() );
+}
+
+} // namespace
+
+// ---- Questions
+
+Bridging::LearnedHost const *
+MacFdb::find( Pair pair ) const {
+   auto const * database =
+         pair.vlanId().value() ? in_.bridgingStatus->fdbStatus().find( vlanIdOf( pair ) ) : nullptr;
+   return database ? ( *database )->learnedHost().find( pair.addr() ) : nullptr;
+}
+
+std::optional< MacEntry >
+MacFdb::entry( Pair pair ) const {
+   auto const * host = find( pair );
+   if( !host ) {
+      return std::nullopt;
+   }
+   MacEntry entry;
+   if( Bridging::isEntryTypeRemote( host->entryType ) && rmacInfoDir() ) {
+      entry = rmacInfoDir()->remoteHost()->remoteMac( pair );
+   }
+   entry.macEntry = pair;
+   entry.intf = host->intf;
+   entry.entryType = host->entryType;
+   entry.moveCount = host->moves;
+   entry.lastMoveTime = host->lastMoveTime;
+   entry.dropMode = host->dropMode;
+   return entry;
+}
+
+bool
+MacFdb::isRemote( Pair pair ) const {
+   auto const * host = find( pair );
+   return host && Bridging::isEntryTypeRemote( host->entryType );
+}
+
+HobaTypes::RemoteHostStatus const *
+MacFdb::nextHop( Pair pair ) const {
+   return rmacInfoDir() ? rmacInfoDir()->remoteHostStatus()->remoteHostStatus().find( pair )
+                        : nullptr;
+}
+
+std::size_t
+MacFdb::remotes() const {
+   return rmacInfoDir() ? rmacInfoDir()->remoteHostStatus()->remoteHostStatus().size() : 0;
+}
+
+// ---- Status
+
+void
+MacFdb::recount() {
+   size_ = 0;
+   for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
+      size_ += database->learnedHost().size();
+   }
+}
+
+void
+MacFdb::addToFdbStatus( MacEntry const & entry ) {
+   // Who hears of it may remove the database.
+   auto database = in_.bridgingStatus->fdbStatus( vlanIdOf( entry.macEntry ) );
+   if( !database ) {
+      in_.bridgingStatus->fdbStatusIs( vlanIdOf( entry.macEntry ) );
+      database = in_.bridgingStatus->fdbStatus( vlanIdOf( entry.macEntry ) );
+   }
+   Bridging::LearnedHost host;
+   host.address = entry.macEntry.addr();
+   host.intf = entry.intf;
+   host.entryType = entry.entryType;
+   host.dropMode = entry.dropMode;
+   host.moves = entry.moveCount;
+   host.lastMoveTime = entry.lastMoveTime;
+   auto const before = database->learnedHost().size();
+   database->learnedHostIs( host );
+   size_ += database->learnedHost().size() - before;
+   maybeAddToDynHostStatus( entry );
+}
+
+void
+MacFdb::delFromFdbStatus( Pair pair, bool keepEmpty ) {
+   auto const database = in_.bridgingStatus->fdbStatus( vlanIdOf( pair ) );
+   if( !database || !database->learnedHostHas( pair.addr() ) ) {
+      return;
+   }
+   --size_;
+   database->learnedHostDel( pair.addr() );
+   maybeDelFromDynHostStatus( pair );
+   if( !keepEmpty ) {
+      maybeDeleteFdbStatus( pair.vlanId() );
+   }
+}
+
+void
+MacFdb::maybeDeleteFdbStatus( Bridging::VlanIdOrNone vlanId ) {
+   if( !vlanId.value() ) {
+      return;
+   }
+   auto const database = in_.bridgingStatus->fdbStatus( VlanId( vlanId.value() ) );
+   if( database && database->learnedHost().empty() ) {
+      in_.bridgingStatus->fdbStatusDel( VlanId( vlanId.value() ) );
+   }
+}
+
+void
+MacFdb::maybeAddToDynHostStatus( MacEntry const & entry ) {
+   if( entry.entryType != Bridging::configuredDynamicMac ) {
+      maybeDelFromDynHostStatus( entry.macEntry );
+   } else if( in_.dynamicHostStatus ) {
+      in_.dynamicHostStatus->hostIs( entry.macEntry, entry.intf );
+   }
+}
+
+void
+MacFdb::maybeDelFromDynHostStatus( Pair pair ) {
+   if( in_.dynamicHostStatus && !in_.dynamicHostStatus->host().empty() ) {
+      in_.dynamicHostStatus->hostDel( pair );
+   }
+}
+
+// ---- Stations behind the overlay
+
+void
+MacFdb::remoteIs( MacEntry const & entry, MacNextHop const & hop, bool inTable ) {
+   if( !rmacInfoDir() ) {
+      return;
+   }
+   auto const pair = entry.macEntry;
+   // May find no memory: nothing else has changed then.
+   if( inTable ) {
+      rmacInfoDir()->remoteHost()->remoteMacIs( entry );
+   } else {
+      remoteHostTableDel( pair );
+   }
+   auto const * former = nextHop( pair );
+   auto const formerHop = former ? std::optional( former->nextHopId ) : std::nullopt;
+   // The new one up before the old one down: what both stand for does not go in between.
+   if( formerHop != hop.nextHopId ) {
+      incRemoteNextHopIdRefcount( hop.nextHopId );
+   }
+   if( !formerHop ) {
+      incVlanRemoteMacRefcount( vlanIdOf( pair ) );
+   }
+   rmacInfoDir()->remoteHostStatus()->remoteHostStatusIs( { pair, hop.nextHopId, hop.hwId } );
+   if( formerHop && *formerHop != hop.nextHopId ) {
+      decRemoteNextHopIdRefcount( *formerHop );
+   }
+}
+
+void
+MacFdb::remoteDel( Pair pair ) {
+   if( auto const * former = nextHop( pair ) ) {
+      auto const nextHopId = former->nextHopId;
+      rmacInfoDir()->remoteHostStatus()->remoteHostStatusDel( pair );
+      decRemoteNextHopIdRefcount( nextHopId );
+      decVlanRemoteMacRefcount( vlanIdOf( pair ) );
+   }
+   remoteHostTableDel( pair );
+}
+
+void
+MacFdb::remoteHostTableDel( Pair pair ) {
+   if( rmacInfoDir() && rmacInfoDir()->remoteHost()->remoteMacHas( pair ) ) {
+      rmacInfoDir()->remoteHost()->remoteMacDel( pair );
+   }
+}
+
+void
+MacFdb::incRemoteNextHopIdRefcount( std::uint32_t nextHopId ) {
+   rmacInfoDir()->nextHopIdRefcountTable()->refcountInc( nextHopId, 1 );
+}
+
+void
+MacFdb::decRemoteNextHopIdRefcount( std::uint32_t nextHopId ) {
+   HOBA_INVARIANT( !!rmacInfoDir()->nextHopIdRefcountTable()->refcount( nextHopId ),
+                   "a next hop that a station uses is counted" );
+   rmacInfoDir()->nextHopIdRefcountTable()->refcountDec( nextHopId, 1 );
+}
+
+void
+MacFdb::incVlanRemoteMacRefcount( VlanId vlanId ) {
+   rmacInfoDir()->vlanRefcountTable()->refcountInc( vlanId, 1 );
+}
+
+void
+MacFdb::decVlanRemoteMacRefcount( VlanId vlanId ) {
+   HOBA_INVARIANT( !!rmacInfoDir()->vlanRefcountTable()->refcount( vlanId ),
+                   "the VLAN of a remote station is counted" );
+   rmacInfoDir()->vlanRefcountTable()->refcountDec( vlanId, 1 );
+}
+
+} // namespace Hoba

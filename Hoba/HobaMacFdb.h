@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Stations as they are in force: the filtering databases, and of those behind the overlay what they are
+// programmed with and how many use a next hop. Written here alone, when the hardware has done it.
+
+#include "Hoba/HobaMacEvaluation.h"
+#include "Hoba/HobaMacInputs.h"
+#include "Hoba/HobaMacSources.h"
+
+namespace Hoba {
+
+class MacFdb {
+ public:
+   using Pair = Bridging::MacVlanPair;
+
+   // `inputs` outlives it.
+   explicit MacFdb( MacAddrInputs const & inputs ) : in_( inputs ) {}
+
+   // Null for none.
+   Bridging::LearnedHost const * find( Pair pair ) const;
+   // The same with what the remote host table has of it.
+   std::optional< MacEntry > entry( Pair pair ) const;
+   bool isRemote( Pair pair ) const;
+   // All stations, and those behind the overlay.
+   std::size_t size() const { return size_; }
+   std::size_t remotes() const;
+   // Its next hop as it is programmed; null for a station that is not behind the overlay.
+   HobaTypes::RemoteHostStatus const * nextHop( Pair pair ) const;
+
+   // Counts what is in the status already.
+   void recount();
+   void addToFdbStatus( MacEntry const & entry );
+   // The VLAN's database goes with its last station, unless `keepEmpty`.
+   void delFromFdbStatus( Pair pair, bool keepEmpty );
+   void maybeDeleteFdbStatus( Bridging::VlanIdOrNone vlanId );
+
+   // The station is programmed with that next hop. `inTable`: others read of it in the remote host table.
+   void remoteIs( MacEntry const & entry, MacNextHop const & hop, bool inTable );
+   // It is behind the overlay no more.
+   void remoteDel( Pair pair );
+   void remoteHostTableDel( Pair pair );
+
+ private:
+   void maybeAddToDynHostStatus( MacEntry const & entry );
+   void maybeDelFromDynHostStatus( Pair pair );
+   void incRemoteNextHopIdRefcount( std::uint32_t nextHopId );
+   void decRemoteNextHopIdRefcount( std::uint32_t nextHopId );
+   void incVlanRemoteMacRefcount( Bridging::VlanId vlanId );
+   void decVlanRemoteMacRefcount( Bridging::VlanId vlanId );
+   HobaTypes::RemoteMacInfoDir * rmacInfoDir() const { return in_.rmacInfoDir.get(); }
+
+   MacAddrInputs const & in_;
+   std::size_t size_ = 0;
+};
+
+} // namespace Hoba

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Requests to forget stations: those of other agents, which are answered when they have been carried out, those
+// to forget remote stations, and those of the machine itself, for an interface that is gone.
+//
+// What was learnt goes. What others claim stays, and may win now. The hardware is told first, which forgets on
+// its own; then the status, in slices. What is learnt after the request was begun is spared.
+//
+//    an address                    that station; in VLAN 0 in all VLANs. An interface counts for nothing
+//    a LAG that is there           all behind it, in the VLAN or in all; also without active members
+//    another interface there       the same. A subinterface goes the way of its port
+//    an interface that is none     nothing, and that is answered
+//    a VLAN                        all of it, once the machine is initialized
+//    nothing                       all. Requests that come before it begins are done by one flush
+//
+// What comes before the machine is initialized waits. A request that was removed and made again is a new one,
+// also within one turn.
+
+#include "Bridging/HostTableFlush.h"
+#include "Hoba/HobaMacWalks.h"
+#include "types/RemoteMac.h"
+
+#include <list>
+
+namespace Hoba {
+
+class MacAddrSm;
+
+class MacFlush {
+ public:
+   using Pair = Bridging::MacVlanPair;
+
+   explicit MacFlush( MacAddrSm & sm ) : sm_( sm ) {}
+
+   // ---- Requests that came or went
+   void handleFlushRequest( Kiv::String const & agent, Kiv::String const & key );
+   void handleFlushRequestInputDir( Kiv::String const & agent );
+   void handleAll();
+   void handleFlushReqTimer();
+   void handleRemoteMacFlushRequest( VXLAN::FlushReqKey const & key );
+
+   // ---- What the machine itself wants forgotten
+   void flushPort( Pelt::IntfId intf, Bridging::VlanIdOrNone vlanId = {} );
+   void flushLag( Pelt::IntfId lag, Bridging::VlanIdOrNone vlanId = {} );
+   void flushVlan( Bridging::VlanId vlanId );
+
+   // The station was learnt: flushes that have begun spare it.
+   void learned( Pair pair ) {
+      for( auto & open : open_ ) {
+         open.spared.insert( pair );
+      }
+   }
+   void clear();
+
+   // ---- For people: what has not been answered
+   struct Request {
+      Kiv::String agent;
+      Kiv::String key;
+      Bridging::HostTableFlushRequest what;
+      bool begun = false;
+      Kiv::Seconds since = 0;
+      std::uint64_t serial = 0;
+   };
+   std::list< Request > const & requests() const { return requests_; }
+   std::uint64_t answered() const { return answered_; }
+
+ private:
+   // A flush whose walk is not over.
+   struct Open {
+      Kiv::HashSet< Pair > spared;
+   };
+   using OpenPtr = std::list< Open >::iterator;
+
+   bool processFlushReq( Bridging::VlanIdOrNone vlanId, Pelt::IntfId intf, Pelt::EthAddr addr,
+                         MacWalks::Done const & done );
+   void execFlush();
+   void flushAddr( Pelt::EthAddr addr, Bridging::VlanIdOrNone vlanId );
+   void flushIntf( Pelt::IntfId intf, Bridging::VlanIdOrNone vlanId, MacWalks::Done done );
+   void flushVlan( Bridging::VlanId vlanId, MacWalks::Done done );
+   void removeStaleFlushReplies();
+   void answer( std::uint64_t serial );
+   void request( Kiv::String const & agent, Kiv::String const & key );
+   void forget( Kiv::String const & agent, Kiv::String const & key );
+   OpenPtr begin();
+   // Flushes those of them that were not learnt since.
+   MacWalks::Visit visitor( OpenPtr open );
+   MacWalks::Done ender( OpenPtr open, MacWalks::Done done );
+
+   MacAddrSm & sm_;
+   std::list< Request > requests_;
+   std::list< Open > open_;
+   std::uint64_t nextSerial_ = 1;
+   std::uint64_t answered_ = 0;
+   std::vector< std::uint64_t > waitForAll_; // requests that the next full flush does
+};
+
+} // namespace Hoba

@@ -1,0 +1,250 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Hoba/HobaMacAddrSm.h"
+#include "Zipline/Zipline.h"
+
+ZIPLINE_HANDLE( HobaMacUpdateList );
+
+// How what was decided is done: in turns of the clock, in the order in which it was decided. The hardware first,
+// then the status: what the hardware refuses, or throws, has changed nothing.
+
+namespace Hoba {
+
+using Helper = HobaHelper::HobaHelperMacAddrSm;
+
+void
+MacAddrSm::updateQueuedAddresses() {
+   auto const clock = updateMacEntryClock();
+   auto const end = clock->now() + commonSmData()->yieldTimeSlice();
+   for( std::uint32_t done = 0; isReady() && !updateList().empty(); ++done ) {
+      if( done >= macModifyBacklogQuantum() || ( done % 8 == 7 && clock->now() >= end ) ) {
+         ZTRACE( 6, "updateQueuedAddresses: Returned not complete" );
+         clock->noLaterThan( clock->now() );
+         return;
+      }
+      program( ( *updateList().begin() ).key );
+   }
+   ZTRACE( 6, "updateQueuedAddresses: Returned successfully, all entries processed" );
+   if( room_ ) {
+      roomAppeared();
+   }
+}
+
+void
+MacAddrSm::program( Pair pair ) {
+   // Nothing of it is in a list while it is done: who hears of it may decide anew.
+   auto const change = *updateList().find( pair );
+   updateListDel( pair );
+   auto status = macProgramFailed;
+   try {
+      status = programEntry( change );
+   } catch( ... ) {
+      Kiv::Dispatch::failed( "MacAddrSm::program", Kiv::toText( pair ) );
+   }
+   if( isMacProgramRefused( status ) && isReady() && !queued( pair ) ) {
+      refused( change, status );
+   }
+}
+
+MacProgramStatus
+MacAddrSm::programEntry( ModifyMacEntry const & change ) {
+   int const level = showMacUpdateStatus() ? 2 : 5;
+   switch( change.action ) {
+   case addLearntToFdbStatus:
+   case addConfiguredToFdbStatusAndHardware:
+   case addLearntLocalAndRemoveRemote: {
+      ZTRACE_AT( level, " Programming MAC entry: ", change );
+      auto const status = programLocal( change );
+      if( !isMacProgramRefused( status ) ) {
+         ZTRACE_AT( level, change.macEntry, change.action == addLearntLocalAndRemoveRemote
+                                                  ? " Remote to local successful"
+                                                  : " Add successful" );
+      }
+      return status;
+   }
+   case addLearntRemote:
+   case addConfiguredRemote: {
+      ZTRACE_AT( level, " Programming MAC entry: ", change );
+      auto const status = programRemote( change );
+      if( !isMacProgramRefused( status ) ) {
+         ZTRACE_AT( level, change.macEntry, " Remote add successful" );
+      }
+      return status;
+   }
+   case removeFromFdbStatusAndHardware: {
+      ZTRACE_AT( level, " Removing MAC entry: ", change );
+      auto const status = programRemoval( change );
+      if( isMacProgramRefused( status ) ) {
+         ZTRACE( 2, change.macEntry, " Remove unsuccessful, code is ", status );
+      } else {
+         ZTRACE_AT( level, change.macEntry, " Remove successful" );
+      }
+      return status;
+   }
+   default:
+      ZTRACE( 0, "ERROR: Unknown action ", change.action, " of ", change.macEntry );
+      return macProgramSuccess;
+   }
+}
+
+HobaHelper::Host
+MacAddrSm::hostOf( MacEntry const & entry ) const {
+   HobaHelper::Host host;
+   host.macEntry = entry.macEntry;
+   host.intf = entry.intf;
+   host.entryType = entry.entryType;
+   host.dropMode = entry.dropMode;
+   host.ages = isMacEntryLearned( entry.entryType ) && !isNonAgingMac( entry.macEntry );
+   return host;
+}
+
+HobaHelper::RemoteHost
+MacAddrSm::remoteHostOf( MacEntry const & entry, MacNextHop const & hop ) const {
+   HobaHelper::RemoteHost host;
+   host.macEntry = entry.macEntry;
+   host.intf = entry.intf;
+   host.entryType = entry.entryType;
+   host.dropMode = entry.dropMode;
+   host.swTunnelGroupId = entry.swTunnelGroupId.value();
+   host.l2RibObjTuple = entry.l2RibObjTuple;
+   host.nextHopId = hop.nextHopId;
+   host.hwId = hop.hwId;
+   host.isMplsNextHop = hop.isMpls;
+   return host;
+}
+
+MacProgramStatus
+MacAddrSm::programLocal( ModifyMacEntry const & change ) {
+   auto const entry = change.entry();
+   auto const status = helper_.call< &Helper::doAddHost >( hostOf( entry ) );
+   if( !isMacProgramRefused( status ) ) {
+      inForce( entry );
+   }
+   return status;
+}
+
+bool
+MacAddrSm::isKeptOutOfRemoteHostTable( MacEntry const & entry ) const {
+   bool const isOut = in_.mlagStatus && in_.mlagStatus->fastMacRedirectionEnabled() &&
+                      Bridging::isEntryTypePeer( entry.entryType );
+   if( isOut ) {
+      ZTRACE( 5, entry.macEntry, " removed from remote host table ",
+              " since MLAG fastMacRedirection is enabled." );
+   }
+   return isOut;
+}
+
+MacProgramStatus
+MacAddrSm::programRemote( ModifyMacEntry const & change ) {
+   auto const entry = change.entry();
+   auto const hop = sources_.nextHop( entry );
+   bool const isNew = !fdb_.nextHop( entry.macEntry );
+   if( hop.obstacle || ( isNew && fdb_.remotes() >= helper_->getMaxRemoteMacs() ) ) {
+      // It was all right when it was decided. Who changed that has the station evaluated again, but for the limit.
+      ZTRACE( 4, "Mac entry ", entry.macEntry, ' ', macObstacleText( hop.obstacle ),
+              " Ignoring update." );
+      return hop.obstacle ? macProgramBusy : macProgramFull;
+   }
+   auto const status = helper_.call< &Helper::addRemoteHost >( remoteHostOf( entry, hop ) );
+   if( !isMacProgramRefused( status ) ) {
+      fdb_.remoteIs( entry, hop, !isKeptOutOfRemoteHostTable( entry ) );
+      inForce( entry );
+   }
+   return status;
+}
+
+MacProgramStatus
+MacAddrSm::programRemoval( ModifyMacEntry const & change ) {
+   auto const status = helper_.call< &Helper::removeHost >( change.macEntry );
+   if( !isMacProgramRefused( status ) ) {
+      outOfForce( change.macEntry );
+      room_ = true;
+   }
+   return status;
+}
+
+// ---- In force
+
+void
+MacAddrSm::inForce( MacEntry const & entry ) {
+   auto const pair = entry.macEntry;
+   if( auto const * host = fdb_.find( pair ) ) {
+      if( Bridging::isEntryTypeRemote( host->entryType ) &&
+          !Bridging::isEntryTypeRemote( entry.entryType ) ) {
+         fdb_.remoteDel( pair );
+         room_ = true;
+      }
+      if( host->intf != entry.intf ) {
+         moveLogEnq( { pair, host->intf, entry.intf, now(), entry.moveCount.value() } );
+         if( moveLog().size() > moveLogSize ) {
+            moveLogDeq();
+         }
+         moveCountInc( 1 );
+      }
+   }
+   fdb_.addToFdbStatus( entry );
+}
+
+void
+MacAddrSm::outOfForce( Pair pair ) {
+   auto const * host = fdb_.find( pair );
+   if( host && Bridging::isEntryTypeRemote( host->entryType ) ) {
+      ZTRACE( 5, "Deleting remote MAC from FDB Status ", pair );
+   }
+   fdb_.remoteDel( pair );
+   fdb_.delFromFdbStatus( pair, lazyFdbStatusDeletion() );
+   if( !withheld().empty() ) {
+      roomAppeared();
+   }
+}
+
+// ---- What the hardware refused
+
+void
+MacAddrSm::refused( ModifyMacEntry change, MacProgramStatus status ) {
+   if( status == macProgramFull ) {
+      ZTRACE( 4, change.macEntry, " Table full" );
+      if( !change.fullLogged ) {
+         ZTRACE( 2, "Logging table full message" );
+         hobaLog< ETH_MACADDRBANKFULL >( change.macEntry.addr(), change.macEntry.vlanId(),
+                                         change.intf );
+         change.fullLogged = true;
+      }
+   }
+   change.refusal = status;
+   refusedListIs( change );
+   retryClock()->noLaterThan( now() + retryDelay );
+}
+
+// An entry has left the hardware: who waits for room may have it now. Nobody is asked for each of many that leave.
+void
+MacAddrSm::roomAppeared() {
+   room_ = false;
+   bool const waits = !refusedList().empty();
+   if( waits || !withheld().empty() ) {
+      retryClock()->noLaterThan( now() + retryDelay );
+   }
+}
+
+void
+MacAddrSm::retryRefused() {
+   if( !isReady() ) {
+      return;
+   }
+   // Each once: what is refused again stands in the list anew.
+   auto const refusedNow = Kiv::keysOf( refusedList() );
+   for( auto const & pair : refusedNow ) {
+      if( auto const * change = refusedList().find( pair ) ) {
+         auto const again = *change;
+         refusedListDel( pair );
+         updateListIs( again );
+      }
+   }
+   evaluateWithheld( []( Pair, MacWithheld const & held ) {
+      return held.obstacle == macObstacleRemoteLimit;
+   } );
+   if( !updateList().empty() ) {
+      updateMacEntryClock()->noLaterThan( now() );
+   }
+}
+
+} // namespace Hoba

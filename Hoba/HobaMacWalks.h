@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Walks over many stations, which must not hold the thread: they wait their turn, in the order in which they
+// were asked for, and are cut into slices. What goes from a collection meanwhile is not visited, what comes is.
+
+#include "Bridging/MacVlanPair.h"
+#include "Hoba/HobaSlicedWalk.h"
+#include "Kiv/ClockDriver.h"
+
+#include <deque>
+#include <functional>
+#include <memory>
+
+namespace Hoba {
+
+class MacWalks {
+ public:
+   using Visit = std::function< void( Bridging::MacVlanPair ) >;
+   using Done = std::function< void() >;
+
+   // Visits every member of the collection; pairOf( member ) says which station it is about. `owner`, if
+   // given, is held meanwhile. `done` runs once it is over.
+   template< class Collection, class PairOf >
+   void add( Collection const & collection, PairOf pairOf, Visit visit, Done done = {},
+             Kiv::Ptr< Kiv::Entity const > owner = {} ) {
+      auto walk = std::make_shared< WalkOver< Collection, PairOf > >( pairOf );
+      walk->visit = std::move( visit );
+      walk->done = std::move( done );
+      walk->owner = std::move( owner );
+      walk->walk.start( collection );
+      walks_.push_back( std::move( walk ) );
+   }
+   // Nothing to visit, but it has its turn.
+   void add( Done done ) {
+      auto walk = std::make_shared< NoWalk >();
+      walk->done = std::move( done );
+      walks_.push_back( std::move( walk ) );
+   }
+
+   bool empty() const { return walks_.empty(); }
+   std::size_t size() const { return walks_.size(); }
+   void clear() { walks_.clear(); }
+
+   // Goes on for a time slice, in visits of at most `quantum` of one walk. While some are left, the clock is armed
+   // for now. Returns whether all is over.
+   template< class Clock >
+   bool run( HobaBaseSm & machine, Clock & clock, std::uint32_t quantum ) {
+      Kiv::Dispatch::Frame frame;
+      auto const end = clock.now() + machine.commonSmData()->yieldTimeSlice();
+      while( !walks_.empty() && !machine.kivMarkedForDeletion() ) {
+         auto const walk = walks_.front();
+         if( !walk->run( machine, quantum ) ) {
+            clock.noLaterThan( clock.now() );
+            return false;
+         }
+         // A visit may have ended all of them.
+         if( !walks_.empty() && walks_.front() == walk ) {
+            walks_.pop_front();
+         }
+         if( walk->done && !machine.kivMarkedForDeletion() ) {
+            walk->done();
+         }
+         if( !walks_.empty() && clock.now() >= end ) {
+            clock.noLaterThan( clock.now() );
+            return false;
+         }
+      }
+      return walks_.empty();
+   }
+
+ private:
+   struct Walk {
+      virtual ~Walk() = default;
+      // Whether it is over.
+      virtual bool run( HobaBaseSm & machine, std::uint32_t quantum ) = 0;
+      Done done;
+   };
+   struct NoWalk : Walk {
+      bool run( HobaBaseSm &, std::uint32_t ) override { return true; }
+   };
+   template< class Collection, class PairOf >
+   struct WalkOver : Walk {
+      explicit WalkOver( PairOf of ) : pairOf( of ) {}
+      bool run( HobaBaseSm & machine, std::uint32_t quantum ) override {
+         SliceClock clock;
+         return walk.run( machine, clock, quantum,
+                          [ this ]( auto const & member ) { visit( pairOf( member ) ); } );
+      }
+      SlicedWalk< Collection > walk;
+      PairOf const pairOf;
+      Visit visit;
+      Kiv::Ptr< Kiv::Entity const > owner;
+   };
+   // Tells the time, and leaves the arming to who runs the walks.
+   class SliceClock {
+    public:
+      Kiv::Seconds now() const { return Kiv::ClockDriver::ambient().now(); }
+      void noLaterThan( Kiv::Seconds ) {}
+   };
+
+   std::deque< std::shared_ptr< Walk > > walks_;
+};
+
+} // namespace Hoba
