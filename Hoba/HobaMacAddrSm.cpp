@@ -22,7 +22,7 @@ MacAddrSm::MacAddrSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
                       MacAddrInputs const & inputs )
       : HobaVerifiedSm( commonSmData ), in_( inputs ), helper_( helper ),
         sources_( in_, this->commonSmData(), fsfFailedServer(), manageStaticMulticast() ),
-        fdb_( in_ ), learning_( *this ), flush_( *this ) {
+        fdb_( in_ ), learning_( *this ), flush_( *this ), verify_( *this ) {
    HOBA_INVARIANT( helper, "MAC addresses are a matter of the hardware" );
    HOBA_INVARIANT( inputs.bridgingStatus, "stations are listed in a status" );
    macTableIs( in_.macTable );
@@ -62,13 +62,21 @@ MacAddrSm::MacAddrSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
 
 void
 MacAddrSm::kivDoZombieReactors( bool marked ) {
-   // The status stays for the next machine; stations behind an overlay whose agent does not restart too
-   // are the overlay's to tell again.
+   // The status stays for the next machine.
+   if( marked ) {
+      endWalks();
+   }
+   HobaVerifiedSm::kivDoZombieReactors( marked );
+}
+
+void
+MacAddrSm::endWalks() {
    walks_.clear();
    mlagWalks_.clear();
    mlagIntfWalks_.clear();
+   verify_.clear();
    flush_.clear();
-   HobaVerifiedSm::kivDoZombieReactors( marked );
+   firstPassWalked_ = false;
 }
 
 void
@@ -80,7 +88,7 @@ void
 MacAddrSm::handleInitialized() {
    ZTRACE( 3, "MacAddrSm", " handleIntialized: ", initialized() );
    if( !initialized() ) {
-      walks_.clear();
+      endWalks();
       reactorsUninitialize();
       return;
    }
@@ -208,10 +216,9 @@ MacAddrSm::walkSources() {
 
 void
 MacAddrSm::endFirstPass() {
-   if( !updateList().empty() ) {
-      updateMacEntryClock()->noLaterThan( now() );
-      walks_.add( [ this ] { endFirstPass(); } );
-      return;
+   firstPassWalked_ = !updateList().empty();
+   if( firstPassWalked_ ) {
+      return; // until all of it is done
    }
    inFirstPass_ = false;
    ZTRACE( 3, "MacAddrSm has looked at everything, ", fdb_.size(), " stations" );
@@ -319,6 +326,20 @@ struct Gathered {
 
 } // namespace
 
+// What stands before a station behind the overlay that is to be programmed.
+static MacObstacle
+remoteObstacle( MacAddrSm const & sm, MacEntry const & entry, MacNextHop const & hop ) {
+   if( !Bridging::isEntryTypeRemote( entry.entryType ) ) {
+      return macObstacleNone;
+   }
+   if( hop.obstacle ) {
+      return hop.obstacle;
+   }
+   bool const isNew = !sm.fdb().nextHop( entry.macEntry );
+   return isNew && sm.fdb().remotes() >= sm.helper()->getMaxRemoteMacs() ? macObstacleRemoteLimit
+                                                                        : macObstacleNone;
+}
+
 static void
 gather( MacAddrSm const & sm, Bridging::MacVlanPair pair, bool reportIsLost, Gathered & all,
         std::vector< MacNoCandidate > * none = nullptr ) {
@@ -335,17 +356,16 @@ gather( MacAddrSm const & sm, Bridging::MacVlanPair pair, bool reportIsLost, Gat
    if( all.reported ) {
       claims.reported = &*all.reported;
       claims.reportedObstacle = sources.reportedObstacle( *all.reported );
+      if( !claims.reportedObstacle && !all.learnedInHardware ) {
+         claims.reportedObstacle = remoteObstacle( sm, *all.reported, sources.nextHop( *all.reported ) );
+      }
    }
    claims.configured = all.best;
    if( all.best && Bridging::isEntryTypeRemote( all.best->entry.entryType ) ) {
       all.hop = sources.nextHop( all.best->entry );
-      claims.configuredObstacle =
-            sources.hasVni( pair.vlanId() ) ? all.hop.obstacle : macObstacleNoVni;
-      bool const isNew = !sm.fdb().nextHop( pair );
-      if( !claims.configuredObstacle && isNew &&
-          sm.fdb().remotes() >= sm.helper()->getMaxRemoteMacs() ) {
-         claims.configuredObstacle = macObstacleRemoteLimit;
-      }
+      claims.configuredObstacle = sources.hasVni( pair.vlanId() )
+                                        ? remoteObstacle( sm, all.best->entry, all.hop )
+                                        : macObstacleNoVni;
    }
    claims.isNonAging = all.current && sources.isNonAgingMac( pair );
    claims.overlayRestarts = sources.overlayRestarts();
@@ -469,16 +489,14 @@ MacAddrSm::detectRemoteLocalMove( MacEntry const * before, MacEntry const & afte
 }
 
 void
-MacAddrSm::noteWithheld( Pair pair, MacClaims const & claims, bool hasNone ) {
+MacAddrSm::noteWithheld( Pair pair, MacClaims const & claims,
+                         std::vector< MacNoCandidate > const & none ) {
    auto obstacle = claims.configured ? claims.configuredObstacle : macObstacleNone;
    if( obstacle == macObstacleNone && claims.reported ) {
       obstacle = claims.reportedObstacle;
    }
-   if( obstacle == macObstacleNone && hasNone ) {
-      MacCandidates found;
-      std::vector< MacNoCandidate > none;
-      sources_.candidates( pair, found, &none );
-      obstacle = none.empty() ? macObstacleNone : none.front().obstacle;
+   if( obstacle == macObstacleNone && !none.empty() ) {
+      obstacle = none.front().obstacle;
    }
    if( obstacle == macObstacleNone ) {
       withheldDel( pair );
@@ -516,7 +534,7 @@ MacAddrSm::evaluateEntry( Pair pair, bool learnedInHardware, bool agedInHardware
       rib_.hostIs( pair, all.best ? all.best->entry.l2RibObjTuple : L2Rib::ObjTuple() );
    }
    if( claims.configuredObstacle || claims.reportedObstacle || !none.empty() || !withheld().empty() ) {
-      noteWithheld( pair, claims, !none.empty() );
+      noteWithheld( pair, claims, none );
    }
    if( checkIgnoreEvent( pair, claims ) ) {
       return;
@@ -580,6 +598,9 @@ MacAddrSm::decided( MacVerdict const & verdict, MacClaims const & claims, bool h
       return addToUpdateList( change );
    }
    if( isOne ) {
+      if( Bridging::isEntryTypeRemote( entry.entryType ) ) {
+         fdb_.remoteIs( entry, sources_.nextHop( entry ), true );
+      }
       inForce( entry );
    } else {
       outOfForce( pair );
@@ -592,8 +613,10 @@ MacAddrSm::needsHardware( MacEntry const & entry, bool hardwareHolds ) const {
       return true;
    }
    auto const * former = fdb_.find( entry.macEntry );
-   return ( former && !isMacEntryLearned( former->entryType ) ) ||
-          sources_.isNonAgingMac( entry.macEntry );
+   // What software wrote stands there, whatever the hardware sees.
+   bool const wasWritten = former && ( !isMacEntryLearned( former->entryType ) ||
+                                       Bridging::isEntryTypeRemote( former->entryType ) );
+   return wasWritten || sources_.isNonAgingMac( entry.macEntry );
 }
 
 bool
@@ -718,7 +741,10 @@ MacAddrSm::wakeWalks() {
 
 void
 MacAddrSm::handleWalks() {
-   walks_.run( *this, *walkClock(), macTableReviewQuanta() );
+   if( isReady() ) {
+      walks_.run( *this, *walkClock(), macTableReviewQuanta() );
+      verify_.goOn();
+   }
 }
 
 } // namespace Hoba

@@ -15,6 +15,7 @@
 //    HobaMacRib.h           which stations hang on which objects of the RIB
 //    HobaMacFlush.h         requests to forget stations
 //    HobaMacLearning.h      where stations are learnt at all
+//    HobaMacVerify.h        comparing with the hardware
 //    HobaMacWalks.h         walks over many stations
 // and this file, which hears of what happens, has the station evaluated, and what was decided done.
 //
@@ -44,6 +45,7 @@
 #include "Hoba/HobaMacLearning.h"
 #include "Hoba/HobaMacRib.h"
 #include "Hoba/HobaMacSources.h"
+#include "Hoba/HobaMacVerify.h"
 #include "Hoba/HobaMacWalks.h"
 #include "Hoba/HobaVerifiedSm.h"
 
@@ -178,7 +180,7 @@ class MacAddrSm : public HobaVerifiedSm {
    static constexpr Kiv::Seconds retryDelay = 1;
 
    void handleInitialized() override;
-   void handleVerify() override;
+   void handleVerify() override { verify_.handleVerify(); }
    void kivDoZombieReactors( bool marked ) override;
    // Called once, when firstPassDone is true.
    void whenFirstPassIsDone( std::function< void() > call );
@@ -210,6 +212,9 @@ class MacAddrSm : public HobaVerifiedSm {
    MacAddrInputs const & inputs() const { return in_; }
    Kiv::Seconds now() const { return walkClock()->now(); }
    bool isReady() const { return initialized() && !kivMarkedForDeletion(); }
+   bool inFirstPass() const { return inFirstPass_; }
+   // How the hardware's entry differs from it; empty if it does not.
+   Kiv::String verifyHost( MacEntry const & entry ) const;
 
  protected:
    // Programs `helper`; does so with what `inputs` has. Its clocks are its own, on the ambient driver. Throws
@@ -270,7 +275,7 @@ class MacAddrSm : public HobaVerifiedSm {
    void handleFlushRequestInputDir( Kiv::String const & agent );
    void handleFlushReqTimer() { flush_.handleFlushReqTimer(); }
    void handleParityEvent( ParityEvent::Key const & key );
-   void handleReverify();
+   void handleReverify() { verify_.handleVerify(); }
    void handleWalks();
 
    // ---- The first pass
@@ -278,6 +283,7 @@ class MacAddrSm : public HobaVerifiedSm {
    void walkSources();
    void endFirstPass();
    void adoptFailedServers();
+   void endWalks();
 
    // ---- Decide
    bool checkIgnoreEvent( Pair pair, MacClaims const & claims );
@@ -285,7 +291,8 @@ class MacAddrSm : public HobaVerifiedSm {
                                ModifyMacEntry & change ) const;
    bool collidingStaticEntryWithRouterMacEntry( MacCandidates const & candidates ) const;
    void traceMoves( MacVerdict const & verdict ) const;
-   void noteWithheld( Pair pair, MacClaims const & claims, bool hasNone );
+   void noteWithheld( Pair pair, MacClaims const & claims,
+                      std::vector< MacNoCandidate > const & none );
    void decided( MacVerdict const & verdict, MacClaims const & claims, bool hardwareHolds );
    void addToUpdateList( ModifyMacEntry const & change );
    ModifyMacEntry const * queued( Pair pair ) const;
@@ -319,10 +326,6 @@ class MacAddrSm : public HobaVerifiedSm {
    void evaluateIntf( Pelt::IntfId intf );
    void evaluateWithheld( std::function< bool( Pair, MacWithheld const & ) > which );
    void evaluateObject( L2Rib::ObjTuple tuple );
-
-   // ---- Verification
-   void verifyEntry( Pair pair );
-   void verifyBegin();
 
    class KivMacTable : public Kiv::Hears< MacAddrSm, HobaTypes::MacTable const,
                                           Kiv::WhenReady< HobaTypes::MacTable::macEntryAttr,
@@ -571,6 +574,7 @@ class MacAddrSm : public HobaVerifiedSm {
    MacRib rib_;
    MacLearning learning_;
    MacFlush flush_;
+   MacVerify verify_;
    MacWalks walks_, mlagWalks_, mlagIntfWalks_;
    // By interface: the stations that are, or are to be, behind it.
    Kiv::HashMap< Pelt::IntfId, Kiv::HashSet< Pair > > hostsByIntf_;
@@ -578,9 +582,9 @@ class MacAddrSm : public HobaVerifiedSm {
    Kiv::HashSet< Pair > lostReport_;
    // In the first pass: entries that software wrote are told once more.
    bool inFirstPass_ = false;
+   bool firstPassWalked_ = false;
    bool room_ = false; // an entry has left the hardware since refused ones had their turn
    std::function< void() > whenFirstPassIsDone_;
-   std::uint64_t verified_ = 0;
 
    KIV_REACTOR( KivMacTable, macTable );
    KIV_REACTOR( KivBridgingConfig, bridgingConfig );

@@ -27,6 +27,9 @@ MacAddrSm::updateQueuedAddresses() {
    if( room_ ) {
       roomAppeared();
    }
+   if( firstPassWalked_ ) {
+      endFirstPass();
+   }
 }
 
 void
@@ -97,6 +100,13 @@ MacAddrSm::hostOf( MacEntry const & entry ) const {
    return host;
 }
 
+Kiv::String
+MacAddrSm::verifyHost( MacEntry const & entry ) const {
+   return Bridging::isEntryTypeRemote( entry.entryType )
+                ? helper_->verifyRemoteHost( remoteHostOf( entry, sources_.nextHop( entry ) ) )
+                : helper_->handleVerify( hostOf( entry ) );
+}
+
 HobaHelper::RemoteHost
 MacAddrSm::remoteHostOf( MacEntry const & entry, MacNextHop const & hop ) const {
    HobaHelper::RemoteHost host;
@@ -139,10 +149,9 @@ MacAddrSm::programRemote( ModifyMacEntry const & change ) {
    auto const hop = sources_.nextHop( entry );
    bool const isNew = !fdb_.nextHop( entry.macEntry );
    if( hop.obstacle || ( isNew && fdb_.remotes() >= helper_->getMaxRemoteMacs() ) ) {
-      // It was all right when it was decided. Who changed that has the station evaluated again, but for the limit.
-      ZTRACE( 4, "Mac entry ", entry.macEntry, ' ', macObstacleText( hop.obstacle ),
-              " Ignoring update." );
-      return hop.obstacle ? macProgramBusy : macProgramFull;
+      // It was all right when it was decided: now it is withheld.
+      evaluateEntry( entry.macEntry );
+      return macProgramSuccess;
    }
    auto const status = helper_.call< &Helper::addRemoteHost >( remoteHostOf( entry, hop ) );
    if( !isMacProgramRefused( status ) ) {
