@@ -169,14 +169,15 @@ MacAddrSm::walkSources() {
       add( in_.l2RibHostOutput, in_.l2RibHostOutput->host() );
    }
    if( in_.evpnMacTable ) {
-      in_.evpnMacTable->remoteMacForEach( [ & ]( Pair const & pair, auto const & ) { visit( pair ); } );
+      in_.evpnMacTable->remoteMacForEach(
+            [ & ]( Pair const & pair, auto const & ) { visit( pair ); } );
    }
    if( in_.bridgingConfig ) {
       for( auto const & [ vlanId, fdb ] : in_.bridgingConfig->fdbConfig() ) {
          walks_.add(
                fdb->configuredHost(),
-               [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); }, visit, {},
-               fdb );
+               [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); }, visit,
+               {}, fdb );
       }
    }
    if( in_.mlagHostTable ) {
@@ -208,8 +209,8 @@ MacAddrSm::walkSources() {
    for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
       walks_.add(
             database->learnedHost(),
-            [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); }, visit, {},
-            database );
+            [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); }, visit,
+            {}, database );
    }
    walks_.add( [ this ] { endFirstPass(); } );
 }
@@ -337,27 +338,30 @@ remoteObstacle( MacAddrSm const & sm, MacEntry const & entry, MacNextHop const &
    }
    bool const isNew = !sm.fdb().nextHop( entry.macEntry );
    return isNew && sm.fdb().remotes() >= sm.helper()->getMaxRemoteMacs() ? macObstacleRemoteLimit
-                                                                        : macObstacleNone;
+                                                                         : macObstacleNone;
 }
 
 static void
 gather( MacAddrSm const & sm, Bridging::MacVlanPair pair, bool reportIsLost, Gathered & all,
-        std::vector< MacNoCandidate > * none = nullptr ) {
+        std::vector< MacNoCandidate > & none ) {
    auto const & sources = sm.sources();
-   sources.candidates( pair, all.candidates, none );
+   // What has lost is what was learnt: then there is nothing else in the table of reports.
+   auto const * record = reportIsLost ? nullptr : sources.record( pair );
+   sources.candidates( pair, record, all.candidates, &none );
    all.best = bestCandidate( all.candidates.all(), sources.groups() );
    all.current = sm.currentEntry( pair );
    auto & claims = all.claims;
-   claims.now = sm.now();
+   claims.now = all.best ? sm.now() : 0; // looking at the clock costs as much as all the rest
    claims.current = all.current ? &*all.current : nullptr;
    if( !reportIsLost ) {
-      all.reported = sources.reported( pair, all.learnedInHardware );
+      all.reported = sources.reported( pair, record, all.learnedInHardware );
    }
    if( all.reported ) {
       claims.reported = &*all.reported;
       claims.reportedObstacle = sources.reportedObstacle( *all.reported );
       if( !claims.reportedObstacle && !all.learnedInHardware ) {
-         claims.reportedObstacle = remoteObstacle( sm, *all.reported, sources.nextHop( *all.reported ) );
+         claims.reportedObstacle =
+               remoteObstacle( sm, *all.reported, sources.nextHop( *all.reported ) );
       }
    }
    claims.configured = all.best;
@@ -377,8 +381,8 @@ MacAddrSm::explain( Pair pair ) const {
    Gathered all;
    bool learnedInHardware = false;
    answer.reportedLost = lostReport_.has( pair );
-   gather( *this, pair, answer.reportedLost, all, &answer.none );
-   answer.reported = sources_.reported( pair, learnedInHardware );
+   gather( *this, pair, answer.reportedLost, all, answer.none );
+   answer.reported = sources_.reported( pair, sources_.record( pair ), learnedInHardware );
    answer.reportedObstacle = all.claims.reportedObstacle;
    answer.configuredObstacle = all.claims.configuredObstacle;
    std::size_t best = 0;
@@ -388,8 +392,9 @@ MacAddrSm::explain( Pair pair ) const {
       if( here == best ) {
          continue;
       }
-      auto const choice = betterEntry( &answer.candidates[ best ].candidate.entry,
-                                       &answer.candidates[ here ].candidate.entry, sources_.groups() );
+      auto const choice =
+            betterEntry( &answer.candidates[ best ].candidate.entry,
+                         &answer.candidates[ here ].candidate.entry, sources_.groups() );
       bool const wins = choice.winner == &answer.candidates[ here ].candidate.entry;
       answer.candidates[ wins ? best : here ].rule = choice.rule;
       answer.candidates[ wins ? here : best ].rule = choice.rule;
@@ -417,7 +422,8 @@ bool
 MacAddrSm::checkIgnoreEvent( Pair pair, MacClaims const & claims ) {
    auto const * reported = claims.reported;
    if( claims.agedInHardware && fsfFailedServerHas( pair ) ) {
-      ZTRACE( 5, "Ignoring event for mac entry ", pair, " Ignoring aging event for FSF entry ", pair );
+      ZTRACE( 5, "Ignoring event for mac entry ", pair, " Ignoring aging event for FSF entry ",
+              pair );
       return !claims.current || claims.current->intf == Pelt::CpuIntfId();
    }
    if( reported && claims.configured && !claims.configuredObstacle &&
@@ -517,7 +523,7 @@ MacAddrSm::evaluateEntry( Pair pair, bool learnedInHardware, bool agedInHardware
    Kiv::Dispatch::Frame frame;
    Gathered all;
    std::vector< MacNoCandidate > none;
-   gather( *this, pair, !lostReport_.empty() && lostReport_.has( pair ), all, &none );
+   gather( *this, pair, !lostReport_.empty() && lostReport_.has( pair ), all, none );
    auto & claims = all.claims;
    claims.learnedInHardware = learnedInHardware;
    claims.agedInHardware = agedInHardware;
@@ -533,7 +539,8 @@ MacAddrSm::evaluateEntry( Pair pair, bool learnedInHardware, bool agedInHardware
    if( all.best || !rib_.empty() ) {
       rib_.hostIs( pair, all.best ? all.best->entry.l2RibObjTuple : L2Rib::ObjTuple() );
    }
-   if( claims.configuredObstacle || claims.reportedObstacle || !none.empty() || !withheld().empty() ) {
+   if( claims.configuredObstacle || claims.reportedObstacle || !none.empty() ||
+       !withheld().empty() ) {
       noteWithheld( pair, claims, none );
    }
    if( checkIgnoreEvent( pair, claims ) ) {
@@ -560,7 +567,8 @@ MacAddrSm::decided( MacVerdict const & verdict, MacClaims const & claims, bool h
    auto const & entry = verdict.entry;
    auto const pair = entry.macEntry;
    if( verdict.action == invalidAction ) {
-      ZTRACE( 6, " Final action: ignore - MAC entry: ", entry, ' ', macReasonText( verdict.reason ) );
+      ZTRACE( 6, " Final action: ignore - MAC entry: ", entry, ' ',
+              macReasonText( verdict.reason ) );
       bool const keepsWhatAged =
             verdict.reason == macReasonNonAging && claims.agedInHardware && claims.current;
       bool const isTold = inFirstPass_ && claims.current && !queued( pair ) &&
@@ -576,35 +584,41 @@ MacAddrSm::decided( MacVerdict const & verdict, MacClaims const & claims, bool h
    }
    ZTRACE( 6, " Final action: ", verdict.action, " - MAC Entry: ", entry, ' ',
            macReasonText( verdict.reason ) );
-   auto change = changeTo( entry, verdict.action );
    auto const from = claims.current ? claims.current->intf : Pelt::IntfId();
-   bool const isOne = isAdd( verdict.action );
-   indexIs( pair, from, isOne ? entry.intf : Pelt::IntfId() );
-   auto const * queuedEntry = queued( pair );
-   if( isOne ) {
-      detectRemoteLocalMove( queuedEntry ? nullptr : claims.current, entry, 1, change );
-      change.doneByHardware = !queuedEntry && !needsHardware( entry, hardwareHolds );
-   } else {
-      // What has aged, or is ignored, the hardware has forgotten, or is not to forget.
-      bool const wasLearnt = claims.current && isMacEntryLearned( claims.current->entryType );
-      change.action = removeFromFdbStatusAndHardware;
-      change.doneByHardware = !queuedEntry && wasLearnt && !fdb_.isRemote( pair ) &&
-                              ( claims.agedInHardware || verdict.action == ignoreLearnt );
-      if( !claims.current ) {
-         return; // it is ignored, and nobody has it
-      }
-   }
-   if( !change.doneByHardware ) {
-      return addToUpdateList( change );
-   }
-   if( isOne ) {
+   indexIs( pair, from, isAdd( verdict.action ) ? entry.intf : Pelt::IntfId() );
+   isAdd( verdict.action ) ? decidedAdd( verdict, claims, hardwareHolds )
+                           : decidedRemoval( verdict, claims );
+}
+
+void
+MacAddrSm::decidedAdd( MacVerdict const & verdict, MacClaims const & claims, bool hardwareHolds ) {
+   auto const & entry = verdict.entry;
+   auto const * queuedEntry = queued( entry.macEntry );
+   if( !queuedEntry && !needsHardware( entry, hardwareHolds ) ) {
       if( Bridging::isEntryTypeRemote( entry.entryType ) ) {
          fdb_.remoteIs( entry, sources_.nextHop( entry ), true );
       }
-      inForce( entry );
-   } else {
-      outOfForce( pair );
+      return inForce( entry );
    }
+   auto change = changeTo( entry, verdict.action );
+   detectRemoteLocalMove( queuedEntry ? nullptr : claims.current, entry, 1, change );
+   addToUpdateList( change );
+}
+
+// What has aged, or is ignored, the hardware has forgotten, or is not to forget.
+void
+MacAddrSm::decidedRemoval( MacVerdict const & verdict, MacClaims const & claims ) {
+   auto const pair = verdict.entry.macEntry;
+   if( !claims.current ) {
+      return; // it is ignored, and nobody has it
+   }
+   bool const isHardwares =
+         isMacEntryLearned( claims.current->entryType ) && !fdb_.isRemote( pair );
+   if( !queued( pair ) && isHardwares &&
+       ( claims.agedInHardware || verdict.action == ignoreLearnt ) ) {
+      return outOfForce( pair );
+   }
+   addToUpdateList( changeTo( *claims.current, removeFromFdbStatusAndHardware ) );
 }
 
 bool
@@ -621,9 +635,9 @@ MacAddrSm::needsHardware( MacEntry const & entry, bool hardwareHolds ) const {
 
 bool
 MacAddrSm::skipHwProgInHitlessRestartMode( MacEntry const & entry ) const {
-   bool const isHardwares =
-         isMacEntryLearned( entry.entryType ) && !Bridging::isEntryTypeRemote( entry.entryType ) &&
-         !sources_.isNonAgingMac( entry.macEntry );
+   bool const isHardwares = isMacEntryLearned( entry.entryType ) &&
+                            !Bridging::isEntryTypeRemote( entry.entryType ) &&
+                            !sources_.isNonAgingMac( entry.macEntry );
    if( isHardwares ) {
       ZTRACE( 8, entry.macEntry, " in hitless restart mode" );
    }
@@ -634,8 +648,9 @@ MacAddrSm::skipHwProgInHitlessRestartMode( MacEntry const & entry ) const {
 bool
 MacAddrSm::maybeUpdateMoveCount( MacEntry const & entry, MacEntry const * current ) {
    auto const type = entry.entryType;
-   if( Bridging::isEntryTypeConfigured( type ) || !( Bridging::isEntryTypeProgrammedDynamic( type ) ||
-                                                     Bridging::isEntryTypeController( type ) ) ) {
+   if( Bridging::isEntryTypeConfigured( type ) ||
+       !( Bridging::isEntryTypeProgrammedDynamic( type ) ||
+          Bridging::isEntryTypeController( type ) ) ) {
       return false;
    }
    auto same = entry;
@@ -688,7 +703,8 @@ MacAddrSm::indexIs( Pair pair, Pelt::IntfId from, Pelt::IntfId to ) {
 void
 MacAddrSm::addToUpdateList( ModifyMacEntry const & given ) {
    auto change = given;
-   if( auto const * former = refusedList().empty() ? nullptr : refusedList().find( given.macEntry ) ) {
+   if( auto const * former =
+             refusedList().empty() ? nullptr : refusedList().find( given.macEntry ) ) {
       change.fullLogged = former->fullLogged;
       refusedListDel( given.macEntry );
    }
@@ -701,9 +717,11 @@ MacAddrSm::addToUpdateList( ModifyMacEntry const & given ) {
          detectRemoteLocalMove( &formerEntry, change.entry(), 2, change );
       }
    }
-   change.since = now();
+   if( updateMacEntryClock()->timeMin() == Kiv::never ) {
+      updateMacEntryClock()->timeMinIs( now() );
+   }
+   change.since = updateMacEntryClock()->timeMin();
    updateListIs( change );
-   updateMacEntryClock()->noLaterThan( now() );
 }
 
 // ---- For its parts

@@ -74,8 +74,6 @@ struct ModifyMacEntry {
    // It was logged that there is no room.
    KIV_FIELD( bool, fullLogged, false );
    KIV_FIELD( Bridging::DropMode, dropMode, Bridging::dropModeNone );
-   // The hardware has done it by itself: the status alone changes.
-   KIV_FIELD( bool, doneByHardware, false );
    // What the hardware said last, and since when it waits.
    KIV_FIELD( MacProgramStatus, refusal, macProgramSuccess );
    KIV_FIELD( Kiv::Seconds, since, 0 );
@@ -294,6 +292,8 @@ class MacAddrSm : public HobaVerifiedSm {
    void noteWithheld( Pair pair, MacClaims const & claims,
                       std::vector< MacNoCandidate > const & none );
    void decided( MacVerdict const & verdict, MacClaims const & claims, bool hardwareHolds );
+   void decidedAdd( MacVerdict const & verdict, MacClaims const & claims, bool hardwareHolds );
+   void decidedRemoval( MacVerdict const & verdict, MacClaims const & claims );
    void addToUpdateList( ModifyMacEntry const & change );
    ModifyMacEntry const * queued( Pair pair ) const;
    static ModifyMacEntry changeTo( MacEntry const & entry, EntryEvaluationAction action );
@@ -327,9 +327,11 @@ class MacAddrSm : public HobaVerifiedSm {
    void evaluateWithheld( std::function< bool( Pair, MacWithheld const & ) > which );
    void evaluateObject( L2Rib::ObjTuple tuple );
 
-   class KivMacTable : public Kiv::Hears< MacAddrSm, HobaTypes::MacTable const,
-                                          Kiv::WhenReady< HobaTypes::MacTable::macEntryAttr,
-                                                          &MacAddrSm::handleMacEntry > > {};
+   class KivMacTable
+         : public Kiv::Hears<
+                 MacAddrSm, HobaTypes::MacTable const,
+                 Kiv::WhenReady< HobaTypes::MacTable::macEntryAttr, &MacAddrSm::handleMacEntry > > {
+   };
    class KivFdbConfig : public Kiv::Reactor< KivFdbConfig, Bridging::FdbConfig const, MacAddrSm,
                                              Bridging::VlanId > {
       void handleConfiguredHost( Pelt::EthAddr const & addr ) {
@@ -355,23 +357,22 @@ class MacAddrSm : public HobaVerifiedSm {
                  Kiv::WhenReady< Bridging::Config::fdbConfigAttr, &MacAddrSm::handleFdbConfig > > {
    };
    class KivBridgingStatus : public Kiv::Hears< MacAddrSm, Bridging::Status const > {};
-   class KivConfig : public Kiv::Hears< MacAddrSm, Bridging::SwitchIntfConfig const, Pelt::IntfId,
-                                        Kiv::WhenReady< Bridging::SwitchIntfConfig::enableLearningAttr,
-                                                        &MacAddrSm::handleEnableLearning > > {};
+   class KivConfig
+         : public Kiv::Hears< MacAddrSm, Bridging::SwitchIntfConfig const, Pelt::IntfId,
+                              Kiv::WhenReady< Bridging::SwitchIntfConfig::enableLearningAttr,
+                                              &MacAddrSm::handleEnableLearning > > {};
    KIV_REACTORS( Pelt::IntfId, KivConfig, switchIntf );
    class KivConfigDir
-         : public Kiv::Hears<
-                 MacAddrSm, Bridging::SwitchIntfConfigDir const,
-                 Kiv::Follow< Bridging::SwitchIntfConfigDir::switchIntfConfigAttr,
-                              &MacAddrSm::switchIntf_ >,
-                 Kiv::WhenReady< Bridging::SwitchIntfConfigDir::switchIntfConfigAttr,
-                                 &MacAddrSm::handleEnableLearning > > {};
-   class KivVlanConfig
-         : public Kiv::Hears< MacAddrSm, Bridging::VlanConfig const, Bridging::VlanId,
-                              Kiv::WhenReady< Bridging::VlanConfig::macLearningAttr,
-                                              &MacAddrSm::handleVlanMacLearning >,
-                              Kiv::WhenReady< Bridging::VlanConfig::primaryVlanAttr,
-                                              &MacAddrSm::handlePrimaryVlan > > {};
+         : public Kiv::Hears< MacAddrSm, Bridging::SwitchIntfConfigDir const,
+                              Kiv::Follow< Bridging::SwitchIntfConfigDir::switchIntfConfigAttr,
+                                           &MacAddrSm::switchIntf_ >,
+                              Kiv::WhenReady< Bridging::SwitchIntfConfigDir::switchIntfConfigAttr,
+                                              &MacAddrSm::handleEnableLearning > > {};
+   class KivVlanConfig : public Kiv::Hears< MacAddrSm, Bridging::VlanConfig const, Bridging::VlanId,
+                                            Kiv::WhenReady< Bridging::VlanConfig::macLearningAttr,
+                                                            &MacAddrSm::handleVlanMacLearning >,
+                                            Kiv::WhenReady< Bridging::VlanConfig::primaryVlanAttr,
+                                                            &MacAddrSm::handlePrimaryVlan > > {};
    KIV_REACTORS( Bridging::VlanId, KivVlanConfig, vlanConfig );
    class KivVlanConfigDir
          : public Kiv::Hears<
@@ -385,26 +386,24 @@ class MacAddrSm : public HobaVerifiedSm {
                                               &MacAddrSm::handleEnableStateLocal > > {};
    KIV_REACTORS( Pelt::IntfId, KivEthConfig, ethConfig );
    class KivEthPhyIntfConfigDir
-         : public Kiv::Hears<
-                 MacAddrSm, Interface::EthPhyIntfConfigDir const,
-                 Kiv::Follow< Interface::EthPhyIntfConfigDir::ethPhyIntfConfigAttr,
-                              &MacAddrSm::ethConfig_ >,
-                 Kiv::WhenReady< Interface::EthPhyIntfConfigDir::ethPhyIntfConfigAttr,
-                                 &MacAddrSm::handleIntfChange > > {};
+         : public Kiv::Hears< MacAddrSm, Interface::EthPhyIntfConfigDir const,
+                              Kiv::Follow< Interface::EthPhyIntfConfigDir::ethPhyIntfConfigAttr,
+                                           &MacAddrSm::ethConfig_ >,
+                              Kiv::WhenReady< Interface::EthPhyIntfConfigDir::ethPhyIntfConfigAttr,
+                                              &MacAddrSm::handleIntfChange > > {};
    class KivEthStatus
          : public Kiv::Hears< MacAddrSm, Interface::EthPhyIntfStatus const, Pelt::IntfId,
                               Kiv::WhenReady< Interface::EthPhyIntfStatus::linkStatusAttr,
                                               &MacAddrSm::handleLinkState > > {};
    KIV_REACTORS( Pelt::IntfId, KivEthStatus, ethStatus );
    class KivEthPhyIntfStatusDir
-         : public Kiv::Hears<
-                 MacAddrSm, Interface::AllEthPhyIntfStatusDir const,
-                 Kiv::Follow< Interface::AllEthPhyIntfStatusDir::ethPhyIntfStatusAttr,
-                              &MacAddrSm::ethStatus_ > > {};
+         : public Kiv::Hears< MacAddrSm, Interface::AllEthPhyIntfStatusDir const,
+                              Kiv::Follow< Interface::AllEthPhyIntfStatusDir::ethPhyIntfStatusAttr,
+                                           &MacAddrSm::ethStatus_ > > {};
    class KivPortVlanMembership
-         : public Kiv::Hears< MacAddrSm, PortVlanMembership const,
-                              Kiv::WhenReady< PortVlanMembership::intfAttr,
-                                              &MacAddrSm::handleVlanChange > > {};
+         : public Kiv::Hears<
+                 MacAddrSm, PortVlanMembership const,
+                 Kiv::WhenReady< PortVlanMembership::intfAttr, &MacAddrSm::handleVlanChange > > {};
    class KivMlagStatus
          : public Kiv::Hears<
                  MacAddrSm, Mlag::Status const,
@@ -414,23 +413,26 @@ class MacAddrSm : public HobaVerifiedSm {
                                  &MacAddrSm::handleFastMacRedirection >,
                  Kiv::WhenReady< Mlag::Status::mlagIntfAttr, &MacAddrSm::handleMlagIntfStatus > > {
    };
-   class KivMlagHostTable : public Kiv::Hears< MacAddrSm, Mlag::HostTable const,
-                                               Kiv::WhenReady< Mlag::HostTable::hostEntryAttr,
-                                                               &MacAddrSm::handleMlagHostTableEntry > > {
-   };
-   class KivL2RibOutput : public Kiv::Hears< MacAddrSm, L2Rib::HostOutput const,
-                                             Kiv::WhenReady< L2Rib::HostOutput::hostAttr,
-                                                             &MacAddrSm::handleL2RibHost > > {};
-   class KivDestOutput : public Kiv::Hears< MacAddrSm, L2Rib::DestOutput const,
-                                            Kiv::WhenReady< L2Rib::DestOutput::destAttr,
-                                                            &MacAddrSm::handleL2RibDest > > {};
+   class KivMlagHostTable
+         : public Kiv::Hears< MacAddrSm, Mlag::HostTable const,
+                              Kiv::WhenReady< Mlag::HostTable::hostEntryAttr,
+                                              &MacAddrSm::handleMlagHostTableEntry > > {};
+   class KivL2RibOutput
+         : public Kiv::Hears<
+                 MacAddrSm, L2Rib::HostOutput const,
+                 Kiv::WhenReady< L2Rib::HostOutput::hostAttr, &MacAddrSm::handleL2RibHost > > {};
+   class KivDestOutput
+         : public Kiv::Hears<
+                 MacAddrSm, L2Rib::DestOutput const,
+                 Kiv::WhenReady< L2Rib::DestOutput::destAttr, &MacAddrSm::handleL2RibDest > > {};
    class KivLbOutput : public Kiv::Hears< MacAddrSm, L2Rib::LoadBalanceOutput const,
                                           Kiv::WhenReady< L2Rib::LoadBalanceOutput::loadBalanceAttr,
                                                           &MacAddrSm::handleL2RibLb > > {};
    class KivObjTupleToHwId
-         : public Kiv::Hears< MacAddrSm, ObjTupleToHwId const,
-                              Kiv::WhenReady< ObjTupleToHwId::hwIdAttr,
-                                              &MacAddrSm::handleObjTupleToHwIdMap > > {};
+         : public Kiv::Hears<
+                 MacAddrSm, ObjTupleToHwId const,
+                 Kiv::WhenReady< ObjTupleToHwId::hwIdAttr, &MacAddrSm::handleObjTupleToHwIdMap > > {
+   };
    class KivEvpnMacTable
          : public Kiv::Hears< MacAddrSm, HobaTypes::RemoteMacTable const,
                               Kiv::WhenReady< HobaTypes::RemoteMacTable::remoteMacAttr,
@@ -449,9 +451,9 @@ class MacAddrSm : public HobaVerifiedSm {
                  Kiv::WhenReady< Vxlan::VxlanConfigDir::vxlanConfigAttr,
                                  &MacAddrSm::handleVxlanConfig > > {};
    class KivVlanVniMapShadowReactor
-         : public Kiv::Hears< MacAddrSm, Vxlan::VlanVniMap const,
-                              Kiv::WhenReady< Vxlan::VlanVniMap::vniAttr,
-                                              &MacAddrSm::handleVlanVniMap > > {};
+         : public Kiv::Hears<
+                 MacAddrSm, Vxlan::VlanVniMap const,
+                 Kiv::WhenReady< Vxlan::VlanVniMap::vniAttr, &MacAddrSm::handleVlanVniMap > > {};
    class KivReceivedRemoteHost
          : public Kiv::Hears< MacAddrSm, Vxlan::ReceivedRemoteHostTable const,
                               Kiv::WhenReady< Vxlan::ReceivedRemoteHostTable::remoteHostAttr,
@@ -463,11 +465,10 @@ class MacAddrSm : public HobaVerifiedSm {
                                               &MacAddrSm::handleTunnelLearnEvent > > {};
    KIV_REACTOR( KivTunnelLearnEvent, tunnelLearnEvent );
    class KivBootStatus
-         : public Kiv::Hears<
-                 MacAddrSm, Vxlan::BootStatus const,
-                 Kiv::WhenReadyAny< &MacAddrSm::handleStageRemoteMacsReady,
-                                    Vxlan::BootStatus::hitlessRestartInProgressAttr,
-                                    Vxlan::BootStatus::remoteMacsReadyAttr > > {};
+         : public Kiv::Hears< MacAddrSm, Vxlan::BootStatus const,
+                              Kiv::WhenReadyAny< &MacAddrSm::handleStageRemoteMacsReady,
+                                                 Vxlan::BootStatus::hitlessRestartInProgressAttr,
+                                                 Vxlan::BootStatus::remoteMacsReadyAttr > > {};
    KIV_REACTOR( KivBootStatus, bootStatus );
    class KivRemoteMacFlushRequest
          : public Kiv::Hears< MacAddrSm, RemoteMacFlushRequestTable,
@@ -475,26 +476,26 @@ class MacAddrSm : public HobaVerifiedSm {
                                               &MacAddrSm::handleRemoteMacFlushRequest > > {};
    KIV_REACTOR( KivRemoteMacFlushRequest, remoteMacFlushRequest );
    class KivRmacInfoDir
-         : public Kiv::Hears<
-                 MacAddrSm, HobaTypes::RemoteMacInfoDir const,
-                 Kiv::Follow< HobaTypes::RemoteMacInfoDir::receivedRemoteHostAttr,
-                              &MacAddrSm::receivedRemoteHost_ >,
-                 Kiv::Follow< HobaTypes::RemoteMacInfoDir::tunnelLearnEventAttr,
-                              &MacAddrSm::tunnelLearnEvent_ >,
-                 Kiv::Follow< HobaTypes::RemoteMacInfoDir::bootStatusAttr, &MacAddrSm::bootStatus_ >,
-                 Kiv::Follow< HobaTypes::RemoteMacInfoDir::flushRequestAttr,
-                              &MacAddrSm::remoteMacFlushRequest_ > > {};
+         : public Kiv::Hears< MacAddrSm, HobaTypes::RemoteMacInfoDir const,
+                              Kiv::Follow< HobaTypes::RemoteMacInfoDir::receivedRemoteHostAttr,
+                                           &MacAddrSm::receivedRemoteHost_ >,
+                              Kiv::Follow< HobaTypes::RemoteMacInfoDir::tunnelLearnEventAttr,
+                                           &MacAddrSm::tunnelLearnEvent_ >,
+                              Kiv::Follow< HobaTypes::RemoteMacInfoDir::bootStatusAttr,
+                                           &MacAddrSm::bootStatus_ >,
+                              Kiv::Follow< HobaTypes::RemoteMacInfoDir::flushRequestAttr,
+                                           &MacAddrSm::remoteMacFlushRequest_ > > {};
    class KivRouterMacTable
          : public Kiv::Hears< MacAddrSm, HobaTypes::RouterMacTable const,
                               Kiv::WhenReady< HobaTypes::RouterMacTable::routerMacAttr,
                                               &MacAddrSm::handleRouterMacEntry > > {};
    class KivDot1xIntfStatus
-         : public Kiv::Hears< MacAddrSm, Dot1x::IntfStatus const, Pelt::IntfId,
-                              Kiv::WhenReady< Dot1x::IntfStatus::portAuthStateAttr,
-                                              &MacAddrSm::handlePortAuthState >,
-                              Kiv::WhenReadyAny< &MacAddrSm::handleHostMode,
-                                                 Dot1x::IntfStatus::hostModeAttr,
-                                                 Dot1x::IntfStatus::macBasedAuthAttr > > {};
+         : public Kiv::Hears<
+                 MacAddrSm, Dot1x::IntfStatus const, Pelt::IntfId,
+                 Kiv::WhenReady< Dot1x::IntfStatus::portAuthStateAttr,
+                                 &MacAddrSm::handlePortAuthState >,
+                 Kiv::WhenReadyAny< &MacAddrSm::handleHostMode, Dot1x::IntfStatus::hostModeAttr,
+                                    Dot1x::IntfStatus::macBasedAuthAttr > > {};
    KIV_REACTORS( Pelt::IntfId, KivDot1xIntfStatus, dot1xIntf );
    class KivDot1xStatus
          : public Kiv::Hears<
@@ -530,15 +531,15 @@ class MacAddrSm : public HobaVerifiedSm {
    };
    KIV_REACTORS( Kiv::String, KivFlushRequestDir, flushRequestDir );
    class KivAllFlushRequestDir
+         : public Kiv::Hears< MacAddrSm, Bridging::AllHostTableFlushRequestDir const,
+                              Kiv::Follow< Bridging::AllHostTableFlushRequestDir::agentAttr,
+                                           &MacAddrSm::flushRequestDir_ >,
+                              Kiv::WhenReady< Bridging::AllHostTableFlushRequestDir::agentAttr,
+                                              &MacAddrSm::handleFlushRequestInputDir > > {};
+   class KivReverify
          : public Kiv::Hears<
-                 MacAddrSm, Bridging::AllHostTableFlushRequestDir const,
-                 Kiv::Follow< Bridging::AllHostTableFlushRequestDir::agentAttr,
-                              &MacAddrSm::flushRequestDir_ >,
-                 Kiv::WhenReady< Bridging::AllHostTableFlushRequestDir::agentAttr,
-                                 &MacAddrSm::handleFlushRequestInputDir > > {};
-   class KivReverify : public Kiv::Hears< MacAddrSm, VerifyData const,
-                                          Kiv::WhenReady< VerifyData::reverifyAttr,
-                                                          &MacAddrSm::handleReverify > > {};
+                 MacAddrSm, VerifyData const,
+                 Kiv::WhenReady< VerifyData::reverifyAttr, &MacAddrSm::handleReverify > > {};
    KIV_REACTOR( KivReverify, reverify );
    class KivVlanHelper : public Kiv::Hears< MacAddrSm, VlanHelperBase const > {};
    KIV_REACTOR( KivVlanHelper, vlanHelper );

@@ -192,9 +192,8 @@ MacAddrSm::handleLag( Pelt::IntfId const & lag ) {
    } else if( commonSmData()->lagToPort( lag ).port.empty() ) {
       flush_.flushLag( lag ); // nobody is behind it any more
    } else {
-      evaluateWithheld( []( Pair, MacWithheld const & held ) {
-         return held.obstacle == macObstacleNoIntf;
-      } );
+      evaluateWithheld(
+            []( Pair, MacWithheld const & held ) { return held.obstacle == macObstacleNoIntf; } );
    }
 }
 

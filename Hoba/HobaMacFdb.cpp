@@ -32,8 +32,7 @@ MacFdb::find( Pair pair ) const {
 }
 
 std::optional< MacEntry >
-MacFdb::entry( Pair pair ) const {
-   auto const * host = find( pair );
+MacFdb::entry( Pair pair, Bridging::LearnedHost const * host ) const {
    if( !host ) {
       return std::nullopt;
    }

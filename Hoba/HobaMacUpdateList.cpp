@@ -58,9 +58,9 @@ MacAddrSm::programEntry( ModifyMacEntry const & change ) {
       ZTRACE_AT( level, " Programming MAC entry: ", change );
       auto const status = programLocal( change );
       if( !isMacProgramRefused( status ) ) {
-         ZTRACE_AT( level, change.macEntry, change.action == addLearntLocalAndRemoveRemote
-                                                  ? " Remote to local successful"
-                                                  : " Add successful" );
+         ZTRACE_AT( level, change.macEntry,
+                    change.action == addLearntLocalAndRemoveRemote ? " Remote to local successful"
+                                                                   : " Add successful" );
       }
       return status;
    }
@@ -248,9 +248,8 @@ MacAddrSm::retryRefused() {
          updateListIs( again );
       }
    }
-   evaluateWithheld( []( Pair, MacWithheld const & held ) {
-      return held.obstacle == macObstacleRemoteLimit;
-   } );
+   evaluateWithheld(
+         []( Pair, MacWithheld const & held ) { return held.obstacle == macObstacleRemoteLimit; } );
    if( !updateList().empty() ) {
       updateMacEntryClock()->noLaterThan( now() );
    }

@@ -21,9 +21,8 @@ MacVerify::handleVerify() {
                       : mismatches_ == 1
                             ? first_
                             : first_ + "; and " + Kiv::toText( mismatches_ - 1 ) + " more";
-   verify->updateCliVerifyOutput( "MAC addresses, " + Kiv::toText( compared_ ) + " of " + all +
-                                        " compared",
-                                  found );
+   verify->updateCliVerifyOutput(
+         "MAC addresses, " + Kiv::toText( compared_ ) + " of " + all + " compared", found );
    if( isOver ) {
       begun_ = false;
    } else {
@@ -36,7 +35,8 @@ MacVerify::begin() {
    clear();
    begun_ = true;
    verifyLearning();
-   mismatch( sm_.helper()->verifyNumRemoteHost( static_cast< std::uint32_t >( sm_.fdb().remotes() ) ) );
+   mismatch(
+         sm_.helper()->verifyNumRemoteHost( static_cast< std::uint32_t >( sm_.fdb().remotes() ) ) );
    for( auto const & [ vlanId, database ] : sm_.inputs().bridgingStatus->fdbStatus() ) {
       walks_.add(
             database->learnedHost(),
