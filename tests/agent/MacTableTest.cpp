@@ -75,24 +75,24 @@ TEST( MacTableTest, rowsOfAPrintedTable ) {
 
 TEST( MacTableTest, rowsOfOperations ) {
    auto const file = HobaAgent::parseJson( R"([
-      { "FDB_TABLE:Vlan10:02-00-00-00-00-01": { "port": "Ethernet0", "type": "dynamic" }, "OP": "SET" },
-      { "OP": "SET", "FDB_TABLE:Vlan10:02:00:00:00:00:02": { "port": "Ethernet4", "type": "static" } },
-      { "FDB_TABLE:Vlan10:02-00-00-00-00-03": {}, "OP": "DEL" },
-      { "FDB_TABLE:Vlan10:02-00-00-00-00-04": { "type": "dynamic" }, "OP": "SET" },
-      { "FDB_TABLE:Vlan10:nobody": { "port": "Ethernet0", "type": "dynamic" }, "OP": "SET" },
-      { "FDB_TABLE": {}, "OP": "SET" }, 7, { "FDB_TABLE:Vlan10:02-00-00-00-00-05": [], "OP": "SET" }
+      { "FDB_TABLE:Vlan9:02-00-00-00-00-01": { "port": "Ethernet0", "type": "dynamic" }, "OP": "SET" },
+      { "OP": "SET", "FDB_TABLE:Vlan9:02:00:00:00:00:02": { "port": "Ethernet4", "type": "static" } },
+      { "FDB_TABLE:Vlan9:02-00-00-00-00-03": {}, "OP": "DEL" },
+      { "FDB_TABLE:Vlan9:02-00-00-00-00-04": { "type": "dynamic" }, "OP": "SET" },
+      { "FDB_TABLE:Vlan9:nobody": { "port": "Ethernet0", "type": "dynamic" }, "OP": "SET" },
+      { "FDB_TABLE": {}, "OP": "SET" }, 7, { "FDB_TABLE:Vlan9:02-00-00-00-00-05": [], "OP": "SET" }
    ])" );
    ASSERT_TRUE( MacTable::isOperations( file ) );
    auto const table = MacTable::operations( file );
-   EXPECT_EQ( rowsOf( table ), ( Lines{ "operation 1: 02:00:00:00:00:01@10 Ethernet0",
-                                        "operation 2: 02:00:00:00:00:02@10 static Ethernet4" } ) );
+   EXPECT_EQ( rowsOf( table ), ( Lines{ "operation 1: 02:00:00:00:00:01@9 Ethernet0",
+                                        "operation 2: 02:00:00:00:00:02@9 static Ethernet4" } ) );
    EXPECT_EQ(
          refusedOf( table ),
-         ( Lines{ "1 its OP is not SET, operation 3: FDB_TABLE:Vlan10:02-00-00-00-00-03",
-                  "1 behind no port, operation 4: 02-00-00-00-00-04 in VLAN 10",
-                  "1 no MAC address, operation 5: nobody in VLAN 10",
+         ( Lines{ "1 its OP is not SET, operation 3: FDB_TABLE:Vlan9:02-00-00-00-00-03",
+                  "1 behind no port, operation 4: 02-00-00-00-00-04 in VLAN 9",
+                  "1 no MAC address, operation 5: nobody in VLAN 9",
                   "2 not a row of FDB_TABLE:Vlan<n>:<address>, operation 6",
-                  "1 neither dynamic nor static, operation 8: 02-00-00-00-00-05 in VLAN 10" } ) );
+                  "1 neither dynamic nor static, operation 8: 02-00-00-00-00-05 in VLAN 9" } ) );
 }
 
 TEST( MacTableTest, whatIsNone ) {

@@ -126,7 +126,7 @@ TEST_F( MacTest, tablesOfOtherSwitches ) {
          row( "show mac", "02:00:00:00:00:02 10 Ethernet4" ).starts_with( "learned dynamic 1 " ) );
    EXPECT_TRUE(
          row( "show mac", "02:00:00:00:00:03 20 Cpu" ).starts_with( "configured static 0 " ) );
-   auto const fdb = folder.file( "fdb.json", R"([ { "FDB_TABLE:Vlan10:02-00-00-00-00-09": {
+   auto const fdb = folder.file( "fdb.json", R"([ { "FDB_TABLE:Vlan9:02-00-00-00-00-09": {
          "port": "Ethernet0", "type": "dynamic" }, "OP": "SET" } ])" );
    expectIn( text( ok( "sim macs " + fdb ) ), { "learnt 1", "Ethernet0 is Ethernet1" } );
    for( auto const & [ words, error ] :
