@@ -161,11 +161,20 @@ constexpr std::pair< std::string_view, bool > tables[] = {
       { "parity/count", false },
 };
 
-constexpr std::string_view shows[] = {
-      "show interfaces", "show lag",           "show vlan",
-      "show mac",        "show mac non-aging", "show events",
-      "show parity",     "show storm-control", "show storm-control-traffic-classes",
-      "show restarts" };
+constexpr std::string_view shows[] = { "show interfaces",
+                                       "show lag",
+                                       "show vlan",
+                                       "show mac",
+                                       "show mac reported",
+                                       "show mac pending",
+                                       "show mac moves",
+                                       "show mac flush",
+                                       "show mac non-aging",
+                                       "show events",
+                                       "show parity",
+                                       "show storm-control",
+                                       "show storm-control-traffic-classes",
+                                       "show restarts" };
 
 std::uint64_t
 numberAt( Datum const & of, std::string_view name ) {
@@ -240,8 +249,8 @@ ContextObserver::judge( Step const & step ) const {
       return notMine;
    }
    auto const text = step.text();
-   constexpr std::string_view ofChip[] = { "show mac", "show storm-control-traffic-classes",
-                                           "show restarts" };
+   constexpr std::string_view ofChip[] = { "show mac reported",
+                                           "show storm-control-traffic-classes", "show restarts" };
    if( !simulated().isRunning() ) {
       return std::ranges::find( ofChip, text ) != std::end( ofChip ) ? accepts : refuses;
    }
