@@ -14,6 +14,7 @@
 // written over, removed, swept. Whatever ages was learnt for those who hear of it: what software wrote
 // to age is reported, too, when it has aged or is flushed. A row of a learnt type is a learnt one, also if
 // software wrote it, to have the station back in the table or never lose it: it is reported like all others.
+// (Behind the overlay only if it ages: of other such rows software has learnt by itself.)
 //
 // *Ageing.* Sweeps come every half aging time, from when the aging time was set to what it is, or from when
 // the process began; the first one half of it later. What ages, and was not heard of between the last
@@ -92,7 +93,7 @@ struct HostRow {
    // Whoever made it: the station was learnt there.
    bool isLearnt() const {
       return byChip || entryType == Bridging::learnedDynamicMac ||
-             entryType == Bridging::learnedRemoteMac;
+             ( ages && entryType == Bridging::learnedRemoteMac );
    }
    // Software says where the station belongs, and that it is seen elsewhere is no news: what somebody set
    // up by hand or authenticated, unless it ages.

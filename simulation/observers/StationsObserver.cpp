@@ -95,7 +95,7 @@ using Row = StationsObserver::Row;
 bool
 isLearnt( Row const & row ) {
    return row.byChip || row.entryType == Bridging::learnedDynamicMac ||
-          row.entryType == Bridging::learnedRemoteMac;
+          ( row.ages && row.entryType == Bridging::learnedRemoteMac );
 }
 
 HobaEvent

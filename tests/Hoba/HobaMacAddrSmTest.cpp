@@ -336,7 +336,7 @@ TEST_F( MacAddrSmTest, aFullTableIsSaidOnceAndFilledWhenThereIsRoom ) {
    EXPECT_EQ( host( pair( 3 ) ), "- pending" );
    unconfigure( pair( 4 ) );
    pass( 2 );
-   EXPECT_EQ( host( pair( 3 ) ), "Ethernet2 configuredStaticMac 0" );
+   EXPECT_EQ( host( pair( 3 ) ), "Ethernet2 configuredStaticMac 1" );
    EXPECT_TRUE( sm->updateList().empty() && sm->refusedList().empty() );
 }
 
