@@ -102,13 +102,15 @@ MacAddrSm::handleInitialized() {
 void
 MacAddrSm::beginFirstPass() {
    inFirstPass_ = true;
+   isIndexed_ = false;
    firstPassDoneIs( false );
    fdb_.recount();
-   for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
-      for( auto const & [ addr, host ] : database->learnedHost() ) {
-         indexIs( { addr, vlanId }, {}, host.intf );
+   walkStatus( [ this ]( Pair pair ) {
+      if( auto const current = currentEntry( pair ) ) {
+         indexIs( pair, {}, current->intf );
       }
-   }
+   } );
+   walks_.add( [ this ] { isIndexed_ = true; } );
    peerLinkIntfIs( in_.mlagStatus ? in_.mlagStatus->peerLinkIntf() : Pelt::IntfId() );
    adoptFailedServers();
    handleHostAgingTime();
@@ -158,6 +160,34 @@ auto const byKey = []( auto const & member ) -> Bridging::MacVlanPair { return m
 
 } // namespace
 
+void
+MacAddrSm::walkStatus( MacWalks::Visit const & visit ) {
+   for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
+      walks_.add(
+            database->learnedHost(),
+            [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); }, visit,
+            {}, database );
+   }
+}
+
+void
+MacAddrSm::walkIntf( Pelt::IntfId intf, MacWalks::Visit const & visit, MacWalks::Done done ) {
+   if( isIndexed_ ) {
+      walks_.add(
+            hostsBehind( intf ), []( Pair const & pair ) { return pair; }, visit,
+            std::move( done ) );
+   } else {
+      walkStatus( [ this, intf, visit ]( Pair pair ) {
+         auto const current = currentEntry( pair );
+         if( current && current->intf == intf ) {
+            visit( pair );
+         }
+      } );
+      walks_.add( std::move( done ) );
+   }
+   wakeWalks();
+}
+
 // Everything that is said of stations, and then what is in the status: who is in both is looked at twice.
 void
 MacAddrSm::walkSources() {
@@ -206,12 +236,7 @@ MacAddrSm::walkSources() {
    if( in_.macTable ) {
       add( in_.macTable, in_.macTable->macEntry() );
    }
-   for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
-      walks_.add(
-            database->learnedHost(),
-            [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); }, visit,
-            {}, database );
-   }
+   walkStatus( visit );
    walks_.add( [ this ] { endFirstPass(); } );
 }
 
@@ -351,7 +376,10 @@ gather( MacAddrSm const & sm, Bridging::MacVlanPair pair, bool reportIsLost, Gat
    all.best = bestCandidate( all.candidates.all(), sources.groups() );
    all.current = sm.currentEntry( pair );
    auto & claims = all.claims;
-   claims.now = all.best ? sm.now() : 0; // looking at the clock costs as much as all the rest
+   // Looking at the clock costs as much as all the rest.
+   claims.now = !all.best                               ? 0
+                : all.best->source == macSourceMacTable ? all.best->entry.lastMoveTime
+                                                        : sm.now();
    claims.current = all.current ? &*all.current : nullptr;
    if( !reportIsLost ) {
       all.reported = sources.reported( pair, record, all.learnedInHardware );
@@ -486,13 +514,48 @@ MacAddrSm::detectRemoteLocalMove( MacEntry const * before, MacEntry const & afte
    bool const wasRemote = Bridging::isEntryTypeRemote( before->entryType );
    bool const isRemote = Bridging::isEntryTypeRemote( after.entryType );
    if( wasRemote && !isRemote ) {
-      ZTRACE( 5, after.macEntry, " Detected remote to local move (", point, "). " );
+      if( point == 1 ) {
+         ZTRACE( 5, after.macEntry, " Detected remote to local move (1). " );
+      } else {
+         ZTRACE( 5, after.macEntry, " Detected remote to local move (2). " );
+      }
       change.movedToLocal = true;
    } else if( !wasRemote && isRemote ) {
-      ZTRACE( 5, after.macEntry, " Detected local to remote move (", point, "). " );
+      if( point == 1 ) {
+         ZTRACE( 5, after.macEntry, " Detected local to remote move (1). " );
+      } else {
+         ZTRACE( 5, after.macEntry, " Detected local to remote move (2). " );
+      }
       change.movedToRemote = true;
    }
 }
+
+namespace {
+
+void
+traceObstacle( Bridging::MacVlanPair pair, MacObstacle obstacle ) {
+   switch( obstacle ) {
+   case macObstacleNoObjTuple:
+      ZTRACE( 4, "No valid L2Rib ObjTuple for mac ", pair, " Ignoring update." );
+      break;
+   case macObstacleDropNextHop:
+      ZTRACE( 4, "Mac entry ", pair, " pointing to drop nexthopId.", " Ignoring update." );
+      break;
+   case macObstacleNoHwId:
+      ZTRACE( 4, pair, " hwId missing changing action to remove" );
+      break;
+   case macObstacleNextHopUnresolved:
+      ZTRACE( 4, pair, " changing action to ignore, wait for next hop id " );
+      break;
+   case macObstacleRemoteLimit:
+      ZTRACE( 4, pair, " max remote MAC limit reached,", " Ignoring update." );
+      break;
+   default:
+      ZTRACE( 4, "Mac entry ", pair, ' ', macObstacleText( obstacle ), " Ignoring update." );
+   }
+}
+
+} // namespace
 
 void
 MacAddrSm::noteWithheld( Pair pair, MacClaims const & claims,
@@ -510,7 +573,7 @@ MacAddrSm::noteWithheld( Pair pair, MacClaims const & claims,
    }
    auto const * known = withheld().find( pair );
    if( !known || known->obstacle != obstacle ) {
-      ZTRACE( 4, "Mac entry ", pair, ' ', macObstacleText( obstacle ), " Ignoring update." );
+      traceObstacle( pair, obstacle );
       withheldIs( pair, { obstacle, now() } );
    }
 }
@@ -574,6 +637,8 @@ MacAddrSm::decided( MacVerdict const & verdict, MacClaims const & claims, bool h
       bool const isTold = inFirstPass_ && claims.current && !queued( pair ) &&
                           !skipHwProgInHitlessRestartMode( *claims.current );
       if( keepsWhatAged || isTold ) {
+         ZTRACE( 8, pair,
+                 isTold ? " is told once more during hitless recovery" : " is written again" );
          reprogram( pair );
       }
       return;
@@ -595,8 +660,15 @@ MacAddrSm::decidedAdd( MacVerdict const & verdict, MacClaims const & claims, boo
    auto const & entry = verdict.entry;
    auto const * queuedEntry = queued( entry.macEntry );
    if( !queuedEntry && !needsHardware( entry, hardwareHolds ) ) {
+      if( Bridging::isEntryTypeProgrammedDynamic( entry.entryType ) ) {
+         hobaAssert( "!isProgrammedDynamic( entryType )" );
+      }
       if( Bridging::isEntryTypeRemote( entry.entryType ) ) {
          fdb_.remoteIs( entry, sources_.nextHop( entry ), true );
+      }
+      if( !Bridging::isEntryTypeRemote( entry.entryType ) &&
+          entry.entryType != Bridging::learnedDynamicMac ) {
+         hobaAssert( "entryType == Bridging::learnedDynamicMac_" );
       }
       return inForce( entry );
    }

@@ -30,7 +30,8 @@
 // (`firstPassDone`). Of what it keeps, entries that software wrote are told to the hardware once more, which
 // claims them; what the hardware learnt is not touched.
 //
-// What is watched and does nothing, since no rule is known: Bridging::Status, the VLAN helper's changes.
+// What is watched and does nothing, since no rule is known: Bridging::Status, the VLAN helper's changes; the
+// interfaces of a VLAN (its membership has the rule), and the status of remote hosts, which is the machine's own.
 //
 // Stations that never age (NonAgingStatus) are written as learnt ones that do not age. When nobody asks for
 // that any more they age again if the hardware still reports them, and are forgotten otherwise. They are not
@@ -204,6 +205,8 @@ class MacAddrSm : public HobaVerifiedSm {
    void reprogram( Pair pair );
    MacWalks & walks() { return walks_; }
    MacFlush & flush() { return flush_; }
+   // Visits all stations behind the interface.
+   void walkIntf( Pelt::IntfId intf, MacWalks::Visit const & visit, MacWalks::Done done = {} );
    // The walks go on, from the clock.
    void wakeWalks();
    Hooks< HobaHelper::HobaHelperMacAddrSm > const & helper() const { return helper_; }
@@ -281,6 +284,7 @@ class MacAddrSm : public HobaVerifiedSm {
    void walkSources();
    void endFirstPass();
    void adoptFailedServers();
+   void walkStatus( MacWalks::Visit const & visit );
    void endWalks();
 
    // ---- Decide
@@ -584,7 +588,8 @@ class MacAddrSm : public HobaVerifiedSm {
    // In the first pass: entries that software wrote are told once more.
    bool inFirstPass_ = false;
    bool firstPassWalked_ = false;
-   bool room_ = false; // an entry has left the hardware since refused ones had their turn
+   bool isIndexed_ = false; // hostsByIntf_ has all that is in the status
+   bool room_ = false;      // an entry has left the hardware since refused ones had their turn
    std::function< void() > whenFirstPassIsDone_;
 
    KIV_REACTOR( KivMacTable, macTable );

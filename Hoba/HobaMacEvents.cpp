@@ -476,7 +476,7 @@ MacAddrSm::evaluateVlan( Bridging::VlanIdOrNone vlanId ) {
 // Stations behind it, and claims that wait for something, which may be the interface.
 void
 MacAddrSm::evaluateIntf( Pelt::IntfId intf ) {
-   evaluateAll( hostsBehind( intf ) );
+   walkIntf( intf, [ this ]( Pair pair ) { evaluateEntry( pair ); } );
    evaluateWithheld( []( Pair, MacWithheld const & held ) {
       return held.obstacle == macObstacleNoIntf || held.obstacle == macObstacleIntfDisabled ||
              held.obstacle == macObstacleVlanMembership || held.obstacle == macObstacleDot1x;

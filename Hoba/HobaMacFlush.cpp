@@ -259,22 +259,15 @@ MacFlush::flushIntf( Pelt::IntfId intf, VlanIdOrNone vlanId, MacWalks::Done done
    } else {
       sm_.helper().call< &Helper::flushVlanPort >( vlanId, intf );
    }
-   auto const & hosts = sm_.hostsBehind( intf );
    auto const open = begin();
-   if( hosts.empty() ) {
-      ender( open, std::move( done ) )();
-      return;
-   }
-   auto const visit = visitor( open );
-   sm_.walks().add(
-         hosts, []( Pair const & pair ) { return pair; },
-         [ visit, vlanId ]( Pair pair ) {
+   sm_.walkIntf(
+         intf,
+         [ visit = visitor( open ), vlanId ]( Pair pair ) {
             if( !vlanId.value() || pair.vlanId() == vlanId ) {
                visit( pair );
             }
          },
          ender( open, std::move( done ) ) );
-   sm_.wakeWalks();
 }
 
 void

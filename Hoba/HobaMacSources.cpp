@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Hoba/HobaMacSources.h"
 
+#include "Hoba/HobaAssert.h"
 #include "Hoba/HobaHelper.h"
 #include "Zipline/Zipline.h"
 
@@ -54,6 +55,15 @@ isOverlaySource( L2Rib::Source source ) {
 
 } // namespace
 
+// A source may name the tunnels alone: behind which interface they are, others have told.
+void
+MacSources::findTunnelIntf( MacEntry & entry ) const {
+   if( !entry.intf && entry.swTunnelGroupId && in_.rmacInfoDir ) {
+      HOBA_INVARIANT( in_.rmacInfoDir->tunnelInfoDir(), "rmacInfoDir()->tunnelInfoDir()" );
+      entry.intf = in_.rmacInfoDir->tunnelInfoDir()->tunnelInfo( entry.swTunnelGroupId ).intf;
+   }
+}
+
 // ---- Candidates, a source each
 
 void
@@ -87,6 +97,7 @@ MacSources::fromEvpnMacTable( Gather & gather ) const {
    if( entry.preference == 0 ) {
       entry.preference = macPreferenceDefault;
    }
+   findTunnelIntf( entry );
    ZTRACE( 8, gather.pair, " candidate from evpnMacTable" );
    gather.add( macSourceEvpnMacTable, entry );
 }
@@ -219,6 +230,7 @@ MacSources::fromReceivedRemoteHost( Gather & gather ) const {
             entryOf( gather.pair, host->intf, Bridging::receivedRemoteMac, macPreferenceDefault );
       entry.swTunnelGroupId = SwTunnelGroupId( host->tunnelGroup );
       entry.moveCount = host->moves;
+      findTunnelIntf( entry );
       gather.add( macSourceReceivedRemoteHost, entry );
    }
 }
