@@ -653,14 +653,16 @@ MacAddrSm::maybeUpdateMoveCount( MacEntry const & entry, MacEntry const * curren
           Bridging::isEntryTypeController( type ) ) ) {
       return false;
    }
+   bool const isOther = current && ( current->moveCount != entry.moveCount ||
+                                     current->lastMoveTime != entry.lastMoveTime );
    auto same = entry;
-   if( current ) {
+   if( isOther ) {
       same.moveCount = current->moveCount;
       same.lastMoveTime = current->lastMoveTime;
       same.preference = current->preference;
       same.promote = current->promote;
    }
-   if( !current || !( same == *current ) ) {
+   if( !isOther || !( same == *current ) ) {
       return false;
    }
    auto const pair = entry.macEntry;

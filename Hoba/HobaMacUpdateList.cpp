@@ -13,6 +13,7 @@ using Helper = HobaHelper::HobaHelperMacAddrSm;
 
 void
 MacAddrSm::updateQueuedAddresses() {
+   Kiv::Dispatch::Frame frame;
    auto const clock = updateMacEntryClock();
    auto const end = clock->now() + commonSmData()->yieldTimeSlice();
    for( std::uint32_t done = 0; isReady() && !updateList().empty(); ++done ) {
@@ -34,16 +35,20 @@ MacAddrSm::updateQueuedAddresses() {
 
 void
 MacAddrSm::program( Pair pair ) {
-   // Nothing of it is in a list while it is done: who hears of it may decide anew.
+   // It is in the list until it is done: who hears of it in the middle, and decides anew, replaces it.
    auto const change = *updateList().find( pair );
-   updateListDel( pair );
    auto status = macProgramFailed;
    try {
       status = programEntry( change );
    } catch( ... ) {
       Kiv::Dispatch::failed( "MacAddrSm::program", Kiv::toText( pair ) );
    }
-   if( isMacProgramRefused( status ) && isReady() && !queued( pair ) ) {
+   auto const * now = updateList().find( pair );
+   if( !isReady() || !now || !( *now == change ) ) {
+      return;
+   }
+   updateListDel( pair );
+   if( isMacProgramRefused( status ) ) {
       refused( change, status );
    }
 }
@@ -150,6 +155,7 @@ MacAddrSm::programRemote( ModifyMacEntry const & change ) {
    bool const isNew = !fdb_.nextHop( entry.macEntry );
    if( hop.obstacle || ( isNew && fdb_.remotes() >= helper_->getMaxRemoteMacs() ) ) {
       // It was all right when it was decided: now it is withheld.
+      updateListDel( entry.macEntry );
       evaluateEntry( entry.macEntry );
       return macProgramSuccess;
    }

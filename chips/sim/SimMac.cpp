@@ -19,9 +19,6 @@ using Pelt::IntfId;
 
 bool
 HostRow::isBound() const {
-   if( Pelt::CpuIntfId::isCpuIntfId( intf ) ) {
-      return true;
-   }
    switch( entryType ) {
    case Bridging::configuredStaticMac:
    case Bridging::configuredRemoteMac:
@@ -155,7 +152,7 @@ MacUnit::hostChanged( MacVlanPair station ) {
    if( isThere || staysElsewhere ) {
       return;
    }
-   if( now && now->byChip ) {
+   if( isLearnt ) {
       report( HobaEvent::eventTypeMacAddressLearned, station, now->intf );
    } else if( reported ) {
       report( HobaEvent::eventTypeMacAddressAged, station, reported );

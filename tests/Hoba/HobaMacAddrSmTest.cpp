@@ -332,10 +332,11 @@ TEST_F( MacAddrSmTest, aFullTableIsSaidOnceAndFilledWhenThereIsRoom ) {
    EXPECT_EQ( sm->explain( pair( 3 ) ).pending->refusal, Hoba::macProgramFull );
    chip->mac()->age( pair( 1 ) ); // the hardware makes room by itself
    pass( 2 );
-   EXPECT_EQ( host( pair( 3 ) ), "Ethernet2 configuredStaticMac 0" );
-   EXPECT_EQ( host( pair( 4 ) ), "- pending" );
+   EXPECT_EQ( host( pair( 4 ) ), "Ethernet2 configuredDynamicMac 0" );
+   EXPECT_EQ( host( pair( 3 ) ), "- pending" );
    unconfigure( pair( 4 ) );
-   EXPECT_EQ( host( pair( 4 ) ), "-" );
+   pass( 2 );
+   EXPECT_EQ( host( pair( 3 ) ), "Ethernet2 configuredStaticMac 1" );
    EXPECT_TRUE( sm->updateList().empty() && sm->refusedList().empty() );
 }
 
@@ -348,7 +349,7 @@ TEST_F( MacAddrSmTest, holdsWhateverHappensInTheMiddle ) {
    EXPECT_EQ( failures(), 1u );
    helper->before = [ & ] {
       helper->before = nullptr;
-      unconfigure( pair( 1 ) );
+      config->fdbConfig( vlan10 )->configuredHostDel( pair( 1 ).addr() );
    };
    pass( 1 );
    EXPECT_EQ( host( pair( 1 ) ), "-" );
