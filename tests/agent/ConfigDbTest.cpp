@@ -309,7 +309,7 @@ TEST_F( ConfigDbTest, pairsOfSwitchesOverlaysAndGateways ) {
    EXPECT_EQ(
          lines( report, Import::refused ),
          ( Lines{ "MCLAG_DOMAIN|6: domain 5 is there, and a switch is in one",
-                  "MCLAG_DOMAIN|4096: 4096 is not a number from 1 to 4095",
+                  "MCLAG_DOMAIN|4096: \"4096\" is not a number from 1 to 4095",
                   "MCLAG_INTERFACE|5|PortChannel1: Port-Channel1 is the link to the peer",
                   "MCLAG_INTERFACE|6|PortChannel2: 6 is neither in this system nor in a row of "
                   "MCLAG_DOMAIN that was taken",
@@ -320,7 +320,8 @@ TEST_F( ConfigDbTest, pairsOfSwitchesOverlaysAndGateways ) {
                   "SAG|IP: \"IP\" is not GLOBAL or Vlan<n>",
                   "SAG|Vlan20: gateway_mac: 01:00:5e:00:00:01 is no station's address",
                   "VXLAN_TUNNEL|vtep07: Vxlan7 is in this table already, as vtep7",
-                  "VXLAN_TUNNEL|vtep99999: Vxlan99999: 99999 > 65535 not allowed",
+                  "VXLAN_TUNNEL|vtep99999: 99999 is no number of an interface name \"Vxlan...\": a "
+                  "number from 0 to 65535 is expected",
                   "VXLAN_TUNNEL_MAP|tunnel|a: vni: 1000 is taken by Vxlan7|map_1000_Vlan10",
                   "VXLAN_TUNNEL_MAP|tunnel|b: vlan: Vlan30 is neither in this system nor in a "
                   "row of VLAN that was taken",

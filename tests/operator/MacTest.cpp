@@ -21,14 +21,15 @@ class MacTest : public OperatorTest {
 
 TEST_F( MacTest, whoClaimsAStationAndWhatItWaitsFor ) {
    startWith( R"(, "/vxlan/config/vxlanConfig/Vxlan1": { "vlanVni": { "10": 1000 } },
-      "/feeders/config/hwId": { "dest:17": 0 } )" );
+      "/feeders/config/hwId": { "dest:17": 0 },
+      "/mlag/status": { "state": "mlagActive", "peerLinkIntf": "Ethernet4" } )" );
    ok( "sim event learn Ethernet1 02:00:00:00:00:01 10" );
    ok( "sim event learn Ethernet5 02:00:00:00:00:02 10" );
    EXPECT_TRUE(
          row( "show mac", "02:00:00:00:00:01 10 Ethernet1" ).starts_with( "learned dynamic 0 " ) );
    for( auto const * only : { "port=Ethernet5", "port=Port-Channel1", "mac=02:00:00:00:00:02" } ) {
       expectIn( text( ok( std::string( "show mac " ) + only ) ),
-                { "02:00:00:00:00:02 10 Port-Channel1", " 1 station in all: 2 stations" } );
+                { "02:00:00:00:00:02 10 Port-Channel1", " 1 station ", "in all: 2 stations" } );
    }
    EXPECT_EQ( row( "show vlan", "10 active" ), "2 - -" );
    // An operator's word against a report, and against the peer's.
@@ -50,14 +51,15 @@ TEST_F( MacTest, whoClaimsAStationAndWhatItWaitsFor ) {
    expectIn( text( ok( "show mac pending" ) ),
              { "02:00:00:00:00:03 10 hardware id", "1 change 1 for hardware id" } );
    expectIn( text( ok( "explain mac 02:00:00:00:00:03 10" ) ),
-             { "withheld since", "hwId missing", "in force: nothing" } );
+             { "l2Rib has no say: hwId missing", "in force: nothing", "withheld since" } );
    ok( "set /feeders/config/hwId/dest:17 4711" );
    expectIn( text( ok( "explain mac 02:00:00:00:00:03 10" ) ),
              { "in force: Vxlan1", "next hop 9 with hardware id 4711" } );
    expectIn( ok( "show mac pending" ), "0 changes\n" );
    expectIn( ok( "explain mac 02:00:00:00:00:09 10" ), "02:00:00:00:00:09@10: nobody claims it\n" );
    // What was set is kept by who saves it, and requests are not.
-   expectIn( ok( "get --configuration /" ), { "dest:17: 4711", "configuredHost", "peerLinkIntf" } );
+   expectIn( ok( "get --configuration /" ),
+             { "dest:17: 4711", "peerLinkIntf: Ethernet4", "configuredHost" } );
    EXPECT_EQ( ok( "get --configuration /" ).find( "flush" ), std::string::npos );
    expectIn( ok( "verify" ), allAsTheyShouldBe );
 }
