@@ -43,7 +43,6 @@ TEST_F( MacAddrSmTest, learnsMovesAgesAndFollowsTheOperator ) {
    EXPECT_EQ( host( pair( 1 ) ), "Ethernet1 configuredDynamicMac 2" );
 }
 
-
 TEST_F( MacAddrSmTest, peersHostsFollowStateAndCount ) {
    start();
    auto const told = [ & ]( Pelt::IntfId intf, std::uint32_t moves, bool promote = false ) {
@@ -260,8 +259,8 @@ TEST_F( MacAddrSmTest, flushesExactlyWhatIsAsked ) {
    Bridging::VlanIdOrNone const any, in10( std::uint16_t( 10 ) ), in20( std::uint16_t( 20 ) );
    auto const addr = pair( 1 ).addr();
    Case const cases[] = {
-         { { any, {}, addr }, "23456" },        // in all VLANs: 1 and its like are the same address
-         { { in20, et1, addr }, "123456" },     // the interface counts for nothing, nor is it there
+         { { any, {}, addr }, "23456" },    // in all VLANs: 1 and its like are the same address
+         { { in20, et1, addr }, "123456" }, // the interface counts for nothing, nor is it there
          { { any, et1, {} }, "3456" },
          { { in20, et1, {} }, "13456" },
          { { any, Pelt::IntfId( "Ethernet1.5" ), {} }, "3456" },
@@ -319,10 +318,9 @@ TEST_F( MacAddrSmTest, aFullTableIsSaidOnceAndFilledWhenThereIsRoom ) {
    configure( pair( 4 ), et2, Bridging::configuredDynamicMac );
    EXPECT_EQ( host( pair( 3 ) ), "- pending" );
    auto const logged = [] {
-      return std::ranges::count( Hoba::logEntries(), std::string( "ETH_MACADDRBANKFULL" ),
-                                 []( auto const & entry ) {
-                                    return std::string( entry.message->name );
-                                 } );
+      return std::ranges::count(
+            Hoba::logEntries(), std::string( "ETH_MACADDRBANKFULL" ),
+            []( auto const & entry ) { return std::string( entry.message->name ); } );
    };
    auto const first = logged();
    pass( 5 );
@@ -394,6 +392,85 @@ TEST_F( MacAddrSmTest, theNextMachineGoesOn ) {
    nonAging->macEntriesDel( pair( 2 ) );
    settle();
    EXPECT_EQ( row( pair( 2 ) ), "Ethernet1 learnedDynamicMac ages" );
+}
+
+TEST_F( MacAddrSmTest, theRestOfWhatIsSaidCountsToo ) {
+   start();
+   Traces learning( "HobaMacLearning" ), machine( "HobaMacAddrSm" );
+   // Routers' addresses, also against what the operator says.
+   routerMacs->routerMacIs( { pair( 1 ), Pelt::CpuIntfId() } );
+   configure( pair( 1 ), et1 );
+   EXPECT_EQ( host( pair( 1 ) ), "Cpu configuredStaticMac 0" );
+   EXPECT_EQ( sm->explain( pair( 1 ) ).candidates.front().rule, Hoba::macRuleRank );
+   // What can be no station; interfaces that are not there, or not enabled.
+   auto const group = Pair( Pelt::EthAddr( 0x010000000001 ), vlan10 );
+   configure( group, et1 );
+   EXPECT_EQ( sm->withheld( group ).obstacle, Hoba::macObstacleGroupAddress );
+   configure( pair( 2 ), Pelt::IntfId( "Ethernet9" ) );
+   EXPECT_EQ( sm->withheld( pair( 2 ) ).obstacle, Hoba::macObstacleNoIntf );
+   data->intfIs( Pelt::EthIntfId( 9 ), true );
+   settle();
+   EXPECT_EQ( host( pair( 2 ) ), "Ethernet9 configuredStaticMac 0" );
+   ethConfig->ethPhyIntfConfigIs( Pelt::EthIntfId( 9 ) );
+   ethConfig->ethPhyIntfConfig( Pelt::EthIntfId( 9 ) )->enabledIs( false );
+   settle();
+   EXPECT_EQ( host( pair( 2 ) ), "-" );
+   // Learning by port and VLAN; not by the interface of a VLAN. What does not learn forgets.
+   for( auto const intf : { et1, Pelt::IntfId( "Vlan10" ) } ) {
+      switchIntfs->switchIntfConfigIs( intf );
+   }
+   learn( pair( 3 ), et1 );
+   switchIntfs->switchIntfConfig( et1 )->enableLearningIs( false );
+   switchIntfs->switchIntfConfig( Pelt::IntfId( "Vlan10" ) )->enableLearningIs( false );
+   settle();
+   EXPECT_EQ( host( pair( 3 ) ), "-" );
+   EXPECT_EQ( sm->portLearning().size(), 1u );
+   learn( pair( 4 ), et2 );
+   vlans->vlanConfigIs( vlan10 );
+   vlans->vlanConfig( vlan10 )->macLearningIs( false );
+   settle();
+   EXPECT_EQ( host( pair( 4 ) ), "-" );
+   vlans->vlanConfig( vlan10 )->macLearningIs( true );
+   // A secondary VLAN that the overlay carries learns nothing.
+   learn( pair( 4 ), et2 );
+   vnis->vniIs( vlan10, Vxlan::Vni( 10010 ) );
+   vlans->vlanConfig( vlan10 )->primaryVlanIs( Bridging::VlanIdOrNone( std::uint16_t( 11 ) ) );
+   settle();
+   EXPECT_EQ( host( pair( 4 ) ), "-" );
+   EXPECT_EQ( sm->withheld( pair( 4 ) ).obstacle, Hoba::macObstacleSecondaryVlan );
+   vlans->vlanConfigDel( vlan10 );
+   settle();
+   EXPECT_TRUE( sm->withheld().empty() || !sm->withheldHas( pair( 4 ) ) );
+   // The chip's own settings.
+   config->hostAgingTimeIs( 20 );
+   config->sourceMacInvalidIs( true );
+   EXPECT_EQ( chip->mac()->setting( HobaSim::macAgingTime ), 20 );
+   EXPECT_EQ( chip->mac()->setting( HobaSim::macSourceInvalid ), 1 );
+   learn( pair( 5 ), et2 );
+   EXPECT_EQ( host( pair( 5 ) ), "Ethernet2 learnedDynamicMac 0" );
+   pass( 40 );
+   EXPECT_EQ( host( pair( 5 ) ), "-" );
+   // With fast redirection the peer's remote stations are nobody else's business.
+   mlag->stateIs( Mlag::mlagActive );
+   Mlag::HostEntry told;
+   told.macEntry = pair( 6 );
+   told.intf = vx1;
+   told.entryType = Bridging::peerLearnedRemoteMac;
+   told.tunnelGroup = 3;
+   peerHosts->hostEntryIs( told );
+   settle();
+   EXPECT_TRUE( rmac->remoteHost()->remoteMacHas( pair( 6 ) ) );
+   mlag->fastMacRedirectionEnabledIs( true );
+   settle();
+   EXPECT_EQ( host( pair( 6 ) ), "Vxlan1 peerLearnedRemoteMac 0" );
+   EXPECT_FALSE( rmac->remoteHost()->remoteMacHas( pair( 6 ) ) );
+   auto const said = [ & ]( Strings const & texts, char const * part ) {
+      return std::ranges::any_of(
+            texts, [ & ]( auto const & text ) { return text.find( part ) != text.npos; } );
+   };
+   EXPECT_TRUE( said( learning.take(),
+                      "is vlan interface. MAC learning control feature is not supported" ) );
+   EXPECT_TRUE( said( machine.take(), "collision of static entry " ) );
 }
 
 } // namespace
