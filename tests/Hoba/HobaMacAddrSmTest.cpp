@@ -396,7 +396,7 @@ TEST_F( MacAddrSmTest, theNextMachineGoesOn ) {
 
 TEST_F( MacAddrSmTest, theRestOfWhatIsSaidCountsToo ) {
    start();
-   Traces learning( "HobaMacLearning" ), machine( "HobaMacAddrSm" );
+   Traces learning( "HobaMacLearning" ), machine( "HobaMacStation" );
    // Routers' addresses, also against what the operator says.
    routerMacs->routerMacIs( { pair( 1 ), Pelt::CpuIntfId() } );
    configure( pair( 1 ), et1 );
