@@ -9,6 +9,7 @@
 //    frame Ethernet1 HEX        the octets of a frame come in on a port of the chip
 //    event-ahead eventTypeMacAddressAged 00:00:5e:00:53:01@1 Ethernet1 [TUNNEL]
 //                               the driver has news of a station that come ahead of all that is queued
+//    mac-flush 10@Ethernet1     the chip is to forget what ages there; * for all VLANs, or all interfaces
 //    start                      the machines begin, at first cold; what stands before it was configured
 //                               while there were none
 //    stop                       the machines go, and the chip goes on; the next start is hitless

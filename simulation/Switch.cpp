@@ -43,6 +43,8 @@ Switch::run( Step const & step ) {
          outcome.answer = frame( step );
       } else if( step[ 0 ] == "event-ahead" ) {
          eventAhead( step );
+      } else if( step[ 0 ] == "mac-flush" ) {
+         chip_->mac()->flushIn( HobaSim::MacScope::parse( step[ 1 ] ) );
       } else {
          Datum request( Datum::Object{} );
          request.add( "command", step[ 0 ] );

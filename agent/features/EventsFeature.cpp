@@ -6,6 +6,9 @@
 #include "agent/features/Words.h"
 #include "chips/sim/SimEventQueueSm.h"
 
+#include <iterator>
+#include <optional>
+
 // What the chip reported of ports and stations, and what became of it; and a chip that reports on
 // command.
 
@@ -28,13 +31,34 @@ class EventsFeature : public Feature {
    void commands( Commands & commands ) override;
    void start() override;
    void stop() override {
+      catchUp_.reset();
       if( sm_ ) {
          sm_->cleanup();
       }
    }
 
  private:
+   // Takes the turns of catchUp() that start() left.
+   class CatchUp final : public Kiv::Timer {
+    public:
+      CatchUp( EventsFeature & feature, Kiv::Ptr< Kiv::Clock > const & clockOf )
+            : Timer( *clockOf ), feature_( feature ), keptClock_( clockOf ) {
+         timeMinIs( clock().now() );
+      }
+
+    private:
+      void onTimeout() override {
+         timeMinIs( clock().now() );
+         feature_.catchUp(); // and this may be gone
+      }
+
+      EventsFeature & feature_;
+      Kiv::Ptr< Kiv::Clock > const keptClock_;
+   };
+
    HobaSim::EventUnit & unit() const { return *board().chip->events(); }
+   void catchUp();
+   bool isCaughtUp() const;
    void forgetStations();
    Datum show( Request const & ) const;
    Datum link( Request const & request );
@@ -47,6 +71,9 @@ class EventsFeature : public Feature {
    Kiv::Ptr< Hoba::HobaEventQueue > const queue_ =
          Hoba::HobaEventQueue::HobaEventQueueIs( "events" );
    Machine< Hoba::EventQueueSm > sm_{ *this, "events" };
+   // Which of the stations are still to be looked for in the chip.
+   std::decay_t< decltype( macTable_->macEntry() ) >::const_iterator unproven_;
+   std::optional< CatchUp > catchUp_;
 };
 
 void
@@ -57,15 +84,38 @@ EventsFeature::start() {
    sm_->macTableIs( macTable_ );
    sm_->runningIs( true );
    sm_->initializedIs( true );
-   // What the chip has reported of all that it holds is applied before others go by it.
+   // What the chip has reported of all that it holds is applied before others go by it. Of a large table
+   // that is the beginning: the rest follows in turns, and so long nothing is swept.
    Kiv::ClockDriver::ambient().run();
+   unproven_ = macTable_->macEntry().begin();
    forgetStations();
+   if( !isCaughtUp() ) {
+      firstPassGoesOn();
+      catchUp_.emplace( *this, Kiv::make< Kiv::Clock >() );
+   }
 }
 
-// While nobody listened, stations went that the table still has.
+bool
+EventsFeature::isCaughtUp() const {
+   return unproven_ == std::default_sentinel && !board().chip->mac()->reportingAll() &&
+          ( queue_->event().empty() || !sm_->enabled() );
+}
+
+void
+EventsFeature::catchUp() {
+   forgetStations();
+   if( isCaughtUp() ) {
+      catchUp_.reset();
+      firstPassIsOver();
+   }
+}
+
+// While nobody listened, stations went that the table still has: the next few are looked for.
 void
 EventsFeature::forgetStations() {
-   for( auto const & [ host, entry ] : macTable_->macEntry() ) {
+   for( auto left = HobaSim::MacUnit::slice; left && unproven_ != std::default_sentinel; --left ) {
+      auto const host = unproven_->key;
+      ++unproven_;
       if( !board().chip->mac()->isLearnt( host ) ) {
          macTable_->macEntryDel( host );
       }

@@ -68,15 +68,16 @@ ReportedStationsFeature::show( Request const & request ) const {
    if( auto const refused = chip.count( HobaSim::macGroupSourceRefused ) +
                             chip.count( HobaSim::macZeroSourceRefused ) +
                             chip.count( HobaSim::macBadVlanRefused ) +
-                            chip.count( HobaSim::macRunts ) +
-                            chip.count( HobaSim::macTableFull ) ) {
+                            chip.count( HobaSim::macRunts ) + chip.count( HobaSim::macTableFull ) +
+                            chip.count( HobaSim::macLearningOff ) ) {
       table.note( "not learnt from: " + Kiv::toText( refused ) + " of " +
                   Kiv::toText( chip.count( HobaSim::macFrames ) ) + " frames (" +
                   Kiv::toText( chip.count( HobaSim::macGroupSourceRefused ) ) + " group source, " +
                   Kiv::toText( chip.count( HobaSim::macZeroSourceRefused ) ) + " zero source, " +
                   Kiv::toText( chip.count( HobaSim::macBadVlanRefused ) ) + " bad VLAN, " +
                   Kiv::toText( chip.count( HobaSim::macRunts ) ) + " too short, " +
-                  Kiv::toText( chip.count( HobaSim::macTableFull ) ) + " table full)" );
+                  Kiv::toText( chip.count( HobaSim::macTableFull ) ) + " table full, " +
+                  Kiv::toText( chip.count( HobaSim::macLearningOff ) ) + " learning off)" );
    }
    return table.take();
 }
@@ -93,6 +94,7 @@ ReportedStationsFeature::learn( Request const & request ) {
    if( !host.isStation() ) {
       HobaTypes::stationFailed( host );
    }
+   unit().frameCame( HobaSim::frameSound );
    switch( unit().learn( intf, host.addr(), Bridging::VlanId( host.vlanId().value() ) ) ) {
    case HobaSim::learnNew:
       return "learnt";
@@ -100,6 +102,12 @@ ReportedStationsFeature::learn( Request const & request ) {
       return "moved";
    case HobaSim::learnHit:
       return "known already, not reported";
+   case HobaSim::learnOff:
+      return "not learnt: learning is off here";
+   case HobaSim::learnElsewhere:
+      return "software has it elsewhere, where it stays; reported once";
+   case HobaSim::learnBound:
+      return "software has it elsewhere, where it belongs; not reported";
    default:
       return "not learnt: the chip's table is full";
    }

@@ -547,7 +547,10 @@ MacUnit::sweepTime() {
    sweep_->timeMinIs( sweepFrom_ + static_cast< double >( nextSweep_ ) * period );
    countInc( macSweeps );
    sweepHosts_ = sweepSeen_ = MacWalk( IntfId() );
-   armTurn();
+   sweepSlice();
+   if( !sweepHosts_.isOver() || !sweepSeen_.isOver() ) {
+      armTurn();
+   }
 }
 
 } // namespace HobaSim

@@ -46,6 +46,12 @@ EventsObserver::EventsObserver( Switch & simulated, Observers & observers )
       drainUpTo( parsed< std::uint64_t >( textAt( "/hoba/machines/events/eventCounter" ) )
                        .value_or( 0 ) );
    } );
+   // What is reported behind a drain at one instant waits for the next.
+   simulated.watch( "/hoba/events/queue/event", [ this ] {
+      if( isThere_ && isDraining_ && rowsAt( "/hoba/events/queue/event" ).empty() ) {
+         drain();
+      }
+   } );
    simulated.watch( "/hoba/machines/events/apiRunning", [ this ] { isThere_ = false; } );
 }
 
@@ -228,7 +234,7 @@ EventsObserver::drain() {
       applyOldest();
    }
    overtaken_.clear();
-   isDraining_ = false;
+   isDraining_ = isDue_ = false;
 }
 
 // What is queued of a station is older than what came ahead since.

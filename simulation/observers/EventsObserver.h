@@ -21,6 +21,8 @@ class EventsObserver : public Observer {
    void report( Event const & event );
    // News of a station that comes ahead of all that is queued: applied at once, if machines run.
    void reportAhead( Event const & event );
+   // The machines run, and the model with them: false from when they go until the model of the next begins.
+   bool isThere() const { return isThere_; }
    // How the chip found the link of the port last.
    Interface::LinkStatus chipLink( Pelt::IntfId port ) const;
    // For who applies events of stations: one had no effect, or another than it asked for.

@@ -398,9 +398,30 @@ FramesObserver::pass( IntfId port, Octets const & octets ) {
       frame.dropped = "ingress";
    } else {
       stations_.learn( frame.intf, frame.header.source, VlanId::parse( frame.vlan ) );
-      forward( frame );
+      if( isDroppedBySource( frame ) ) {
+         frame.dropped = "learning";
+      } else {
+         forward( frame );
+      }
    }
    return frame;
+}
+
+bool
+FramesObserver::isDroppedBySource( Passing const & frame ) const {
+   auto const isTold = [ this ]( char const * what ) {
+      auto const text = textAt( Kiv::String( "/sim/chip/mac/setting/" ) + what );
+      return !text.empty() && std::stod( text ) > 0;
+   };
+   auto const source = frame.header.source;
+   if( !source.isUnicast() ) {
+      return isTold( "sourceMacInvalid" );
+   }
+   auto const entry = stations_.entry( { source, VlanId::parse( frame.vlan ) } );
+   bool const isOwn = entry && !entry->byChip && Pelt::CpuIntfId::isCpuIntfId( entry->intf );
+   return ( isOwn && isTold( "sourceCheckCpuMac" ) ) ||
+          ( entry && ( entry->dropMode == Bridging::dropModeSrc ||
+                       entry->dropMode == Bridging::dropModeBoth ) );
 }
 
 void
@@ -430,8 +451,11 @@ FramesObserver::destinationsOf( Passing const & frame ) const {
    }
    Intfs to;
    auto const station = Bridging::MacVlanPair( destination, VlanId::parse( frame.vlan ) );
-   if( auto const behind = destination.isMulticast() ? IntfId() : stations_.hostIntf( station ) ) {
-      to = { behind };
+   auto const entry = destination.isMulticast() ? std::nullopt : stations_.entry( station );
+   if( entry ) {
+      bool const isDropped =
+            entry->dropMode == Bridging::dropModeDst || entry->dropMode == Bridging::dropModeBoth;
+      to = isDropped || !entry->intf ? Intfs() : Intfs{ entry->intf };
    } else {
       for( auto const & [ key, how ] : frame.members ) {
          if( key.starts_with( frame.vlan + '@' ) && how != "vlanNotCarried" ) {

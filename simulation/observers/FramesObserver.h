@@ -40,6 +40,7 @@ class FramesObserver : public Observer {
    std::pair< std::vector< unsigned >, unsigned > tpidsOf( Pelt::IntfId port ) const;
    Header headerOf( Pelt::IntfId port, Octets const & octets ) const;
    Passing pass( Pelt::IntfId port, Octets const & octets );
+   bool isDroppedBySource( Passing const & frame ) const;
    void forward( Passing & frame ) const;
    Intfs destinationsOf( Passing const & frame ) const;
    Intfs portsOf( Passing const & frame, Pelt::IntfId intf ) const;

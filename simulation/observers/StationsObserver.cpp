@@ -12,7 +12,8 @@ using Pelt::IntfId;
 
 namespace {
 
-String const hostPath = "/sim/chip/mac/host/";
+String const macPath = "/sim/chip/mac/";
+String const hostPath = macPath + "host/";
 String const capacityPath = "/sim/chip/mac/hostTable/capacity";
 
 // What an event does to the table of the machines.
@@ -86,10 +87,25 @@ hostIn( String const & mac, String const & vlan ) {
    return addr && vlanId ? std::optional( Bridging::MacVlanPair( *addr, *vlanId ) ) : std::nullopt;
 }
 
-// What a frame can teach the chip. Other rows are somebody's write.
+using Row = StationsObserver::Row;
+
+// The chip learnt it, or software wants it in the table as if it had.
 bool
-isPossible( std::pair< Bridging::MacVlanPair const, IntfId > const & row ) {
-   return row.first.isStation() && portTypeOf( row.second );
+isLearnt( Row const & row ) {
+   return row.byChip || ( row.ages && ( row.entryType == Bridging::learnedDynamicMac ||
+                                        row.entryType == Bridging::learnedRemoteMac ) );
+}
+
+// Software says where it belongs.
+bool
+isBound( Row const & row ) {
+   constexpr Bridging::EntryType bound[] = {
+         Bridging::configuredStaticMac,  Bridging::configuredRemoteMac,
+         Bridging::authenticatedMac,     Bridging::peerStaticMac,
+         Bridging::peerAuthenticatedMac, Bridging::peerStaticRemoteMac,
+         Bridging::evpnStaticRemoteMac };
+   return Pelt::CpuIntfId::isCpuIntfId( row.intf ) ||
+          ( !row.ages && std::ranges::find( bound, row.entryType ) != std::end( bound ) );
 }
 
 HobaEvent
@@ -108,7 +124,12 @@ eventOf( HobaEvent::HobaEventType type, Bridging::MacVlanPair host, IntfId intf,
 
 StationsObserver::StationsObserver( Switch & simulated, Observers & observers )
       : Observer( simulated, observers, "stations" ), ports_( observers.find< PortsObserver >() ),
-        lags_( observers.find< LagObserver >() ), events_( observers.find< EventsObserver >() ) {}
+        lags_( observers.find< LagObserver >() ), events_( observers.find< EventsObserver >() ) {
+   // When the chip takes its turn: what it does then is the model's to know.
+   simulated.watch( macPath + "setting", [ this ] { settingChanged(); } );
+   simulated.watch( macPath + "count", [ this ] { sweepTurn(); } );
+   simulated.watch( macPath + "flush", [ this ] { flushTurn(); } );
+}
 
 // ---- What happens to stations
 
@@ -121,8 +142,10 @@ StationsObserver::prepare( Draw & draw, Steps & steps ) {
 
 void
 StationsObserver::propose( Draw & draw, Steps & steps ) {
-   auto const kind = draw.below( 30 );
-   if( kind < 16 ) {
+   auto const kind = draw.below( 36 );
+   if( kind >= 30 ) {
+      proposeTold( draw, steps );
+   } else if( kind < 16 ) {
       proposeEvent( draw, steps );
    } else if( kind < 25 ) {
       auto const intf = draw.chance( 85 ) ? draw.intf() : draw.oneOf( { "Cpu", "Vxlan1" } );
@@ -145,8 +168,10 @@ StationsObserver::propose( Draw & draw, Steps & steps ) {
                           "sim event station static-mac-address Ethernet1 01:00:5e:00:53:01 1",
                           "sim event station port Ethernet1 00:00:5e:00:53:01 1",
                           "sim event station static-mac-address Vxlan1 00:00:5e:00:53:01 1 x",
-                          "set /sim/chip/mac/host/00:00:5e:00:53:01@1 Ethernet",
-                          "set /sim/chip/mac/host/00:00:5e:00:53:01@4095 Ethernet1",
+                          "set /sim/chip/mac/host/00:00:5e:00:53:01@1 Ethernet1",
+                          "set /sim/chip/mac/host/00:00:5e:00:53:01@1/intf Ethernet",
+                          "set /sim/chip/mac/host/00:00:5e:00:53:01@4095/intf Ethernet1",
+                          "mac-flush 1", "mac-flush 4095@*", "set /sim/chip/mac/setting/colour 1",
                           "set /sim/chip/mac/hostTable/capacity -1" } ) );
    }
 }
@@ -173,43 +198,92 @@ StationsObserver::proposeEvent( Draw & draw, Steps & steps ) const {
    }
 }
 
-// A chip with little room; one that somebody spoils.
+// What no machine tells the chip, it is told by others; and what it is to forget.
+void
+StationsObserver::proposeTold( Draw & draw, Steps & steps ) const {
+   auto const intf = draw.intf();
+   auto const vlan = draw.vlan();
+   switch( auto const row = draw.below( 10 ) ) {
+   case 0:
+      return steps.push_back( "set " + macPath + "intfLearning/" + intf + " false" );
+   case 1:
+      return steps.push_back( "set " + macPath + "vlanLearning/" + vlan + " false" );
+   case 2: {
+      auto const what = draw.oneOf( { "sourceMacInvalid ", "sourceCheckCpuMac " } );
+      return steps.push_back( "set " + macPath + "setting/" + what + draw.oneOf( { "0", "1" } ) );
+   }
+   case 3:
+   case 4:
+      return steps.push_back( "set " + macPath + "setting/agingTime " +
+                              draw.oneOf( { "0", "3", "4", "30" } ) );
+   case 5:
+      return steps.push_back(
+            "del " + macPath +
+            draw.oneOf< String >( { "intfLearning/" + intf, "vlanLearning/" + vlan,
+                                    "setting/agingTime", "setting/sourceMacInvalid" } ) );
+   default:
+      return steps.push_back( "mac-flush " + ( row % 2 ? vlan : "*" ) + '@' +
+                              ( row > 7 ? intf : "*" ) );
+   }
+}
+
+// A chip with little room; one that somebody spoils, or writes to as no machine does.
 void
 StationsObserver::proposeFault( Draw & draw, Steps & steps ) const {
-   auto const kind = draw.below( 10 );
+   auto const kind = draw.below( 14 );
    auto const station = draw.station();
    auto const host = station + '@' + draw.vlan();
-   auto const intf = draw.intf();
-   if( kind < 4 ) {
-      auto const capacity = draw.oneOf( { "0", "1", "4", "12", "131072" } );
-      steps.push_back( "set " + capacityPath + ' ' + capacity );
-   } else if( kind < 6 ) {
-      steps.push_back( "del " + hostPath + host );
-   } else if( kind < 8 ) {
-      steps.push_back( "set " + hostPath + host + ' ' + intf );
-   } else if( kind < 9 ) {
-      steps.push_back( "set " + hostPath + host + " Vlan" + toText( 1 + draw.below( 4 ) ) );
-   } else {
-      auto const impossible = draw.oneOf( { "01:00:5e:00:53:01@1", "00:00:5e:00:53:01@0" } );
-      steps.push_back( "set " + hostPath + impossible + ' ' + intf );
+   auto const intf = draw.chance( 85 ) ? draw.intf() : draw.oneOf( { "Cpu", "Vxlan1", "Vlan2" } );
+   auto const capacity = draw.oneOf( { "0", "1", "4", "12", "131072" } );
+   auto const type = draw.oneOf( { "learnedDynamicMac", "peerDynamicMac", "configuredStaticMac",
+                                   "evpnIntfDynamicMac", "authenticatedMac" } );
+   auto const drop = draw.oneOf( { "dropModeNone", "dropModeSrc", "dropModeDst", "dropModeBoth" } );
+   auto const isSo = draw.oneOf( { "true", "false" } );
+   auto const impossible = draw.oneOf( { "01:00:5e:00:53:01@1", "00:00:5e:00:53:01@0" } );
+   auto const set = [ & ]( String const & field, String const & value ) {
+      steps.push_back( "set " + hostPath + ( kind < 13 ? host : impossible ) + '/' + field + ' ' +
+                       value );
+   };
+   if( kind < 3 ) {
+      return steps.push_back( "set " + capacityPath + ' ' + capacity );
+   }
+   if( kind < 5 ) {
+      return steps.push_back( "del " + hostPath + host );
+   }
+   set( "intf", intf );
+   set( "entryType", type );
+   set( "ages", isSo );
+   if( kind > 9 ) {
+      set( "byChip", isSo );
+   } else if( kind > 7 ) {
+      set( "dropMode", drop );
    }
 }
 
-// What no frame taught the chip fails the machines' beginning.
-bool
-StationsObserver::hasFaults() const {
-   return !std::ranges::all_of( hosts_, isPossible );
-}
-
-Steps
-StationsObserver::heal() {
-   Steps steps;
-   for( auto const & row : hosts_ ) {
-      if( !isPossible( row ) ) {
-         steps.push_back( "del " + hostPath + toText( row.first ) );
-      }
+// The row that it writes, field by field.
+std::optional< std::pair< StationsObserver::Host, Row > >
+StationsObserver::written( Step const & step ) const {
+   auto const words = step[ 1 ].substr( hostPath.size() );
+   auto const slash = words.find( '/' );
+   auto const host = parsed< Host >( words.substr( 0, slash ) );
+   if( !host || slash == String::npos ) {
+      return {};
    }
-   return steps;
+   auto const old = hosts_.find( *host );
+   auto row = old == hosts_.end() ? Row() : old->second;
+   auto const read = [ & ]< class T >( T & field ) {
+      auto const value = parsed< T >( step[ 2 ] );
+      field = value.value_or( field );
+      return value.has_value();
+   };
+   auto const field = words.substr( slash + 1 );
+   bool const isRead = field == "intf"        ? read( row.intf )
+                       : field == "entryType" ? read( row.entryType )
+                       : field == "dropMode"  ? read( row.dropMode )
+                       : field == "ages"      ? read( row.ages )
+                       : field == "byChip"    ? read( row.byChip )
+                                              : false;
+   return isRead && hasRoomFor( *host ) ? std::optional( std::pair( *host, row ) ) : std::nullopt;
 }
 
 Observer::Verdict
@@ -226,13 +300,38 @@ StationsObserver::judge( Step const & step ) const {
    if( step.isAt( capacityPath ) ) {
       return verdict( step[ 0 ] == "set" && parsed< std::uint64_t >( step[ 2 ] ) );
    }
-   if( !step.isAt( "/sim/chip/mac/host" ) ) {
-      return notMine;
+   if( step[ 0 ] == "mac-flush" ) {
+      return verdict( parsed< HobaSim::MacScope >( step[ 1 ] ).has_value() );
+   }
+   if( !step.isAt( macPath + "host" ) ) {
+      return isTold( step ) ? verdict( canTell( step ) ) : notMine;
+   }
+   if( step[ 0 ] == "set" ) {
+      return verdict( written( step ).has_value() );
    }
    auto const host = parsed< Host >( step[ 1 ].substr( hostPath.size() ) );
-   return verdict( host &&
-                   ( step[ 0 ] == "del" ? hosts_.contains( *host )
-                                        : parsed< IntfId >( step[ 2 ] ) && hasRoomFor( *host ) ) );
+   return verdict( host && hosts_.contains( *host ) );
+}
+
+bool
+StationsObserver::isTold( Step const & step ) const {
+   return step.isAt( macPath + "setting" ) || step.isAt( macPath + "intfLearning" ) ||
+          step.isAt( macPath + "vlanLearning" );
+}
+
+bool
+StationsObserver::canTell( Step const & step ) const {
+   if( step[ 0 ] == "del" ) {
+      return !textAt( step[ 1 ] ).empty();
+   }
+   auto const key = step[ 1 ].substr( step[ 1 ].rfind( '/' ) + 1 );
+   if( step.isAt( macPath + "setting" ) ) {
+      return parsed< HobaSim::MacSetting >( key ) && parsed< Kiv::Seconds >( step[ 2 ] );
+   }
+   bool const isKey = step.isAt( macPath + "intfLearning" )
+                            ? parsed< IntfId >( key ).has_value()
+                            : parsed< Bridging::VlanId >( key ).has_value();
+   return isKey && parsed< bool >( step[ 2 ] );
 }
 
 bool
@@ -257,8 +356,9 @@ StationsObserver::canLearn( Step const & step ) const {
 bool
 StationsObserver::canAge( Step const & step ) const {
    auto const host = hostIn( step[ 3 ], step[ 4 ] );
-   auto const row = hosts_.find( host.value_or( Host() ) );
-   return row != hosts_.end() && isPossible( *row );
+   auto const row = host ? entry( *host ) : std::nullopt;
+   return row && ( row->ages || seen_.contains( *host ) ) && host->isStation() &&
+          portTypeOf( row->intf );
 }
 
 // The driver tells only what it knows to be right.
@@ -285,22 +385,34 @@ StationsObserver::heard( Step const & step, Kiv::Datum const & answer ) {
    } else if( step.isAt( capacityPath ) ) {
       capacity_ = Kiv::fromText< std::uint64_t >( step[ 2 ] );
    } else if( step.isAt( "/sim/chip/mac/host" ) ) {
-      auto const host = Host::parse( step[ 1 ].substr( hostPath.size() ) );
-      if( step[ 0 ] == "del" ) {
-         hosts_.erase( host );
+      auto const now = step[ 0 ] == "set" ? written( step ) : std::nullopt;
+      auto const host = now ? now->first : Host::parse( step[ 1 ].substr( hostPath.size() ) );
+      auto const old = hosts_.find( host );
+      auto const before = old == hosts_.end() ? std::nullopt : std::optional( old->second );
+      if( now ) {
+         hosts_[ host ] = now->second;
       } else {
-         hosts_[ host ] = IntfId( step[ 2 ] );
+         hosts_.erase( host );
       }
+      changed( host, before );
+   } else if( step[ 0 ] == "mac-flush" ) {
+      flushes_[ HobaSim::MacScope::parse( step[ 1 ] ) ] = ++counts_[ "flushes" ];
    }
 }
 
 void
 StationsObserver::learned( Step const & step, Kiv::Datum const & answer ) {
-   constexpr char const * answers[] = { "learnt", "moved", "known already, not reported" };
-   auto const learning = learn( IntfId( step[ 3 ] ), Pelt::EthAddr::parse( step[ 4 ] ),
-                                Kiv::fromText< Bridging::VlanId >( step[ 5 ] ) );
-   String const expected =
-         learning == full ? "not learnt: the chip's table is full" : answers[ learning ];
+   constexpr char const * answers[] = {
+         "learnt",
+         "moved",
+         "known already, not reported",
+         "not learnt: the chip's table is full",
+         "not learnt: learning is off here",
+         "software has it elsewhere, where it stays; reported once",
+         "software has it elsewhere, where it belongs; not reported" };
+   frameCame( sound );
+   String const expected = answers[ learn( IntfId( step[ 3 ] ), Pelt::EthAddr::parse( step[ 4 ] ),
+                                           Kiv::fromText< Bridging::VlanId >( step[ 5 ] ) ) ];
    if( auto const is = Kiv::datumText( answer ); is != expected ) {
       found( step.text() + " answers " + is + ", and must answer " + expected );
    }
@@ -308,10 +420,12 @@ StationsObserver::learned( Step const & step, Kiv::Datum const & answer ) {
 
 void
 StationsObserver::aged( Step const & step ) {
-   auto const row = hosts_.find( *hostIn( step[ 3 ], step[ 4 ] ) );
-   events_.report( eventOf( HobaEvent::eventTypeMacAddressAged, row->first, row->second ) );
-   ++counts_[ "aged" ];
-   hosts_.erase( row );
+   auto const host = *hostIn( step[ 3 ], step[ 4 ] );
+   if( hosts_.at( host ).ages ) {
+      forget( host, "aged" );
+   } else {
+      forgetSeen( host, "aged" );
+   }
 }
 
 void
@@ -340,10 +454,44 @@ StationsObserver::intfOf( IntfId port ) const {
    return lag.empty() ? port : IntfId( lag );
 }
 
+bool
+StationsObserver::isFlushed( Host station, IntfId intf, std::uint32_t flushes ) const {
+   return std::ranges::any_of( flushes_, [ & ]( auto const & each ) {
+      auto const & [ scope, number ] = each;
+      return flushes < number && ( !scope.intf || scope.intf == intf ) &&
+             ( scope.vlan == 0 || scope.vlan == station.vlanId().value() );
+   } );
+}
+
+std::optional< Row >
+StationsObserver::entry( Host station ) const {
+   auto const found = hosts_.find( station );
+   if( found == hosts_.end() ) {
+      return {};
+   }
+   auto const & row = found->second;
+   return row.ages && isFlushed( station, row.intf, row.flushes ) ? std::nullopt
+                                                                  : std::optional( row );
+}
+
+// Where the machines must believe it to be, by what was reported.
 IntfId
-StationsObserver::hostIntf( Host station ) const {
-   auto const row = hosts_.find( station );
-   return row == hosts_.end() ? IntfId() : row->second;
+StationsObserver::reportedAt( Host station ) const {
+   if( auto const found = seen_.find( station ); found != seen_.end() ) {
+      auto const & row = found->second;
+      return isFlushed( station, row.intf, row.flushes ) ? IntfId() : row.intf;
+   }
+   auto const row = entry( station );
+   return row && isLearnt( *row ) ? row->intf : IntfId();
+}
+
+// Not of what can be no station.
+void
+StationsObserver::report( HobaEvent::HobaEventType type, Host station, IntfId intf ) {
+   bool const isHeard = textAt( "/sim/chip/events/reporting" ) == "true";
+   if( isHeard && station.isStation() && portTypeOf( intf ) ) {
+      events_.report( eventOf( type, station, intf ) );
+   }
 }
 
 StationsObserver::Learning
@@ -354,34 +502,229 @@ StationsObserver::learn( IntfId intf, Pelt::EthAddr source, Bridging::VlanId vla
       return source.isZero() ? zero : group;
    }
    auto const behind = intfOf( intf );
-   auto const before = hostIntf( station );
-   if( before == behind ) {
-      ++counts_[ "hits" ];
-      return known;
+   dropFlushed( station );
+   auto const host = hosts_.find( station );
+   bool const isThere = host != hosts_.end();
+   if( isThere && host->second.intf == behind ) {
+      host->second.heardIn = numberOf( "sweeps" );
+      if( !seen_.contains( station ) ) {
+         ++counts_[ "hits" ];
+         return known;
+      }
+   }
+   if( !textAt( macPath + "intfLearning/" + toText( behind ) ).empty() ||
+       !textAt( macPath + "vlanLearning/" + toText( vlan ) ).empty() ) {
+      ++counts_[ "learningOff" ];
+      return off;
+   }
+   if( isThere && !host->second.byChip ) {
+      return seenElsewhere( behind, station, host->second );
    }
    if( !hasRoomFor( station ) ) {
       ++counts_[ "tableFull" ];
       return full;
    }
-   ++counts_[ before ? "moved" : "learnt" ];
-   hosts_[ station ] = behind;
-   events_.report( eventOf( HobaEvent::eventTypeMacAddressLearned, station, behind ) );
-   return before ? moved : learnt;
+   ++counts_[ isThere ? "moved" : "learnt" ];
+   auto const before = isThere ? std::optional( host->second ) : std::nullopt;
+   auto & row = hosts_[ station ] = Row();
+   row.intf = behind;
+   row.entryType = Pelt::VxlanIntfId::isVxlanIntfId( behind ) ? Bridging::learnedRemoteMac
+                                                              : Bridging::learnedDynamicMac;
+   row.ages = row.byChip = true;
+   row.heardIn = numberOf( "sweeps" );
+   row.flushes = numberOf( "flushes" );
+   changed( station, before );
+   return isThere ? moved : learnt;
+}
+
+// Of the chip's counts, as rows keep them.
+std::uint32_t
+StationsObserver::numberOf( char const * count ) const {
+   auto const found = counts_.find( count );
+   return found == counts_.end() ? 0 : static_cast< std::uint32_t >( found->second );
+}
+
+StationsObserver::Learning
+StationsObserver::seenElsewhere( IntfId behind, Host station, Row const & row ) {
+   if( isBound( row ) ) {
+      ++counts_[ "boundElsewhere" ];
+      return bound;
+   }
+   auto & seen = seen_[ station ];
+   seen.heardIn = numberOf( "sweeps" );
+   if( seen.intf == behind ) {
+      ++counts_[ "hits" ];
+   } else {
+      ++counts_[ "seenElsewhere" ];
+      seen.intf = behind;
+      seen.flushes = numberOf( "flushes" );
+      report( HobaEvent::eventTypeMacAddressLearned, station, behind );
+   }
+   return elsewhere;
+}
+
+void
+StationsObserver::changed( Host station, std::optional< Row > const & before ) {
+   auto const found = hosts_.find( station );
+   auto const * const now = found == hosts_.end() ? nullptr : &found->second;
+   auto const seen = seen_.find( station );
+   bool const wasSeen = seen != seen_.end();
+   auto const told = wasSeen                         ? seen->second.intf
+                     : before && isLearnt( *before ) ? before->intf
+                                                     : IntfId();
+   bool const isThere = now && isLearnt( *now ) && now->intf == told;
+   if( wasSeen && now && !isThere && !now->byChip && !isBound( *now ) ) {
+      return; // still seen where software does not have it
+   }
+   seen_.erase( station );
+   if( isThere ) {
+      return;
+   }
+   if( now && now->byChip ) {
+      report( HobaEvent::eventTypeMacAddressLearned, station, now->intf );
+   } else if( told ) {
+      report( HobaEvent::eventTypeMacAddressAged, station, told );
+   }
+}
+
+// The row goes, and with it where the station was seen.
+void
+StationsObserver::forget( Host station, char const * why ) {
+   auto const intf =
+         seen_.contains( station ) ? seen_.at( station ).intf : hosts_.at( station ).intf;
+   ++counts_[ why ];
+   seen_.erase( station );
+   hosts_.erase( station );
+   report( HobaEvent::eventTypeMacAddressAged, station, intf );
+}
+
+void
+StationsObserver::forgetSeen( Host station, char const * why ) {
+   auto const intf = seen_.at( station ).intf;
+   ++counts_[ why ];
+   seen_.erase( station );
+   report( HobaEvent::eventTypeMacAddressAged, station, intf );
+}
+
+void
+StationsObserver::dropFlushed( Host station ) {
+   if( hosts_.contains( station ) && !entry( station ) ) {
+      forget( station, "flushed" );
+   }
+   auto const seen = seen_.find( station );
+   if( seen != seen_.end() && isFlushed( station, seen->second.intf, seen->second.flushes ) ) {
+      forgetSeen( station, "flushed" );
+   }
+}
+
+// ---- The chip's own turns
+
+// What it does while machines begin, they apply behind all that there is: reportAll().
+void
+StationsObserver::flushTurn() {
+   if( textAt( "/sim/chip/events/reporting" ) == "true" && !events_.isThere() ) {
+      return;
+   }
+   auto const working = rowsAt( macPath + "flush" );
+   for( auto const & [ scope, number ] : std::map( flushes_ ) ) {
+      if( !working.contains( toText( scope ) ) ) {
+         flush( scope.intf );
+         flushes_.erase( scope );
+      }
+   }
+}
+
+void
+StationsObserver::flush( IntfId intf ) {
+   std::vector< Host > stations;
+   auto const add = [ & ]( auto const & rows ) {
+      for( auto const & [ station, row ] : rows ) {
+         if( !intf || row.intf == intf ) {
+            stations.push_back( station );
+         }
+      }
+   };
+   add( hosts_ );
+   add( seen_ );
+   for( auto const station : stations ) {
+      dropFlushed( station );
+   }
+}
+
+void
+StationsObserver::settingChanged() {
+   auto const text = textAt( macPath + "setting/agingTime" );
+   if( text != agingTime_ ) {
+      agingTime_ = text;
+      auto const time = text.empty() ? 0 : std::stod( text );
+      half_ = time > 0 ? std::max( time, 1.0 ) / 2 : 0;
+      halfFrom_ = simulated().now();
+      halves_ = 0;
+   }
+}
+
+// At its time, and at no other, the chip begins a sweep.
+void
+StationsObserver::sweepTurn() {
+   auto const text = textAt( macPath + "count/sweeps" );
+   if( text != toText( numberOf( "sweeps" ) + 1 ) ) {
+      return;
+   }
+   auto const sweeps = ++counts_[ "sweeps" ];
+   auto const due = halfFrom_ + static_cast< double >( ++halves_ ) * half_;
+   if( half_ == 0 || simulated().now() != due ) {
+      found( "sweep " + text + " of the MAC table at " + toText( simulated().now() ) +
+             ", and must be at " + toText( due ) );
+   }
+   for( auto const & [ station, row ] : std::map( hosts_ ) ) {
+      if( row.ages && row.heardIn + 1 < sweeps ) {
+         forget( station, "aged" );
+      }
+   }
+   for( auto const & [ station, row ] : std::map( seen_ ) ) {
+      if( row.heardIn + 1 < sweeps ) {
+         forgetSeen( station, "aged" );
+      }
+   }
+}
+
+void
+StationsObserver::timeIs( Kiv::Seconds now ) {
+   countTold();
+   if( half_ > 0 && halfFrom_ + static_cast< double >( halves_ + 1 ) * half_ <= now ) {
+      found( "no sweep of the MAC table by " + toText( now ) );
+   }
+}
+
+void
+StationsObserver::countTold() {
+   told_ = rowsAt( macPath + "setting" ).size() + rowsAt( macPath + "intfLearning" ).size() +
+           rowsAt( macPath + "vlanLearning" ).size();
+}
+
+void
+StationsObserver::began( HobaAgent::RestartKind ) {
+   restartSwept_ = told_;
+   countTold();
 }
 
 void
 StationsObserver::chipForgot() {
    hosts_.clear();
+   seen_.clear();
+   flushes_.clear();
    counts_.clear();
 }
 
-// What no frame taught the chip has no event, and is not met again.
+// What no frame taught the chip has no event.
 void
 StationsObserver::reportAll() {
-   std::erase_if( hosts_, []( auto const & row ) { return !isPossible( row ); } );
-   for( auto const & [ station, intf ] : hosts_ ) {
-      events_.report( eventOf( HobaEvent::eventTypeMacAddressLearned, station, intf ) );
+   for( auto const & [ station, row ] : hosts_ ) {
+      if( auto const intf = reportedAt( station ) ) {
+         report( HobaEvent::eventTypeMacAddressLearned, station, intf );
+      }
    }
+   flushTurn();
 }
 
 // ---- The machines
@@ -401,12 +744,14 @@ StationsObserver::apply( Event const & event ) {
       return;
    }
    auto & entry = macTable_[ event.host ];
-   entry = {};
+   auto const before = std::exchange( entry, Entry() );
    entry.macEntry = event.host;
    entry.intf = event.port;
    entry.entryType = event.portType == HobaEvent::vxlanPort ? kind.remote : kind.local;
    entry.tunnelId = event.tunnelId;
-   entry.learnTime = simulated().now();
+   bool const isKnown = before.macEntry == entry.macEntry && before.intf == entry.intf &&
+                        before.entryType == entry.entryType;
+   entry.learnTime = isKnown ? before.learnTime : simulated().now();
    entry.learnedInHardware = event.eventType == HobaEvent::eventTypeMacAddressLearned;
 }
 
@@ -428,12 +773,15 @@ StationsObserver::isAgedInstead( Event const & event ) {
 void
 StationsObserver::forgetOthers() {
    std::erase_if( macTable_,
-                  [ this ]( auto const & entry ) { return !hosts_.contains( entry.first ); } );
+                  [ this ]( auto const & entry ) { return !reportedAt( entry.first ); } );
 }
 
 void
 StationsObserver::check() {
    expectRows( "/sim/chip/mac/host", rowsOf( hosts_ ) );
+   expectRows( "/sim/chip/mac/seen", rowsOf( seen_ ) );
+   expectRows( "/sim/chip/mac/flush", rowsOf( flushes_ ) );
+   std::erase_if( counts_, []( auto const & count ) { return count.second == 0; } );
    expectRows( "/sim/chip/mac/count", rowsOf( counts_ ) );
    expectText( "/sim/chip/mac/hostTable/rows", toText( hosts_.size() ) );
    expectText( capacityPath, toText( capacity_ ) );

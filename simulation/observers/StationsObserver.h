@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "chips/sim/SimMac.h"
 #include "simulation/observers/EventsObserver.h"
 #include "simulation/observers/LagObserver.h"
 
@@ -12,8 +13,9 @@ class StationsObserver : public Observer {
  public:
    using Event = Hoba::HobaEvent;
    using Host = Bridging::MacVlanPair;
+   using Row = HobaSim::HostRow;
    // What a source address led to.
-   enum Learning { learnt, moved, known, group, zero, full };
+   enum Learning { learnt, moved, known, full, off, elsewhere, bound, group, zero };
    enum Header { sound, runt, reservedVlan };
 
    StationsObserver( Switch & simulated, Observers & observers );
@@ -25,8 +27,8 @@ class StationsObserver : public Observer {
    // One that was let in came from that station, on a port or LAG: whether the chip has a port in a LAG
    // is found here. What the chip reports of it is applied when the clock runs.
    Learning learn( Pelt::IntfId intf, Pelt::EthAddr source, Bridging::VlanId vlan );
-   // Behind which interface the chip has the station; the empty id for none.
-   Pelt::IntfId hostIntf( Host station ) const;
+   // What the chip has of the station for a frame.
+   std::optional< Row > entry( Host station ) const;
    // The LAG that the chip has the port in now, faults or not; else the port itself.
    Pelt::IntfId intfOf( Pelt::IntfId port ) const;
 
@@ -42,26 +44,44 @@ class StationsObserver : public Observer {
    unsigned weight() const override { return 14; }
    void prepare( Draw & draw, Steps & steps ) override;
    void propose( Draw & draw, Steps & steps ) override;
-   Steps heal() override;
-   bool hasFaults() const override;
-   bool mayFail( std::string_view step ) const override {
-      return step.starts_with( "MacUnit::reportHosts " );
-   }
    Verdict judge( Step const & step ) const override;
    void heard( Step const & step, Kiv::Datum const & answer ) override;
+   void follow() override { countTold(); }
+   void timeIs( Kiv::Seconds now ) override;
    void chipForgot() override;
+   void began( HobaAgent::RestartKind ) override;
+   std::uint64_t restartSwept() const override { return restartSwept_; }
    void check() override;
 
  private:
    using Entry = HobaTypes::MacAddressTableEntry;
 
    void proposeEvent( Draw & draw, Steps & steps ) const;
+   void proposeTold( Draw & draw, Steps & steps ) const;
    void proposeFault( Draw & draw, Steps & steps ) const;
    bool canLearn( Step const & step ) const;
    bool canAge( Step const & step ) const;
    bool canBeTold( Step const & step ) const;
+   std::optional< std::pair< Host, Row > > written( Step const & step ) const;
+   bool isTold( Step const & step ) const;
+   bool canTell( Step const & step ) const;
    bool hasRoomFor( Host station ) const;
    bool isThere( Pelt::IntfId intf ) const;
+   std::uint32_t numberOf( char const * count ) const;
+   bool isFlushed( Host station, Pelt::IntfId intf, std::uint32_t flushes ) const;
+   Pelt::IntfId reportedAt( Host station ) const;
+   void report( Event::HobaEventType type, Host station, Pelt::IntfId intf );
+   Learning seenElsewhere( Pelt::IntfId behind, Host station, Row const & row );
+   // The row was another one before.
+   void changed( Host station, std::optional< Row > const & before );
+   void forget( Host station, char const * why );
+   void forgetSeen( Host station, char const * why );
+   void dropFlushed( Host station );
+   void flushTurn();
+   void flush( Pelt::IntfId intf );
+   void settingChanged();
+   void sweepTurn();
+   void countTold();
    void learned( Step const & step, Kiv::Datum const & answer );
    void aged( Step const & step );
    void told( Step const & step );
@@ -71,7 +91,15 @@ class StationsObserver : public Observer {
    LagObserver const & lags_;
    EventsObserver & events_;
    // The chip's.
-   std::map< Host, Pelt::IntfId > hosts_;
+   std::map< Host, Row > hosts_;
+   std::map< Host, HobaSim::SeenRow > seen_;
+   std::map< HobaSim::MacScope, std::uint64_t > flushes_; // at work, by number
+   // Of ageing: half of the aging time, 0 for none; when that was set; sweeps since.
+   Kiv::String agingTime_;
+   Kiv::Seconds half_ = 0, halfFrom_ = 0;
+   std::uint64_t halves_ = 0;
+   // Rows that somebody told the chip, for which no machine asks.
+   std::uint64_t told_ = 0, restartSwept_ = 0;
    std::map< Kiv::String, std::uint64_t > counts_;
    std::uint64_t capacity_ = 131072;
    // The machines', which outlives them.
