@@ -22,10 +22,11 @@ constexpr MakeFeature featureMakers[] = {
       makeFeature< class EventsFeature >,
       makeFeature< class BridgingFeature >,
       makeFeature< class OverlayFeature >,
+      makeFeature< class NonAgingFeature >,
+      makeFeature< class MacFeature >,
       makeFeature< class ReportedStationsFeature >,
       makeFeature< class StationFilesFeature >,
       makeFeature< class ParityFeature >,
-      makeFeature< class NonAgingFeature >,
       makeFeature< class StormControlFeature >,
       makeFeature< class VerifyFeature >,
 };

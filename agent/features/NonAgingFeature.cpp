@@ -13,7 +13,9 @@ using Kiv::String;
 
 class NonAgingFeature : public Feature {
  public:
-   explicit NonAgingFeature( Board & board ) : Feature( board, "non-aging stations" ) {}
+   explicit NonAgingFeature( Board & board ) : Feature( board, "non-aging stations" ) {
+      board.offer( status_ );
+   }
 
    void mounts() override { mount( "/hoba/nonAging/status", status_, Tessera::Access::status ); }
    void commands( Commands & commands ) override {

@@ -23,7 +23,7 @@ class OverlayFeature : public Feature {
    void start() override;
 
  private:
-   void attachEvpnMacTable();
+   void attachTables();
 
    Kiv::Ptr< Vxlan::VxlanConfigDir > const vxlanConfigDir_ =
          Kiv::make< Vxlan::VxlanConfigDir >( "config" );
@@ -80,7 +80,7 @@ OverlayFeature::mounts() {
 
 void
 OverlayFeature::start() {
-   attachEvpnMacTable();
+   attachTables();
    feeder_.is( Feeders::OverlayFeeder::OverlayFeederIs(
          context(),
          Feeders::OverlayFeeder::Inputs{ .config = board().feederConfig,
@@ -93,19 +93,23 @@ OverlayFeature::start() {
    feeder_->initializedIs( true );
 }
 
-// With a chip memory the overlay's stations are in shared memory, too, under its name: two agents do not
-// write one table. The chip's capacity is known when it has been described.
+// With a chip memory the overlay's stations, and those that are programmed, are in shared memory, too, under
+// its name: two agents do not write one table. How many there may be is known when the chip has been
+// described. What a killed agent had programmed the machine says anew.
 void
-OverlayFeature::attachEvpnMacTable() {
-   auto & control = evpnMacTable_->remoteMacControl();
-   if( control.mounted() ) {
-      return;
-   }
+OverlayFeature::attachTables() {
    auto const & memory = board().chip->memoryName();
-   control.attachWriter( memory.empty() ? "evpnMac" : memory + ".evpnMac",
-                         { .rows = board().chip->mac()->hostTable()->capacity(),
-                           .privateMemory = memory.empty(),
-                           .replace = true } );
+   for( auto const & table : { evpnMacTable_, remoteMacInfo_->remoteHost() } ) {
+      auto & control = table->remoteMacControl();
+      if( control.mounted() ) {
+         continue;
+      }
+      control.attachWriter( memory.empty() ? table->name() : memory + '.' + table->name(),
+                            { .rows = board().chip->mac()->maxRemoteMacs(),
+                              .privateMemory = memory.empty(),
+                              .replace = true } );
+      table->remoteMacDelAll();
+   }
 }
 
 // ---- Imported configurations

@@ -88,7 +88,9 @@ StationFilesFeature::portsFor( Import::MacTable const & file, Request const & re
 void
 StationFilesFeature::learn( Import::MacRow const & row, Pelt::IntfId port,
                             Import::MacTable & file ) {
-   switch( auto const learning = board().chip->mac()->learn( port, row.addr, row.vlan ) ) {
+   auto & chip = *board().chip->mac();
+   chip.frameCame( HobaSim::frameSound );
+   switch( auto const learning = chip.learn( port, row.addr, row.vlan ) ) {
    case HobaSim::learnNew:
       ++outcomes_[ "learnt" ];
       break;

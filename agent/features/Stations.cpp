@@ -54,9 +54,39 @@ BoundedLook::text( std::string_view what, std::size_t of ) const {
 
 String
 agoText( Kiv::Seconds time ) {
+   if( time == 0 ) {
+      return "never";
+   }
    char text[ 40 ];
    std::snprintf( text, sizeof text, "%.0f s ago", Kiv::ClockDriver::ambient().now() - time );
    return text;
+}
+
+String
+macTypeText( Bridging::EntryType type ) {
+   if( type == Bridging::peerLearnedRemoteMac ) {
+      return "peer dynamic remote";
+   }
+   auto words = spelled( Kiv::toText( type ), "entryType" );
+   if( words.ends_with( " mac" ) ) {
+      words.erase( words.size() - 4 );
+   }
+   return words;
+}
+
+Bridging::EntryType
+macTypeOf( String const & text ) {
+   String expected;
+   for( auto const & [ name, value ] : kivEnumNames( Bridging::EntryType{} ).all() ) {
+      auto const type = static_cast< Bridging::EntryType >( value );
+      auto word = macTypeText( type );
+      std::replace( word.begin(), word.end(), ' ', '-' );
+      if( word == text || name == text ) {
+         return type;
+      }
+      expected += ( expected.empty() ? "one of " : ", " ) + word;
+   }
+   Kiv::parseFailed( text, expected );
 }
 
 } // namespace HobaAgent

@@ -75,19 +75,20 @@ class BoundedLook {
    bool stopped_ = false;
 };
 
-// "5 s ago"
+// "5 s ago"; "never" for 0
 Kiv::String agoText( Kiv::Seconds time );
+
+// "learned dynamic" of learnedDynamicMac.
+Kiv::String macTypeText( Bridging::EntryType type );
+// Reads that, with a hyphen for each space, and the enumerator. Throws Kiv::ParseError that lists all.
+Bridging::EntryType macTypeOf( Kiv::String const & text );
 
 // The cell of the column "Type": people read "learned dynamic" where programs read
 // learnedDynamicMac.
 inline Kiv::Datum
 typeCell( TableAnswer & table, Bridging::EntryType type ) {
    auto const name = Kiv::toText( type );
-   auto words = spelled( name, "entryType" );
-   if( words.ends_with( " mac" ) ) {
-      words.erase( words.size() - 4 );
-   }
-   table.words( "Type", name, words );
+   table.words( "Type", name, macTypeText( type ) );
    return name;
 }
 

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "Bridging/Fdb.h"
 #include "agent/features/Feature.h"
 #include "agent/features/Words.h"
 #include "agent/feeders/VlanFeeder.h"
 #include "agent/import/AdminStatus.h"
 #include "chips/sim/SimChip.h"
-
-#include <map>
 
 // VLANs: which there are, and who carries them.
 
@@ -22,7 +21,7 @@ using Kiv::toText;
 
 class VlanFeature : public Feature {
  public:
-   explicit VlanFeature( Board & board ) : Feature( board, "VLANs" ) {}
+   explicit VlanFeature( Board & board ) : Feature( board, "VLANs" ) { board.offer( membership_ ); }
 
    void mounts() override {
       mount( "/hoba/portVlanMembership", membership_, Tessera::Access::status );
@@ -91,12 +90,10 @@ VlanFeature::show( Request const & request ) const {
    if( intf && !context()->intfHas( intf ) && !context()->lagToPortConfigHas( intf ) ) {
       throw Kiv::ParseError( toText( intf ) + " is not a port or LAG of this switch" );
    }
-   std::map< std::uint16_t, std::size_t > stations;
-   if( auto const macTable = board().find< HobaTypes::MacTable >() ) {
-      for( auto const & [ host, entry ] : macTable->macEntry() ) {
-         ++stations[ host.vlanId().value() ];
-      }
-   }
+   auto const stations = [ bridging = board().find< Bridging::Status >() ]( VlanId vlan ) {
+      auto const database = bridging ? bridging->fdbStatus( vlan ) : nullptr;
+      return database ? database->learnedHost().size() : 0;
+   };
    TableAnswer table( { "VLAN", "State", "Stations", "Untagged", "Tagged" } );
    for( auto const vlan : sortedKeys( context()->vlanStatus() ) ) {
       auto const status = context()->vlanStatus( vlan );
@@ -109,8 +106,8 @@ VlanFeature::show( Request const & request ) const {
          bool const isTagged = membership_->intf( each ).tagging( vlan ) == Hoba::vlanTagged;
          ( isTagged ? tagged : untagged ).push_back( each );
       }
-      table.row( { vlan.value(), status->active() ? "active" : "not active",
-                   stations[ vlan.value() ], listText( untagged ), listText( tagged ) } );
+      table.row( { vlan.value(), status->active() ? "active" : "not active", stations( vlan ),
+                   listText( untagged ), listText( tagged ) } );
    }
    if( !only.value() ) {
       table.count( "VLAN" );
