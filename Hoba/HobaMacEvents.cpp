@@ -544,8 +544,9 @@ MacAddrSm::verifyBegin() {
       }
    }
    verified_ = compared;
-   verify->updateCliVerifyOutput( "mac addresses compared", Kiv::toText( compared ) + " of " +
-                                                                  Kiv::toText( fdb_.size() ) );
+   verify->updateCliVerifyOutput( "mac addresses, " + Kiv::toText( compared ) + " of " +
+                                        Kiv::toText( fdb_.size() ) + " compared",
+                                  "ok" );
    auto const mismatch = helper_->verifyNumRemoteHost( static_cast< std::uint32_t >( fdb_.remotes() ) );
    if( !mismatch.empty() ) {
       verify->updateCliVerifyOutput( "remote MACs", mismatch );

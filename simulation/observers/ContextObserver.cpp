@@ -58,6 +58,28 @@ constexpr std::string_view observed[] = {
       "/sim/chip/mac/setting",
       "/sim/chip/mac/flush",
       "/sim/chip/mac/count",
+      "/sim/chip/mac/maxRemoteMacs",
+      // who says where stations are, and where they are
+      "/bridging/config",
+      "/bridging/vlanConfig",
+      "/bridging/switchIntfConfig",
+      "/bridging/status",
+      "/bridging/dynHostStatus",
+      "/bridging/flush",
+      "/interface/config",
+      "/mlag",
+      "/l2rib",
+      "/vxlan",
+      "/dot1x",
+      "/fsf",
+      "/hoba/routerMac",
+      "/hoba/evpnMac",
+      "/hoba/objTupleToHwId",
+      "/hoba/swTunnelGroupIdMap",
+      "/hoba/common/mlagPeerLinkPort",
+      "/hoba/common/mlagIntfPort",
+      "/hoba/machines/mac",
+      "/hoba/machines/overlayFeeder",
       // frames
       "/sim/chip/path/count",
       "/sim/chip/path/drop",
@@ -92,8 +114,6 @@ constexpr std::pair< std::string_view, std::string_view > constants[] = {
       { "/hoba/common/unusedIntf", "{}" },
       { "/hoba/common/multiEncapIntf", "[]" },
       { "/hoba/common/intfEncapServiceIntf", "" },
-      { "/hoba/common/mlagPeerLinkPort", "{}" },
-      { "/hoba/common/mlagIntfPort", "{}" },
       { "/hoba/common/lagToFeatureSet", "{}" },
       { "/hoba/common/keepStaticMacOnDisabledIntf", "false" },
       { "/hoba/common/enforceVlanMembershipForStaticMac", "false" },
@@ -126,7 +146,6 @@ constexpr std::pair< std::string_view, std::string_view > constants[] = {
       { "/hoba/machines/portFeeder", "{\"initialized\": true}" },
       { "/hoba/machines/nonAgingFeeder", "{\"initialized\": true}" },
       { "/sim/chip/events/reporting", "true" },
-      { "/sim/chip/mac/maxRemoteMacs", "16384" },
       { "/sim/chip/mac/reportingAll", "false" },
       { "/sim/chip/capture",
         "{\"file\": \"\", \"port\": \"\", \"speed\": 0, \"frames\": 0, \"running\": false, "
@@ -144,7 +163,7 @@ constexpr std::pair< std::string_view, bool > tables[] = {
       { "events/link", false },
       { "events/autoneg", false },
       { "trunk/lag", true },
-      { "mac/host", false },
+      { "mac/host", true },
       { "mac/seen", false },
       { "mac/intfLearning", true },
       { "mac/vlanLearning", true },
@@ -163,8 +182,8 @@ constexpr std::pair< std::string_view, bool > tables[] = {
 
 constexpr std::string_view shows[] = {
       "show interfaces", "show lag",           "show vlan",
-      "show mac",        "show mac non-aging", "show events",
-      "show parity",     "show storm-control", "show storm-control-traffic-classes",
+      "show mac",        "show mac non-aging", "show mac reported", "show mac pending",
+      "show mac moves", "show mac flush", "show events", "show parity",     "show storm-control", "show storm-control-traffic-classes",
       "show restarts" };
 
 std::uint64_t
@@ -240,7 +259,7 @@ ContextObserver::judge( Step const & step ) const {
       return notMine;
    }
    auto const text = step.text();
-   constexpr std::string_view ofChip[] = { "show mac", "show storm-control-traffic-classes",
+   constexpr std::string_view ofChip[] = { "show mac reported", "show storm-control-traffic-classes",
                                            "show restarts" };
    if( !simulated().isRunning() ) {
       return std::ranges::find( ofChip, text ) != std::end( ofChip ) ? accepts : refuses;
