@@ -7,9 +7,15 @@
 // The contract of the table:
 // - It holds at most one entry for a station, whoever made it: the hardware itself, which learns, or
 //   software. A learn never changes what software wrote; when the hardware sees a station elsewhere of which
-//   software wrote a dynamic entry it reports the learn all the same, and does not when it is a static one.
+//   software wrote a dynamic entry it reports the learn all the same, once for each place, and does not when
+//   it is a static one.
 // - Whatever leaves the entries that the hardware learnt (aged, flushed, written over or removed by
-//   software) is reported as aged, and software is not told of what it wrote itself.
+//   software) is reported as aged, and so is where it saw a station that software has elsewhere, when that
+//   ages or the entry goes. Software is not told of what it wrote itself, but when an entry that ages has
+//   aged or was flushed.
+// - A write of what the hardware has learnt already, the same in all that software can write, leaves the
+//   entry the hardware's: it is not reported as aged, and moves with its station.
+// - A flush counts at once for who writes or asks; the reports of a large one come in slices.
 // - An operation may throw; nothing has changed then. Writes of what the hardware holds already change
 //   nothing and cost little: nobody above keeps a copy of the table to avoid them.
 

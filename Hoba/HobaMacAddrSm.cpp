@@ -22,7 +22,7 @@ MacAddrSm::MacAddrSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
                       MacAddrInputs const & inputs )
       : HobaVerifiedSm( commonSmData ), in_( inputs ), helper_( helper ),
         sources_( in_, this->commonSmData(), fsfFailedServer(), manageStaticMulticast() ),
-        fdb_( in_ ), learning_( *this ), flush_( *this ) {
+        fdb_( in_ ), learning_( *this ), flush_( *this ), verify_( *this ) {
    HOBA_INVARIANT( helper, "MAC addresses are a matter of the hardware" );
    HOBA_INVARIANT( inputs.bridgingStatus, "stations are listed in a status" );
    macTableIs( in_.macTable );
@@ -62,13 +62,21 @@ MacAddrSm::MacAddrSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
 
 void
 MacAddrSm::kivDoZombieReactors( bool marked ) {
-   // The status stays for the next machine; stations behind an overlay whose agent does not restart too
-   // are the overlay's to tell again.
+   // The status stays for the next machine.
+   if( marked ) {
+      endWalks();
+   }
+   HobaVerifiedSm::kivDoZombieReactors( marked );
+}
+
+void
+MacAddrSm::endWalks() {
    walks_.clear();
    mlagWalks_.clear();
    mlagIntfWalks_.clear();
+   verify_.clear();
    flush_.clear();
-   HobaVerifiedSm::kivDoZombieReactors( marked );
+   firstPassWalked_ = false;
 }
 
 void
@@ -80,7 +88,7 @@ void
 MacAddrSm::handleInitialized() {
    ZTRACE( 3, "MacAddrSm", " handleIntialized: ", initialized() );
    if( !initialized() ) {
-      walks_.clear();
+      endWalks();
       reactorsUninitialize();
       return;
    }
@@ -161,14 +169,15 @@ MacAddrSm::walkSources() {
       add( in_.l2RibHostOutput, in_.l2RibHostOutput->host() );
    }
    if( in_.evpnMacTable ) {
-      in_.evpnMacTable->remoteMacForEach( [ & ]( Pair const & pair, auto const & ) { visit( pair ); } );
+      in_.evpnMacTable->remoteMacForEach(
+            [ & ]( Pair const & pair, auto const & ) { visit( pair ); } );
    }
    if( in_.bridgingConfig ) {
       for( auto const & [ vlanId, fdb ] : in_.bridgingConfig->fdbConfig() ) {
          walks_.add(
                fdb->configuredHost(),
-               [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); }, visit, {},
-               fdb );
+               [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); }, visit,
+               {}, fdb );
       }
    }
    if( in_.mlagHostTable ) {
@@ -200,18 +209,17 @@ MacAddrSm::walkSources() {
    for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
       walks_.add(
             database->learnedHost(),
-            [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); }, visit, {},
-            database );
+            [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); }, visit,
+            {}, database );
    }
    walks_.add( [ this ] { endFirstPass(); } );
 }
 
 void
 MacAddrSm::endFirstPass() {
-   if( !updateList().empty() ) {
-      updateMacEntryClock()->noLaterThan( now() );
-      walks_.add( [ this ] { endFirstPass(); } );
-      return;
+   firstPassWalked_ = !updateList().empty();
+   if( firstPassWalked_ ) {
+      return; // until all of it is done
    }
    inFirstPass_ = false;
    ZTRACE( 3, "MacAddrSm has looked at everything, ", fdb_.size(), " stations" );
@@ -319,33 +327,49 @@ struct Gathered {
 
 } // namespace
 
+// What stands before a station behind the overlay that is to be programmed.
+static MacObstacle
+remoteObstacle( MacAddrSm const & sm, MacEntry const & entry, MacNextHop const & hop ) {
+   if( !Bridging::isEntryTypeRemote( entry.entryType ) ) {
+      return macObstacleNone;
+   }
+   if( hop.obstacle ) {
+      return hop.obstacle;
+   }
+   bool const isNew = !sm.fdb().nextHop( entry.macEntry );
+   return isNew && sm.fdb().remotes() >= sm.helper()->getMaxRemoteMacs() ? macObstacleRemoteLimit
+                                                                         : macObstacleNone;
+}
+
 static void
 gather( MacAddrSm const & sm, Bridging::MacVlanPair pair, bool reportIsLost, Gathered & all,
-        std::vector< MacNoCandidate > * none = nullptr ) {
+        std::vector< MacNoCandidate > & none ) {
    auto const & sources = sm.sources();
-   sources.candidates( pair, all.candidates, none );
+   // What has lost is what was learnt: then there is nothing else in the table of reports.
+   auto const * record = reportIsLost ? nullptr : sources.record( pair );
+   sources.candidates( pair, record, all.candidates, &none );
    all.best = bestCandidate( all.candidates.all(), sources.groups() );
    all.current = sm.currentEntry( pair );
    auto & claims = all.claims;
-   claims.now = sm.now();
+   claims.now = all.best ? sm.now() : 0; // looking at the clock costs as much as all the rest
    claims.current = all.current ? &*all.current : nullptr;
    if( !reportIsLost ) {
-      all.reported = sources.reported( pair, all.learnedInHardware );
+      all.reported = sources.reported( pair, record, all.learnedInHardware );
    }
    if( all.reported ) {
       claims.reported = &*all.reported;
       claims.reportedObstacle = sources.reportedObstacle( *all.reported );
+      if( !claims.reportedObstacle && !all.learnedInHardware ) {
+         claims.reportedObstacle =
+               remoteObstacle( sm, *all.reported, sources.nextHop( *all.reported ) );
+      }
    }
    claims.configured = all.best;
    if( all.best && Bridging::isEntryTypeRemote( all.best->entry.entryType ) ) {
       all.hop = sources.nextHop( all.best->entry );
-      claims.configuredObstacle =
-            sources.hasVni( pair.vlanId() ) ? all.hop.obstacle : macObstacleNoVni;
-      bool const isNew = !sm.fdb().nextHop( pair );
-      if( !claims.configuredObstacle && isNew &&
-          sm.fdb().remotes() >= sm.helper()->getMaxRemoteMacs() ) {
-         claims.configuredObstacle = macObstacleRemoteLimit;
-      }
+      claims.configuredObstacle = sources.hasVni( pair.vlanId() )
+                                        ? remoteObstacle( sm, all.best->entry, all.hop )
+                                        : macObstacleNoVni;
    }
    claims.isNonAging = all.current && sources.isNonAgingMac( pair );
    claims.overlayRestarts = sources.overlayRestarts();
@@ -357,8 +381,8 @@ MacAddrSm::explain( Pair pair ) const {
    Gathered all;
    bool learnedInHardware = false;
    answer.reportedLost = lostReport_.has( pair );
-   gather( *this, pair, answer.reportedLost, all, &answer.none );
-   answer.reported = sources_.reported( pair, learnedInHardware );
+   gather( *this, pair, answer.reportedLost, all, answer.none );
+   answer.reported = sources_.reported( pair, sources_.record( pair ), learnedInHardware );
    answer.reportedObstacle = all.claims.reportedObstacle;
    answer.configuredObstacle = all.claims.configuredObstacle;
    std::size_t best = 0;
@@ -368,8 +392,9 @@ MacAddrSm::explain( Pair pair ) const {
       if( here == best ) {
          continue;
       }
-      auto const choice = betterEntry( &answer.candidates[ best ].candidate.entry,
-                                       &answer.candidates[ here ].candidate.entry, sources_.groups() );
+      auto const choice =
+            betterEntry( &answer.candidates[ best ].candidate.entry,
+                         &answer.candidates[ here ].candidate.entry, sources_.groups() );
       bool const wins = choice.winner == &answer.candidates[ here ].candidate.entry;
       answer.candidates[ wins ? best : here ].rule = choice.rule;
       answer.candidates[ wins ? here : best ].rule = choice.rule;
@@ -397,7 +422,8 @@ bool
 MacAddrSm::checkIgnoreEvent( Pair pair, MacClaims const & claims ) {
    auto const * reported = claims.reported;
    if( claims.agedInHardware && fsfFailedServerHas( pair ) ) {
-      ZTRACE( 5, "Ignoring event for mac entry ", pair, " Ignoring aging event for FSF entry ", pair );
+      ZTRACE( 5, "Ignoring event for mac entry ", pair, " Ignoring aging event for FSF entry ",
+              pair );
       return !claims.current || claims.current->intf == Pelt::CpuIntfId();
    }
    if( reported && claims.configured && !claims.configuredObstacle &&
@@ -469,16 +495,14 @@ MacAddrSm::detectRemoteLocalMove( MacEntry const * before, MacEntry const & afte
 }
 
 void
-MacAddrSm::noteWithheld( Pair pair, MacClaims const & claims, bool hasNone ) {
+MacAddrSm::noteWithheld( Pair pair, MacClaims const & claims,
+                         std::vector< MacNoCandidate > const & none ) {
    auto obstacle = claims.configured ? claims.configuredObstacle : macObstacleNone;
    if( obstacle == macObstacleNone && claims.reported ) {
       obstacle = claims.reportedObstacle;
    }
-   if( obstacle == macObstacleNone && hasNone ) {
-      MacCandidates found;
-      std::vector< MacNoCandidate > none;
-      sources_.candidates( pair, found, &none );
-      obstacle = none.empty() ? macObstacleNone : none.front().obstacle;
+   if( obstacle == macObstacleNone && !none.empty() ) {
+      obstacle = none.front().obstacle;
    }
    if( obstacle == macObstacleNone ) {
       withheldDel( pair );
@@ -499,7 +523,7 @@ MacAddrSm::evaluateEntry( Pair pair, bool learnedInHardware, bool agedInHardware
    Kiv::Dispatch::Frame frame;
    Gathered all;
    std::vector< MacNoCandidate > none;
-   gather( *this, pair, !lostReport_.empty() && lostReport_.has( pair ), all, &none );
+   gather( *this, pair, !lostReport_.empty() && lostReport_.has( pair ), all, none );
    auto & claims = all.claims;
    claims.learnedInHardware = learnedInHardware;
    claims.agedInHardware = agedInHardware;
@@ -515,8 +539,9 @@ MacAddrSm::evaluateEntry( Pair pair, bool learnedInHardware, bool agedInHardware
    if( all.best || !rib_.empty() ) {
       rib_.hostIs( pair, all.best ? all.best->entry.l2RibObjTuple : L2Rib::ObjTuple() );
    }
-   if( claims.configuredObstacle || claims.reportedObstacle || !none.empty() || !withheld().empty() ) {
-      noteWithheld( pair, claims, !none.empty() );
+   if( claims.configuredObstacle || claims.reportedObstacle || !none.empty() ||
+       !withheld().empty() ) {
+      noteWithheld( pair, claims, none );
    }
    if( checkIgnoreEvent( pair, claims ) ) {
       return;
@@ -542,7 +567,8 @@ MacAddrSm::decided( MacVerdict const & verdict, MacClaims const & claims, bool h
    auto const & entry = verdict.entry;
    auto const pair = entry.macEntry;
    if( verdict.action == invalidAction ) {
-      ZTRACE( 6, " Final action: ignore - MAC entry: ", entry, ' ', macReasonText( verdict.reason ) );
+      ZTRACE( 6, " Final action: ignore - MAC entry: ", entry, ' ',
+              macReasonText( verdict.reason ) );
       bool const keepsWhatAged =
             verdict.reason == macReasonNonAging && claims.agedInHardware && claims.current;
       bool const isTold = inFirstPass_ && claims.current && !queued( pair ) &&
@@ -558,32 +584,41 @@ MacAddrSm::decided( MacVerdict const & verdict, MacClaims const & claims, bool h
    }
    ZTRACE( 6, " Final action: ", verdict.action, " - MAC Entry: ", entry, ' ',
            macReasonText( verdict.reason ) );
-   auto change = changeTo( entry, verdict.action );
    auto const from = claims.current ? claims.current->intf : Pelt::IntfId();
-   bool const isOne = isAdd( verdict.action );
-   indexIs( pair, from, isOne ? entry.intf : Pelt::IntfId() );
-   auto const * queuedEntry = queued( pair );
-   if( isOne ) {
-      detectRemoteLocalMove( queuedEntry ? nullptr : claims.current, entry, 1, change );
-      change.doneByHardware = !queuedEntry && !needsHardware( entry, hardwareHolds );
-   } else {
-      // What has aged, or is ignored, the hardware has forgotten, or is not to forget.
-      bool const wasLearnt = claims.current && isMacEntryLearned( claims.current->entryType );
-      change.action = removeFromFdbStatusAndHardware;
-      change.doneByHardware = !queuedEntry && wasLearnt && !fdb_.isRemote( pair ) &&
-                              ( claims.agedInHardware || verdict.action == ignoreLearnt );
-      if( !claims.current ) {
-         return; // it is ignored, and nobody has it
+   indexIs( pair, from, isAdd( verdict.action ) ? entry.intf : Pelt::IntfId() );
+   isAdd( verdict.action ) ? decidedAdd( verdict, claims, hardwareHolds )
+                           : decidedRemoval( verdict, claims );
+}
+
+void
+MacAddrSm::decidedAdd( MacVerdict const & verdict, MacClaims const & claims, bool hardwareHolds ) {
+   auto const & entry = verdict.entry;
+   auto const * queuedEntry = queued( entry.macEntry );
+   if( !queuedEntry && !needsHardware( entry, hardwareHolds ) ) {
+      if( Bridging::isEntryTypeRemote( entry.entryType ) ) {
+         fdb_.remoteIs( entry, sources_.nextHop( entry ), true );
       }
+      return inForce( entry );
    }
-   if( !change.doneByHardware ) {
-      return addToUpdateList( change );
+   auto change = changeTo( entry, verdict.action );
+   detectRemoteLocalMove( queuedEntry ? nullptr : claims.current, entry, 1, change );
+   addToUpdateList( change );
+}
+
+// What has aged, or is ignored, the hardware has forgotten, or is not to forget.
+void
+MacAddrSm::decidedRemoval( MacVerdict const & verdict, MacClaims const & claims ) {
+   auto const pair = verdict.entry.macEntry;
+   if( !claims.current ) {
+      return; // it is ignored, and nobody has it
    }
-   if( isOne ) {
-      inForce( entry );
-   } else {
-      outOfForce( pair );
+   bool const isHardwares =
+         isMacEntryLearned( claims.current->entryType ) && !fdb_.isRemote( pair );
+   if( !queued( pair ) && isHardwares &&
+       ( claims.agedInHardware || verdict.action == ignoreLearnt ) ) {
+      return outOfForce( pair );
    }
+   addToUpdateList( changeTo( *claims.current, removeFromFdbStatusAndHardware ) );
 }
 
 bool
@@ -592,15 +627,17 @@ MacAddrSm::needsHardware( MacEntry const & entry, bool hardwareHolds ) const {
       return true;
    }
    auto const * former = fdb_.find( entry.macEntry );
-   return ( former && !isMacEntryLearned( former->entryType ) ) ||
-          sources_.isNonAgingMac( entry.macEntry );
+   // What software wrote stands there, whatever the hardware sees.
+   bool const wasWritten = former && ( !isMacEntryLearned( former->entryType ) ||
+                                       Bridging::isEntryTypeRemote( former->entryType ) );
+   return wasWritten || sources_.isNonAgingMac( entry.macEntry );
 }
 
 bool
 MacAddrSm::skipHwProgInHitlessRestartMode( MacEntry const & entry ) const {
-   bool const isHardwares =
-         isMacEntryLearned( entry.entryType ) && !Bridging::isEntryTypeRemote( entry.entryType ) &&
-         !sources_.isNonAgingMac( entry.macEntry );
+   bool const isHardwares = isMacEntryLearned( entry.entryType ) &&
+                            !Bridging::isEntryTypeRemote( entry.entryType ) &&
+                            !sources_.isNonAgingMac( entry.macEntry );
    if( isHardwares ) {
       ZTRACE( 8, entry.macEntry, " in hitless restart mode" );
    }
@@ -611,8 +648,9 @@ MacAddrSm::skipHwProgInHitlessRestartMode( MacEntry const & entry ) const {
 bool
 MacAddrSm::maybeUpdateMoveCount( MacEntry const & entry, MacEntry const * current ) {
    auto const type = entry.entryType;
-   if( Bridging::isEntryTypeConfigured( type ) || !( Bridging::isEntryTypeProgrammedDynamic( type ) ||
-                                                     Bridging::isEntryTypeController( type ) ) ) {
+   if( Bridging::isEntryTypeConfigured( type ) ||
+       !( Bridging::isEntryTypeProgrammedDynamic( type ) ||
+          Bridging::isEntryTypeController( type ) ) ) {
       return false;
    }
    auto same = entry;
@@ -665,7 +703,8 @@ MacAddrSm::indexIs( Pair pair, Pelt::IntfId from, Pelt::IntfId to ) {
 void
 MacAddrSm::addToUpdateList( ModifyMacEntry const & given ) {
    auto change = given;
-   if( auto const * former = refusedList().empty() ? nullptr : refusedList().find( given.macEntry ) ) {
+   if( auto const * former =
+             refusedList().empty() ? nullptr : refusedList().find( given.macEntry ) ) {
       change.fullLogged = former->fullLogged;
       refusedListDel( given.macEntry );
    }
@@ -678,9 +717,11 @@ MacAddrSm::addToUpdateList( ModifyMacEntry const & given ) {
          detectRemoteLocalMove( &formerEntry, change.entry(), 2, change );
       }
    }
-   change.since = now();
+   if( updateMacEntryClock()->timeMin() == Kiv::never ) {
+      updateMacEntryClock()->timeMinIs( now() );
+   }
+   change.since = updateMacEntryClock()->timeMin();
    updateListIs( change );
-   updateMacEntryClock()->noLaterThan( now() );
 }
 
 // ---- For its parts
@@ -718,7 +759,10 @@ MacAddrSm::wakeWalks() {
 
 void
 MacAddrSm::handleWalks() {
-   walks_.run( *this, *walkClock(), macTableReviewQuanta() );
+   if( isReady() ) {
+      walks_.run( *this, *walkClock(), macTableReviewQuanta() );
+      verify_.goOn();
+   }
 }
 
 } // namespace Hoba

@@ -15,6 +15,7 @@
 //    HobaMacRib.h           which stations hang on which objects of the RIB
 //    HobaMacFlush.h         requests to forget stations
 //    HobaMacLearning.h      where stations are learnt at all
+//    HobaMacVerify.h        comparing with the hardware
 //    HobaMacWalks.h         walks over many stations
 // and this file, which hears of what happens, has the station evaluated, and what was decided done.
 //
@@ -44,6 +45,7 @@
 #include "Hoba/HobaMacLearning.h"
 #include "Hoba/HobaMacRib.h"
 #include "Hoba/HobaMacSources.h"
+#include "Hoba/HobaMacVerify.h"
 #include "Hoba/HobaMacWalks.h"
 #include "Hoba/HobaVerifiedSm.h"
 
@@ -72,8 +74,6 @@ struct ModifyMacEntry {
    // It was logged that there is no room.
    KIV_FIELD( bool, fullLogged, false );
    KIV_FIELD( Bridging::DropMode, dropMode, Bridging::dropModeNone );
-   // The hardware has done it by itself: the status alone changes.
-   KIV_FIELD( bool, doneByHardware, false );
    // What the hardware said last, and since when it waits.
    KIV_FIELD( MacProgramStatus, refusal, macProgramSuccess );
    KIV_FIELD( Kiv::Seconds, since, 0 );
@@ -178,7 +178,7 @@ class MacAddrSm : public HobaVerifiedSm {
    static constexpr Kiv::Seconds retryDelay = 1;
 
    void handleInitialized() override;
-   void handleVerify() override;
+   void handleVerify() override { verify_.handleVerify(); }
    void kivDoZombieReactors( bool marked ) override;
    // Called once, when firstPassDone is true.
    void whenFirstPassIsDone( std::function< void() > call );
@@ -210,6 +210,9 @@ class MacAddrSm : public HobaVerifiedSm {
    MacAddrInputs const & inputs() const { return in_; }
    Kiv::Seconds now() const { return walkClock()->now(); }
    bool isReady() const { return initialized() && !kivMarkedForDeletion(); }
+   bool inFirstPass() const { return inFirstPass_; }
+   // How the hardware's entry differs from it; empty if it does not.
+   Kiv::String verifyHost( MacEntry const & entry ) const;
 
  protected:
    // Programs `helper`; does so with what `inputs` has. Its clocks are its own, on the ambient driver. Throws
@@ -270,7 +273,7 @@ class MacAddrSm : public HobaVerifiedSm {
    void handleFlushRequestInputDir( Kiv::String const & agent );
    void handleFlushReqTimer() { flush_.handleFlushReqTimer(); }
    void handleParityEvent( ParityEvent::Key const & key );
-   void handleReverify();
+   void handleReverify() { verify_.handleVerify(); }
    void handleWalks();
 
    // ---- The first pass
@@ -278,6 +281,7 @@ class MacAddrSm : public HobaVerifiedSm {
    void walkSources();
    void endFirstPass();
    void adoptFailedServers();
+   void endWalks();
 
    // ---- Decide
    bool checkIgnoreEvent( Pair pair, MacClaims const & claims );
@@ -285,8 +289,11 @@ class MacAddrSm : public HobaVerifiedSm {
                                ModifyMacEntry & change ) const;
    bool collidingStaticEntryWithRouterMacEntry( MacCandidates const & candidates ) const;
    void traceMoves( MacVerdict const & verdict ) const;
-   void noteWithheld( Pair pair, MacClaims const & claims, bool hasNone );
+   void noteWithheld( Pair pair, MacClaims const & claims,
+                      std::vector< MacNoCandidate > const & none );
    void decided( MacVerdict const & verdict, MacClaims const & claims, bool hardwareHolds );
+   void decidedAdd( MacVerdict const & verdict, MacClaims const & claims, bool hardwareHolds );
+   void decidedRemoval( MacVerdict const & verdict, MacClaims const & claims );
    void addToUpdateList( ModifyMacEntry const & change );
    ModifyMacEntry const * queued( Pair pair ) const;
    static ModifyMacEntry changeTo( MacEntry const & entry, EntryEvaluationAction action );
@@ -320,13 +327,11 @@ class MacAddrSm : public HobaVerifiedSm {
    void evaluateWithheld( std::function< bool( Pair, MacWithheld const & ) > which );
    void evaluateObject( L2Rib::ObjTuple tuple );
 
-   // ---- Verification
-   void verifyEntry( Pair pair );
-   void verifyBegin();
-
-   class KivMacTable : public Kiv::Hears< MacAddrSm, HobaTypes::MacTable const,
-                                          Kiv::WhenReady< HobaTypes::MacTable::macEntryAttr,
-                                                          &MacAddrSm::handleMacEntry > > {};
+   class KivMacTable
+         : public Kiv::Hears<
+                 MacAddrSm, HobaTypes::MacTable const,
+                 Kiv::WhenReady< HobaTypes::MacTable::macEntryAttr, &MacAddrSm::handleMacEntry > > {
+   };
    class KivFdbConfig : public Kiv::Reactor< KivFdbConfig, Bridging::FdbConfig const, MacAddrSm,
                                              Bridging::VlanId > {
       void handleConfiguredHost( Pelt::EthAddr const & addr ) {
@@ -352,23 +357,22 @@ class MacAddrSm : public HobaVerifiedSm {
                  Kiv::WhenReady< Bridging::Config::fdbConfigAttr, &MacAddrSm::handleFdbConfig > > {
    };
    class KivBridgingStatus : public Kiv::Hears< MacAddrSm, Bridging::Status const > {};
-   class KivConfig : public Kiv::Hears< MacAddrSm, Bridging::SwitchIntfConfig const, Pelt::IntfId,
-                                        Kiv::WhenReady< Bridging::SwitchIntfConfig::enableLearningAttr,
-                                                        &MacAddrSm::handleEnableLearning > > {};
+   class KivConfig
+         : public Kiv::Hears< MacAddrSm, Bridging::SwitchIntfConfig const, Pelt::IntfId,
+                              Kiv::WhenReady< Bridging::SwitchIntfConfig::enableLearningAttr,
+                                              &MacAddrSm::handleEnableLearning > > {};
    KIV_REACTORS( Pelt::IntfId, KivConfig, switchIntf );
    class KivConfigDir
-         : public Kiv::Hears<
-                 MacAddrSm, Bridging::SwitchIntfConfigDir const,
-                 Kiv::Follow< Bridging::SwitchIntfConfigDir::switchIntfConfigAttr,
-                              &MacAddrSm::switchIntf_ >,
-                 Kiv::WhenReady< Bridging::SwitchIntfConfigDir::switchIntfConfigAttr,
-                                 &MacAddrSm::handleEnableLearning > > {};
-   class KivVlanConfig
-         : public Kiv::Hears< MacAddrSm, Bridging::VlanConfig const, Bridging::VlanId,
-                              Kiv::WhenReady< Bridging::VlanConfig::macLearningAttr,
-                                              &MacAddrSm::handleVlanMacLearning >,
-                              Kiv::WhenReady< Bridging::VlanConfig::primaryVlanAttr,
-                                              &MacAddrSm::handlePrimaryVlan > > {};
+         : public Kiv::Hears< MacAddrSm, Bridging::SwitchIntfConfigDir const,
+                              Kiv::Follow< Bridging::SwitchIntfConfigDir::switchIntfConfigAttr,
+                                           &MacAddrSm::switchIntf_ >,
+                              Kiv::WhenReady< Bridging::SwitchIntfConfigDir::switchIntfConfigAttr,
+                                              &MacAddrSm::handleEnableLearning > > {};
+   class KivVlanConfig : public Kiv::Hears< MacAddrSm, Bridging::VlanConfig const, Bridging::VlanId,
+                                            Kiv::WhenReady< Bridging::VlanConfig::macLearningAttr,
+                                                            &MacAddrSm::handleVlanMacLearning >,
+                                            Kiv::WhenReady< Bridging::VlanConfig::primaryVlanAttr,
+                                                            &MacAddrSm::handlePrimaryVlan > > {};
    KIV_REACTORS( Bridging::VlanId, KivVlanConfig, vlanConfig );
    class KivVlanConfigDir
          : public Kiv::Hears<
@@ -382,26 +386,24 @@ class MacAddrSm : public HobaVerifiedSm {
                                               &MacAddrSm::handleEnableStateLocal > > {};
    KIV_REACTORS( Pelt::IntfId, KivEthConfig, ethConfig );
    class KivEthPhyIntfConfigDir
-         : public Kiv::Hears<
-                 MacAddrSm, Interface::EthPhyIntfConfigDir const,
-                 Kiv::Follow< Interface::EthPhyIntfConfigDir::ethPhyIntfConfigAttr,
-                              &MacAddrSm::ethConfig_ >,
-                 Kiv::WhenReady< Interface::EthPhyIntfConfigDir::ethPhyIntfConfigAttr,
-                                 &MacAddrSm::handleIntfChange > > {};
+         : public Kiv::Hears< MacAddrSm, Interface::EthPhyIntfConfigDir const,
+                              Kiv::Follow< Interface::EthPhyIntfConfigDir::ethPhyIntfConfigAttr,
+                                           &MacAddrSm::ethConfig_ >,
+                              Kiv::WhenReady< Interface::EthPhyIntfConfigDir::ethPhyIntfConfigAttr,
+                                              &MacAddrSm::handleIntfChange > > {};
    class KivEthStatus
          : public Kiv::Hears< MacAddrSm, Interface::EthPhyIntfStatus const, Pelt::IntfId,
                               Kiv::WhenReady< Interface::EthPhyIntfStatus::linkStatusAttr,
                                               &MacAddrSm::handleLinkState > > {};
    KIV_REACTORS( Pelt::IntfId, KivEthStatus, ethStatus );
    class KivEthPhyIntfStatusDir
-         : public Kiv::Hears<
-                 MacAddrSm, Interface::AllEthPhyIntfStatusDir const,
-                 Kiv::Follow< Interface::AllEthPhyIntfStatusDir::ethPhyIntfStatusAttr,
-                              &MacAddrSm::ethStatus_ > > {};
+         : public Kiv::Hears< MacAddrSm, Interface::AllEthPhyIntfStatusDir const,
+                              Kiv::Follow< Interface::AllEthPhyIntfStatusDir::ethPhyIntfStatusAttr,
+                                           &MacAddrSm::ethStatus_ > > {};
    class KivPortVlanMembership
-         : public Kiv::Hears< MacAddrSm, PortVlanMembership const,
-                              Kiv::WhenReady< PortVlanMembership::intfAttr,
-                                              &MacAddrSm::handleVlanChange > > {};
+         : public Kiv::Hears<
+                 MacAddrSm, PortVlanMembership const,
+                 Kiv::WhenReady< PortVlanMembership::intfAttr, &MacAddrSm::handleVlanChange > > {};
    class KivMlagStatus
          : public Kiv::Hears<
                  MacAddrSm, Mlag::Status const,
@@ -411,23 +413,26 @@ class MacAddrSm : public HobaVerifiedSm {
                                  &MacAddrSm::handleFastMacRedirection >,
                  Kiv::WhenReady< Mlag::Status::mlagIntfAttr, &MacAddrSm::handleMlagIntfStatus > > {
    };
-   class KivMlagHostTable : public Kiv::Hears< MacAddrSm, Mlag::HostTable const,
-                                               Kiv::WhenReady< Mlag::HostTable::hostEntryAttr,
-                                                               &MacAddrSm::handleMlagHostTableEntry > > {
-   };
-   class KivL2RibOutput : public Kiv::Hears< MacAddrSm, L2Rib::HostOutput const,
-                                             Kiv::WhenReady< L2Rib::HostOutput::hostAttr,
-                                                             &MacAddrSm::handleL2RibHost > > {};
-   class KivDestOutput : public Kiv::Hears< MacAddrSm, L2Rib::DestOutput const,
-                                            Kiv::WhenReady< L2Rib::DestOutput::destAttr,
-                                                            &MacAddrSm::handleL2RibDest > > {};
+   class KivMlagHostTable
+         : public Kiv::Hears< MacAddrSm, Mlag::HostTable const,
+                              Kiv::WhenReady< Mlag::HostTable::hostEntryAttr,
+                                              &MacAddrSm::handleMlagHostTableEntry > > {};
+   class KivL2RibOutput
+         : public Kiv::Hears<
+                 MacAddrSm, L2Rib::HostOutput const,
+                 Kiv::WhenReady< L2Rib::HostOutput::hostAttr, &MacAddrSm::handleL2RibHost > > {};
+   class KivDestOutput
+         : public Kiv::Hears<
+                 MacAddrSm, L2Rib::DestOutput const,
+                 Kiv::WhenReady< L2Rib::DestOutput::destAttr, &MacAddrSm::handleL2RibDest > > {};
    class KivLbOutput : public Kiv::Hears< MacAddrSm, L2Rib::LoadBalanceOutput const,
                                           Kiv::WhenReady< L2Rib::LoadBalanceOutput::loadBalanceAttr,
                                                           &MacAddrSm::handleL2RibLb > > {};
    class KivObjTupleToHwId
-         : public Kiv::Hears< MacAddrSm, ObjTupleToHwId const,
-                              Kiv::WhenReady< ObjTupleToHwId::hwIdAttr,
-                                              &MacAddrSm::handleObjTupleToHwIdMap > > {};
+         : public Kiv::Hears<
+                 MacAddrSm, ObjTupleToHwId const,
+                 Kiv::WhenReady< ObjTupleToHwId::hwIdAttr, &MacAddrSm::handleObjTupleToHwIdMap > > {
+   };
    class KivEvpnMacTable
          : public Kiv::Hears< MacAddrSm, HobaTypes::RemoteMacTable const,
                               Kiv::WhenReady< HobaTypes::RemoteMacTable::remoteMacAttr,
@@ -446,9 +451,9 @@ class MacAddrSm : public HobaVerifiedSm {
                  Kiv::WhenReady< Vxlan::VxlanConfigDir::vxlanConfigAttr,
                                  &MacAddrSm::handleVxlanConfig > > {};
    class KivVlanVniMapShadowReactor
-         : public Kiv::Hears< MacAddrSm, Vxlan::VlanVniMap const,
-                              Kiv::WhenReady< Vxlan::VlanVniMap::vniAttr,
-                                              &MacAddrSm::handleVlanVniMap > > {};
+         : public Kiv::Hears<
+                 MacAddrSm, Vxlan::VlanVniMap const,
+                 Kiv::WhenReady< Vxlan::VlanVniMap::vniAttr, &MacAddrSm::handleVlanVniMap > > {};
    class KivReceivedRemoteHost
          : public Kiv::Hears< MacAddrSm, Vxlan::ReceivedRemoteHostTable const,
                               Kiv::WhenReady< Vxlan::ReceivedRemoteHostTable::remoteHostAttr,
@@ -460,11 +465,10 @@ class MacAddrSm : public HobaVerifiedSm {
                                               &MacAddrSm::handleTunnelLearnEvent > > {};
    KIV_REACTOR( KivTunnelLearnEvent, tunnelLearnEvent );
    class KivBootStatus
-         : public Kiv::Hears<
-                 MacAddrSm, Vxlan::BootStatus const,
-                 Kiv::WhenReadyAny< &MacAddrSm::handleStageRemoteMacsReady,
-                                    Vxlan::BootStatus::hitlessRestartInProgressAttr,
-                                    Vxlan::BootStatus::remoteMacsReadyAttr > > {};
+         : public Kiv::Hears< MacAddrSm, Vxlan::BootStatus const,
+                              Kiv::WhenReadyAny< &MacAddrSm::handleStageRemoteMacsReady,
+                                                 Vxlan::BootStatus::hitlessRestartInProgressAttr,
+                                                 Vxlan::BootStatus::remoteMacsReadyAttr > > {};
    KIV_REACTOR( KivBootStatus, bootStatus );
    class KivRemoteMacFlushRequest
          : public Kiv::Hears< MacAddrSm, RemoteMacFlushRequestTable,
@@ -472,26 +476,26 @@ class MacAddrSm : public HobaVerifiedSm {
                                               &MacAddrSm::handleRemoteMacFlushRequest > > {};
    KIV_REACTOR( KivRemoteMacFlushRequest, remoteMacFlushRequest );
    class KivRmacInfoDir
-         : public Kiv::Hears<
-                 MacAddrSm, HobaTypes::RemoteMacInfoDir const,
-                 Kiv::Follow< HobaTypes::RemoteMacInfoDir::receivedRemoteHostAttr,
-                              &MacAddrSm::receivedRemoteHost_ >,
-                 Kiv::Follow< HobaTypes::RemoteMacInfoDir::tunnelLearnEventAttr,
-                              &MacAddrSm::tunnelLearnEvent_ >,
-                 Kiv::Follow< HobaTypes::RemoteMacInfoDir::bootStatusAttr, &MacAddrSm::bootStatus_ >,
-                 Kiv::Follow< HobaTypes::RemoteMacInfoDir::flushRequestAttr,
-                              &MacAddrSm::remoteMacFlushRequest_ > > {};
+         : public Kiv::Hears< MacAddrSm, HobaTypes::RemoteMacInfoDir const,
+                              Kiv::Follow< HobaTypes::RemoteMacInfoDir::receivedRemoteHostAttr,
+                                           &MacAddrSm::receivedRemoteHost_ >,
+                              Kiv::Follow< HobaTypes::RemoteMacInfoDir::tunnelLearnEventAttr,
+                                           &MacAddrSm::tunnelLearnEvent_ >,
+                              Kiv::Follow< HobaTypes::RemoteMacInfoDir::bootStatusAttr,
+                                           &MacAddrSm::bootStatus_ >,
+                              Kiv::Follow< HobaTypes::RemoteMacInfoDir::flushRequestAttr,
+                                           &MacAddrSm::remoteMacFlushRequest_ > > {};
    class KivRouterMacTable
          : public Kiv::Hears< MacAddrSm, HobaTypes::RouterMacTable const,
                               Kiv::WhenReady< HobaTypes::RouterMacTable::routerMacAttr,
                                               &MacAddrSm::handleRouterMacEntry > > {};
    class KivDot1xIntfStatus
-         : public Kiv::Hears< MacAddrSm, Dot1x::IntfStatus const, Pelt::IntfId,
-                              Kiv::WhenReady< Dot1x::IntfStatus::portAuthStateAttr,
-                                              &MacAddrSm::handlePortAuthState >,
-                              Kiv::WhenReadyAny< &MacAddrSm::handleHostMode,
-                                                 Dot1x::IntfStatus::hostModeAttr,
-                                                 Dot1x::IntfStatus::macBasedAuthAttr > > {};
+         : public Kiv::Hears<
+                 MacAddrSm, Dot1x::IntfStatus const, Pelt::IntfId,
+                 Kiv::WhenReady< Dot1x::IntfStatus::portAuthStateAttr,
+                                 &MacAddrSm::handlePortAuthState >,
+                 Kiv::WhenReadyAny< &MacAddrSm::handleHostMode, Dot1x::IntfStatus::hostModeAttr,
+                                    Dot1x::IntfStatus::macBasedAuthAttr > > {};
    KIV_REACTORS( Pelt::IntfId, KivDot1xIntfStatus, dot1xIntf );
    class KivDot1xStatus
          : public Kiv::Hears<
@@ -527,15 +531,15 @@ class MacAddrSm : public HobaVerifiedSm {
    };
    KIV_REACTORS( Kiv::String, KivFlushRequestDir, flushRequestDir );
    class KivAllFlushRequestDir
+         : public Kiv::Hears< MacAddrSm, Bridging::AllHostTableFlushRequestDir const,
+                              Kiv::Follow< Bridging::AllHostTableFlushRequestDir::agentAttr,
+                                           &MacAddrSm::flushRequestDir_ >,
+                              Kiv::WhenReady< Bridging::AllHostTableFlushRequestDir::agentAttr,
+                                              &MacAddrSm::handleFlushRequestInputDir > > {};
+   class KivReverify
          : public Kiv::Hears<
-                 MacAddrSm, Bridging::AllHostTableFlushRequestDir const,
-                 Kiv::Follow< Bridging::AllHostTableFlushRequestDir::agentAttr,
-                              &MacAddrSm::flushRequestDir_ >,
-                 Kiv::WhenReady< Bridging::AllHostTableFlushRequestDir::agentAttr,
-                                 &MacAddrSm::handleFlushRequestInputDir > > {};
-   class KivReverify : public Kiv::Hears< MacAddrSm, VerifyData const,
-                                          Kiv::WhenReady< VerifyData::reverifyAttr,
-                                                          &MacAddrSm::handleReverify > > {};
+                 MacAddrSm, VerifyData const,
+                 Kiv::WhenReady< VerifyData::reverifyAttr, &MacAddrSm::handleReverify > > {};
    KIV_REACTOR( KivReverify, reverify );
    class KivVlanHelper : public Kiv::Hears< MacAddrSm, VlanHelperBase const > {};
    KIV_REACTOR( KivVlanHelper, vlanHelper );
@@ -571,6 +575,7 @@ class MacAddrSm : public HobaVerifiedSm {
    MacRib rib_;
    MacLearning learning_;
    MacFlush flush_;
+   MacVerify verify_;
    MacWalks walks_, mlagWalks_, mlagIntfWalks_;
    // By interface: the stations that are, or are to be, behind it.
    Kiv::HashMap< Pelt::IntfId, Kiv::HashSet< Pair > > hostsByIntf_;
@@ -578,9 +583,9 @@ class MacAddrSm : public HobaVerifiedSm {
    Kiv::HashSet< Pair > lostReport_;
    // In the first pass: entries that software wrote are told once more.
    bool inFirstPass_ = false;
+   bool firstPassWalked_ = false;
    bool room_ = false; // an entry has left the hardware since refused ones had their turn
    std::function< void() > whenFirstPassIsDone_;
-   std::uint64_t verified_ = 0;
 
    KIV_REACTOR( KivMacTable, macTable );
    KIV_REACTOR( KivBridgingConfig, bridgingConfig );

@@ -47,9 +47,7 @@ betterEntry( MacEntry const * a, MacEntry const * b, SwTunnelGroupIdMap const * 
    if( !a || !b ) {
       return { a ? a : b, macRuleOnlyOne };
    }
-   auto const choose = [ & ]( bool isB, MacRule rule ) {
-      return MacChoice{ isB ? b : a, rule };
-   };
+   auto const choose = [ & ]( bool isB, MacRule rule ) { return MacChoice{ isB ? b : a, rule }; };
    if( auto const aRank = macRank( *a ), bRank = macRank( *b ); aRank != bRank ) {
       return choose( aRank < bRank, macRuleRank );
    }
@@ -82,9 +80,9 @@ betterEntryWithTrace( MacEntry const * a, MacEntry const * b, SwTunnelGroupIdMap
            winner.moveCount, " preference ", winner.preference, " promote ", winner.promote,
            " dropMode ", winner.dropMode );
    ZTRACE( 5, "losing entry type ", loser.entryType, " intf ", loser.intf, " swTunnelGroupId ",
-           loser.swTunnelGroupId, " entry time ", loser.lastMoveTime, " moveCount ", loser.moveCount,
-           " preference ", loser.preference, " promote ", loser.promote, " dropMode ",
-           loser.dropMode );
+           loser.swTunnelGroupId, " entry time ", loser.lastMoveTime, " moveCount ",
+           loser.moveCount, " preference ", loser.preference, " promote ", loser.promote,
+           " dropMode ", loser.dropMode );
    return choice;
 }
 
@@ -92,7 +90,8 @@ MacCandidate const *
 bestCandidate( std::span< MacCandidate const > candidates, SwTunnelGroupIdMap const * groups ) {
    MacCandidate const * best = nullptr;
    for( auto const & next : candidates ) {
-      if( !best || betterEntryWithTrace( &best->entry, &next.entry, groups ).winner == &next.entry ) {
+      if( !best ||
+          betterEntryWithTrace( &best->entry, &next.entry, groups ).winner == &next.entry ) {
          best = &next;
       }
    }

@@ -40,10 +40,9 @@ counted( MacClaims const & claims, MacMoves & moves ) {
       moves = macMovesKept;
       return entry;
    }
-   auto const * before = current           ? current
+   auto const * before = current             ? current
                          : claims.configured ? &claims.configured->entry
                                              : nullptr;
-   entry.lastMoveTime = claims.now;
    entry.moveCount = before ? before->moveCount : Mox::Seqno32();
    moves = before ? macMovesConfigured : macMovesKept;
    if( before && !isSameMacPlace( *before, entry ) ) {
@@ -214,7 +213,8 @@ evaluateMacClaims( MacClaims const & given ) {
    if( claims.configured ) {
       useLearnt = hasReported && !isMacEntryStatic( claims.configured->entry.entryType ) &&
                   learntWins( learnt, claims.configured->entry, verdict.reason );
-      if( !useLearnt && ( !hasReported || isMacEntryStatic( claims.configured->entry.entryType ) ) ) {
+      if( !useLearnt &&
+          ( !hasReported || isMacEntryStatic( claims.configured->entry.entryType ) ) ) {
          verdict.reason = reasonOf( claims );
       }
    }

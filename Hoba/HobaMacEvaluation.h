@@ -13,9 +13,9 @@
 //    keeps its place if it has it, and otherwise has no say either.
 // 2. A static candidate (set up by hand, authenticated, of a router) wins outright.
 // 3. What was learnt competes with a dynamic candidate by the count of moves, then by time; the learnt one
-//    wins if both are equal. If it is where `current` is, of the same type, it has the count and the time
-//    of that. Otherwise it has just come: one move more than `current`, or without one than the candidate, if
-//    it is elsewhere. A dynamic entry of the operator has no count: the time alone decides. A candidate that is
+//    wins if both are equal. If it is where `current` is it has the count and the time of that. Otherwise it
+//    has the time at which it was reported, and the count of `current`, or without one that of the candidate:
+//    one more if it is elsewhere. A dynamic entry of the operator has no count: the time alone decides. A candidate that is
 //    promoted yields to whatever is learnt.
 // 4. What was learnt and lost counts no more until it is reported again (`reportedLost`).
 // 5. Without both the station goes; but one that never ages, and was learnt, stays, and so does one behind
@@ -29,13 +29,14 @@
 
 namespace Hoba {
 
-KIV_ENUM( EntryEvaluationAction, std::uint8_t, addLearntToFdbStatus = 0,
-          addConfiguredToFdbStatusAndHardware, addLearntRemote, addConfiguredRemote,
-          addLearntLocalAndRemoveRemote, removeFromFdbStatusAndHardware,
-          // What is reported is not taken: it is not in the status, and the hardware keeps it until it ages.
-          ignoreLearnt,
-          // Nothing has to be done.
-          invalidAction KIV_SHOWN( "invalid" ) );
+KIV_ENUM(
+      EntryEvaluationAction, std::uint8_t, addLearntToFdbStatus = 0,
+      addConfiguredToFdbStatusAndHardware, addLearntRemote, addConfiguredRemote,
+      addLearntLocalAndRemoveRemote, removeFromFdbStatusAndHardware,
+      // What is reported is not taken: it is not in the status, and the hardware keeps it until it ages.
+      ignoreLearnt,
+      // Nothing has to be done.
+      invalidAction KIV_SHOWN( "invalid" ) );
 
 // Why something that is said of a station has no say.
 KIV_ENUM( MacObstacle, std::uint8_t, macObstacleNone = 0 KIV_SHOWN( "none" ),
@@ -87,6 +88,7 @@ struct MacClaims {
    MacEntry const * current = nullptr;
    bool isNonAging = false;
    bool overlayRestarts = false;
+   // The time; counts only with `configured`.
    Kiv::Seconds now = 0;
 };
 

@@ -192,9 +192,8 @@ MacAddrSm::handleLag( Pelt::IntfId const & lag ) {
    } else if( commonSmData()->lagToPort( lag ).port.empty() ) {
       flush_.flushLag( lag ); // nobody is behind it any more
    } else {
-      evaluateWithheld( []( Pair, MacWithheld const & held ) {
-         return held.obstacle == macObstacleNoIntf;
-      } );
+      evaluateWithheld(
+            []( Pair, MacWithheld const & held ) { return held.obstacle == macObstacleNoIntf; } );
    }
 }
 
@@ -478,7 +477,10 @@ MacAddrSm::evaluateVlan( Bridging::VlanIdOrNone vlanId ) {
 void
 MacAddrSm::evaluateIntf( Pelt::IntfId intf ) {
    evaluateAll( hostsBehind( intf ) );
-   evaluateWithheld( []( Pair, MacWithheld const & ) { return true; } );
+   evaluateWithheld( []( Pair, MacWithheld const & held ) {
+      return held.obstacle == macObstacleNoIntf || held.obstacle == macObstacleIntfDisabled ||
+             held.obstacle == macObstacleVlanMembership || held.obstacle == macObstacleDot1x;
+   } );
 }
 
 void
@@ -501,73 +503,6 @@ void
 MacAddrSm::evaluateObject( L2Rib::ObjTuple tuple ) {
    if( auto const * hosts = rib_.hosts( tuple ) ) {
       evaluateAll( *hosts );
-   }
-}
-
-// ---- Verification
-
-namespace {
-
-// Compared inside the write that begins a pass; the others in slices.
-constexpr std::size_t verifiedAtOnce = 256;
-
-} // namespace
-
-void
-MacAddrSm::handleVerify() {
-   if( !initialized() || !verifyData() ) {
-      return;
-   }
-   verified_ = 0;
-   verifyBegin();
-}
-
-void
-MacAddrSm::handleReverify() {
-   if( initialized() && verifyData() && verified_ < fdb_.size() ) {
-      verifyData()->retryVerifyIs( true );
-   }
-}
-
-void
-MacAddrSm::verifyBegin() {
-   auto const verify = verifyData();
-   std::size_t compared = 0;
-   for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
-      for( auto const & [ addr, host ] : database->learnedHost() ) {
-         if( compared++ < verifiedAtOnce ) {
-            verifyEntry( { addr, vlanId } );
-         }
-         if( compared >= verifiedAtOnce ) {
-            break;
-         }
-      }
-   }
-   verified_ = compared;
-   verify->updateCliVerifyOutput( "mac addresses, " + Kiv::toText( compared ) + " of " +
-                                        Kiv::toText( fdb_.size() ) + " compared",
-                                  "ok" );
-   auto const mismatch = helper_->verifyNumRemoteHost( static_cast< std::uint32_t >( fdb_.remotes() ) );
-   if( !mismatch.empty() ) {
-      verify->updateCliVerifyOutput( "remote MACs", mismatch );
-   }
-}
-
-void
-MacAddrSm::verifyEntry( Pair pair ) {
-   auto const entry = fdb_.entry( pair );
-   if( !entry || queued( pair ) || !verifyData() ) {
-      return;
-   }
-   Kiv::String mismatch;
-   if( Bridging::isEntryTypeRemote( entry->entryType ) ) {
-      auto hop = sources_.nextHop( *entry );
-      mismatch = helper_->verifyRemoteHost( remoteHostOf( *entry, hop ) );
-   } else {
-      mismatch = helper_->handleVerify( hostOf( *entry ) );
-   }
-   if( !mismatch.empty() ) {
-      verifyData()->updateCliVerifyOutput( Kiv::toText( pair ), mismatch );
    }
 }
 

@@ -12,6 +12,9 @@ using Bridging::VlanId;
 
 namespace {
 
+// Of what the hardware learnt behind a tunnel by itself: it knows which.
+constexpr std::uint32_t noNextHop = 0;
+
 VlanId
 vlanIdOf( Bridging::MacVlanPair pair ) {
    return VlanId( pair.vlanId().value() );
@@ -29,8 +32,7 @@ MacFdb::find( Pair pair ) const {
 }
 
 std::optional< MacEntry >
-MacFdb::entry( Pair pair ) const {
-   auto const * host = find( pair );
+MacFdb::entry( Pair pair, Bridging::LearnedHost const * host ) const {
    if( !host ) {
       return std::nullopt;
    }
@@ -185,11 +187,16 @@ MacFdb::remoteHostTableDel( Pair pair ) {
 
 void
 MacFdb::incRemoteNextHopIdRefcount( std::uint32_t nextHopId ) {
-   rmacInfoDir()->nextHopIdRefcountTable()->refcountInc( nextHopId, 1 );
+   if( nextHopId != noNextHop ) {
+      rmacInfoDir()->nextHopIdRefcountTable()->refcountInc( nextHopId, 1 );
+   }
 }
 
 void
 MacFdb::decRemoteNextHopIdRefcount( std::uint32_t nextHopId ) {
+   if( nextHopId == noNextHop ) {
+      return;
+   }
    HOBA_INVARIANT( !!rmacInfoDir()->nextHopIdRefcountTable()->refcount( nextHopId ),
                    "a next hop that a station uses is counted" );
    rmacInfoDir()->nextHopIdRefcountTable()->refcountDec( nextHopId, 1 );

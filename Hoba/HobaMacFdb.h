@@ -20,7 +20,8 @@ class MacFdb {
    // Null for none.
    Bridging::LearnedHost const * find( Pair pair ) const;
    // The same with what the remote host table has of it.
-   std::optional< MacEntry > entry( Pair pair ) const;
+   std::optional< MacEntry > entry( Pair pair ) const { return entry( pair, find( pair ) ); }
+   std::optional< MacEntry > entry( Pair pair, Bridging::LearnedHost const * host ) const;
    bool isRemote( Pair pair ) const;
    // All stations, and those behind the overlay.
    std::size_t size() const { return size_; }

@@ -65,7 +65,10 @@ MacLearning::configureMacLearningOnPort( Pelt::IntfId intf ) {
    sm_.portLearningIs( intf, false );
    ZTRACE( 4, "mac learning is not configured on ", intf,
            ", clear dynamic mac-address table entries" );
-   isPortChannel( intf ) ? sm_.flush().flushLag( intf ) : sm_.flush().flushPort( intf );
+   // A machine that begins has not turned it off: it is told once more.
+   if( !sm_.inFirstPass() ) {
+      isPortChannel( intf ) ? sm_.flush().flushLag( intf ) : sm_.flush().flushPort( intf );
+   }
 }
 
 bool
@@ -89,7 +92,9 @@ MacLearning::macLearningStatusOnVlan( Bridging::VlanId vlanId ) {
       sm_.vlanLearningDel( vlanId );
    } else {
       sm_.vlanLearningIs( vlanId, false );
-      sm_.flush().flushVlan( vlanId );
+      if( !sm_.inFirstPass() ) {
+         sm_.flush().flushVlan( vlanId );
+      }
    }
 }
 

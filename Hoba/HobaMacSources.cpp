@@ -12,6 +12,7 @@ using Bridging::MacVlanPair;
 
 struct MacSources::Gather {
    MacVlanPair const pair;
+   HobaTypes::MacAddressTableEntry const * const record;
    MacCandidates & found;
    std::vector< MacNoCandidate > * const none;
 
@@ -107,7 +108,8 @@ MacSources::configuredObstacle( MacVlanPair pair, Bridging::ConfiguredHost const
    if( in_.portVlanMembership && context_->enforceVlanMembershipForStaticMac() && host.intf &&
        !isCpuPort( host.intf ) ) {
       auto const * vlans = in_.portVlanMembership->intf().find( host.intf );
-      if( !vlans || vlans->tagging( Bridging::VlanId( pair.vlanId().value() ) ) == vlanNotCarried ) {
+      if( !vlans ||
+          vlans->tagging( Bridging::VlanId( pair.vlanId().value() ) ) == vlanNotCarried ) {
          return macObstacleVlanMembership;
       }
    }
@@ -116,10 +118,10 @@ MacSources::configuredObstacle( MacVlanPair pair, Bridging::ConfiguredHost const
 
 void
 MacSources::fromFdbConfig( Gather & gather ) const {
-   auto const fdb = in_.bridgingConfig && gather.pair.vlanId().value()
-                          ? in_.bridgingConfig->fdbConfig(
-                                  Bridging::VlanId( gather.pair.vlanId().value() ) )
-                          : nullptr;
+   auto const fdb =
+         in_.bridgingConfig && gather.pair.vlanId().value()
+               ? in_.bridgingConfig->fdbConfig( Bridging::VlanId( gather.pair.vlanId().value() ) )
+               : nullptr;
    auto const * host = fdb ? fdb->configuredHost().find( gather.pair.addr() ) : nullptr;
    if( !host ) {
       return;
@@ -150,15 +152,15 @@ MacSources::fromMlagHostTable( Gather & gather ) const {
    entry.promote = host->promote;
    entry.swTunnelGroupId = SwTunnelGroupId( host->tunnelGroup );
    auto const * mlag = in_.mlagStatus.get();
-   bool const isThere = mlag && mlag->state() == Mlag::mlagActive &&
-                        ( host->intf == mlag->peerLinkIntf() ||
-                          Pelt::VxlanIntfId::isVxlanIntfId( host->intf ) ||
-                          mlag->mlagIntf( host->intf ) >= Mlag::mlagIntfActivePartial );
+   bool const isThere =
+         mlag && mlag->state() == Mlag::mlagActive &&
+         ( host->intf == mlag->peerLinkIntf() || Pelt::VxlanIntfId::isVxlanIntfId( host->intf ) ||
+           mlag->mlagIntf( host->intf ) >= Mlag::mlagIntfActivePartial );
    if( !isThere || !Bridging::isEntryTypePeer( host->entryType ) ) {
       ZTRACE( 5, "Ignoring mlag host entry since either intf ", host->intf,
               " is down or not an MLAG interface, ", gather.pair );
-      return gather.refuse( macSourceMlagHostTable, isThere ? macObstacleSource : macObstaclePeerIntf,
-                            entry );
+      return gather.refuse( macSourceMlagHostTable,
+                            isThere ? macObstacleSource : macObstaclePeerIntf, entry );
    }
    ZTRACE( 8, gather.pair, " candidate from mlagHostTable" );
    gather.add( macSourceMlagHostTable, entry );
@@ -210,12 +212,11 @@ MacSources::fromDot1xHostTable( Gather & gather ) const {
 void
 MacSources::fromReceivedRemoteHost( Gather & gather ) const {
    auto const * host =
-         in_.rmacInfoDir
-               ? in_.rmacInfoDir->receivedRemoteHost()->remoteHost().find( gather.pair )
-               : nullptr;
+         in_.rmacInfoDir ? in_.rmacInfoDir->receivedRemoteHost()->remoteHost().find( gather.pair )
+                         : nullptr;
    if( host ) {
-      auto entry = entryOf( gather.pair, host->intf, Bridging::receivedRemoteMac,
-                            macPreferenceDefault );
+      auto entry =
+            entryOf( gather.pair, host->intf, Bridging::receivedRemoteMac, macPreferenceDefault );
       entry.swTunnelGroupId = SwTunnelGroupId( host->tunnelGroup );
       entry.moveCount = host->moves;
       gather.add( macSourceReceivedRemoteHost, entry );
@@ -225,7 +226,7 @@ MacSources::fromReceivedRemoteHost( Gather & gather ) const {
 // What others told the hardware, and it reports.
 void
 MacSources::fromMacTable( Gather & gather ) const {
-   auto const * record = in_.macTable ? in_.macTable->macEntry().find( gather.pair ) : nullptr;
+   auto const * record = gather.record;
    if( record && !isMacEntryLearned( record->entryType ) ) {
       auto entry = entryOf( gather.pair, record->intf, record->entryType, macPreferenceDefault,
                             record->learnTime );
@@ -244,9 +245,9 @@ MacSources::fromFailedServer( Gather & gather ) const {
 }
 
 void
-MacSources::candidates( MacVlanPair pair, MacCandidates & found,
-                        std::vector< MacNoCandidate > * none ) const {
-   Gather gather{ pair, found, none };
+MacSources::candidates( MacVlanPair pair, HobaTypes::MacAddressTableEntry const * record,
+                        MacCandidates & found, std::vector< MacNoCandidate > * none ) const {
+   Gather gather{ pair, record, found, none };
    fromL2Rib( gather );
    fromEvpnMacTable( gather );
    fromFdbConfig( gather );
@@ -262,7 +263,7 @@ MacSources::candidates( MacVlanPair pair, MacCandidates & found,
 std::optional< MacCandidate >
 MacSources::configuredEntry( MacVlanPair pair ) const {
    MacCandidates found;
-   candidates( pair, found );
+   candidates( pair, record( pair ), found );
    auto const * best = bestCandidate( found.all(), groups() );
    return best ? std::optional( *best ) : std::nullopt;
 }
@@ -276,12 +277,13 @@ MacSources::tunnelLearnEvent( MacVlanPair pair ) const {
       return nullptr;
    }
    auto const * vni = in_.vlanVniMap->vni().find( Bridging::VlanId( pair.vlanId().value() ) );
-   return vni ? in_.rmacInfoDir->tunnelLearnEvent()->event().find( { pair.addr(), *vni } ) : nullptr;
+   return vni ? in_.rmacInfoDir->tunnelLearnEvent()->event().find( { pair.addr(), *vni } )
+              : nullptr;
 }
 
 std::optional< MacEntry >
-MacSources::reported( MacVlanPair pair, bool & learnedInHardware ) const {
-   auto const * record = in_.macTable ? in_.macTable->macEntry().find( pair ) : nullptr;
+MacSources::reported( MacVlanPair pair, HobaTypes::MacAddressTableEntry const * record,
+                      bool & learnedInHardware ) const {
    if( record && !isMacEntryLearned( record->entryType ) ) {
       record = nullptr;
    }

@@ -8,18 +8,33 @@
 #include "Hoba/HobaMacEvaluation.h"
 #include "Hoba/HobaMacInputs.h"
 
-#include <array>
+#include <new>
+#include <vector>
 
 namespace Hoba {
 
-// A candidate for each source at most, in their order.
+// A candidate for each source at most, in their order. Mostly there is none, and nothing is made then.
 class MacCandidates {
  public:
-   void add( MacSource source, MacEntry const & entry ) { all_[ count_++ ] = { source, entry }; }
-   std::span< MacCandidate const > all() const { return { all_.data(), count_ }; }
+   MacCandidates() = default;
+   MacCandidates( MacCandidates const & ) = delete;
+   MacCandidates & operator=( MacCandidates const & ) = delete;
+
+   void add( MacSource source, MacEntry const & entry ) {
+      ::new( &at( count_++ ) ) MacCandidate{ source, entry };
+   }
+   std::span< MacCandidate const > all() const {
+      return { const_cast< MacCandidates & >( *this ).data(), count_ };
+   }
 
  private:
-   std::array< MacCandidate, 10 > all_;
+   static constexpr std::size_t most = macSourceFailedServer + 1;
+   static_assert( std::is_trivially_destructible_v< MacCandidate > );
+
+   MacCandidate * data() { return reinterpret_cast< MacCandidate * >( room_ ); }
+   MacCandidate & at( std::size_t i ) { return data()[ i ]; }
+
+   alignas( MacCandidate ) std::byte room_[ most * sizeof( MacCandidate ) ];
    std::size_t count_ = 0;
 };
 
@@ -56,14 +71,20 @@ class MacSources {
          : in_( inputs ), context_( context ), failedServers_( failedServers ),
            manageStaticMulticast_( manageStaticMulticast ) {}
 
+   // What the hardware reports; null for nothing.
+   HobaTypes::MacAddressTableEntry const * record( Bridging::MacVlanPair pair ) const {
+      return in_.macTable ? in_.macTable->macEntry().find( pair ) : nullptr;
+   }
    // All candidates; what is listed and is none goes to `none`, if anybody wants it.
-   void candidates( Bridging::MacVlanPair pair, MacCandidates & found,
-                    std::vector< MacNoCandidate > * none = nullptr ) const;
+   void candidates( Bridging::MacVlanPair pair, HobaTypes::MacAddressTableEntry const * record,
+                    MacCandidates & found, std::vector< MacNoCandidate > * none = nullptr ) const;
    // The best of them, as the rules of arbitration say.
    std::optional< MacCandidate > configuredEntry( Bridging::MacVlanPair pair ) const;
 
    // What was learnt. `learnedInHardware`: by the hardware itself, which holds it.
-   std::optional< MacEntry > reported( Bridging::MacVlanPair pair, bool & learnedInHardware ) const;
+   std::optional< MacEntry > reported( Bridging::MacVlanPair pair,
+                                       HobaTypes::MacAddressTableEntry const * record,
+                                       bool & learnedInHardware ) const;
    MacObstacle reportedObstacle( MacEntry const & entry ) const;
 
    // How a candidate behind the overlay is reached. One without an object of the RIB is reached by its
@@ -106,7 +127,8 @@ class MacSources {
    Kiv::Ptr< HobaCommonSmData > const & context_;
    FailedServers const & failedServers_;
    bool const & manageStaticMulticast_;
-   mutable Kiv::HashMap< Vxlan::Vni, Bridging::VlanId > vlanByVni_; // of vlanVniMap, when it was asked for
+   mutable Kiv::HashMap< Vxlan::Vni, Bridging::VlanId >
+         vlanByVni_; // of vlanVniMap, when it was asked for
 };
 
 } // namespace Hoba

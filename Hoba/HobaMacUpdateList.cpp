@@ -27,6 +27,9 @@ MacAddrSm::updateQueuedAddresses() {
    if( room_ ) {
       roomAppeared();
    }
+   if( firstPassWalked_ ) {
+      endFirstPass();
+   }
 }
 
 void
@@ -55,9 +58,9 @@ MacAddrSm::programEntry( ModifyMacEntry const & change ) {
       ZTRACE_AT( level, " Programming MAC entry: ", change );
       auto const status = programLocal( change );
       if( !isMacProgramRefused( status ) ) {
-         ZTRACE_AT( level, change.macEntry, change.action == addLearntLocalAndRemoveRemote
-                                                  ? " Remote to local successful"
-                                                  : " Add successful" );
+         ZTRACE_AT( level, change.macEntry,
+                    change.action == addLearntLocalAndRemoveRemote ? " Remote to local successful"
+                                                                   : " Add successful" );
       }
       return status;
    }
@@ -95,6 +98,13 @@ MacAddrSm::hostOf( MacEntry const & entry ) const {
    host.dropMode = entry.dropMode;
    host.ages = isMacEntryLearned( entry.entryType ) && !isNonAgingMac( entry.macEntry );
    return host;
+}
+
+Kiv::String
+MacAddrSm::verifyHost( MacEntry const & entry ) const {
+   return Bridging::isEntryTypeRemote( entry.entryType )
+                ? helper_->verifyRemoteHost( remoteHostOf( entry, sources_.nextHop( entry ) ) )
+                : helper_->handleVerify( hostOf( entry ) );
 }
 
 HobaHelper::RemoteHost
@@ -139,10 +149,9 @@ MacAddrSm::programRemote( ModifyMacEntry const & change ) {
    auto const hop = sources_.nextHop( entry );
    bool const isNew = !fdb_.nextHop( entry.macEntry );
    if( hop.obstacle || ( isNew && fdb_.remotes() >= helper_->getMaxRemoteMacs() ) ) {
-      // It was all right when it was decided. Who changed that has the station evaluated again, but for the limit.
-      ZTRACE( 4, "Mac entry ", entry.macEntry, ' ', macObstacleText( hop.obstacle ),
-              " Ignoring update." );
-      return hop.obstacle ? macProgramBusy : macProgramFull;
+      // It was all right when it was decided: now it is withheld.
+      evaluateEntry( entry.macEntry );
+      return macProgramSuccess;
    }
    auto const status = helper_.call< &Helper::addRemoteHost >( remoteHostOf( entry, hop ) );
    if( !isMacProgramRefused( status ) ) {
@@ -239,9 +248,8 @@ MacAddrSm::retryRefused() {
          updateListIs( again );
       }
    }
-   evaluateWithheld( []( Pair, MacWithheld const & held ) {
-      return held.obstacle == macObstacleRemoteLimit;
-   } );
+   evaluateWithheld(
+         []( Pair, MacWithheld const & held ) { return held.obstacle == macObstacleRemoteLimit; } );
    if( !updateList().empty() ) {
       updateMacEntryClock()->noLaterThan( now() );
    }

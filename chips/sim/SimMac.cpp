@@ -442,11 +442,22 @@ void
 MacUnit::flushSlice() {
    auto & at = flushings_.front();
    at.upTo = at.upTo ? at.upTo : flushes_;
+   std::vector< std::uint64_t > vlans; // 0 for all
+   for( auto const & row : flush() ) {
+      if( row.key.intf == at.intf ) {
+         vlans.push_back( row.key.vlan );
+      }
+   }
+   std::sort( vlans.begin(), vlans.end() );
+   bool const isOfAll = !vlans.empty() && vlans.front() == 0;
    auto const hosts = next( hostIndex_, at.hosts, slice );
    auto const elsewhere = next( seenIndex_, at.seen, slice - hosts.size() );
    for( auto const * stations : { &hosts, &elsewhere } ) {
       for( auto const & station : *stations ) {
-         dropFlushed( station );
+         if( isOfAll ||
+             std::binary_search( vlans.begin(), vlans.end(), station.vlanId().value() ) ) {
+            dropFlushed( station );
+         }
       }
    }
    if( !at.hosts.isOver() || !at.seen.isOver() ) {

@@ -457,6 +457,9 @@ class Rows final : public RowsBase {
 
    std::uint64_t changes() const override { return writer_ ? writer_->changes() : 0; }
    void beginPass() override {
+      if( waiting_.empty() && begunAsOf_ == changes() && begunWith_ == unclaimed_.size() ) {
+         return; // nobody has asked for anything since
+      }
       unclaimed_.clear();
       if( writer_ ) {
          writer_->forEach( [ this ]( KeyT const & key, Stored const & stored ) {
@@ -470,6 +473,8 @@ class Rows final : public RowsBase {
             unclaimed_.insert( key );
          }
       }
+      begunAsOf_ = changes();
+      begunWith_ = unclaimed_.size();
    }
    // No fault strikes: it is said when all has been written that was to be.
    void sweep() override {
@@ -623,6 +628,9 @@ class Rows final : public RowsBase {
 
    std::unique_ptr< Glim::TableWriter< KeyT, Stored > > writer_;
    Kiv::HashSet< KeyT > unclaimed_;
+   // When the pass began.
+   std::uint64_t begunAsOf_ = 0;
+   std::size_t begunWith_ = 0;
    std::deque< Change > queue_;
    std::map< KeyT, Last, Glim::KeyBefore > waiting_;
 };

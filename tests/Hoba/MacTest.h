@@ -3,8 +3,8 @@
 
 // The MAC address table on the simulated chip, with everything that says where stations are.
 
-#include "HobaTest.h"
 #include "Hoba/HobaMacAddrSm.h"
+#include "HobaTest.h"
 #include "chips/sim/SimEventQueueSm.h"
 #include "chips/sim/SimMacHelper.h"
 
@@ -17,8 +17,8 @@ class RecordingMacHelper : public HobaSim::MacHelper {
    Strings take() { return std::exchange( calls, {} ); }
 
    Hoba::MacProgramStatus doAddHost( HobaHelper::Host const & host ) override {
-      calls.push_back( "add " + Kiv::toText( host.macEntry ) + ' ' + Kiv::toText( host.intf ) + ' ' +
-                       Kiv::toText( host.entryType ) + ( host.ages ? " ages" : "" ) );
+      calls.push_back( "add " + Kiv::toText( host.macEntry ) + ' ' + Kiv::toText( host.intf ) +
+                       ' ' + Kiv::toText( host.entryType ) + ( host.ages ? " ages" : "" ) );
       happens( before );
       return MacHelper::doAddHost( host );
    }
@@ -135,11 +135,13 @@ class MacFixture : public ContextFixture {
       configured.intf = intf;
       configured.entryType = type;
       configured.since = since;
-      config->fdbConfig( Bridging::VlanId( host.vlanId().value() ) )->configuredHostIs( configured );
+      config->fdbConfig( Bridging::VlanId( host.vlanId().value() ) )
+            ->configuredHostIs( configured );
       settle();
    }
    void unconfigure( Pair host ) {
-      config->fdbConfig( Bridging::VlanId( host.vlanId().value() ) )->configuredHostDel( host.addr() );
+      config->fdbConfig( Bridging::VlanId( host.vlanId().value() ) )
+            ->configuredHostDel( host.addr() );
       settle();
    }
 
@@ -147,8 +149,7 @@ class MacFixture : public ContextFixture {
    Pelt::IntfId const et1{ "Ethernet1" }, et2{ "Ethernet2" }, po1{ "Port-Channel1" };
    Pelt::VxlanIntfId const vx1{ 1 };
    Kiv::Ptr< HobaSim::Chip > chip = Kiv::make< HobaSim::Chip >();
-   Kiv::Ptr< RecordingMacHelper > helper =
-         Kiv::make< RecordingMacHelper >( chip->mac(), data );
+   Kiv::Ptr< RecordingMacHelper > helper = Kiv::make< RecordingMacHelper >( chip->mac(), data );
    Kiv::Ptr< Hoba::HobaEventQueue > queue = Hoba::HobaEventQueue::HobaEventQueueIs( "events" );
    Kiv::Ptr< Hoba::EventQueueSm > events;
    Kiv::Ptr< Hoba::MacAddrSm > sm;

@@ -12,7 +12,6 @@
 #include "agent/features/Feature.h"
 #include "chips/sim/SimChip.h"
 
-
 namespace HobaAgent {
 namespace {
 
@@ -181,6 +180,30 @@ TEST_F( FeaturesTest, stationsThatCameAndWentMeanwhile ) {
    auto const stations = ask( "show mac" );
    HobaTests::expectIn( stations, { "00:00:5e:00:53:12", "00:00:5e:00:53:13", "2 stations" } );
    EXPECT_EQ( at( "/interface/status/ethPhyIntfStatus/Ethernet1/linkStatus" ), "linkDown" );
+}
+
+// Of more stations than one turn holds the machines hear bit by bit; until then their first pass goes on.
+TEST_F( FeaturesTest, manyStationsFollowInTurns ) {
+   configure();
+   start();
+   features->stop();
+   for( unsigned last = 0; last != 3 * HobaSim::MacUnit::slice; ++last ) {
+      chip->mac()->learn( Pelt::EthIntfId( 3 ), Pelt::EthAddr( 0x020000000000 + last ),
+                          Bridging::VlanId( 10 ) );
+   }
+   features->start( hitless );
+   HobaTests::expectIn( ask( "show mac" ), "2048 stations" );
+   HobaTests::expectIn( ask( "show restarts" ), "in its first pass" );
+   driver.advance( 0 );
+   HobaTests::expectIn( ask( "show mac" ), "6144 stations" );
+   EXPECT_FALSE( ask( "show restarts" ).find( "in its first pass" ) != Kiv::String::npos );
+   // And all go while nobody listens.
+   features->stop();
+   chip->mac()->hostDelAll();
+   features->start( hitless );
+   HobaTests::expectIn( ask( "show mac" ), "4096 stations" );
+   driver.advance( 0 );
+   HobaTests::expectIn( ask( "show mac" ), "0 stations" );
 }
 
 // What a machine could not ask for stays with the chip until a start in which nothing fails.

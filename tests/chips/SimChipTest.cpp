@@ -60,6 +60,47 @@ class SimChipTest : public testing::Test {
    Kiv::VirtualDriver driver{ 100 };
 };
 
+// The MAC table ages, flushes and remembers on where its process ended.
+TEST_F( SimChipTest, macTableGoesOn ) {
+   auto const station = []( unsigned last ) {
+      return Bridging::MacVlanPair( Pelt::EthAddr( 0x020000000000 + last ),
+                                    Bridging::VlanId( 10 ) );
+   };
+   auto chip = open();
+   auto const learn = [ & ]( Pelt::IntfId port, unsigned last ) {
+      return chip->mac()->learn( port, station( last ).addr(), Bridging::VlanId( 10 ) );
+   };
+   chip->mac()->settingProgram( macAgingTime, 20 );
+   learn( et1, 1 );
+   learn( et2, 2 );
+   HostRow row;
+   row.intf = et1;
+   chip->mac()->write( station( 3 ), row );
+   row.intf = Pelt::IntfId( "Vxlan1" );
+   chip->mac()->write( station( 4 ), row );
+   EXPECT_EQ( learn( et2, 3 ), learnElsewhere );
+   chip->mac()->flushIn( { et1, 0 } );
+   chip = nullptr;
+   driver.timeIs( 500 );
+
+   chip = open();
+   auto & mac = *chip->mac();
+   EXPECT_FALSE( mac.entry( station( 1 ) ) );
+   EXPECT_TRUE( mac.isLearnt( station( 2 ) ) && mac.isLearnt( station( 3 ) ) );
+   EXPECT_EQ( mac.remoteHosts(), 1u );
+   EXPECT_EQ( mac.host().size(), 4u );
+   driver.advanceTo( 515 );
+   EXPECT_EQ( mac.host().size(), 3u );
+   EXPECT_TRUE( mac.flush().empty() );
+   learn( et2, 3 );
+   driver.advanceTo( 525 );
+   EXPECT_FALSE( mac.isLearnt( station( 2 ) ) );
+   EXPECT_TRUE( mac.isLearnt( station( 3 ) ) );
+   driver.advanceTo( 530 );
+   EXPECT_FALSE( mac.isLearnt( station( 3 ) ) );
+   EXPECT_EQ( mac.host().size(), 2u );
+}
+
 TEST_F( SimChipTest, comesBackAsItWas ) {
    auto chip = open();
    auto const empty = textOf( *chip );
