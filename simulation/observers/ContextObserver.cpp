@@ -80,6 +80,7 @@ constexpr std::string_view observed[] = {
       "/hoba/common/mlagIntfPort",
       "/hoba/machines/mac",
       "/hoba/machines/overlayFeeder",
+      "/hoba/machines/flushClient",
       // frames
       "/sim/chip/path/count",
       "/sim/chip/path/drop",
@@ -144,6 +145,8 @@ constexpr std::pair< std::string_view, std::string_view > constants[] = {
       { "/hoba/common/initialized", "true" },
       { "/hoba/common/yieldTimeSlice", "0.01" },
       { "/hoba/machines/portFeeder", "{\"initialized\": true}" },
+      { "/hoba/machines/bridgingFeeder", "{\"initialized\": true}" },
+      { "/hoba/machines/mlagFeeder", "{\"initialized\": true}" },
       { "/hoba/machines/nonAgingFeeder", "{\"initialized\": true}" },
       { "/sim/chip/events/reporting", "true" },
       { "/sim/chip/mac/reportingAll", "false" },

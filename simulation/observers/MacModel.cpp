@@ -112,9 +112,16 @@ bool
 MacModel::isThere( IntfId intf ) const {
    auto const parent = Kiv::toText( intf ).substr( 0, Kiv::toText( intf ).find( '.' ) );
    IntfId const port( parent );
+   if( Pelt::PortChannelIntfId::isPortChannelIntfId( port ) ) {
+      return std::ranges::any_of(
+            std::initializer_list< char const * >{ "lagToPort", "lagToPortConfig", "lagToLagType" },
+            [ & ]( char const * table ) {
+               auto const lags = simulated_.get( "/hoba/common/" + String( table ) );
+               return lags.find( parent ) != nullptr;
+            } );
+   }
    return Pelt::CpuIntfId::isCpuIntfId( port ) || Pelt::VxlanIntfId::isVxlanIntfId( port ) ||
-          !simulated_.get( "/hoba/common/intf/" + parent ).isNull() ||
-          !simulated_.get( "/hoba/common/lagToPort/" + parent ).isNull();
+          simulated_.get( "/hoba/common/intf" ).find( parent );
 }
 
 bool
@@ -144,13 +151,14 @@ std::optional< MacModel::Entry >
 MacModel::reported( Pair pair, Said const & said ) const {
    Entry entry;
    entry.macEntry = pair;
-   if( said.macTable && isLearned( said.macTable->entryType ) ) {
+   bool const isInHardware = said.macTable && isLearned( said.macTable->entryType );
+   bool const isLater = said.tunnel && isInHardware &&
+                        said.macTable->learnTime > said.tunnel->learnTime;
+   if( isInHardware && ( !said.tunnel || isLater ) ) {
       entry.intf = said.macTable->intf;
       entry.entryType = said.macTable->entryType;
       entry.lastMoveTime = said.macTable->learnTime;
-      if( entry.entryType == Bridging::learnedRemoteMac ) {
-         entry.swTunnelGroupId = Hoba::SwTunnelGroupId( said.macTable->tunnelId );
-      }
+      entry.swTunnelGroupId = Hoba::SwTunnelGroupId( said.macTable->tunnelId );
       return entry;
    }
    if( said.tunnel ) {
@@ -173,12 +181,12 @@ MacModel::obstacleOf( Entry const & reported ) const {
    if( isRemote && isController() ) {
       return "controller client";
    }
+   if( isRemote && !hasVni( vlan ) ) {
+      return "VNI";
+   }
    auto const config =
          vlan.value() ? vlans_->vlanConfig( Bridging::VlanId( vlan.value() ) ) : nullptr;
-   if( config && hasVni( config->primaryVlan() ) ) {
-      return "secondary VLAN";
-   }
-   return isRemote && !hasVni( vlan ) ? "VNI" : "";
+   return config && config->primaryVlan().value() && hasVni( vlan ) ? "secondary VLAN" : "";
 }
 
 // ---- The others
@@ -196,9 +204,6 @@ MacModel::fromConfigured( Pair pair, Said const & said, Candidates & all, String
    if( host.intf && !isThere( host.intf ) ) {
       return refuse( "interface" );
    }
-   if( !host.intf && host.dropMode == Bridging::dropModeNone ) {
-      return refuse( "interface" );
-   }
    if( auto const config = ethConfig_->ethPhyIntfConfig( host.intf );
        config && !config->enabled() ) {
       return refuse( "disabled interface" );
@@ -207,23 +212,24 @@ MacModel::fromConfigured( Pair pair, Said const & said, Candidates & all, String
    entry.macEntry = pair;
    entry.intf = host.intf;
    entry.entryType = host.entryType;
-   entry.dropMode = host.dropMode;
+   entry.dropMode = host.intf ? host.dropMode : Bridging::dropModeBoth;
    entry.lastMoveTime = host.since;
    entry.preference = 16;
-   all.push_back( entry );
+   all.push_back( { entry, ofOperator } );
 }
 
 void
 MacModel::fromPeer( Said const & said, Candidates & all, String & none ) const {
-   if( !said.peer || mlag_->state() != Mlag::mlagActive ) {
+   if( !said.peer ) {
       return;
    }
    auto const & host = *said.peer;
    bool const isShared = mlag_->mlagIntfHas( host.intf ) &&
                          mlag_->mlagIntf( host.intf ) != Mlag::mlagIntfDisabled &&
                          mlag_->mlagIntf( host.intf ) != Mlag::mlagIntfInactive;
-   if( !isShared && host.intf != mlag_->peerLinkIntf() &&
-       !Pelt::VxlanIntfId::isVxlanIntfId( host.intf ) ) {
+   if( mlag_->state() != Mlag::mlagActive ||
+       ( !isShared && host.intf != mlag_->peerLinkIntf() &&
+         !Pelt::VxlanIntfId::isVxlanIntfId( host.intf ) ) ) {
       none = none.empty() ? "MLAG interface" : none;
       return;
    }
@@ -236,7 +242,7 @@ MacModel::fromPeer( Said const & said, Candidates & all, String & none ) const {
    entry.preference = 16;
    entry.promote = host.promote;
    entry.swTunnelGroupId = Hoba::SwTunnelGroupId( host.tunnelGroup );
-   all.push_back( entry );
+   all.push_back( { entry, elsewhere } );
 }
 
 void
@@ -246,7 +252,7 @@ MacModel::fromOverlay( Pair pair, Said const & said, Candidates & all, String & 
       bool const isMine = host.source == L2Rib::sourceBgp ||
                           host.source == L2Rib::sourceBgpEvpnMpls ||
                           host.source == L2Rib::sourceTest ||
-                          ( host.source == L2Rib::sourceController && isController() );
+                          host.source == L2Rib::sourceController;
       if( isMine ) {
          Entry entry;
          entry.macEntry = pair;
@@ -260,13 +266,14 @@ MacModel::fromOverlay( Pair pair, Said const & said, Candidates & all, String & 
          entry.intf = hop.intf;
          entry.swTunnelGroupId = Hoba::SwTunnelGroupId( hop.group );
          entry.isMplsNextHop = hop.isMpls;
-         all.push_back( entry );
+         all.push_back( { entry, elsewhere } );
       } else {
          none = "source";
       }
    }
    if( said.evpn ) {
-      all.push_back( *said.evpn );
+      all.push_back( { *said.evpn, elsewhere } );
+      all.back().entry.preference = said.evpn->preference ? said.evpn->preference : 16;
    }
 }
 
@@ -284,31 +291,33 @@ MacModel::candidates( Pair pair, Station const & station, Candidates & all, Stri
       remote.entryType = Bridging::configuredRemoteMac;
       remote.swTunnelGroupId = Hoba::SwTunnelGroupId( said.remote.begin()->second.tunnelGroup );
       remote.preference = 20;
-      all.push_back( remote );
+      all.push_back( { remote, ofOperator } );
    }
    if( said.router ) {
       auto router = entry;
       router.intf = said.router->intf;
       router.entryType = Bridging::configuredStaticMac;
       router.preference = 32;
-      all.push_back( router );
+      all.push_back( { router, ofOperator } );
    }
-   if( said.dot1x && dot1x_->enabled() ) {
+   if( said.dot1x && !isThere( said.dot1x->intf ) ) {
+      none = none.empty() ? "interface" : none;
+   } else if( said.dot1x ) {
       auto host = entry;
       host.intf = said.dot1x->intf;
       host.entryType = Bridging::authenticatedMac;
       host.lastMoveTime = said.dot1x->since;
       host.preference = 24;
-      all.push_back( host );
+      all.push_back( { host, ofOperator } );
    }
-   if( said.received && isController() ) {
+   if( said.received ) {
       auto host = entry;
       host.intf = said.received->intf;
       host.entryType = Bridging::receivedRemoteMac;
       host.swTunnelGroupId = Hoba::SwTunnelGroupId( said.received->tunnelGroup );
       host.moveCount = said.received->moves;
       host.preference = 16;
-      all.push_back( host );
+      all.push_back( { host, elsewhere } );
    }
    if( said.macTable && !isLearned( said.macTable->entryType ) ) {
       auto told = entry;
@@ -317,7 +326,7 @@ MacModel::candidates( Pair pair, Station const & station, Candidates & all, Stri
       told.swTunnelGroupId = Hoba::SwTunnelGroupId( said.macTable->tunnelId );
       told.lastMoveTime = said.macTable->learnTime;
       told.preference = 16;
-      all.push_back( told );
+      all.push_back( { told, elsewhere } );
    }
    if( said.failed ) {
       auto cpu = entry;
@@ -325,7 +334,7 @@ MacModel::candidates( Pair pair, Station const & station, Candidates & all, Stri
       cpu.entryType = Bridging::configuredDynamicMac;
       cpu.lastMoveTime = station.failedSince;
       cpu.preference = 16;
-      all.push_back( cpu );
+      all.push_back( { cpu, ofFailure } );
    }
 }
 
@@ -391,7 +400,8 @@ MacModel::hopOf( Entry const & entry ) const {
    auto const tuple = entry.l2RibObjTuple;
    if( !tuple ) {
       hop.intf = entry.intf;
-      hop.group = entry.swTunnelGroupId.value();
+      hop.group = hop.nextHopId = entry.swTunnelGroupId.value();
+      hop.obstacle = hop.group ? "" : "RIB object";
       return hop;
    }
    std::optional< L2Rib::Dest > dest;
@@ -411,7 +421,7 @@ MacModel::hopOf( Entry const & entry ) const {
       return hop;
    }
    hop.intf = dest->intf;
-   hop.group = dest->kind == L2Rib::destTunnel ? dest->tunnelGroup : 0;
+   hop.group = dest->tunnelGroup;
    hop.isMpls = dest->kind == L2Rib::destMpls;
    hop.hwId = hwIds_->hwIdHas( tuple ) ? hwIds_->hwId( tuple ) : 0;
    hop.obstacle = dest->kind == L2Rib::destDrop                    ? "drop next hop"
@@ -447,9 +457,11 @@ MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const
    String none;
    candidates( pair, station, all, none );
    std::optional< Entry > best;
+   auto origin = elsewhere;
    for( auto const & each : all ) {
-      if( !best || isBetter( *best, each ) ) {
-         best = each;
+      if( !best || isBetter( *best, each.entry ) ) {
+         best = each.entry;
+         origin = each.origin;
       }
    }
    if( best && ( Bridging::isEntryTypeRemote( best->entryType ) || best->l2RibObjTuple ) ) {
@@ -460,25 +472,29 @@ MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const
                                     : hop.obstacle;
       if( !obstacle.empty() ) {
          verdict.obstacle = obstacle;
-         bool const keeps = obstacle == "next hop" && current && isSamePlace( *current, *best ) &&
-                            current->entryType == best->entryType;
-         best = keeps ? current : std::nullopt;
+         if( obstacle == "next hop" && current && current->entryType == best->entryType ) {
+            verdict.entry = current; // it keeps its place
+            return verdict;
+         }
+         best.reset();
       }
    }
-   if( learnt ) {
+   bool isObstructed = false;
+   if( verdict.isLost ) {
+      learnt.reset();
+   } else if( learnt ) {
       if( auto const obstacle = obstacleOf( *learnt ); !obstacle.empty() ) {
-         verdict.obstacle = obstacle;
-         learnt.reset();
-      } else if( verdict.isLost ) {
+         verdict.obstacle = verdict.obstacle.empty() ? obstacle : verdict.obstacle;
+         verdict.isLost = best.has_value();
+         isObstructed = true;
          learnt.reset();
       }
    }
-   if( verdict.obstacle.empty() && !best && !learnt ) {
+   if( verdict.obstacle.empty() ) {
       verdict.obstacle = none;
    }
    if( learnt ) {
-      bool const isNew = !current || !isSamePlace( *current, *learnt ) ||
-                         current->entryType != learnt->entryType;
+      bool const isNew = !current || !isSamePlace( *current, *learnt );
       auto const * const before = current ? &*current : best ? &*best : nullptr;
       if( !isNew ) {
          learnt->moveCount = current->moveCount;
@@ -511,23 +527,20 @@ MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const
       verdict.entry = learnt;
    } else if( best ) {
       verdict.entry = best;
-      bool const isOwn = Bridging::isEntryTypeConfigured( best->entryType ) ||
-                         best->entryType == Bridging::authenticatedMac;
-      if( isOwn && current ) {
-         verdict.entry->moveCount = current->moveCount;
-         verdict.entry->lastMoveTime = current->lastMoveTime;
-         bool const isFailed = station.said.failed && Pelt::CpuIntfId::isCpuIntfId( best->intf );
-         if( !isSamePlace( *current, *best ) && !isFailed ) {
-            verdict.entry->moveCount.inc();
+      if( origin != elsewhere ) {
+         verdict.entry->moveCount = current ? current->moveCount : Mox::Seqno32();
+         verdict.entry->lastMoveTime = current ? current->lastMoveTime : now;
+         if( current && !isSamePlace( *current, *best ) ) {
             verdict.entry->lastMoveTime = now;
+            verdict.entry->moveCount.inc( origin == ofFailure ? 0 : 1 );
          }
-      } else if( isOwn ) {
-         verdict.entry->moveCount = Mox::Seqno32();
       }
-   } else if( current && isLearned( current->entryType ) && station.said.isNonAging ) {
+   } else if( current && !isObstructed && isLearned( current->entryType ) &&
+              station.said.isNonAging ) {
       verdict.entry = current;
-   } else if( current && Bridging::isEntryTypeRemote( current->entryType ) &&
-              boot_->hitlessRestartInProgress() && !boot_->remoteMacsReady() ) {
+   } else if( current && !isObstructed &&
+              Bridging::isEntryTypeRemote( current->entryType ) &&
+              ( boot_->hitlessRestartInProgress() || !boot_->remoteMacsReady() ) ) {
       verdict.entry = current;
    }
    return verdict;

@@ -92,7 +92,12 @@ class MacModel {
       std::uint64_t hwId = 0;
       bool isMpls = false;
    };
-   using Candidates = std::vector< Entry >;
+   enum Origin { elsewhere, ofOperator, ofFailure };
+   struct Candidate {
+      Entry entry;
+      Origin origin;
+   };
+   using Candidates = std::vector< Candidate >;
 
    void candidates( Pair pair, Station const & station, Candidates & all,
                     Kiv::String & none ) const;

@@ -34,7 +34,6 @@ class MacObserver : public Observer {
    void heard( Step const & step, Kiv::Datum const & answer ) override;
    void follow() override { hear(); }
    void timeIs( Kiv::Seconds now ) override;
-   void chipForgot() override { chipForgot_ = true; }
    void began( HobaAgent::RestartKind kind ) override;
    void verifyItems( Items & items ) const override;
    void check() override;
@@ -53,6 +52,7 @@ class MacObserver : public Observer {
    struct Flush {
       Bridging::HostTableFlushRequest what;
       std::set< Pair > spared;
+      bool isDone = false;
    };
    using FlushKey = std::pair< Kiv::String, Kiv::String >;
 
@@ -78,11 +78,9 @@ class MacObserver : public Observer {
    TableFaults faults_;
    bool isHeard_ = false; // the machine has begun
    bool isHearing_ = false;
-   bool chipForgot_ = false;
    std::map< Pair, MacModel::Station > stations_;
    std::map< Pair, Withheld > withheld_;
    std::map< FlushKey, Flush > flushes_;
-   std::set< FlushKey > answered_;
    std::map< Pair, Kiv::String > decided_; // as it was when it was looked at last
    std::multimap< Pair, Move > moves_;
 };
