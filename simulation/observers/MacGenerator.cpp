@@ -57,6 +57,13 @@ vxlan( Draw & draw ) {
    return draw.oneOf( { "Vxlan1", "Vxlan1", "Vxlan2" } );
 }
 
+// The same as a value.
+String
+tupleValue( Draw & draw ) {
+   auto const id = toText( draw.below( 3 ) );
+   return String( "{\"kind\":\"" ) + ( draw.chance( 70 ) ? "dest" : "lb" ) + "\",\"id\":" + id + '}';
+}
+
 void
 set( Steps & steps, String const & path, String const & text ) {
    steps.push_back( "set " + path + ' ' + text );
@@ -172,7 +179,7 @@ proposeRibHost( Draw & draw, Steps & steps ) {
    auto const source = draw.oneOf( { "sourceBgp", "sourceBgpEvpnMpls", "sourceTest", "sourceLocal",
                                      "sourceController" } );
    auto const type = draw.oneOf( { "evpnDynamicRemoteMac", "evpnStaticRemoteMac" } );
-   auto const object = tuple( draw );
+   auto const object = tupleValue( draw );
    auto const count = moves( draw );
    auto const time = seconds( draw );
    auto const preference = draw.oneOf( { "16", "16", "15", "17" } );
@@ -204,8 +211,9 @@ proposeRibObject( Draw & draw, Steps & steps ) {
    auto const intf = vxlan( draw );
    auto const tunnels = group( draw );
    auto const next = draw.oneOf( { "0", "1", "2", "3", "4294967295" } );
-   auto const dests = draw.oneOf( { "[\"dest:0\"]", "[\"dest:1\",\"dest:0\"]", "[]",
-                                    "[\"dest:2\",\"dest:1\"]" } );
+   auto const dests = draw.oneOf( { "[{\"kind\":\"dest\",\"id\":0}]", "[]",
+                                    "[{\"kind\":\"dest\",\"id\":1},{\"kind\":\"dest\",\"id\":0}]",
+                                    "[{\"kind\":\"dest\",\"id\":2},{\"kind\":\"dest\",\"id\":1}]" } );
    auto const hwId = draw.oneOf( { "0", "7", "8" } );
    auto const delay = draw.oneOf( { "0", "0", "0.5", "3" } );
    auto const object = tuple( draw );
