@@ -214,7 +214,10 @@ class ContextObserver : public Observer {
    Verdict judge( Step const & step ) const override;
    void heard( Step const & step, Datum const & answer ) override;
    void follow() override { hearFailures(); }
-   void timeIs( Kiv::Seconds ) override { hearFailures(); }
+   void timeIs( Kiv::Seconds ) override {
+      hearFailures();
+      hearSweeps();
+   }
    void began( HobaAgent::RestartKind kind ) override;
    void check() override;
 
@@ -233,6 +236,13 @@ class ContextObserver : public Observer {
    void hearFailures() {
       if( !observers().inTheMiddle() ) { // of a start, say
          failuresSeen_ = Kiv::Dispatch::failures;
+      }
+   }
+   // Of a start that looks at much rows are swept later.
+   void hearSweeps() {
+      auto const before = std::exchange( sweptBefore_, simulated().swept() );
+      if( !starts_.empty() ) {
+         starts_.back().swept += sweptBefore_ - before;
       }
    }
    void hearProperty( String const & table, String const & property, String const & text );

@@ -152,16 +152,16 @@ MacModel::reported( Pair pair, Said const & said ) const {
    Entry entry;
    entry.macEntry = pair;
    bool const isInHardware = said.macTable && isLearned( said.macTable->entryType );
-   bool const isLater = said.tunnel && isInHardware &&
-                        said.macTable->learnTime > said.tunnel->learnTime;
-   if( isInHardware && ( !said.tunnel || isLater ) ) {
+   bool const isTold = said.tunnel && Pelt::VxlanIntfId::isVxlanIntfId( said.tunnel->intf );
+   if( isInHardware &&
+       ( !isTold || said.macTable->learnTime > said.tunnel->learnTime ) ) {
       entry.intf = said.macTable->intf;
       entry.entryType = said.macTable->entryType;
       entry.lastMoveTime = said.macTable->learnTime;
       entry.swTunnelGroupId = Hoba::SwTunnelGroupId( said.macTable->tunnelId );
       return entry;
    }
-   if( said.tunnel ) {
+   if( isTold ) {
       entry.intf = said.tunnel->intf;
       entry.entryType = Bridging::learnedRemoteMac;
       entry.lastMoveTime = said.tunnel->learnTime;
@@ -191,6 +191,18 @@ MacModel::obstacleOf( Entry const & reported ) const {
 
 // ---- The others
 
+// Behind the overlay are remote stations, and no others; behind what, an object may not say yet.
+void
+MacModel::add( Candidates & all, String & none, Entry const & entry, Origin origin ) {
+   bool const isAway = Pelt::VxlanIntfId::isVxlanIntfId( entry.intf );
+   bool const isOpen = entry.l2RibObjTuple && !entry.intf;
+   if( isOpen || Bridging::isEntryTypeRemote( entry.entryType ) == isAway ) {
+      all.push_back( { entry, origin } );
+   } else if( none.empty() ) {
+      none = "interface";
+   }
+}
+
 void
 MacModel::fromConfigured( Pair pair, Said const & said, Candidates & all, String & none ) const {
    if( !said.configured ) {
@@ -215,7 +227,7 @@ MacModel::fromConfigured( Pair pair, Said const & said, Candidates & all, String
    entry.dropMode = host.intf ? host.dropMode : Bridging::dropModeBoth;
    entry.lastMoveTime = host.since;
    entry.preference = 16;
-   all.push_back( { entry, ofOperator } );
+   add( all, none, entry, ofOperator );
 }
 
 void
@@ -242,7 +254,7 @@ MacModel::fromPeer( Said const & said, Candidates & all, String & none ) const {
    entry.preference = 16;
    entry.promote = host.promote;
    entry.swTunnelGroupId = Hoba::SwTunnelGroupId( host.tunnelGroup );
-   all.push_back( { entry, elsewhere } );
+   add( all, none, entry, elsewhere );
 }
 
 void
@@ -266,14 +278,15 @@ MacModel::fromOverlay( Pair pair, Said const & said, Candidates & all, String & 
          entry.intf = hop.intf;
          entry.swTunnelGroupId = Hoba::SwTunnelGroupId( hop.group );
          entry.isMplsNextHop = hop.isMpls;
-         all.push_back( { entry, elsewhere } );
+         add( all, none, entry, elsewhere );
       } else {
-         none = "source";
+         none = none.empty() ? "source" : none;
       }
    }
    if( said.evpn ) {
-      all.push_back( { *said.evpn, elsewhere } );
-      all.back().entry.preference = said.evpn->preference ? said.evpn->preference : 16;
+      auto entry = *said.evpn;
+      entry.preference = entry.preference ? entry.preference : 16;
+      add( all, none, entry, elsewhere );
    }
 }
 
@@ -291,14 +304,14 @@ MacModel::candidates( Pair pair, Station const & station, Candidates & all, Stri
       remote.entryType = Bridging::configuredRemoteMac;
       remote.swTunnelGroupId = Hoba::SwTunnelGroupId( said.remote.begin()->second.tunnelGroup );
       remote.preference = 20;
-      all.push_back( { remote, ofOperator } );
+      add( all, none, remote, ofOperator );
    }
    if( said.router ) {
       auto router = entry;
       router.intf = said.router->intf;
       router.entryType = Bridging::configuredStaticMac;
       router.preference = 32;
-      all.push_back( { router, ofOperator } );
+      add( all, none, router, ofOperator );
    }
    if( said.dot1x && !isThere( said.dot1x->intf ) ) {
       none = none.empty() ? "interface" : none;
@@ -308,7 +321,7 @@ MacModel::candidates( Pair pair, Station const & station, Candidates & all, Stri
       host.entryType = Bridging::authenticatedMac;
       host.lastMoveTime = said.dot1x->since;
       host.preference = 24;
-      all.push_back( { host, ofOperator } );
+      add( all, none, host, ofOperator );
    }
    if( said.received ) {
       auto host = entry;
@@ -317,7 +330,7 @@ MacModel::candidates( Pair pair, Station const & station, Candidates & all, Stri
       host.swTunnelGroupId = Hoba::SwTunnelGroupId( said.received->tunnelGroup );
       host.moveCount = said.received->moves;
       host.preference = 16;
-      all.push_back( { host, elsewhere } );
+      add( all, none, host, elsewhere );
    }
    if( said.macTable && !isLearned( said.macTable->entryType ) ) {
       auto told = entry;
@@ -326,7 +339,7 @@ MacModel::candidates( Pair pair, Station const & station, Candidates & all, Stri
       told.swTunnelGroupId = Hoba::SwTunnelGroupId( said.macTable->tunnelId );
       told.lastMoveTime = said.macTable->learnTime;
       told.preference = 16;
-      all.push_back( { told, elsewhere } );
+      add( all, none, told, elsewhere );
    }
    if( said.failed ) {
       auto cpu = entry;
@@ -334,7 +347,7 @@ MacModel::candidates( Pair pair, Station const & station, Candidates & all, Stri
       cpu.entryType = Bridging::configuredDynamicMac;
       cpu.lastMoveTime = station.failedSince;
       cpu.preference = 16;
-      all.push_back( { cpu, ofFailure } );
+      add( all, none, cpu, ofFailure );
    }
 }
 

@@ -99,6 +99,7 @@ class MacModel {
    };
    using Candidates = std::vector< Candidate >;
 
+   static void add( Candidates & all, Kiv::String & none, Entry const & entry, Origin origin );
    void candidates( Pair pair, Station const & station, Candidates & all,
                     Kiv::String & none ) const;
    void fromConfigured( Pair pair, Said const & said, Candidates & all, Kiv::String & none ) const;
