@@ -463,9 +463,6 @@ MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const
    Verdict verdict;
    verdict.isLost = station.isLost;
    auto learnt = reported( pair, station.said );
-   if( learnt && !isThere( learnt->intf ) ) {
-      verdict.isLost = true;
-   }
    Candidates all;
    String none;
    candidates( pair, station, all, none );

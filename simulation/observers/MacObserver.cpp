@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "simulation/observers/MacObserver.h"
 
-#include "chips/sim/SimMac.h"
 #include "simulation/observers/MacGenerator.h"
+#include "simulation/observers/StationsObserver.h"
 
 #include <algorithm>
 
@@ -44,7 +44,8 @@ MacObserver::MacObserver( Switch & simulated, Observers & observers )
    for( auto const * path :
         { "/bridging", "/mlag", "/l2rib", "/vxlan", "/dot1x", "/fsf", "/hoba/macTable",
           "/hoba/routerMac", "/hoba/nonAging/status", "/hoba/objTupleToHwId",
-          "/hoba/swTunnelGroupIdMap", "/hoba/machines/mac", "/feeders/config/evpnMac" } ) {
+          "/hoba/swTunnelGroupIdMap", "/hoba/machines/mac", "/feeders/config/evpnMac", "/hoba/common/intf", "/hoba/common/lagToPort",
+          "/hoba/common/lagToPortConfig", "/hoba/common/lagToLagType" } ) {
       simulated.watch( path, [ this ] { hear(); } );
    }
 }
@@ -112,6 +113,8 @@ MacObserver::lookForMachine() {
    moves_.clear();
    withheld_.clear();
    flushes_.clear();
+   places_.clear();
+   vlans_.clear();
    hear();
 }
 
@@ -145,6 +148,7 @@ MacObserver::hear() {
       return;
    }
    hearFlushes();
+   hearPlaces();
    auto const all = model_.said();
    for( auto const & [ pair, said ] : all ) {
       saidIs( pair, said );
@@ -217,9 +221,39 @@ MacObserver::hearFlushes() {
    }
 }
 
+void
+MacObserver::hearPlaces() {
+   std::set< IntfId > places;
+   for( auto const * table : { "intf", "lagToPort", "lagToPortConfig", "lagToLagType" } ) {
+      auto const there = simulated().get( "/hoba/common/" + String( table ) );
+      if( auto const * const intfs = there.as< Datum::Object >() ) {
+         for( auto const & [ name, value ] : *intfs ) {
+            if( model_.learnsOnPort( IntfId( name ) ) ) {
+               places.insert( IntfId( name ) );
+            }
+         }
+      }
+   }
+   std::ranges::set_difference( places_, places, std::inserter( gone_, gone_.end() ) );
+   places_ = places;
+   std::set< Bridging::VlanId > vlans;
+   auto const dir = simulated().entity< Bridging::VlanConfigDir >( "/bridging/vlanConfig" );
+   for( auto const & [ vlan, config ] : dir->vlanConfig() ) {
+      if( config->macLearning() ) {
+         vlans.insert( vlan );
+      }
+   }
+   std::ranges::set_difference( vlans_, vlans, std::inserter( goneVlans_, goneVlans_.end() ) );
+   vlans_ = vlans;
+}
+
 bool
 MacObserver::isFlushed( Pair pair ) const {
    auto const & station = stations_.at( pair );
+   if( ( station.current && gone_.contains( station.current->intf ) ) ||
+       goneVlans_.contains( Bridging::VlanId( pair.vlanId().value() ) ) ) {
+      return true;
+   }
    return std::ranges::any_of( flushes_, [ & ]( auto const & each ) {
       auto const & what = each.second.what;
       if( each.second.isDone ) {
@@ -330,6 +364,8 @@ MacObserver::timeIs( Kiv::Seconds ) {
    for( auto & [ key, flush ] : flushes_ ) {
       flush.isDone = true;
    }
+   gone_.clear();
+   goneVlans_.clear();
 }
 
 void
@@ -338,22 +374,105 @@ MacObserver::began( HobaAgent::RestartKind ) {
    timeIs( simulated().now() ); // what is little is looked at at once
 }
 
+HobaSim::HostRow
+MacObserver::rowOf( Entry const & entry ) const {
+   HobaSim::HostRow row;
+   row.intf = entry.intf;
+   row.entryType = entry.entryType;
+   row.dropMode = entry.dropMode;
+   if( Bridging::isEntryTypeRemote( entry.entryType ) ) {
+      row.l2RibObjTuple = entry.l2RibObjTuple;
+      row.swTunnelGroupId = entry.swTunnelGroupId.value();
+      row.nextHopId = model_.nextHopId( entry );
+      row.hwId = model_.hwId( entry );
+      row.isMplsNextHop = entry.isMplsNextHop;
+   } else {
+      auto const known = stations_.find( entry.macEntry );
+      bool const isNonAging = known != stations_.end() && known->second.said.isNonAging;
+      row.ages = MacModel::isLearned( entry.entryType ) && !isNonAging;
+   }
+   return row;
+}
+
+namespace {
+
+// As verification tells it.
+String
+entryText( std::optional< HobaSim::HostRow > const & row ) {
+   if( !row ) {
+      return "nothing";
+   }
+   auto text = "behind " + ( row->intf ? toText( row->intf ) : "no interface" ) + ", " +
+               toText( row->entryType );
+   text += row->dropMode ? ", " + toText( row->dropMode ) : "";
+   text += row->swTunnelGroupId ? ", tunnel group " + toText( row->swTunnelGroupId ) : "";
+   text += row->l2RibObjTuple ? ", " + toText( row->l2RibObjTuple ) : "";
+   text += row->nextHopId ? ", next hop " + toText( row->nextHopId ) : "";
+   text += row->hwId ? ", hardware id " + toText( row->hwId ) : "";
+   text += row->isMplsNextHop ? ", MPLS" : "";
+   text += row->ages ? ", ages" : "";
+   return text + ( row->byChip ? ", learnt by the chip" : "" );
+}
+
+// In all that software can write.
+bool
+isSame( HobaSim::HostRow const & a, HobaSim::HostRow b ) {
+   b.byChip = a.byChip;
+   b.heardIn = a.heardIn;
+   b.flushes = a.flushes;
+   return a == b;
+}
+
+} // namespace
+
 void
 MacObserver::verifyItems( Items & items ) const {
    // What is decided and not done is not compared.
-   std::size_t count = 0, compared = 0;
+   std::size_t count = 0, compared = 0, mismatches = 0, remotes = 0, remotesFound = 0;
+   String first;
+   auto const mismatch = [ & ]( String const & text ) {
+      first = ++mismatches == 1 ? text : first;
+   };
+   auto const chip = simulated().entity< HobaSim::MacUnit >( "/sim/chip/mac" );
+   for( auto const & [ pair, row ] : chip->host() ) {
+      remotesFound += !row.byChip && Pelt::VxlanIntfId::isVxlanIntfId( row.intf );
+   }
    auto const status = simulated().entity< Bridging::Status >( "/bridging/status" );
-   auto const refused = rowsAt( machinePath + "refusedList" );
-   auto const waiting = rowsAt( machinePath + "updateList" );
    for( auto const & [ vlan, database ] : status->fdbStatus() ) {
       for( auto const & [ addr, host ] : database->learnedHost() ) {
-         auto const key = toText( Pair( addr, vlan ) );
+         remotes += Bridging::isEntryTypeRemote( host.entryType );
+      }
+   }
+   if( remotes != remotesFound ) {
+      mismatch( toText( remotes ) + " remote stations expected, " + toText( remotesFound ) +
+                " found" );
+   }
+   auto const refused = rowsAt( machinePath + "refusedList" );
+   auto const waiting = rowsAt( machinePath + "updateList" );
+   auto const & stations = observers().find< StationsObserver >();
+   for( auto const & [ vlan, database ] : status->fdbStatus() ) {
+      for( auto const & [ addr, host ] : database->learnedHost() ) {
+         Pair const pair( addr, vlan );
          ++count;
-         compared += refused.contains( key ) || waiting.contains( key ) ? 0 : 1;
+         auto const known = stations_.find( pair );
+         if( refused.contains( toText( pair ) ) || waiting.contains( toText( pair ) ) ||
+             known == stations_.end() || !known->second.current ) {
+            continue;
+         }
+         ++compared;
+         auto const wanted = rowOf( *known->second.current );
+         auto const is = stations.entry( pair );
+         if( !is || !isSame( *is, wanted ) ) {
+            mismatch( toText( pair ) + ": " + entryText( wanted ) + " expected, " +
+                      entryText( is ) + " found" );
+         }
       }
    }
    items.emplace_back(
-         "MAC addresses, " + toText( compared ) + " of " + toText( count ) + " compared", "ok" );
+         "MAC addresses, " + toText( compared ) + " of " + toText( count ) + " compared",
+         mismatches == 0   ? "ok"
+         : mismatches == 1 ? first
+                           : first + "; and " + toText( mismatches - 1 ) + " more" );
 }
 
 // ---- What must be
@@ -404,7 +523,11 @@ MacObserver::checkOverlay() {
       row.nextHopId = model_.nextHopId( *entry );
       row.hwId = model_.hwId( *entry );
       status[ toText( pair ) ] = Kiv::datumText( Kiv::toDatum( row ) );
-      hosts[ toText( pair ) ] = Kiv::datumText( Kiv::toDatum( *entry ) );
+      // What a source is worth is its own matter.
+      auto host = *entry;
+      host.preference = 0;
+      host.promote = false;
+      hosts[ toText( pair ) ] = Kiv::datumText( Kiv::toDatum( host ) );
       if( row.nextHopId ) {
          ++nexts[ row.nextHopId ];
       }
@@ -441,12 +564,7 @@ MacObserver::checkChip() {
          }
          continue;
       }
-      bool const isSame = row->intf == entry.intf && row->entryType == entry.entryType &&
-                          row->dropMode == entry.dropMode &&
-                          row->nextHopId == model_.nextHopId( entry ) &&
-                          row->hwId == model_.hwId( entry ) &&
-                          row->ages == ( isLearned && !station.said.isNonAging );
-      if( !isSame ) {
+      if( !isSame( *row, rowOf( entry ) ) ) {
          found( "the chip has " + toText( pair ) + " as " + Kiv::datumText( Kiv::toDatum( *row ) ) +
                 ", and must as " + textOf( entry ) );
       }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Bridging/HostTableFlush.h"
+#include "chips/sim/SimMac.h"
 #include "simulation/Observer.h"
 #include "simulation/TableFaults.h"
 #include "simulation/observers/MacModel.h"
@@ -59,6 +60,7 @@ class MacObserver : public Observer {
    void lookForMachine();
    void hear();
    void hearFlushes();
+   void hearPlaces();
    void saidIs( Pair pair, MacModel::Said const & said );
    void evaluate( Pair pair );
    void decided();
@@ -67,6 +69,8 @@ class MacObserver : public Observer {
    std::map< Pair, Kiv::String > decidedRows() const;
    static Kiv::String textOf( std::optional< Entry > const & entry );
    void adoptStatus();
+   // What the chip has to hold of it.
+   HobaSim::HostRow rowOf( Entry const & entry ) const;
 
    void checkStatus();
    void checkOverlay();
@@ -81,6 +85,9 @@ class MacObserver : public Observer {
    std::map< Pair, MacModel::Station > stations_;
    std::map< Pair, Withheld > withheld_;
    std::map< FlushKey, Flush > flushes_;
+   // Where stations were learnt, and where they are no more: what was learnt there is forgotten.
+   std::set< Pelt::IntfId > places_, gone_;
+   std::set< Bridging::VlanId > vlans_, goneVlans_;
    std::map< Pair, Kiv::String > decided_; // as it was when it was looked at last
    std::multimap< Pair, Move > moves_;
 };
