@@ -139,8 +139,8 @@ class HobaHelperMacAddrSm : public Hoba::HobaBaseHelper {
    // The whole table for a technician, a line each.
    HOBA_REQUIRED( Kiv::String, showL2TableAll, () const, unimplemented( "showL2TableAll" ) );
 
-   // Verification: what differs, empty when nothing does. `host` is to be there; one without an interface is
-   // not to be there.
+   // Verification: what differs, empty when nothing does. `host` is to be there; one without interface and
+   // type is not.
    HOBA_REQUIRED( Kiv::String, handleVerify, ( Host const & host ) const,
                   unimplemented( "handleVerify" ) );
    HOBA_REQUIRED( Kiv::String, verifyRemoteHost, ( RemoteHost const & host ) const,

@@ -588,8 +588,9 @@ class MacAddrSm : public HobaVerifiedSm {
    // In the first pass: entries that software wrote are told once more.
    bool inFirstPass_ = false;
    bool firstPassWalked_ = false;
-   bool isIndexed_ = false; // hostsByIntf_ has all that is in the status
-   bool room_ = false;      // an entry has left the hardware since refused ones had their turn
+   bool isIndexed_ = false;      // hostsByIntf_ has all that is in the status
+   std::size_t retriesLeft_ = 0; // of the refused ones, in this round
+   bool room_ = false;           // an entry has left the hardware since refused ones had their turn
    std::function< void() > whenFirstPassIsDone_;
 
    KIV_REACTOR( KivMacTable, macTable );

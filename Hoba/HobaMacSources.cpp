@@ -17,7 +17,19 @@ struct MacSources::Gather {
    MacCandidates & found;
    std::vector< MacNoCandidate > * const none;
 
-   void add( MacSource source, MacEntry const & entry ) { found.add( source, entry ); }
+   // A remote station is behind a VXLAN interface, and no other one is; behind which, an object of the RIB may
+   // not say yet.
+   static bool fits( MacEntry const & entry ) {
+      return ( entry.hasL2RibObjTuple() && !entry.intf ) ||
+             isEntryTypeRemote( entry.entryType ) == Pelt::VxlanIntfId::isVxlanIntfId( entry.intf );
+   }
+   void add( MacSource source, MacEntry const & entry ) {
+      if( fits( entry ) ) {
+         found.add( source, entry );
+      } else {
+         refuse( source, macObstacleNoIntf, entry );
+      }
+   }
    void refuse( MacSource source, MacObstacle obstacle, MacEntry const & entry ) {
       if( none ) {
          none->push_back( { source, obstacle, entry } );
@@ -300,6 +312,9 @@ MacSources::reported( MacVlanPair pair, HobaTypes::MacAddressTableEntry const * 
       record = nullptr;
    }
    auto const * event = tunnelLearnEvent( pair );
+   if( event && !Pelt::VxlanIntfId::isVxlanIntfId( event->intf ) ) {
+      event = nullptr;
+   }
    learnedInHardware = false;
    if( event && !( record && record->learnTime > event->learnTime ) ) {
       auto entry = entryOf( pair, event->intf, Bridging::learnedRemoteMac, 0, event->learnTime );

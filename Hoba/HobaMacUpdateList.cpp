@@ -2,6 +2,8 @@
 #include "Hoba/HobaMacAddrSm.h"
 #include "Zipline/Zipline.h"
 
+#include <algorithm>
+
 ZIPLINE_HANDLE( HobaMacUpdateList );
 
 // How what was decided is done: in turns of the clock, in the order in which it was decided. The hardware first,
@@ -245,19 +247,25 @@ MacAddrSm::retryRefused() {
    if( !isReady() ) {
       return;
    }
-   // Each once: what is refused again stands in the list anew.
-   auto const refusedNow = Kiv::keysOf( refusedList() );
-   for( auto const & pair : refusedNow ) {
-      if( auto const * change = refusedList().find( pair ) ) {
-         auto const again = *change;
-         refusedListDel( pair );
-         updateListIs( again );
-      }
+   if( retriesLeft_ == 0 ) {
+      retriesLeft_ = refusedList().size();
+      evaluateWithheld( []( Pair, MacWithheld const & held ) {
+         return held.obstacle == macObstacleRemoteLimit;
+      } );
    }
-   evaluateWithheld(
-         []( Pair, MacWithheld const & held ) { return held.obstacle == macObstacleRemoteLimit; } );
+   // Each once: what is refused again stands behind those that have not had their turn.
+   retriesLeft_ = std::min< std::size_t >( retriesLeft_, refusedList().size() );
+   for( std::uint32_t turn = 0; turn < macModifyBacklogQuantum() && retriesLeft_ > 0; ++turn ) {
+      auto const again = ( *refusedList().begin() ).value;
+      refusedListDel( again.macEntry );
+      updateListIs( again );
+      --retriesLeft_;
+   }
    if( !updateList().empty() ) {
       updateMacEntryClock()->noLaterThan( now() );
+   }
+   if( retriesLeft_ > 0 ) {
+      retryClock()->noLaterThan( now() );
    }
 }
 

@@ -217,6 +217,7 @@ Run::begin( Step const & step ) {
    }
    beganAll( kind );
    if( fromQuiet && kind == HobaAgent::hitless ) {
+      passTime( switch_->now() ); // the first look at many stations takes turns of the clock
       std::uint64_t mayWrite = 0, maySweep = 0;
       for( auto const & each : observers_->all() ) {
          mayWrite += each->restartWrites();

@@ -3,7 +3,7 @@
 
 // What a history is made of: lines as an operator would type them for hobactl, and a few more.
 //
-//    set PATH TEXT              as hobactl set; TEXT is one word
+//    set PATH TEXT              as hobactl set; TEXT is one word, or JSON without spaces
 //    del PATH
 //    sim link Ethernet1 down    or any other command of the agent
 //    frame Ethernet1 HEX        the octets of a frame come in on a port of the chip

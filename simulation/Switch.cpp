@@ -3,6 +3,7 @@
 
 #include "Hoba/HobaCallbacks.h"
 #include "Hoba/HobaLog.h"
+#include "agent/common/Json.h"
 #include "agent/features/Features.h"
 #include "chips/sim/SimChip.h"
 #include "simulation/Hex.h"
@@ -36,7 +37,11 @@ Switch::run( Step const & step ) {
    Outcome outcome;
    try {
       if( step[ 0 ] == "set" ) {
-         database_.setText( step[ 1 ], step[ 2 ] );
+         if( step[ 2 ].starts_with( '{' ) || step[ 2 ].starts_with( '[' ) ) {
+            database_.set( step[ 1 ], HobaAgent::parseJson( step[ 2 ] ) );
+         } else {
+            database_.setText( step[ 1 ], step[ 2 ] );
+         }
       } else if( step[ 0 ] == "del" ) {
          database_.del( step[ 1 ] );
       } else if( step[ 0 ] == "frame" ) {

@@ -214,7 +214,9 @@ MacHelper::verifyRow( MacVlanPair station, std::optional< HostRow > const & want
 
 String
 MacHelper::handleVerify( Host const & host ) const {
-   return verifyRow( host.macEntry, host.intf ? std::optional( rowOf( host ) ) : std::nullopt );
+   // A station may well be nowhere: frames to it are dropped.
+   bool const isWanted = host.intf || host.entryType;
+   return verifyRow( host.macEntry, isWanted ? std::optional( rowOf( host ) ) : std::nullopt );
 }
 
 String

@@ -58,6 +58,29 @@ constexpr std::string_view observed[] = {
       "/sim/chip/mac/setting",
       "/sim/chip/mac/flush",
       "/sim/chip/mac/count",
+      "/sim/chip/mac/maxRemoteMacs",
+      // who says where stations are, and where they are
+      "/bridging/config",
+      "/bridging/vlanConfig",
+      "/bridging/switchIntfConfig",
+      "/bridging/status",
+      "/bridging/dynHostStatus",
+      "/bridging/flush",
+      "/interface/config",
+      "/mlag",
+      "/l2rib",
+      "/vxlan",
+      "/dot1x",
+      "/fsf",
+      "/hoba/routerMac",
+      "/hoba/evpnMac",
+      "/hoba/objTupleToHwId",
+      "/hoba/swTunnelGroupIdMap",
+      "/hoba/common/mlagPeerLinkPort",
+      "/hoba/common/mlagIntfPort",
+      "/hoba/machines/mac",
+      "/hoba/machines/overlayFeeder",
+      "/hoba/machines/flushClient",
       // frames
       "/sim/chip/path/count",
       "/sim/chip/path/drop",
@@ -92,8 +115,6 @@ constexpr std::pair< std::string_view, std::string_view > constants[] = {
       { "/hoba/common/unusedIntf", "{}" },
       { "/hoba/common/multiEncapIntf", "[]" },
       { "/hoba/common/intfEncapServiceIntf", "" },
-      { "/hoba/common/mlagPeerLinkPort", "{}" },
-      { "/hoba/common/mlagIntfPort", "{}" },
       { "/hoba/common/lagToFeatureSet", "{}" },
       { "/hoba/common/keepStaticMacOnDisabledIntf", "false" },
       { "/hoba/common/enforceVlanMembershipForStaticMac", "false" },
@@ -124,9 +145,10 @@ constexpr std::pair< std::string_view, std::string_view > constants[] = {
       { "/hoba/common/initialized", "true" },
       { "/hoba/common/yieldTimeSlice", "0.01" },
       { "/hoba/machines/portFeeder", "{\"initialized\": true}" },
+      { "/hoba/machines/bridgingFeeder", "{\"initialized\": true}" },
+      { "/hoba/machines/mlagFeeder", "{\"initialized\": true}" },
       { "/hoba/machines/nonAgingFeeder", "{\"initialized\": true}" },
       { "/sim/chip/events/reporting", "true" },
-      { "/sim/chip/mac/maxRemoteMacs", "16384" },
       { "/sim/chip/mac/reportingAll", "false" },
       { "/sim/chip/capture",
         "{\"file\": \"\", \"port\": \"\", \"speed\": 0, \"frames\": 0, \"running\": false, "
@@ -144,7 +166,7 @@ constexpr std::pair< std::string_view, bool > tables[] = {
       { "events/link", false },
       { "events/autoneg", false },
       { "trunk/lag", true },
-      { "mac/host", false },
+      { "mac/host", true },
       { "mac/seen", false },
       { "mac/intfLearning", true },
       { "mac/vlanLearning", true },
@@ -201,7 +223,10 @@ class ContextObserver : public Observer {
    Verdict judge( Step const & step ) const override;
    void heard( Step const & step, Datum const & answer ) override;
    void follow() override { hearFailures(); }
-   void timeIs( Kiv::Seconds ) override { hearFailures(); }
+   void timeIs( Kiv::Seconds ) override {
+      hearFailures();
+      hearSweeps();
+   }
    void began( HobaAgent::RestartKind kind ) override;
    void check() override;
 
@@ -220,6 +245,13 @@ class ContextObserver : public Observer {
    void hearFailures() {
       if( !observers().inTheMiddle() ) { // of a start, say
          failuresSeen_ = Kiv::Dispatch::failures;
+      }
+   }
+   // Of a start that looks at much rows are swept later.
+   void hearSweeps() {
+      auto const before = std::exchange( sweptBefore_, simulated().swept() );
+      if( !starts_.empty() ) {
+         starts_.back().swept += sweptBefore_ - before;
       }
    }
    void hearProperty( String const & table, String const & property, String const & text );

@@ -147,6 +147,8 @@ StationsObserver::StationsObserver( Switch & simulated, Observers & observers )
    simulated.watch( macPath + "setting", [ this ] { settingChanged(); } );
    simulated.watch( macPath + "count", [ this ] { sweepTurn(); } );
    simulated.watch( macPath + "flush", [ this ] { flushTurn(); } );
+   simulated.watch( macPath + "host", [ this ] { writtenBySoftware(); } );
+   simulated.watch( macPath + "hostTable", [ this ] { writtenBySoftware(); } );
 }
 
 // ---- What happens to stations
@@ -216,66 +218,20 @@ StationsObserver::proposeEvent( Draw & draw, Steps & steps ) const {
    }
 }
 
-// What no machine tells the chip, it is told by others; and what it is to forget.
+// What it is to forget.
 void
 StationsObserver::proposeTold( Draw & draw, Steps & steps ) const {
    auto const intf = draw.intf();
    auto const vlan = draw.vlan();
-   switch( auto const row = draw.below( 10 ) ) {
-   case 0:
-      return steps.push_back( "set " + macPath + "intfLearning/" + intf + " false" );
-   case 1:
-      return steps.push_back( "set " + macPath + "vlanLearning/" + vlan + " false" );
-   case 2: {
-      auto const what = draw.oneOf( { "sourceMacInvalid ", "sourceCheckCpuMac " } );
-      return steps.push_back( "set " + macPath + "setting/" + what + draw.oneOf( { "0", "1" } ) );
-   }
-   case 3:
-   case 4:
-      return steps.push_back( "set " + macPath + "setting/agingTime " +
-                              draw.oneOf( { "0", "3", "4", "30" } ) );
-   case 5:
-      return steps.push_back(
-            "del " + macPath +
-            draw.oneOf< String >( { "intfLearning/" + intf, "vlanLearning/" + vlan,
-                                    "setting/agingTime", "setting/sourceMacInvalid" } ) );
-   default:
-      return steps.push_back( "mac-flush " + ( row % 2 ? vlan : "*" ) + '@' +
-                              ( row > 7 ? intf : "*" ) );
-   }
+   auto const kind = draw.below( 4 );
+   steps.push_back( "mac-flush " + ( kind % 2 ? vlan : "*" ) + '@' + ( kind > 1 ? intf : "*" ) );
 }
 
-// A chip with little room; one that somebody spoils, or writes to as no machine does.
+// A chip with little room.
 void
 StationsObserver::proposeFault( Draw & draw, Steps & steps ) const {
-   auto const kind = draw.below( 14 );
-   auto const station = draw.station();
-   auto const host = station + '@' + draw.vlan();
-   auto const intf = draw.chance( 85 ) ? draw.intf() : draw.oneOf( { "Cpu", "Vxlan1", "Vlan2" } );
    auto const capacity = draw.oneOf( { "0", "1", "4", "12", "131072" } );
-   auto const type = draw.oneOf( { "learnedDynamicMac", "peerDynamicMac", "configuredStaticMac",
-                                   "evpnIntfDynamicMac", "authenticatedMac" } );
-   auto const drop = draw.oneOf( { "dropModeNone", "dropModeSrc", "dropModeDst", "dropModeBoth" } );
-   auto const isSo = draw.oneOf( { "true", "false" } );
-   auto const impossible = draw.oneOf( { "01:00:5e:00:53:01@1", "00:00:5e:00:53:01@0" } );
-   auto const set = [ & ]( String const & field, String const & value ) {
-      steps.push_back( "set " + hostPath + ( kind < 13 ? host : impossible ) + '/' + field + ' ' +
-                       value );
-   };
-   if( kind < 3 ) {
-      return steps.push_back( "set " + capacityPath + ' ' + capacity );
-   }
-   if( kind < 5 ) {
-      return steps.push_back( "del " + hostPath + host );
-   }
-   set( "intf", intf );
-   set( "entryType", type );
-   set( "ages", isSo );
-   if( kind > 9 ) {
-      set( "byChip", isSo );
-   } else if( kind > 7 ) {
-      set( "dropMode", drop );
-   }
+   steps.push_back( "set " + capacityPath + ' ' + capacity );
 }
 
 // The row that it writes, field by field.
@@ -344,7 +300,8 @@ StationsObserver::canTell( Step const & step ) const {
    }
    auto const key = step[ 1 ].substr( step[ 1 ].rfind( '/' ) + 1 );
    if( step.isAt( macPath + "setting" ) ) {
-      return std::ranges::find( settings, key ) != std::end( settings ) && parsed< Kiv::Seconds >( step[ 2 ] );
+      return std::ranges::find( settings, key ) != std::end( settings ) &&
+             parsed< Kiv::Seconds >( step[ 2 ] );
    }
    bool const isKey = step.isAt( macPath + "intfLearning" )
                             ? parsed< IntfId >( key ).has_value()
@@ -414,7 +371,7 @@ StationsObserver::heard( Step const & step, Kiv::Datum const & answer ) {
       }
       changed( host, before );
    } else if( step[ 0 ] == "mac-flush" ) {
-      flushes_[ FlushScope::parse( step[ 1 ] ) ] = ++counts_[ "flushes" ];
+      flushTurn();
    }
 }
 
@@ -624,6 +581,60 @@ StationsObserver::forgetSeen( Host station, char const * why ) {
    report( HobaEvent::eventTypeMacAddressAged, station, intf );
 }
 
+// What the machine of MAC addresses writes, whose observer knows what that must be. What it has written, its
+// count of writes says.
+void
+StationsObserver::writtenBySoftware() {
+   auto const written = textAt( macPath + "hostTable/writes" );
+   if( written.empty() ) {
+      return; // it goes
+   }
+   auto const writes = Kiv::fromText< std::uint64_t >( written ) +
+                       Kiv::fromText< std::uint64_t >( textAt( macPath + "hostTable/swept" ) );
+   if( writes == writes_ ) {
+      return;
+   }
+   std::map< Host, Row > rows;
+   auto const table = simulated().get( macPath + "host" );
+   for( auto const & [ station, row ] : *table.as< Kiv::Datum::Object >() ) {
+      rows.emplace( Host::parse( station ), Kiv::fromDatum< Row >( row ) );
+   }
+   for( auto const & [ station, row ] : rows ) {
+      auto const old = hosts_.find( station );
+      if( !row.byChip && ( old == hosts_.end() || !( old->second == row ) ) ) {
+         writes_ = writes;
+         wrote( station, &row );
+      }
+   }
+   for( auto const & [ station, row ] : std::map( hosts_ ) ) {
+      if( !rows.contains( station ) ) {
+         writes_ = writes;
+         wrote( station, nullptr );
+      }
+   }
+}
+
+void
+StationsObserver::wrote( Host station, Row const * row ) {
+   dropFlushed( station );
+   std::optional< Row > before;
+   if( auto const old = hosts_.find( station ); old != hosts_.end() ) {
+      before.emplace( old->second );
+   }
+   if( !row ) {
+      if( hosts_.erase( station ) ) {
+         changed( station, before );
+      }
+      return;
+   }
+   if( row->heardIn != numberOf( "sweeps" ) || row->flushes != numberOf( "flushes" ) ) {
+      found( "software wrote " + toText( station ) + ", and the chip notes " +
+             Kiv::datumText( Kiv::toDatum( *row ) ) );
+   }
+   hosts_[ station ] = *row;
+   changed( station, before );
+}
+
 void
 StationsObserver::dropFlushed( Host station ) {
    if( hosts_.contains( station ) && !entry( station ) ) {
@@ -644,6 +655,11 @@ StationsObserver::flushTurn() {
       return;
    }
    auto const working = rowsAt( macPath + "flush" );
+   for( auto const & [ scope, number ] : working ) {
+      auto & last = flushes_[ FlushScope::parse( scope ) ];
+      last = std::max( last, Kiv::fromText< std::uint64_t >( number ) );
+      counts_[ "flushes" ] = std::max( counts_[ "flushes" ], last );
+   }
    for( auto const & [ scope, number ] : std::map( flushes_ ) ) {
       if( !working.contains( toText( scope ) ) ) {
          flush( scope.intf );
@@ -708,22 +724,9 @@ StationsObserver::sweepTurn() {
 
 void
 StationsObserver::timeIs( Kiv::Seconds now ) {
-   countTold();
    if( half_ > 0 && halfFrom_ + static_cast< double >( halves_ + 1 ) * half_ <= now ) {
       found( "no sweep of the MAC table by " + toText( now ) );
    }
-}
-
-void
-StationsObserver::countTold() {
-   told_ = rowsAt( macPath + "setting" ).size() + rowsAt( macPath + "intfLearning" ).size() +
-           rowsAt( macPath + "vlanLearning" ).size();
-}
-
-void
-StationsObserver::began( HobaAgent::RestartKind ) {
-   restartSwept_ = told_;
-   countTold();
 }
 
 void

@@ -63,6 +63,8 @@ class StationsObserver : public Observer {
    Learning learn( Pelt::IntfId intf, Pelt::EthAddr source, Bridging::VlanId vlan );
    // Software says where it belongs.
    static bool isBound( Row const & row );
+   // The chip's rows, as they must be.
+   std::map< Host, Row > const & rows() const { return hosts_; }
    // What the chip has of the station for a frame.
    std::optional< Row > entry( Host station ) const;
    // The LAG that the chip has the port in now, faults or not; else the port itself.
@@ -82,11 +84,8 @@ class StationsObserver : public Observer {
    void propose( Draw & draw, Steps & steps ) override;
    Verdict judge( Step const & step ) const override;
    void heard( Step const & step, Kiv::Datum const & answer ) override;
-   void follow() override { countTold(); }
    void timeIs( Kiv::Seconds now ) override;
    void chipForgot() override;
-   void began( HobaAgent::RestartKind ) override;
-   std::uint64_t restartSwept() const override { return restartSwept_; }
    void check() override;
 
  private:
@@ -112,12 +111,13 @@ class StationsObserver : public Observer {
    void changed( Host station, std::optional< Row > const & before );
    void forget( Host station, char const * why );
    void forgetSeen( Host station, char const * why );
+   void writtenBySoftware();
+   void wrote( Host station, Row const * row );
    void dropFlushed( Host station );
    void flushTurn();
    void flush( Pelt::IntfId intf );
    void settingChanged();
    void sweepTurn();
-   void countTold();
    void learned( Step const & step, Kiv::Datum const & answer );
    void aged( Step const & step );
    void told( Step const & step );
@@ -134,8 +134,7 @@ class StationsObserver : public Observer {
    Kiv::String agingTime_;
    Kiv::Seconds half_ = 0, halfFrom_ = 0;
    std::uint64_t halves_ = 0;
-   // Rows that somebody told the chip, for which no machine asks.
-   std::uint64_t told_ = 0, restartSwept_ = 0;
+   std::uint64_t writes_ = 0; // of software, as far as they are known
    std::map< Kiv::String, std::uint64_t > counts_;
    std::uint64_t capacity_ = 131072;
    // The machines', which outlives them.

@@ -211,6 +211,9 @@ VlanObserver::judge( Step const & step ) const {
 Observer::Verdict
 VlanObserver::judgeVlan( Step const & step ) const {
    auto const words = behind( vlanPath, step );
+   if( words[ 1 ] == "macLearning" || words[ 1 ] == "primaryVlan" ) {
+      return notMine;
+   }
    if( !reads< VlanId >( words[ 0 ] ) ) {
       return refuses;
    }
@@ -227,6 +230,9 @@ VlanObserver::judgeVlan( Step const & step ) const {
 Observer::Verdict
 VlanObserver::judgeSwitchIntf( Step const & step ) const {
    auto const words = behind( switchIntfPath, step );
+   if( words[ 1 ] == "enableLearning" ) {
+      return notMine;
+   }
    if( !isIntf( words[ 0 ] ) ) {
       return refuses;
    }

@@ -47,7 +47,7 @@ TEST_F( MacTest, whoClaimsAStationAndWhatItWaitsFor ) {
    // Behind the overlay, until the hardware has its next hop.
    ok( "set /l2rib/destOutput/dest/dest:17", R"({"intf":"Vxlan1","tunnelGroup":5,"nextHopId":9})" );
    ok( "set /l2rib/hostOutput/host/02:00:00:00:00:03@10",
-       R"({"objTuple":{"kind":"dest","id":17}})" );
+       R"({"objTuple":"dest:17"})" );
    expectIn( text( ok( "show mac pending" ) ),
              { "02:00:00:00:00:03 10 hardware id", "1 change 1 for hardware id" } );
    expectIn( text( ok( "explain mac 02:00:00:00:00:03 10" ) ),
