@@ -50,14 +50,15 @@ class MacWalks {
       auto const end = clock.now() + machine.commonSmData()->yieldTimeSlice();
       while( !walks_.empty() && !machine.kivMarkedForDeletion() ) {
          auto const walk = walks_.front();
-         if( !walk->run( machine, quantum ) ) {
+         bool const isOver = walk->run( machine, quantum );
+         if( walks_.empty() || walks_.front() != walk ) {
+            continue; // a visit has ended all of them, this one included
+         }
+         if( !isOver ) {
             clock.noLaterThan( clock.now() );
             return false;
          }
-         // A visit may have ended all of them.
-         if( !walks_.empty() && walks_.front() == walk ) {
-            walks_.pop_front();
-         }
+         walks_.pop_front();
          if( walk->done && !machine.kivMarkedForDeletion() ) {
             walk->done();
          }
