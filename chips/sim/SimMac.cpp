@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "chips/sim/SimMac.h"
 
+#include "Hoba/HobaMacEvaluation.h"
 #include "Kiv/DispatchRecorder.h"
 #include "Kiv/Reflect.h"
 
@@ -19,18 +20,7 @@ using Pelt::IntfId;
 
 bool
 HostRow::isBound() const {
-   switch( entryType ) {
-   case Bridging::configuredStaticMac:
-   case Bridging::configuredRemoteMac:
-   case Bridging::authenticatedMac:
-   case Bridging::peerStaticMac:
-   case Bridging::peerAuthenticatedMac:
-   case Bridging::peerStaticRemoteMac:
-   case Bridging::evpnStaticRemoteMac:
-      return !ages;
-   default:
-      return false;
-   }
+   return !ages && Hoba::isMacEntryStatic( entryType );
 }
 
 bool
