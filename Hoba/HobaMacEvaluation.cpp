@@ -353,7 +353,7 @@ macObstacleText( MacObstacle obstacle ) {
    case macObstacleRemoteLimit:
       return "max remote MAC limit reached";
    case macObstacleNoIntf:
-      return "its interface does not exist";
+      return "its interface does not exist, or none is named";
    case macObstacleIntfDisabled:
       return "its interface is disabled";
    case macObstacleVlanMembership:
@@ -363,7 +363,7 @@ macObstacleText( MacObstacle obstacle ) {
    case macObstaclePeerIntf:
       return "its interface is down, or not one that is shared with the peer";
    case macObstacleSource:
-      return "its source is not one that this table is for";
+      return "its source or its type is not one that this table is for";
    }
    return {};
 }

@@ -17,7 +17,21 @@ struct MacSources::Gather {
    MacCandidates & found;
    std::vector< MacNoCandidate > * const none;
 
-   void add( MacSource source, MacEntry const & entry ) { found.add( source, entry ); }
+   // What others wrote is not believed blindly. The operator's own was looked at.
+   void add( MacSource source, MacEntry const & entry ) {
+      if( source == macSourceFdbConfig ) {
+         found.add( source, entry );
+      } else if( !pair.isStation() ) {
+         refuse( source, macObstacleGroupAddress, entry );
+      } else if( entry.entryType == Bridging::entryTypeUnknown ||
+                 isMacEntryLearned( entry.entryType ) ) {
+         refuse( source, macObstacleSource, entry );
+      } else if( !entry.intf && !Bridging::isEntryTypeRemote( entry.entryType ) ) {
+         refuse( source, macObstacleNoIntf, entry );
+      } else {
+         found.add( source, entry );
+      }
+   }
    void refuse( MacSource source, MacObstacle obstacle, MacEntry const & entry ) {
       if( none ) {
          none->push_back( { source, obstacle, entry } );
@@ -94,6 +108,7 @@ MacSources::fromEvpnMacTable( Gather & gather ) const {
       return;
    }
    auto entry = in_.evpnMacTable->remoteMac( gather.pair );
+   entry.macEntry = gather.pair;
    if( entry.preference == 0 ) {
       entry.preference = macPreferenceDefault;
    }
@@ -318,6 +333,12 @@ MacSources::reported( MacVlanPair pair, HobaTypes::MacAddressTableEntry const * 
 MacObstacle
 MacSources::reportedObstacle( MacEntry const & entry ) const {
    auto const vlanId = entry.macEntry.vlanId();
+   if( !entry.macEntry.isStation() ) {
+      return macObstacleGroupAddress;
+   }
+   if( !entry.intf ) {
+      return macObstacleNoIntf;
+   }
    if( Bridging::isEntryTypeRemote( entry.entryType ) ) {
       if( isControllerClient() ) {
          return macObstacleControllerClient;
