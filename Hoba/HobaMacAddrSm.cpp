@@ -17,10 +17,21 @@ namespace Hoba {
 
 // ---- Life
 
+// What is behind the overlay is kept somewhere, also if nobody else wants to know.
+static MacAddrInputs
+complete( MacAddrInputs inputs ) {
+   if( !inputs.rmacInfoDir ) {
+      inputs.rmacInfoDir = Kiv::make< HobaTypes::RemoteMacInfoDir >();
+      inputs.rmacInfoDir->remoteHost()->remoteMacControl().attachWriter(
+            "remoteHost", { .privateMemory = true } );
+   }
+   return inputs;
+}
+
 MacAddrSm::MacAddrSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
                       Kiv::Ptr< HobaHelper::HobaHelperMacAddrSm > const & helper,
                       MacAddrInputs const & inputs )
-      : HobaVerifiedSm( commonSmData ), in_( inputs ), helper_( helper ),
+      : HobaVerifiedSm( commonSmData ), in_( complete( inputs ) ), helper_( helper ),
         sources_( in_, this->commonSmData(), fsfFailedServer(), manageStaticMulticast() ),
         fdb_( in_ ), learning_( *this ), flush_( *this ), verify_( *this ) {
    HOBA_INVARIANT( helper, "MAC addresses are a matter of the hardware" );
@@ -79,6 +90,25 @@ MacAddrSm::endWalks() {
    firstPassWalked_ = false;
 }
 
+// What was gathered and decided: of what happens meanwhile it would not hear.
+void
+MacAddrSm::forgetAll() {
+   endWalks();
+   updateListDelAll();
+   refusedListDelAll();
+   withheldDelAll();
+   macTableUpdateListDelAll();
+   fsfFailedServerDelAll();
+   retries_ = 0;
+   room_ = false;
+   withheldWalk_ = nullptr;
+   tunnelWalk_ = nullptr;
+   hostsByIntf_.clear();
+   lostReport_.clear();
+   rib_ = {};
+   sources_.forgetVnis();
+}
+
 void
 MacAddrSm::whenFirstPassIsDone( std::function< void() > call ) {
    whenFirstPassIsDone_ = std::move( call );
@@ -88,10 +118,11 @@ void
 MacAddrSm::handleInitialized() {
    ZTRACE( 3, "MacAddrSm", " handleIntialized: ", initialized() );
    if( !initialized() ) {
-      endWalks();
       reactorsUninitialize();
+      forgetAll();
       return;
    }
+   forgetAll(); // of a beginning that threw
    helper_.call< &HobaHelper::HobaHelperMacAddrSm::hwInit >();
    reactorsInitialize();
    beginFirstPass();
@@ -104,7 +135,6 @@ MacAddrSm::beginFirstPass() {
    inFirstPass_ = true;
    isIndexed_ = false;
    firstPassDoneIs( false );
-   fdb_.recount();
    walkStatus( [ this ]( Pair pair ) {
       if( auto const current = currentEntry( pair ) ) {
          indexIs( pair, {}, current->intf );
@@ -199,8 +229,10 @@ MacAddrSm::walkSources() {
       add( in_.l2RibHostOutput, in_.l2RibHostOutput->host() );
    }
    if( in_.evpnMacTable ) {
+      std::vector< Pair > pairs;
       in_.evpnMacTable->remoteMacForEach(
-            [ & ]( Pair const & pair, auto const & ) { visit( pair ); } );
+            [ & ]( Pair const & pair, auto const & ) { pairs.push_back( pair ); } );
+      walks_.add( std::move( pairs ), visit );
    }
    if( in_.bridgingConfig ) {
       for( auto const & [ vlanId, fdb ] : in_.bridgingConfig->fdbConfig() ) {
@@ -226,9 +258,7 @@ MacAddrSm::walkSources() {
    }
    if( in_.rmacInfoDir ) {
       add( in_.rmacInfoDir, in_.rmacInfoDir->receivedRemoteHost()->remoteHost() );
-      for( auto const & [ host, event ] : in_.rmacInfoDir->tunnelLearnEvent()->event() ) {
-         handleTunnelLearnEvent( host );
-      }
+      walkTunnelLearnEvents( {} );
    }
    for( auto const & [ pair, server ] : fsfFailedServer() ) {
       evaluateEntry( pair );

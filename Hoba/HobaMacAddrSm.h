@@ -286,9 +286,10 @@ class MacAddrSm : public HobaVerifiedSm {
    void adoptFailedServers();
    void walkStatus( MacWalks::Visit const & visit );
    void endWalks();
+   void forgetAll();
 
    // ---- Decide
-   bool checkIgnoreEvent( Pair pair, MacClaims const & claims );
+   bool checkIgnoreEvent( Pair pair, MacClaims & claims );
    void detectRemoteLocalMove( MacEntry const * before, MacEntry const & after, int point,
                                ModifyMacEntry & change ) const;
    bool collidingStaticEntryWithRouterMacEntry( MacCandidates const & candidates ) const;
@@ -309,6 +310,7 @@ class MacAddrSm : public HobaVerifiedSm {
    // ---- Do
    void updateQueuedAddresses();
    void retryRefused();
+   void retrySome();
    void program( Pair pair );
    MacProgramStatus programEntry( ModifyMacEntry const & change );
    MacProgramStatus programLocal( ModifyMacEntry const & change );
@@ -328,7 +330,20 @@ class MacAddrSm : public HobaVerifiedSm {
    void evaluateAll( Kiv::HashSet< Pair > const & pairs );
    void evaluateVlan( Bridging::VlanIdOrNone vlanId );
    void evaluateIntf( Pelt::IntfId intf );
-   void evaluateWithheld( std::function< bool( Pair, MacWithheld const & ) > which );
+   using Vlans = Kiv::HashSet< Bridging::VlanIdOrNone >;
+   // Which of what is withheld: those that wait for one of these, and all of these VLANs.
+   struct Withheld {
+      std::uint32_t obstacles = 0; // a bit each
+      Vlans vlans;
+   };
+   static constexpr std::uint32_t bit( MacObstacle obstacle ) { return 1u << obstacle; }
+   void evaluateWithheld( Withheld const & which );
+   // What tunnels learnt in the VLAN, or in all.
+   void walkTunnelLearnEvents( Bridging::VlanIdOrNone vlanId );
+   // None in a VLAN without that number.
+   Pair pairOf( Vxlan::VniMac const & host ) const;
+   // Its next hop; what keeps its place while that is worked out anew has the one that it is programmed with.
+   MacNextHop nextHopToProgram( MacEntry const & entry ) const;
    void evaluateObject( L2Rib::ObjTuple tuple );
 
    class KivMacTable
@@ -588,9 +603,12 @@ class MacAddrSm : public HobaVerifiedSm {
    // In the first pass: entries that software wrote are told once more.
    bool inFirstPass_ = false;
    bool firstPassWalked_ = false;
-   bool isIndexed_ = false;      // hostsByIntf_ has all that is in the status
-   std::size_t retriesLeft_ = 0; // of the refused ones, in this round
-   bool room_ = false;           // an entry has left the hardware since refused ones had their turn
+   bool isIndexed_ = false;  // hostsByIntf_ has all that is in the status
+   bool room_ = false;       // an entry has left the hardware since refused ones had their turn
+   std::size_t retries_ = 0; // refused ones that are to have their turn still
+   // What a walk that has not begun is to visit: who asks meanwhile needs none of his own.
+   std::shared_ptr< Withheld > withheldWalk_;
+   std::shared_ptr< Vlans > tunnelWalk_;
    std::function< void() > whenFirstPassIsDone_;
 
    KIV_REACTOR( KivMacTable, macTable );

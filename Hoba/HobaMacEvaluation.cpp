@@ -363,7 +363,7 @@ macObstacleText( MacObstacle obstacle ) {
    case macObstaclePeerIntf:
       return "its interface is down, or not one that is shared with the peer";
    case macObstacleSource:
-      return "its source is not one that this table is for";
+      return "its source or its type is not one that this table is for";
    }
    return {};
 }

@@ -17,17 +17,24 @@ struct MacSources::Gather {
    MacCandidates & found;
    std::vector< MacNoCandidate > * const none;
 
-   // A remote station is behind a VXLAN interface, and no other one is; behind which, an object of the RIB may
-   // not say yet.
+   // What others wrote is not believed blindly. The operator's own was looked at, but for its place: a remote
+   // station is behind a VXLAN interface, and no other one is; behind which, an object of the RIB may not say yet.
    static bool fits( MacEntry const & entry ) {
       return ( entry.hasL2RibObjTuple() && !entry.intf ) ||
              isEntryTypeRemote( entry.entryType ) == Pelt::VxlanIntfId::isVxlanIntfId( entry.intf );
    }
    void add( MacSource source, MacEntry const & entry ) {
-      if( fits( entry ) ) {
-         found.add( source, entry );
-      } else {
+      bool const isOwn = source == macSourceFdbConfig;
+      if( !isOwn && !pair.isStation() ) {
+         refuse( source, macObstacleGroupAddress, entry );
+      } else if( entry.entryType == Bridging::entryTypeUnknown ||
+                 isMacEntryLearned( entry.entryType ) ) {
+         refuse( source, macObstacleSource, entry );
+      } else if( !fits( entry ) ||
+                 ( !isOwn && !entry.intf && !isEntryTypeRemote( entry.entryType ) ) ) {
          refuse( source, macObstacleNoIntf, entry );
+      } else {
+         found.add( source, entry );
       }
    }
    void refuse( MacSource source, MacObstacle obstacle, MacEntry const & entry ) {
@@ -106,6 +113,7 @@ MacSources::fromEvpnMacTable( Gather & gather ) const {
       return;
    }
    auto entry = in_.evpnMacTable->remoteMac( gather.pair );
+   entry.macEntry = gather.pair;
    if( entry.preference == 0 ) {
       entry.preference = macPreferenceDefault;
    }
@@ -333,6 +341,12 @@ MacSources::reported( MacVlanPair pair, HobaTypes::MacAddressTableEntry const * 
 MacObstacle
 MacSources::reportedObstacle( MacEntry const & entry ) const {
    auto const vlanId = entry.macEntry.vlanId();
+   if( !entry.macEntry.isStation() ) {
+      return macObstacleGroupAddress;
+   }
+   if( !entry.intf ) {
+      return macObstacleNoIntf;
+   }
    if( Bridging::isEntryTypeRemote( entry.entryType ) ) {
       if( isControllerClient() ) {
          return macObstacleControllerClient;

@@ -201,7 +201,7 @@ MacAddrSm::explain( Pair pair ) const {
 // ---- Decide
 
 bool
-MacAddrSm::checkIgnoreEvent( Pair pair, MacClaims const & claims ) {
+MacAddrSm::checkIgnoreEvent( Pair pair, MacClaims & claims ) {
    auto const * reported = claims.reported;
    if( claims.agedInHardware && fsfFailedServerHas( pair ) ) {
       ZTRACE( 5, "Ignoring event for mac entry ", pair, " Ignoring aging event for FSF entry ",
@@ -216,6 +216,7 @@ MacAddrSm::checkIgnoreEvent( Pair pair, MacClaims const & claims ) {
       ZTRACE( 5, "Ignoring event for mac entry ", pair,
               " ignoring learn event for just-programmed remote entry" );
       lostReport_.insert( pair );
+      claims.reported = nullptr;
       return claims.learnedInHardware;
    }
    return false;
@@ -369,7 +370,8 @@ MacAddrSm::evaluateEntry( Pair pair, bool learnedInHardware, bool agedInHardware
    }
    // The next hop as it is now, and not as it was when it was programmed.
    if( verdict.action == invalidAction && all.best && !claims.configuredObstacle &&
-       Bridging::isEntryTypeRemote( verdict.entry.entryType ) && !queued( pair ) ) {
+       Bridging::isEntryTypeRemote( verdict.entry.entryType ) &&
+       verdict.entry.entryType == all.best->entry.entryType && !queued( pair ) ) {
       auto const * hop = fdb_.nextHop( pair );
       if( hop && ( hop->hwId != all.hop.hwId || hop->nextHopId != all.hop.nextHopId ) ) {
          verdict.action = addConfiguredRemote;

@@ -19,7 +19,8 @@ MacAddrSm::updateQueuedAddresses() {
    auto const clock = updateMacEntryClock();
    auto const end = clock->now() + commonSmData()->yieldTimeSlice();
    for( std::uint32_t done = 0; isReady() && !updateList().empty(); ++done ) {
-      if( done >= macModifyBacklogQuantum() || ( done % 8 == 7 && clock->now() >= end ) ) {
+      if( done > 0 &&
+          ( done >= macModifyBacklogQuantum() || ( done % 8 == 7 && clock->now() >= end ) ) ) {
          ZTRACE( 6, "updateQueuedAddresses: Returned not complete" );
          clock->noLaterThan( clock->now() );
          return;
@@ -53,6 +54,22 @@ MacAddrSm::program( Pair pair ) {
    if( isMacProgramRefused( status ) ) {
       refused( change, status );
    }
+}
+
+MacNextHop
+MacAddrSm::nextHopToProgram( MacEntry const & entry ) const {
+   auto hop = sources_.nextHop( entry );
+   auto const * held = fdb_.nextHop( entry.macEntry );
+   if( held && hop.obstacle == macObstacleNextHopUnresolved ) {
+      auto const status = fdb_.entry( entry.macEntry );
+      if( status && status->entryType == entry.entryType &&
+          status->l2RibObjTuple == entry.l2RibObjTuple ) {
+         hop.obstacle = macObstacleNone;
+         hop.nextHopId = held->nextHopId;
+         hop.hwId = held->hwId;
+      }
+   }
+   return hop;
 }
 
 MacProgramStatus
@@ -110,7 +127,7 @@ MacAddrSm::hostOf( MacEntry const & entry ) const {
 Kiv::String
 MacAddrSm::verifyHost( MacEntry const & entry ) const {
    return Bridging::isEntryTypeRemote( entry.entryType )
-                ? helper_->verifyRemoteHost( remoteHostOf( entry, sources_.nextHop( entry ) ) )
+                ? helper_->verifyRemoteHost( remoteHostOf( entry, nextHopToProgram( entry ) ) )
                 : helper_->handleVerify( hostOf( entry ) );
 }
 
@@ -153,12 +170,20 @@ MacAddrSm::isKeptOutOfRemoteHostTable( MacEntry const & entry ) const {
 MacProgramStatus
 MacAddrSm::programRemote( ModifyMacEntry const & change ) {
    auto const entry = change.entry();
-   auto const hop = sources_.nextHop( entry );
+   auto const hop = nextHopToProgram( entry );
    bool const isNew = !fdb_.nextHop( entry.macEntry );
    if( hop.obstacle || ( isNew && fdb_.remotes() >= helper_->getMaxRemoteMacs() ) ) {
       // It was all right when it was decided: now it is withheld.
       updateListDel( entry.macEntry );
       evaluateEntry( entry.macEntry );
+      // Whoever wants it all the same asks again, but not at once.
+      auto const * again = updateList().find( entry.macEntry );
+      if( !again || !( again->entry() == entry ) ) {
+         return macProgramSuccess;
+      }
+      auto waits = *again;
+      updateListDel( entry.macEntry );
+      refused( waits, macProgramFailed );
       return macProgramSuccess;
    }
    auto const status = helper_.call< &Helper::addRemoteHost >( remoteHostOf( entry, hop ) );
@@ -247,25 +272,36 @@ MacAddrSm::retryRefused() {
    if( !isReady() ) {
       return;
    }
-   if( retriesLeft_ == 0 ) {
-      retriesLeft_ = refusedList().size();
-      evaluateWithheld( []( Pair, MacWithheld const & held ) {
-         return held.obstacle == macObstacleRemoteLimit;
-      } );
+   if( retries_ == 0 ) {
+      retries_ = refusedList().size();
+      evaluateWithheld( { bit( macObstacleRemoteLimit ), {} } );
    }
-   // Each once: what is refused again stands behind those that have not had their turn.
-   retriesLeft_ = std::min< std::size_t >( retriesLeft_, refusedList().size() );
-   for( std::uint32_t turn = 0; turn < macModifyBacklogQuantum() && retriesLeft_ > 0; ++turn ) {
-      auto const again = ( *refusedList().begin() ).value;
-      refusedListDel( again.macEntry );
-      updateListIs( again );
-      --retriesLeft_;
-   }
+   retrySome();
    if( !updateList().empty() ) {
       updateMacEntryClock()->noLaterThan( now() );
    }
-   if( retriesLeft_ > 0 ) {
+   if( retries_ > 0 ) {
       retryClock()->noLaterThan( now() );
+   } else if( !refusedList().empty() ) {
+      retryClock()->noLaterThan( now() + retryDelay );
+   }
+}
+
+// Each once: what is refused again stands behind them.
+void
+MacAddrSm::retrySome() {
+   auto const end = now() + commonSmData()->yieldTimeSlice();
+   for( std::uint32_t done = 0; retries_ > 0; ++done, --retries_ ) {
+      if( refusedList().empty() || !isReady() ) {
+         retries_ = 0;
+         return;
+      }
+      if( done > 0 && ( done >= macModifyBacklogQuantum() || ( done % 8 == 0 && now() >= end ) ) ) {
+         return;
+      }
+      auto const again = ( *refusedList().begin() ).value;
+      refusedListDel( again.macEntry );
+      updateListIs( again );
    }
 }
 
