@@ -44,7 +44,7 @@ MacObserver::MacObserver( Switch & simulated, Observers & observers )
    for( auto const * path :
         { "/bridging", "/mlag", "/l2rib", "/vxlan", "/dot1x", "/fsf", "/hoba/macTable",
           "/hoba/routerMac", "/hoba/nonAging/status", "/hoba/objTupleToHwId",
-          "/hoba/swTunnelGroupIdMap", "/hoba/machines/mac", "/feeders/config/evpnMac", "/hoba/common/intf", "/hoba/common/lagToPort",
+          "/hoba/swTunnelGroupIdMap", "/hoba/machines/mac", "/feeders/config/evpnMac", "/hoba/common/intf", "/hoba/common/lagToPort", "/interface/status",
           "/hoba/common/lagToPortConfig", "/hoba/common/lagToLagType" } ) {
       simulated.watch( path, [ this ] { hear(); } );
    }
@@ -108,12 +108,24 @@ MacObserver::lookForMachine() {
    // It keeps what is in force, and looks at all that is said when its clock runs.
    adoptStatus();
    for( auto const & [ pair, said ] : model_.said() ) {
-      stations_[ pair ].said = said;
+      auto & station = stations_[ pair ];
+      station.said = said;
+      // A server that failed while nobody looked: whether it is back by now the status knows.
+      auto const & current = station.current;
+      station.failedSince = !current                                    ? simulated().now()
+                            : MacModel::isLearned( current->entryType ) ? 0
+                                                                        : current->lastMoveTime;
    }
    moves_.clear();
    withheld_.clear();
    flushes_.clear();
    places_.clear();
+   down_.clear();
+   for( auto const & [ name, port ] : rowsAt( "/interface/status/ethPhyIntfStatus" ) ) {
+      if( port.find( "linkDown" ) != String::npos ) {
+         down_.insert( name );
+      }
+   }
    vlans_.clear();
    hear();
 }
@@ -174,7 +186,7 @@ MacObserver::saidIs( Pair pair, MacModel::Said const & said ) {
          flush.spared.insert( pair );
       }
    }
-   if( said.failed && !station.said.failed ) {
+   if( said.failed && said.failed != station.said.failed ) {
       station.failedSince = simulated().now();
    }
    station.said = said;
@@ -223,15 +235,25 @@ MacObserver::hearFlushes() {
 
 void
 MacObserver::hearPlaces() {
+   // A port that is there and learns; a LAG that has active members and learns.
    std::set< IntfId > places;
-   for( auto const * table : { "intf", "lagToPort", "lagToPortConfig", "lagToLagType" } ) {
-      auto const there = simulated().get( "/hoba/common/" + String( table ) );
-      if( auto const * const intfs = there.as< Datum::Object >() ) {
-         for( auto const & [ name, value ] : *intfs ) {
-            if( model_.learnsOnPort( IntfId( name ) ) ) {
-               places.insert( IntfId( name ) );
-            }
-         }
+   for( auto const & [ name, value ] : rowsAt( "/hoba/common/intf" ) ) {
+      places.insert( IntfId( name ) );
+   }
+   for( auto const & [ name, list ] : rowsAt( "/hoba/common/lagToPort" ) ) {
+      if( list.find( "Ethernet" ) != String::npos ) {
+         places.insert( IntfId( name ) );
+      }
+   }
+   std::erase_if( places, [ & ]( IntfId intf ) { return !model_.learnsOnPort( intf ); } );
+   // A link that went down.
+   auto const lagOf = rowsAt( "/hoba/common/portToLag" );
+   for( auto const & [ name, port ] : rowsAt( "/interface/status/ethPhyIntfStatus" ) ) {
+      bool const isDown = port.find( "linkDown" ) != String::npos;
+      if( isDown && down_.insert( name ).second && !lagOf.contains( name ) ) {
+         gone_.insert( IntfId( name ) );
+      } else if( !isDown ) {
+         down_.erase( name );
       }
    }
    std::ranges::set_difference( places_, places, std::inserter( gone_, gone_.end() ) );
@@ -574,13 +596,11 @@ MacObserver::checkChip() {
 void
 MacObserver::checkLearning() {
    Rows ports, vlans;
-   for( auto const & [ intf, text ] : rowsAt( "/hoba/common/intf" ) ) {
-      if( !model_.learnsOnPort( IntfId( intf ) ) ) {
-         ports[ intf ] = "false";
-      }
-   }
-   for( auto const & [ intf, text ] : rowsAt( "/hoba/common/lagToPort" ) ) {
-      if( !model_.learnsOnPort( IntfId( intf ) ) ) {
+   auto spokenOf = rowsAt( "/bridging/switchIntfConfig/switchIntfConfig" );
+   spokenOf.merge( rowsAt( "/dot1x/status/intfStatus" ) );
+   spokenOf[ toText( model_.mlag().peerLinkIntf() ) ];
+   for( auto const & [ intf, text ] : spokenOf ) {
+      if( !intf.empty() && !model_.learnsOnPort( IntfId( intf ) ) ) {
          ports[ intf ] = "false";
       }
    }

@@ -87,6 +87,7 @@ class MacObserver : public Observer {
    std::map< FlushKey, Flush > flushes_;
    // Where stations were learnt, and where they are no more: what was learnt there is forgotten.
    std::set< Pelt::IntfId > places_, gone_;
+   std::set< Kiv::String > down_;
    std::set< Bridging::VlanId > vlans_, goneVlans_;
    std::map< Pair, Kiv::String > decided_; // as it was when it was looked at last
    std::multimap< Pair, Move > moves_;
