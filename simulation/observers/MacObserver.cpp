@@ -516,7 +516,8 @@ MacObserver::checkStatus() {
    Rows dynamic;
    for( auto const & [ pair, station ] : stations_ ) {
       if( station.current && station.current->entryType == Bridging::configuredDynamicMac &&
-          station.said.configured ) {
+          station.said.configured &&
+          station.said.configured->intf == station.current->intf ) {
          dynamic[ toText( pair ) ] = toText( station.current->intf );
       }
    }
