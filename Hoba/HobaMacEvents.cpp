@@ -189,12 +189,14 @@ MacAddrSm::handleLag( Pelt::IntfId const & lag ) {
       flush_.flushLag( lag );
       helper_.call< &Helper::removeLag >( lag );
       evaluateIntf( lag );
-   } else if( commonSmData()->lagToPort( lag ).port.empty() ) {
-      flush_.flushLag( lag ); // nobody is behind it any more
-   } else {
-      evaluateWithheld(
-            []( Pair, MacWithheld const & held ) { return held.obstacle == macObstacleNoIntf; } );
+      return;
    }
+   if( commonSmData()->lagToPort( lag ).port.empty() ) {
+      flush_.flushLag( lag ); // nobody is behind it any more
+   }
+   // It is there, whether or not it has members.
+   evaluateWithheld(
+         []( Pair, MacWithheld const & held ) { return held.obstacle == macObstacleNoIntf; } );
 }
 
 // ---- The MLAG peer
