@@ -117,6 +117,7 @@ MacObserver::lookForMachine() {
                                                                         : current->lastMoveTime;
    }
    moves_.clear();
+   inForce_.clear();
    withheld_.clear();
    flushes_.clear();
    places_.clear();
@@ -199,12 +200,6 @@ MacObserver::evaluate( Pair pair ) {
    auto const now = simulated().now();
    auto const verdict = model_.evaluate( pair, station, now );
    station.isLost = verdict.isLost;
-   auto const & before = station.current;
-   if( before && verdict.entry && before->moveCount != verdict.entry->moveCount &&
-       !MacModel::isSamePlace( *before, *verdict.entry ) ) {
-      moves_.emplace( pair, Move{ before->intf, verdict.entry->intf, now,
-                                  verdict.entry->moveCount.value() } );
-   }
    station.current = verdict.entry;
    auto & held = withheld_[ pair ];
    if( held.obstacle != verdict.obstacle ) {
@@ -347,7 +342,32 @@ MacObserver::decidedRows() const {
 }
 
 void
+MacObserver::hearMoves() {
+   auto const status = simulated().entity< Bridging::Status >( "/bridging/status" );
+   std::map< Pair, IntfId > now;
+   for( auto const & [ vlan, database ] : status->fdbStatus() ) {
+      for( auto const & [ addr, host ] : database->learnedHost() ) {
+         Pair const pair( addr, vlan );
+         now[ pair ] = host.intf;
+         auto const before = inForce_.find( pair );
+         bool const isFailure =
+               Pelt::CpuIntfId::isCpuIntfId( host.intf ) && stations_[ pair ].said.failed;
+         if( before != inForce_.end() && before->second != host.intf && !isFailure ) {
+            moves_.push_back( Kiv::datumText( Datum::Object{
+                  { "macEntry", toText( pair ) },
+                  { "from", toText( before->second ) },
+                  { "to", toText( host.intf ) },
+                  { "time", Kiv::toDatum( simulated().now() ) },
+                  { "moves", Kiv::toDatum( host.moves.value() ) } } ) );
+         }
+      }
+   }
+   inForce_ = now;
+}
+
+void
 MacObserver::decided() {
+   hearMoves();
    auto const rows = decidedRows();
    for( auto const & [ pair, station ] : std::map( stations_ ) ) {
       auto const row = rows.contains( pair ) ? rows.at( pair ) : "nothing";
@@ -633,6 +653,21 @@ MacObserver::checkMachine() {
    expectText( machinePath + "firstPassDone", "true" );
    expectText( machinePath + "flushAll", "false" );
    expectText( machinePath + "moveCount", toText( moves_.size() ) );
+   auto const log = simulated().get( machinePath + "moveLog" );
+   std::vector< String > moves;
+   if( auto const * const array = log.as< Datum::Array >() ) {
+      for( auto const & move : *array ) {
+         moves.push_back( Kiv::datumText( move ) );
+      }
+   } else if( auto const * const object = log.as< Datum::Object >() ) {
+      for( auto const & [ key, move ] : *object ) {
+         moves.push_back( Kiv::datumText( move ) );
+      }
+   }
+   if( moves != moves_ && moves_.size() <= 1000 ) {
+      found( "the log of moves ends with " + ( moves.empty() ? "nothing" : moves.back() ) +
+             ", and must with " + ( moves_.empty() ? "nothing" : moves_.back() ) );
+   }
    Rows withheld;
    for( auto const & [ pair, held ] : withheld_ ) {
       if( !held.obstacle.empty() ) {

@@ -40,11 +40,6 @@ class MacObserver : public Observer {
    void check() override;
 
  private:
-   struct Move {
-      Pelt::IntfId from, to;
-      Kiv::Seconds time = 0;
-      std::uint32_t moves = 0;
-   };
    struct Withheld {
       Kiv::String obstacle;
       Kiv::Seconds since = 0;
@@ -63,6 +58,7 @@ class MacObserver : public Observer {
    void hearPlaces();
    void saidIs( Pair pair, MacModel::Said const & said );
    void evaluate( Pair pair );
+   void hearMoves();
    void decided();
    bool isFlushed( Pair pair ) const;
    void forget( Pair pair );
@@ -90,7 +86,9 @@ class MacObserver : public Observer {
    std::set< Kiv::String > down_;
    std::set< Bridging::VlanId > vlans_, goneVlans_;
    std::map< Pair, Kiv::String > decided_; // as it was when it was looked at last
-   std::multimap< Pair, Move > moves_;
+   // Where stations in force were last, and how they came there.
+   std::map< Pair, Pelt::IntfId > inForce_;
+   std::vector< Kiv::String > moves_;
 };
 
 } // namespace Simulation
