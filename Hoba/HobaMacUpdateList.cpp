@@ -183,7 +183,7 @@ MacAddrSm::inForce( MacEntry const & entry ) {
          room_ = true;
       }
       // A failed server has not moved: the CPU port stands for it.
-      bool const isFailure = isCpuPort( entry.intf ) && fsfFailedServerHas( pair );
+      bool const isFailure = Pelt::CpuIntfId::isCpuIntfId( entry.intf ) && fsfFailedServerHas( pair );
       if( host->intf != entry.intf && !isFailure ) {
          moveLogEnq( { pair, host->intf, entry.intf, now(), entry.moveCount.value() } );
          if( moveLog().size() > moveLogSize ) {
