@@ -410,12 +410,6 @@ MacObserver::timeIs( Kiv::Seconds ) {
    goneVlans_.clear();
 }
 
-void
-MacObserver::began( HobaAgent::RestartKind ) {
-   lookForMachine();
-   timeIs( simulated().now() ); // what is little is looked at at once
-}
-
 HobaSim::HostRow
 MacObserver::rowOf( Entry const & entry ) const {
    HobaSim::HostRow row;
@@ -466,6 +460,22 @@ isSame( HobaSim::HostRow const & a, HobaSim::HostRow b ) {
 }
 
 } // namespace
+
+void
+MacObserver::began( HobaAgent::RestartKind ) {
+   lookForMachine();
+   auto const before = stations_;
+   timeIs( simulated().now() ); // what is little is looked at at once
+   // What only events told is forgotten with the machine that heard them.
+   restartWrites_ = 0;
+   for( auto const & [ pair, station ] : before ) {
+      auto const & now = stations_[ pair ].current;
+      bool const isWritten = station.current && !MacModel::isLearned( station.current->entryType );
+      if( isWritten && ( !now || !isSame( rowOf( *station.current ), rowOf( *now ) ) ) ) {
+         ++restartWrites_;
+      }
+   }
+}
 
 void
 MacObserver::verifyItems( Items & items ) const {

@@ -36,6 +36,7 @@ class MacObserver : public Observer {
    void follow() override { hear(); }
    void timeIs( Kiv::Seconds now ) override;
    void began( HobaAgent::RestartKind kind ) override;
+   std::uint64_t restartWrites() const override { return restartWrites_; }
    void verifyItems( Items & items ) const override;
    void check() override;
 
@@ -78,6 +79,7 @@ class MacObserver : public Observer {
    TableFaults faults_;
    bool isHeard_ = false; // the machine has begun
    bool isHearing_ = false;
+   std::uint64_t restartWrites_ = 0;
    std::map< Pair, MacModel::Station > stations_;
    std::map< Pair, Withheld > withheld_;
    std::map< FlushKey, Flush > flushes_;
