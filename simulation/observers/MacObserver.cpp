@@ -116,6 +116,7 @@ MacObserver::lookForMachine() {
                             : MacModel::isLearned( current->entryType ) ? 0
                                                                         : current->lastMoveTime;
    }
+   adopted_ = stations_;
    moves_.clear();
    inForce_.clear();
    withheld_.clear();
@@ -464,11 +465,10 @@ isSame( HobaSim::HostRow const & a, HobaSim::HostRow b ) {
 void
 MacObserver::began( HobaAgent::RestartKind ) {
    lookForMachine();
-   auto const before = stations_;
    timeIs( simulated().now() ); // what is little is looked at at once
    // What only events told is forgotten with the machine that heard them.
    restartWrites_ = 0;
-   for( auto const & [ pair, station ] : before ) {
+   for( auto const & [ pair, station ] : adopted_ ) {
       auto const & now = stations_[ pair ].current;
       bool const isWritten = station.current && !MacModel::isLearned( station.current->entryType );
       if( isWritten && ( !now || !isSame( rowOf( *station.current ), rowOf( *now ) ) ) ) {

@@ -81,6 +81,7 @@ class MacObserver : public Observer {
    bool isHearing_ = false;
    std::uint64_t restartWrites_ = 0;
    std::map< Pair, MacModel::Station > stations_;
+   std::map< Pair, MacModel::Station > adopted_; // as they were when the machine began
    std::map< Pair, Withheld > withheld_;
    std::map< FlushKey, Flush > flushes_;
    // Where stations were learnt, and where they are no more: what was learnt there is forgotten.
