@@ -190,11 +190,13 @@ MacAddrSm::handleLag( Pelt::IntfId const & lag ) {
       evaluateIntf( lag );
       flush_.flushLag( lag );
       helper_.call< &Helper::removeLag >( lag );
-   } else if( commonSmData()->lagToPort( lag ).port.empty() ) {
-      flush_.flushLag( lag ); // nobody is behind it any more
-   } else {
-      evaluateWithheld( { bit( macObstacleNoIntf ), {} } );
+      return;
    }
+   if( commonSmData()->lagToPort( lag ).port.empty() ) {
+      flush_.flushLag( lag ); // nobody is behind it any more
+   }
+   // It is there, whether or not it has members.
+   evaluateWithheld( { bit( macObstacleNoIntf ), {} } );
 }
 
 // ---- The MLAG peer

@@ -120,9 +120,14 @@ MacFdb::maybeDeleteFdbStatus( Bridging::VlanIdOrNone vlanId ) {
    }
 }
 
+// A failed server is of the same type, and nobody configured that.
 void
 MacFdb::maybeAddToDynHostStatus( MacEntry const & entry ) {
-   if( entry.entryType != Bridging::configuredDynamicMac ) {
+   auto const config = entry.entryType == Bridging::configuredDynamicMac && in_.bridgingConfig
+                             ? in_.bridgingConfig->fdbConfig( vlanIdOf( entry.macEntry ) )
+                             : nullptr;
+   auto const * host = config ? config->configuredHost().find( entry.macEntry.addr() ) : nullptr;
+   if( !host || host->intf != entry.intf ) {
       maybeDelFromDynHostStatus( entry.macEntry );
    } else if( in_.dynamicHostStatus ) {
       in_.dynamicHostStatus->hostIs( entry.macEntry, entry.intf );

@@ -2,7 +2,9 @@
 #pragma once
 
 // Requests to forget stations: those of other agents, which are answered when they have been carried out, those
-// to forget remote stations, and those of the machine itself, for an interface that is gone.
+// to forget remote stations, and those of the machine itself: for an interface that is gone, a port whose
+// link went down (not one of a LAG), a LAG that lost its last active member, a VLAN that is gone, and for what
+// learns no more (HobaMacLearning.h).
 //
 // What was learnt goes. What others claim stays, and may win now. The hardware is told first, which forgets on
 // its own; then the status, in slices. What is learnt after the request was begun is spared.

@@ -215,7 +215,9 @@ MacAddrSm::inForce( MacEntry const & entry ) {
          fdb_.remoteDel( pair );
          room_ = true;
       }
-      if( host->intf != entry.intf ) {
+      // A failed server has not moved: the CPU port stands for it.
+      bool const isFailure = Pelt::CpuIntfId::isCpuIntfId( entry.intf ) && fsfFailedServerHas( pair );
+      if( host->intf != entry.intf && !isFailure ) {
          moveLogEnq( { pair, host->intf, entry.intf, now(), entry.moveCount.value() } );
          if( moveLog().size() > moveLogSize ) {
             moveLogDeq();

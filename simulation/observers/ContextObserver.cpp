@@ -222,7 +222,10 @@ class ContextObserver : public Observer {
    void propose( Draw & draw, Steps & steps ) override;
    Verdict judge( Step const & step ) const override;
    void heard( Step const & step, Datum const & answer ) override;
-   void follow() override { hearFailures(); }
+   void follow() override {
+      hearFailures();
+      hearSweeps();
+   }
    void timeIs( Kiv::Seconds ) override {
       hearFailures();
       hearSweeps();
@@ -235,6 +238,7 @@ class ContextObserver : public Observer {
       HobaAgent::RestartKind kind;
       bool mayHaveFailed; // a step of a machine did, then or shortly before
       std::uint64_t swept;
+      bool isOver = false; // all that there was has been looked at
    };
    // What the operator set of a table; what refusals that makes possible.
    struct Properties {
@@ -250,8 +254,10 @@ class ContextObserver : public Observer {
    // Of a start that looks at much rows are swept later.
    void hearSweeps() {
       auto const before = std::exchange( sweptBefore_, simulated().swept() );
+      auto const isOver = textAt( "/hoba/machines/mac/firstPassDone" );
       if( !starts_.empty() ) {
          starts_.back().swept += sweptBefore_ - before;
+         starts_.back().isOver = isOver.empty() ? starts_.back().isOver : isOver == "true";
       }
    }
    void hearProperty( String const & table, String const & property, String const & text );
@@ -430,7 +436,7 @@ ContextObserver::checkStarts() {
       auto const & cells = *( *rows )[ n ].as< Datum::Array >();
       auto const text = [ & ]( std::size_t cell ) { return Kiv::datumText( cells[ cell ] ); };
       bool const isState =
-            text( 6 ) == "running" || ( start.mayHaveFailed && start.swept == 0 &&
+            text( 6 ) == ( start.isOver ? "running" : "ended in its first pass" ) || ( start.mayHaveFailed && start.swept == 0 &&
                                         text( 6 ).starts_with( "running; not swept, since " ) );
       if( text( 1 ) != ( at == 0 ? "agent" : "machines" ) ||
           text( 2 ) != Kiv::toText( start.kind ) || text( 3 ) != "0.0" ||

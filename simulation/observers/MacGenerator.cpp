@@ -66,15 +66,14 @@ tupleValue( Draw & draw ) {
 
 void
 set( Steps & steps, String const & path, String const & text ) {
-   steps.push_back( "set " + path + ' ' + text );
+   steps.push_back( "set " + path + ( text.empty() ? "" : ' ' + text ) );
 }
 
 void
 proposeConfigured( Draw & draw, Steps & steps ) {
    auto const addr = draw.chance( 94 ) ? mac( draw ) : "01:00:5e:00:00:01";
    auto const path = "/bridging/config/fdbConfig/" + vlan( draw ) + "/configuredHost/" + addr;
-   auto const intf =
-         draw.chance( 92 ) ? draw.intf() : draw.oneOf( { "Cpu", "Ethernet77", "\"\"" } );
+   auto const intf = draw.chance( 92 ) ? draw.intf() : draw.oneOf( { "Cpu", "Ethernet77", "" } );
    auto const type = draw.oneOf( { "configuredStaticMac", "configuredDynamicMac" } );
    auto const drop = draw.oneOf( { "dropModeNone", "dropModeSrc", "dropModeDst", "dropModeBoth" } );
    auto const since = seconds( draw );
@@ -126,7 +125,7 @@ proposeMlag( Draw & draw, Steps & steps ) {
    auto const shared = draw.oneOf( { "mlagIntfDisabled", "mlagIntfInactive",
                                      "mlagIntfActivePartial", "mlagIntfActiveFull" } );
    auto const isSo = trueOrFalse( draw, 50 );
-   auto const peerLink = draw.oneOf( { "Ethernet6", "Port-Channel2", "\"\"" } );
+   auto const peerLink = draw.oneOf( { "Ethernet6", "Port-Channel2", "" } );
    switch( draw.below( 6 ) ) {
    case 0:
    case 1:

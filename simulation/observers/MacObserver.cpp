@@ -53,8 +53,8 @@ MacObserver::MacObserver( Switch & simulated, Observers & observers )
         { "/bridging", "/mlag", "/l2rib", "/vxlan", "/dot1x", "/fsf", "/hoba/macTable",
           "/hoba/routerMac", "/hoba/nonAging/status", "/hoba/objTupleToHwId",
           "/hoba/swTunnelGroupIdMap", "/hoba/machines/mac", "/feeders/config/evpnMac",
-          "/hoba/common/intf", "/hoba/common/lagToPort", "/hoba/common/lagToPortConfig",
-          "/hoba/common/lagToLagType" } ) {
+          "/hoba/common/intf", "/hoba/common/lagToPort", "/interface/status",
+          "/hoba/common/lagToPortConfig", "/hoba/common/lagToLagType" } ) {
       simulated.watch( path, [ this ] { hear(); } );
    }
 }
@@ -118,12 +118,26 @@ MacObserver::lookForMachine() {
    // It keeps what is in force, and looks at all that is said when its clock runs.
    adoptStatus();
    for( auto const & [ pair, said ] : model_.said() ) {
-      stations_[ pair ].said = said;
+      auto & station = stations_[ pair ];
+      station.said = said;
+      // A server that failed while nobody looked: whether it is back by now the status knows.
+      auto const & current = station.current;
+      station.failedSince = !current                                    ? simulated().now()
+                            : MacModel::isLearned( current->entryType ) ? 0
+                                                                        : current->lastMoveTime;
    }
+   adopted_ = stations_;
    moves_.clear();
+   inForce_.clear();
    withheld_.clear();
    flushes_.clear();
    places_.clear();
+   down_.clear();
+   for( auto const & [ name, port ] : rowsAt( "/interface/status/ethPhyIntfStatus" ) ) {
+      if( port.find( "linkDown" ) != String::npos ) {
+         down_.insert( name );
+      }
+   }
    vlans_.clear();
    hear();
 }
@@ -184,7 +198,7 @@ MacObserver::saidIs( Pair pair, MacModel::Said const & said ) {
          flush.spared.insert( pair );
       }
    }
-   if( said.failed && !station.said.failed ) {
+   if( said.failed && said.failed != station.said.failed ) {
       station.failedSince = simulated().now();
    }
    station.said = said;
@@ -197,12 +211,6 @@ MacObserver::evaluate( Pair pair ) {
    auto const now = simulated().now();
    auto const verdict = model_.evaluate( pair, station, now );
    station.isLost = verdict.isLost;
-   auto const & before = station.current;
-   if( before && verdict.entry && before->moveCount != verdict.entry->moveCount &&
-       !MacModel::isSamePlace( *before, *verdict.entry ) ) {
-      moves_.emplace( pair, Move{ before->intf, verdict.entry->intf, now,
-                                  verdict.entry->moveCount.value() } );
-   }
    station.current = verdict.entry;
    auto & held = withheld_[ pair ];
    if( held.obstacle != verdict.obstacle ) {
@@ -233,15 +241,25 @@ MacObserver::hearFlushes() {
 
 void
 MacObserver::hearPlaces() {
+   // A port that is there and learns; a LAG that has active members and learns.
    std::set< IntfId > places;
-   for( auto const * table : { "intf", "lagToPort", "lagToPortConfig", "lagToLagType" } ) {
-      auto const there = simulated().get( "/hoba/common/" + String( table ) );
-      if( auto const * const intfs = there.as< Datum::Object >() ) {
-         for( auto const & [ name, value ] : *intfs ) {
-            if( model_.learnsOnPort( IntfId( name ) ) ) {
-               places.insert( IntfId( name ) );
-            }
-         }
+   for( auto const & [ name, value ] : rowsAt( "/hoba/common/intf" ) ) {
+      places.insert( IntfId( name ) );
+   }
+   for( auto const & [ name, list ] : rowsAt( "/hoba/common/lagToPort" ) ) {
+      if( list.find( "Ethernet" ) != String::npos ) {
+         places.insert( IntfId( name ) );
+      }
+   }
+   std::erase_if( places, [ & ]( IntfId intf ) { return !model_.learnsOnPort( intf ); } );
+   // A link that went down.
+   auto const lagOf = rowsAt( "/hoba/common/portToLag" );
+   for( auto const & [ name, port ] : rowsAt( "/interface/status/ethPhyIntfStatus" ) ) {
+      bool const isDown = port.find( "linkDown" ) != String::npos;
+      if( isDown && down_.insert( name ).second && !lagOf.contains( name ) ) {
+         gone_.insert( IntfId( name ) );
+      } else if( !isDown ) {
+         down_.erase( name );
       }
    }
    std::ranges::set_difference( places_, places, std::inserter( gone_, gone_.end() ) );
@@ -334,7 +352,32 @@ MacObserver::decidedRows() const {
 }
 
 void
+MacObserver::hearMoves() {
+   auto const status = simulated().entity< Bridging::Status >( "/bridging/status" );
+   std::map< Pair, IntfId > now;
+   for( auto const & [ vlan, database ] : status->fdbStatus() ) {
+      for( auto const & [ addr, host ] : database->learnedHost() ) {
+         Pair const pair( addr, vlan );
+         now[ pair ] = host.intf;
+         auto const before = inForce_.find( pair );
+         bool const isFailure =
+               Pelt::CpuIntfId::isCpuIntfId( host.intf ) && stations_[ pair ].said.failed;
+         if( before != inForce_.end() && before->second != host.intf && !isFailure ) {
+            moves_.push_back( Kiv::datumText(
+                  Datum::Object{ { "macEntry", toText( pair ) },
+                                 { "from", toText( before->second ) },
+                                 { "to", toText( host.intf ) },
+                                 { "time", Kiv::toDatum( simulated().now() ) },
+                                 { "moves", Kiv::toDatum( host.moves.value() ) } } ) );
+         }
+      }
+   }
+   inForce_ = now;
+}
+
+void
 MacObserver::decided() {
+   hearMoves();
    auto const rows = decidedRows();
    for( auto const & [ pair, station ] : std::map( stations_ ) ) {
       auto const row = rows.contains( pair ) ? rows.at( pair ) : "nothing";
@@ -375,12 +418,6 @@ MacObserver::timeIs( Kiv::Seconds ) {
    }
    gone_.clear();
    goneVlans_.clear();
-}
-
-void
-MacObserver::began( HobaAgent::RestartKind ) {
-   lookForMachine();
-   timeIs( simulated().now() ); // what is little is looked at at once
 }
 
 StationRow
@@ -433,6 +470,21 @@ isSame( StationRow const & a, StationRow b ) {
 }
 
 } // namespace
+
+void
+MacObserver::began( HobaAgent::RestartKind ) {
+   lookForMachine();
+   timeIs( simulated().now() ); // what is little is looked at at once
+   // What only events told is forgotten with the machine that heard them.
+   restartWrites_ = 0;
+   for( auto const & [ pair, station ] : adopted_ ) {
+      auto const & now = stations_[ pair ].current;
+      bool const isWritten = station.current && !MacModel::isLearned( station.current->entryType );
+      if( isWritten && ( !now || !isSame( rowOf( *station.current ), rowOf( *now ) ) ) ) {
+         ++restartWrites_;
+      }
+   }
+}
 
 void
 MacObserver::verifyItems( Items & items ) const {
@@ -501,7 +553,7 @@ MacObserver::checkStatus() {
    Rows dynamic;
    for( auto const & [ pair, station ] : stations_ ) {
       if( station.current && station.current->entryType == Bridging::configuredDynamicMac &&
-          station.said.configured ) {
+          station.said.configured && station.said.configured->intf == station.current->intf ) {
          dynamic[ toText( pair ) ] = toText( station.current->intf );
       }
    }
@@ -582,13 +634,11 @@ MacObserver::checkChip() {
 void
 MacObserver::checkLearning() {
    Rows ports, vlans;
-   for( auto const & [ intf, text ] : rowsAt( "/hoba/common/intf" ) ) {
-      if( !model_.learnsOnPort( IntfId( intf ) ) ) {
-         ports[ intf ] = "false";
-      }
-   }
-   for( auto const & [ intf, text ] : rowsAt( "/hoba/common/lagToPort" ) ) {
-      if( !model_.learnsOnPort( IntfId( intf ) ) ) {
+   auto spokenOf = rowsAt( "/bridging/switchIntfConfig/switchIntfConfig" );
+   spokenOf.merge( rowsAt( "/dot1x/status/intfStatus" ) );
+   spokenOf[ toText( model_.mlag().peerLinkIntf() ) ];
+   for( auto const & [ intf, text ] : spokenOf ) {
+      if( !intf.empty() && !model_.learnsOnPort( IntfId( intf ) ) ) {
          ports[ intf ] = "false";
       }
    }
@@ -620,6 +670,21 @@ MacObserver::checkMachine() {
    expectText( machinePath + "firstPassDone", "true" );
    expectText( machinePath + "flushAll", "false" );
    expectText( machinePath + "moveCount", toText( moves_.size() ) );
+   auto const log = simulated().get( machinePath + "moveLog" );
+   std::vector< String > moves;
+   if( auto const * const array = log.as< Datum::Array >() ) {
+      for( auto const & move : *array ) {
+         moves.push_back( Kiv::datumText( move ) );
+      }
+   } else if( auto const * const object = log.as< Datum::Object >() ) {
+      for( auto const & [ key, move ] : *object ) {
+         moves.push_back( Kiv::datumText( move ) );
+      }
+   }
+   if( moves != moves_ && moves_.size() <= 1000 ) {
+      found( "the log of moves ends with " + ( moves.empty() ? "nothing" : moves.back() ) +
+             ", and must with " + ( moves_.empty() ? "nothing" : moves_.back() ) );
+   }
    Rows withheld;
    for( auto const & [ pair, held ] : withheld_ ) {
       if( !held.obstacle.empty() ) {

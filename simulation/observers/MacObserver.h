@@ -36,15 +36,11 @@ class MacObserver : public Observer {
    void follow() override { hear(); }
    void timeIs( Kiv::Seconds now ) override;
    void began( HobaAgent::RestartKind kind ) override;
+   std::uint64_t restartWrites() const override { return restartWrites_; }
    void verifyItems( Items & items ) const override;
    void check() override;
 
  private:
-   struct Move {
-      Pelt::IntfId from, to;
-      Kiv::Seconds time = 0;
-      std::uint32_t moves = 0;
-   };
    struct Withheld {
       Kiv::String obstacle;
       Kiv::Seconds since = 0;
@@ -63,6 +59,7 @@ class MacObserver : public Observer {
    void hearPlaces();
    void saidIs( Pair pair, MacModel::Said const & said );
    void evaluate( Pair pair );
+   void hearMoves();
    void decided();
    bool isFlushed( Pair pair ) const;
    void forget( Pair pair );
@@ -82,14 +79,19 @@ class MacObserver : public Observer {
    TableFaults faults_;
    bool isHeard_ = false; // the machine has begun
    bool isHearing_ = false;
+   std::uint64_t restartWrites_ = 0;
    std::map< Pair, MacModel::Station > stations_;
+   std::map< Pair, MacModel::Station > adopted_; // as they were when the machine began
    std::map< Pair, Withheld > withheld_;
    std::map< FlushKey, Flush > flushes_;
    // Where stations were learnt, and where they are no more: what was learnt there is forgotten.
    std::set< Pelt::IntfId > places_, gone_;
+   std::set< Kiv::String > down_;
    std::set< Bridging::VlanId > vlans_, goneVlans_;
    std::map< Pair, Kiv::String > decided_; // as it was when it was looked at last
-   std::multimap< Pair, Move > moves_;
+   // Where stations in force were last, and how they came there.
+   std::map< Pair, Pelt::IntfId > inForce_;
+   std::vector< Kiv::String > moves_;
 };
 
 } // namespace Simulation
