@@ -186,6 +186,7 @@ MacAddrSm::handleVlanChange( Pelt::IntfId const & intf ) {
 // It came or went, or has other members.
 void
 MacAddrSm::handleLag( Pelt::IntfId const & lag ) {
+   learning_.configureMacLearningOnPort( lag );
    if( !sources_.hasIntf( lag ) ) {
       evaluateIntf( lag );
       flush_.flushLag( lag );

@@ -17,6 +17,10 @@ MacLearning::wantedOnPort( Pelt::IntfId intf ) const {
    auto const & in = sm_.inputs();
    auto const config =
          in.switchIntfConfigDir ? in.switchIntfConfigDir->switchIntfConfig( intf ) : nullptr;
+   // The hardware keeps nothing of a LAG that is none.
+   if( isPortChannel( intf ) && !sm_.sources().hasIntf( intf ) ) {
+      return true;
+   }
    bool enable = !config || config->enableLearning();
    if( in.dot1xStatus && in.dot1xStatus->enabled() ) {
       auto const status = in.dot1xStatus->intfStatus( intf );

@@ -556,6 +556,9 @@ MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const
 
 bool
 MacModel::learnsOnPort( IntfId intf ) const {
+   if( Pelt::PortChannelIntfId::isPortChannelIntfId( intf ) && !isThere( intf ) ) {
+      return true; // it is none
+   }
    auto const config = switchIntf_->switchIntfConfig( intf );
    if( config && !config->enableLearning() ) {
       return false;

@@ -83,7 +83,13 @@ MacObserver::propose( Draw & draw, Steps & steps ) {
 
 Steps
 MacObserver::heal() {
-   return faults_.heal();
+   auto steps = faults_.heal();
+   // Sweeps of ageing are too rare then to keep things from becoming quiet.
+   auto const age = model_.bridging().hostAgingTime();
+   if( age > 0 && age < 60 ) {
+      steps.push_back( "set /bridging/config/hostAgingTime 300" );
+   }
+   return steps;
 }
 
 Observer::Verdict
@@ -116,7 +122,10 @@ MacObserver::lookForMachine() {
       return;
    }
    // It keeps what is in force, and looks at all that is said when its clock runs.
-   adoptStatus();
+   stations_.clear();
+   for( auto const & [ pair, entry ] : inForce() ) {
+      stations_[ pair ].current = entry;
+   }
    for( auto const & [ pair, said ] : model_.said() ) {
       auto & station = stations_[ pair ];
       station.said = said;
@@ -142,9 +151,10 @@ MacObserver::lookForMachine() {
    hear();
 }
 
-void
-MacObserver::adoptStatus() {
-   stations_.clear();
+// As it is published.
+std::map< MacObserver::Pair, MacObserver::Entry >
+MacObserver::inForce() const {
+   std::map< Pair, Entry > all;
    auto const status = simulated().entity< Bridging::Status >( "/bridging/status" );
    auto const remote =
          simulated().entity< HobaTypes::RemoteMacTable >( "/vxlan/remoteMacInfo/remoteHost" );
@@ -161,9 +171,10 @@ MacObserver::adoptStatus() {
          entry.dropMode = host.dropMode;
          entry.moveCount = host.moves;
          entry.lastMoveTime = host.lastMoveTime;
-         stations_[ pair ].current = entry;
+         all[ pair ] = entry;
       }
    }
+   return all;
 }
 
 void
@@ -509,17 +520,16 @@ MacObserver::verifyItems( Items & items ) const {
    auto const refused = rowsAt( machinePath + "refusedList" );
    auto const waiting = rowsAt( machinePath + "updateList" );
    auto const & stations = observers().find< StationsObserver >();
+   auto const entries = inForce();
    for( auto const & [ vlan, database ] : status->fdbStatus() ) {
       for( auto const & [ addr, host ] : database->learnedHost() ) {
          Pair const pair( addr, vlan );
          ++count;
-         auto const known = stations_.find( pair );
-         if( refused.contains( toText( pair ) ) || waiting.contains( toText( pair ) ) ||
-             known == stations_.end() || !known->second.current ) {
+         if( refused.contains( toText( pair ) ) || waiting.contains( toText( pair ) ) ) {
             continue;
          }
          ++compared;
-         auto const wanted = rowOf( *known->second.current );
+         auto const wanted = rowOf( entries.at( pair ) );
          auto const is = stations.entry( pair );
          if( !is || !isSame( *is, wanted ) ) {
             mismatch( toText( pair ) + ": " + entryText( wanted ) + " expected, " +

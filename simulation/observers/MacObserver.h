@@ -65,7 +65,7 @@ class MacObserver : public Observer {
    void forget( Pair pair );
    std::map< Pair, Kiv::String > decidedRows() const;
    static Kiv::String textOf( std::optional< Entry > const & entry );
-   void adoptStatus();
+   std::map< Pair, Entry > inForce() const;
    // What the chip has to hold of it.
    StationRow rowOf( Entry const & entry ) const;
 
