@@ -353,7 +353,7 @@ macObstacleText( MacObstacle obstacle ) {
    case macObstacleRemoteLimit:
       return "max remote MAC limit reached";
    case macObstacleNoIntf:
-      return "its interface does not exist, or none is named";
+      return "its interface does not exist, or is none for such a station";
    case macObstacleIntfDisabled:
       return "its interface is disabled";
    case macObstacleVlanMembership:
