@@ -473,4 +473,123 @@ TEST_F( MacAddrSmTest, theRestOfWhatIsSaidCountsToo ) {
    EXPECT_TRUE( said( machine.take(), "collision of static entry " ) );
 }
 
+// What was gathered and decided before counts no more; what happened in between does.
+TEST_F( MacAddrSmTest, aMachineThatIsInitializedAgainBeginsAnew ) {
+   start();
+   learn( pair( 1 ), et1 );
+   dot1xHosts->hostEntryIs( { pair( 2 ), et1, 5 } ); // decided, and not done
+   EXPECT_EQ( host( pair( 2 ) ), "- pending" );
+   failed->failedServerIs( pair( 1 ), et1 ); // what was learnt has lost
+   sm->initializedIs( false );
+   dot1xHosts->hostEntryDel( pair( 2 ) );
+   failed->failedServerDel( pair( 1 ) );
+   sm->initializedIs( true );
+   settle();
+   EXPECT_EQ( host( pair( 1 ) ), "Ethernet1 learnedDynamicMac 0" );
+   EXPECT_EQ( host( pair( 2 ) ) + row( pair( 2 ) ), "--" );
+   EXPECT_TRUE( sm->firstPassDone() );
+   EXPECT_EQ( sm->hostsBehind( et1 ).size() * 10 + sm->hostsBehind( Pelt::CpuIntfId() ).size(),
+              10u );
+}
+
+// Of a flush that is ended in one of its own visits nothing is left, and its request is answered by the next.
+TEST_F( MacAddrSmTest, aFlushMayEndTheMachineThatDoesIt ) {
+   start();
+   requests->agentIs( "cli" );
+   for( unsigned i = 1; i <= 40; ++i ) {
+      learn( pair( i ), et1 );
+   }
+   using Status = Watcher< Bridging::FdbStatus, Bridging::FdbStatus::learnedHostAttr >;
+   auto const watcher = Hoba::smIs< Status >( status->fdbStatus( vlan10 ) );
+   watcher->then = [ & ] {
+      watcher->then = nullptr;
+      sm->initializedIs( false );
+      sm->initializedIs( true );
+   };
+   requests->agent( "cli" )->requestIs( "1", { {}, et1, {} } );
+   settle();
+   EXPECT_TRUE( replies->agent( "cli" )->reply( "1" ) );
+   EXPECT_EQ( sm->fdb().size() + sm->flushes().requests().size(), 0u );
+}
+
+// It keeps its place: also in the hardware, and when the next machine sweeps that.
+TEST_F( MacAddrSmTest, whatWaitsForItsNextHopOutlivesTheMachine ) {
+   start();
+   L2Rib::ObjTuple const one{ L2Rib::objDest, 1 };
+   L2Rib::Dest dest;
+   dest.objTuple = one;
+   dest.intf = vx1;
+   dest.tunnelGroup = 1;
+   dest.nextHopId = 7;
+   ribDests->destIs( dest );
+   hwIds->hwIdIs( one, 700 );
+   vnis->vniIs( vlan10, Vxlan::Vni( 10010 ) );
+   L2Rib::Host is;
+   is.macEntry = pair( 1 );
+   is.objTuple = one;
+   ribHosts->hostIs( is );
+   settle();
+   dest.nextHopId = L2Rib::nextHopUnresolved;
+   ribDests->destIs( dest );
+   settle();
+   auto const before = row( pair( 1 ) );
+   helper->take();
+   stop();
+   chip->beginPass();
+   start();
+   chip->sweep();
+   pass( 5 );
+   EXPECT_EQ( row( pair( 1 ) ), before );
+   EXPECT_EQ( host( pair( 1 ) ), "Vxlan1 evpnDynamicRemoteMac 0" );
+   EXPECT_EQ( sm->verifyHost( *sm->currentEntry( pair( 1 ) ) ), "" );
+   EXPECT_EQ( helper->take().size(), 1u );
+   EXPECT_EQ( rmac->nextHopIdRefcountTable()->refcount( 7 ), 1u );
+}
+
+// Whatever others write: no station, no type, no interface.
+TEST_F( MacAddrSmTest, claimsThatAreNoneAreRefused ) {
+   start();
+   mlag->stateIs( Mlag::mlagActive );
+   Mlag::HostEntry peer;
+   peer.macEntry = pair( 1 ); // behind no interface, as the peer link that there is not
+   peerHosts->hostEntryIs( peer );
+   L2Rib::Host unknown;
+   unknown.macEntry = pair( 2 );
+   unknown.entryType = Bridging::entryTypeUnknown;
+   ribHosts->hostIs( unknown );
+   unknown.macEntry = pair( 3 );
+   unknown.entryType = Bridging::learnedDynamicMac;
+   ribHosts->hostIs( unknown );
+   Pair const all( Pelt::EthAddr( 0x030000000000 ), vlan10 ), zero( Pelt::EthAddr(), vlan10 );
+   routerMacs->routerMacIs( { all } );
+   dot1xHosts->hostEntryIs( { zero, et1, 5 } );
+   HobaTypes::MacAddressTableEntry record;
+   record.macEntry = pair( 4 );
+   record.entryType = Bridging::learnedDynamicMac;
+   macTable->macEntryIs( record );
+   settle();
+   EXPECT_EQ( sm->fdb().size(), 0u );
+   EXPECT_EQ( sm->withheld().size(), 6u );
+   EXPECT_TRUE( sm->updateList().empty() && sm->refusedList().empty() );
+}
+
+// Many that there is no room for are tried again in slices, each once.
+TEST_F( MacAddrSmTest, retriesComeInSlices ) {
+   start();
+   chip->mac()->hostTable()->capacityIs( 1 );
+   sm->macModifyBacklogQuantumIs( 10 );
+   for( unsigned i = 1; i <= 95; ++i ) {
+      dot1xHosts->hostEntryIs( { pair( i ), et1, 5 } );
+   }
+   settle();
+   EXPECT_EQ( sm->refusedList().size(), 94u );
+   helper->take();
+   pass( 1 );
+   EXPECT_EQ( helper->take().size(), 94u );
+   sm->macModifyBacklogQuantumIs( 0 ); // one at a time
+   dot1xHosts->hostEntryDelAll();
+   pass( 2 );
+   EXPECT_TRUE( sm->fdb().size() == 0 && sm->refusedList().empty() && sm->updateList().empty() );
+}
+
 } // namespace
