@@ -195,9 +195,9 @@ MacAddrSm::handleLag( Pelt::IntfId const & lag ) {
    if( commonSmData()->lagToPort( lag ).port.empty() ) {
       flush_.flushLag( lag ); // nobody is behind it any more
    }
-   // It is there, whether or not it has members.
-   evaluateWithheld(
-         []( Pair, MacWithheld const & held ) { return held.obstacle == macObstacleNoIntf; } );
+   // It is there, whether or not it has members. What is noted of who waits is the first of its obstacles: the
+   // interface may be another.
+   evaluateWithheld( []( Pair, MacWithheld const & ) { return true; } );
 }
 
 // ---- The MLAG peer
@@ -480,10 +480,7 @@ MacAddrSm::evaluateVlan( Bridging::VlanIdOrNone vlanId ) {
 void
 MacAddrSm::evaluateIntf( Pelt::IntfId intf ) {
    evaluateAll( hostsBehind( intf ) );
-   evaluateWithheld( []( Pair, MacWithheld const & held ) {
-      return held.obstacle == macObstacleNoIntf || held.obstacle == macObstacleIntfDisabled ||
-             held.obstacle == macObstacleVlanMembership || held.obstacle == macObstacleDot1x;
-   } );
+   evaluateWithheld( []( Pair, MacWithheld const & ) { return true; } );
 }
 
 void
