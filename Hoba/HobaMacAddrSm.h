@@ -331,13 +331,8 @@ class MacAddrSm : public HobaVerifiedSm {
    void evaluateVlan( Bridging::VlanIdOrNone vlanId );
    void evaluateIntf( Pelt::IntfId intf );
    using Vlans = Kiv::HashSet< Bridging::VlanIdOrNone >;
-   // Which of what is withheld: those that wait for one of these, and all of these VLANs.
-   struct Withheld {
-      std::uint32_t obstacles = 0; // a bit each
-      Vlans vlans;
-   };
-   static constexpr std::uint32_t bit( MacObstacle obstacle ) { return 1u << obstacle; }
-   void evaluateWithheld( Withheld const & which );
+   // All that is withheld in the VLAN, or in all: whatever it waits for, the first obstacle alone is noted.
+   void evaluateWithheld( Bridging::VlanIdOrNone vlanId = {} );
    // What tunnels learnt in the VLAN, or in all.
    void walkTunnelLearnEvents( Bridging::VlanIdOrNone vlanId );
    // None in a VLAN without that number.
@@ -607,8 +602,7 @@ class MacAddrSm : public HobaVerifiedSm {
    bool room_ = false;       // an entry has left the hardware since refused ones had their turn
    std::size_t retries_ = 0; // refused ones that are to have their turn still
    // What a walk that has not begun is to visit: who asks meanwhile needs none of his own.
-   std::shared_ptr< Withheld > withheldWalk_;
-   std::shared_ptr< Vlans > tunnelWalk_;
+   std::shared_ptr< Vlans > withheldWalk_, tunnelWalk_;
    std::function< void() > whenFirstPassIsDone_;
 
    KIV_REACTOR( KivMacTable, macTable );

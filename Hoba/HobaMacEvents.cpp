@@ -197,7 +197,7 @@ MacAddrSm::handleLag( Pelt::IntfId const & lag ) {
       flush_.flushLag( lag ); // nobody is behind it any more
    }
    // It is there, whether or not it has members.
-   evaluateWithheld( { bit( macObstacleNoIntf ), {} } );
+   evaluateWithheld();
 }
 
 // ---- The MLAG peer
@@ -302,7 +302,7 @@ MacAddrSm::handleControllerClient() {
    for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
       evaluateVlan( Bridging::VlanIdOrNone( vlanId.value() ) );
    }
-   evaluateWithheld( { ~0u, {} } );
+   evaluateWithheld();
    walkTunnelLearnEvents( {} );
 }
 
@@ -311,9 +311,7 @@ MacAddrSm::handleVlanVniMap( Bridging::VlanId const & vlanId ) {
    sources_.forgetVnis();
    Bridging::VlanIdOrNone const vlan( vlanId.value() );
    evaluateVlan( vlan );
-   Withheld which;
-   which.vlans.insert( vlan );
-   evaluateWithheld( which );
+   evaluateWithheld( vlan );
    walkTunnelLearnEvents( vlan );
 }
 
@@ -503,36 +501,29 @@ MacAddrSm::evaluateVlan( Bridging::VlanIdOrNone vlanId ) {
 void
 MacAddrSm::evaluateIntf( Pelt::IntfId intf ) {
    walkIntf( intf, [ this ]( Pair pair ) { evaluateEntry( pair ); } );
-   evaluateWithheld( { bit( macObstacleNoIntf ) | bit( macObstacleIntfDisabled ) |
-                             bit( macObstacleVlanMembership ) | bit( macObstacleDot1x ),
-                       {} } );
+   evaluateWithheld();
 }
 
 // Many ask in one turn, when many VLANs or interfaces change: they share a walk.
 void
-MacAddrSm::evaluateWithheld( Withheld const & asked ) {
+MacAddrSm::evaluateWithheld( Bridging::VlanIdOrNone vlanId ) {
    if( withheld().empty() ) {
       return;
    }
    if( !withheldWalk_ ) {
-      auto const which = std::make_shared< Withheld >();
+      auto const which = std::make_shared< Vlans >();
       withheldWalk_ = which;
       walks_.add(
             withheld(), []( auto const & member ) { return member.key; },
             [ this, which ]( Pair pair ) {
                withheldWalk_ = withheldWalk_ == which ? nullptr : withheldWalk_;
-               auto const * held = withheld().find( pair );
-               if( held && ( which->obstacles & bit( held->obstacle ) ||
-                             which->vlans.has( pair.vlanId() ) ) ) {
+               if( which->has( {} ) || which->has( pair.vlanId() ) ) {
                   evaluateEntry( pair );
                }
             },
             [ this, which ] { withheldWalk_ = withheldWalk_ == which ? nullptr : withheldWalk_; } );
    }
-   withheldWalk_->obstacles |= asked.obstacles;
-   for( auto const & vlanId : asked.vlans ) {
-      withheldWalk_->vlans.insert( vlanId );
-   }
+   withheldWalk_->insert( vlanId );
    wakeWalks();
 }
 

@@ -216,7 +216,8 @@ MacAddrSm::inForce( MacEntry const & entry ) {
          room_ = true;
       }
       // A failed server has not moved: the CPU port stands for it.
-      bool const isFailure = Pelt::CpuIntfId::isCpuIntfId( entry.intf ) && fsfFailedServerHas( pair );
+      bool const isFailure =
+            Pelt::CpuIntfId::isCpuIntfId( entry.intf ) && fsfFailedServerHas( pair );
       if( host->intf != entry.intf && !isFailure ) {
          moveLogEnq( { pair, host->intf, entry.intf, now(), entry.moveCount.value() } );
          if( moveLog().size() > moveLogSize ) {
@@ -276,7 +277,7 @@ MacAddrSm::retryRefused() {
    }
    if( retries_ == 0 ) {
       retries_ = refusedList().size();
-      evaluateWithheld( { bit( macObstacleRemoteLimit ), {} } );
+      evaluateWithheld();
    }
    retrySome();
    if( !updateList().empty() ) {

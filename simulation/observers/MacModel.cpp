@@ -184,6 +184,9 @@ MacModel::obstacleOf( Entry const & reported ) const {
    if( isRemote && !hasVni( vlan ) ) {
       return "VNI";
    }
+   if( isRemote && !reported.swTunnelGroupId ) {
+      return "RIB object"; // nobody knows the way
+   }
    auto const config =
          vlan.value() ? vlans_->vlanConfig( Bridging::VlanId( vlan.value() ) ) : nullptr;
    return config && config->primaryVlan().value() && hasVni( vlan ) ? "secondary VLAN" : "";
