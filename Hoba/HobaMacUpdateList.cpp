@@ -17,8 +17,8 @@ MacAddrSm::updateQueuedAddresses() {
    auto const clock = updateMacEntryClock();
    auto const end = clock->now() + commonSmData()->yieldTimeSlice();
    for( std::uint32_t done = 0; isReady() && !updateList().empty(); ++done ) {
-      if( done > 0 && ( done >= macModifyBacklogQuantum() ||
-                        ( done % 8 == 7 && clock->now() >= end ) ) ) {
+      if( done > 0 &&
+          ( done >= macModifyBacklogQuantum() || ( done % 8 == 7 && clock->now() >= end ) ) ) {
          ZTRACE( 6, "updateQueuedAddresses: Returned not complete" );
          clock->noLaterThan( clock->now() );
          return;
@@ -58,13 +58,14 @@ MacNextHop
 MacAddrSm::nextHopToProgram( MacEntry const & entry ) const {
    auto hop = sources_.nextHop( entry );
    auto const * held = fdb_.nextHop( entry.macEntry );
-   if( held && hop.obstacle == macObstacleNextHopUnresolved ) {
+   if( held && hop.obstacle ) {
       auto const status = fdb_.entry( entry.macEntry );
       if( status && status->entryType == entry.entryType &&
           status->l2RibObjTuple == entry.l2RibObjTuple ) {
          hop.obstacle = macObstacleNone;
          hop.nextHopId = held->nextHopId;
          hop.hwId = held->hwId;
+         hop.isMpls = status->isMplsNextHop;
       }
    }
    return hop;
