@@ -124,8 +124,8 @@ class MacWalks {
          auto const end = driver.now() + machine.commonSmData()->yieldTimeSlice();
          for( std::uint32_t visited = 0;
               next < pairs.size() && !isOver && !machine.kivMarkedForDeletion(); ++visited ) {
-            if( visited > 0 && ( visited >= quantum ||
-                                 ( visited % 8 == 0 && driver.now() >= end ) ) ) {
+            if( visited > 0 &&
+                ( visited >= quantum || ( visited % 8 == 0 && driver.now() >= end ) ) ) {
                return false;
             }
             visitOne( pairs[ next++ ] );
