@@ -39,6 +39,11 @@ MacFdb::entry( Pair pair, Bridging::LearnedHost const * host ) const {
    MacEntry entry;
    if( Bridging::isEntryTypeRemote( host->entryType ) && rmacInfoDir() ) {
       entry = rmacInfoDir()->remoteHost()->remoteMac( pair );
+      // What is kept out of that table is the peer's, which resolves through no object: its next hop is its group.
+      auto const * hop = entry.swTunnelGroupId || entry.l2RibObjTuple ? nullptr : nextHop( pair );
+      if( hop ) {
+         entry.swTunnelGroupId = Hoba::SwTunnelGroupId( hop->nextHopId );
+      }
    }
    entry.macEntry = pair;
    entry.intf = host->intf;

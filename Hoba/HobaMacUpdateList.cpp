@@ -60,13 +60,14 @@ MacNextHop
 MacAddrSm::nextHopToProgram( MacEntry const & entry ) const {
    auto hop = sources_.nextHop( entry );
    auto const * held = fdb_.nextHop( entry.macEntry );
-   if( held && hop.obstacle == macObstacleNextHopUnresolved ) {
+   if( held && hop.obstacle ) {
       auto const status = fdb_.entry( entry.macEntry );
       if( status && status->entryType == entry.entryType &&
           status->l2RibObjTuple == entry.l2RibObjTuple ) {
          hop.obstacle = macObstacleNone;
          hop.nextHopId = held->nextHopId;
          hop.hwId = held->hwId;
+         hop.isMpls = status->isMplsNextHop;
       }
    }
    return hop;
