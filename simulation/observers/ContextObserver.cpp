@@ -183,11 +183,20 @@ constexpr std::pair< std::string_view, bool > tables[] = {
       { "parity/count", false },
 };
 
-constexpr std::string_view shows[] = {
-      "show interfaces", "show lag",           "show vlan",
-      "show mac",        "show mac non-aging", "show mac reported", "show mac pending",
-      "show mac moves", "show mac flush", "show events", "show parity",     "show storm-control", "show storm-control-traffic-classes",
-      "show restarts" };
+constexpr std::string_view shows[] = { "show interfaces",
+                                       "show lag",
+                                       "show vlan",
+                                       "show mac",
+                                       "show mac non-aging",
+                                       "show mac reported",
+                                       "show mac pending",
+                                       "show mac moves",
+                                       "show mac flush",
+                                       "show events",
+                                       "show parity",
+                                       "show storm-control",
+                                       "show storm-control-traffic-classes",
+                                       "show restarts" };
 
 std::uint64_t
 numberAt( Datum const & of, std::string_view name ) {
@@ -278,8 +287,8 @@ ContextObserver::judge( Step const & step ) const {
       return notMine;
    }
    auto const text = step.text();
-   constexpr std::string_view ofChip[] = { "show mac reported", "show storm-control-traffic-classes",
-                                           "show restarts" };
+   constexpr std::string_view ofChip[] = { "show mac reported",
+                                           "show storm-control-traffic-classes", "show restarts" };
    if( !simulated().isRunning() ) {
       return std::ranges::find( ofChip, text ) != std::end( ofChip ) ? accepts : refuses;
    }
@@ -426,9 +435,9 @@ ContextObserver::checkStarts() {
       auto const & start = starts_[ at ];
       auto const & cells = *( *rows )[ n ].as< Datum::Array >();
       auto const text = [ & ]( std::size_t cell ) { return Kiv::datumText( cells[ cell ] ); };
-      bool const isState =
-            text( 6 ) == ( start.isOver ? "running" : "ended in its first pass" ) || ( start.mayHaveFailed && start.swept == 0 &&
-                                        text( 6 ).starts_with( "running; not swept, since " ) );
+      bool const isState = text( 6 ) == ( start.isOver ? "running" : "ended in its first pass" ) ||
+                           ( start.mayHaveFailed && start.swept == 0 &&
+                             text( 6 ).starts_with( "running; not swept, since " ) );
       if( text( 1 ) != ( at == 0 ? "agent" : "machines" ) ||
           text( 2 ) != Kiv::toText( start.kind ) || text( 3 ) != "0.0" ||
           text( 5 ) != Kiv::toText( start.swept ) || !isState ) {

@@ -61,7 +61,8 @@ vxlan( Draw & draw ) {
 String
 tupleValue( Draw & draw ) {
    auto const id = toText( draw.below( 3 ) );
-   return String( "{\"kind\":\"" ) + ( draw.chance( 70 ) ? "dest" : "lb" ) + "\",\"id\":" + id + '}';
+   return String( "{\"kind\":\"" ) + ( draw.chance( 70 ) ? "dest" : "lb" ) + "\",\"id\":" + id +
+          '}';
 }
 
 void
@@ -122,8 +123,8 @@ void
 proposeMlag( Draw & draw, Steps & steps ) {
    auto const intf = draw.lag();
    auto const state = draw.oneOf( { "mlagDisabled", "mlagInactive", "mlagActive", "mlagActive" } );
-   auto const shared = draw.oneOf( { "mlagIntfDisabled", "mlagIntfInactive", "mlagIntfActivePartial",
-                                     "mlagIntfActiveFull" } );
+   auto const shared = draw.oneOf( { "mlagIntfDisabled", "mlagIntfInactive",
+                                     "mlagIntfActivePartial", "mlagIntfActiveFull" } );
    auto const isSo = trueOrFalse( draw, 50 );
    auto const peerLink = draw.oneOf( { "Ethernet6", "Port-Channel2", "" } );
    switch( draw.below( 6 ) ) {
@@ -145,10 +146,10 @@ void
 proposePeerHost( Draw & draw, Steps & steps ) {
    auto const path = "/mlag/hostTable/hostEntry/" + host( draw );
    auto const intf = draw.oneOf( { "Port-Channel1", "Port-Channel2", "Ethernet6", "Vxlan1" } );
-   auto const type = draw.oneOf( { "peerDynamicMac", "peerDynamicMac", "peerStaticMac",
-                                   "peerAuthenticatedMac", "peerLearnedRemoteMac",
-                                   "peerStaticRemoteMac", "peerReceivedRemoteMac",
-                                   "peerEvpnRemoteMac" } );
+   auto const type =
+         draw.oneOf( { "peerDynamicMac", "peerDynamicMac", "peerStaticMac", "peerAuthenticatedMac",
+                       "peerLearnedRemoteMac", "peerStaticRemoteMac", "peerReceivedRemoteMac",
+                       "peerEvpnRemoteMac" } );
    auto const count = moves( draw );
    auto const time = seconds( draw );
    auto const isSo = trueOrFalse( draw, 60 );
@@ -176,8 +177,8 @@ proposePeerHost( Draw & draw, Steps & steps ) {
 void
 proposeRibHost( Draw & draw, Steps & steps ) {
    auto const path = "/l2rib/hostOutput/host/" + host( draw );
-   auto const source = draw.oneOf( { "sourceBgp", "sourceBgpEvpnMpls", "sourceTest", "sourceLocal",
-                                     "sourceController" } );
+   auto const source = draw.oneOf(
+         { "sourceBgp", "sourceBgpEvpnMpls", "sourceTest", "sourceLocal", "sourceController" } );
    auto const type = draw.oneOf( { "evpnDynamicRemoteMac", "evpnStaticRemoteMac" } );
    auto const object = tupleValue( draw );
    auto const count = moves( draw );
@@ -211,9 +212,10 @@ proposeRibObject( Draw & draw, Steps & steps ) {
    auto const intf = vxlan( draw );
    auto const tunnels = group( draw );
    auto const next = draw.oneOf( { "0", "1", "2", "3", "4294967295" } );
-   auto const dests = draw.oneOf( { "[{\"kind\":\"dest\",\"id\":0}]", "[]",
-                                    "[{\"kind\":\"dest\",\"id\":1},{\"kind\":\"dest\",\"id\":0}]",
-                                    "[{\"kind\":\"dest\",\"id\":2},{\"kind\":\"dest\",\"id\":1}]" } );
+   auto const dests =
+         draw.oneOf( { "[{\"kind\":\"dest\",\"id\":0}]", "[]",
+                       "[{\"kind\":\"dest\",\"id\":1},{\"kind\":\"dest\",\"id\":0}]",
+                       "[{\"kind\":\"dest\",\"id\":2},{\"kind\":\"dest\",\"id\":1}]" } );
    auto const hwId = draw.oneOf( { "0", "7", "8" } );
    auto const delay = draw.oneOf( { "0", "0", "0.5", "3" } );
    auto const object = tuple( draw );
@@ -253,8 +255,8 @@ proposeOverlay( Draw & draw, Steps & steps ) {
    auto const vlanId = vlan( draw );
    auto const station = host( draw );
    auto const tunnels = group( draw );
-   auto const list = draw.oneOf( { "[]", "[\"192.0.2.1\"]", "[\"192.0.2.2\"]",
-                                   "[\"192.0.2.1\",\"192.0.2.3\"]" } );
+   auto const list = draw.oneOf(
+         { "[]", "[\"192.0.2.1\"]", "[\"192.0.2.2\"]", "[\"192.0.2.1\",\"192.0.2.3\"]" } );
    auto const isController = trueOrFalse( draw, 35 );
    auto const vni = "100" + ( draw.chance( 90 ) ? vlanId : "9" );
    switch( draw.below( 14 ) ) {
@@ -408,13 +410,12 @@ proposeFlush( Draw & draw, Steps & steps ) {
 void
 proposeMac( Draw & draw, Steps & steps ) {
    using Propose = void ( * )( Draw &, Steps & );
-   constexpr Propose all[] = { proposeConfigured, proposeConfigured, proposeConfigured,
-                               proposeSettings,   proposeSettings,   proposeMlag,
-                               proposePeerHost,   proposePeerHost,   proposePeerHost,
-                               proposeRibHost,    proposeRibHost,    proposeRibObject,
-                               proposeRibObject,  proposeOverlay,    proposeOverlay,
-                               proposeRemote,     proposeRemote,     proposeLocal,
-                               proposeLocal,      proposeFlush,      proposeFlush };
+   constexpr Propose all[] = {
+         proposeConfigured, proposeConfigured, proposeConfigured, proposeSettings, proposeSettings,
+         proposeMlag,       proposePeerHost,   proposePeerHost,   proposePeerHost, proposeRibHost,
+         proposeRibHost,    proposeRibObject,  proposeRibObject,  proposeOverlay,  proposeOverlay,
+         proposeRemote,     proposeRemote,     proposeLocal,      proposeLocal,    proposeFlush,
+         proposeFlush };
    all[ draw.below( std::size( all ) ) ]( draw, steps );
 }
 

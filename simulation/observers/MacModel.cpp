@@ -10,7 +10,8 @@ using Kiv::String;
 using Pelt::IntfId;
 
 MacModel::MacModel( Switch const & simulated )
-      : simulated_( simulated ), feeders_( simulated.entity< Feeders::Config >( "/feeders/config" ) ),
+      : simulated_( simulated ),
+        feeders_( simulated.entity< Feeders::Config >( "/feeders/config" ) ),
         macTable_( simulated.entity< HobaTypes::MacTable >( "/hoba/macTable" ) ),
         bridging_( simulated.entity< Bridging::Config >( "/bridging/config" ) ),
         vlans_( simulated.entity< Bridging::VlanConfigDir >( "/bridging/vlanConfig" ) ),
@@ -153,8 +154,7 @@ MacModel::reported( Pair pair, Said const & said ) const {
    entry.macEntry = pair;
    bool const isInHardware = said.macTable && isLearned( said.macTable->entryType );
    bool const isTold = said.tunnel && Pelt::VxlanIntfId::isVxlanIntfId( said.tunnel->intf );
-   if( isInHardware &&
-       ( !isTold || said.macTable->learnTime > said.tunnel->learnTime ) ) {
+   if( isInHardware && ( !isTold || said.macTable->learnTime > said.tunnel->learnTime ) ) {
       entry.intf = said.macTable->intf;
       entry.entryType = said.macTable->entryType;
       entry.lastMoveTime = said.macTable->learnTime;
@@ -242,9 +242,8 @@ MacModel::fromPeer( Said const & said, Candidates & all, String & none ) const {
    bool const isShared = mlag_->mlagIntfHas( host.intf ) &&
                          mlag_->mlagIntf( host.intf ) != Mlag::mlagIntfDisabled &&
                          mlag_->mlagIntf( host.intf ) != Mlag::mlagIntfInactive;
-   if( mlag_->state() != Mlag::mlagActive ||
-       ( !isShared && host.intf != mlag_->peerLinkIntf() &&
-         !Pelt::VxlanIntfId::isVxlanIntfId( host.intf ) ) ) {
+   if( mlag_->state() != Mlag::mlagActive || ( !isShared && host.intf != mlag_->peerLinkIntf() &&
+                                               !Pelt::VxlanIntfId::isVxlanIntfId( host.intf ) ) ) {
       none = none.empty() ? "MLAG interface" : none;
       return;
    }
@@ -264,10 +263,9 @@ void
 MacModel::fromOverlay( Pair pair, Said const & said, Candidates & all, String & none ) const {
    if( said.rib ) {
       auto const & host = *said.rib;
-      bool const isMine = host.source == L2Rib::sourceBgp ||
-                          host.source == L2Rib::sourceBgpEvpnMpls ||
-                          host.source == L2Rib::sourceTest ||
-                          host.source == L2Rib::sourceController;
+      bool const isMine =
+            host.source == L2Rib::sourceBgp || host.source == L2Rib::sourceBgpEvpnMpls ||
+            host.source == L2Rib::sourceTest || host.source == L2Rib::sourceController;
       if( isMine ) {
          Entry entry;
          entry.macEntry = pair;
@@ -342,7 +340,7 @@ MacModel::candidates( Pair pair, Station const & station, Candidates & all, Stri
       told.swTunnelGroupId = Hoba::SwTunnelGroupId( said.macTable->tunnelId );
       told.lastMoveTime = said.macTable->learnTime;
       told.preference = 16;
-      add( all, none, told, elsewhere );
+      add( all, none, told, ofOperator ); // the hardware counts no moves
    }
    if( said.failed ) {
       auto cpu = entry;
@@ -440,11 +438,11 @@ MacModel::hopOf( Entry const & entry ) const {
    hop.group = dest->tunnelGroup;
    hop.isMpls = dest->kind == L2Rib::destMpls;
    hop.hwId = hwIds_->hwIdHas( tuple ) ? hwIds_->hwId( tuple ) : 0;
-   hop.obstacle = dest->kind == L2Rib::destDrop                    ? "drop next hop"
-                  : hop.nextHopId == L2Rib::nextHopInvalid         ? "invalid next hop"
-                  : hop.nextHopId == L2Rib::nextHopUnresolved      ? "next hop"
-                  : hop.hwId == 0                                  ? "hardware id"
-                                                                   : "";
+   hop.obstacle = dest->kind == L2Rib::destDrop               ? "drop next hop"
+                  : hop.nextHopId == L2Rib::nextHopInvalid    ? "invalid next hop"
+                  : hop.nextHopId == L2Rib::nextHopUnresolved ? "next hop"
+                  : hop.hwId == 0                             ? "hardware id"
+                                                              : "";
    return hop;
 }
 
@@ -479,10 +477,10 @@ MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const
    }
    if( best && ( Bridging::isEntryTypeRemote( best->entryType ) || best->l2RibObjTuple ) ) {
       auto const hop = hopOf( *best );
-      auto const obstacle = Bridging::isEntryTypeRemote( best->entryType ) &&
-                                          !hasVni( pair.vlanId() )
-                                    ? "VNI"
-                                    : hop.obstacle;
+      auto const obstacle =
+            Bridging::isEntryTypeRemote( best->entryType ) && !hasVni( pair.vlanId() )
+                  ? "VNI"
+                  : hop.obstacle;
       if( !obstacle.empty() ) {
          verdict.obstacle = obstacle;
          if( obstacle == "next hop" && current && current->entryType == best->entryType ) {
@@ -520,15 +518,14 @@ MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const
       }
    }
    if( learnt && best ) {
-      bool const learntWins =
-            isStatic( best->entryType ) ? false
-            : best->promote             ? true
-            : best->entryType == Bridging::configuredDynamicMac
-                  ? learnt->lastMoveTime >= best->lastMoveTime
-            : isBefore( learnt->moveCount, best->moveCount ) ? false
-            : isBefore( best->moveCount, learnt->moveCount )
-                  ? true
-                  : learnt->lastMoveTime >= best->lastMoveTime;
+      bool const learntWins = isStatic( best->entryType ) ? false
+                              : best->promote             ? true
+                              : best->entryType == Bridging::configuredDynamicMac
+                                    ? learnt->lastMoveTime >= best->lastMoveTime
+                              : isBefore( learnt->moveCount, best->moveCount ) ? false
+                              : isBefore( best->moveCount, learnt->moveCount )
+                                    ? true
+                                    : learnt->lastMoveTime >= best->lastMoveTime;
       if( learntWins ) {
          best.reset();
       } else {
@@ -551,8 +548,7 @@ MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const
    } else if( current && !isObstructed && isLearned( current->entryType ) &&
               station.said.isNonAging ) {
       verdict.entry = current;
-   } else if( current && !isObstructed &&
-              Bridging::isEntryTypeRemote( current->entryType ) &&
+   } else if( current && !isObstructed && Bridging::isEntryTypeRemote( current->entryType ) &&
               ( boot_->hitlessRestartInProgress() || !boot_->remoteMacsReady() ) ) {
       verdict.entry = current;
    }

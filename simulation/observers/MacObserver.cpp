@@ -19,14 +19,22 @@ String const machinePath = "/hoba/machines/mac/";
 constexpr char remotesPath[] = "/sim/chip/mac/maxRemoteMacs";
 
 // What operators and other agents say, and what the machine publishes.
-constexpr std::string_view mine[] = { "/bridging/config",       "/bridging/status",
-                                      "/bridging/dynHostStatus", "/bridging/flush",
-                                      "/bridging/vlanConfig",    "/bridging/switchIntfConfig",
-                                      "/mlag",                   "/l2rib",
-                                      "/vxlan",                  "/hoba/swTunnelGroupIdMap",
-                                      "/hoba/routerMac",         "/dot1x",
-                                      "/fsf",                    "/feeders/config/evpnMac",
-                                      "/feeders/config/hwId",    "/feeders/config/hwIdDelay",
+constexpr std::string_view mine[] = { "/bridging/config",
+                                      "/bridging/status",
+                                      "/bridging/dynHostStatus",
+                                      "/bridging/flush",
+                                      "/bridging/vlanConfig",
+                                      "/bridging/switchIntfConfig",
+                                      "/mlag",
+                                      "/l2rib",
+                                      "/vxlan",
+                                      "/hoba/swTunnelGroupIdMap",
+                                      "/hoba/routerMac",
+                                      "/dot1x",
+                                      "/fsf",
+                                      "/feeders/config/evpnMac",
+                                      "/feeders/config/hwId",
+                                      "/feeders/config/hwIdDelay",
                                       remotesPath };
 
 String
@@ -44,7 +52,8 @@ MacObserver::MacObserver( Switch & simulated, Observers & observers )
    for( auto const * path :
         { "/bridging", "/mlag", "/l2rib", "/vxlan", "/dot1x", "/fsf", "/hoba/macTable",
           "/hoba/routerMac", "/hoba/nonAging/status", "/hoba/objTupleToHwId",
-          "/hoba/swTunnelGroupIdMap", "/hoba/machines/mac", "/feeders/config/evpnMac", "/hoba/common/intf", "/hoba/common/lagToPort", "/interface/status",
+          "/hoba/swTunnelGroupIdMap", "/hoba/machines/mac", "/feeders/config/evpnMac",
+          "/hoba/common/intf", "/hoba/common/lagToPort", "/interface/status",
           "/hoba/common/lagToPortConfig", "/hoba/common/lagToLagType" } ) {
       simulated.watch( path, [ this ] { hear(); } );
    }
@@ -85,11 +94,12 @@ MacObserver::heal() {
 
 Observer::Verdict
 MacObserver::judge( Step const & step ) const {
-   bool const isLearning = ( step.isAt( "/feeders/config/vlan" ) &&
-                             ( step[ 1 ].ends_with( "/macLearning" ) ||
-                               step[ 1 ].ends_with( "/primaryVlan" ) ) ) ||
-                           step[ 1 ].ends_with( "/enableLearning" );
-   if( !isLearning && std::ranges::none_of( mine, [ & ]( auto path ) { return step.isAt( path ); } ) ) {
+   bool const isLearning =
+         ( step.isAt( "/feeders/config/vlan" ) &&
+           ( step[ 1 ].ends_with( "/macLearning" ) || step[ 1 ].ends_with( "/primaryVlan" ) ) ) ||
+         step[ 1 ].ends_with( "/enableLearning" );
+   if( !isLearning &&
+       std::ranges::none_of( mine, [ & ]( auto path ) { return step.isAt( path ); } ) ) {
       return notMine;
    }
    if( std::ranges::find( wrongMacSteps(), step ) != wrongMacSteps().end() ) {
@@ -146,8 +156,8 @@ std::map< MacObserver::Pair, MacObserver::Entry >
 MacObserver::inForce() const {
    std::map< Pair, Entry > all;
    auto const status = simulated().entity< Bridging::Status >( "/bridging/status" );
-   auto const remote = simulated().entity< HobaTypes::RemoteMacTable >(
-         "/vxlan/remoteMacInfo/remoteHost" );
+   auto const remote =
+         simulated().entity< HobaTypes::RemoteMacTable >( "/vxlan/remoteMacInfo/remoteHost" );
    for( auto const & [ vlan, database ] : status->fdbStatus() ) {
       for( auto const & [ addr, host ] : database->learnedHost() ) {
          Pair const pair( addr, vlan );
@@ -205,9 +215,10 @@ MacObserver::saidIs( Pair pair, MacModel::Said const & said ) {
    // What goes with its VXLAN interface goes at once for many: that is a walk.
    auto without = station.said;
    without.remote = said.remote;
-   bool const isWalk = without == said && std::ranges::any_of( station.said.remote, [ & ]( auto const & each ) {
-      return !model_.vxlan().vxlanConfigHas( Pelt::VxlanIntfId( IntfId( each.first ) ) );
-   } );
+   bool const isWalk =
+         without == said && std::ranges::any_of( station.said.remote, [ & ]( auto const & each ) {
+            return !model_.vxlan().vxlanConfigHas( Pelt::VxlanIntfId( IntfId( each.first ) ) );
+         } );
    station.said = said;
    if( !isWalk ) {
       evaluate( pair );
@@ -231,8 +242,8 @@ MacObserver::evaluate( Pair pair ) {
 
 void
 MacObserver::hearFlushes() {
-   auto const dirs = simulated().entity< Bridging::AllHostTableFlushRequestDir >(
-         "/bridging/flush/request" );
+   auto const dirs =
+         simulated().entity< Bridging::AllHostTableFlushRequestDir >( "/bridging/flush/request" );
    std::map< FlushKey, Bridging::HostTableFlushRequest > asked;
    for( auto const & [ agent, dir ] : dirs->agent() ) {
       for( auto const & [ key, request ] : dir->request() ) {
@@ -335,9 +346,8 @@ MacObserver::decidedRows() const {
    for( auto const & [ vlan, database ] : status->fdbStatus() ) {
       for( auto const & [ addr, host ] : database->learnedHost() ) {
          rows[ Pair( addr, vlan ) ] = toText( host.intf ) + ' ' + toText( host.entryType ) + ' ' +
-                                      toText( host.dropMode ) + ", moves " +
-                                      toText( host.moves ) + ", last " +
-                                      toText( host.lastMoveTime );
+                                      toText( host.dropMode ) + ", moves " + toText( host.moves ) +
+                                      ", last " + toText( host.lastMoveTime );
       }
    }
    for( auto const * list : { "refusedList", "updateList" } ) {
@@ -373,12 +383,12 @@ MacObserver::hearMoves() {
          bool const isFailure =
                Pelt::CpuIntfId::isCpuIntfId( host.intf ) && stations_[ pair ].said.failed;
          if( before != inForce_.end() && before->second != host.intf && !isFailure ) {
-            moves_.push_back( Kiv::datumText( Datum::Object{
-                  { "macEntry", toText( pair ) },
-                  { "from", toText( before->second ) },
-                  { "to", toText( host.intf ) },
-                  { "time", Kiv::toDatum( simulated().now() ) },
-                  { "moves", Kiv::toDatum( host.moves.value() ) } } ) );
+            moves_.push_back( Kiv::datumText(
+                  Datum::Object{ { "macEntry", toText( pair ) },
+                                 { "from", toText( before->second ) },
+                                 { "to", toText( host.intf ) },
+                                 { "time", Kiv::toDatum( simulated().now() ) },
+                                 { "moves", Kiv::toDatum( host.moves.value() ) } } ) );
          }
       }
    }
@@ -501,9 +511,7 @@ MacObserver::verifyItems( Items & items ) const {
    // What is decided and not done is not compared.
    std::size_t count = 0, compared = 0, mismatches = 0, remotes = 0, remotesFound = 0;
    String first;
-   auto const mismatch = [ & ]( String const & text ) {
-      first = ++mismatches == 1 ? text : first;
-   };
+   auto const mismatch = [ & ]( String const & text ) { first = ++mismatches == 1 ? text : first; };
    auto const chip = simulated().entity< HobaSim::MacUnit >( "/sim/chip/mac" );
    for( auto const & [ pair, row ] : chip->host() ) {
       remotesFound += !row.byChip && Pelt::VxlanIntfId::isVxlanIntfId( row.intf );
@@ -538,11 +546,11 @@ MacObserver::verifyItems( Items & items ) const {
          }
       }
    }
-   items.emplace_back(
-         "MAC addresses, " + toText( compared ) + " of " + toText( count ) + " compared",
-         mismatches == 0   ? "ok"
-         : mismatches == 1 ? first
-                           : first + "; and " + toText( mismatches - 1 ) + " more" );
+   items.emplace_back( "MAC addresses, " + toText( compared ) + " of " + toText( count ) +
+                             " compared",
+                       mismatches == 0   ? "ok"
+                       : mismatches == 1 ? first
+                                         : first + "; and " + toText( mismatches - 1 ) + " more" );
 }
 
 // ---- What must be
@@ -564,8 +572,7 @@ MacObserver::checkStatus() {
    Rows dynamic;
    for( auto const & [ pair, station ] : stations_ ) {
       if( station.current && station.current->entryType == Bridging::configuredDynamicMac &&
-          station.said.configured &&
-          station.said.configured->intf == station.current->intf ) {
+          station.said.configured && station.said.configured->intf == station.current->intf ) {
          dynamic[ toText( pair ) ] = toText( station.current->intf );
       }
    }
@@ -699,8 +706,8 @@ MacObserver::checkMachine() {
    Rows withheld;
    for( auto const & [ pair, held ] : withheld_ ) {
       if( !held.obstacle.empty() ) {
-         withheld[ toText( pair ) ] = "{\"obstacle\": \"" + held.obstacle +
-                                      "\", \"since\": " + toText( held.since ) + '}';
+         withheld[ toText( pair ) ] =
+               "{\"obstacle\": \"" + held.obstacle + "\", \"since\": " + toText( held.since ) + '}';
       }
    }
    expectRows( machinePath + "withheld", withheld );
