@@ -10,17 +10,28 @@ ZIPLINE_HANDLE( HobaMacAddrSm );
 
 KIV_DEFINE( Hoba::MacAddrSm );
 
-// The machine's life, and its decisions. HobaMacEvents.cpp has what it hears, HobaMacUpdateList.cpp how
-// what was decided is done.
+// The machine's life. HobaMacEvents.cpp has what it hears, HobaMacStation.cpp its decisions, and
+// HobaMacUpdateList.cpp how these are done.
 
 namespace Hoba {
 
 // ---- Life
 
+// What is behind the overlay is kept somewhere, also if nobody else wants to know.
+static MacAddrInputs
+complete( MacAddrInputs inputs ) {
+   if( !inputs.rmacInfoDir ) {
+      inputs.rmacInfoDir = Kiv::make< HobaTypes::RemoteMacInfoDir >();
+      inputs.rmacInfoDir->remoteHost()->remoteMacControl().attachWriter(
+            "remoteHost", { .privateMemory = true } );
+   }
+   return inputs;
+}
+
 MacAddrSm::MacAddrSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
                       Kiv::Ptr< HobaHelper::HobaHelperMacAddrSm > const & helper,
                       MacAddrInputs const & inputs )
-      : HobaVerifiedSm( commonSmData ), in_( inputs ), helper_( helper ),
+      : HobaVerifiedSm( commonSmData ), in_( complete( inputs ) ), helper_( helper ),
         sources_( in_, this->commonSmData(), fsfFailedServer(), manageStaticMulticast() ),
         fdb_( in_ ), learning_( *this ), flush_( *this ), verify_( *this ) {
    HOBA_INVARIANT( helper, "MAC addresses are a matter of the hardware" );
@@ -79,6 +90,25 @@ MacAddrSm::endWalks() {
    firstPassWalked_ = false;
 }
 
+// What was gathered and decided: of what happens meanwhile it would not hear.
+void
+MacAddrSm::forgetAll() {
+   endWalks();
+   updateListDelAll();
+   refusedListDelAll();
+   withheldDelAll();
+   macTableUpdateListDelAll();
+   fsfFailedServerDelAll();
+   retries_ = 0;
+   room_ = false;
+   withheldWalk_ = nullptr;
+   tunnelWalk_ = nullptr;
+   hostsByIntf_.clear();
+   lostReport_.clear();
+   rib_ = {};
+   sources_.forgetVnis();
+}
+
 void
 MacAddrSm::whenFirstPassIsDone( std::function< void() > call ) {
    whenFirstPassIsDone_ = std::move( call );
@@ -88,10 +118,11 @@ void
 MacAddrSm::handleInitialized() {
    ZTRACE( 3, "MacAddrSm", " handleIntialized: ", initialized() );
    if( !initialized() ) {
-      endWalks();
       reactorsUninitialize();
+      forgetAll();
       return;
    }
+   forgetAll(); // of a beginning that threw
    helper_.call< &HobaHelper::HobaHelperMacAddrSm::hwInit >();
    reactorsInitialize();
    beginFirstPass();
@@ -102,13 +133,14 @@ MacAddrSm::handleInitialized() {
 void
 MacAddrSm::beginFirstPass() {
    inFirstPass_ = true;
+   isIndexed_ = false;
    firstPassDoneIs( false );
-   fdb_.recount();
-   for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
-      for( auto const & [ addr, host ] : database->learnedHost() ) {
-         indexIs( { addr, vlanId }, {}, host.intf );
+   walkStatus( [ this ]( Pair pair ) {
+      if( auto const current = currentEntry( pair ) ) {
+         indexIs( pair, {}, current->intf );
       }
-   }
+   } );
+   walks_.add( [ this ] { isIndexed_ = true; } );
    peerLinkIntfIs( in_.mlagStatus ? in_.mlagStatus->peerLinkIntf() : Pelt::IntfId() );
    adoptFailedServers();
    handleHostAgingTime();
@@ -158,6 +190,34 @@ auto const byKey = []( auto const & member ) -> Bridging::MacVlanPair { return m
 
 } // namespace
 
+void
+MacAddrSm::walkStatus( MacWalks::Visit const & visit ) {
+   for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
+      walks_.add(
+            database->learnedHost(),
+            [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); }, visit,
+            {}, database );
+   }
+}
+
+void
+MacAddrSm::walkIntf( Pelt::IntfId intf, MacWalks::Visit const & visit, MacWalks::Done done ) {
+   if( isIndexed_ ) {
+      walks_.add(
+            hostsBehind( intf ), []( Pair const & pair ) { return pair; }, visit,
+            std::move( done ) );
+   } else {
+      walkStatus( [ this, intf, visit ]( Pair pair ) {
+         auto const current = currentEntry( pair );
+         if( current && current->intf == intf ) {
+            visit( pair );
+         }
+      } );
+      walks_.add( std::move( done ) );
+   }
+   wakeWalks();
+}
+
 // Everything that is said of stations, and then what is in the status: who is in both is looked at twice.
 void
 MacAddrSm::walkSources() {
@@ -169,8 +229,10 @@ MacAddrSm::walkSources() {
       add( in_.l2RibHostOutput, in_.l2RibHostOutput->host() );
    }
    if( in_.evpnMacTable ) {
+      std::vector< Pair > pairs;
       in_.evpnMacTable->remoteMacForEach(
-            [ & ]( Pair const & pair, auto const & ) { visit( pair ); } );
+            [ & ]( Pair const & pair, auto const & ) { pairs.push_back( pair ); } );
+      walks_.add( std::move( pairs ), visit );
    }
    if( in_.bridgingConfig ) {
       for( auto const & [ vlanId, fdb ] : in_.bridgingConfig->fdbConfig() ) {
@@ -196,9 +258,7 @@ MacAddrSm::walkSources() {
    }
    if( in_.rmacInfoDir ) {
       add( in_.rmacInfoDir, in_.rmacInfoDir->receivedRemoteHost()->remoteHost() );
-      for( auto const & [ host, event ] : in_.rmacInfoDir->tunnelLearnEvent()->event() ) {
-         handleTunnelLearnEvent( host );
-      }
+      walkTunnelLearnEvents( {} );
    }
    for( auto const & [ pair, server ] : fsfFailedServer() ) {
       evaluateEntry( pair );
@@ -206,12 +266,7 @@ MacAddrSm::walkSources() {
    if( in_.macTable ) {
       add( in_.macTable, in_.macTable->macEntry() );
    }
-   for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
-      walks_.add(
-            database->learnedHost(),
-            [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); }, visit,
-            {}, database );
-   }
+   walkStatus( visit );
    walks_.add( [ this ] { endFirstPass(); } );
 }
 
@@ -227,501 +282,6 @@ MacAddrSm::endFirstPass() {
    if( auto const call = std::exchange( whenFirstPassIsDone_, nullptr ) ) {
       call();
    }
-}
-
-// ---- Questions
-
-ModifyMacEntry
-modifyMacEntryFactory( Bridging::MacVlanPair pair, Pelt::IntfId intf, Bridging::EntryType entryType,
-                       std::uint32_t moves ) {
-   ModifyMacEntry change;
-   change.macEntry = pair;
-   change.intf = intf;
-   change.entryType = entryType;
-   change.moves = moves;
-   return change;
-}
-
-MacEntry
-ModifyMacEntry::entry() const {
-   MacEntry is;
-   is.macEntry = macEntry;
-   is.intf = intf;
-   is.entryType = entryType;
-   is.swTunnelGroupId = swTunnelGroupId;
-   is.moveCount = Mox::Seqno32( moves );
-   is.lastMoveTime = lastMoveTime;
-   is.l2RibObjTuple = l2RibObjTuple;
-   is.dropMode = dropMode;
-   is.isMplsNextHop = isMplsNextHop;
-   return is;
-}
-
-ModifyMacEntry
-MacAddrSm::changeTo( MacEntry const & entry, EntryEvaluationAction action ) {
-   auto change = modifyMacEntryFactory( entry.macEntry, entry.intf, entry.entryType,
-                                        entry.moveCount.value() );
-   change.action = action;
-   change.lastMoveTime = entry.lastMoveTime;
-   change.swTunnelGroupId = entry.swTunnelGroupId;
-   change.l2RibObjTuple = entry.l2RibObjTuple;
-   change.isMplsNextHop = entry.isMplsNextHop;
-   change.dropMode = entry.dropMode;
-   return change;
-}
-
-namespace {
-
-bool
-isAdd( EntryEvaluationAction action ) {
-   return action <= addLearntLocalAndRemoveRemote;
-}
-
-} // namespace
-
-ModifyMacEntry const *
-MacAddrSm::queued( Pair pair ) const {
-   if( auto const * change = updateList().empty() ? nullptr : updateList().find( pair ) ) {
-      return change;
-   }
-   return refusedList().empty() ? nullptr : refusedList().find( pair );
-}
-
-std::optional< MacEntry >
-MacAddrSm::currentEntry( Pair pair ) const {
-   if( auto const * queuedEntry = queued( pair ) ) {
-      if( isAdd( queuedEntry->action ) ) {
-         return queuedEntry->entry();
-      }
-      if( queuedEntry->action != removeFromFdbStatusAndHardware ) {
-         hobaAssert( "queuedEntry->action() == removeFromFdbStatusAndHardware_" );
-      }
-      return std::nullopt;
-   }
-   auto entry = fdb_.entry( pair );
-   if( !entry ) {
-      ZTRACE( 8, pair, " entry not found in collections" );
-   }
-   return entry;
-}
-
-Kiv::HashSet< MacAddrSm::Pair > const &
-MacAddrSm::hostsBehind( Pelt::IntfId intf ) const {
-   static Kiv::HashSet< Pair > const none;
-   auto const * hosts = hostsByIntf_.find( intf );
-   return hosts ? *hosts : none;
-}
-
-namespace {
-
-// All of what is said of one station, held together.
-struct Gathered {
-   MacCandidates candidates;
-   MacCandidate const * best = nullptr;
-   std::optional< MacEntry > reported;
-   bool learnedInHardware = false;
-   std::optional< MacEntry > current;
-   MacNextHop hop;
-   MacClaims claims;
-};
-
-} // namespace
-
-// What stands before a station behind the overlay that is to be programmed.
-static MacObstacle
-remoteObstacle( MacAddrSm const & sm, MacEntry const & entry, MacNextHop const & hop ) {
-   if( !Bridging::isEntryTypeRemote( entry.entryType ) ) {
-      return macObstacleNone;
-   }
-   if( hop.obstacle ) {
-      return hop.obstacle;
-   }
-   bool const isNew = !sm.fdb().nextHop( entry.macEntry );
-   return isNew && sm.fdb().remotes() >= sm.helper()->getMaxRemoteMacs() ? macObstacleRemoteLimit
-                                                                         : macObstacleNone;
-}
-
-static void
-gather( MacAddrSm const & sm, Bridging::MacVlanPair pair, bool reportIsLost, Gathered & all,
-        std::vector< MacNoCandidate > & none ) {
-   auto const & sources = sm.sources();
-   // What has lost is what was learnt: then there is nothing else in the table of reports.
-   auto const * record = reportIsLost ? nullptr : sources.record( pair );
-   sources.candidates( pair, record, all.candidates, &none );
-   all.best = bestCandidate( all.candidates.all(), sources.groups() );
-   all.current = sm.currentEntry( pair );
-   auto & claims = all.claims;
-   claims.now = all.best ? sm.now() : 0; // looking at the clock costs as much as all the rest
-   claims.current = all.current ? &*all.current : nullptr;
-   if( !reportIsLost ) {
-      all.reported = sources.reported( pair, record, all.learnedInHardware );
-   }
-   if( all.reported ) {
-      claims.reported = &*all.reported;
-      claims.reportedObstacle = sources.reportedObstacle( *all.reported );
-      if( !claims.reportedObstacle && !all.learnedInHardware ) {
-         claims.reportedObstacle =
-               remoteObstacle( sm, *all.reported, sources.nextHop( *all.reported ) );
-      }
-   }
-   claims.configured = all.best;
-   if( all.best && Bridging::isEntryTypeRemote( all.best->entry.entryType ) ) {
-      all.hop = sources.nextHop( all.best->entry );
-      claims.configuredObstacle = sources.hasVni( pair.vlanId() )
-                                        ? remoteObstacle( sm, all.best->entry, all.hop )
-                                        : macObstacleNoVni;
-   }
-   claims.isNonAging = all.current && sources.isNonAgingMac( pair );
-   claims.overlayRestarts = sources.overlayRestarts();
-}
-
-MacExplanation
-MacAddrSm::explain( Pair pair ) const {
-   MacExplanation answer;
-   Gathered all;
-   bool learnedInHardware = false;
-   answer.reportedLost = lostReport_.has( pair );
-   gather( *this, pair, answer.reportedLost, all, answer.none );
-   answer.reported = sources_.reported( pair, sources_.record( pair ), learnedInHardware );
-   answer.reportedObstacle = all.claims.reportedObstacle;
-   answer.configuredObstacle = all.claims.configuredObstacle;
-   std::size_t best = 0;
-   for( auto const & candidate : all.candidates.all() ) {
-      answer.candidates.push_back( { candidate, macRank( candidate.entry ) } );
-      auto const here = answer.candidates.size() - 1;
-      if( here == best ) {
-         continue;
-      }
-      auto const choice =
-            betterEntry( &answer.candidates[ best ].candidate.entry,
-                         &answer.candidates[ here ].candidate.entry, sources_.groups() );
-      bool const wins = choice.winner == &answer.candidates[ here ].candidate.entry;
-      answer.candidates[ wins ? best : here ].rule = choice.rule;
-      answer.candidates[ wins ? here : best ].rule = choice.rule;
-      best = wins ? here : best;
-   }
-   if( !answer.candidates.empty() ) {
-      answer.candidates[ best ].isBest = true;
-   }
-   answer.status = fdb_.entry( pair );
-   if( auto const * change = queued( pair ) ) {
-      answer.pending = *change;
-   }
-   answer.verdict = evaluateMacClaims( all.claims );
-   if( auto const * held = withheld().find( pair ) ) {
-      answer.withheld = *held;
-   }
-   answer.isNonAging = isNonAgingMac( pair );
-   answer.isFailedServer = fsfFailedServerHas( pair );
-   return answer;
-}
-
-// ---- Decide
-
-bool
-MacAddrSm::checkIgnoreEvent( Pair pair, MacClaims const & claims ) {
-   auto const * reported = claims.reported;
-   if( claims.agedInHardware && fsfFailedServerHas( pair ) ) {
-      ZTRACE( 5, "Ignoring event for mac entry ", pair, " Ignoring aging event for FSF entry ",
-              pair );
-      return !claims.current || claims.current->intf == Pelt::CpuIntfId();
-   }
-   if( reported && claims.configured && !claims.configuredObstacle &&
-       Bridging::isEntryTypeRemote( reported->entryType ) &&
-       Bridging::isEntryTypeRemote( claims.configured->entry.entryType ) && claims.current &&
-       Bridging::isEntryTypeRemote( claims.current->entryType ) &&
-       !isMacEntryLearned( claims.current->entryType ) ) {
-      ZTRACE( 5, "Ignoring event for mac entry ", pair,
-              " ignoring learn event for just-programmed remote entry" );
-      lostReport_.insert( pair );
-      return claims.learnedInHardware;
-   }
-   return false;
-}
-
-bool
-MacAddrSm::collidingStaticEntryWithRouterMacEntry( MacCandidates const & candidates ) const {
-   MacEntry const * configured = nullptr;
-   for( auto const & [ source, entry ] : candidates.all() ) {
-      if( source == macSourceFdbConfig && entry.entryType == Bridging::configuredStaticMac ) {
-         configured = &entry;
-      } else if( source == macSourceRouterMacTable && configured ) {
-         ZTRACE( 2, "collision of static entry ", *configured, " with router mac entry ", entry );
-         return true;
-      }
-   }
-   return false;
-}
-
-void
-MacAddrSm::traceMoves( MacVerdict const & verdict ) const {
-   auto const moves = verdict.entry.moveCount;
-   switch( verdict.moves ) {
-   case macMovesKept:
-      break;
-   case macMovesConfigured:
-      ZTRACE( 6, "Setting moves from configured: ", moves );
-      break;
-   case macMovesConfiguredPlusOne:
-      ZTRACE( 6, "Setting moves from configured+1: ", moves );
-      break;
-   case macMovesReceived:
-      ZTRACE( 6, "Setting moves from received: ", moves );
-      break;
-   case macMovesCurrentPlusOne:
-      ZTRACE( 6, "Settting moves to current+1: ", moves );
-      break;
-   case macMovesNotIncremented:
-      ZTRACE( 6, "Not incremented moves: ", moves );
-      break;
-   }
-}
-
-void
-MacAddrSm::detectRemoteLocalMove( MacEntry const * before, MacEntry const & after, int point,
-                                  ModifyMacEntry & change ) const {
-   if( !before ) {
-      return;
-   }
-   bool const wasRemote = Bridging::isEntryTypeRemote( before->entryType );
-   bool const isRemote = Bridging::isEntryTypeRemote( after.entryType );
-   if( wasRemote && !isRemote ) {
-      ZTRACE( 5, after.macEntry, " Detected remote to local move (", point, "). " );
-      change.movedToLocal = true;
-   } else if( !wasRemote && isRemote ) {
-      ZTRACE( 5, after.macEntry, " Detected local to remote move (", point, "). " );
-      change.movedToRemote = true;
-   }
-}
-
-void
-MacAddrSm::noteWithheld( Pair pair, MacClaims const & claims,
-                         std::vector< MacNoCandidate > const & none ) {
-   auto obstacle = claims.configured ? claims.configuredObstacle : macObstacleNone;
-   if( obstacle == macObstacleNone && claims.reported ) {
-      obstacle = claims.reportedObstacle;
-   }
-   if( obstacle == macObstacleNone && !none.empty() ) {
-      obstacle = none.front().obstacle;
-   }
-   if( obstacle == macObstacleNone ) {
-      withheldDel( pair );
-      return;
-   }
-   auto const * known = withheld().find( pair );
-   if( !known || known->obstacle != obstacle ) {
-      ZTRACE( 4, "Mac entry ", pair, ' ', macObstacleText( obstacle ), " Ignoring update." );
-      withheldIs( pair, { obstacle, now() } );
-   }
-}
-
-void
-MacAddrSm::evaluateEntry( Pair pair, bool learnedInHardware, bool agedInHardware ) {
-   if( !isReady() || !pair.vlanId().value() ) {
-      return;
-   }
-   Kiv::Dispatch::Frame frame;
-   Gathered all;
-   std::vector< MacNoCandidate > none;
-   gather( *this, pair, !lostReport_.empty() && lostReport_.has( pair ), all, none );
-   auto & claims = all.claims;
-   claims.learnedInHardware = learnedInHardware;
-   claims.agedInHardware = agedInHardware;
-   ZTRACE( 6, "Evaluating MAC entry: ", pair, ", learned in hardware: ", learnedInHardware,
-           ", aged in hardware: ", agedInHardware );
-   if( !all.candidates.all().empty() ) {
-      collidingStaticEntryWithRouterMacEntry( all.candidates );
-      ZTRACE( 6, "Configured entry is ", all.best->entry );
-   }
-   if( claims.current ) {
-      ZTRACE( 6, "Current entry is ", *claims.current );
-   }
-   if( all.best || !rib_.empty() ) {
-      rib_.hostIs( pair, all.best ? all.best->entry.l2RibObjTuple : L2Rib::ObjTuple() );
-   }
-   if( claims.configuredObstacle || claims.reportedObstacle || !none.empty() ||
-       !withheld().empty() ) {
-      noteWithheld( pair, claims, none );
-   }
-   if( checkIgnoreEvent( pair, claims ) ) {
-      return;
-   }
-   auto verdict = evaluateMacClaims( claims );
-   if( verdict.reportedLost ) {
-      lostReport_.insert( pair );
-   }
-   // The next hop as it is now, and not as it was when it was programmed.
-   if( verdict.action == invalidAction && all.best && !claims.configuredObstacle &&
-       Bridging::isEntryTypeRemote( verdict.entry.entryType ) && !queued( pair ) ) {
-      auto const * hop = fdb_.nextHop( pair );
-      if( hop && ( hop->hwId != all.hop.hwId || hop->nextHopId != all.hop.nextHopId ) ) {
-         verdict.action = addConfiguredRemote;
-      }
-   }
-   decided( verdict, claims, all.learnedInHardware );
-}
-
-// What was decided is done at once if the hardware has no part in it, and queued otherwise.
-void
-MacAddrSm::decided( MacVerdict const & verdict, MacClaims const & claims, bool hardwareHolds ) {
-   auto const & entry = verdict.entry;
-   auto const pair = entry.macEntry;
-   if( verdict.action == invalidAction ) {
-      ZTRACE( 6, " Final action: ignore - MAC entry: ", entry, ' ',
-              macReasonText( verdict.reason ) );
-      bool const keepsWhatAged =
-            verdict.reason == macReasonNonAging && claims.agedInHardware && claims.current;
-      bool const isTold = inFirstPass_ && claims.current && !queued( pair ) &&
-                          !skipHwProgInHitlessRestartMode( *claims.current );
-      if( keepsWhatAged || isTold ) {
-         reprogram( pair );
-      }
-      return;
-   }
-   traceMoves( verdict );
-   if( isAdd( verdict.action ) && maybeUpdateMoveCount( entry, claims.current ) ) {
-      return;
-   }
-   ZTRACE( 6, " Final action: ", verdict.action, " - MAC Entry: ", entry, ' ',
-           macReasonText( verdict.reason ) );
-   auto const from = claims.current ? claims.current->intf : Pelt::IntfId();
-   indexIs( pair, from, isAdd( verdict.action ) ? entry.intf : Pelt::IntfId() );
-   isAdd( verdict.action ) ? decidedAdd( verdict, claims, hardwareHolds )
-                           : decidedRemoval( verdict, claims );
-}
-
-void
-MacAddrSm::decidedAdd( MacVerdict const & verdict, MacClaims const & claims, bool hardwareHolds ) {
-   auto const & entry = verdict.entry;
-   auto const * queuedEntry = queued( entry.macEntry );
-   if( !queuedEntry && !needsHardware( entry, hardwareHolds ) ) {
-      if( Bridging::isEntryTypeRemote( entry.entryType ) ) {
-         fdb_.remoteIs( entry, sources_.nextHop( entry ), true );
-      }
-      return inForce( entry );
-   }
-   auto change = changeTo( entry, verdict.action );
-   detectRemoteLocalMove( queuedEntry ? nullptr : claims.current, entry, 1, change );
-   addToUpdateList( change );
-}
-
-// What has aged, or is ignored, the hardware has forgotten, or is not to forget.
-void
-MacAddrSm::decidedRemoval( MacVerdict const & verdict, MacClaims const & claims ) {
-   auto const pair = verdict.entry.macEntry;
-   if( !claims.current ) {
-      return; // it is ignored, and nobody has it
-   }
-   bool const isHardwares =
-         isMacEntryLearned( claims.current->entryType ) && !fdb_.isRemote( pair );
-   if( !queued( pair ) && isHardwares &&
-       ( claims.agedInHardware || verdict.action == ignoreLearnt ) ) {
-      return outOfForce( pair );
-   }
-   addToUpdateList( changeTo( *claims.current, removeFromFdbStatusAndHardware ) );
-}
-
-bool
-MacAddrSm::needsHardware( MacEntry const & entry, bool hardwareHolds ) const {
-   if( !hardwareHolds || !isMacEntryLearned( entry.entryType ) ) {
-      return true;
-   }
-   auto const * former = fdb_.find( entry.macEntry );
-   // What software wrote stands there, whatever the hardware sees.
-   bool const wasWritten = former && ( !isMacEntryLearned( former->entryType ) ||
-                                       Bridging::isEntryTypeRemote( former->entryType ) );
-   return wasWritten || sources_.isNonAgingMac( entry.macEntry );
-}
-
-bool
-MacAddrSm::skipHwProgInHitlessRestartMode( MacEntry const & entry ) const {
-   bool const isHardwares = isMacEntryLearned( entry.entryType ) &&
-                            !Bridging::isEntryTypeRemote( entry.entryType ) &&
-                            !sources_.isNonAgingMac( entry.macEntry );
-   if( isHardwares ) {
-      ZTRACE( 8, entry.macEntry, " in hitless restart mode" );
-   }
-   return isHardwares;
-}
-
-// Another count for what is where it was: nothing that the hardware knows of.
-bool
-MacAddrSm::maybeUpdateMoveCount( MacEntry const & entry, MacEntry const * current ) {
-   auto const type = entry.entryType;
-   if( Bridging::isEntryTypeConfigured( type ) ||
-       !( Bridging::isEntryTypeProgrammedDynamic( type ) ||
-          Bridging::isEntryTypeController( type ) ) ) {
-      return false;
-   }
-   auto same = entry;
-   if( current ) {
-      same.moveCount = current->moveCount;
-      same.lastMoveTime = current->lastMoveTime;
-      same.preference = current->preference;
-      same.promote = current->promote;
-   }
-   if( !current || !( same == *current ) ) {
-      return false;
-   }
-   auto const pair = entry.macEntry;
-   auto const & from = current->moveCount;
-   if( auto const * change = queued( pair ) ) {
-      ZTRACE( 5, pair, " update ModifyMacEntry moves from ", from, " to ", entry.moveCount );
-      auto updated = *change;
-      updated.moves = entry.moveCount.value();
-      updated.lastMoveTime = entry.lastMoveTime;
-      updateListHas( pair ) ? updateListIs( updated ) : refusedListIs( updated );
-      return true;
-   }
-   ZTRACE( 5, pair, " update moves from ", from, " to ", entry.moveCount, " type ", type );
-   fdb_.addToFdbStatus( entry );
-   if( in_.rmacInfoDir && in_.rmacInfoDir->remoteHost()->remoteMacHas( pair ) ) {
-      ZTRACE( 5, pair, "update remoteHostTable moves from ", from, " to ", entry.moveCount );
-      in_.rmacInfoDir->remoteHost()->remoteMacIs( entry );
-   }
-   return true;
-}
-
-void
-MacAddrSm::indexIs( Pair pair, Pelt::IntfId from, Pelt::IntfId to ) {
-   if( from == to ) {
-      return;
-   }
-   if( to ) {
-      hostsByIntf_.tryEmplace( to ).value->insert( pair );
-   }
-   if( from ) {
-      if( auto * hosts = hostsByIntf_.find( from ) ) {
-         hosts->erase( pair );
-         if( hosts->empty() ) {
-            hostsByIntf_.erase( from );
-         }
-      }
-   }
-}
-
-void
-MacAddrSm::addToUpdateList( ModifyMacEntry const & given ) {
-   auto change = given;
-   if( auto const * former =
-             refusedList().empty() ? nullptr : refusedList().find( given.macEntry ) ) {
-      change.fullLogged = former->fullLogged;
-      refusedListDel( given.macEntry );
-   }
-   if( auto const * former = updateList().find( given.macEntry ) ) {
-      ZTRACE( 5, "Found a pending operation in updateList with key: ", given.macEntry );
-      ZTRACE( 5, "Found a pending operation in updateList with action ", former->action );
-      change.fullLogged = former->fullLogged;
-      auto const formerEntry = former->entry();
-      if( isAdd( former->action ) && isAdd( change.action ) ) {
-         detectRemoteLocalMove( &formerEntry, change.entry(), 2, change );
-      }
-   }
-   if( updateMacEntryClock()->timeMin() == Kiv::never ) {
-      updateMacEntryClock()->timeMinIs( now() );
-   }
-   change.since = updateMacEntryClock()->timeMin();
-   updateListIs( change );
 }
 
 // ---- For its parts

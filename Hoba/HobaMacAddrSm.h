@@ -30,7 +30,8 @@
 // (`firstPassDone`). Of what it keeps, entries that software wrote are told to the hardware once more, which
 // claims them; what the hardware learnt is not touched.
 //
-// What is watched and does nothing, since no rule is known: Bridging::Status, the VLAN helper's changes.
+// What is watched and does nothing, since no rule is known: Bridging::Status, the VLAN helper's changes; the
+// interfaces of a VLAN (its membership has the rule), and the status of remote hosts, which is the machine's own.
 //
 // Stations that never age (NonAgingStatus) are written as learnt ones that do not age. When nobody asks for
 // that any more they age again if the hardware still reports them, and are forgotten otherwise. They are not
@@ -204,6 +205,8 @@ class MacAddrSm : public HobaVerifiedSm {
    void reprogram( Pair pair );
    MacWalks & walks() { return walks_; }
    MacFlush & flush() { return flush_; }
+   // Visits all stations behind the interface.
+   void walkIntf( Pelt::IntfId intf, MacWalks::Visit const & visit, MacWalks::Done done = {} );
    // The walks go on, from the clock.
    void wakeWalks();
    Hooks< HobaHelper::HobaHelperMacAddrSm > const & helper() const { return helper_; }
@@ -281,10 +284,12 @@ class MacAddrSm : public HobaVerifiedSm {
    void walkSources();
    void endFirstPass();
    void adoptFailedServers();
+   void walkStatus( MacWalks::Visit const & visit );
    void endWalks();
+   void forgetAll();
 
    // ---- Decide
-   bool checkIgnoreEvent( Pair pair, MacClaims const & claims );
+   bool checkIgnoreEvent( Pair pair, MacClaims & claims );
    void detectRemoteLocalMove( MacEntry const * before, MacEntry const & after, int point,
                                ModifyMacEntry & change ) const;
    bool collidingStaticEntryWithRouterMacEntry( MacCandidates const & candidates ) const;
@@ -305,6 +310,7 @@ class MacAddrSm : public HobaVerifiedSm {
    // ---- Do
    void updateQueuedAddresses();
    void retryRefused();
+   void retrySome();
    void program( Pair pair );
    MacProgramStatus programEntry( ModifyMacEntry const & change );
    MacProgramStatus programLocal( ModifyMacEntry const & change );
@@ -324,7 +330,15 @@ class MacAddrSm : public HobaVerifiedSm {
    void evaluateAll( Kiv::HashSet< Pair > const & pairs );
    void evaluateVlan( Bridging::VlanIdOrNone vlanId );
    void evaluateIntf( Pelt::IntfId intf );
-   void evaluateWithheld( std::function< bool( Pair, MacWithheld const & ) > which );
+   using Vlans = Kiv::HashSet< Bridging::VlanIdOrNone >;
+   // All that is withheld in the VLAN, or in all: whatever it waits for, the first obstacle alone is noted.
+   void evaluateWithheld( Bridging::VlanIdOrNone vlanId = {} );
+   // What tunnels learnt in the VLAN, or in all.
+   void walkTunnelLearnEvents( Bridging::VlanIdOrNone vlanId );
+   // None in a VLAN without that number.
+   Pair pairOf( Vxlan::VniMac const & host ) const;
+   // Its next hop; what keeps its place while that is worked out anew has the one that it is programmed with.
+   MacNextHop nextHopToProgram( MacEntry const & entry ) const;
    void evaluateObject( L2Rib::ObjTuple tuple );
 
    class KivMacTable
@@ -584,7 +598,11 @@ class MacAddrSm : public HobaVerifiedSm {
    // In the first pass: entries that software wrote are told once more.
    bool inFirstPass_ = false;
    bool firstPassWalked_ = false;
-   bool room_ = false; // an entry has left the hardware since refused ones had their turn
+   bool isIndexed_ = false;  // hostsByIntf_ has all that is in the status
+   bool room_ = false;       // an entry has left the hardware since refused ones had their turn
+   std::size_t retries_ = 0; // refused ones that are to have their turn still
+   // What a walk that has not begun is to visit: who asks meanwhile needs none of his own.
+   std::shared_ptr< Vlans > withheldWalk_, tunnelWalk_;
    std::function< void() > whenFirstPassIsDone_;
 
    KIV_REACTOR( KivMacTable, macTable );

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Hoba/HobaMacEvaluation.h"
 
+#include "Hoba/HobaAssert.h"
+
 namespace Hoba {
 
 namespace {
@@ -234,6 +236,49 @@ evaluateMacClaims( MacClaims const & given ) {
 }
 
 std::string_view
+macEntryTypeName( EntryType type ) {
+   switch( type ) {
+   case Bridging::learnedDynamicMac:
+      return "learned dynamic";
+   case Bridging::learnedRemoteMac:
+      return "learned remote";
+   case Bridging::configuredDynamicMac:
+      return "configured dynamic";
+   case Bridging::configuredStaticMac:
+      return "configured static";
+   case Bridging::configuredRemoteMac:
+      return "configured remote";
+   case Bridging::receivedRemoteMac:
+      return "received remote";
+   case Bridging::authenticatedMac:
+      return "authenticated";
+   case Bridging::peerDynamicMac:
+      return "peer dynamic";
+   case Bridging::peerStaticMac:
+      return "peer static";
+   case Bridging::peerAuthenticatedMac:
+      return "peer authenticated";
+   case Bridging::peerLearnedRemoteMac:
+      return "peer dynamic remote";
+   case Bridging::peerStaticRemoteMac:
+      return "peer static remote";
+   case Bridging::peerReceivedRemoteMac:
+      return "peer received remote";
+   case Bridging::peerEvpnRemoteMac:
+      return "peer evpn remote";
+   case Bridging::evpnDynamicRemoteMac:
+      return "evpn dynamic remote";
+   case Bridging::evpnStaticRemoteMac:
+      return "evpn static remote";
+   case Bridging::evpnIntfDynamicMac:
+      return "evpn intf dynamic";
+   default:
+      hobaAssert( "invalid entryType" );
+      return "unknown";
+   }
+}
+
+std::string_view
 macReasonText( MacReason reason ) {
    switch( reason ) {
    case macReasonNobody:
@@ -318,7 +363,7 @@ macObstacleText( MacObstacle obstacle ) {
    case macObstaclePeerIntf:
       return "its interface is down, or not one that is shared with the peer";
    case macObstacleSource:
-      return "its source is not one that this table is for";
+      return "its source or its type is not one that this table is for";
    }
    return {};
 }

@@ -102,6 +102,9 @@ struct MacVerdict {
    MacEntry entry;
 };
 
+// What operators read: "learned dynamic". What is no type fails the assertion "invalid entryType".
+std::string_view macEntryTypeName( Bridging::EntryType type );
+
 // Set up by hand, authenticated, or of a router: no learning takes it away.
 bool isMacEntryStatic( Bridging::EntryType type );
 // Learnt by the hardware, or by software from a tunnel.

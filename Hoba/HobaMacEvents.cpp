@@ -27,7 +27,8 @@ MacAddrSm::handleMacTableTimer() {
    auto const timer = macTableTimer();
    auto const end = timer->now() + commonSmData()->yieldTimeSlice();
    for( std::uint32_t done = 0; isReady() && !macTableUpdateList().empty(); ++done ) {
-      if( done >= macTableReviewQuanta() || ( done % 8 == 7 && timer->now() >= end ) ) {
+      if( done > 0 &&
+          ( done >= macTableReviewQuanta() || ( done % 8 == 7 && timer->now() >= end ) ) ) {
          timer->noLaterThan( timer->now() );
          return;
       }
@@ -122,20 +123,20 @@ MacAddrSm::handleVlanConfig( Bridging::VlanId const & vlanId ) {
    if( !in_.vlanConfigDir->vlanConfig( vlanId ) ) {
       return handleVlanConfigDelete( vlanId );
    }
-   learning_.macLearningStatusOnVlan( vlanId );
    handlePrimaryVlan( vlanId );
+   learning_.macLearningStatusOnVlan( vlanId );
 }
 
 void
 MacAddrSm::handleVlanConfigDelete( Bridging::VlanId vlanId ) {
-   flush_.flushVlan( vlanId );
-   helper_.call< &Helper::handleVlanDelete >( vlanId );
-   learning_.macLearningStatusOnVlan( vlanId );
    evaluateVlan( Bridging::VlanIdOrNone( vlanId.value() ) );
+   flush_.flushVlan( vlanId );
    walks_.add( [ this, vlanId ] {
       fdb_.maybeDeleteFdbStatus( Bridging::VlanIdOrNone( vlanId.value() ) );
    } );
    wakeWalks();
+   helper_.call< &Helper::handleVlanDelete >( vlanId );
+   learning_.macLearningStatusOnVlan( vlanId );
 }
 
 void
@@ -155,10 +156,10 @@ MacAddrSm::handlePrimaryVlan( Bridging::VlanId const & vlanId ) {
 // It came or went.
 void
 MacAddrSm::handleIntfChange( Pelt::IntfId const & intf ) {
+   evaluateIntf( intf );
    if( !sources_.hasIntf( intf ) ) {
       flush_.flushPort( intf );
    }
-   evaluateIntf( intf );
 }
 
 void
@@ -187,17 +188,16 @@ void
 MacAddrSm::handleLag( Pelt::IntfId const & lag ) {
    learning_.configureMacLearningOnPort( lag );
    if( !sources_.hasIntf( lag ) ) {
+      evaluateIntf( lag );
       flush_.flushLag( lag );
       helper_.call< &Helper::removeLag >( lag );
-      evaluateIntf( lag );
       return;
    }
    if( commonSmData()->lagToPort( lag ).port.empty() ) {
       flush_.flushLag( lag ); // nobody is behind it any more
    }
-   // It is there, whether or not it has members. What is noted of who waits is the first of its obstacles: the
-   // interface may be another.
-   evaluateWithheld( []( Pair, MacWithheld const & ) { return true; } );
+   // It is there, whether or not it has members.
+   evaluateWithheld();
 }
 
 // ---- The MLAG peer
@@ -206,12 +206,12 @@ void
 MacAddrSm::handleMlagStateOrPeerLinkIntf() {
    auto const former = peerLinkIntf();
    peerLinkIntfIs( in_.mlagStatus->peerLinkIntf() );
+   handleFastMacRedirection();
    for( auto const intf : { former, peerLinkIntf() } ) {
       if( intf ) {
          learning_.configureMacLearningOnPort( intf );
       }
    }
-   handleFastMacRedirection();
 }
 
 // Everything that the peer told is looked at.
@@ -302,38 +302,59 @@ MacAddrSm::handleControllerClient() {
    for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
       evaluateVlan( Bridging::VlanIdOrNone( vlanId.value() ) );
    }
-   evaluateWithheld( []( Pair, MacWithheld const & ) { return true; } );
-   if( in_.rmacInfoDir ) {
-      for( auto const & host : Kiv::keysOf( in_.rmacInfoDir->tunnelLearnEvent()->event() ) ) {
-         handleTunnelLearnEvent( host );
-      }
-   }
+   evaluateWithheld();
+   walkTunnelLearnEvents( {} );
 }
 
 void
 MacAddrSm::handleVlanVniMap( Bridging::VlanId const & vlanId ) {
    sources_.forgetVnis();
-   evaluateVlan( Bridging::VlanIdOrNone( vlanId.value() ) );
-   evaluateWithheld( [ vlanId ]( Pair pair, MacWithheld const & ) {
-      return pair.vlanId().value() == vlanId.value();
-   } );
-   if( in_.rmacInfoDir ) {
-      for( auto const & host : Kiv::keysOf( in_.rmacInfoDir->tunnelLearnEvent()->event() ) ) {
-         if( sources_.vlanOf( host.vni ).value() == vlanId.value() ) {
-            handleTunnelLearnEvent( host );
-         }
-      }
+   Bridging::VlanIdOrNone const vlan( vlanId.value() );
+   evaluateVlan( vlan );
+   evaluateWithheld( vlan );
+   walkTunnelLearnEvents( vlan );
+}
+
+void
+MacAddrSm::walkTunnelLearnEvents( Bridging::VlanIdOrNone vlanId ) {
+   auto const events = in_.rmacInfoDir->tunnelLearnEvent();
+   if( events->event().empty() ) {
+      return;
    }
+   if( !tunnelWalk_ ) {
+      auto const which = std::make_shared< Vlans >();
+      tunnelWalk_ = which;
+      walks_.add(
+            events->event(), [ this ]( auto const & member ) { return pairOf( member.key ); },
+            [ this, which ]( Pair pair ) {
+               tunnelWalk_ = tunnelWalk_ == which ? nullptr : tunnelWalk_;
+               if( pair.vlanId().value() && ( which->has( {} ) || which->has( pair.vlanId() ) ) ) {
+                  lostReport_.erase( pair );
+                  evaluateEntry( pair );
+               }
+            },
+            [ this, which ] { tunnelWalk_ = tunnelWalk_ == which ? nullptr : tunnelWalk_; },
+            events );
+   }
+   tunnelWalk_->insert( vlanId );
+   wakeWalks();
+}
+
+MacAddrSm::Pair
+MacAddrSm::pairOf( Vxlan::VniMac const & host ) const {
+   auto const vlanId = sources_.vlanOf( host.vni );
+   if( !vlanId.value() ) {
+      ZTRACE( 2, host.addr, " ERROR: no mapping for vni ", host.vni );
+   }
+   return { host.addr, vlanId };
 }
 
 void
 MacAddrSm::handleTunnelLearnEvent( Vxlan::VniMac const & host ) {
-   auto const vlanId = sources_.vlanOf( host.vni );
-   if( !vlanId.value() ) {
-      ZTRACE( 2, host.addr, " ERROR: no mapping for vni ", host.vni );
+   auto const pair = pairOf( host );
+   if( !pair.vlanId().value() ) {
       return;
    }
-   Pair const pair( host.addr, vlanId );
    bool const isThere = in_.rmacInfoDir->tunnelLearnEvent()->eventHas( host );
    if( !lostReport_.empty() ) {
       lostReport_.erase( pair );
@@ -392,8 +413,8 @@ MacAddrSm::handlePortAuthState( Pelt::IntfId const & intf ) {
 
 void
 MacAddrSm::handleHostMode( Pelt::IntfId const & intf ) {
-   learning_.configureMacLearningOnPort( intf );
    evaluateIntf( intf );
+   learning_.configureMacLearningOnPort( intf );
 }
 
 // ---- Stations that never age, servers that failed
@@ -479,23 +500,30 @@ MacAddrSm::evaluateVlan( Bridging::VlanIdOrNone vlanId ) {
 // Stations behind it, and claims that wait for something, which may be the interface.
 void
 MacAddrSm::evaluateIntf( Pelt::IntfId intf ) {
-   evaluateAll( hostsBehind( intf ) );
-   evaluateWithheld( []( Pair, MacWithheld const & ) { return true; } );
+   walkIntf( intf, [ this ]( Pair pair ) { evaluateEntry( pair ); } );
+   evaluateWithheld();
 }
 
+// Many ask in one turn, when many VLANs or interfaces change: they share a walk.
 void
-MacAddrSm::evaluateWithheld( std::function< bool( Pair, MacWithheld const & ) > which ) {
+MacAddrSm::evaluateWithheld( Bridging::VlanIdOrNone vlanId ) {
    if( withheld().empty() ) {
       return;
    }
-   walks_.add(
-         withheld(), []( auto const & member ) { return member.key; },
-         [ this, which ]( Pair pair ) {
-            auto const * held = withheld().find( pair );
-            if( held && which( pair, *held ) ) {
-               evaluateEntry( pair );
-            }
-         } );
+   if( !withheldWalk_ ) {
+      auto const which = std::make_shared< Vlans >();
+      withheldWalk_ = which;
+      walks_.add(
+            withheld(), []( auto const & member ) { return member.key; },
+            [ this, which ]( Pair pair ) {
+               withheldWalk_ = withheldWalk_ == which ? nullptr : withheldWalk_;
+               if( which->has( {} ) || which->has( pair.vlanId() ) ) {
+                  evaluateEntry( pair );
+               }
+            },
+            [ this, which ] { withheldWalk_ = withheldWalk_ == which ? nullptr : withheldWalk_; } );
+   }
+   withheldWalk_->insert( vlanId );
    wakeWalks();
 }
 

@@ -66,15 +66,16 @@ MacFdb::remotes() const {
    return rmacInfoDir() ? rmacInfoDir()->remoteHostStatus()->remoteHostStatus().size() : 0;
 }
 
-// ---- Status
-
-void
-MacFdb::recount() {
-   size_ = 0;
+std::size_t
+MacFdb::size() const {
+   std::size_t all = 0;
    for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
-      size_ += database->learnedHost().size();
+      all += database->learnedHost().size();
    }
+   return all;
 }
+
+// ---- Status
 
 void
 MacFdb::addToFdbStatus( MacEntry const & entry ) {
@@ -91,9 +92,7 @@ MacFdb::addToFdbStatus( MacEntry const & entry ) {
    host.dropMode = entry.dropMode;
    host.moves = entry.moveCount;
    host.lastMoveTime = entry.lastMoveTime;
-   auto const before = database->learnedHost().size();
    database->learnedHostIs( host );
-   size_ += database->learnedHost().size() - before;
    maybeAddToDynHostStatus( entry );
 }
 
@@ -103,7 +102,6 @@ MacFdb::delFromFdbStatus( Pair pair, bool keepEmpty ) {
    if( !database || !database->learnedHostHas( pair.addr() ) ) {
       return;
    }
-   --size_;
    database->learnedHostDel( pair.addr() );
    maybeDelFromDynHostStatus( pair );
    if( !keepEmpty ) {

@@ -24,13 +24,11 @@ class MacFdb {
    std::optional< MacEntry > entry( Pair pair, Bridging::LearnedHost const * host ) const;
    bool isRemote( Pair pair ) const;
    // All stations, and those behind the overlay.
-   std::size_t size() const { return size_; }
+   std::size_t size() const;
    std::size_t remotes() const;
    // Its next hop as it is programmed; null for a station that is not behind the overlay.
    HobaTypes::RemoteHostStatus const * nextHop( Pair pair ) const;
 
-   // Counts what is in the status already.
-   void recount();
    void addToFdbStatus( MacEntry const & entry );
    // The VLAN's database goes with its last station, unless `keepEmpty`.
    void delFromFdbStatus( Pair pair, bool keepEmpty );
@@ -52,7 +50,6 @@ class MacFdb {
    HobaTypes::RemoteMacInfoDir * rmacInfoDir() const { return in_.rmacInfoDir.get(); }
 
    MacAddrInputs const & in_;
-   std::size_t size_ = 0;
 };
 
 } // namespace Hoba

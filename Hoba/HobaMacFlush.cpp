@@ -186,24 +186,28 @@ MacFlush::processFlushReq( VlanIdOrNone vlanId, Pelt::IntfId intf, Pelt::EthAddr
    return true;
 }
 
-MacFlush::OpenPtr
+std::uint64_t
 MacFlush::begin() {
-   return open_.emplace( open_.end() );
+   ++open_;
+   return ++begun_;
 }
 
 MacWalks::Visit
-MacFlush::visitor( OpenPtr open ) {
-   return [ this, open ]( Pair pair ) {
-      if( !open->spared.has( pair ) ) {
+MacFlush::visitor( std::uint64_t flush ) {
+   return [ this, flush ]( Pair pair ) {
+      auto const * since = learned_.find( pair );
+      if( !since || *since < flush ) {
          sm_.flushEntry( pair );
       }
    };
 }
 
 MacWalks::Done
-MacFlush::ender( OpenPtr open, MacWalks::Done done ) {
-   return [ this, open, done = std::move( done ) ] {
-      open_.erase( open );
+MacFlush::ender( MacWalks::Done done ) {
+   return [ this, done = std::move( done ) ] {
+      if( --open_ == 0 ) {
+         learned_.clear();
+      }
       if( done ) {
          done();
       }
@@ -219,15 +223,15 @@ MacFlush::execFlush() {
    sm_.flushAllIs( false );
    auto const serials = std::exchange( waitForAll_, {} );
    Kiv::guarded( "MacFlush::execFlush", {}, [ & ] { sm_.helper().call< &Helper::flushAll >(); } );
-   auto const open = begin();
+   auto const flush = begin();
    auto const status = sm_.inputs().bridgingStatus;
    for( auto const & [ vlanId, database ] : status->fdbStatus() ) {
       sm_.walks().add(
             database->learnedHost(),
             [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); },
-            visitor( open ), {}, database );
+            visitor( flush ), {}, database );
    }
-   sm_.walks().add( ender( open, [ this, serials ] {
+   sm_.walks().add( ender( [ this, serials ] {
       for( auto const serial : serials ) {
          answer( serial );
       }
@@ -259,37 +263,30 @@ MacFlush::flushIntf( Pelt::IntfId intf, VlanIdOrNone vlanId, MacWalks::Done done
    } else {
       sm_.helper().call< &Helper::flushVlanPort >( vlanId, intf );
    }
-   auto const & hosts = sm_.hostsBehind( intf );
-   auto const open = begin();
-   if( hosts.empty() ) {
-      ender( open, std::move( done ) )();
-      return;
-   }
-   auto const visit = visitor( open );
-   sm_.walks().add(
-         hosts, []( Pair const & pair ) { return pair; },
-         [ visit, vlanId ]( Pair pair ) {
+   auto const flush = begin();
+   sm_.walkIntf(
+         intf,
+         [ visit = visitor( flush ), vlanId ]( Pair pair ) {
             if( !vlanId.value() || pair.vlanId() == vlanId ) {
                visit( pair );
             }
          },
-         ender( open, std::move( done ) ) );
-   sm_.wakeWalks();
+         ender( std::move( done ) ) );
 }
 
 void
 MacFlush::flushVlan( VlanId vlanId, MacWalks::Done done ) {
    sm_.helper().call< &Helper::flushVlan >( vlanId );
-   auto const open = begin();
+   auto const flush = begin();
    auto const database = sm_.inputs().bridgingStatus->fdbStatus( vlanId );
    if( !database ) {
-      ender( open, std::move( done ) )();
+      ender( std::move( done ) )();
       return;
    }
    sm_.walks().add(
          database->learnedHost(),
-         [ vlanId ]( auto const & member ) { return Pair( member.key, vlanId ); }, visitor( open ),
-         ender( open, std::move( done ) ), database );
+         [ vlanId ]( auto const & member ) { return Pair( member.key, vlanId ); }, visitor( flush ),
+         ender( std::move( done ) ), database );
    sm_.wakeWalks();
 }
 
@@ -318,8 +315,8 @@ MacFlush::handleRemoteMacFlushRequest( VXLAN::FlushReqKey const & key ) {
    if( !table->requestHas( key ) ) {
       return;
    }
-   auto const open = begin();
-   auto const visit = visitor( open );
+   auto const flush = begin();
+   auto const visit = visitor( flush );
    auto const matches = [ this, key ]( Pair pair ) {
       auto const entry = sm_.currentEntry( pair );
       return entry && Bridging::isEntryTypeRemote( entry->entryType ) &&
@@ -339,14 +336,15 @@ MacFlush::handleRemoteMacFlushRequest( VXLAN::FlushReqKey const & key ) {
                {}, database );
       }
    }
-   sm_.walks().add( ender( open, [ table, key ] { table->requestDel( key ); } ) );
+   sm_.walks().add( ender( [ table, key ] { table->requestDel( key ); } ) );
    sm_.wakeWalks();
 }
 
 void
 MacFlush::clear() {
    requests_.clear();
-   open_.clear();
+   open_ = 0;
+   learned_.clear();
    waitForAll_.clear();
 }
 

@@ -49,8 +49,8 @@ class MacFlush {
 
    // The station was learnt: flushes that have begun spare it.
    void learned( Pair pair ) {
-      for( auto & open : open_ ) {
-         open.spared.insert( pair );
+      if( open_ ) {
+         learned_.insertOrAssign( pair, begun_ );
       }
    }
    void clear();
@@ -68,12 +68,6 @@ class MacFlush {
    std::uint64_t answered() const { return answered_; }
 
  private:
-   // A flush whose walk is not over.
-   struct Open {
-      Kiv::HashSet< Pair > spared;
-   };
-   using OpenPtr = std::list< Open >::iterator;
-
    bool processFlushReq( Bridging::VlanIdOrNone vlanId, Pelt::IntfId intf, Pelt::EthAddr addr,
                          MacWalks::Done const & done );
    void execFlush();
@@ -84,14 +78,17 @@ class MacFlush {
    void answer( std::uint64_t serial );
    void request( Kiv::String const & agent, Kiv::String const & key );
    void forget( Kiv::String const & agent, Kiv::String const & key );
-   OpenPtr begin();
-   // Flushes those of them that were not learnt since.
-   MacWalks::Visit visitor( OpenPtr open );
-   MacWalks::Done ender( OpenPtr open, MacWalks::Done done );
+   // A flush begins, and has a number. Its walk flushes those of them that were not learnt since.
+   std::uint64_t begin();
+   MacWalks::Visit visitor( std::uint64_t flush );
+   MacWalks::Done ender( MacWalks::Done done );
 
    MacAddrSm & sm_;
    std::list< Request > requests_;
-   std::list< Open > open_;
+   std::size_t open_ = 0;    // flushes whose walks are not over
+   std::uint64_t begun_ = 0; // the last flush's number
+   // What was learnt while flushes are open, and the last flush then.
+   Kiv::HashMap< Pair, std::uint64_t > learned_;
    std::uint64_t nextSerial_ = 1;
    std::uint64_t answered_ = 0;
    std::vector< std::uint64_t > waitForAll_; // requests that the next full flush does

@@ -59,7 +59,7 @@ MacLearning::configureMacLearningOnPort( Pelt::IntfId intf ) {
       return;
    }
    if( !sm_.helper().call< &Helper::enableLearning >( intf, enable ) ) {
-      ZTRACE( 1, "Mac learning cannot be ", enable ? "enabled" : "disabled", " on intf:", intf );
+      ZTRACE( 1, "Mac learning cannot be enabled on intf:", intf, ", wanted: ", enable );
       return;
    }
    if( enable ) {
@@ -89,7 +89,7 @@ MacLearning::macLearningStatusOnVlan( Bridging::VlanId vlanId ) {
       return;
    }
    if( !sm_.helper().call< &Helper::enableLearningOnVlan >( vlanId, enable ) ) {
-      ZTRACE( 1, "Mac learning cannot be ", enable ? "enabled" : "disabled", " on vlan:", vlanId );
+      ZTRACE( 1, "Mac learning cannot be enabled on vlan:", vlanId, ", wanted: ", enable );
       return;
    }
    if( enable ) {

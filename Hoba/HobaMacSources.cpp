@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Hoba/HobaMacSources.h"
 
+#include "Hoba/HobaAssert.h"
 #include "Hoba/HobaHelper.h"
 #include "Zipline/Zipline.h"
 
@@ -16,18 +17,24 @@ struct MacSources::Gather {
    MacCandidates & found;
    std::vector< MacNoCandidate > * const none;
 
-   // A remote station is behind a VXLAN interface, and no other one is; behind which, an object of the RIB may
-   // not say yet.
+   // What others wrote is not believed blindly. The operator's own was looked at, but for its place: a remote
+   // station is behind a VXLAN interface, and no other one is; behind which, an object of the RIB may not say yet.
    static bool fits( MacEntry const & entry ) {
       return ( entry.hasL2RibObjTuple() && !entry.intf ) ||
-             isEntryTypeRemote( entry.entryType ) ==
-                   Pelt::VxlanIntfId::isVxlanIntfId( entry.intf );
+             isEntryTypeRemote( entry.entryType ) == Pelt::VxlanIntfId::isVxlanIntfId( entry.intf );
    }
    void add( MacSource source, MacEntry const & entry ) {
-      if( fits( entry ) ) {
-         found.add( source, entry );
-      } else {
+      bool const isOwn = source == macSourceFdbConfig;
+      if( !isOwn && !pair.isStation() ) {
+         refuse( source, macObstacleGroupAddress, entry );
+      } else if( entry.entryType == Bridging::entryTypeUnknown ||
+                 isMacEntryLearned( entry.entryType ) ) {
+         refuse( source, macObstacleSource, entry );
+      } else if( !fits( entry ) ||
+                 ( !isOwn && !entry.intf && !isEntryTypeRemote( entry.entryType ) ) ) {
          refuse( source, macObstacleNoIntf, entry );
+      } else {
+         found.add( source, entry );
       }
    }
    void refuse( MacSource source, MacObstacle obstacle, MacEntry const & entry ) {
@@ -67,6 +74,15 @@ isOverlaySource( L2Rib::Source source ) {
 
 } // namespace
 
+// A source may name the tunnels alone: behind which interface they are, others have told.
+void
+MacSources::findTunnelIntf( MacEntry & entry ) const {
+   if( !entry.intf && entry.swTunnelGroupId && in_.rmacInfoDir ) {
+      HOBA_INVARIANT( in_.rmacInfoDir->tunnelInfoDir(), "rmacInfoDir()->tunnelInfoDir()" );
+      entry.intf = in_.rmacInfoDir->tunnelInfoDir()->tunnelInfo( entry.swTunnelGroupId ).intf;
+   }
+}
+
 // ---- Candidates, a source each
 
 void
@@ -97,9 +113,11 @@ MacSources::fromEvpnMacTable( Gather & gather ) const {
       return;
    }
    auto entry = in_.evpnMacTable->remoteMac( gather.pair );
+   entry.macEntry = gather.pair;
    if( entry.preference == 0 ) {
       entry.preference = macPreferenceDefault;
    }
+   findTunnelIntf( entry );
    ZTRACE( 8, gather.pair, " candidate from evpnMacTable" );
    gather.add( macSourceEvpnMacTable, entry );
 }
@@ -237,6 +255,7 @@ MacSources::fromReceivedRemoteHost( Gather & gather ) const {
             entryOf( gather.pair, host->intf, Bridging::receivedRemoteMac, macPreferenceDefault );
       entry.swTunnelGroupId = SwTunnelGroupId( host->tunnelGroup );
       entry.moveCount = host->moves;
+      findTunnelIntf( entry );
       gather.add( macSourceReceivedRemoteHost, entry );
    }
 }
@@ -327,6 +346,12 @@ MacSources::reported( MacVlanPair pair, HobaTypes::MacAddressTableEntry const * 
 MacObstacle
 MacSources::reportedObstacle( MacEntry const & entry ) const {
    auto const vlanId = entry.macEntry.vlanId();
+   if( !entry.macEntry.isStation() ) {
+      return macObstacleGroupAddress;
+   }
+   if( !entry.intf ) {
+      return macObstacleNoIntf;
+   }
    if( Bridging::isEntryTypeRemote( entry.entryType ) ) {
       if( isControllerClient() ) {
          return macObstacleControllerClient;

@@ -109,6 +109,7 @@ class MacSources {
 
  private:
    struct Gather;
+   void findTunnelIntf( MacEntry & entry ) const;
    void fromL2Rib( Gather & gather ) const;
    void fromEvpnMacTable( Gather & gather ) const;
    void fromFdbConfig( Gather & gather ) const;

@@ -2,6 +2,8 @@
 #include "Hoba/HobaMacAddrSm.h"
 #include "Zipline/Zipline.h"
 
+#include <algorithm>
+
 ZIPLINE_HANDLE( HobaMacUpdateList );
 
 // How what was decided is done: in turns of the clock, in the order in which it was decided. The hardware first,
@@ -13,10 +15,12 @@ using Helper = HobaHelper::HobaHelperMacAddrSm;
 
 void
 MacAddrSm::updateQueuedAddresses() {
+   Kiv::Dispatch::Frame frame;
    auto const clock = updateMacEntryClock();
    auto const end = clock->now() + commonSmData()->yieldTimeSlice();
    for( std::uint32_t done = 0; isReady() && !updateList().empty(); ++done ) {
-      if( done >= macModifyBacklogQuantum() || ( done % 8 == 7 && clock->now() >= end ) ) {
+      if( done > 0 &&
+          ( done >= macModifyBacklogQuantum() || ( done % 8 == 7 && clock->now() >= end ) ) ) {
          ZTRACE( 6, "updateQueuedAddresses: Returned not complete" );
          clock->noLaterThan( clock->now() );
          return;
@@ -34,18 +38,38 @@ MacAddrSm::updateQueuedAddresses() {
 
 void
 MacAddrSm::program( Pair pair ) {
-   // Nothing of it is in a list while it is done: who hears of it may decide anew.
+   // It is in the list until it is done: who hears of it in the middle, and decides anew, replaces it.
    auto const change = *updateList().find( pair );
-   updateListDel( pair );
    auto status = macProgramFailed;
    try {
       status = programEntry( change );
    } catch( ... ) {
       Kiv::Dispatch::failed( "MacAddrSm::program", Kiv::toText( pair ) );
    }
-   if( isMacProgramRefused( status ) && isReady() && !queued( pair ) ) {
+   auto const * now = updateList().find( pair );
+   if( !isReady() || !now || !( *now == change ) ) {
+      return;
+   }
+   updateListDel( pair );
+   if( isMacProgramRefused( status ) ) {
       refused( change, status );
    }
+}
+
+MacNextHop
+MacAddrSm::nextHopToProgram( MacEntry const & entry ) const {
+   auto hop = sources_.nextHop( entry );
+   auto const * held = fdb_.nextHop( entry.macEntry );
+   if( held && hop.obstacle == macObstacleNextHopUnresolved ) {
+      auto const status = fdb_.entry( entry.macEntry );
+      if( status && status->entryType == entry.entryType &&
+          status->l2RibObjTuple == entry.l2RibObjTuple ) {
+         hop.obstacle = macObstacleNone;
+         hop.nextHopId = held->nextHopId;
+         hop.hwId = held->hwId;
+      }
+   }
+   return hop;
 }
 
 MacProgramStatus
@@ -103,7 +127,7 @@ MacAddrSm::hostOf( MacEntry const & entry ) const {
 Kiv::String
 MacAddrSm::verifyHost( MacEntry const & entry ) const {
    return Bridging::isEntryTypeRemote( entry.entryType )
-                ? helper_->verifyRemoteHost( remoteHostOf( entry, sources_.nextHop( entry ) ) )
+                ? helper_->verifyRemoteHost( remoteHostOf( entry, nextHopToProgram( entry ) ) )
                 : helper_->handleVerify( hostOf( entry ) );
 }
 
@@ -146,11 +170,20 @@ MacAddrSm::isKeptOutOfRemoteHostTable( MacEntry const & entry ) const {
 MacProgramStatus
 MacAddrSm::programRemote( ModifyMacEntry const & change ) {
    auto const entry = change.entry();
-   auto const hop = sources_.nextHop( entry );
+   auto const hop = nextHopToProgram( entry );
    bool const isNew = !fdb_.nextHop( entry.macEntry );
    if( hop.obstacle || ( isNew && fdb_.remotes() >= helper_->getMaxRemoteMacs() ) ) {
       // It was all right when it was decided: now it is withheld.
+      updateListDel( entry.macEntry );
       evaluateEntry( entry.macEntry );
+      // Whoever wants it all the same asks again, but not at once.
+      auto const * again = updateList().find( entry.macEntry );
+      if( !again || !( again->entry() == entry ) ) {
+         return macProgramSuccess;
+      }
+      auto waits = *again;
+      updateListDel( entry.macEntry );
+      refused( waits, macProgramFailed );
       return macProgramSuccess;
    }
    auto const status = helper_.call< &Helper::addRemoteHost >( remoteHostOf( entry, hop ) );
@@ -183,7 +216,8 @@ MacAddrSm::inForce( MacEntry const & entry ) {
          room_ = true;
       }
       // A failed server has not moved: the CPU port stands for it.
-      bool const isFailure = Pelt::CpuIntfId::isCpuIntfId( entry.intf ) && fsfFailedServerHas( pair );
+      bool const isFailure =
+            Pelt::CpuIntfId::isCpuIntfId( entry.intf ) && fsfFailedServerHas( pair );
       if( host->intf != entry.intf && !isFailure ) {
          moveLogEnq( { pair, host->intf, entry.intf, now(), entry.moveCount.value() } );
          if( moveLog().size() > moveLogSize ) {
@@ -241,19 +275,36 @@ MacAddrSm::retryRefused() {
    if( !isReady() ) {
       return;
    }
-   // Each once: what is refused again stands in the list anew.
-   auto const refusedNow = Kiv::keysOf( refusedList() );
-   for( auto const & pair : refusedNow ) {
-      if( auto const * change = refusedList().find( pair ) ) {
-         auto const again = *change;
-         refusedListDel( pair );
-         updateListIs( again );
-      }
+   if( retries_ == 0 ) {
+      retries_ = refusedList().size();
+      evaluateWithheld();
    }
-   evaluateWithheld(
-         []( Pair, MacWithheld const & held ) { return held.obstacle == macObstacleRemoteLimit; } );
+   retrySome();
    if( !updateList().empty() ) {
       updateMacEntryClock()->noLaterThan( now() );
+   }
+   if( retries_ > 0 ) {
+      retryClock()->noLaterThan( now() );
+   } else if( !refusedList().empty() ) {
+      retryClock()->noLaterThan( now() + retryDelay );
+   }
+}
+
+// Each once: what is refused again stands behind them.
+void
+MacAddrSm::retrySome() {
+   auto const end = now() + commonSmData()->yieldTimeSlice();
+   for( std::uint32_t done = 0; retries_ > 0; ++done, --retries_ ) {
+      if( refusedList().empty() || !isReady() ) {
+         retries_ = 0;
+         return;
+      }
+      if( done > 0 && ( done >= macModifyBacklogQuantum() || ( done % 8 == 0 && now() >= end ) ) ) {
+         return;
+      }
+      auto const again = ( *refusedList().begin() ).value;
+      refusedListDel( again.macEntry );
+      updateListIs( again );
    }
 }
 

@@ -80,7 +80,11 @@ MacVerify::verifyEntry( Bridging::MacVlanPair pair ) {
       return;
    }
    ++compared_;
-   mismatch( sm_.verifyHost( *entry ) );
+   try {
+      mismatch( sm_.verifyHost( *entry ) );
+   } catch( ... ) {
+      mismatch( Kiv::toText( pair ) + ": " + Kiv::exceptionText() );
+   }
 }
 
 void

@@ -3,6 +3,7 @@
 
 // Walks over many stations, which must not hold the thread: they wait their turn, in the order in which they
 // were asked for, and are cut into slices. What goes from a collection meanwhile is not visited, what comes is.
+// A visit that throws has had its turn, and so has what is called at the end: the rest goes on.
 
 #include "Bridging/MacVlanPair.h"
 #include "Hoba/HobaSlicedWalk.h"
@@ -11,6 +12,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <vector>
 
 namespace Hoba {
 
@@ -31,6 +33,13 @@ class MacWalks {
       walk->walk.start( collection );
       walks_.push_back( std::move( walk ) );
    }
+   // Visits these.
+   void add( std::vector< Bridging::MacVlanPair > pairs, Visit visit ) {
+      auto walk = std::make_shared< WalkOverList >();
+      walk->pairs = std::move( pairs );
+      walk->visit = std::move( visit );
+      walks_.push_back( std::move( walk ) );
+   }
    // Nothing to visit, but it has its turn.
    void add( Done done ) {
       auto walk = std::make_shared< NoWalk >();
@@ -40,7 +49,12 @@ class MacWalks {
 
    bool empty() const { return walks_.empty(); }
    std::size_t size() const { return walks_.size(); }
-   void clear() { walks_.clear(); }
+   // None has another visit, the one under way included, and none its end.
+   void clear() {
+      for( auto const & walk : std::exchange( walks_, {} ) ) {
+         walk->isOver = true;
+      }
+   }
 
    // Goes on for a time slice, in visits of at most `quantum` of one walk. While some are left, the clock is armed
    // for now. Returns whether all is over.
@@ -50,16 +64,17 @@ class MacWalks {
       auto const end = clock.now() + machine.commonSmData()->yieldTimeSlice();
       while( !walks_.empty() && !machine.kivMarkedForDeletion() ) {
          auto const walk = walks_.front();
-         if( !walk->run( machine, quantum ) ) {
+         bool const isOver = walk->run( machine, quantum );
+         if( walks_.empty() || walks_.front() != walk ) {
+            continue; // a visit has ended all of them, this one included, and may have begun others
+         }
+         if( !isOver ) {
             clock.noLaterThan( clock.now() );
             return false;
          }
-         // A visit may have ended all of them.
-         if( !walks_.empty() && walks_.front() == walk ) {
-            walks_.pop_front();
-         }
+         walks_.pop_front();
          if( walk->done && !machine.kivMarkedForDeletion() ) {
-            walk->done();
+            Kiv::guarded( "MacWalks::done", {}, walk->done );
          }
          if( !walks_.empty() && clock.now() >= end ) {
             clock.noLaterThan( clock.now() );
@@ -74,7 +89,16 @@ class MacWalks {
       virtual ~Walk() = default;
       // Whether it is over.
       virtual bool run( HobaBaseSm & machine, std::uint32_t quantum ) = 0;
+      void visitOne( Bridging::MacVlanPair pair ) const {
+         try {
+            visit( pair );
+         } catch( ... ) {
+            Kiv::Dispatch::failed( "MacWalks::visit", Kiv::toText( pair ) );
+         }
+      }
+      Visit visit;
       Done done;
+      bool isOver = false; // whatever is left
    };
    struct NoWalk : Walk {
       bool run( HobaBaseSm &, std::uint32_t ) override { return true; }
@@ -84,13 +108,33 @@ class MacWalks {
       explicit WalkOver( PairOf of ) : pairOf( of ) {}
       bool run( HobaBaseSm & machine, std::uint32_t quantum ) override {
          SliceClock clock;
-         return walk.run( machine, clock, quantum,
-                          [ this ]( auto const & member ) { visit( pairOf( member ) ); } );
+         return walk.run( machine, clock, quantum, [ this ]( auto const & member ) {
+            visitOne( pairOf( member ) );
+            if( isOver ) {
+               walk.stop();
+            }
+         } );
       }
       SlicedWalk< Collection > walk;
       PairOf const pairOf;
-      Visit visit;
       Kiv::Ptr< Kiv::Entity const > owner;
+   };
+   struct WalkOverList : Walk {
+      bool run( HobaBaseSm & machine, std::uint32_t quantum ) override {
+         auto const & driver = Kiv::ClockDriver::ambient();
+         auto const end = driver.now() + machine.commonSmData()->yieldTimeSlice();
+         for( std::uint32_t visited = 0;
+              next < pairs.size() && !isOver && !machine.kivMarkedForDeletion(); ++visited ) {
+            if( visited > 0 &&
+                ( visited >= quantum || ( visited % 8 == 0 && driver.now() >= end ) ) ) {
+               return false;
+            }
+            visitOne( pairs[ next++ ] );
+         }
+         return true;
+      }
+      std::vector< Bridging::MacVlanPair > pairs;
+      std::size_t next = 0;
    };
    // Tells the time, and leaves the arming to who runs the walks.
    class SliceClock {

@@ -48,8 +48,8 @@ class SlicedWalk {
       Kiv::Dispatch::Frame frame;
       auto const end = clock.now() + machine.commonSmData()->yieldTimeSlice();
       for( std::uint32_t visited = 0; walking() && !machine.kivMarkedForDeletion(); ) {
-         if( visited >= quantum ||
-             ( visited % visitsBetweenLooks == 0 && visited > 0 && clock.now() >= end ) ) {
+         if( visited > 0 && ( visited >= quantum || ( visited % visitsBetweenLooks == 0 &&
+                                                      clock.now() >= end ) ) ) {
             traceYield( machine.fwkType().name(), visited );
             clock.noLaterThan( clock.now() );
             return false;

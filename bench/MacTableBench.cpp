@@ -13,9 +13,11 @@
 #include <benchmark/benchmark.h>
 
 #include <chrono>
+#include <fstream>
 #include <list>
 #include <malloc.h>
 #include <random>
+#include <time.h>
 #include <vector>
 
 namespace {
@@ -50,10 +52,14 @@ timed( auto const & work ) {
    return std::chrono::duration< double >( std::chrono::steady_clock::now() - begin ).count();
 }
 
-std::size_t
+// Of the process, shared tables included, in bytes.
+double
 memoryInUse() {
-   auto const info = mallinfo2();
-   return info.uordblks + info.hblkhd;
+   malloc_trim( 0 );
+   std::ifstream status( "/proc/self/statm" );
+   std::size_t all = 0, resident = 0;
+   status >> all >> resident;
+   return static_cast< double >( resident ) * 4096;
 }
 
 // Hardware that does everything at once.
@@ -69,6 +75,8 @@ class ReadyHelper : public HobaHelper::HobaHelperMacAddrSm {
    MacProgramStatus removeHost( MacVlanPair ) override { return done(); }
    void flushAll() override {}
    void flushVlanPort( Bridging::VlanIdOrNone, Pelt::IntfId ) override {}
+   void flushVlanLag( Bridging::VlanIdOrNone, Pelt::IntfId ) override {}
+   void removeLag( Pelt::IntfId ) override {}
    void configureAgingTime( Kiv::Seconds ) override {}
    void configureSourceMacInvalid( bool ) override {}
    void configureSourceCheckCPUMac( bool ) override {}
@@ -91,6 +99,11 @@ class Agent {
       sm->macTableIs( table );
       sm->runningIs( true );
       sm->initializedIs( true );
+      requests->agentIs( "bench" );
+      begin();
+      settle();
+   }
+   void begin() {
       Hoba::MacAddrInputs inputs;
       inputs.macTable = table;
       inputs.bridgingStatus = status;
@@ -99,10 +112,8 @@ class Agent {
       inputs.rmacInfoDir = remote;
       inputs.vlanVniMap = vnis;
       inputs.evpnMacTable = evpn;
-      requests->agentIs( "bench" );
       macSm = Hoba::MacAddrSm::MacAddrSmIs( data, helper, inputs );
       macSm->initializedIs( true );
-      settle();
    }
    ~Agent() {
       Hoba::letGo( macSm );
@@ -296,8 +307,106 @@ memoryLocal( benchmark::State & state ) {
       Agent agent;
       auto const before = memoryInUse();
       agent.report( events );
-      state.counters[ "bytes" ] = static_cast< double >( memoryInUse() - before ) /
-                                  static_cast< double >( events.size() );
+      state.counters[ "bytes" ] =
+            ( memoryInUse() - before ) / static_cast< double >( events.size() );
+   }
+}
+
+// Bytes a station behind the overlay; and what the overlay's own table takes, which is there anyway.
+void
+memoryRemote( benchmark::State & state ) {
+   auto const count = static_cast< std::size_t >( state.range( 0 ) );
+   auto const events = stations( count );
+   for( auto _ : state ) {
+      Agent agent;
+      Hoba::letGo( agent.macSm );
+      Glim::WriterOptions const room{ .rows = count, .privateMemory = true };
+      auto const empty = memoryInUse();
+      agent.evpn->remoteMacControl().attachWriter( "evpn", room );
+      for( unsigned vlan = 1; vlan <= vlans; ++vlan ) {
+         agent.vnis->vniIs( Bridging::VlanId( vlan ), Vxlan::Vni( 10'000 + vlan ) );
+      }
+      for( std::size_t told = 0; told < count; ++told ) {
+         Hoba::MacEntry entry;
+         entry.macEntry = events[ told ].host;
+         entry.intf = Pelt::VxlanIntfId( 1 );
+         entry.entryType = Bridging::evpnDynamicRemoteMac;
+         entry.swTunnelGroupId = Hoba::SwTunnelGroupId( 1 + told % 32 );
+         agent.evpn->remoteMacIs( entry );
+      }
+      auto const told = memoryInUse();
+      agent.remote->remoteHost()->remoteMacControl().attachWriter( "remote", room );
+      agent.begin();
+      agent.settle();
+      if( agent.macSm->fdb().remotes() != count ) {
+         state.SkipWithError( "not all are programmed" );
+      }
+      state.counters[ "overlay" ] = ( told - empty ) / static_cast< double >( count );
+      state.counters[ "bytes" ] = ( memoryInUse() - told ) / static_cast< double >( count );
+   }
+}
+
+// The longest that anything holds the thread with so many stations, in milliseconds of processor time: while
+// they are learnt, while a LAG with a fifth of them goes, while another machine begins, while all are flushed.
+class Longest {
+ public:
+   explicit Longest( Agent & agent ) : agent_( agent ) {}
+   void run( auto const & work ) {
+      timed( work );
+      for( bool more = true; more; ) {
+         timed( [ & ] { more = agent_.driver.run() > 0; } );
+      }
+   }
+   double take() { return std::exchange( longest_, 0 ); }
+
+ private:
+   static double now() {
+      timespec time;
+      clock_gettime( CLOCK_PROCESS_CPUTIME_ID, &time );
+      return static_cast< double >( time.tv_sec ) * 1e3 +
+             static_cast< double >( time.tv_nsec ) / 1e6;
+   }
+   void timed( auto const & work ) {
+      auto const begin = now();
+      work();
+      longest_ = std::max( longest_, now() - begin );
+   }
+
+   Agent & agent_;
+   double longest_ = 0;
+};
+
+void
+longestHandler( benchmark::State & state ) {
+   auto events = stations( static_cast< std::size_t >( state.range( 0 ) ) );
+   Pelt::PortChannelIntfId const lag( 1 );
+   for( std::size_t i = 0; i < events.size() / 5; ++i ) {
+      events[ i ].port = lag;
+      events[ i ].portType = HobaEvent::trunkPort;
+   }
+   for( auto _ : state ) {
+      Agent agent;
+      Longest longest( agent );
+      agent.data->lagToPortConfigIs( lag, {} );
+      agent.data->lagToPortIs( lag, { { Pelt::EthIntfId( 1 ) } } );
+      for( std::size_t at = 0; at < events.size(); ) {
+         longest.run( [ & ] {
+            for( auto const end = std::min( events.size(), at + 2048 ); at < end; ++at ) {
+               Hoba::newMacEventIs( events[ at ] );
+            }
+         } );
+      }
+      state.counters[ "learn" ] = longest.take();
+      longest.run( [ & ] {
+         agent.data->lagToPortDel( lag );
+         agent.data->lagToPortConfigDel( lag );
+      } );
+      state.counters[ "lag" ] = longest.take();
+      Hoba::letGo( agent.macSm );
+      longest.run( [ & ] { agent.begin(); } );
+      state.counters[ "first" ] = longest.take();
+      longest.run( [ & ] { agent.requests->agent( "bench" )->requestIs( "1", {} ); } );
+      state.counters[ "flush" ] = longest.take();
    }
 }
 
@@ -323,5 +432,7 @@ BENCHMARK( flushPort )
       ->UseManualTime()
       ->Unit( benchmark::kMicrosecond );
 BENCHMARK( memoryLocal )->Arg( 1'000'000 )->Iterations( 1 );
+BENCHMARK( memoryRemote )->Arg( 1'000'000 )->Iterations( 1 );
+BENCHMARK( longestHandler )->Arg( 500'000 )->Iterations( 1 )->Unit( benchmark::kMillisecond );
 
 } // namespace

@@ -432,15 +432,6 @@ MacFeature::commands( Commands & commands ) {
                { "vlan", "Of this VLAN" },
                { "port", "Behind this port or LAG" } },
              &F::clear );
-   commands.valuesAre( "type", [] {
-      std::vector< String > words;
-      for( auto const & [ name, value ] : kivEnumNames( Bridging::EntryType{} ).all() ) {
-         auto word = macTypeText( static_cast< Bridging::EntryType >( value ) );
-         std::replace( word.begin(), word.end(), ' ', '-' );
-         words.push_back( std::move( word ) );
-      }
-      return words;
-   } );
 }
 
 HOBA_FEATURE( MacFeature );

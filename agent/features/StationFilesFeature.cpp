@@ -28,6 +28,8 @@ class StationFilesFeature : public Feature {
                 { { .name = "file", .help = "The table", .required = true, .isFile = true },
                   { "ports", "Its ports are the switch's from this one on" } },
                 &StationFilesFeature::play );
+      commands.valuesAre(
+            "ports", [ this ] { return namesOf( sortedKeys( board().feederConfig->port() ) ); } );
    }
 
  private:

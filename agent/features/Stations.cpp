@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/features/Stations.h"
 
+#include "Hoba/HobaMacEvaluation.h"
+
 #include "Hoba/HobaHelper.h"
 
 #include <cstdio>
@@ -64,14 +66,8 @@ agoText( Kiv::Seconds time ) {
 
 String
 macTypeText( Bridging::EntryType type ) {
-   if( type == Bridging::peerLearnedRemoteMac ) {
-      return "peer dynamic remote";
-   }
-   auto words = spelled( Kiv::toText( type ), "entryType" );
-   if( words.ends_with( " mac" ) ) {
-      words.erase( words.size() - 4 );
-   }
-   return words;
+   return type == Bridging::entryTypeUnknown ? String( "unknown" )
+                                             : String( Hoba::macEntryTypeName( type ) );
 }
 
 Bridging::EntryType

@@ -31,6 +31,8 @@ class VlanFeature : public Feature {
                { { "vlan", "Only this VLAN" },
                  { "port", "Only those that this port or LAG carries" } },
                &VlanFeature::show );
+      commands.valuesAre(
+            "vlan", [ this ] { return namesOf( sortedKeys( board().feederConfig->vlan() ) ); } );
    }
    void importers( Import::Tables & tables ) override;
    void start() override;

@@ -22,10 +22,12 @@ FlushClient::handleInitialized() {
 Kiv::String
 FlushClient::ask( Bridging::HostTableFlushRequest const & request ) {
    auto const mine = requestDir_->agentIs( name );
+   auto const * replies = reply( name );
    Kiv::String key;
+   // One that was asked before a restart may still stand there, and so may its answer.
    do {
-      key = Kiv::toText( ++lastKey_ ); // one that was asked before a restart may still stand there
-   } while( mine->requestHas( key ) );
+      key = Kiv::toText( ++lastKey_ );
+   } while( mine->requestHas( key ) || ( replies && replies->notifier()->replyHas( key ) ) );
    mine->requestIs( key, request );
    return key;
 }

@@ -11,7 +11,7 @@
 //
 // or in the open fdb.json shape, a list of operations:
 //
-//    [ { "FDB_TABLE:Vlan10:02-00-00-C7-9C-36": { "port": "Ethernet0", "type": "dynamic" }, "OP": "SET" } ]
+//    [ { "FDB_TABLE:Vlan9:02-00-00-C7-9C-36": { "port": "Ethernet0", "type": "dynamic" }, "OP": "SET" } ]
 //
 // Of text, a line with a MAC address in it is a row: before the address stands its VLAN, behind it the type,
 // and the first name behind that is the port; other columns do not count. A line of names alone goes on with

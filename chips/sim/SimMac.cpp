@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "chips/sim/SimMac.h"
 
+#include "Hoba/HobaMacEvaluation.h"
 #include "Kiv/DispatchRecorder.h"
 #include "Kiv/Reflect.h"
 
@@ -19,21 +20,7 @@ using Pelt::IntfId;
 
 bool
 HostRow::isBound() const {
-   if( Pelt::CpuIntfId::isCpuIntfId( intf ) ) {
-      return true;
-   }
-   switch( entryType ) {
-   case Bridging::configuredStaticMac:
-   case Bridging::configuredRemoteMac:
-   case Bridging::authenticatedMac:
-   case Bridging::peerStaticMac:
-   case Bridging::peerAuthenticatedMac:
-   case Bridging::peerStaticRemoteMac:
-   case Bridging::evpnStaticRemoteMac:
-      return !ages;
-   default:
-      return false;
-   }
+   return !ages && Hoba::isMacEntryStatic( entryType );
 }
 
 bool
@@ -155,7 +142,7 @@ MacUnit::hostChanged( MacVlanPair station ) {
    if( isThere || staysElsewhere ) {
       return;
    }
-   if( now && now->byChip ) {
+   if( isLearnt ) {
       report( HobaEvent::eventTypeMacAddressLearned, station, now->intf );
    } else if( reported ) {
       report( HobaEvent::eventTypeMacAddressAged, station, reported );

@@ -12,8 +12,9 @@
 // *Reports.* The chip reports as learnt what it learns, and where it saw a station of software's elsewhere;
 // each place once. It reports as aged what leaves that, by whosesoever doing: silent for too long, flushed,
 // written over, removed, swept. Whatever ages was learnt for those who hear of it: what software wrote
-// to age is reported, too, when it has aged or is flushed. A row of a learnt type that ages is a learnt
-// one, also if software wrote it, to have the station back in the table: it is reported with all others.
+// to age is reported, too, when it has aged or is flushed. A row of a learnt type is a learnt one, also if
+// software wrote it, to have the station back in the table or never lose it: it is reported like all others.
+// (Behind the overlay only if it ages: of other such rows software has learnt by itself.)
 //
 // *Ageing.* Sweeps come every half aging time, from when the aging time was set to what it is, or from when
 // the process began; the first one half of it later. What ages, and was not heard of between the last
@@ -87,15 +88,15 @@ struct HostRow {
 
    // Behind the overlay.
    bool isRemote() const { return Pelt::VxlanIntfId::isVxlanIntfId( intf ); }
-   // An address of the switch itself: software has it behind the CPU port.
-   bool isOwn() const { return !byChip && Pelt::CpuIntfId::isCpuIntfId( intf ); }
+   // An address of the switch itself: software has it behind the CPU port, for good.
+   bool isOwn() const { return isBound() && Pelt::CpuIntfId::isCpuIntfId( intf ); }
    // Whoever made it: the station was learnt there.
    bool isLearnt() const {
-      return byChip || ( ages && ( entryType == Bridging::learnedDynamicMac ||
-                                   entryType == Bridging::learnedRemoteMac ) );
+      return byChip || entryType == Bridging::learnedDynamicMac ||
+             ( ages && entryType == Bridging::learnedRemoteMac );
    }
-   // Software says where the station belongs: that it is seen elsewhere is no news. So is what somebody
-   // set up by hand or authenticated, and what is behind the CPU port.
+   // Software says where the station belongs, and that it is seen elsewhere is no news: what somebody set
+   // up by hand or authenticated, unless it ages.
    bool isBound() const;
    // Software would write the same: whoever made it, and whatever the chip noted of it.
    bool isSameEntry( HostRow const & other ) const;

@@ -124,10 +124,14 @@ RowsBase::glimName() const {
           attribute_;
 }
 
+// One that is described as very large has all its room from the start, as a chip's memory has: otherwise the
+// write that finds it full waits until all rows have moved.
 Glim::WriterOptions
 RowsBase::options() const {
+   constexpr std::uint64_t large = 200'000;
+   auto const capacity = control_->capacity();
    return { .lifetime = isShared() ? Glim::Lifetime::stays : Glim::Lifetime::goes,
-            .rows = 16,
+            .rows = capacity >= large ? capacity : 16,
             .changes = 64,
             .privateMemory = !isShared(),
             .replace = isCold_ };

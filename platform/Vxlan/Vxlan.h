@@ -70,10 +70,14 @@ class ReceivedRemoteHostTable : public Kiv::Entity {
 
 // A station in the overlay's own terms.
 struct VniMac {
-   KIV_PLAIN_VALUE( Vxlan::VniMac );
-   KIV_FIELD( Pelt::EthAddr, addr );
-   KIV_FIELD( Vni, vni );
+   static constexpr std::string_view kivName = "Vxlan::VniMac";
 
+   Pelt::EthAddr addr;
+   Vni vni;
+
+   bool operator==( VniMac const & ) const = default;
+   auto operator<=>( VniMac const & ) const = default;
+   std::size_t hash() const { return Kiv::hashOf( addr.value() ^ vni.value() ); }
    // Prints as, and is read from, "00:00:5e:00:53:af@10010". parse() throws Kiv::ParseError, or
    // Kiv::RangeException for a number that is no VNI.
    void print( std::string & out ) const;

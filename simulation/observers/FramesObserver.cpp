@@ -418,7 +418,8 @@ FramesObserver::isDroppedBySource( Passing const & frame ) const {
       return isTold( "sourceMacInvalid" );
    }
    auto const entry = stations_.entry( { source, VlanId::parse( frame.vlan ) } );
-   bool const isOwn = entry && !entry->byChip && Pelt::CpuIntfId::isCpuIntfId( entry->intf );
+   bool const isOwn = entry && StationsObserver::isBound( *entry ) &&
+                      Pelt::CpuIntfId::isCpuIntfId( entry->intf );
    return ( isOwn && isTold( "sourceCheckCpuMac" ) ) ||
           ( entry && ( entry->dropMode == Bridging::dropModeSrc ||
                        entry->dropMode == Bridging::dropModeBoth ) );

@@ -61,8 +61,7 @@ vxlan( Draw & draw ) {
 String
 tupleValue( Draw & draw ) {
    auto const id = toText( draw.below( 3 ) );
-   return String( "{\"kind\":\"" ) + ( draw.chance( 70 ) ? "dest" : "lb" ) + "\",\"id\":" + id +
-          '}';
+   return String( draw.chance( 70 ) ? "dest:" : "lb:" ) + id;
 }
 
 void
@@ -212,10 +211,8 @@ proposeRibObject( Draw & draw, Steps & steps ) {
    auto const intf = vxlan( draw );
    auto const tunnels = group( draw );
    auto const next = draw.oneOf( { "0", "1", "2", "3", "4294967295" } );
-   auto const dests =
-         draw.oneOf( { "[{\"kind\":\"dest\",\"id\":0}]", "[]",
-                       "[{\"kind\":\"dest\",\"id\":1},{\"kind\":\"dest\",\"id\":0}]",
-                       "[{\"kind\":\"dest\",\"id\":2},{\"kind\":\"dest\",\"id\":1}]" } );
+   auto const dests = draw.oneOf(
+         { "[\"dest:0\"]", "[]", "[\"dest:1\",\"dest:0\"]", "[\"dest:2\",\"dest:1\"]" } );
    auto const hwId = draw.oneOf( { "0", "7", "8" } );
    auto const delay = draw.oneOf( { "0", "0", "0.5", "3" } );
    auto const object = tuple( draw );

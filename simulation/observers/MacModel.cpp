@@ -194,16 +194,25 @@ MacModel::obstacleOf( Entry const & reported ) const {
 
 // ---- The others
 
-// Behind the overlay are remote stations, and no others; behind what, an object may not say yet.
+// Only the operator may say that a station is nowhere, or is a group. Behind the overlay are remote stations, and
+// no others; behind what, an object may not say yet.
 void
-MacModel::add( Candidates & all, String & none, Entry const & entry, Origin origin ) {
+MacModel::add( Candidates & all, String & none, Entry const & entry, Origin origin, bool isOwn ) {
+   auto const type = entry.entryType;
    bool const isAway = Pelt::VxlanIntfId::isVxlanIntfId( entry.intf );
    bool const isOpen = entry.l2RibObjTuple && !entry.intf;
-   if( isOpen || Bridging::isEntryTypeRemote( entry.entryType ) == isAway ) {
+   bool const isRemote = Bridging::isEntryTypeRemote( type );
+   String refusal;
+   if( !isOwn && !entry.macEntry.isStation() ) {
+      refusal = "group address";
+   } else if( type == Bridging::entryTypeUnknown || isLearned( type ) ) {
+      refusal = "source";
+   } else if( ( !isOpen && isRemote != isAway ) || ( !isOwn && !entry.intf && !isRemote ) ) {
+      refusal = "interface";
+   } else {
       all.push_back( { entry, origin } );
-   } else if( none.empty() ) {
-      none = "interface";
    }
+   none = none.empty() ? refusal : none;
 }
 
 void
@@ -230,7 +239,7 @@ MacModel::fromConfigured( Pair pair, Said const & said, Candidates & all, String
    entry.dropMode = host.intf ? host.dropMode : Bridging::dropModeBoth;
    entry.lastMoveTime = host.since;
    entry.preference = 16;
-   add( all, none, entry, ofOperator );
+   add( all, none, entry, ofOperator, true );
 }
 
 void

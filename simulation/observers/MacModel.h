@@ -99,7 +99,9 @@ class MacModel {
    };
    using Candidates = std::vector< Candidate >;
 
-   static void add( Candidates & all, Kiv::String & none, Entry const & entry, Origin origin );
+   // `isOwn`: the operator configured it here.
+   static void add( Candidates & all, Kiv::String & none, Entry const & entry, Origin origin,
+                    bool isOwn = false );
    void candidates( Pair pair, Station const & station, Candidates & all,
                     Kiv::String & none ) const;
    void fromConfigured( Pair pair, Said const & said, Candidates & all, Kiv::String & none ) const;

@@ -440,9 +440,9 @@ MacObserver::timeIs( Kiv::Seconds ) {
    goneVlans_.clear();
 }
 
-HobaSim::HostRow
+StationRow
 MacObserver::rowOf( Entry const & entry ) const {
-   HobaSim::HostRow row;
+   StationRow row;
    row.intf = entry.intf;
    row.entryType = entry.entryType;
    row.dropMode = entry.dropMode;
@@ -464,7 +464,7 @@ namespace {
 
 // As verification tells it.
 String
-entryText( std::optional< HobaSim::HostRow > const & row ) {
+entryText( std::optional< StationRow > const & row ) {
    if( !row ) {
       return "nothing";
    }
@@ -482,7 +482,7 @@ entryText( std::optional< HobaSim::HostRow > const & row ) {
 
 // In all that software can write.
 bool
-isSame( HobaSim::HostRow const & a, HobaSim::HostRow b ) {
+isSame( StationRow const & a, StationRow b ) {
    b.byChip = a.byChip;
    b.heardIn = a.heardIn;
    b.flushes = a.flushes;
@@ -512,8 +512,8 @@ MacObserver::verifyItems( Items & items ) const {
    std::size_t count = 0, compared = 0, mismatches = 0, remotes = 0, remotesFound = 0;
    String first;
    auto const mismatch = [ & ]( String const & text ) { first = ++mismatches == 1 ? text : first; };
-   auto const chip = simulated().entity< HobaSim::MacUnit >( "/sim/chip/mac" );
-   for( auto const & [ pair, row ] : chip->host() ) {
+   auto const & rows = observers().find< StationsObserver >().rows();
+   for( auto const & [ pair, row ] : rows ) {
       remotesFound += !row.byChip && Pelt::VxlanIntfId::isVxlanIntfId( row.intf );
    }
    auto const status = simulated().entity< Bridging::Status >( "/bridging/status" );
@@ -621,8 +621,8 @@ MacObserver::checkOverlay() {
 
 void
 MacObserver::checkChip() {
-   auto const chip = simulated().entity< HobaSim::MacUnit >( "/sim/chip/mac" );
-   for( auto const & [ pair, row ] : chip->host() ) {
+   auto const & rows = observers().find< StationsObserver >().rows();
+   for( auto const & [ pair, row ] : rows ) {
       auto const known = stations_.find( pair );
       if( !row.byChip && ( known == stations_.end() || !known->second.current ) ) {
          found( "the chip has " + toText( pair ) + " behind " + toText( row.intf ) +
@@ -635,16 +635,17 @@ MacObserver::checkChip() {
       }
       auto const & entry = *station.current;
       bool const isLearned = MacModel::isLearned( entry.entryType );
-      auto const row = chip->hostHas( pair ) ? std::optional( chip->host( pair ) ) : std::nullopt;
-      if( !row ) {
+      auto const row = rows.find( pair );
+      if( row == rows.end() ) {
          if( !isLearned || station.said.isNonAging ) {
             found( "the chip lacks " + toText( pair ) + ", which is " + textOf( entry ) );
          }
          continue;
       }
-      if( !isSame( *row, rowOf( entry ) ) ) {
-         found( "the chip has " + toText( pair ) + " as " + Kiv::datumText( Kiv::toDatum( *row ) ) +
-                ", and must as " + textOf( entry ) );
+      if( !isSame( row->second, rowOf( entry ) ) ) {
+         found( "the chip has " + toText( pair ) + " as " +
+                Kiv::datumText( Kiv::toDatum( row->second ) ) + ", and must as " +
+                textOf( entry ) );
       }
    }
 }

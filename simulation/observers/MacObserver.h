@@ -2,10 +2,10 @@
 #pragma once
 
 #include "Bridging/HostTableFlush.h"
-#include "chips/sim/SimMac.h"
 #include "simulation/Observer.h"
 #include "simulation/TableFaults.h"
 #include "simulation/observers/MacModel.h"
+#include "simulation/observers/StationsObserver.h"
 
 #include <set>
 
@@ -67,7 +67,7 @@ class MacObserver : public Observer {
    static Kiv::String textOf( std::optional< Entry > const & entry );
    std::map< Pair, Entry > inForce() const;
    // What the chip has to hold of it.
-   HobaSim::HostRow rowOf( Entry const & entry ) const;
+   StationRow rowOf( Entry const & entry ) const;
 
    void checkStatus();
    void checkOverlay();

@@ -16,6 +16,8 @@ String const macPath = "/sim/chip/mac/";
 String const hostPath = macPath + "host/";
 String const capacityPath = "/sim/chip/mac/hostTable/capacity";
 
+constexpr char const * settings[] = { "agingTime", "sourceMacInvalid", "sourceCheckCpuMac" };
+
 // What an event does to the table of the machines.
 enum Doing { learns, ages, agesLocal, agesRemote, deletes };
 
@@ -92,20 +94,8 @@ using Row = StationsObserver::Row;
 // The chip learnt it, or software wants it in the table as if it had.
 bool
 isLearnt( Row const & row ) {
-   return row.byChip || ( row.ages && ( row.entryType == Bridging::learnedDynamicMac ||
-                                        row.entryType == Bridging::learnedRemoteMac ) );
-}
-
-// Software says where it belongs.
-bool
-isBound( Row const & row ) {
-   constexpr Bridging::EntryType bound[] = {
-         Bridging::configuredStaticMac,  Bridging::configuredRemoteMac,
-         Bridging::authenticatedMac,     Bridging::peerStaticMac,
-         Bridging::peerAuthenticatedMac, Bridging::peerStaticRemoteMac,
-         Bridging::evpnStaticRemoteMac };
-   return Pelt::CpuIntfId::isCpuIntfId( row.intf ) ||
-          ( !row.ages && std::ranges::find( bound, row.entryType ) != std::end( bound ) );
+   return row.byChip || row.entryType == Bridging::learnedDynamicMac ||
+          ( row.ages && row.entryType == Bridging::learnedRemoteMac );
 }
 
 HobaEvent
@@ -121,6 +111,34 @@ eventOf( HobaEvent::HobaEventType type, Bridging::MacVlanPair host, IntfId intf,
 }
 
 } // namespace
+
+void
+FlushScope::print( std::string & out ) const {
+   out += vlan ? toText( vlan ) : "*";
+   out += '@';
+   out += intf ? toText( intf ) : "*";
+}
+
+FlushScope
+FlushScope::parse( std::string_view text ) {
+   auto const at = text.find( '@' );
+   if( at == text.npos ) {
+      Kiv::parseFailed( text, "a VLAN and an interface" );
+   }
+   auto const vlan = text.substr( 0, at ), intf = text.substr( at + 1 );
+   return { intf == "*" ? IntfId() : IntfId::parse( intf ),
+            vlan == "*" ? std::uint64_t( 0 ) : Kiv::fromText< Bridging::VlanId >( vlan ).value() };
+}
+
+bool
+StationsObserver::isBound( Row const & row ) {
+   constexpr Bridging::EntryType bound[] = {
+         Bridging::configuredStaticMac,  Bridging::configuredRemoteMac,
+         Bridging::authenticatedMac,     Bridging::peerStaticMac,
+         Bridging::peerAuthenticatedMac, Bridging::peerStaticRemoteMac,
+         Bridging::evpnStaticRemoteMac };
+   return !row.ages && std::ranges::find( bound, row.entryType ) != std::end( bound );
+}
 
 StationsObserver::StationsObserver( Switch & simulated, Observers & observers )
       : Observer( simulated, observers, "stations" ), ports_( observers.find< PortsObserver >() ),
@@ -257,7 +275,7 @@ StationsObserver::judge( Step const & step ) const {
       return verdict( step[ 0 ] == "set" && parsed< std::uint64_t >( step[ 2 ] ) );
    }
    if( step[ 0 ] == "mac-flush" ) {
-      return verdict( parsed< HobaSim::MacScope >( step[ 1 ] ).has_value() );
+      return verdict( parsed< FlushScope >( step[ 1 ] ).has_value() );
    }
    if( !step.isAt( macPath + "host" ) ) {
       return isTold( step ) ? verdict( canTell( step ) ) : notMine;
@@ -282,7 +300,8 @@ StationsObserver::canTell( Step const & step ) const {
    }
    auto const key = step[ 1 ].substr( step[ 1 ].rfind( '/' ) + 1 );
    if( step.isAt( macPath + "setting" ) ) {
-      return parsed< HobaSim::MacSetting >( key ) && parsed< Kiv::Seconds >( step[ 2 ] );
+      return std::ranges::find( settings, key ) != std::end( settings ) &&
+             parsed< Kiv::Seconds >( step[ 2 ] );
    }
    bool const isKey = step.isAt( macPath + "intfLearning" )
                             ? parsed< IntfId >( key ).has_value()
@@ -536,7 +555,7 @@ StationsObserver::changed( Host station, std::optional< Row > const & before ) {
    if( isThere ) {
       return;
    }
-   if( now && now->byChip ) {
+   if( now && isLearnt( *now ) ) {
       report( HobaEvent::eventTypeMacAddressLearned, station, now->intf );
    } else if( told ) {
       report( HobaEvent::eventTypeMacAddressAged, station, told );
@@ -566,17 +585,19 @@ StationsObserver::forgetSeen( Host station, char const * why ) {
 // count of writes says.
 void
 StationsObserver::writtenBySoftware() {
-   auto const chip = simulated().entity< HobaSim::MacUnit >( "/sim/chip/mac" );
-   if( !chip ) {
+   auto const written = textAt( macPath + "hostTable/writes" );
+   if( written.empty() ) {
       return; // it goes
    }
-   auto const writes = chip->hostTable()->writes() + chip->hostTable()->swept();
+   auto const writes = Kiv::fromText< std::uint64_t >( written ) +
+                       Kiv::fromText< std::uint64_t >( textAt( macPath + "hostTable/swept" ) );
    if( writes == writes_ ) {
       return;
    }
    std::map< Host, Row > rows;
-   for( auto const & [ station, row ] : chip->host() ) {
-      rows.emplace( station, row );
+   auto const table = simulated().get( macPath + "host" );
+   for( auto const & [ station, row ] : *table.as< Kiv::Datum::Object >() ) {
+      rows.emplace( Host::parse( station ), Kiv::fromDatum< Row >( row ) );
    }
    for( auto const & [ station, row ] : rows ) {
       auto const old = hosts_.find( station );
@@ -635,7 +656,7 @@ StationsObserver::flushTurn() {
    }
    auto const working = rowsAt( macPath + "flush" );
    for( auto const & [ scope, number ] : working ) {
-      auto & last = flushes_[ HobaSim::MacScope::parse( scope ) ];
+      auto & last = flushes_[ FlushScope::parse( scope ) ];
       last = std::max( last, Kiv::fromText< std::uint64_t >( number ) );
       counts_[ "flushes" ] = std::max( counts_[ "flushes" ], last );
    }

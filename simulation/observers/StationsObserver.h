@@ -1,11 +1,45 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "chips/sim/SimMac.h"
+#include "Bridging/DropMode.h"
+#include "L2Rib/ObjTuple.h"
 #include "simulation/observers/EventsObserver.h"
 #include "simulation/observers/LagObserver.h"
 
 namespace Simulation {
+
+// A row of the chip's table, as the state database shows it.
+struct StationRow {
+   KIV_VALUE( Simulation::StationRow );
+   KIV_FIELD( Pelt::IntfId, intf );
+   KIV_FIELD( L2Rib::ObjTuple, l2RibObjTuple );
+   KIV_FIELD( std::uint64_t, hwId, 0 );
+   KIV_FIELD( std::uint32_t, swTunnelGroupId, 0 );
+   KIV_FIELD( std::uint32_t, nextHopId, 0 );
+   KIV_FIELD( Bridging::EntryType, entryType, Bridging::entryTypeUnknown );
+   KIV_FIELD( Bridging::DropMode, dropMode, Bridging::dropModeNone );
+   KIV_FIELD( bool, isMplsNextHop, false );
+   KIV_FIELD( bool, ages, false );
+   KIV_FIELD( bool, byChip, false );
+   KIV_FIELD( std::uint32_t, heardIn, 0 );
+   KIV_FIELD( std::uint32_t, flushes, 0 );
+};
+// Where it saw a station that software has elsewhere.
+struct StationSeen {
+   KIV_VALUE( Simulation::StationSeen );
+   KIV_FIELD( Pelt::IntfId, intf );
+   KIV_FIELD( std::uint32_t, heardIn, 0 );
+   KIV_FIELD( std::uint32_t, flushes, 0 );
+};
+// What a flush is about, as "10@Ethernet1", with * for all.
+struct FlushScope {
+   KIV_PLAIN_VALUE( Simulation::FlushScope );
+   KIV_FIELD( Pelt::IntfId, intf );
+   KIV_FIELD( std::uint64_t, vlan, 0 );
+
+   void print( std::string & out ) const;
+   static FlushScope parse( std::string_view text );
+};
 
 // The stations: behind which port, LAG or VXLAN interface the chip saw each last, and what the machines
 // know of that.
@@ -13,7 +47,7 @@ class StationsObserver : public Observer {
  public:
    using Event = Hoba::HobaEvent;
    using Host = Bridging::MacVlanPair;
-   using Row = HobaSim::HostRow;
+   using Row = StationRow;
    // What a source address led to.
    enum Learning { learnt, moved, known, full, off, elsewhere, bound, group, zero };
    enum Header { sound, runt, reservedVlan };
@@ -27,6 +61,10 @@ class StationsObserver : public Observer {
    // One that was let in came from that station, on a port or LAG: whether the chip has a port in a LAG
    // is found here. What the chip reports of it is applied when the clock runs.
    Learning learn( Pelt::IntfId intf, Pelt::EthAddr source, Bridging::VlanId vlan );
+   // Software says where it belongs.
+   static bool isBound( Row const & row );
+   // The chip's rows, as they must be.
+   std::map< Host, Row > const & rows() const { return hosts_; }
    // What the chip has of the station for a frame.
    std::optional< Row > entry( Host station ) const;
    // The LAG that the chip has the port in now, faults or not; else the port itself.
@@ -90,8 +128,8 @@ class StationsObserver : public Observer {
    EventsObserver & events_;
    // The chip's.
    std::map< Host, Row > hosts_;
-   std::map< Host, HobaSim::SeenRow > seen_;
-   std::map< HobaSim::MacScope, std::uint64_t > flushes_; // at work, by number
+   std::map< Host, StationSeen > seen_;
+   std::map< FlushScope, std::uint64_t > flushes_; // at work, by number
    // Of ageing: half of the aging time, 0 for none; when that was set; sweeps since.
    Kiv::String agingTime_;
    Kiv::Seconds half_ = 0, halfFrom_ = 0;

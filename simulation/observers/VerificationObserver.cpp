@@ -132,7 +132,7 @@ VerificationObserver::verified( Datum const & answer ) {
    std::size_t mismatches = 0;
    for( auto const & [ item, text ] : data_.items ) {
       rows.emplace_back( Datum::Array{ item, text } );
-      mismatches += text == "ok" ? 0 : 1;
+      mismatches += text == "ok" || item == "verification" ? 0 : 1;
    }
    auto const expected = Kiv::datumText( rows );
    auto const cell = [ & ]( char const * name ) {

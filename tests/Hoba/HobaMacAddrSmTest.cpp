@@ -43,7 +43,6 @@ TEST_F( MacAddrSmTest, learnsMovesAgesAndFollowsTheOperator ) {
    EXPECT_EQ( host( pair( 1 ) ), "Ethernet1 configuredDynamicMac 2" );
 }
 
-
 TEST_F( MacAddrSmTest, peersHostsFollowStateAndCount ) {
    start();
    auto const told = [ & ]( Pelt::IntfId intf, std::uint32_t moves, bool promote = false ) {
@@ -260,8 +259,8 @@ TEST_F( MacAddrSmTest, flushesExactlyWhatIsAsked ) {
    Bridging::VlanIdOrNone const any, in10( std::uint16_t( 10 ) ), in20( std::uint16_t( 20 ) );
    auto const addr = pair( 1 ).addr();
    Case const cases[] = {
-         { { any, {}, addr }, "23456" },        // in all VLANs: 1 and its like are the same address
-         { { in20, et1, addr }, "123456" },     // the interface counts for nothing, nor is it there
+         { { any, {}, addr }, "23456" },    // in all VLANs: 1 and its like are the same address
+         { { in20, et1, addr }, "123456" }, // the interface counts for nothing, nor is it there
          { { any, et1, {} }, "3456" },
          { { in20, et1, {} }, "13456" },
          { { any, Pelt::IntfId( "Ethernet1.5" ), {} }, "3456" },
@@ -319,10 +318,9 @@ TEST_F( MacAddrSmTest, aFullTableIsSaidOnceAndFilledWhenThereIsRoom ) {
    configure( pair( 4 ), et2, Bridging::configuredDynamicMac );
    EXPECT_EQ( host( pair( 3 ) ), "- pending" );
    auto const logged = [] {
-      return std::ranges::count( Hoba::logEntries(), std::string( "ETH_MACADDRBANKFULL" ),
-                                 []( auto const & entry ) {
-                                    return std::string( entry.message->name );
-                                 } );
+      return std::ranges::count(
+            Hoba::logEntries(), std::string( "ETH_MACADDRBANKFULL" ),
+            []( auto const & entry ) { return std::string( entry.message->name ); } );
    };
    auto const first = logged();
    pass( 5 );
@@ -332,10 +330,11 @@ TEST_F( MacAddrSmTest, aFullTableIsSaidOnceAndFilledWhenThereIsRoom ) {
    EXPECT_EQ( sm->explain( pair( 3 ) ).pending->refusal, Hoba::macProgramFull );
    chip->mac()->age( pair( 1 ) ); // the hardware makes room by itself
    pass( 2 );
-   EXPECT_EQ( host( pair( 3 ) ), "Ethernet2 configuredStaticMac 0" );
-   EXPECT_EQ( host( pair( 4 ) ), "- pending" );
+   EXPECT_EQ( host( pair( 4 ) ), "Ethernet2 configuredDynamicMac 0" );
+   EXPECT_EQ( host( pair( 3 ) ), "- pending" );
    unconfigure( pair( 4 ) );
-   EXPECT_EQ( host( pair( 4 ) ), "-" );
+   pass( 2 );
+   EXPECT_EQ( host( pair( 3 ) ), "Ethernet2 configuredStaticMac 1" );
    EXPECT_TRUE( sm->updateList().empty() && sm->refusedList().empty() );
 }
 
@@ -348,7 +347,7 @@ TEST_F( MacAddrSmTest, holdsWhateverHappensInTheMiddle ) {
    EXPECT_EQ( failures(), 1u );
    helper->before = [ & ] {
       helper->before = nullptr;
-      unconfigure( pair( 1 ) );
+      config->fdbConfig( vlan10 )->configuredHostDel( pair( 1 ).addr() );
    };
    pass( 1 );
    EXPECT_EQ( host( pair( 1 ) ), "-" );
@@ -393,6 +392,204 @@ TEST_F( MacAddrSmTest, theNextMachineGoesOn ) {
    nonAging->macEntriesDel( pair( 2 ) );
    settle();
    EXPECT_EQ( row( pair( 2 ) ), "Ethernet1 learnedDynamicMac ages" );
+}
+
+TEST_F( MacAddrSmTest, theRestOfWhatIsSaidCountsToo ) {
+   start();
+   Traces learning( "HobaMacLearning" ), machine( "HobaMacStation" );
+   // Routers' addresses, also against what the operator says.
+   routerMacs->routerMacIs( { pair( 1 ), Pelt::CpuIntfId() } );
+   configure( pair( 1 ), et1 );
+   EXPECT_EQ( host( pair( 1 ) ), "Cpu configuredStaticMac 0" );
+   EXPECT_EQ( sm->explain( pair( 1 ) ).candidates.front().rule, Hoba::macRuleRank );
+   // What can be no station; interfaces that are not there, or not enabled.
+   auto const group = Pair( Pelt::EthAddr( 0x010000000001 ), vlan10 );
+   configure( group, et1 );
+   EXPECT_EQ( sm->withheld( group ).obstacle, Hoba::macObstacleGroupAddress );
+   configure( pair( 2 ), Pelt::IntfId( "Ethernet9" ) );
+   EXPECT_EQ( sm->withheld( pair( 2 ) ).obstacle, Hoba::macObstacleNoIntf );
+   data->intfIs( Pelt::EthIntfId( 9 ), true );
+   settle();
+   EXPECT_EQ( host( pair( 2 ) ), "Ethernet9 configuredStaticMac 0" );
+   ethConfig->ethPhyIntfConfigIs( Pelt::EthIntfId( 9 ) );
+   ethConfig->ethPhyIntfConfig( Pelt::EthIntfId( 9 ) )->enabledIs( false );
+   settle();
+   EXPECT_EQ( host( pair( 2 ) ), "-" );
+   // Learning by port and VLAN; not by the interface of a VLAN. What does not learn forgets.
+   for( auto const intf : { et1, Pelt::IntfId( "Vlan10" ) } ) {
+      switchIntfs->switchIntfConfigIs( intf );
+   }
+   learn( pair( 3 ), et1 );
+   switchIntfs->switchIntfConfig( et1 )->enableLearningIs( false );
+   switchIntfs->switchIntfConfig( Pelt::IntfId( "Vlan10" ) )->enableLearningIs( false );
+   settle();
+   EXPECT_EQ( host( pair( 3 ) ), "-" );
+   EXPECT_EQ( sm->portLearning().size(), 1u );
+   learn( pair( 4 ), et2 );
+   vlans->vlanConfigIs( vlan10 );
+   vlans->vlanConfig( vlan10 )->macLearningIs( false );
+   settle();
+   EXPECT_EQ( host( pair( 4 ) ), "-" );
+   vlans->vlanConfig( vlan10 )->macLearningIs( true );
+   // A secondary VLAN that the overlay carries learns nothing.
+   learn( pair( 4 ), et2 );
+   vnis->vniIs( vlan10, Vxlan::Vni( 10010 ) );
+   vlans->vlanConfig( vlan10 )->primaryVlanIs( Bridging::VlanIdOrNone( std::uint16_t( 11 ) ) );
+   settle();
+   EXPECT_EQ( host( pair( 4 ) ), "-" );
+   EXPECT_EQ( sm->withheld( pair( 4 ) ).obstacle, Hoba::macObstacleSecondaryVlan );
+   vlans->vlanConfigDel( vlan10 );
+   settle();
+   EXPECT_TRUE( sm->withheld().empty() || !sm->withheldHas( pair( 4 ) ) );
+   // The chip's own settings.
+   config->hostAgingTimeIs( 20 );
+   config->sourceMacInvalidIs( true );
+   EXPECT_EQ( chip->mac()->setting( HobaSim::macAgingTime ), 20 );
+   EXPECT_EQ( chip->mac()->setting( HobaSim::macSourceInvalid ), 1 );
+   learn( pair( 5 ), et2 );
+   EXPECT_EQ( host( pair( 5 ) ), "Ethernet2 learnedDynamicMac 0" );
+   pass( 40 );
+   EXPECT_EQ( host( pair( 5 ) ), "-" );
+   // With fast redirection the peer's remote stations are nobody else's business.
+   mlag->stateIs( Mlag::mlagActive );
+   Mlag::HostEntry told;
+   told.macEntry = pair( 6 );
+   told.intf = vx1;
+   told.entryType = Bridging::peerLearnedRemoteMac;
+   told.tunnelGroup = 3;
+   peerHosts->hostEntryIs( told );
+   settle();
+   EXPECT_TRUE( rmac->remoteHost()->remoteMacHas( pair( 6 ) ) );
+   mlag->fastMacRedirectionEnabledIs( true );
+   settle();
+   EXPECT_EQ( host( pair( 6 ) ), "Vxlan1 peerLearnedRemoteMac 0" );
+   EXPECT_FALSE( rmac->remoteHost()->remoteMacHas( pair( 6 ) ) );
+   auto const said = [ & ]( Strings const & texts, char const * part ) {
+      return std::ranges::any_of(
+            texts, [ & ]( auto const & text ) { return text.find( part ) != text.npos; } );
+   };
+   EXPECT_TRUE( said( learning.take(),
+                      "is vlan interface. MAC learning control feature is not supported" ) );
+   EXPECT_TRUE( said( machine.take(), "collision of static entry " ) );
+}
+
+// What was gathered and decided before counts no more; what happened in between does.
+TEST_F( MacAddrSmTest, aMachineThatIsInitializedAgainBeginsAnew ) {
+   start();
+   learn( pair( 1 ), et1 );
+   dot1xHosts->hostEntryIs( { pair( 2 ), et1, 5 } ); // decided, and not done
+   EXPECT_EQ( host( pair( 2 ) ), "- pending" );
+   failed->failedServerIs( pair( 1 ), et1 ); // what was learnt has lost
+   sm->initializedIs( false );
+   dot1xHosts->hostEntryDel( pair( 2 ) );
+   failed->failedServerDel( pair( 1 ) );
+   sm->initializedIs( true );
+   settle();
+   EXPECT_EQ( host( pair( 1 ) ), "Ethernet1 learnedDynamicMac 0" );
+   EXPECT_EQ( host( pair( 2 ) ) + row( pair( 2 ) ), "--" );
+   EXPECT_TRUE( sm->firstPassDone() );
+   EXPECT_EQ( sm->hostsBehind( et1 ).size() * 10 + sm->hostsBehind( Pelt::CpuIntfId() ).size(),
+              10u );
+}
+
+// Of a flush that is ended in one of its own visits nothing is left, and its request is answered by the next.
+TEST_F( MacAddrSmTest, aFlushMayEndTheMachineThatDoesIt ) {
+   start();
+   requests->agentIs( "cli" );
+   for( unsigned i = 1; i <= 40; ++i ) {
+      learn( pair( i ), et1 );
+   }
+   using Status = Watcher< Bridging::FdbStatus, Bridging::FdbStatus::learnedHostAttr >;
+   auto const watcher = Hoba::smIs< Status >( status->fdbStatus( vlan10 ) );
+   watcher->then = [ & ] {
+      watcher->then = nullptr;
+      sm->initializedIs( false );
+      sm->initializedIs( true );
+   };
+   requests->agent( "cli" )->requestIs( "1", { {}, et1, {} } );
+   settle();
+   EXPECT_TRUE( replies->agent( "cli" )->reply( "1" ) );
+   EXPECT_EQ( sm->fdb().size() + sm->flushes().requests().size(), 0u );
+}
+
+// It keeps its place: also in the hardware, and when the next machine sweeps that.
+TEST_F( MacAddrSmTest, whatWaitsForItsNextHopOutlivesTheMachine ) {
+   start();
+   L2Rib::ObjTuple const one{ L2Rib::objDest, 1 };
+   L2Rib::Dest dest;
+   dest.objTuple = one;
+   dest.intf = vx1;
+   dest.tunnelGroup = 1;
+   dest.nextHopId = 7;
+   ribDests->destIs( dest );
+   hwIds->hwIdIs( one, 700 );
+   vnis->vniIs( vlan10, Vxlan::Vni( 10010 ) );
+   L2Rib::Host is;
+   is.macEntry = pair( 1 );
+   is.objTuple = one;
+   ribHosts->hostIs( is );
+   settle();
+   dest.nextHopId = L2Rib::nextHopUnresolved;
+   ribDests->destIs( dest );
+   settle();
+   auto const before = row( pair( 1 ) );
+   helper->take();
+   stop();
+   chip->beginPass();
+   start();
+   chip->sweep();
+   pass( 5 );
+   EXPECT_EQ( row( pair( 1 ) ), before );
+   EXPECT_EQ( host( pair( 1 ) ), "Vxlan1 evpnDynamicRemoteMac 0" );
+   EXPECT_EQ( sm->verifyHost( *sm->currentEntry( pair( 1 ) ) ), "" );
+   EXPECT_EQ( helper->take().size(), 1u );
+   EXPECT_EQ( rmac->nextHopIdRefcountTable()->refcount( 7 ), 1u );
+}
+
+// Whatever others write: no station, no type, no interface.
+TEST_F( MacAddrSmTest, claimsThatAreNoneAreRefused ) {
+   start();
+   mlag->stateIs( Mlag::mlagActive );
+   Mlag::HostEntry peer;
+   peer.macEntry = pair( 1 ); // behind no interface, as the peer link that there is not
+   peerHosts->hostEntryIs( peer );
+   L2Rib::Host unknown;
+   unknown.macEntry = pair( 2 );
+   unknown.entryType = Bridging::entryTypeUnknown;
+   ribHosts->hostIs( unknown );
+   unknown.macEntry = pair( 3 );
+   unknown.entryType = Bridging::learnedDynamicMac;
+   ribHosts->hostIs( unknown );
+   Pair const all( Pelt::EthAddr( 0x030000000000 ), vlan10 ), zero( Pelt::EthAddr(), vlan10 );
+   routerMacs->routerMacIs( { all } );
+   dot1xHosts->hostEntryIs( { zero, et1, 5 } );
+   HobaTypes::MacAddressTableEntry record;
+   record.macEntry = pair( 4 );
+   record.entryType = Bridging::learnedDynamicMac;
+   macTable->macEntryIs( record );
+   settle();
+   EXPECT_EQ( sm->fdb().size(), 0u );
+   EXPECT_EQ( sm->withheld().size(), 6u );
+   EXPECT_TRUE( sm->updateList().empty() && sm->refusedList().empty() );
+}
+
+// Many that there is no room for are tried again in slices, each once.
+TEST_F( MacAddrSmTest, retriesComeInSlices ) {
+   start();
+   chip->mac()->hostTable()->capacityIs( 1 );
+   sm->macModifyBacklogQuantumIs( 10 );
+   for( unsigned i = 1; i <= 95; ++i ) {
+      dot1xHosts->hostEntryIs( { pair( i ), et1, 5 } );
+   }
+   settle();
+   EXPECT_EQ( sm->refusedList().size(), 94u );
+   helper->take();
+   pass( 1 );
+   EXPECT_EQ( helper->take().size(), 94u );
+   sm->macModifyBacklogQuantumIs( 0 ); // one at a time
+   dot1xHosts->hostEntryDelAll();
+   pass( 2 );
+   EXPECT_TRUE( sm->fdb().size() == 0 && sm->refusedList().empty() && sm->updateList().empty() );
 }
 
 } // namespace

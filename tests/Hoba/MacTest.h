@@ -84,6 +84,11 @@ class MacFixture : public ContextFixture {
       events->runningIs( true );
       events->initializedIs( true );
       settle();
+      for( auto const & station : Kiv::keysOf( macTable->macEntry() ) ) {
+         if( !chip->mac()->isLearnt( station ) ) {
+            macTable->macEntryDel( station );
+         }
+      }
       sm = Hoba::MacAddrSm::MacAddrSmIs( data, helper, in );
       sm->initializedIs( true );
       settle();

@@ -88,10 +88,11 @@ TEST_F( ConfigDbTest, aFileBecomesConfiguration ) {
       { "/feeders/config/lag/Port-Channel3", R"({"enabled":false,"minLinks":2,"kind":"lagTypeLacp",)"
                                      R"("lacpPartner":true,"lacpFallback":true})" },
       { "/lag/input/config", R"({"ethPhyIntfLagConfig":{"Ethernet8":"Port-Channel3"}})" },
-      { "/feeders/config/vlan/100", R"({"active":true,"member":["Ethernet0","Port-Channel3"]})" },
+      { "/feeders/config/vlan/100/member", R"(["Ethernet0","Port-Channel3"])" },
       { "/feeders/config/switchIntf", R"({"Port-Channel3":{"switchportMode":"switchportModeTrunk",)"
-                               R"("nativeVlan":100},"Ethernet0":{"switchportMode":)"
-                               R"("switchportModeAccess","nativeVlan":100}})" },
+                               R"("nativeVlan":100,"enableLearning":true},)"
+                               R"("Ethernet0":{"switchportMode":"switchportModeAccess",)"
+                               R"("nativeVlan":100,"enableLearning":true}})" },
       { "/bridging/stormControl/config/intfConfig/Ethernet0/broadcast",
         R"({"mode":"meteringBps","level":0,"rate":10000,"unit":"unitKbps"})" },
       { "/bridging/stormControl/config/intfConfig/Ethernet0/uucast/level", "10000" }, // no limit
@@ -289,9 +290,76 @@ TEST_F( ConfigDbTest, rowsMayReferToWhatIsThere ) {
    EXPECT_EQ( report.count( Import::imported ), 3u );
 }
 
+TEST_F( ConfigDbTest, pairsOfSwitchesOverlaysAndGateways ) {
+   auto const report = importText( R"({
+      "PORTCHANNEL": { "PortChannel1": { "admin_status": "up" }, "PortChannel2": { "admin_status": "up" } },
+      "VLAN": { "Vlan10": { "admin_status": "up" }, "Vlan20": { "admin_status": "up" } },
+      "MCLAG_DOMAIN": { "5": { "peer_link": "PortChannel1" }, "6": {}, "4096": {} },
+      "MCLAG_INTERFACE": { "5|PortChannel2": { "if_type": "PortChannel" }, "5|PortChannel1": {},
+                           "6|PortChannel2": {}, "5|PortChannel3": {} },
+      "VXLAN_TUNNEL": { "vtep7": {}, "tunnel": {}, "vtep07": {}, "vtep99999": {} },
+      "VXLAN_TUNNEL_MAP": { "vtep7|map_1000_Vlan10": { "vlan": "Vlan10", "vni": "1000" },
+                            "tunnel|a": { "vlan": "Vlan20", "vni": "1000" },
+                            "tunnel|b": { "vlan": "Vlan30", "vni": "1001" },
+                            "vtep8|c": { "vlan": "Vlan20", "vni": "1001" },
+                            "tunnel|d": { "vlan": "Vlan20", "vni": "0" } },
+      "SAG": { "GLOBAL": { "gateway_mac": "00:00:5e:00:53:fe" }, "Vlan30": {}, "IP": {},
+               "Vlan20": { "gateway_mac": "01:00:5e:00:00:01" } }
+   })" );
+   EXPECT_EQ(
+         lines( report, Import::refused ),
+         ( Lines{ "MCLAG_DOMAIN|6: domain 5 is there, and a switch is in one",
+                  "MCLAG_DOMAIN|4096: \"4096\" is not a number from 1 to 4095",
+                  "MCLAG_INTERFACE|5|PortChannel1: Port-Channel1 is the link to the peer",
+                  "MCLAG_INTERFACE|6|PortChannel2: 6 is neither in this system nor in a row of "
+                  "MCLAG_DOMAIN that was taken",
+                  "MCLAG_INTERFACE|5|PortChannel3: PortChannel3 is neither in this system nor in "
+                  "a row of PORTCHANNEL that was taken",
+                  "SAG|Vlan30: Vlan30 is neither in this system nor in a row of VLAN that was "
+                  "taken",
+                  "SAG|IP: \"IP\" is not GLOBAL or Vlan<n>",
+                  "SAG|Vlan20: gateway_mac: 01:00:5e:00:00:01 is no station's address",
+                  "VXLAN_TUNNEL|vtep07: Vxlan7 is in this table already, as vtep7",
+                  "VXLAN_TUNNEL|vtep99999: 99999 is no number of an interface name \"Vxlan...\": a "
+                  "number from 0 to 65535 is expected",
+                  "VXLAN_TUNNEL_MAP|tunnel|a: vni: 1000 is taken by Vxlan7|map_1000_Vlan10",
+                  "VXLAN_TUNNEL_MAP|tunnel|b: vlan: Vlan30 is neither in this system nor in a "
+                  "row of VLAN that was taken",
+                  "VXLAN_TUNNEL_MAP|vtep8|c: vtep8 is neither in this system nor in a row of "
+                  "VXLAN_TUNNEL that was taken",
+                  "VXLAN_TUNNEL_MAP|tunnel|d: vni: 0 is not a number from 1 to 16777215" } ) );
+   auto const at = [ this ]( char const * path ) {
+      return HobaAgent::jsonText( database.get( path ) );
+   };
+   EXPECT_EQ( at( "/mlag/status/peerLinkIntf" ), "\"Port-Channel1\"" );
+   EXPECT_EQ( at( "/mlag/status/mlagIntf" ), R"({"Port-Channel2":"mlagIntfActiveFull"})" );
+   EXPECT_EQ( at( "/vxlan/config/vxlanConfig/Vxlan7/vlanVni" ), R"({"10":1000})" );
+   EXPECT_EQ( database.entries( "/hoba/routerMac/routerMac" ).size(), 3u ); // in VLAN 1, too
+   // What others refer to stays, until these are gone.
+   auto const del = []( std::string const & row ) {
+      return "{ \"" + row + R"(": {}, "OP": "DEL" })";
+   };
+   auto const gone = importText(
+         '[' + del( "VXLAN_TUNNEL:vtep7" ) + ',' + del( "VLAN:Vlan10" ) + ',' +
+         del( "MCLAG_DOMAIN:5" ) + ',' + del( "PORTCHANNEL:PortChannel1" ) + ',' +
+         del( "VXLAN_TUNNEL_MAP:vtep7:map_1000_Vlan10" ) + ',' + del( "VXLAN_TUNNEL:vtep7" ) + ',' +
+         del( "MCLAG_INTERFACE:5:PortChannel2" ) + ',' + del( "MCLAG_DOMAIN:5" ) + ',' +
+         del( "PORTCHANNEL:PortChannel1" ) + ',' + del( "SAG:GLOBAL" ) + ']' );
+   EXPECT_EQ(
+         lines( gone, Import::refused ),
+         ( Lines{ "VXLAN_TUNNEL:vtep7: VXLAN_TUNNEL_MAP|Vxlan7|map_1000_Vlan10 refers to it, so "
+                  "it stays",
+                  "VLAN:Vlan10: VXLAN_TUNNEL_MAP|Vxlan7|map_1000_Vlan10 refers to it, so it stays",
+                  "MCLAG_DOMAIN:5: MCLAG_INTERFACE|5|Port-Channel2 refers to it, so it stays",
+                  "PORTCHANNEL:PortChannel1: MCLAG_DOMAIN|5 refers to it, so it stays",
+                  "SAG:GLOBAL: rows of SAG cannot be deleted" } ) );
+   EXPECT_EQ( at( "/mlag/status/state" ), "\"mlagDisabled\"" );
+}
+
 TEST_F( ConfigDbTest, whatIsNoTableIsSaid ) {
    std::string const known = "not a configuration with a table that is known here: expected one of "
                              "PORT, PORTCHANNEL, PORTCHANNEL_MEMBER, VLAN, VLAN_MEMBER, "
+                             "MCLAG_DOMAIN, MCLAG_INTERFACE, SAG, VXLAN_TUNNEL, VXLAN_TUNNEL_MAP, "
                              "PORT_STORM_CONTROL; there ";
    for( auto const & [ text, error ] : std::vector< std::pair< std::string, std::string > >{
               { "null", "nothing is not a configuration: an object of tables, or a list of "

@@ -192,18 +192,18 @@ TEST_F( FeaturesTest, manyStationsFollowInTurns ) {
                           Bridging::VlanId( 10 ) );
    }
    features->start( hitless );
-   HobaTests::expectIn( ask( "show mac" ), "2048 stations" );
+   HobaTests::expectIn( ask( "show mac reported" ), "2048 stations" );
    HobaTests::expectIn( ask( "show restarts" ), "in its first pass" );
    driver.advance( 0 );
-   HobaTests::expectIn( ask( "show mac" ), "6144 stations" );
+   HobaTests::expectIn( ask( "show mac reported" ), "6144 stations" );
    EXPECT_FALSE( ask( "show restarts" ).find( "in its first pass" ) != Kiv::String::npos );
    // And all go while nobody listens.
    features->stop();
    chip->mac()->hostDelAll();
    features->start( hitless );
-   HobaTests::expectIn( ask( "show mac" ), "4096 stations" );
+   HobaTests::expectIn( ask( "show mac reported" ), "4096 stations" );
    driver.advance( 0 );
-   HobaTests::expectIn( ask( "show mac" ), "0 stations" );
+   HobaTests::expectIn( ask( "show mac reported" ), "0 stations" );
 }
 
 // What a machine could not ask for stays with the chip until a start in which nothing fails.

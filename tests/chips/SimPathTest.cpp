@@ -179,6 +179,7 @@ TEST_F( SimPathTest, entries ) {
                              std::uint32_t nextHop = 0 ) {
       HostRow row;
       row.intf = intf[ 0 ] ? Pelt::IntfId( intf ) : Pelt::IntfId();
+      row.entryType = Bridging::configuredStaticMac;
       row.dropMode = drop;
       row.nextHopId = nextHop;
       EXPECT_EQ( mac.write( { station( last ), VlanId( 1 ) }, row ), tableWritten );

@@ -118,7 +118,7 @@ TEST_F( OperatorTest, whatTheChipReportsIsAppliedAndCounted ) {
    ok( "set /feeders/config/switchIntf/Ethernet1/nativeVlan 30" );
    expectOneLine( ctl( "sim pcap " + name + " --port Ethernet1" ), 1, "after 4 frames" );
    EXPECT_TRUE( row( "show mac", "02:68:6f:73:74:61 30" ).starts_with( "Ethernet1 " ) );
-   expectIn( ok( "show mac" ), { "2 stations\n", "1 of 4 frames (1 group source" } );
+   expectIn( ok( "show mac reported" ), { "2 stations\n", "1 of 4 frames (1 group source" } );
    // A flood is one wake-up; what is held waits.
    ok( "sim event hold" );
    EXPECT_EQ( ok( "sim event flood Ethernet3 100000" ), "100000 events are waiting\n" );

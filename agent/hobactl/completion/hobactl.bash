@@ -59,7 +59,7 @@ _hobactl() {
          *) _hobactl_next "${typed[*]}" ;;
       esac
       # A file, which the agent does not look for.
-      [[ "${typed[*]}" =~ ^(sim pcap|import)$ && -z ${COMPREPLY[*]} ]] && compopt -o default 2>/dev/null
+      [[ "${typed[*]}" =~ ^(sim pcap|sim macs|import)$ && -z ${COMPREPLY[*]} ]] && compopt -o default 2>/dev/null
    fi
    # More may follow without a blank.
    [[ ${#COMPREPLY[@]} == 1 && ${COMPREPLY[0]} == *[/=] ]] && compopt -o nospace 2>/dev/null
