@@ -202,14 +202,19 @@ MacSources::fromVxlanConfigDir( Gather & gather ) const {
    if( !in_.vxlanConfigDir ) {
       return;
    }
+   // Of several interfaces that have it the lowest counts, as for the VLANs that they carry.
+   std::optional< MacEntry > lowest;
    for( auto const & [ intf, config ] : in_.vxlanConfigDir->vxlanConfig() ) {
-      if( auto const * host = config->remoteHost().find( gather.pair ) ) {
-         auto entry = entryOf( gather.pair, intf, Bridging::configuredRemoteMac,
-                               macPreferenceVxlanConfig );
-         entry.swTunnelGroupId = SwTunnelGroupId( host->tunnelGroup );
-         ZTRACE( 8, gather.pair, " candidate from vxlanConfigDir" );
-         return gather.add( macSourceVxlanConfigDir, entry );
+      auto const * host = config->remoteHost().find( gather.pair );
+      if( host && ( !lowest || intf < lowest->intf ) ) {
+         lowest = entryOf( gather.pair, intf, Bridging::configuredRemoteMac,
+                           macPreferenceVxlanConfig );
+         lowest->swTunnelGroupId = SwTunnelGroupId( host->tunnelGroup );
       }
+   }
+   if( lowest ) {
+      ZTRACE( 8, gather.pair, " candidate from vxlanConfigDir" );
+      gather.add( macSourceVxlanConfigDir, *lowest );
    }
 }
 

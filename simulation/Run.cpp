@@ -216,8 +216,8 @@ Run::begin( Step const & step ) {
       return found( "refused: " + step.text() + ": " + outcome.refusal );
    }
    beganAll( kind );
+   passTime( switch_->now() ); // the first look at all stations takes turns of the clock
    if( fromQuiet && kind == HobaAgent::hitless ) {
-      passTime( switch_->now() ); // the first look at many stations takes turns of the clock
       std::uint64_t mayWrite = 0, maySweep = 0;
       for( auto const & each : observers_->all() ) {
          mayWrite += each->restartWrites();

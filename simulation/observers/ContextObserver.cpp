@@ -435,9 +435,9 @@ ContextObserver::checkStarts() {
       auto const & start = starts_[ at ];
       auto const & cells = *( *rows )[ n ].as< Datum::Array >();
       auto const text = [ & ]( std::size_t cell ) { return Kiv::datumText( cells[ cell ] ); };
-      bool const isState =
-            text( 6 ) == ( start.isOver ? "running" : "ended in its first pass" ) || ( start.mayHaveFailed && start.swept == 0 &&
-                                        text( 6 ).starts_with( "running; not swept, since " ) );
+      bool const isState = text( 6 ) == ( start.isOver ? "running" : "ended in its first pass" ) ||
+                           ( start.mayHaveFailed && start.swept == 0 &&
+                             text( 6 ).starts_with( "running; not swept, since " ) );
       if( text( 1 ) != ( at == 0 ? "agent" : "machines" ) ||
           text( 2 ) != Kiv::toText( start.kind ) || text( 3 ) != "0.0" ||
           text( 5 ) != Kiv::toText( start.swept ) || !isState ) {

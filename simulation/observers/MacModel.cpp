@@ -349,7 +349,7 @@ MacModel::candidates( Pair pair, Station const & station, Candidates & all, Stri
       told.swTunnelGroupId = Hoba::SwTunnelGroupId( said.macTable->tunnelId );
       told.lastMoveTime = said.macTable->learnTime;
       told.preference = 16;
-      add( all, none, told, elsewhere );
+      add( all, none, told, ofOperator ); // the hardware counts no moves
    }
    if( said.failed ) {
       auto cpu = entry;

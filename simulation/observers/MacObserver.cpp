@@ -212,8 +212,17 @@ MacObserver::saidIs( Pair pair, MacModel::Said const & said ) {
    if( said.failed && said.failed != station.said.failed ) {
       station.failedSince = simulated().now();
    }
+   // What goes with its VXLAN interface goes at once for many: that is a walk.
+   auto without = station.said;
+   without.remote = said.remote;
+   bool const isWalk =
+         without == said && std::ranges::any_of( station.said.remote, [ & ]( auto const & each ) {
+            return !model_.vxlan().vxlanConfigHas( Pelt::VxlanIntfId( IntfId( each.first ) ) );
+         } );
    station.said = said;
-   evaluate( pair );
+   if( !isWalk ) {
+      evaluate( pair );
+   }
 }
 
 void
