@@ -184,9 +184,6 @@ MacModel::obstacleOf( Entry const & reported ) const {
    if( isRemote && !hasVni( vlan ) ) {
       return "VNI";
    }
-   if( isRemote && !reported.swTunnelGroupId ) {
-      return "RIB object"; // nobody knows the way
-   }
    auto const config =
          vlan.value() ? vlans_->vlanConfig( Bridging::VlanId( vlan.value() ) ) : nullptr;
    return config && config->primaryVlan().value() && hasVni( vlan ) ? "secondary VLAN" : "";
@@ -503,7 +500,16 @@ MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const
    if( verdict.isLost ) {
       learnt.reset();
    } else if( learnt ) {
-      if( auto const obstacle = obstacleOf( *learnt ); !obstacle.empty() ) {
+      auto obstacle = obstacleOf( *learnt );
+      // What software learnt is to be written, for which there must be a way.
+      bool const isInHardware =
+            station.said.macTable && station.said.macTable->intf == learnt->intf &&
+            station.said.macTable->learnTime == learnt->lastMoveTime;
+      if( obstacle.empty() && Bridging::isEntryTypeRemote( learnt->entryType ) && !isInHardware &&
+          !learnt->swTunnelGroupId ) {
+         obstacle = "RIB object";
+      }
+      if( !obstacle.empty() ) {
          verdict.obstacle = verdict.obstacle.empty() ? obstacle : verdict.obstacle;
          verdict.isLost = best.has_value();
          isObstructed = true;
