@@ -13,6 +13,8 @@
 //   software) is reported as aged, and so is where it saw a station that software has elsewhere, when that
 //   ages or the entry goes. Software is not told of what it wrote itself, but when an entry that ages has
 //   aged or was flushed.
+// - An entry of the type learnedDynamicMac that ages is the hardware's own, whoever wrote it: it moves with its
+//   station.
 // - An entry of the type learnedDynamicMac is a learnt one in all this, also if software wrote it: it is
 //   reported as learnt, and not as aged when another of that type takes its place behind the same interface.
 // - A write of what the hardware has learnt already, the same in all that software can write, leaves the

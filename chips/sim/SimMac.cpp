@@ -284,7 +284,7 @@ MacUnit::learnHost( IntfId intf, MacVlanPair station ) {
       countInc( macLearningOff );
       return learnOff;
    }
-   if( known && !known->byChip ) {
+   if( known && !known->isChips() ) {
       return learnedElsewhere( intf, station, *known );
    }
    HostRow row;

@@ -5,7 +5,8 @@
 // what software writes (SimMacHelper.h), and reports what it learnt, once it may.
 //
 // *Entries.* One for a station, whoever made it: all share the room and the hash buckets of one table. An
-// entry that the chip learnt moves with its station. One that software wrote stays where it is: that the
+// entry that the chip learnt moves with its station, and so does one that software wrote back as learnt and
+// ageing. Any other that software wrote stays where it is: that the
 // station was seen elsewhere stands beside it, in `seen`, and is reported like a learn; not of what is bound
 // to its place (isBound()).
 //
@@ -95,6 +96,8 @@ struct HostRow {
       return byChip || entryType == Bridging::learnedDynamicMac ||
              ( ages && entryType == Bridging::learnedRemoteMac );
    }
+   // The chip's to move and to let age, and nobody's to claim: learnt by itself, or written back as if it had.
+   bool isChips() const { return byChip || ( ages && entryType == Bridging::learnedDynamicMac ); }
    // Software says where the station belongs, and that it is seen elsewhere is no news: what somebody set
    // up by hand or authenticated, unless it ages.
    bool isBound() const;

@@ -40,7 +40,7 @@
 //
 // *Claims.* beginPass() marks the rows as not asked for; Program and Clear claim theirs, changed or not;
 // sweep() takes away what nobody claimed. Of what the chip finds out by itself (SIM_STATE), only rows
-// that the agent wrote are marked.
+// that the agent wrote are marked; not those whose record says bool isChips() const: it is the chip's own now.
 //
 // Keys and records must be trivially copyable, keys without unused bytes: text is a `Name`.
 
@@ -463,7 +463,7 @@ class Rows final : public RowsBase {
       unclaimed_.clear();
       if( writer_ ) {
          writer_->forEach( [ this ]( KeyT const & key, Stored const & stored ) {
-            if( ( kind_ == TableKind::told || stored.writes ) && !waiting_.contains( key ) ) {
+            if( ( kind_ == TableKind::told || !isChips( stored ) ) && !waiting_.contains( key ) ) {
                unclaimed_.insert( key );
             }
          } );
@@ -483,9 +483,10 @@ class Rows final : public RowsBase {
       std::sort( keys.begin(), keys.end(), Glim::KeyBefore() );
       for( auto const & key : keys ) {
          // The chip may have made it anew meanwhile.
-         bool const isChips =
-               kind_ == TableKind::found && !waiting_.contains( key ) && !writesOf( key );
-         if( !isChips && acceptedOf( key ) ) {
+         Stored stored;
+         bool const isNobodys = kind_ == TableKind::found && !waiting_.contains( key ) &&
+                                ( !read( key, stored ) || isChips( stored ) );
+         if( !isNobodys && acceptedOf( key ) ) {
             change( key, std::nullopt, true, false );
             control()->sweptInc( 1 );
          }
@@ -520,6 +521,14 @@ class Rows final : public RowsBase {
       std::size_t changes = 0;
    };
 
+   // Of what the chip finds out: software did not write it, or the record says that it is the chip's all the same.
+   static bool isChips( Stored const & stored ) {
+      if constexpr( requires { stored.record.isChips(); } ) {
+         return !stored.writes || stored.record.isChips();
+      } else {
+         return !stored.writes;
+      }
+   }
    static bool same( RecordT const & a, RecordT const & b ) {
       return Glim::toWords( a ) == Glim::toWords( b );
    }

@@ -502,9 +502,9 @@ MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const
    } else if( learnt ) {
       auto obstacle = obstacleOf( *learnt );
       // What software learnt is to be written, for which there must be a way.
-      bool const isInHardware =
-            station.said.macTable && station.said.macTable->intf == learnt->intf &&
-            station.said.macTable->learnTime == learnt->lastMoveTime;
+      bool const isInHardware = station.said.macTable &&
+                                station.said.macTable->intf == learnt->intf &&
+                                station.said.macTable->learnTime == learnt->lastMoveTime;
       if( obstacle.empty() && Bridging::isEntryTypeRemote( learnt->entryType ) && !isInHardware &&
           !learnt->swTunnelGroupId ) {
          obstacle = "RIB object";

@@ -254,7 +254,10 @@ MacObserver::hearFlushes() {
    for( auto const & [ key, request ] : asked ) {
       auto const known = flushes_.find( key );
       if( known == flushes_.end() || known->second.what != request ) {
-         flushes_[ key ] = { request, {}, false };
+         // One that a former machine has answered is over.
+         bool const isDone = textAt( "/bridging/flush/reply/agent/" + key.first + "/reply/" +
+                                     key.second ) == "true";
+         flushes_[ key ] = { request, {}, isDone };
       }
    }
 }

@@ -492,7 +492,10 @@ StationsObserver::learn( IntfId intf, Pelt::EthAddr source, Bridging::VlanId vla
       ++counts_[ "learningOff" ];
       return off;
    }
-   if( isThere && !host->second.byChip ) {
+   auto const isChips = [ & ]( Row const & row ) {
+      return row.byChip || ( row.ages && row.entryType == Bridging::learnedDynamicMac );
+   };
+   if( isThere && !isChips( host->second ) ) {
       return seenElsewhere( behind, station, host->second );
    }
    if( !hasRoomFor( station ) ) {
