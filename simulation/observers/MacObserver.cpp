@@ -63,7 +63,7 @@ MacObserver::MacObserver( Switch & simulated, Observers & observers )
 
 void
 MacObserver::prepare( Draw & draw, Steps & steps ) {
-   for( auto count = draw.below( 30 ); count-- > 0; ) {
+   for( auto count = isDrawn ? draw.below( 30 ) : 0; count-- > 0; ) {
       proposeMac( draw, steps );
    }
 }
@@ -205,6 +205,7 @@ MacObserver::saidIs( Pair pair, MacModel::Said const & said ) {
    }
    if( station.said.macTable != said.macTable || station.said.tunnel != said.tunnel ) {
       station.isLost = false;
+      sinceGone_.insert( pair );
       for( auto & [ key, flush ] : flushes_ ) {
          flush.spared.insert( pair );
       }
@@ -286,6 +287,9 @@ MacObserver::hearPlaces() {
       }
    }
    std::ranges::set_difference( places_, places, std::inserter( gone_, gone_.end() ) );
+   if( places_ != places ) {
+      sinceGone_.clear();
+   }
    places_ = places;
    std::set< Bridging::VlanId > vlans;
    auto const dir = simulated().entity< Bridging::VlanConfigDir >( "/bridging/vlanConfig" );
@@ -301,7 +305,8 @@ MacObserver::hearPlaces() {
 bool
 MacObserver::isFlushed( Pair pair ) const {
    auto const & station = stations_.at( pair );
-   if( ( station.current && gone_.contains( station.current->intf ) ) ||
+   if( ( station.current && gone_.contains( station.current->intf ) &&
+         !sinceGone_.contains( pair ) ) ||
        goneVlans_.contains( Bridging::VlanId( pair.vlanId().value() ) ) ) {
       return true;
    }
@@ -440,6 +445,7 @@ MacObserver::timeIs( Kiv::Seconds ) {
       flush.isDone = true;
    }
    gone_.clear();
+   sinceGone_.clear();
    goneVlans_.clear();
 }
 
@@ -643,6 +649,11 @@ MacObserver::checkChip() {
          if( !isLearned || station.said.isNonAging ) {
             found( "the chip lacks " + toText( pair ) + ", which is " + textOf( entry ) );
          }
+         continue;
+      }
+      // An event that was put in says something else than what the chip learnt.
+      auto const & report = station.said.macTable;
+      if( isLearned && row->second.byChip && report && report->intf != row->second.intf ) {
          continue;
       }
       if( !isSame( row->second, rowOf( entry ) ) ) {
