@@ -6,9 +6,9 @@
 #include "chips/sim/SimChip.h"
 #include "chips/sim/SimMacHelper.h"
 
+#include <algorithm>
 #include <functional>
 #include <map>
-#include <ranges>
 
 // The MAC address table: where each station is, why, and having stations forgotten.
 
@@ -324,7 +324,8 @@ MacFeature::showMoves( Request const & ) const {
       moves.push_back( &move );
       movers[ move.macEntry ] = move.moves;
    }
-   for( auto const * move : moves | std::views::reverse ) {
+   for( auto at = moves.rbegin(); at != moves.rend(); ++at ) {
+      auto const * const move = *at;
       table.row( { toText( move->macEntry.addr() ), move->macEntry.vlanId().value(),
                    toText( move->from ), toText( move->to ), agoText( move->time ), move->moves } );
    }
@@ -334,7 +335,8 @@ MacFeature::showMoves( Request const & ) const {
    std::ranges::stable_sort( most, std::ranges::greater{},
                              []( auto const & mover ) { return mover.second; } );
    String text;
-   for( auto const & [ station, count ] : most | std::views::take( mostMovers ) ) {
+   most.resize( std::min( most.size(), mostMovers ) );
+   for( auto const & [ station, count ] : most ) {
       text += ( text.empty() ? "moved most: " : ", " ) + toText( station ) + " (" +
               toText( count ) + ')';
    }

@@ -137,7 +137,6 @@ MacObserver::lookForMachine() {
    }
    adopted_ = stations_;
    moves_.clear();
-   inForce_.clear();
    withheld_.clear();
    flushes_.clear();
    places_.clear();

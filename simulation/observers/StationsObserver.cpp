@@ -665,18 +665,19 @@ StationsObserver::flushTurn() {
    }
    for( auto const & [ scope, number ] : std::map( flushes_ ) ) {
       if( !working.contains( toText( scope ) ) ) {
-         flush( scope.intf );
+         flush( scope );
          flushes_.erase( scope );
       }
    }
 }
 
 void
-StationsObserver::flush( IntfId intf ) {
+StationsObserver::flush( FlushScope const & scope ) {
    std::vector< Host > stations;
    auto const add = [ & ]( auto const & rows ) {
       for( auto const & [ station, row ] : rows ) {
-         if( !intf || row.intf == intf ) {
+         bool const isIn = !scope.vlan || station.vlanId().value() == scope.vlan;
+         if( isIn && ( !scope.intf || row.intf == scope.intf ) ) {
             stations.push_back( station );
          }
       }

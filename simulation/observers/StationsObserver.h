@@ -115,7 +115,7 @@ class StationsObserver : public Observer {
    void wrote( Host station, Row const * row );
    void dropFlushed( Host station );
    void flushTurn();
-   void flush( Pelt::IntfId intf );
+   void flush( FlushScope const & scope );
    void settingChanged();
    void sweepTurn();
    void learned( Step const & step, Kiv::Datum const & answer );
