@@ -403,7 +403,7 @@ TEST_F( MacAddrSmTest, theRestOfWhatIsSaidCountsToo ) {
    EXPECT_EQ( host( pair( 1 ) ), "Cpu configuredStaticMac 0" );
    EXPECT_EQ( sm->explain( pair( 1 ) ).candidates.front().rule, Hoba::macRuleRank );
    // What can be no station; interfaces that are not there, or not enabled.
-   auto const group = Pair( Pelt::EthAddr( 0x010000000001 ), vlan10 );
+   auto const group = Pair( Pelt::EthAddr( 0x030000000001 ), vlan10 );
    configure( group, et1 );
    EXPECT_EQ( sm->withheld( group ).obstacle, Hoba::macObstacleGroupAddress );
    configure( pair( 2 ), Pelt::IntfId( "Ethernet9" ) );
