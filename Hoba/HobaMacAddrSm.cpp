@@ -17,8 +17,10 @@ namespace Hoba {
 
 // ---- Life
 
+namespace {
+
 // What is behind the overlay is kept somewhere, also if nobody else wants to know.
-static MacAddrInputs
+MacAddrInputs
 complete( MacAddrInputs inputs ) {
    if( !inputs.rmacInfoDir ) {
       inputs.rmacInfoDir = Kiv::make< HobaTypes::RemoteMacInfoDir >();
@@ -27,6 +29,8 @@ complete( MacAddrInputs inputs ) {
    }
    return inputs;
 }
+
+} // namespace
 
 MacAddrSm::MacAddrSm( Kiv::Ptr< HobaCommonSmData > const & commonSmData,
                       Kiv::Ptr< HobaHelper::HobaHelperMacAddrSm > const & helper,
@@ -135,7 +139,7 @@ MacAddrSm::beginFirstPass() {
    inFirstPass_ = true;
    isIndexed_ = false;
    firstPassDoneIs( false );
-   walkStatus( [ this ]( Pair pair ) {
+   walks_.addStatus( *in_.bridgingStatus, [ this ]( Pair pair ) {
       if( auto const current = currentEntry( pair ) ) {
          indexIs( pair, {}, current->intf );
       }
@@ -160,10 +164,8 @@ MacAddrSm::beginFirstPass() {
    learning_.configureAll();
    walkSources();
    flush_.handleAll();
-   if( in_.rmacInfoDir ) {
-      for( auto const & key : Kiv::keysOf( in_.rmacInfoDir->flushRequest()->request() ) ) {
-         handleRemoteMacFlushRequest( key );
-      }
+   for( auto const & key : Kiv::keysOf( in_.rmacInfoDir->flushRequest()->request() ) ) {
+      handleRemoteMacFlushRequest( key );
    }
    // What is little is over at once.
    handleWalks();
@@ -183,23 +185,6 @@ MacAddrSm::adoptFailedServers() {
    }
 }
 
-namespace {
-
-// The station that a member of one of the tables is about.
-auto const byKey = []( auto const & member ) -> Bridging::MacVlanPair { return member.key; };
-
-} // namespace
-
-void
-MacAddrSm::walkStatus( MacWalks::Visit const & visit ) {
-   for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
-      walks_.add(
-            database->learnedHost(),
-            [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); }, visit,
-            {}, database );
-   }
-}
-
 void
 MacAddrSm::walkIntf( Pelt::IntfId intf, MacWalks::Visit const & visit, MacWalks::Done done ) {
    if( isIndexed_ ) {
@@ -207,7 +192,7 @@ MacAddrSm::walkIntf( Pelt::IntfId intf, MacWalks::Visit const & visit, MacWalks:
             hostsBehind( intf ), []( Pair const & pair ) { return pair; }, visit,
             std::move( done ) );
    } else {
-      walkStatus( [ this, intf, visit ]( Pair pair ) {
+      walks_.addStatus( *in_.bridgingStatus, [ this, intf, visit ]( Pair pair ) {
          auto const current = currentEntry( pair );
          if( current && current->intf == intf ) {
             visit( pair );
@@ -221,9 +206,9 @@ MacAddrSm::walkIntf( Pelt::IntfId intf, MacWalks::Visit const & visit, MacWalks:
 // Everything that is said of stations, and then what is in the status: who is in both is looked at twice.
 void
 MacAddrSm::walkSources() {
-   auto const visit = [ this ]( Pair pair ) { evaluateEntry( pair ); };
+   auto const visit = evaluation();
    auto const add = [ & ]( auto const & entity, auto const & collection ) {
-      walks_.add( collection, byKey, visit, {}, entity );
+      walks_.add( collection, MacWalks::byKey, visit, {}, entity );
    };
    if( in_.l2RibHostOutput ) {
       add( in_.l2RibHostOutput, in_.l2RibHostOutput->host() );
@@ -236,10 +221,7 @@ MacAddrSm::walkSources() {
    }
    if( in_.bridgingConfig ) {
       for( auto const & [ vlanId, fdb ] : in_.bridgingConfig->fdbConfig() ) {
-         walks_.add(
-               fdb->configuredHost(),
-               [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); }, visit,
-               {}, fdb );
+         walks_.addVlan( vlanId, fdb, fdb->configuredHost(), visit );
       }
    }
    if( in_.mlagHostTable ) {
@@ -256,17 +238,15 @@ MacAddrSm::walkSources() {
    if( in_.dot1xHostTable ) {
       add( in_.dot1xHostTable, in_.dot1xHostTable->hostEntry() );
    }
-   if( in_.rmacInfoDir ) {
-      add( in_.rmacInfoDir, in_.rmacInfoDir->receivedRemoteHost()->remoteHost() );
-      walkTunnelLearnEvents( {} );
-   }
+   add( in_.rmacInfoDir, in_.rmacInfoDir->receivedRemoteHost()->remoteHost() );
+   walkTunnelLearnEvents( {} );
    for( auto const & [ pair, server ] : fsfFailedServer() ) {
       evaluateEntry( pair );
    }
    if( in_.macTable ) {
       add( in_.macTable, in_.macTable->macEntry() );
    }
-   walkStatus( visit );
+   walks_.addStatus( *in_.bridgingStatus, visit );
    walks_.add( [ this ] { endFirstPass(); } );
 }
 

@@ -284,7 +284,6 @@ class MacAddrSm : public HobaVerifiedSm {
    void walkSources();
    void endFirstPass();
    void adoptFailedServers();
-   void walkStatus( MacWalks::Visit const & visit );
    void endWalks();
    void forgetAll();
 
@@ -327,8 +326,8 @@ class MacAddrSm : public HobaVerifiedSm {
    void doClearRemoteMacsFromFdbStatus();
 
    // ---- Walks
-   void evaluateAll( Kiv::HashSet< Pair > const & pairs );
-   void evaluateVlan( Bridging::VlanIdOrNone vlanId );
+   MacWalks::Visit evaluation();
+   void evaluateVlan( Bridging::VlanId vlanId );
    void evaluateIntf( Pelt::IntfId intf );
    using Vlans = Kiv::HashSet< Bridging::VlanIdOrNone >;
    // All that is withheld in the VLAN, or in all: whatever it waits for, the first obstacle alone is noted.

@@ -25,10 +25,9 @@ MacAddrSm::handleMacEntry( Pair const & pair ) {
 void
 MacAddrSm::handleMacTableTimer() {
    auto const timer = macTableTimer();
-   auto const end = timer->now() + commonSmData()->yieldTimeSlice();
-   for( std::uint32_t done = 0; isReady() && !macTableUpdateList().empty(); ++done ) {
-      if( done > 0 &&
-          ( done >= macTableReviewQuanta() || ( done % 8 == 7 && timer->now() >= end ) ) ) {
+   TimeSlice slice( *this, *timer, macTableReviewQuanta() );
+   while( isReady() && !macTableUpdateList().empty() ) {
+      if( !slice.next() ) {
          timer->noLaterThan( timer->now() );
          return;
       }
@@ -98,12 +97,9 @@ MacAddrSm::handleSourceCheckCPUMac() {
 // The whole database of a VLAN came, went, or is another one.
 void
 MacAddrSm::handleFdbConfig( Bridging::VlanId const & vlanId ) {
-   evaluateVlan( Bridging::VlanIdOrNone( vlanId.value() ) );
+   evaluateVlan( vlanId );
    if( auto const fdb = in_.bridgingConfig->fdbConfig( vlanId ) ) {
-      walks_.add(
-            fdb->configuredHost(),
-            [ vlanId ]( auto const & member ) { return Pair( member.key, vlanId ); },
-            [ this ]( Pair pair ) { evaluateEntry( pair ); }, {}, fdb );
+      walks_.addVlan( vlanId, fdb, fdb->configuredHost(), evaluation() );
    }
    wakeWalks();
 }
@@ -129,7 +125,7 @@ MacAddrSm::handleVlanConfig( Bridging::VlanId const & vlanId ) {
 
 void
 MacAddrSm::handleVlanConfigDelete( Bridging::VlanId vlanId ) {
-   evaluateVlan( Bridging::VlanIdOrNone( vlanId.value() ) );
+   evaluateVlan( vlanId );
    flush_.flushVlan( vlanId );
    walks_.add( [ this, vlanId ] {
       fdb_.maybeDeleteFdbStatus( Bridging::VlanIdOrNone( vlanId.value() ) );
@@ -147,7 +143,7 @@ MacAddrSm::handleVlanMacLearning( Bridging::VlanId const & vlanId ) {
 void
 MacAddrSm::handlePrimaryVlan( Bridging::VlanId const & vlanId ) {
    if( sources_.hasVni( Bridging::VlanIdOrNone( vlanId.value() ) ) ) {
-      evaluateVlan( Bridging::VlanIdOrNone( vlanId.value() ) );
+      evaluateVlan( vlanId );
    }
 }
 
@@ -221,16 +217,14 @@ MacAddrSm::handleFastMacRedirection() {
       return;
    }
    mlagWalks_.clear();
-   mlagWalks_.add(
-         in_.mlagHostTable->hostEntry(), []( auto const & member ) { return member.key; },
-         [ this ]( Pair pair ) {
-            auto const current = currentEntry( pair );
-            evaluateEntry( pair );
-            // In or out of the remote host table.
-            if( current && Bridging::isEntryTypeRemote( current->entryType ) ) {
-               reprogram( pair );
-            }
-         } );
+   mlagWalks_.add( in_.mlagHostTable->hostEntry(), MacWalks::byKey, [ this ]( Pair pair ) {
+      auto const current = currentEntry( pair );
+      evaluateEntry( pair );
+      // In or out of the remote host table.
+      if( current && Bridging::isEntryTypeRemote( current->entryType ) ) {
+         reprogram( pair );
+      }
+   } );
    mlagHostTableTimer()->noLaterThan( now() );
 }
 
@@ -239,14 +233,13 @@ MacAddrSm::handleMlagIntfStatus( Pelt::IntfId const & intf ) {
    if( !in_.mlagHostTable ) {
       return;
    }
-   mlagIntfWalks_.add(
-         in_.mlagHostTable->hostEntry(), []( auto const & member ) { return member.key; },
-         [ this, intf ]( Pair pair ) {
-            auto const * host = in_.mlagHostTable->hostEntry().find( pair );
-            if( host && host->intf == intf ) {
-               evaluateEntry( pair );
-            }
-         } );
+   mlagIntfWalks_.add( in_.mlagHostTable->hostEntry(), MacWalks::byKey,
+                       [ this, intf ]( Pair pair ) {
+                          auto const * host = in_.mlagHostTable->hostEntry().find( pair );
+                          if( host && host->intf == intf ) {
+                             evaluateEntry( pair );
+                          }
+                       } );
    mlagIntfHostTableTimer()->noLaterThan( now() );
 }
 
@@ -289,9 +282,7 @@ void
 MacAddrSm::handleVxlanConfig( Pelt::VxlanIntfId const & intf ) {
    handleControllerClient();
    if( auto const config = in_.vxlanConfigDir->vxlanConfig( intf ) ) {
-      walks_.add(
-            config->remoteHost(), []( auto const & member ) { return member.key; },
-            [ this ]( Pair pair ) { evaluateEntry( pair ); }, {}, config );
+      walks_.add( config->remoteHost(), MacWalks::byKey, evaluation(), {}, config );
    }
    wakeWalks();
 }
@@ -299,9 +290,7 @@ MacAddrSm::handleVxlanConfig( Pelt::VxlanIntfId const & intf ) {
 // Which stations behind the overlay count has changed.
 void
 MacAddrSm::handleControllerClient() {
-   for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
-      evaluateVlan( Bridging::VlanIdOrNone( vlanId.value() ) );
-   }
+   walks_.addStatus( *in_.bridgingStatus, evaluation() );
    evaluateWithheld();
    walkTunnelLearnEvents( {} );
 }
@@ -310,7 +299,7 @@ void
 MacAddrSm::handleVlanVniMap( Bridging::VlanId const & vlanId ) {
    sources_.forgetVnis();
    Bridging::VlanIdOrNone const vlan( vlanId.value() );
-   evaluateVlan( vlan );
+   evaluateVlan( vlanId );
    evaluateWithheld( vlan );
    walkTunnelLearnEvents( vlan );
 }
@@ -378,17 +367,11 @@ MacAddrSm::handleStageRemoteMacsReady() {
 
 void
 MacAddrSm::doClearRemoteMacsFromFdbStatus() {
-   for( auto const & [ vlanId, database ] : in_.bridgingStatus->fdbStatus() ) {
-      walks_.add(
-            database->learnedHost(),
-            [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); },
-            [ this ]( Pair pair ) {
-               if( fdb_.isRemote( pair ) ) {
-                  evaluateEntry( pair );
-               }
-            },
-            {}, database );
-   }
+   walks_.addStatus( *in_.bridgingStatus, [ this ]( Pair pair ) {
+      if( fdb_.isRemote( pair ) ) {
+         evaluateEntry( pair );
+      }
+   } );
    wakeWalks();
 }
 
@@ -422,7 +405,7 @@ MacAddrSm::handleHostMode( Pelt::IntfId const & intf ) {
 void
 MacAddrSm::handleNonAgingEnabled() {
    walks_.add(
-         in_.nonAgingStatus->macEntries(), []( auto const & member ) { return member.key; },
+         in_.nonAgingStatus->macEntries(), MacWalks::byKey,
          [ this ]( Pair pair ) { handleNonAgingMacEntries( pair ); }, {}, in_.nonAgingStatus );
    wakeWalks();
 }
@@ -475,24 +458,15 @@ MacAddrSm::handleParityEvent( ParityEvent::Key const & key ) {
 
 // ---- Walks
 
-void
-MacAddrSm::evaluateAll( Kiv::HashSet< Pair > const & pairs ) {
-   if( !pairs.empty() ) {
-      walks_.add(
-            pairs, []( Pair const & pair ) { return pair; },
-            [ this ]( Pair pair ) { evaluateEntry( pair ); } );
-   }
-   wakeWalks();
+MacWalks::Visit
+MacAddrSm::evaluation() {
+   return [ this ]( Pair pair ) { evaluateEntry( pair ); };
 }
 
 void
-MacAddrSm::evaluateVlan( Bridging::VlanIdOrNone vlanId ) {
-   Bridging::VlanId const vlan( vlanId.value() );
-   if( auto const database = in_.bridgingStatus->fdbStatus( vlan ) ) {
-      walks_.add(
-            database->learnedHost(),
-            [ vlan ]( auto const & member ) { return Pair( member.key, vlan ); },
-            [ this ]( Pair pair ) { evaluateEntry( pair ); }, {}, database );
+MacAddrSm::evaluateVlan( Bridging::VlanId vlanId ) {
+   if( auto const database = in_.bridgingStatus->fdbStatus( vlanId ) ) {
+      walks_.addVlan( vlanId, database, database->learnedHost(), evaluation() );
    }
    wakeWalks();
 }
@@ -500,7 +474,7 @@ MacAddrSm::evaluateVlan( Bridging::VlanIdOrNone vlanId ) {
 // Stations behind it, and claims that wait for something, which may be the interface.
 void
 MacAddrSm::evaluateIntf( Pelt::IntfId intf ) {
-   walkIntf( intf, [ this ]( Pair pair ) { evaluateEntry( pair ); } );
+   walkIntf( intf, evaluation() );
    evaluateWithheld();
 }
 
@@ -514,7 +488,7 @@ MacAddrSm::evaluateWithheld( Bridging::VlanIdOrNone vlanId ) {
       auto const which = std::make_shared< Vlans >();
       withheldWalk_ = which;
       walks_.add(
-            withheld(), []( auto const & member ) { return member.key; },
+            withheld(), MacWalks::byKey,
             [ this, which ]( Pair pair ) {
                withheldWalk_ = withheldWalk_ == which ? nullptr : withheldWalk_;
                if( which->has( {} ) || which->has( pair.vlanId() ) ) {
@@ -530,7 +504,9 @@ MacAddrSm::evaluateWithheld( Bridging::VlanIdOrNone vlanId ) {
 void
 MacAddrSm::evaluateObject( L2Rib::ObjTuple tuple ) {
    if( auto const * hosts = rib_.hosts( tuple ) ) {
-      evaluateAll( *hosts );
+      walks_.add(
+            *hosts, []( Pair const & pair ) { return pair; }, evaluation() );
+      wakeWalks();
    }
 }
 

@@ -14,7 +14,7 @@ class MacFdb {
  public:
    using Pair = Bridging::MacVlanPair;
 
-   // `inputs` outlives it.
+   // `inputs` has a `rmacInfoDir`, and outlives it.
    explicit MacFdb( MacAddrInputs const & inputs ) : in_( inputs ) {}
 
    // Null for none.
@@ -47,7 +47,7 @@ class MacFdb {
    void decRemoteNextHopIdRefcount( std::uint32_t nextHopId );
    void incVlanRemoteMacRefcount( Bridging::VlanId vlanId );
    void decVlanRemoteMacRefcount( Bridging::VlanId vlanId );
-   HobaTypes::RemoteMacInfoDir * rmacInfoDir() const { return in_.rmacInfoDir.get(); }
+   HobaTypes::RemoteMacInfoDir & rmacInfoDir() const { return *in_.rmacInfoDir; }
 
    MacAddrInputs const & in_;
 };

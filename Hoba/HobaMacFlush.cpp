@@ -141,8 +141,7 @@ MacFlush::handleFlushReqTimer() {
       if( !Kiv::guarded( "MacFlush::processFlushReq", each.key, [ & ] {
              processed = processFlushReq( each.what.vlanId, each.what.intf, each.what.addr, done );
           } ) ) {
-         processed = true; // the hardware's failure was told; nobody asks again
-         done();
+         done(); // the hardware's failure was told; nobody asks again
       }
       if( !processed ) {
          waitForAll_.push_back( each.serial );
@@ -154,6 +153,20 @@ MacFlush::handleFlushReqTimer() {
 
 // ---- One request
 
+namespace {
+
+void
+traceUnknown( Pelt::IntfId intf ) {
+   if( isPortChannel( intf ) && !isSubIntf( intf ) ) {
+      ZTRACE( 2, "processFlushReq", ": unknown LAG ", intf );
+   } else {
+      ZTRACE( 2, "processFlushReq", ": unknown intf ", intf );
+      ZTRACE( 2, "Invalid interface, maybe caused by a 10G<->40G switchover" );
+   }
+}
+
+} // namespace
+
 // Returns false if it is for execFlush() to do, and to answer. Otherwise `done` is called when it is over.
 bool
 MacFlush::processFlushReq( VlanIdOrNone vlanId, Pelt::IntfId intf, Pelt::EthAddr addr,
@@ -162,21 +175,11 @@ MacFlush::processFlushReq( VlanIdOrNone vlanId, Pelt::IntfId intf, Pelt::EthAddr
    if( !addr.isZero() ) {
       flushAddr( addr, vlanId );
       done();
-   } else if( intf && isPortChannel( intf ) && !isSubIntf( intf ) ) {
-      if( sm_.sources().hasIntf( intf ) ) {
-         flushIntf( intf, vlanId, done );
-      } else {
-         ZTRACE( 2, "processFlushReq", ": unknown LAG ", intf );
-         done();
-      }
+   } else if( intf && sm_.sources().hasIntf( intf ) ) {
+      flushIntf( getParentIntfId( intf ), vlanId, done );
    } else if( intf ) {
-      if( sm_.sources().hasIntf( intf ) ) {
-         flushIntf( getParentIntfId( intf ), vlanId, done );
-      } else {
-         ZTRACE( 2, "processFlushReq", ": unknown intf ", intf );
-         ZTRACE( 2, "Invalid interface, maybe caused by a 10G<->40G switchover" );
-         done();
-      }
+      traceUnknown( intf );
+      done();
    } else if( vlanId.value() ) {
       flushVlan( VlanId( vlanId.value() ), done );
    } else {
@@ -223,14 +226,7 @@ MacFlush::execFlush() {
    sm_.flushAllIs( false );
    auto const serials = std::exchange( waitForAll_, {} );
    Kiv::guarded( "MacFlush::execFlush", {}, [ & ] { sm_.helper().call< &Helper::flushAll >(); } );
-   auto const flush = begin();
-   auto const status = sm_.inputs().bridgingStatus;
-   for( auto const & [ vlanId, database ] : status->fdbStatus() ) {
-      sm_.walks().add(
-            database->learnedHost(),
-            [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); },
-            visitor( flush ), {}, database );
-   }
+   sm_.walks().addStatus( *sm_.inputs().bridgingStatus, visitor( begin() ) );
    sm_.walks().add( ender( [ this, serials ] {
       for( auto const serial : serials ) {
          answer( serial );
@@ -263,10 +259,9 @@ MacFlush::flushIntf( Pelt::IntfId intf, VlanIdOrNone vlanId, MacWalks::Done done
    } else {
       sm_.helper().call< &Helper::flushVlanPort >( vlanId, intf );
    }
-   auto const flush = begin();
    sm_.walkIntf(
          intf,
-         [ visit = visitor( flush ), vlanId ]( Pair pair ) {
+         [ visit = visitor( begin() ), vlanId ]( Pair pair ) {
             if( !vlanId.value() || pair.vlanId() == vlanId ) {
                visit( pair );
             }
@@ -283,10 +278,8 @@ MacFlush::flushVlan( VlanId vlanId, MacWalks::Done done ) {
       ender( std::move( done ) )();
       return;
    }
-   sm_.walks().add(
-         database->learnedHost(),
-         [ vlanId ]( auto const & member ) { return Pair( member.key, vlanId ); }, visitor( flush ),
-         ender( std::move( done ) ), database );
+   sm_.walks().addVlan( vlanId, database, database->learnedHost(), visitor( flush ),
+                        ender( std::move( done ) ) );
    sm_.wakeWalks();
 }
 
@@ -315,26 +308,19 @@ MacFlush::handleRemoteMacFlushRequest( VXLAN::FlushReqKey const & key ) {
    if( !table->requestHas( key ) ) {
       return;
    }
-   auto const flush = begin();
-   auto const visit = visitor( flush );
-   auto const matches = [ this, key ]( Pair pair ) {
+   auto const visit = [ this, key, visit = visitor( begin() ) ]( Pair pair ) {
       auto const entry = sm_.currentEntry( pair );
-      return entry && Bridging::isEntryTypeRemote( entry->entryType ) &&
-             ( !key.swTunnelGroupId || entry->swTunnelGroupId == key.swTunnelGroupId );
-   };
-   auto const status = sm_.inputs().bridgingStatus;
-   for( auto const & [ vlanId, database ] : status->fdbStatus() ) {
-      if( !key.vlanId.value() || vlanId.value() == key.vlanId.value() ) {
-         sm_.walks().add(
-               database->learnedHost(),
-               [ vlan = vlanId ]( auto const & member ) { return Pair( member.key, vlan ); },
-               [ visit, matches ]( Pair pair ) {
-                  if( matches( pair ) ) {
-                     visit( pair );
-                  }
-               },
-               {}, database );
+      if( entry && Bridging::isEntryTypeRemote( entry->entryType ) &&
+          ( !key.swTunnelGroupId || entry->swTunnelGroupId == key.swTunnelGroupId ) ) {
+         visit( pair );
       }
+   };
+   auto const & status = *sm_.inputs().bridgingStatus;
+   if( !key.vlanId.value() ) {
+      sm_.walks().addStatus( status, visit );
+   } else if( VlanId const vlan( key.vlanId.value() );
+              auto const database = status.fdbStatus( vlan ) ) {
+      sm_.walks().addVlan( vlan, database, database->learnedHost(), visit );
    }
    sm_.walks().add( ender( [ table, key ] { table->requestDel( key ); } ) );
    sm_.wakeWalks();

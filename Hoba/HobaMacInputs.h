@@ -56,7 +56,8 @@ struct MacAddrInputs {
    Kiv::Ptr< Bridging::Status > bridgingStatus;
    Kiv::Ptr< Bridging::DynamicHostStatus > dynamicHostStatus;
    Kiv::Ptr< Bridging::AllHostTableFlushReplyDir > flushReplyDir;
-   // Written in part: see its declaration. Requests to flush remote stations are removed from it.
+   // Written in part: see its declaration. Requests to flush remote stations are removed from it. The machine
+   // makes one of its own if there is none.
    Kiv::Ptr< HobaTypes::RemoteMacInfoDir > rmacInfoDir;
 };
 

@@ -1,23 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Hoba/HobaMacRib.h"
 
+#include "Kiv/SetsByKey.h"
+
 namespace Hoba {
-
-namespace {
-
-// The member leaves the set of the key, and the set goes with its last one.
-template< class Sets, class Key, class Member >
-void
-leave( Sets & sets, Key const & key, Member const & member ) {
-   if( auto * set = sets.find( key ) ) {
-      set->erase( member );
-      if( set->empty() ) {
-         sets.erase( key );
-      }
-   }
-}
-
-} // namespace
 
 void
 MacRib::hostIs( Pair pair, L2Rib::ObjTuple tuple ) {
@@ -27,13 +13,13 @@ MacRib::hostIs( Pair pair, L2Rib::ObjTuple tuple ) {
       return;
    }
    if( tuple ) {
-      l2RibObjTupleToDependantHosts_.tryEmplace( tuple ).value->insert( pair );
+      Kiv::addToSet( l2RibObjTupleToDependantHosts_, tuple, pair );
       hostToObjTupleCache_.insertOrAssign( pair, tuple );
    } else {
       hostToObjTupleCache_.erase( pair );
    }
    if( former ) {
-      leave( l2RibObjTupleToDependantHosts_, former, pair );
+      Kiv::removeFromSet( l2RibObjTupleToDependantHosts_, former, pair );
    }
 }
 
@@ -41,12 +27,12 @@ void
 MacRib::balanceIs( L2Rib::ObjTuple balance, std::vector< L2Rib::ObjTuple > const & dests ) {
    if( auto const former = lbToObjTupleSetCache_.extract( balance ) ) {
       for( auto const & dest : *former ) {
-         leave( l2RibObjTupleToDependantObjTuples_, dest, balance );
+         Kiv::removeFromSet( l2RibObjTupleToDependantObjTuples_, dest, balance );
       }
    }
    for( auto const & dest : dests ) {
-      l2RibObjTupleToDependantObjTuples_.tryEmplace( dest ).value->insert( balance );
-      lbToObjTupleSetCache_.tryEmplace( balance ).value->insert( dest );
+      Kiv::addToSet( l2RibObjTupleToDependantObjTuples_, dest, balance );
+      Kiv::addToSet( lbToObjTupleSetCache_, balance, dest );
    }
 }
 

@@ -15,7 +15,7 @@ struct MacSources::Gather {
    MacVlanPair const pair;
    HobaTypes::MacAddressTableEntry const * const record;
    MacCandidates & found;
-   std::vector< MacNoCandidate > * const none;
+   std::vector< MacNoCandidate > & none;
 
    // What others wrote is not believed blindly. The operator's own was looked at, but for its place: a remote
    // station is behind a VXLAN interface, and no other one is; behind which, an object of the RIB may not say yet.
@@ -38,9 +38,7 @@ struct MacSources::Gather {
       }
    }
    void refuse( MacSource source, MacObstacle obstacle, MacEntry const & entry ) {
-      if( none ) {
-         none->push_back( { source, obstacle, entry } );
-      }
+      none.push_back( { source, obstacle, entry } );
    }
 };
 
@@ -77,7 +75,7 @@ isOverlaySource( L2Rib::Source source ) {
 // A source may name the tunnels alone: behind which interface they are, others have told.
 void
 MacSources::findTunnelIntf( MacEntry & entry ) const {
-   if( !entry.intf && entry.swTunnelGroupId && in_.rmacInfoDir ) {
+   if( !entry.intf && entry.swTunnelGroupId ) {
       HOBA_INVARIANT( in_.rmacInfoDir->tunnelInfoDir(), "rmacInfoDir()->tunnelInfoDir()" );
       entry.intf = in_.rmacInfoDir->tunnelInfoDir()->tunnelInfo( entry.swTunnelGroupId ).intf;
    }
@@ -247,10 +245,8 @@ MacSources::fromDot1xHostTable( Gather & gather ) const {
 
 void
 MacSources::fromReceivedRemoteHost( Gather & gather ) const {
-   auto const * host =
-         in_.rmacInfoDir ? in_.rmacInfoDir->receivedRemoteHost()->remoteHost().find( gather.pair )
-                         : nullptr;
-   if( host ) {
+   if( auto const * host =
+             in_.rmacInfoDir->receivedRemoteHost()->remoteHost().find( gather.pair ) ) {
       auto entry =
             entryOf( gather.pair, host->intf, Bridging::receivedRemoteMac, macPreferenceDefault );
       entry.swTunnelGroupId = SwTunnelGroupId( host->tunnelGroup );
@@ -281,9 +277,9 @@ MacSources::fromFailedServer( Gather & gather ) const {
    }
 }
 
-void
-MacSources::candidates( MacVlanPair pair, HobaTypes::MacAddressTableEntry const * record,
-                        MacCandidates & found, std::vector< MacNoCandidate > * none ) const {
+MacCandidate const *
+MacSources::configuredEntry( MacVlanPair pair, HobaTypes::MacAddressTableEntry const * record,
+                             MacCandidates & found, std::vector< MacNoCandidate > & none ) const {
    Gather gather{ pair, record, found, none };
    fromL2Rib( gather );
    fromEvpnMacTable( gather );
@@ -295,22 +291,15 @@ MacSources::candidates( MacVlanPair pair, HobaTypes::MacAddressTableEntry const 
    fromReceivedRemoteHost( gather );
    fromMacTable( gather );
    fromFailedServer( gather );
-}
-
-std::optional< MacCandidate >
-MacSources::configuredEntry( MacVlanPair pair ) const {
-   MacCandidates found;
-   candidates( pair, record( pair ), found );
-   auto const * best = bestCandidate( found.all(), groups() );
-   return best ? std::optional( *best ) : std::nullopt;
+   return bestCandidate( found.all(), groups() );
 }
 
 // ---- What was learnt
 
 Vxlan::TunnelLearnEvent const *
 MacSources::tunnelLearnEvent( MacVlanPair pair ) const {
-   if( !in_.rmacInfoDir || in_.rmacInfoDir->tunnelLearnEvent()->event().empty() ||
-       !in_.vlanVniMap || !pair.vlanId().value() ) {
+   if( in_.rmacInfoDir->tunnelLearnEvent()->event().empty() || !in_.vlanVniMap ||
+       !pair.vlanId().value() ) {
       return nullptr;
    }
    auto const * vni = in_.vlanVniMap->vni().find( Bridging::VlanId( pair.vlanId().value() ) );
@@ -425,8 +414,8 @@ MacSources::isNonAgingMac( MacVlanPair pair ) const {
 
 bool
 MacSources::overlayRestarts() const {
-   return in_.rmacInfoDir && ( in_.rmacInfoDir->bootStatus()->hitlessRestartInProgress() ||
-                               !in_.rmacInfoDir->bootStatus()->remoteMacsReady() );
+   auto const & boot = *in_.rmacInfoDir->bootStatus();
+   return boot.hitlessRestartInProgress() || !boot.remoteMacsReady();
 }
 
 bool

@@ -75,11 +75,12 @@ class MacSources {
    HobaTypes::MacAddressTableEntry const * record( Bridging::MacVlanPair pair ) const {
       return in_.macTable ? in_.macTable->macEntry().find( pair ) : nullptr;
    }
-   // All candidates; what is listed and is none goes to `none`, if anybody wants it.
-   void candidates( Bridging::MacVlanPair pair, HobaTypes::MacAddressTableEntry const * record,
-                    MacCandidates & found, std::vector< MacNoCandidate > * none = nullptr ) const;
-   // The best of them, as the rules of arbitration say.
-   std::optional< MacCandidate > configuredEntry( Bridging::MacVlanPair pair ) const;
+   // Gathers all candidates to `found`, and what is listed and is none to `none`. Returns the best, as the
+   // rules of arbitration say; null for none.
+   MacCandidate const * configuredEntry( Bridging::MacVlanPair pair,
+                                         HobaTypes::MacAddressTableEntry const * record,
+                                         MacCandidates & found,
+                                         std::vector< MacNoCandidate > & none ) const;
 
    // What was learnt. `learnedInHardware`: by the hardware itself, which holds it.
    std::optional< MacEntry > reported( Bridging::MacVlanPair pair,

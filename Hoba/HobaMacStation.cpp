@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Hoba/HobaMacAddrSm.h"
+#include "Kiv/SetsByKey.h"
 #include "Zipline/Zipline.h"
 
 ZIPLINE_HANDLE( HobaMacStation );
@@ -124,8 +125,7 @@ gather( MacAddrSm const & sm, Bridging::MacVlanPair pair, bool reportIsLost, Gat
    auto const & sources = sm.sources();
    // What has lost is what was learnt: then there is nothing else in the table of reports.
    auto const * record = reportIsLost ? nullptr : sources.record( pair );
-   sources.candidates( pair, record, all.candidates, &none );
-   all.best = bestCandidate( all.candidates.all(), sources.groups() );
+   all.best = sources.configuredEntry( pair, record, all.candidates, none );
    all.current = sm.currentEntry( pair );
    auto & claims = all.claims;
    // Looking at the clock costs as much as all the rest.
@@ -505,7 +505,7 @@ MacAddrSm::maybeUpdateMoveCount( MacEntry const & entry, MacEntry const * curren
    }
    ZTRACE( 5, pair, " update moves from ", from, " to ", entry.moveCount, " type ", type );
    fdb_.addToFdbStatus( entry );
-   if( in_.rmacInfoDir && in_.rmacInfoDir->remoteHost()->remoteMacHas( pair ) ) {
+   if( in_.rmacInfoDir->remoteHost()->remoteMacHas( pair ) ) {
       ZTRACE( 5, pair, "update remoteHostTable moves from ", from, " to ", entry.moveCount );
       in_.rmacInfoDir->remoteHost()->remoteMacIs( entry );
    }
@@ -518,15 +518,10 @@ MacAddrSm::indexIs( Pair pair, Pelt::IntfId from, Pelt::IntfId to ) {
       return;
    }
    if( to ) {
-      hostsByIntf_.tryEmplace( to ).value->insert( pair );
+      Kiv::addToSet( hostsByIntf_, to, pair );
    }
    if( from ) {
-      if( auto * hosts = hostsByIntf_.find( from ) ) {
-         hosts->erase( pair );
-         if( hosts->empty() ) {
-            hostsByIntf_.erase( from );
-         }
-      }
+      Kiv::removeFromSet( hostsByIntf_, from, pair );
    }
 }
 

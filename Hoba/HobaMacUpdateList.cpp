@@ -17,10 +17,9 @@ void
 MacAddrSm::updateQueuedAddresses() {
    Kiv::Dispatch::Frame frame;
    auto const clock = updateMacEntryClock();
-   auto const end = clock->now() + commonSmData()->yieldTimeSlice();
-   for( std::uint32_t done = 0; isReady() && !updateList().empty(); ++done ) {
-      if( done > 0 &&
-          ( done >= macModifyBacklogQuantum() || ( done % 8 == 7 && clock->now() >= end ) ) ) {
+   TimeSlice slice( *this, *clock, macModifyBacklogQuantum() );
+   while( isReady() && !updateList().empty() ) {
+      if( !slice.next() ) {
          ZTRACE( 6, "updateQueuedAddresses: Returned not complete" );
          clock->noLaterThan( clock->now() );
          return;
@@ -294,13 +293,14 @@ MacAddrSm::retryRefused() {
 // Each once: what is refused again stands behind them.
 void
 MacAddrSm::retrySome() {
-   auto const end = now() + commonSmData()->yieldTimeSlice();
-   for( std::uint32_t done = 0; retries_ > 0; ++done, --retries_ ) {
+   auto const clock = retryClock();
+   TimeSlice slice( *this, *clock, macModifyBacklogQuantum() );
+   for( ; retries_ > 0; --retries_ ) {
       if( refusedList().empty() || !isReady() ) {
          retries_ = 0;
          return;
       }
-      if( done > 0 && ( done >= macModifyBacklogQuantum() || ( done % 8 == 0 && now() >= end ) ) ) {
+      if( !slice.next() ) {
          return;
       }
       auto const again = ( *refusedList().begin() ).value;

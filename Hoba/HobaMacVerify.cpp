@@ -37,14 +37,8 @@ MacVerify::begin() {
    verifyLearning();
    mismatch(
          sm_.helper()->verifyNumRemoteHost( static_cast< std::uint32_t >( sm_.fdb().remotes() ) ) );
-   for( auto const & [ vlanId, database ] : sm_.inputs().bridgingStatus->fdbStatus() ) {
-      walks_.add(
-            database->learnedHost(),
-            [ vlan = vlanId ]( auto const & member ) {
-               return Bridging::MacVlanPair( member.key, vlan );
-            },
-            [ this ]( Bridging::MacVlanPair pair ) { verifyEntry( pair ); }, {}, database );
-   }
+   walks_.addStatus( *sm_.inputs().bridgingStatus,
+                     [ this ]( Bridging::MacVlanPair pair ) { verifyEntry( pair ); } );
 }
 
 void

@@ -5,7 +5,7 @@
 // were asked for, and are cut into slices. What goes from a collection meanwhile is not visited, what comes is.
 // A visit that throws has had its turn, and so has what is called at the end: the rest goes on.
 
-#include "Bridging/MacVlanPair.h"
+#include "Bridging/Fdb.h"
 #include "Hoba/HobaSlicedWalk.h"
 #include "Kiv/ClockDriver.h"
 
@@ -33,6 +33,25 @@ class MacWalks {
       walk->walk.start( collection );
       walks_.push_back( std::move( walk ) );
    }
+   // The station that a member is about, of collections by station.
+   static constexpr auto byKey = []( auto const & member ) -> Bridging::MacVlanPair {
+      return member.key;
+   };
+   // Visits the stations of a VLAN, whose addresses `owner` has in `hosts`.
+   template< class Owner, class Hosts >
+   void addVlan( Bridging::VlanId vlan, Kiv::Ptr< Owner > const & owner, Hosts const & hosts,
+                 Visit visit, Done done = {} ) {
+      add(
+            hosts,
+            [ vlan ]( auto const & member ) { return Bridging::MacVlanPair( member.key, vlan ); },
+            std::move( visit ), std::move( done ), owner );
+   }
+   // Visits all stations that are in force.
+   void addStatus( Bridging::Status const & status, Visit const & visit ) {
+      for( auto const & [ vlan, database ] : status.fdbStatus() ) {
+         addVlan( vlan, database, database->learnedHost(), visit );
+      }
+   }
    // Visits these.
    void add( std::vector< Bridging::MacVlanPair > pairs, Visit visit ) {
       auto walk = std::make_shared< WalkOverList >();
@@ -48,7 +67,6 @@ class MacWalks {
    }
 
    bool empty() const { return walks_.empty(); }
-   std::size_t size() const { return walks_.size(); }
    // None has another visit, the one under way included, and none its end.
    void clear() {
       for( auto const & walk : std::exchange( walks_, {} ) ) {
@@ -121,12 +139,10 @@ class MacWalks {
    };
    struct WalkOverList : Walk {
       bool run( HobaBaseSm & machine, std::uint32_t quantum ) override {
-         auto const & driver = Kiv::ClockDriver::ambient();
-         auto const end = driver.now() + machine.commonSmData()->yieldTimeSlice();
-         for( std::uint32_t visited = 0;
-              next < pairs.size() && !isOver && !machine.kivMarkedForDeletion(); ++visited ) {
-            if( visited > 0 &&
-                ( visited >= quantum || ( visited % 8 == 0 && driver.now() >= end ) ) ) {
+         SliceClock const clock;
+         TimeSlice slice( machine, clock, quantum );
+         while( next < pairs.size() && !isOver && !machine.kivMarkedForDeletion() ) {
+            if( !slice.next() ) {
                return false;
             }
             visitOne( pairs[ next++ ] );

@@ -8,8 +8,8 @@ ZIPLINE_HANDLE( HobaSlicedWalk );
 namespace Hoba {
 
 void
-traceYield( std::string_view machine, std::uint32_t visited ) {
-   ZTRACE( 6, machine, " yields after ", visited );
+traceYield( std::string_view machine, std::uint32_t done ) {
+   ZTRACE( 6, machine, " yields after ", done );
 }
 
 } // namespace Hoba

@@ -26,8 +26,39 @@
 
 namespace Hoba {
 
-// Traces that `visited` members were enough for now.
-void traceYield( std::string_view machine, std::uint32_t visited );
+// Traces that so many were enough for now.
+void traceYield( std::string_view machine, std::uint32_t done );
+
+// What one turn of the thread may do: up to `quantum` things, for as long as the context's yieldTimeSlice, but at
+// least one.
+template< class Clock >
+class TimeSlice {
+ public:
+   // The clock outlives it.
+   TimeSlice( HobaBaseSm & machine, Clock const & clock, std::uint32_t quantum )
+         : clock_( clock ), quantum_( quantum ),
+           end_( clock.now() + machine.commonSmData()->yieldTimeSlice() ) {}
+
+   // Whether there is time for one more, which counts as done then.
+   bool next() {
+      if( done_ > 0 &&
+          ( done_ >= quantum_ || ( done_ % doneBetweenLooks == 0 && clock_.now() >= end_ ) ) ) {
+         return false;
+      }
+      ++done_;
+      return true;
+   }
+   std::uint32_t done() const { return done_; }
+
+ private:
+   // Looking at a clock costs as much as a short visit.
+   static constexpr std::uint32_t doneBetweenLooks = 8;
+
+   Clock const & clock_;
+   std::uint32_t const quantum_;
+   Kiv::Seconds const end_;
+   std::uint32_t done_ = 0;
+};
 
 template< class Collection >
 class SlicedWalk {
@@ -46,15 +77,13 @@ class SlicedWalk {
    template< class Clock, class Visit >
    bool run( HobaBaseSm & machine, Clock & clock, std::uint32_t quantum, Visit const & visit ) {
       Kiv::Dispatch::Frame frame;
-      auto const end = clock.now() + machine.commonSmData()->yieldTimeSlice();
-      for( std::uint32_t visited = 0; walking() && !machine.kivMarkedForDeletion(); ) {
-         if( visited > 0 && ( visited >= quantum ||
-                              ( visited % visitsBetweenLooks == 0 && clock.now() >= end ) ) ) {
-            traceYield( machine.fwkType().name(), visited );
+      TimeSlice slice( machine, clock, quantum );
+      while( walking() && !machine.kivMarkedForDeletion() ) {
+         if( !slice.next() ) {
+            traceYield( machine.fwkType().name(), slice.done() );
             clock.noLaterThan( clock.now() );
             return false;
          }
-         ++visited;
          restarted_ = false;
          try {
             visit( *place_ );
@@ -71,9 +100,6 @@ class SlicedWalk {
    }
 
  private:
-   // Looking at a clock costs as much as a short visit.
-   static constexpr std::uint32_t visitsBetweenLooks = 8;
-
    void step() {
       if( !restarted_ ) {
          ++place_;

@@ -124,19 +124,10 @@ namespace {
 // A kind of event about a station, as "static-mac-address" or by its full name.
 HobaEvent::HobaEventType
 kindOf( String const & kind ) {
-   String expected;
-   for( auto const & [ name, value ] : kivEnumNames( HobaEvent::HobaEventType{} ).all() ) {
-      if( value <= HobaEvent::eventTypeAutonegFailed ) {
-         continue;
-      }
-      auto word = spelled( name, "eventType" );
-      std::replace( word.begin(), word.end(), ' ', '-' );
-      if( word == kind || name == kind ) {
-         return static_cast< HobaEvent::HobaEventType >( value );
-      }
-      expected += ( expected.empty() ? "one of " : ", " ) + word;
-   }
-   Kiv::parseFailed( kind, expected );
+   return enumeratorOf< HobaEvent::HobaEventType >( kind, []( auto type, auto const & name ) {
+      bool const isOfStations = type > HobaEvent::eventTypeAutonegFailed;
+      return isOfStations ? spelled( name, "eventType" ) : String();
+   } );
 }
 
 } // namespace

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/features/Stations.h"
 
-#include "Hoba/HobaMacEvaluation.h"
-
 #include "Hoba/HobaHelper.h"
+#include "Hoba/HobaMacEvaluation.h"
 
 #include <cstdio>
 
@@ -72,17 +71,8 @@ macTypeText( Bridging::EntryType type ) {
 
 Bridging::EntryType
 macTypeOf( String const & text ) {
-   String expected;
-   for( auto const & [ name, value ] : kivEnumNames( Bridging::EntryType{} ).all() ) {
-      auto const type = static_cast< Bridging::EntryType >( value );
-      auto word = macTypeText( type );
-      std::replace( word.begin(), word.end(), ' ', '-' );
-      if( word == text || name == text ) {
-         return type;
-      }
-      expected += ( expected.empty() ? "one of " : ", " ) + word;
-   }
-   Kiv::parseFailed( text, expected );
+   return enumeratorOf< Bridging::EntryType >(
+         text, []( auto type, auto const & ) { return macTypeText( type ); } );
 }
 
 } // namespace HobaAgent

@@ -69,6 +69,26 @@ Kiv::String speedText( std::uint64_t kbps );
 // An enumerator as words: "mac address learned" of eventTypeMacAddressLearned, without the prefix
 // eventType that is common to all and says nothing.
 Kiv::String spelled( Kiv::String const & enumerator, std::string_view prefix = {} );
+// The enumerator of that name, or of that word with hyphens between, as operators type it: `wordOf` says the word
+// with blanks, and an empty one of what nobody can ask for. Throws Kiv::ParseError that lists all words.
+template< class Enum, class WordOf >
+Enum
+enumeratorOf( Kiv::String const & text, WordOf const & wordOf ) {
+   Kiv::String expected;
+   for( auto const & [ name, value ] : kivEnumNames( Enum{} ).all() ) {
+      auto const enumerator = static_cast< Enum >( value );
+      Kiv::String word = wordOf( enumerator, name );
+      if( word.empty() ) {
+         continue;
+      }
+      std::replace( word.begin(), word.end(), ' ', '-' );
+      if( word == text || name == text ) {
+         return enumerator;
+      }
+      expected += ( expected.empty() ? "one of " : ", " ) + word;
+   }
+   Kiv::parseFailed( text, expected );
+}
 // "Ethernet1, Ethernet2, Ethernet5/1-48", by number; "-" for none.
 Kiv::String listText( std::vector< Pelt::IntfId > intfs );
 

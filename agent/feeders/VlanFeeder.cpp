@@ -4,9 +4,11 @@
 #include "Hoba/HobaHook.h"
 #include "Hoba/HobaSlicedWalk.h"
 #include "Kiv/Reflect.h"
+#include "Kiv/SetsByKey.h"
 #include "Zipline/Zipline.h"
 
 #include <algorithm>
+#include <limits>
 
 ZIPLINE_HANDLE( VlanFeeder );
 
@@ -20,9 +22,6 @@ using Bridging::VlanSet;
 using Helper = Hoba::VlanHelperBase;
 
 namespace {
-
-// Looking at a clock costs as much as a short review.
-constexpr unsigned reviewsBetweenLooks = 8;
 
 // Set while it lives.
 class Flag {
@@ -56,14 +55,6 @@ append( std::vector< Pelt::IntfId > & intfs, Sets const & sets, VlanId vlan ) {
       for( auto const & intf : *set ) {
          intfs.push_back( intf );
       }
-   }
-}
-
-template< class Sets >
-void
-erase( Sets & sets, VlanId vlan, Pelt::IntfId intf ) {
-   if( auto * set = sets.find( vlan ); set && set->erase( intf ) && set->empty() ) {
-      sets.erase( vlan );
    }
 }
 
@@ -180,13 +171,11 @@ VlanFeeder::isWanted( VlanId vlan ) const {
 void
 VlanFeeder::listIs( VlanId vlan, Pelt::IntfId intf, bool listed ) {
    if( listed ) {
-      listed_.tryEmplace( vlan ).value->insert( intf );
-      listing_.tryEmplace( intf ).value->insert( vlan );
-      return;
-   }
-   erase( listed_, vlan, intf );
-   if( auto * vlans = listing_.find( intf ); vlans && vlans->erase( vlan ) && vlans->empty() ) {
-      listing_.erase( intf );
+      Kiv::addToSet( listed_, vlan, intf );
+      Kiv::addToSet( listing_, intf, vlan );
+   } else {
+      Kiv::removeFromSet( listed_, vlan, intf );
+      Kiv::removeFromSet( listing_, intf, vlan );
    }
 }
 
@@ -372,11 +361,11 @@ VlanFeeder::indexAccess( Pelt::IntfId intf ) {
       return;
    }
    if( known ) {
-      erase( accessPorts_, *known, intf );
+      Kiv::removeFromSet( accessPorts_, *known, intf );
       accessVlan_.erase( intf );
    }
    if( isAccess ) {
-      accessPorts_.tryEmplace( VlanId( native ) ).value->insert( intf );
+      Kiv::addToSet( accessPorts_, VlanId( native ), intf );
       accessVlan_.insertOrAssign( intf, VlanId( native ) );
    }
 }
@@ -387,15 +376,13 @@ VlanFeeder::work() {
       return;
    }
    Flag const working( working_ );
-   auto const end = clock()->now() + commonSmData()->yieldTimeSlice();
+   auto const timer = clock();
+   Hoba::TimeSlice slice( *this, *timer, std::numeric_limits< std::uint32_t >::max() );
    // Whoever hears of one may change others.
-   for( unsigned reviews = 0; !waiting().empty() || !leaving().empty(); ++reviews ) {
-      if( kivMarkedForDeletion() ) {
-         return;
-      }
-      if( reviews && reviews % reviewsBetweenLooks == 0 && clock()->now() >= end ) {
-         Hoba::traceYield( "VlanFeeder", reviews );
-         return clock()->noLaterThan( clock()->now() );
+   while( !kivMarkedForDeletion() && !( waiting().empty() && leaving().empty() ) ) {
+      if( !slice.next() ) {
+         Hoba::traceYield( "VlanFeeder", slice.done() );
+         return timer->noLaterThan( timer->now() );
       }
       if( !waiting().empty() ) {
          auto const intf = *waiting().first();
@@ -465,12 +452,7 @@ VlanFeeder::tellVlans( Pelt::IntfId intf, Hoba::IntfVlans const & held, bool nat
 
 void
 VlanFeeder::unsureIs( VlanId vlan, Pelt::IntfId intf, bool unsure ) {
-   if( unsure ) {
-      unsure_.tryEmplace( intf ).value->insert( vlan );
-   } else if( auto * vlans = unsure_.find( intf );
-              vlans && vlans->erase( vlan ) && vlans->empty() ) {
-      unsure_.erase( intf );
-   }
+   unsure ? Kiv::addToSet( unsure_, intf, vlan ) : Kiv::removeFromSet( unsure_, intf, vlan );
 }
 
 void

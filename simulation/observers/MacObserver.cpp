@@ -205,9 +205,6 @@ MacObserver::saidIs( Pair pair, MacModel::Said const & said ) {
    if( station.said.macTable != said.macTable || station.said.tunnel != said.tunnel ) {
       station.isLost = false;
       sinceGone_.insert( pair );
-      for( auto & [ key, flush ] : flushes_ ) {
-         flush.spared.insert( pair );
-      }
    }
    if( said.failed && said.failed != station.said.failed ) {
       station.failedSince = simulated().now();
@@ -257,7 +254,7 @@ MacObserver::hearFlushes() {
          // One that a former machine has answered is over.
          bool const isDone = textAt( "/bridging/flush/reply/agent/" + key.first + "/reply/" +
                                      key.second ) == "true";
-         flushes_[ key ] = { request, {}, isDone };
+         flushes_[ key ] = { request, isDone };
       }
    }
 }

@@ -45,10 +45,9 @@ class MacObserver : public Observer {
       Kiv::String obstacle;
       Kiv::Seconds since = 0;
    };
-   // A flush that was asked for, until it is answered. `spared`: reported since.
+   // A flush that was asked for, until it is answered.
    struct Flush {
       Bridging::HostTableFlushRequest what;
-      std::set< Pair > spared;
       bool isDone = false;
    };
    using FlushKey = std::pair< Kiv::String, Kiv::String >;

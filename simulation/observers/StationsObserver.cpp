@@ -18,77 +18,6 @@ String const capacityPath = "/sim/chip/mac/hostTable/capacity";
 
 constexpr char const * settings[] = { "agingTime", "sourceMacInvalid", "sourceCheckCpuMac" };
 
-// What an event does to the table of the machines.
-enum Doing { learns, ages, agesLocal, agesRemote, deletes };
-
-struct Kind {
-   char const * word; // as operators type it
-   HobaEvent::HobaEventType type;
-   Doing doing;
-   // Of the entry: behind a port or LAG, and behind a VXLAN interface.
-   Bridging::EntryType local = Bridging::entryTypeUnknown;
-   Bridging::EntryType remote = local;
-};
-
-constexpr Kind kinds[] = {
-      { "mac-address-learned", HobaEvent::eventTypeMacAddressLearned, learns,
-        Bridging::learnedDynamicMac, Bridging::learnedRemoteMac },
-      { "mac-address-aged", HobaEvent::eventTypeMacAddressAged, ages },
-      { "mac-address-aged-local", HobaEvent::eventTypeMacAddressAgedLocal, agesLocal },
-      { "mac-address-aged-remote", HobaEvent::eventTypeMacAddressAgedRemote, agesRemote },
-      { "mac-address-deleted", HobaEvent::eventTypeMacAddressDeleted, deletes },
-      { "drop-mac-address", HobaEvent::eventTypeDropMacAddress, deletes },
-      { "static-mac-address", HobaEvent::eventTypeStaticMacAddress, learns,
-        Bridging::configuredStaticMac, Bridging::configuredRemoteMac },
-      { "authenticated-mac", HobaEvent::eventTypeAuthenticatedMac, learns,
-        Bridging::authenticatedMac },
-      { "evpn-intf-dynamic-mac", HobaEvent::eventTypeEvpnIntfDynamicMac, learns,
-        Bridging::evpnIntfDynamicMac, Bridging::evpnDynamicRemoteMac },
-      { "peer-mac-address-learned", HobaEvent::eventTypePeerMacAddressLearned, learns,
-        Bridging::peerDynamicMac, Bridging::peerLearnedRemoteMac },
-      { "peer-static-mac-address", HobaEvent::eventTypePeerStaticMacAddress, learns,
-        Bridging::peerStaticMac, Bridging::peerStaticRemoteMac },
-      { "peer-authenticated-mac", HobaEvent::eventTypePeerAuthenticatedMac, learns,
-        Bridging::peerAuthenticatedMac },
-};
-
-Kind const *
-kindOf( String const & word ) {
-   auto const found = std::ranges::find_if( kinds, [ & ]( Kind const & kind ) {
-      return kind.word == word || toText( kind.type ) == word;
-   } );
-   return found == std::end( kinds ) ? nullptr : found;
-}
-
-// What stations can be behind.
-std::optional< HobaEvent::PortType >
-portTypeOf( IntfId intf ) {
-   if( Pelt::VxlanIntfId::isVxlanIntfId( intf ) ) {
-      return HobaEvent::vxlanPort;
-   }
-   if( Pelt::PortChannelIntfId::isPortChannelIntfId( intf ) ) {
-      return HobaEvent::trunkPort;
-   }
-   return Pelt::EthIntfId::isEthIntfId( intf ) || Pelt::CpuIntfId::isCpuIntfId( intf )
-                ? std::optional( HobaEvent::fpPort )
-                : std::nullopt;
-}
-
-// The interface, if it is one with stations behind it.
-std::optional< IntfId >
-intfIn( String const & word ) {
-   auto const intf = parsed< IntfId >( word );
-   return intf && portTypeOf( *intf ) ? intf : std::nullopt;
-}
-
-// The words of a station: its address, and its VLAN, which it must have.
-std::optional< Bridging::MacVlanPair >
-hostIn( String const & mac, String const & vlan ) {
-   auto const addr = parsed< Pelt::EthAddr >( mac );
-   auto const vlanId = parsed< Bridging::VlanId >( vlan );
-   return addr && vlanId ? std::optional( Bridging::MacVlanPair( *addr, *vlanId ) ) : std::nullopt;
-}
-
 using Row = StationsObserver::Row;
 
 // The chip learnt it, or software wants it in the table as if it had.
@@ -96,18 +25,6 @@ bool
 isLearnt( Row const & row ) {
    return row.byChip || row.entryType == Bridging::learnedDynamicMac ||
           ( row.ages && row.entryType == Bridging::learnedRemoteMac );
-}
-
-HobaEvent
-eventOf( HobaEvent::HobaEventType type, Bridging::MacVlanPair host, IntfId intf,
-         std::uint32_t tunnel = 0 ) {
-   HobaEvent event;
-   event.eventType = type;
-   event.portType = *portTypeOf( intf );
-   event.port = intf;
-   event.tunnelId = event.portType == HobaEvent::vxlanPort ? tunnel : 0;
-   event.host = host;
-   return event;
 }
 
 } // namespace
@@ -199,7 +116,8 @@ StationsObserver::propose( Draw & draw, Steps & steps ) {
 // Of any kind, in order or ahead.
 void
 StationsObserver::proposeEvent( Draw & draw, Steps & steps ) const {
-   auto const & kind = kinds[ draw.chance( 25 ) ? 0 : draw.below( std::size( kinds ) ) ];
+   auto const & kind =
+         stationEvents()[ draw.chance( 25 ) ? 0 : draw.below( stationEvents().size() ) ];
    auto const intf = draw.chance( 60 ) ? draw.intf() : draw.oneOf( { "Cpu", "Vxlan1", "Vxlan2" } );
    auto const tunnel = draw.chance( 50 ) ? ' ' + toText( draw.below( 3 ) ) : "";
    auto const station = draw.station();
@@ -344,7 +262,8 @@ StationsObserver::canBeTold( Step const & step ) const {
    }
    auto const host = hostIn( step[ 5 ], step[ 6 ] );
    bool const isTunnel = step[ 7 ].empty() || parsed< std::uint32_t >( step[ 7 ] );
-   return kindOf( step[ 3 ] ) && intfIn( step[ 4 ] ) && host && host->isStation() && isTunnel;
+   return stationEventOf( step[ 3 ] ) && intfIn( step[ 4 ] ) && host && host->isStation() &&
+          isTunnel;
 }
 
 // ---- The chip
@@ -408,9 +327,9 @@ StationsObserver::told( Step const & step ) {
    bool const isAhead = step[ 0 ] == "event-ahead";
    auto const host = isAhead ? Host::parse( step[ 2 ] ) : *hostIn( step[ 5 ], step[ 6 ] );
    auto const & tunnel = step[ isAhead ? 4 : 7 ];
-   auto const event =
-         eventOf( kindOf( step[ isAhead ? 1 : 3 ] )->type, host, IntfId( step[ isAhead ? 3 : 4 ] ),
-                  parsed< std::uint32_t >( tunnel ).value_or( 0 ) );
+   auto const event = eventOf( stationEventOf( step[ isAhead ? 1 : 3 ] )->type, host,
+                               IntfId( step[ isAhead ? 3 : 4 ] ),
+                               parsed< std::uint32_t >( tunnel ).value_or( 0 ) );
    isAhead ? events_.reportAhead( event ) : events_.report( event );
 }
 
@@ -756,15 +675,16 @@ StationsObserver::reportAll() {
 
 void
 StationsObserver::apply( Event const & event ) {
-   auto const & kind = *kindOf( toText( event.eventType ) );
+   auto const & kind = *stationEventOf( toText( event.eventType ) );
    auto const old = macTable_.find( event.host );
    bool const isRemote =
          old != macTable_.end() && Bridging::isEntryTypeRemote( old->second.entryType );
    bool const isLocal = old != macTable_.end() && !isRemote;
-   if( ( kind.doing == agesLocal && isRemote ) || ( kind.doing == agesRemote && isLocal ) ) {
+   if( ( kind.doing == StationEvent::agesLocal && isRemote ) ||
+       ( kind.doing == StationEvent::agesRemote && isLocal ) ) {
       return events_.dropped( "dropWrongAge" );
    }
-   if( kind.doing != learns || isAgedInstead( event ) ) {
+   if( kind.doing != StationEvent::learns || isAgedInstead( event ) ) {
       macTable_.erase( event.host );
       return;
    }

@@ -5,6 +5,7 @@
 #include "L2Rib/ObjTuple.h"
 #include "simulation/observers/EventsObserver.h"
 #include "simulation/observers/LagObserver.h"
+#include "simulation/observers/StationEvents.h"
 
 namespace Simulation {
 

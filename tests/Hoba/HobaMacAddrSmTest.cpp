@@ -592,4 +592,33 @@ TEST_F( MacAddrSmTest, retriesComeInSlices ) {
    EXPECT_TRUE( sm->fdb().size() == 0 && sm->refusedList().empty() && sm->updateList().empty() );
 }
 
+// What the owner of the machine, or of its context, can switch.
+TEST_F( MacAddrSmTest, goesByItsSwitches ) {
+   start();
+   sm->deferMacTableUpdateIs( true );
+   sm->macTableReviewQuantaIs( 1 );
+   sm->lazyFdbStatusDeletionIs( true );
+   for( unsigned i = 1; i <= 3; ++i ) {
+      chip->mac()->learn( et1, pair( i ).addr(), vlan10 );
+   }
+   while( macTable->macEntry().size() < 3 && driver.run() ) {
+   }
+   EXPECT_LT( sm->fdb().size(), 3u );
+   settle();
+   EXPECT_EQ( sm->fdb().size(), 3u );
+   EXPECT_TRUE( sm->macTableUpdateList().empty() );
+   for( unsigned i = 1; i <= 3; ++i ) {
+      chip->mac()->age( pair( i ) );
+   }
+   settle();
+   EXPECT_TRUE( sm->fdb().size() == 0 && status->fdbStatusHas( vlan10 ) );
+   auto const port = ethConfig->ethPhyIntfConfigIs( et1 );
+   port->enabledIs( false );
+   configure( pair( 1 ), et1 );
+   EXPECT_EQ( host( pair( 1 ) ), "-" );
+   data->keepStaticMacOnDisabledIntfIs( true );
+   configure( pair( 2 ), et1 );
+   EXPECT_EQ( host( pair( 2 ) ), "Ethernet1 configuredStaticMac 0" );
+}
+
 } // namespace
