@@ -64,6 +64,8 @@ struct RemoteHost {
    KIV_FIELD( std::uint32_t, nextHopId, 0 );
    KIV_FIELD( std::uint64_t, hwId, 0 );
    KIV_FIELD( bool, isMplsNextHop, false );
+   // As of a Host: the hardware learnt it behind a tunnel by itself.
+   KIV_FIELD( bool, ages, false );
 };
 
 class HobaHelperMacAddrSm : public Hoba::HobaBaseHelper {
@@ -134,7 +136,7 @@ class HobaHelperMacAddrSm : public Hoba::HobaBaseHelper {
 
    // ---- What the hardware has. Questions only.
 
-   // How many remote stations there can be.
+   // How many remote stations there can be. That there may be more by now is noticed when one of them leaves.
    HOBA_REQUIRED( std::uint32_t, getMaxRemoteMacs, () const, unimplemented( "getMaxRemoteMacs" ) );
    // How many there are.
    HOBA_REQUIRED( std::uint32_t, numRemoteHost, () const, unimplemented( "numRemoteHost" ) );

@@ -135,7 +135,7 @@ MacUnit::hostChanged( MacVlanPair station ) {
                          : before.learnt && !isSpoiling_ ? before.intf
                                                          : IntfId();
    bool const isThere = isLearnt && now->intf == reported;
-   bool const staysElsewhere = elsewhere && now && !now->byChip && !now->isBound() && !isThere;
+   bool const staysElsewhere = elsewhere && now && !now->isChips() && !now->isBound() && !isThere;
    if( elsewhere && !staysElsewhere ) {
       seenDel( station );
    }
@@ -217,6 +217,8 @@ MacUnit::write( MacVlanPair station, HostRow const & row ) {
    entry.flushes = flushes();
    if( auto const held = host().acceptedOf( station ); held && held->isSameEntry( row ) ) {
       entry = *held;
+      // Those that software wrote are counted.
+      entry.byChip = held->byChip && !row.isRemote();
    }
    return hostProgram( station, entry );
 }

@@ -8,7 +8,7 @@
 // entry that the chip learnt moves with its station, and so does one that software wrote back as learnt and
 // ageing. Any other that software wrote stays where it is: that the
 // station was seen elsewhere stands beside it, in `seen`, and is reported like a learn; not of what is bound
-// to its place (isBound()).
+// to its place (isBound()). What software writes as if the chip had learnt it is newer than what was seen.
 //
 // *Reports.* The chip reports as learnt what it learns, and where it saw a station of software's elsewhere;
 // each place once. It reports as aged what leaves that, by whosesoever doing: silent for too long, flushed,

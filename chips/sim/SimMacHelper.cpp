@@ -40,6 +40,7 @@ rowOf( HobaHelper::RemoteHost const & host ) {
    row.nextHopId = host.nextHopId;
    row.hwId = host.hwId;
    row.isMplsNextHop = host.isMplsNextHop;
+   row.ages = host.ages;
    return row;
 }
 
@@ -52,8 +53,8 @@ hostOf( MacVlanPair station, HostRow const & row ) {
 
 HobaHelper::RemoteHost
 remoteHostOf( MacVlanPair station, HostRow const & row ) {
-   return { station,           row.intf,      row.entryType, row.dropMode,     row.swTunnelGroupId,
-            row.l2RibObjTuple, row.nextHopId, row.hwId,      row.isMplsNextHop };
+   return { station,           row.intf,      row.entryType, row.dropMode,      row.swTunnelGroupId,
+            row.l2RibObjTuple, row.nextHopId, row.hwId,      row.isMplsNextHop, row.ages };
 }
 
 String
