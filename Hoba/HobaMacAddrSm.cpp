@@ -107,6 +107,7 @@ MacAddrSm::forgetAll() {
    room_ = false;
    withheldWalk_ = nullptr;
    tunnelWalk_ = nullptr;
+   claimsWalk_ = nullptr;
    hostsByIntf_.clear();
    lostReport_.clear();
    rib_ = {};
@@ -179,18 +180,16 @@ MacAddrSm::adoptFailedServers() {
    }
    for( auto const & [ pair, intf ] : in_.fsfStatus->failedServer() ) {
       auto const * host = fdb_.find( pair );
-      bool const isBack = host && isMacEntryLearned( host->entryType );
-      auto const since = !host ? now() : isBack ? 0 : host->lastMoveTime;
-      fsfFailedServerIs( pair, { intf, since } );
+      bool const isAway = host && isCpuPort( host->intf );
+      fsfFailedServerIs( pair, { intf, isAway ? host->lastMoveTime : 0 } );
    }
 }
 
 void
-MacAddrSm::walkIntf( Pelt::IntfId intf, MacWalks::Visit const & visit, MacWalks::Done done ) {
+MacAddrSm::walkIntf( Pelt::IntfId intf, MacWalks::Visit const & visit ) {
    if( isIndexed_ ) {
       walks_.add(
-            hostsBehind( intf ), []( Pair const & pair ) { return pair; }, visit,
-            std::move( done ) );
+            hostsBehind( intf ), []( Pair const & pair ) { return pair; }, visit );
    } else {
       walks_.addStatus( *in_.bridgingStatus, [ this, intf, visit ]( Pair pair ) {
          auto const current = currentEntry( pair );
@@ -198,7 +197,6 @@ MacAddrSm::walkIntf( Pelt::IntfId intf, MacWalks::Visit const & visit, MacWalks:
             visit( pair );
          }
       } );
-      walks_.add( std::move( done ) );
    }
    wakeWalks();
 }
@@ -280,14 +278,14 @@ MacAddrSm::reprogram( Pair pair ) {
 }
 
 void
-MacAddrSm::flushEntry( Pair pair ) {
+MacAddrSm::flushEntry( Pair pair, bool hardwareHolds ) {
    auto const current = currentEntry( pair );
    if( !current || !isMacEntryLearned( current->entryType ) || sources_.isNonAgingMac( pair ) ) {
       return;
    }
    // Until the hardware reports it again, what it reported counts no more.
-   lostReport_.insert( pair );
-   evaluateEntry( pair, false, true );
+   lose( pair );
+   evaluateEntry( pair, false, !hardwareHolds );
 }
 
 void

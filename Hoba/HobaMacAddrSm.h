@@ -199,14 +199,17 @@ class MacAddrSm : public HobaVerifiedSm {
    // Something that is said of it has changed.
    void evaluateEntry( Pair pair ) { evaluateEntry( pair, false, false ); }
    void evaluateEntry( Pair pair, bool learnedInHardware, bool agedInHardware );
-   // It is to be forgotten, if it was learnt and may be; the hardware has been told.
-   void flushEntry( Pair pair );
+   // It is to be forgotten, if it was learnt and may be. The hardware has been told, and has forgotten it, or holds
+   // it all the same.
+   void flushEntry( Pair pair, bool hardwareHolds );
    // The hardware is to be told once more what it holds of it.
    void reprogram( Pair pair );
    MacWalks & walks() { return walks_; }
    MacFlush & flush() { return flush_; }
    // Visits all stations behind the interface.
-   void walkIntf( Pelt::IntfId intf, MacWalks::Visit const & visit, MacWalks::Done done = {} );
+   void walkIntf( Pelt::IntfId intf, MacWalks::Visit const & visit );
+   // And those that wait to be programmed: they may be in no status yet.
+   void walkPending( MacWalks::Visit const & visit );
    // The walks go on, from the clock.
    void wakeWalks();
    Hooks< HobaHelper::HobaHelperMacAddrSm > const & helper() const { return helper_; }
@@ -249,6 +252,7 @@ class MacAddrSm : public HobaVerifiedSm {
    void handleMlagStateOrPeerLinkIntf();
    void handleMlagIntfStatus( Pelt::IntfId const & intf );
    void handleFastMacRedirection();
+   void walkMlagHosts();
    void handleMlagHostTableTimer();
    void handleMlagIntfHostTableTimer();
    void handleMlagHostTableEntry( Pair const & pair ) { evaluateEntry( pair ); }
@@ -329,7 +333,14 @@ class MacAddrSm : public HobaVerifiedSm {
    MacWalks::Visit evaluation();
    void evaluateVlan( Bridging::VlanId vlanId );
    void evaluateIntf( Pelt::IntfId intf );
+   // All for whom something is decided.
+   void walkCurrent( MacWalks::Visit const & visit );
+   // What the operator or dot1x claims behind the interface, also if it lost.
+   void walkClaims( Pelt::IntfId intf );
    using Vlans = Kiv::HashSet< Bridging::VlanIdOrNone >;
+   // With the number of the last loss then.
+   using VlansSince = Kiv::HashMap< Bridging::VlanIdOrNone, std::uint64_t >;
+   using Intfs = Kiv::HashSet< Pelt::IntfId >;
    // All that is withheld in the VLAN, or in all: whatever it waits for, the first obstacle alone is noted.
    void evaluateWithheld( Bridging::VlanIdOrNone vlanId = {} );
    // What tunnels learnt in the VLAN, or in all.
@@ -338,6 +349,9 @@ class MacAddrSm : public HobaVerifiedSm {
    Pair pairOf( Vxlan::VniMac const & host ) const;
    // Its next hop; what keeps its place while that is worked out anew has the one that it is programmed with.
    MacNextHop nextHopToProgram( MacEntry const & entry ) const;
+   bool hasOtherNextHop( MacVerdict const & verdict, MacClaims const & claims ) const;
+   // What was learnt counts no more until it is reported again.
+   void lose( Pair pair ) { lostReport_.insertOrAssign( pair, ++losses_ ); }
    void evaluateObject( L2Rib::ObjTuple tuple );
 
    class KivMacTable
@@ -586,14 +600,20 @@ class MacAddrSm : public HobaVerifiedSm {
    MacSources sources_;
    MacFdb fdb_;
    MacRib rib_;
+   // Of those that are kept while the overlay restarts, whatever is said of them.
+   MacRib keptRib_;
    MacLearning learning_;
    MacFlush flush_;
    MacVerify verify_;
    MacWalks walks_, mlagWalks_, mlagIntfWalks_;
    // By interface: the stations that are, or are to be, behind it.
    Kiv::HashMap< Pelt::IntfId, Kiv::HashSet< Pair > > hostsByIntf_;
+   // Learnt, and written never to age: the hardware does not move them, and does not forget them.
+   Kiv::HashSet< Pair > neverAges_;
    // What was learnt of these lost, or was flushed, and counts no more until it is reported again.
-   Kiv::HashSet< Pair > lostReport_;
+   // With the number of the loss.
+   Kiv::HashMap< Pair, std::uint64_t > lostReport_;
+   std::uint64_t losses_ = 0;
    // In the first pass: entries that software wrote are told once more.
    bool inFirstPass_ = false;
    bool firstPassWalked_ = false;
@@ -601,7 +621,9 @@ class MacAddrSm : public HobaVerifiedSm {
    bool room_ = false;       // an entry has left the hardware since refused ones had their turn
    std::size_t retries_ = 0; // refused ones that are to have their turn still
    // What a walk that has not begun is to visit: who asks meanwhile needs none of his own.
-   std::shared_ptr< Vlans > withheldWalk_, tunnelWalk_;
+   std::shared_ptr< Vlans > withheldWalk_;
+   std::shared_ptr< VlansSince > tunnelWalk_;
+   std::shared_ptr< Intfs > claimsWalk_;
    std::function< void() > whenFirstPassIsDone_;
 
    KIV_REACTOR( KivMacTable, macTable );

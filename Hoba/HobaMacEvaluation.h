@@ -23,7 +23,8 @@
 //
 // Counts of the winner: what is learnt as in 3; what another switch or a controller told has the count and
 // the time that it came with; what the operator of this switch set up goes on from `current`, one more if it
-// is elsewhere. A failed server that is sent to the CPU port has not moved.
+// is elsewhere. It came there now; what the hardware told came when it was told. A failed server that is sent to
+// the CPU port has not moved.
 
 #include "Hoba/HobaMacArbitration.h"
 

@@ -202,7 +202,7 @@ void
 MacAddrSm::handleMlagStateOrPeerLinkIntf() {
    auto const former = peerLinkIntf();
    peerLinkIntfIs( in_.mlagStatus->peerLinkIntf() );
-   handleFastMacRedirection();
+   walkMlagHosts();
    for( auto const intf : { former, peerLinkIntf() } ) {
       if( intf ) {
          learning_.configureMacLearningOnPort( intf );
@@ -212,20 +212,24 @@ MacAddrSm::handleMlagStateOrPeerLinkIntf() {
 
 // Everything that the peer told is looked at.
 void
-MacAddrSm::handleFastMacRedirection() {
-   if( !in_.mlagHostTable ) {
-      return;
+MacAddrSm::walkMlagHosts() {
+   if( in_.mlagHostTable ) {
+      mlagWalks_.clear();
+      mlagWalks_.add( in_.mlagHostTable->hostEntry(), MacWalks::byKey, evaluation() );
+      mlagHostTableTimer()->noLaterThan( now() );
    }
-   mlagWalks_.clear();
-   mlagWalks_.add( in_.mlagHostTable->hostEntry(), MacWalks::byKey, [ this ]( Pair pair ) {
+}
+
+// In or out of the remote host table, with whoever told of them.
+void
+MacAddrSm::handleFastMacRedirection() {
+   walkCurrent( [ this ]( Pair pair ) {
       auto const current = currentEntry( pair );
-      evaluateEntry( pair );
-      // In or out of the remote host table.
-      if( current && Bridging::isEntryTypeRemote( current->entryType ) ) {
+      if( current && Bridging::isEntryTypePeer( current->entryType ) &&
+          Bridging::isEntryTypeRemote( current->entryType ) ) {
          reprogram( pair );
       }
    } );
-   mlagHostTableTimer()->noLaterThan( now() );
 }
 
 void
@@ -290,7 +294,7 @@ MacAddrSm::handleVxlanConfig( Pelt::VxlanIntfId const & intf ) {
 // Which stations behind the overlay count has changed.
 void
 MacAddrSm::handleControllerClient() {
-   walks_.addStatus( *in_.bridgingStatus, evaluation() );
+   walkCurrent( evaluation() );
    evaluateWithheld();
    walkTunnelLearnEvents( {} );
 }
@@ -298,10 +302,8 @@ MacAddrSm::handleControllerClient() {
 void
 MacAddrSm::handleVlanVniMap( Bridging::VlanId const & vlanId ) {
    sources_.forgetVnis();
-   Bridging::VlanIdOrNone const vlan( vlanId.value() );
    evaluateVlan( vlanId );
-   evaluateWithheld( vlan );
-   walkTunnelLearnEvents( vlan );
+   walkTunnelLearnEvents( Bridging::VlanIdOrNone( vlanId.value() ) );
 }
 
 void
@@ -311,21 +313,26 @@ MacAddrSm::walkTunnelLearnEvents( Bridging::VlanIdOrNone vlanId ) {
       return;
    }
    if( !tunnelWalk_ ) {
-      auto const which = std::make_shared< Vlans >();
+      auto const which = std::make_shared< VlansSince >();
       tunnelWalk_ = which;
       walks_.add(
             events->event(), [ this ]( auto const & member ) { return pairOf( member.key ); },
             [ this, which ]( Pair pair ) {
                tunnelWalk_ = tunnelWalk_ == which ? nullptr : tunnelWalk_;
-               if( pair.vlanId().value() && ( which->has( {} ) || which->has( pair.vlanId() ) ) ) {
-                  lostReport_.erase( pair );
-                  evaluateEntry( pair );
+               auto const * since = pair.vlanId().value() ? which->find( pair.vlanId() ) : nullptr;
+               if( !since && !which->has( {} ) ) {
+                  return;
                }
+               auto const * lost = since ? lostReport_.find( pair ) : nullptr;
+               if( lost && *lost <= *since ) {
+                  lostReport_.erase( pair ); // an event is told anew with the VLAN's new VNI
+               }
+               evaluateEntry( pair );
             },
             [ this, which ] { tunnelWalk_ = tunnelWalk_ == which ? nullptr : tunnelWalk_; },
             events );
    }
-   tunnelWalk_->insert( vlanId );
+   tunnelWalk_->insertOrAssign( vlanId, losses_ );
    wakeWalks();
 }
 
@@ -367,12 +374,12 @@ MacAddrSm::handleStageRemoteMacsReady() {
 
 void
 MacAddrSm::doClearRemoteMacsFromFdbStatus() {
-   walks_.addStatus( *in_.bridgingStatus, [ this ]( Pair pair ) {
-      if( fdb_.isRemote( pair ) ) {
+   walkCurrent( [ this ]( Pair pair ) {
+      auto const current = currentEntry( pair );
+      if( current && Bridging::isEntryTypeRemote( current->entryType ) ) {
          evaluateEntry( pair );
       }
    } );
-   wakeWalks();
 }
 
 void
@@ -465,17 +472,69 @@ MacAddrSm::evaluation() {
 
 void
 MacAddrSm::evaluateVlan( Bridging::VlanId vlanId ) {
+   walkPending( [ this, vlan = Bridging::VlanIdOrNone( vlanId.value() ) ]( Pair pair ) {
+      if( pair.vlanId() == vlan ) {
+         evaluateEntry( pair );
+      }
+   } );
    if( auto const database = in_.bridgingStatus->fdbStatus( vlanId ) ) {
       walks_.addVlan( vlanId, database, database->learnedHost(), evaluation() );
    }
+   evaluateWithheld( Bridging::VlanIdOrNone( vlanId.value() ) );
    wakeWalks();
 }
 
-// Stations behind it, and claims that wait for something, which may be the interface.
+// Stations behind it, claims that name it, and claims that wait for something, which may be the interface.
 void
 MacAddrSm::evaluateIntf( Pelt::IntfId intf ) {
    walkIntf( intf, evaluation() );
+   walkClaims( intf );
    evaluateWithheld();
+}
+
+void
+MacAddrSm::walkPending( MacWalks::Visit const & visit ) {
+   for( auto const * list : { &updateList(), &refusedList() } ) {
+      if( !list->empty() ) {
+         walks_.add( *list, MacWalks::byKey, visit );
+      }
+   }
+}
+
+void
+MacAddrSm::walkCurrent( MacWalks::Visit const & visit ) {
+   walkPending( visit );
+   walks_.addStatus( *in_.bridgingStatus, visit );
+   wakeWalks();
+}
+
+void
+MacAddrSm::walkClaims( Pelt::IntfId intf ) {
+   if( !claimsWalk_ ) {
+      auto const which = std::make_shared< Intfs >();
+      claimsWalk_ = which;
+      auto const begun = [ this, which ] {
+         claimsWalk_ = claimsWalk_ == which ? nullptr : claimsWalk_;
+      };
+      auto const visit = [ this, which, begun ]( Pair pair ) {
+         begun();
+         if( sources_.isClaimedBehind( pair, *which ) ) {
+            evaluateEntry( pair );
+         }
+      };
+      if( in_.bridgingConfig ) {
+         for( auto const & [ vlanId, fdb ] : in_.bridgingConfig->fdbConfig() ) {
+            walks_.addVlan( vlanId, fdb, fdb->configuredHost(), visit );
+         }
+      }
+      if( in_.dot1xHostTable ) {
+         walks_.add( in_.dot1xHostTable->hostEntry(), MacWalks::byKey, visit, {},
+                     in_.dot1xHostTable );
+      }
+      walks_.add( begun );
+   }
+   claimsWalk_->insert( intf );
+   wakeWalks();
 }
 
 // Many ask in one turn, when many VLANs or interfaces change: they share a walk.
@@ -503,11 +562,13 @@ MacAddrSm::evaluateWithheld( Bridging::VlanIdOrNone vlanId ) {
 
 void
 MacAddrSm::evaluateObject( L2Rib::ObjTuple tuple ) {
-   if( auto const * hosts = rib_.hosts( tuple ) ) {
-      walks_.add(
-            *hosts, []( Pair const & pair ) { return pair; }, evaluation() );
-      wakeWalks();
+   for( auto const * rib : { &rib_, &keptRib_ } ) {
+      if( auto const * hosts = rib->hosts( tuple ) ) {
+         walks_.add(
+               *hosts, []( Pair const & pair ) { return pair; }, evaluation() );
+      }
    }
+   wakeWalks();
 }
 
 } // namespace Hoba

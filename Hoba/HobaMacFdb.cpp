@@ -55,9 +55,8 @@ MacFdb::entry( Pair pair, Bridging::LearnedHost const * host ) const {
 }
 
 bool
-MacFdb::isRemote( Pair pair ) const {
-   auto const * host = find( pair );
-   return host && Bridging::isEntryTypeRemote( host->entryType );
+MacFdb::hasVlan( Bridging::VlanIdOrNone vlanId ) const {
+   return in_.bridgingStatus->fdbStatusHas( VlanId( vlanId.value() ) );
 }
 
 HobaTypes::RemoteHostStatus const *
@@ -152,7 +151,7 @@ MacFdb::remoteIs( MacEntry const & entry, MacNextHop const & hop, bool inTable )
    auto const pair = entry.macEntry;
    // May find no memory: nothing else has changed then.
    if( inTable ) {
-      rmacInfoDir().remoteHost()->remoteMacIs( entry );
+      remoteHostTableIs( entry );
    } else {
       remoteHostTableDel( pair );
    }
@@ -169,6 +168,15 @@ MacFdb::remoteIs( MacEntry const & entry, MacNextHop const & hop, bool inTable )
    if( formerHop && *formerHop != hop.nextHopId ) {
       decRemoteNextHopIdRefcount( *formerHop );
    }
+}
+
+void
+MacFdb::remoteHostTableIs( MacEntry const & entry ) {
+   auto told = entry;
+   // What a source is worth is this machine's own matter.
+   told.preference = 0;
+   told.promote = false;
+   rmacInfoDir().remoteHost()->remoteMacIs( told );
 }
 
 void

@@ -22,26 +22,30 @@ class MacFdb {
    // The same with what the remote host table has of it.
    std::optional< MacEntry > entry( Pair pair ) const { return entry( pair, find( pair ) ); }
    std::optional< MacEntry > entry( Pair pair, Bridging::LearnedHost const * host ) const;
-   bool isRemote( Pair pair ) const;
-   // All stations, and those behind the overlay.
+   bool hasVlan( Bridging::VlanIdOrNone vlanId ) const;
+   // All stations, and those behind the overlay that are programmed.
    std::size_t size() const;
    std::size_t remotes() const;
-   // Its next hop as it is programmed; null for a station that is not behind the overlay.
+   // Its next hop as it is programmed; null for a station that is not behind the overlay, or that the hardware
+   // has there by itself.
    HobaTypes::RemoteHostStatus const * nextHop( Pair pair ) const;
 
    void addToFdbStatus( MacEntry const & entry );
+   // In the dynamic host status, if the operator wants it there; out of it otherwise.
+   void maybeAddToDynHostStatus( MacEntry const & entry );
    // The VLAN's database goes with its last station, unless `keepEmpty`.
    void delFromFdbStatus( Pair pair, bool keepEmpty );
    void maybeDeleteFdbStatus( Bridging::VlanIdOrNone vlanId );
 
    // The station is programmed with that next hop. `inTable`: others read of it in the remote host table.
    void remoteIs( MacEntry const & entry, MacNextHop const & hop, bool inTable );
+   // The hardware has it by itself: others read of it, but nothing is programmed.
+   void remoteHostTableIs( MacEntry const & entry );
    // It is behind the overlay no more.
    void remoteDel( Pair pair );
    void remoteHostTableDel( Pair pair );
 
  private:
-   void maybeAddToDynHostStatus( MacEntry const & entry );
    void maybeDelFromDynHostStatus( Pair pair );
    void incRemoteNextHopIdRefcount( std::uint32_t nextHopId );
    void decRemoteNextHopIdRefcount( std::uint32_t nextHopId );

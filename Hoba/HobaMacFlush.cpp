@@ -189,32 +189,38 @@ MacFlush::processFlushReq( VlanIdOrNone vlanId, Pelt::IntfId intf, Pelt::EthAddr
    return true;
 }
 
-std::uint64_t
-MacFlush::begin() {
-   ++open_;
-   return ++begun_;
-}
-
+// What is pending is visited first: once it is done it is in the status, or was written.
 MacWalks::Visit
-MacFlush::visitor( std::uint64_t flush ) {
-   return [ this, flush ]( Pair pair ) {
-      auto const * since = learned_.find( pair );
-      if( !since || *since < flush ) {
-         sm_.flushEntry( pair );
+MacFlush::begin( std::function< bool( Pair ) > isMeant ) {
+   ++open_;
+   auto const visit = [ this, flush = ++begun_, isMeant = std::move( isMeant ) ]( Pair pair ) {
+      auto const isSince = [ & ]( Kiv::HashMap< Pair, std::uint64_t > const & pairs ) {
+         auto const * last = pairs.find( pair );
+         return last && *last >= flush;
+      };
+      if( !isSince( learned_ ) && isMeant( pair ) ) {
+         sm_.flushEntry( pair, isSince( written_ ) );
       }
    };
+   sm_.walkPending( visit );
+   return visit;
 }
 
-MacWalks::Done
-MacFlush::ender( MacWalks::Done done ) {
-   return [ this, done = std::move( done ) ] {
-      if( --open_ == 0 ) {
-         learned_.clear();
-      }
-      if( done ) {
-         done();
-      }
-   };
+void
+MacFlush::end( MacWalks::Visit const & visit, MacWalks::Done done ) {
+   sm_.walks().add( [ this, visit, done = std::move( done ) ] {
+      sm_.walks().add( Kiv::keysOf( written_ ), visit );
+      sm_.walks().add( [ this, done ] {
+         if( --open_ == 0 ) {
+            learned_.clear();
+            written_.clear();
+         }
+         if( done ) {
+            done();
+         }
+      } );
+   } );
+   sm_.wakeWalks();
 }
 
 // Full flushes that were asked for meanwhile are one.
@@ -226,12 +232,13 @@ MacFlush::execFlush() {
    sm_.flushAllIs( false );
    auto const serials = std::exchange( waitForAll_, {} );
    Kiv::guarded( "MacFlush::execFlush", {}, [ & ] { sm_.helper().call< &Helper::flushAll >(); } );
-   sm_.walks().addStatus( *sm_.inputs().bridgingStatus, visitor( begin() ) );
-   sm_.walks().add( ender( [ this, serials ] {
+   auto const visit = begin( []( Pair ) { return true; } );
+   sm_.walks().addStatus( *sm_.inputs().bridgingStatus, visit );
+   end( visit, [ this, serials ] {
       for( auto const serial : serials ) {
          answer( serial );
       }
-   } ) );
+   } );
 }
 
 void
@@ -247,7 +254,7 @@ MacFlush::flushAddr( Pelt::EthAddr addr, VlanIdOrNone vlanId ) {
       auto const current = sm_.currentEntry( pair );
       if( current && isMacEntryLearned( current->entryType ) && !sm_.isNonAgingMac( pair ) ) {
          sm_.helper().call< &Helper::removeHost >( pair );
-         sm_.flushEntry( pair );
+         sm_.flushEntry( pair, false );
       }
    }
 }
@@ -259,28 +266,23 @@ MacFlush::flushIntf( Pelt::IntfId intf, VlanIdOrNone vlanId, MacWalks::Done done
    } else {
       sm_.helper().call< &Helper::flushVlanPort >( vlanId, intf );
    }
-   sm_.walkIntf(
-         intf,
-         [ visit = visitor( begin() ), vlanId ]( Pair pair ) {
-            if( !vlanId.value() || pair.vlanId() == vlanId ) {
-               visit( pair );
-            }
-         },
-         ender( std::move( done ) ) );
+   auto const visit = begin( [ this, intf, vlanId ]( Pair pair ) {
+      auto const current = sm_.currentEntry( pair );
+      return current && current->intf == intf && ( !vlanId.value() || pair.vlanId() == vlanId );
+   } );
+   sm_.walkIntf( intf, visit );
+   end( visit, std::move( done ) );
 }
 
 void
 MacFlush::flushVlan( VlanId vlanId, MacWalks::Done done ) {
    sm_.helper().call< &Helper::flushVlan >( vlanId );
-   auto const flush = begin();
-   auto const database = sm_.inputs().bridgingStatus->fdbStatus( vlanId );
-   if( !database ) {
-      ender( std::move( done ) )();
-      return;
+   auto const visit =
+         begin( [ vlanId ]( Pair pair ) { return vlanId == VlanId( pair.vlanId().value() ); } );
+   if( auto const database = sm_.inputs().bridgingStatus->fdbStatus( vlanId ) ) {
+      sm_.walks().addVlan( vlanId, database, database->learnedHost(), visit );
    }
-   sm_.walks().addVlan( vlanId, database, database->learnedHost(), visitor( flush ),
-                        ender( std::move( done ) ) );
-   sm_.wakeWalks();
+   end( visit, std::move( done ) );
 }
 
 // ---- What the machine itself wants forgotten
@@ -308,13 +310,12 @@ MacFlush::handleRemoteMacFlushRequest( VXLAN::FlushReqKey const & key ) {
    if( !table->requestHas( key ) ) {
       return;
    }
-   auto const visit = [ this, key, visit = visitor( begin() ) ]( Pair pair ) {
+   auto const visit = begin( [ this, key ]( Pair pair ) {
       auto const entry = sm_.currentEntry( pair );
-      if( entry && Bridging::isEntryTypeRemote( entry->entryType ) &&
-          ( !key.swTunnelGroupId || entry->swTunnelGroupId == key.swTunnelGroupId ) ) {
-         visit( pair );
-      }
-   };
+      return entry && Bridging::isEntryTypeRemote( entry->entryType ) &&
+             ( !key.vlanId.value() || key.vlanId == pair.vlanId() ) &&
+             ( !key.swTunnelGroupId || entry->swTunnelGroupId == key.swTunnelGroupId );
+   } );
    auto const & status = *sm_.inputs().bridgingStatus;
    if( !key.vlanId.value() ) {
       sm_.walks().addStatus( status, visit );
@@ -322,8 +323,7 @@ MacFlush::handleRemoteMacFlushRequest( VXLAN::FlushReqKey const & key ) {
               auto const database = status.fdbStatus( vlan ) ) {
       sm_.walks().addVlan( vlan, database, database->learnedHost(), visit );
    }
-   sm_.walks().add( ender( [ table, key ] { table->requestDel( key ); } ) );
-   sm_.wakeWalks();
+   end( visit, [ table, key ] { table->requestDel( key ); } );
 }
 
 void
@@ -331,6 +331,7 @@ MacFlush::clear() {
    requests_.clear();
    open_ = 0;
    learned_.clear();
+   written_.clear();
    waitForAll_.clear();
 }
 

@@ -7,7 +7,7 @@
 // learns no more (HobaMacLearning.h).
 //
 // What was learnt goes. What others claim stays, and may win now. The hardware is told first, which forgets on
-// its own; then the status, in slices. What is learnt after the request was begun is spared.
+// its own; then what is pending and the status, in slices. What is learnt after the request was begun is spared.
 //
 //    an address                    that station; in VLAN 0 in all VLANs. An interface counts for nothing
 //    a LAG that is there           all behind it, in the VLAN or in all; also without active members
@@ -53,6 +53,12 @@ class MacFlush {
          learned_.insertOrAssign( pair, begun_ );
       }
    }
+   // It was written: the hardware has it, though it was told of the flushes that have begun.
+   void written( Pair pair ) {
+      if( open_ ) {
+         written_.insertOrAssign( pair, begun_ );
+      }
+   }
    void clear();
 
    // ---- For people: what has not been answered
@@ -78,17 +84,17 @@ class MacFlush {
    void answer( std::uint64_t serial );
    void request( Kiv::String const & agent, Kiv::String const & key );
    void forget( Kiv::String const & agent, Kiv::String const & key );
-   // A flush begins, and has a number. Its walk flushes those of them that were not learnt since.
-   std::uint64_t begin();
-   MacWalks::Visit visitor( std::uint64_t flush );
-   MacWalks::Done ender( MacWalks::Done done );
+   // A flush of those stations begins. The first walk over them is the caller's to add, with that visit; done() has
+   // to be added behind it.
+   MacWalks::Visit begin( std::function< bool( Pair ) > isMeant );
+   void end( MacWalks::Visit const & visit, MacWalks::Done done );
 
    MacAddrSm & sm_;
    std::list< Request > requests_;
    std::size_t open_ = 0;    // flushes whose walks are not over
    std::uint64_t begun_ = 0; // the last flush's number
-   // What was learnt while flushes are open, and the last flush then.
-   Kiv::HashMap< Pair, std::uint64_t > learned_;
+   // What was learnt while flushes are open, and what was written, with the last flush then.
+   Kiv::HashMap< Pair, std::uint64_t > learned_, written_;
    std::uint64_t nextSerial_ = 1;
    std::uint64_t answered_ = 0;
    std::vector< std::uint64_t > waitForAll_; // requests that the next full flush does

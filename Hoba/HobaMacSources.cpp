@@ -23,7 +23,10 @@ struct MacSources::Gather {
       return ( entry.hasL2RibObjTuple() && !entry.intf ) ||
              isEntryTypeRemote( entry.entryType ) == Pelt::VxlanIntfId::isVxlanIntfId( entry.intf );
    }
-   void add( MacSource source, MacEntry const & entry ) {
+   void add( MacSource source, MacEntry entry ) {
+      if( !isEntryTypeRemote( entry.entryType ) ) {
+         entry.swTunnelGroupId = {}; // it is behind no tunnel, whatever it came with
+      }
       bool const isOwn = source == macSourceFdbConfig;
       if( !isOwn && !pair.isStation() ) {
          refuse( source, macObstacleGroupAddress, entry );
@@ -332,6 +335,26 @@ MacSources::reported( MacVlanPair pair, HobaTypes::MacAddressTableEntry const * 
    return entry;
 }
 
+bool
+MacSources::isClaimedBehind( MacVlanPair pair, Kiv::HashSet< Pelt::IntfId > const & intfs ) const {
+   auto const isBehind = [ & ]( auto const * host ) {
+      return host && ( intfs.has( host->intf ) || intfs.has( getParentIntfId( host->intf ) ) );
+   };
+   auto const fdb =
+         in_.bridgingConfig
+               ? in_.bridgingConfig->fdbConfig( Bridging::VlanId( pair.vlanId().value() ) )
+               : nullptr;
+   return isBehind( fdb ? fdb->configuredHost().find( pair.addr() ) : nullptr ) ||
+          isBehind( in_.dot1xHostTable ? in_.dot1xHostTable->hostEntry().find( pair ) : nullptr );
+}
+
+bool
+MacSources::isLearnedInHardware( MacEntry const & entry ) const {
+   bool isInHardware = false;
+   auto const is = reported( entry.macEntry, record( entry.macEntry ), isInHardware );
+   return isInHardware && isMacEntryLearned( entry.entryType ) && isSameMacPlace( *is, entry );
+}
+
 MacObstacle
 MacSources::reportedObstacle( MacEntry const & entry ) const {
    auto const vlanId = entry.macEntry.vlanId();
@@ -393,6 +416,8 @@ MacSources::nextHop( MacEntry const & entry ) const {
    hop.hwId = hwId ? *hwId : 0;
    if( dest->kind == L2Rib::destDrop ) {
       hop.obstacle = macObstacleDropNextHop;
+   } else if( !dest->intf ) {
+      hop.obstacle = macObstacleNoObjTuple;
    } else if( hop.nextHopId == L2Rib::nextHopInvalid ) {
       ZTRACE( 2, entry.macEntry, " ignoring invalid nextHopId : ", hop.nextHopId );
       hop.obstacle = macObstacleNextHopInvalid;

@@ -87,6 +87,11 @@ class MacSources {
                                        HobaTypes::MacAddressTableEntry const * record,
                                        bool & learnedInHardware ) const;
    MacObstacle reportedObstacle( MacEntry const & entry ) const;
+   // Whether the operator, or dot1x, has it behind one of the interfaces, or what is below them.
+   bool isClaimedBehind( Bridging::MacVlanPair pair,
+                         Kiv::HashSet< Pelt::IntfId > const & intfs ) const;
+   // Whether the hardware has learnt it, and there.
+   bool isLearnedInHardware( MacEntry const & entry ) const;
 
    // How a candidate behind the overlay is reached. One without an object of the RIB is reached by its
    // tunnel group.

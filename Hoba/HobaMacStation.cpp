@@ -101,20 +101,21 @@ struct Gathered {
    std::optional< MacEntry > reported;
    bool learnedInHardware = false;
    std::optional< MacEntry > current;
-   MacNextHop hop;
    MacClaims claims;
 };
 
 // What stands before a station behind the overlay that is to be programmed.
 MacObstacle
-remoteObstacle( MacAddrSm const & sm, MacEntry const & entry, MacNextHop const & hop ) {
+remoteObstacle( MacAddrSm const & sm, MacEntry const & entry, MacNextHop const & hop,
+                bool isPending ) {
    if( !Bridging::isEntryTypeRemote( entry.entryType ) ) {
       return macObstacleNone;
    }
    if( hop.obstacle ) {
       return hop.obstacle;
    }
-   bool const isNew = !sm.fdb().nextHop( entry.macEntry );
+   // Of what was decided already there is one more look when it is programmed.
+   bool const isNew = !isPending && !sm.fdb().nextHop( entry.macEntry );
    return isNew && sm.fdb().remotes() >= sm.helper()->getMaxRemoteMacs() ? macObstacleRemoteLimit
                                                                          : macObstacleNone;
 }
@@ -123,10 +124,11 @@ void
 gather( MacAddrSm const & sm, Bridging::MacVlanPair pair, bool reportIsLost, Gathered & all,
         std::vector< MacNoCandidate > & none ) {
    auto const & sources = sm.sources();
-   // What has lost is what was learnt: then there is nothing else in the table of reports.
-   auto const * record = reportIsLost ? nullptr : sources.record( pair );
+   auto const * record = sources.record( pair );
    all.best = sources.configuredEntry( pair, record, all.candidates, none );
    all.current = sm.currentEntry( pair );
+   bool const isPending = all.current && Bridging::isEntryTypeRemote( all.current->entryType ) &&
+                          ( sm.updateListHas( pair ) || sm.refusedListHas( pair ) );
    auto & claims = all.claims;
    // Looking at the clock costs as much as all the rest.
    claims.now = !all.best                               ? 0
@@ -141,18 +143,19 @@ gather( MacAddrSm const & sm, Bridging::MacVlanPair pair, bool reportIsLost, Gat
       claims.reportedObstacle = sources.reportedObstacle( *all.reported );
       if( !claims.reportedObstacle && !all.learnedInHardware ) {
          claims.reportedObstacle =
-               remoteObstacle( sm, *all.reported, sources.nextHop( *all.reported ) );
+               remoteObstacle( sm, *all.reported, sources.nextHop( *all.reported ), isPending );
       }
    }
    claims.configured = all.best;
    if( all.best && Bridging::isEntryTypeRemote( all.best->entry.entryType ) ) {
-      all.hop = sources.nextHop( all.best->entry );
+      auto const hop = sources.nextHop( all.best->entry );
       claims.configuredObstacle = sources.hasVni( pair.vlanId() )
-                                        ? remoteObstacle( sm, all.best->entry, all.hop )
+                                        ? remoteObstacle( sm, all.best->entry, hop, isPending )
                                         : macObstacleNoVni;
    }
    claims.isNonAging = all.current && sources.isNonAgingMac( pair );
-   claims.overlayRestarts = sources.overlayRestarts();
+   // What the hardware learnt there goes when the hardware says so.
+   claims.overlayRestarts = claims.current && sources.overlayRestarts() && sm.fdb().nextHop( pair );
 }
 
 } // namespace
@@ -203,7 +206,7 @@ MacAddrSm::explain( Pair pair ) const {
 bool
 MacAddrSm::checkIgnoreEvent( Pair pair, MacClaims & claims ) {
    auto const * reported = claims.reported;
-   if( claims.agedInHardware && fsfFailedServerHas( pair ) ) {
+   if( claims.agedInHardware && !reported && fsfFailedServerHas( pair ) ) {
       ZTRACE( 5, "Ignoring event for mac entry ", pair, " Ignoring aging event for FSF entry ",
               pair );
       return !claims.current || claims.current->intf == Pelt::CpuIntfId();
@@ -215,7 +218,7 @@ MacAddrSm::checkIgnoreEvent( Pair pair, MacClaims & claims ) {
        !isMacEntryLearned( claims.current->entryType ) ) {
       ZTRACE( 5, "Ignoring event for mac entry ", pair,
               " ignoring learn event for just-programmed remote entry" );
-      lostReport_.insert( pair );
+      lose( pair );
       claims.reported = nullptr;
       return claims.learnedInHardware;
    }
@@ -316,7 +319,8 @@ void
 MacAddrSm::noteWithheld( Pair pair, MacClaims const & claims,
                          std::vector< MacNoCandidate > const & none ) {
    auto obstacle = claims.configured ? claims.configuredObstacle : macObstacleNone;
-   if( obstacle == macObstacleNone && claims.reported ) {
+   bool const hasLost = claims.configured && obstacle == macObstacleNone;
+   if( obstacle == macObstacleNone && claims.reported && !hasLost ) {
       obstacle = claims.reportedObstacle;
    }
    if( obstacle == macObstacleNone && !none.empty() ) {
@@ -331,6 +335,21 @@ MacAddrSm::noteWithheld( Pair pair, MacClaims const & claims,
       traceObstacle( pair, obstacle );
       withheldIs( pair, { obstacle, now() } );
    }
+}
+
+// The next hop as it is now, and not as it was when it was programmed.
+bool
+MacAddrSm::hasOtherNextHop( MacVerdict const & verdict, MacClaims const & claims ) const {
+   bool const isKept = verdict.reason == macReasonOverlayRestarts;
+   auto const * configured = claims.configuredObstacle ? nullptr : claims.configured;
+   auto const * entry = isKept ? claims.current : configured ? &configured->entry : nullptr;
+   auto const * programmed = fdb_.nextHop( verdict.entry.macEntry );
+   if( !entry || !programmed || entry->entryType != verdict.entry.entryType ) {
+      return false;
+   }
+   auto const hop = sources_.nextHop( *entry );
+   return !hop.obstacle &&
+          ( programmed->hwId != hop.hwId || programmed->nextHopId != hop.nextHopId );
 }
 
 void
@@ -357,25 +376,24 @@ MacAddrSm::evaluateEntry( Pair pair, bool learnedInHardware, bool agedInHardware
    if( all.best || !rib_.empty() ) {
       rib_.hostIs( pair, all.best ? all.best->entry.l2RibObjTuple : L2Rib::ObjTuple() );
    }
+   bool const isIgnored = checkIgnoreEvent( pair, claims );
+   auto verdict = isIgnored ? MacVerdict() : evaluateMacClaims( claims );
+   if( verdict.reportedLost ) {
+      lose( pair );
+   }
    if( claims.configuredObstacle || claims.reportedObstacle || !none.empty() ||
        !withheld().empty() ) {
       noteWithheld( pair, claims, none );
    }
-   if( checkIgnoreEvent( pair, claims ) ) {
+   if( isIgnored ) {
       return;
    }
-   auto verdict = evaluateMacClaims( claims );
-   if( verdict.reportedLost ) {
-      lostReport_.insert( pair );
+   bool const isKept = verdict.reason == macReasonOverlayRestarts;
+   if( isKept || !keptRib_.empty() ) {
+      keptRib_.hostIs( pair, isKept ? claims.current->l2RibObjTuple : L2Rib::ObjTuple() );
    }
-   // The next hop as it is now, and not as it was when it was programmed.
-   if( verdict.action == invalidAction && all.best && !claims.configuredObstacle &&
-       Bridging::isEntryTypeRemote( verdict.entry.entryType ) &&
-       verdict.entry.entryType == all.best->entry.entryType && !queued( pair ) ) {
-      auto const * hop = fdb_.nextHop( pair );
-      if( hop && ( hop->hwId != all.hop.hwId || hop->nextHopId != all.hop.nextHopId ) ) {
-         verdict.action = addConfiguredRemote;
-      }
+   if( verdict.action == invalidAction && !queued( pair ) && hasOtherNextHop( verdict, claims ) ) {
+      verdict.action = addConfiguredRemote;
    }
    decided( verdict, claims, all.learnedInHardware );
 }
@@ -388,14 +406,20 @@ MacAddrSm::decided( MacVerdict const & verdict, MacClaims const & claims, bool h
    if( verdict.action == invalidAction ) {
       ZTRACE( 6, " Final action: ignore - MAC entry: ", entry, ' ',
               macReasonText( verdict.reason ) );
-      bool const keepsWhatAged =
-            verdict.reason == macReasonNonAging && claims.agedInHardware && claims.current;
+      bool const isKept =
+            verdict.reason == macReasonNonAging || verdict.reason == macReasonOverlayRestarts;
+      bool const keepsWhatAged = isKept && claims.agedInHardware && claims.current;
       bool const isTold = inFirstPass_ && claims.current && !queued( pair ) &&
                           !skipHwProgInHitlessRestartMode( *claims.current );
       if( keepsWhatAged || isTold ) {
          ZTRACE( 8, pair,
                  isTold ? " is told once more during hitless recovery" : " is written again" );
          reprogram( pair );
+      }
+      // Nothing has changed but who wants it there, perhaps.
+      if( claims.current && claims.current->entryType == Bridging::configuredDynamicMac &&
+          !queued( pair ) ) {
+         fdb_.maybeAddToDynHostStatus( *claims.current );
       }
       return;
    }
@@ -420,7 +444,7 @@ MacAddrSm::decidedAdd( MacVerdict const & verdict, MacClaims const & claims, boo
          hobaAssert( "!isProgrammedDynamic( entryType )" );
       }
       if( Bridging::isEntryTypeRemote( entry.entryType ) ) {
-         fdb_.remoteIs( entry, sources_.nextHop( entry ), true );
+         fdb_.remoteHostTableIs( entry );
       }
       if( !Bridging::isEntryTypeRemote( entry.entryType ) &&
           entry.entryType != Bridging::learnedDynamicMac ) {
@@ -440,10 +464,12 @@ MacAddrSm::decidedRemoval( MacVerdict const & verdict, MacClaims const & claims 
    if( !claims.current ) {
       return; // it is ignored, and nobody has it
    }
-   bool const isHardwares =
-         isMacEntryLearned( claims.current->entryType ) && !fdb_.isRemote( pair );
-   if( !queued( pair ) && isHardwares &&
-       ( claims.agedInHardware || verdict.action == ignoreLearnt ) ) {
+   // What never ages software has written.
+   bool const isHardwares = isMacEntryLearned( claims.current->entryType ) && !fdb_.nextHop( pair );
+   // To a machine that begins all is reported that the hardware has.
+   bool const isLeft = ( verdict.action == ignoreLearnt || inFirstPass_ ) &&
+                       !sources_.isNonAgingMac( pair ) && !neverAges_.has( pair );
+   if( !queued( pair ) && isHardwares && ( claims.agedInHardware || isLeft ) ) {
       return outOfForce( pair );
    }
    addToUpdateList( changeTo( *claims.current, removeFromFdbStatusAndHardware ) );
@@ -456,15 +482,16 @@ MacAddrSm::needsHardware( MacEntry const & entry, bool hardwareHolds ) const {
    }
    auto const * former = fdb_.find( entry.macEntry );
    // What software wrote stands there, whatever the hardware sees.
-   bool const wasWritten = former && ( !isMacEntryLearned( former->entryType ) ||
-                                       Bridging::isEntryTypeRemote( former->entryType ) );
-   return wasWritten || sources_.isNonAgingMac( entry.macEntry );
+   bool const wasWritten =
+         former && ( !isMacEntryLearned( former->entryType ) || fdb_.nextHop( entry.macEntry ) );
+   return wasWritten || sources_.isNonAgingMac( entry.macEntry ) ||
+          neverAges_.has( entry.macEntry );
 }
 
 bool
 MacAddrSm::skipHwProgInHitlessRestartMode( MacEntry const & entry ) const {
    bool const isHardwares = isMacEntryLearned( entry.entryType ) &&
-                            !Bridging::isEntryTypeRemote( entry.entryType ) &&
+                            !fdb_.nextHop( entry.macEntry ) &&
                             !sources_.isNonAgingMac( entry.macEntry );
    if( isHardwares ) {
       ZTRACE( 8, entry.macEntry, " in hitless restart mode" );
@@ -507,7 +534,7 @@ MacAddrSm::maybeUpdateMoveCount( MacEntry const & entry, MacEntry const * curren
    fdb_.addToFdbStatus( entry );
    if( in_.rmacInfoDir->remoteHost()->remoteMacHas( pair ) ) {
       ZTRACE( 5, pair, "update remoteHostTable moves from ", from, " to ", entry.moveCount );
-      in_.rmacInfoDir->remoteHost()->remoteMacIs( entry );
+      fdb_.remoteHostTableIs( entry );
    }
    return true;
 }

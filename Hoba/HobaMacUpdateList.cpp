@@ -58,6 +58,9 @@ MacAddrSm::program( Pair pair ) {
 MacNextHop
 MacAddrSm::nextHopToProgram( MacEntry const & entry ) const {
    auto hop = sources_.nextHop( entry );
+   if( hop.obstacle && sources_.isLearnedInHardware( entry ) ) {
+      hop.obstacle = macObstacleNone; // the hardware knows its way
+   }
    auto const * held = fdb_.nextHop( entry.macEntry );
    if( held && hop.obstacle ) {
       auto const status = fdb_.entry( entry.macEntry );
@@ -143,14 +146,19 @@ MacAddrSm::remoteHostOf( MacEntry const & entry, MacNextHop const & hop ) const 
    host.nextHopId = hop.nextHopId;
    host.hwId = hop.hwId;
    host.isMplsNextHop = hop.isMpls;
+   host.ages = sources_.isLearnedInHardware( entry ) && !isNonAgingMac( entry.macEntry );
    return host;
 }
 
 MacProgramStatus
 MacAddrSm::programLocal( ModifyMacEntry const & change ) {
    auto const entry = change.entry();
-   auto const status = helper_.call< &Helper::doAddHost >( hostOf( entry ) );
+   auto const host = hostOf( entry );
+   auto const status = helper_.call< &Helper::doAddHost >( host );
    if( !isMacProgramRefused( status ) ) {
+      isMacEntryLearned( entry.entryType ) && !host.ages ? neverAges_.insert( entry.macEntry )
+                                                         : neverAges_.erase( entry.macEntry );
+      flush_.written( entry.macEntry );
       inForce( entry );
    }
    return status;
@@ -175,6 +183,8 @@ MacAddrSm::programRemote( ModifyMacEntry const & change ) {
    if( hop.obstacle || ( isNew && fdb_.remotes() >= helper_->getMaxRemoteMacs() ) ) {
       // It was all right when it was decided: now it is withheld.
       updateListDel( entry.macEntry );
+      auto const * host = fdb_.find( entry.macEntry );
+      indexIs( entry.macEntry, entry.intf, host ? host->intf : Pelt::IntfId() );
       evaluateEntry( entry.macEntry );
       // Whoever wants it all the same asks again, but not at once.
       auto const * again = updateList().find( entry.macEntry );
@@ -188,6 +198,7 @@ MacAddrSm::programRemote( ModifyMacEntry const & change ) {
    }
    auto const status = helper_.call< &Helper::addRemoteHost >( remoteHostOf( entry, hop ) );
    if( !isMacProgramRefused( status ) ) {
+      flush_.written( entry.macEntry );
       fdb_.remoteIs( entry, hop, !isKeptOutOfRemoteHostTable( entry ) );
       inForce( entry );
    }
@@ -198,6 +209,7 @@ MacProgramStatus
 MacAddrSm::programRemoval( ModifyMacEntry const & change ) {
    auto const status = helper_.call< &Helper::removeHost >( change.macEntry );
    if( !isMacProgramRefused( status ) ) {
+      neverAges_.erase( change.macEntry );
       outOfForce( change.macEntry );
       room_ = true;
    }
@@ -225,6 +237,10 @@ MacAddrSm::inForce( MacEntry const & entry ) {
          }
          moveCountInc( 1 );
       }
+   }
+   // The first one of a VLAN comes behind walks over the status that began without the VLAN.
+   if( !walks_.empty() && !fdb_.hasVlan( pair.vlanId() ) ) {
+      walks_.add( std::vector{ pair }, evaluation() );
    }
    fdb_.addToFdbStatus( entry );
 }

@@ -40,11 +40,11 @@ class MacWalks {
    // Visits the stations of a VLAN, whose addresses `owner` has in `hosts`.
    template< class Owner, class Hosts >
    void addVlan( Bridging::VlanId vlan, Kiv::Ptr< Owner > const & owner, Hosts const & hosts,
-                 Visit visit, Done done = {} ) {
+                 Visit visit ) {
       add(
             hosts,
             [ vlan ]( auto const & member ) { return Bridging::MacVlanPair( member.key, vlan ); },
-            std::move( visit ), std::move( done ), owner );
+            std::move( visit ), {}, owner );
    }
    // Visits all stations that are in force.
    void addStatus( Bridging::Status const & status, Visit const & visit ) {

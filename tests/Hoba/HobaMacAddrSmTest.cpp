@@ -621,4 +621,64 @@ TEST_F( MacAddrSmTest, goesByItsSwitches ) {
    EXPECT_EQ( host( pair( 2 ) ), "Ethernet1 configuredStaticMac 0" );
 }
 
+// Orders in which something was said, lost and taken back before anybody had looked again.
+TEST_F( MacAddrSmTest, whatIsOnItsWayIsNotForgotten ) {
+   start();
+   vnis->vniIs( vlan10, Vxlan::Vni( 10010 ) );
+   vxlan->vxlanConfigIs( vx1 );
+   requests->agentIs( "cli" );
+   HobaTypes::MacAddressTableEntry never;
+   never.macEntry = pair( 1 );
+   nonAging->enabledIs( true );
+   nonAging->macEntriesIs( never );
+   learn( pair( 1 ), et1 );
+   // It ages again, which is still to be written when the hardware is told to flush.
+   nonAging->macEntriesDel( pair( 1 ) );
+   data->intfDel( et1 );
+   settle();
+   EXPECT_EQ( host( pair( 1 ) ) + row( pair( 1 ) ), "--" );
+   data->intfIs( et1, true );
+   // Pending, and flushed; pending, and its interface goes.
+   rmac->tunnelLearnEvent()->eventIs( { { pair( 2 ).addr(), Vxlan::Vni( 10010 ) }, vx1, 7, 0 } );
+   EXPECT_TRUE( sm->updateListHas( pair( 2 ) ) );
+   requests->agent( "cli" )->requestIs( "1", {} );
+   vxlan->vxlanConfig( vx1 )->remoteHostIs( { pair( 3 ), 7 } );
+   vxlan->vxlanConfigDel( vx1 );
+   settle();
+   EXPECT_EQ( host( pair( 2 ) ) + host( pair( 3 ) ), "--" );
+   // There is no room for it after all: it is where it was, also for whoever looks behind the interface.
+   learn( pair( 5 ), et2 );
+   vxlan->vxlanConfigIs( vx1 );
+   vxlan->vxlanConfig( vx1 )->remoteHostIs( { pair( 5 ), 7 } );
+   chip->mac()->maxRemoteMacsIs( 0 );
+   settle();
+   EXPECT_FALSE( sm->hostsBehind( vx1 ).has( pair( 5 ) ) );
+   EXPECT_EQ( sm->withheld( pair( 5 ) ).obstacle, Hoba::macObstacleRemoteLimit );
+}
+
+// What the hardware learns behind the overlay is neither programmed nor counted, and moves and ages by itself.
+TEST_F( MacAddrSmTest, stationsTheHardwareLearnsBehindTheOverlayAreItsOwn ) {
+   start();
+   vnis->vniIs( vlan10, Vxlan::Vni( 10010 ) );
+   learn( pair( 1 ), vx1 );
+   learn( pair( 1 ), Pelt::VxlanIntfId( 2 ) );
+   EXPECT_EQ( host( pair( 1 ) ), "Vxlan2 learnedRemoteMac 1" );
+   EXPECT_TRUE( rmac->remoteHost()->remoteMacHas( pair( 1 ) ) );
+   EXPECT_EQ( rmac->remoteHostStatus()->remoteHostStatus().size(), 0u );
+   EXPECT_EQ( sm->verifyHost( *sm->fdb().entry( pair( 1 ) ) ), "" );
+   EXPECT_EQ( helper->take(), Strings{} );
+   // Written once, it still ages.
+   pass( 1 );
+   configure( pair( 1 ), et1, Bridging::configuredDynamicMac, driver.now() );
+   pass( 1 );
+   learn( pair( 1 ), vx1 );
+   EXPECT_EQ( row( pair( 1 ) ), "Vxlan1 learnedRemoteMac ages" );
+   EXPECT_EQ( rmac->remoteHostStatus()->remoteHostStatus().size(), 1u );
+   unconfigure( pair( 1 ) );
+   chip->mac()->age( pair( 1 ) );
+   settle();
+   EXPECT_EQ( host( pair( 1 ) ) + row( pair( 1 ) ), "--" );
+   EXPECT_EQ( rmac->vlanRefcountTable()->refcount( vlan10 ), 0u );
+}
+
 } // namespace
