@@ -101,6 +101,8 @@ class Observer {
    // What the machines of the feature report in a verification pass that runs now: items, in order.
    using Items = std::vector< std::pair< Kiv::String, Kiv::String > >;
    virtual void verifyItems( Items & ) const {}
+   // One of them cannot conclude then: what the chip has been told has not landed.
+   virtual bool cannotVerifyYet() const { return false; }
    // How often the agent had to write to the chip for a hitless restart out of the quiet, and how many
    // rows were swept: asked after began().
    virtual std::uint64_t restartWrites() const { return 0; }

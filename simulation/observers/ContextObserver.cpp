@@ -223,12 +223,12 @@ class ContextObserver : public Observer {
    Verdict judge( Step const & step ) const override;
    void heard( Step const & step, Datum const & answer ) override;
    void follow() override {
-      hearFailures();
       hearSweeps();
+      hearFailures();
    }
    void timeIs( Kiv::Seconds ) override {
-      hearFailures();
       hearSweeps();
+      hearFailures();
    }
    void began( HobaAgent::RestartKind kind ) override;
    void check() override;
@@ -256,8 +256,10 @@ class ContextObserver : public Observer {
       auto const before = std::exchange( sweptBefore_, simulated().swept() );
       auto const isOver = textAt( "/hoba/machines/mac/firstPassDone" );
       if( !starts_.empty() ) {
-         starts_.back().swept += sweptBefore_ - before;
-         starts_.back().isOver = isOver.empty() ? starts_.back().isOver : isOver == "true";
+         auto & start = starts_.back();
+         start.mayHaveFailed |= !start.isOver && failuresSeen_ != Kiv::Dispatch::failures;
+         start.swept += sweptBefore_ - before;
+         start.isOver = start.isOver || isOver == "true";
       }
    }
    void hearProperty( String const & table, String const & property, String const & text );
@@ -442,7 +444,8 @@ ContextObserver::checkStarts() {
           text( 2 ) != Kiv::toText( start.kind ) || text( 3 ) != "0.0" ||
           text( 5 ) != Kiv::toText( start.swept ) || !isState ) {
          found( "show restarts: line " + std::to_string( n + 1 ) + " is " +
-                Kiv::datumText( ( *rows )[ n ] ) );
+                Kiv::datumText( ( *rows )[ n ] ) + ", and must have swept " +
+                Kiv::toText( start.swept ) + ( start.isOver ? "" : ", and not be over" ) );
       }
    }
 }

@@ -36,7 +36,9 @@ MacModel::MacModel( Switch const & simulated )
         dot1x_( simulated.entity< Dot1x::Status >( "/dot1x/status" ) ),
         dot1xHosts_( simulated.entity< Dot1x::HostTable >( "/dot1x/hostTable" ) ),
         nonAging_( simulated.entity< Hoba::NonAgingStatus >( "/hoba/nonAging/status" ) ),
-        failed_( simulated.entity< FastServerFailover::Status >( "/fsf/status" ) ) {}
+        failed_( simulated.entity< FastServerFailover::Status >( "/fsf/status" ) ),
+        programmed_( simulated.entity< HobaTypes::RemoteHostStatusTable >(
+              "/vxlan/remoteMacInfo/remoteHostStatus" ) ) {}
 
 // ---- Of each station, what its sources say
 
@@ -86,6 +88,15 @@ MacModel::said() const {
    }
    for( auto const & [ pair, row ] : nonAging_->macEntries() ) {
       all[ pair ].isNonAging = nonAging_->enabled();
+   }
+   return all;
+}
+
+std::map< Vxlan::VniMac, Vxlan::TunnelLearnEvent >
+MacModel::tunnelEvents() const {
+   std::map< Vxlan::VniMac, Vxlan::TunnelLearnEvent > all;
+   for( auto const & [ host, event ] : tunnelEvents_->event() ) {
+      all.emplace( host, event );
    }
    return all;
 }
@@ -149,12 +160,13 @@ MacModel::isRestricted( IntfId intf ) const {
 // ---- What was learnt
 
 std::optional< MacModel::Entry >
-MacModel::reported( Pair pair, Said const & said ) const {
+MacModel::reported( Pair pair, Said const & said, bool & isInHardware ) const {
    Entry entry;
    entry.macEntry = pair;
-   bool const isInHardware = said.macTable && isLearned( said.macTable->entryType );
    bool const isTold = said.tunnel && Pelt::VxlanIntfId::isVxlanIntfId( said.tunnel->intf );
-   if( isInHardware && ( !isTold || said.macTable->learnTime > said.tunnel->learnTime ) ) {
+   isInHardware = said.macTable && isLearned( said.macTable->entryType ) &&
+                  ( !isTold || said.macTable->learnTime > said.tunnel->learnTime );
+   if( isInHardware ) {
       entry.intf = said.macTable->intf;
       entry.entryType = said.macTable->entryType;
       entry.lastMoveTime = said.macTable->learnTime;
@@ -169,6 +181,46 @@ MacModel::reported( Pair pair, Said const & said ) const {
       return entry;
    }
    return {};
+}
+
+bool
+MacModel::isInHardware( Entry const & entry, Said const & said ) const {
+   bool isInHardware = false;
+   auto const learnt = reported( entry.macEntry, said, isInHardware );
+   return isInHardware && isLearned( entry.entryType ) && isSamePlace( *learnt, entry );
+}
+
+std::uint64_t
+MacModel::limit() const {
+   return Kiv::fromText< std::uint64_t >(
+         Kiv::datumText( simulated_.get( "/sim/chip/mac/maxRemoteMacs" ) ) );
+}
+
+String
+MacModel::fieldOf( char const * list, Pair pair, char const * field ) const {
+   auto const rows = simulated_.get( String( "/hoba/machines/mac/" ) + list );
+   auto const * const row = rows.find( Kiv::toText( pair ) );
+   return row ? Kiv::datumText( *row->find( field ) ) : "";
+}
+
+bool
+MacModel::isPending( Pair pair ) const {
+   for( auto const * list : { "updateList", "refusedList" } ) {
+      auto const type = fieldOf( list, pair, "entryType" );
+      if( !type.empty() && fieldOf( list, pair, "action" ) != "removeFromFdbStatusAndHardware" &&
+          Bridging::isEntryTypeRemote( Kiv::fromText< EntryType >( type ) ) ) {
+         return true;
+      }
+   }
+   return false;
+}
+
+// Of what was decided already it is seen when it is done.
+bool
+MacModel::isBeyondLimit( Pair pair ) const {
+   return !programmed_->remoteHostStatusHas( pair ) && !isPending( pair ) &&
+          ( programmed_->remoteHostStatus().size() >= limit() ||
+            fieldOf( "withheld", pair, "obstacle" ) == "remote MAC limit" );
 }
 
 String
@@ -194,7 +246,7 @@ MacModel::obstacleOf( Entry const & reported ) const {
 // Only the operator may say that a station is nowhere, or is a group. Behind the overlay are remote stations, and
 // no others; behind what, an object may not say yet.
 void
-MacModel::add( Candidates & all, String & none, Entry const & entry, Origin origin, bool isOwn ) {
+MacModel::add( Candidates & all, String & none, Entry entry, Origin origin, bool isOwn ) {
    auto const type = entry.entryType;
    bool const isAway = Pelt::VxlanIntfId::isVxlanIntfId( entry.intf );
    bool const isOpen = entry.l2RibObjTuple && !entry.intf;
@@ -207,6 +259,9 @@ MacModel::add( Candidates & all, String & none, Entry const & entry, Origin orig
    } else if( ( !isOpen && isRemote != isAway ) || ( !isOwn && !entry.intf && !isRemote ) ) {
       refusal = "interface";
    } else {
+      if( !isRemote ) {
+         entry.swTunnelGroupId = {};
+      }
       all.push_back( { entry, origin } );
    }
    none = none.empty() ? refusal : none;
@@ -346,7 +401,7 @@ MacModel::candidates( Pair pair, Station const & station, Candidates & all, Stri
       told.swTunnelGroupId = Hoba::SwTunnelGroupId( said.macTable->tunnelId );
       told.lastMoveTime = said.macTable->learnTime;
       told.preference = 16;
-      add( all, none, told, ofOperator ); // the hardware counts no moves
+      add( all, none, told, ofHardware ); // which counts no moves
    }
    if( said.failed ) {
       auto cpu = entry;
@@ -445,6 +500,7 @@ MacModel::hopOf( Entry const & entry ) const {
    hop.isMpls = dest->kind == L2Rib::destMpls;
    hop.hwId = hwIds_->hwIdHas( tuple ) ? hwIds_->hwId( tuple ) : 0;
    hop.obstacle = dest->kind == L2Rib::destDrop               ? "drop next hop"
+                  : !dest->intf                               ? "RIB object"
                   : hop.nextHopId == L2Rib::nextHopInvalid    ? "invalid next hop"
                   : hop.nextHopId == L2Rib::nextHopUnresolved ? "next hop"
                   : hop.hwId == 0                             ? "hardware id"
@@ -452,14 +508,10 @@ MacModel::hopOf( Entry const & entry ) const {
    return hop;
 }
 
-std::uint32_t
-MacModel::nextHopId( Entry const & entry ) const {
-   return hopOf( entry ).nextHopId;
-}
-
-std::uint64_t
-MacModel::hwId( Entry const & entry ) const {
-   return hopOf( entry ).hwId;
+MacModel::Way
+MacModel::wayTo( Entry const & entry ) const {
+   auto const hop = hopOf( entry );
+   return { hop.nextHopId, hop.hwId };
 }
 
 // ---- What becomes of it
@@ -469,7 +521,8 @@ MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const
    auto const & current = station.current;
    Verdict verdict;
    verdict.isLost = station.isLost;
-   auto learnt = reported( pair, station.said );
+   bool isInHardware = false;
+   auto learnt = reported( pair, station.said, isInHardware );
    Candidates all;
    String none;
    candidates( pair, station, all, none );
@@ -483,34 +536,43 @@ MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const
    }
    if( best && ( Bridging::isEntryTypeRemote( best->entryType ) || best->l2RibObjTuple ) ) {
       auto const hop = hopOf( *best );
-      auto const obstacle =
-            Bridging::isEntryTypeRemote( best->entryType ) && !hasVni( pair.vlanId() )
-                  ? "VNI"
-                  : hop.obstacle;
+      auto obstacle = Bridging::isEntryTypeRemote( best->entryType ) && !hasVni( pair.vlanId() )
+                            ? "VNI"
+                            : hop.obstacle;
+      if( obstacle.empty() && isBeyondLimit( pair ) ) {
+         obstacle = "remote MAC limit";
+      }
       if( !obstacle.empty() ) {
          verdict.obstacle = obstacle;
-         if( obstacle == "next hop" && current && current->entryType == best->entryType ) {
+         if( obstacle == "next hop" && current && current->entryType == best->entryType &&
+             ( programmed_->remoteHostStatusHas( pair ) || isPending( pair ) ) ) {
             verdict.entry = current; // it keeps its place
+            verdict.way = station.way;
             return verdict;
          }
          best.reset();
       }
    }
+   // A learn event for a station that is programmed behind the overlay is dropped.
+   auto const isRemote = []( auto const & entry ) {
+      return entry && Bridging::isEntryTypeRemote( entry->entryType );
+   };
+   verdict.isLost = verdict.isLost || ( isRemote( learnt ) && isRemote( best ) &&
+                                        isRemote( current ) && !isLearned( current->entryType ) );
    bool isObstructed = false;
    if( verdict.isLost ) {
       learnt.reset();
    } else if( learnt ) {
       auto obstacle = obstacleOf( *learnt );
       // What software learnt is to be written, for which there must be a way.
-      bool const isInHardware = station.said.macTable &&
-                                station.said.macTable->intf == learnt->intf &&
-                                station.said.macTable->learnTime == learnt->lastMoveTime;
-      if( obstacle.empty() && Bridging::isEntryTypeRemote( learnt->entryType ) && !isInHardware &&
-          !learnt->swTunnelGroupId ) {
-         obstacle = "RIB object";
+      if( obstacle.empty() && Bridging::isEntryTypeRemote( learnt->entryType ) && !isInHardware ) {
+         obstacle = !learnt->swTunnelGroupId ? "RIB object"
+                    : isBeyondLimit( pair )  ? "remote MAC limit"
+                                             : "";
       }
       if( !obstacle.empty() ) {
-         verdict.obstacle = verdict.obstacle.empty() ? obstacle : verdict.obstacle;
+         // What has lost waits for nothing.
+         verdict.obstacle = verdict.obstacle.empty() && !best ? obstacle : verdict.obstacle;
          verdict.isLost = best.has_value();
          isObstructed = true;
          learnt.reset();
@@ -553,20 +615,24 @@ MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const
    } else if( best ) {
       verdict.entry = best;
       if( origin != elsewhere ) {
+         auto const since = origin == ofHardware ? best->lastMoveTime : now;
          verdict.entry->moveCount = current ? current->moveCount : Mox::Seqno32();
-         verdict.entry->lastMoveTime = current ? current->lastMoveTime : now;
+         verdict.entry->lastMoveTime = current ? current->lastMoveTime : since;
          if( current && !isSamePlace( *current, *best ) ) {
-            verdict.entry->lastMoveTime = now;
+            verdict.entry->lastMoveTime = since;
             verdict.entry->moveCount.inc( origin == ofFailure ? 0 : 1 );
          }
       }
    } else if( current && !isObstructed && isLearned( current->entryType ) &&
               station.said.isNonAging ) {
       verdict.entry = current;
-   } else if( current && !isObstructed && Bridging::isEntryTypeRemote( current->entryType ) &&
+   } else if( current && !isObstructed && programmed_->remoteHostStatusHas( pair ) &&
               ( boot_->hitlessRestartInProgress() || !boot_->remoteMacsReady() ) ) {
       verdict.entry = current;
    }
+   bool const isKept = current && verdict.entry && !learnt && !best;
+   bool const isOpen = isKept && !hopOf( *verdict.entry ).obstacle.empty();
+   verdict.way = isOpen ? station.way : verdict.entry ? wayTo( *verdict.entry ) : Way();
    return verdict;
 }
 

@@ -43,6 +43,12 @@ class MacModel {
       bool operator==( Said const & ) const = default;
    };
 
+   // The way to a station behind the overlay, as it was when it was decided.
+   struct Way {
+      std::uint32_t nextHopId = 0;
+      std::uint64_t hwId = 0;
+   };
+
    // One station.
    struct Station {
       Said said;
@@ -52,17 +58,20 @@ class MacModel {
       // What was learnt counts no more until it is reported again.
       bool isLost = false;
       Kiv::Seconds failedSince = 0;
+      Way way;
    };
 
    struct Verdict {
       std::optional< Entry > entry;
       bool isLost = false;
       Kiv::String obstacle; // before what is said last
+      Way way;
    };
 
    explicit MacModel( Switch const & simulated );
 
    std::map< Pair, Said > said() const;
+   std::map< Vxlan::VniMac, Vxlan::TunnelLearnEvent > tunnelEvents() const;
    Verdict evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const;
 
    // ---- What is said of others than stations
@@ -70,8 +79,18 @@ class MacModel {
    bool hasVni( Bridging::VlanIdOrNone vlan ) const;
    bool learnsOnPort( Pelt::IntfId intf ) const;
    bool learnsOnVlan( Bridging::VlanId vlan ) const;
-   std::uint32_t nextHopId( Entry const & entry ) const;
-   std::uint64_t hwId( Entry const & entry ) const;
+   Way wayTo( Entry const & entry ) const;
+
+   // Whether the hardware has it by itself.
+   bool isInHardware( Entry const & entry, Said const & said ) const;
+   // Whether the station would be one too many behind the overlay. Who is let in again when there is room the
+   // machine says.
+   bool isBeyondLimit( Pair pair ) const;
+   // Whether it is decided to be behind the overlay, and that is still to be done.
+   bool isPending( Pair pair ) const;
+   // How many the chip may have behind the overlay, and those that are programmed there.
+   std::uint64_t limit() const;
+   HobaTypes::RemoteHostStatusTable const & programmed() const { return *programmed_; }
 
    static bool isStatic( Bridging::EntryType type );
    static bool isLearned( Bridging::EntryType type );
@@ -92,7 +111,7 @@ class MacModel {
       std::uint64_t hwId = 0;
       bool isMpls = false;
    };
-   enum Origin { elsewhere, ofOperator, ofFailure };
+   enum Origin { elsewhere, ofOperator, ofHardware, ofFailure };
    struct Candidate {
       Entry entry;
       Origin origin;
@@ -100,7 +119,7 @@ class MacModel {
    using Candidates = std::vector< Candidate >;
 
    // `isOwn`: the operator configured it here.
-   static void add( Candidates & all, Kiv::String & none, Entry const & entry, Origin origin,
+   static void add( Candidates & all, Kiv::String & none, Entry entry, Origin origin,
                     bool isOwn = false );
    void candidates( Pair pair, Station const & station, Candidates & all,
                     Kiv::String & none ) const;
@@ -108,9 +127,10 @@ class MacModel {
    void fromPeer( Said const & said, Candidates & all, Kiv::String & none ) const;
    void fromOverlay( Pair pair, Said const & said, Candidates & all, Kiv::String & none ) const;
    bool isBetter( Entry const & before, Entry const & next ) const;
+   Kiv::String fieldOf( char const * list, Pair pair, char const * field ) const;
    Hop hopOf( Entry const & entry ) const;
    std::vector< Pelt::IpGenAddr > tunnelsOf( Entry const & entry ) const;
-   std::optional< Entry > reported( Pair pair, Said const & said ) const;
+   std::optional< Entry > reported( Pair pair, Said const & said, bool & isInHardware ) const;
    Kiv::String obstacleOf( Entry const & reported ) const;
    bool isController() const;
    bool isRestricted( Pelt::IntfId intf ) const;
@@ -139,6 +159,7 @@ class MacModel {
    Kiv::Ptr< Dot1x::HostTable const > const dot1xHosts_;
    Kiv::Ptr< Hoba::NonAgingStatus const > const nonAging_;
    Kiv::Ptr< FastServerFailover::Status const > const failed_;
+   Kiv::Ptr< HobaTypes::RemoteHostStatusTable const > const programmed_;
 };
 
 } // namespace Simulation

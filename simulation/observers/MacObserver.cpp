@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "simulation/observers/MacObserver.h"
 
+#include "agent/feeders/FlushClient.h"
 #include "simulation/observers/MacGenerator.h"
 #include "simulation/observers/StationsObserver.h"
 
@@ -49,6 +50,11 @@ MacObserver::MacObserver( Switch & simulated, Observers & observers )
       : Observer( simulated, observers, "MAC addresses" ), model_( simulated ),
         faults_( { "/sim/chip/mac/hostTable" } ) {
    simulated.watch( machinePath + "initialized", [ this ] { lookForMachine(); } );
+   // In the middle of a moment, perhaps.
+   for( auto const * what : { "verify", "reverify" } ) {
+      simulated.watch( String( "/hoba/common/verifyData/" ) + what,
+                       [ this ] { verified_ = isHeard_ ? verification() : Verification(); } );
+   }
    for( auto const * path :
         { "/bridging", "/mlag", "/l2rib", "/vxlan", "/dot1x", "/fsf", "/hoba/macTable",
           "/hoba/routerMac", "/hoba/nonAging/status", "/hoba/objTupleToHwId",
@@ -63,7 +69,7 @@ MacObserver::MacObserver( Switch & simulated, Observers & observers )
 
 void
 MacObserver::prepare( Draw & draw, Steps & steps ) {
-   for( auto count = isDrawn ? draw.below( 30 ) : 0; count-- > 0; ) {
+   for( auto count = draw.below( 30 ); count-- > 0; ) {
       proposeMac( draw, steps );
    }
 }
@@ -76,14 +82,30 @@ MacObserver::propose( Draw & draw, Steps & steps ) {
       steps.push_back( wrongMacStep( draw ) );
    } else if( kind == 1 ) {
       steps.push_back( "set " + String( remotesPath ) + ' ' + most );
+   } else if( kind == 2 ) {
+      faults_.propose( draw, steps );
+   } else if( kind == 3 ) {
+      proposeClear( draw, steps );
    } else {
       proposeMac( draw, steps );
    }
 }
 
+void
+MacObserver::proposeClear( Draw & draw, Steps & steps ) const {
+   auto const vlan = " vlan=" + draw.vlan(), port = " port=" + draw.intf();
+   auto const mac = " mac=" + draw.station();
+   String const all[] = { "", vlan, port, mac, vlan + port, mac + vlan, mac + port };
+   steps.push_back( "clear mac" + all[ draw.below( std::size( all ) ) ] );
+}
+
 Steps
 MacObserver::heal() {
    auto steps = faults_.heal();
+   // Who is in force and has no room is tried for ever.
+   if( model_.programmed().remoteHostStatus().size() > model_.limit() ) {
+      steps.push_back( "set " + String( remotesPath ) + " 16384" );
+   }
    // Sweeps of ageing are too rare then to keep things from becoming quiet.
    auto const age = model_.bridging().hostAgingTime();
    if( age > 0 && age < 60 ) {
@@ -98,6 +120,12 @@ MacObserver::judge( Step const & step ) const {
          ( step.isAt( "/feeders/config/vlan" ) &&
            ( step[ 1 ].ends_with( "/macLearning" ) || step[ 1 ].ends_with( "/primaryVlan" ) ) ) ||
          step[ 1 ].ends_with( "/enableLearning" );
+   if( step.begins( "clear mac" ) ) {
+      return verdict( canClear( step ) );
+   }
+   if( faults_.isMine( step ) ) {
+      return step.isAt( "/sim/chip/mac/hostTable/capacity" ) ? notMine : accepts;
+   }
    if( !isLearning &&
        std::ranges::none_of( mine, [ & ]( auto path ) { return step.isAt( path ); } ) ) {
       return notMine;
@@ -106,6 +134,32 @@ MacObserver::judge( Step const & step ) const {
       return refuses;
    }
    return verdict( step[ 0 ] == "set" || !simulated().get( step[ 1 ] ).isNull() );
+}
+
+namespace {
+
+// "port=Ethernet1" and the like, by name.
+std::map< String, String >
+argumentsOf( Step const & step ) {
+   std::map< String, String > arguments;
+   for( auto word = step.words().begin() + 2; word != step.words().end(); ++word ) {
+      auto const end = word->find( '=' );
+      arguments[ word->substr( 0, end ) ] = word->substr( end + 1 );
+   }
+   return arguments;
+}
+
+} // namespace
+
+bool
+MacObserver::canClear( Step const & step ) const {
+   auto arguments = argumentsOf( step );
+   auto const port = arguments[ "port" ];
+   bool const isThere = port.empty() || rowsAt( "/feeders/config/port" ).contains( port ) ||
+                        rowsAt( "/feeders/config/lag" ).contains( port );
+   bool const isMember = !port.empty() && rowsAt( "/hoba/common/portToLag" ).contains( port );
+   return simulated().isRunning() && isThere && !isMember &&
+          ( port.empty() || arguments[ "mac" ].empty() );
 }
 
 void
@@ -124,28 +178,34 @@ MacObserver::lookForMachine() {
    // It keeps what is in force, and looks at all that is said when its clock runs.
    stations_.clear();
    for( auto const & [ pair, entry ] : inForce() ) {
-      stations_[ pair ].current = entry;
+      auto & station = stations_[ pair ];
+      station.current = entry;
+      if( model_.programmed().remoteHostStatusHas( pair ) ) {
+         auto const & way = model_.programmed().remoteHostStatus( pair );
+         station.way = { way.nextHopId, way.hwId };
+      }
    }
    for( auto const & [ pair, said ] : model_.said() ) {
       auto & station = stations_[ pair ];
       station.said = said;
       // A server that failed while nobody looked: whether it is back by now the status knows.
       auto const & current = station.current;
-      station.failedSince = !current                                    ? simulated().now()
-                            : MacModel::isLearned( current->entryType ) ? 0
-                                                                        : current->lastMoveTime;
+      station.failedSince =
+            current && Pelt::CpuIntfId::isCpuIntfId( current->intf ) ? current->lastMoveTime : 0;
    }
    adopted_ = stations_;
+   adoptedRows_ = observers().find< StationsObserver >().rows();
+   programmed_ = model_.programmed().remoteHostStatus().size();
+   limit_ = model_.limit();
    moves_.clear();
    withheld_.clear();
    flushes_.clear();
+   hearFlushes( true );
+   gone_.clear();
+   goneVlans_.clear();
+   learning_.clear();
    places_.clear();
-   down_.clear();
-   for( auto const & [ name, port ] : rowsAt( "/interface/status/ethPhyIntfStatus" ) ) {
-      if( port.find( "linkDown" ) != String::npos ) {
-         down_.insert( name );
-      }
-   }
+   links_.clear();
    vlans_.clear();
    hear();
 }
@@ -163,6 +223,10 @@ MacObserver::inForce() const {
          Entry entry;
          if( remote->remoteMacHas( pair ) ) {
             entry = remote->remoteMac( pair );
+         } else if( model_.programmed().remoteHostStatusHas( pair ) ) {
+            // A peer's: its next hop is its group.
+            entry.swTunnelGroupId =
+                  Hoba::SwTunnelGroupId( model_.programmed().remoteHostStatus( pair ).nextHopId );
          }
          entry.macEntry = pair;
          entry.intf = host.intf;
@@ -181,41 +245,62 @@ MacObserver::hear() {
    if( !isHeard_ || std::exchange( isHearing_, true ) ) {
       return;
    }
-   hearFlushes();
+   auto const programmed = model_.programmed().remoteHostStatus().size();
+   if( programmed < std::exchange( programmed_, programmed ) ) {
+      limit_ = model_.limit();
+   }
+   hearFlushes( false );
    hearPlaces();
+   auto const events = model_.tunnelEvents();
+   bool const isTold = std::exchange( tunnelEvents_, events ) != events;
    auto const all = model_.said();
    for( auto const & [ pair, said ] : all ) {
-      saidIs( pair, said );
+      saidIs( pair, said, isTold );
    }
    for( auto const & [ pair, station ] : std::map( stations_ ) ) {
       if( !all.contains( pair ) ) {
-         saidIs( pair, {} );
+         saidIs( pair, {}, isTold );
       }
    }
    decided();
    isHearing_ = false;
 }
 
+// `isTold`: events of tunnels came or went.
 void
-MacObserver::saidIs( Pair pair, MacModel::Said const & said ) {
+MacObserver::saidIs( Pair pair, MacModel::Said const & said, bool isTold ) {
    auto & station = stations_[ pair ];
    if( station.said == said ) {
       return;
    }
    if( station.said.macTable != said.macTable || station.said.tunnel != said.tunnel ) {
       station.isLost = false;
-      sinceGone_.insert( pair );
+      for( auto & [ key, flush ] : flushes_ ) {
+         flush.since.insert( pair );
+      }
+      for( auto & [ intf, since ] : gone_ ) {
+         since.insert( pair );
+      }
+      for( auto & [ vlan, since ] : goneVlans_ ) {
+         since.insert( pair );
+      }
    }
    if( said.failed && said.failed != station.said.failed ) {
       station.failedSince = simulated().now();
    }
-   // What goes with its VXLAN interface goes at once for many: that is a walk.
+   // What goes with its VXLAN interface, or has another VLAN, does so at once for many: that is a walk.
    auto without = station.said;
    without.remote = said.remote;
-   bool const isWalk =
-         without == said && std::ranges::any_of( station.said.remote, [ & ]( auto const & each ) {
-            return !model_.vxlan().vxlanConfigHas( Pelt::VxlanIntfId( IntfId( each.first ) ) );
-         } );
+   without.tunnel = said.tunnel;
+   // Whether it ages is nothing to those that were not learnt.
+   if( !( station.current && MacModel::isLearned( station.current->entryType ) ) ) {
+      without.isNonAging = said.isNonAging;
+   }
+   bool const isGone = std::ranges::any_of( station.said.remote, [ & ]( auto const & each ) {
+      return !model_.vxlan().vxlanConfigHas( Pelt::VxlanIntfId( IntfId( each.first ) ) );
+   } );
+   bool const isWalk = without == said && ( station.said.remote == said.remote || isGone ) &&
+                       ( station.said.tunnel == said.tunnel || !isTold );
    station.said = said;
    if( !isWalk ) {
       evaluate( pair );
@@ -229,6 +314,7 @@ MacObserver::evaluate( Pair pair ) {
    auto const verdict = model_.evaluate( pair, station, now );
    station.isLost = verdict.isLost;
    station.current = verdict.entry;
+   station.way = verdict.way;
    auto & held = withheld_[ pair ];
    if( held.obstacle != verdict.obstacle ) {
       held = { verdict.obstacle, now };
@@ -238,30 +324,57 @@ MacObserver::evaluate( Pair pair ) {
 // ---- Flushes
 
 void
-MacObserver::hearFlushes() {
+MacObserver::hearFlushes( bool begins ) {
    auto const dirs =
          simulated().entity< Bridging::AllHostTableFlushRequestDir >( "/bridging/flush/request" );
-   std::map< FlushKey, Bridging::HostTableFlushRequest > asked;
+   std::map< FlushKey, Flush > asked;
    for( auto const & [ agent, dir ] : dirs->agent() ) {
       for( auto const & [ key, request ] : dir->request() ) {
-         asked[ { agent, key } ] = request;
+         asked[ { agent, key } ].what = request;
+      }
+   }
+   for( auto const & [ key, text ] : rowsAt( "/vxlan/remoteMacInfo/flushRequest/request" ) ) {
+      asked[ { "", key } ].ofRemotes = Hoba::VXLAN::FlushReqKey::parse( key );
+   }
+   for( auto & [ key, flush ] : flushes_ ) {
+      // The operator's go as soon as they are answered, and those of the overlay are answered by that.
+      bool const goes = key.first == Feeders::FlushClient::name || flush.ofRemotes;
+      if( !asked.contains( key ) && goes && !flush.isDone ) {
+         flushed( flush );
       }
    }
    std::erase_if( flushes_, [ & ]( auto const & each ) { return !asked.contains( each.first ); } );
    for( auto const & [ key, request ] : asked ) {
+      bool const isAnswered =
+            textAt( "/bridging/flush/reply/agent/" + key.first + "/reply/" + key.second ) == "true";
       auto const known = flushes_.find( key );
-      if( known == flushes_.end() || known->second.what != request ) {
+      if( known == flushes_.end() || known->second.what != request.what ) {
          // One that a former machine has answered is over.
-         bool const isDone = textAt( "/bridging/flush/reply/agent/" + key.first + "/reply/" +
-                                     key.second ) == "true";
-         flushes_[ key ] = { request, isDone };
+         flushes_[ key ] = request;
+         flushes_[ key ].isDone = isAnswered && begins;
+      } else if( isAnswered && !known->second.isDone ) {
+         flushed( known->second );
       }
    }
 }
 
+// It has been carried out. What was reported while it was under way may have been spared, which shows.
+void
+MacObserver::flushed( Flush & flush ) {
+   auto const rows = decidedRows();
+   for( auto const & [ pair, station ] : std::map( stations_ ) ) {
+      bool const isSpared = flush.since.contains( pair ) && rows.contains( pair ) &&
+                            rows.at( pair ) == textOf( station.current );
+      if( isIn( flush, pair ) && !isSpared ) {
+         forget( pair );
+      }
+   }
+   flush.isDone = true;
+}
+
 void
 MacObserver::hearPlaces() {
-   // A port that is there and learns; a LAG that has active members and learns.
+   // A port that is there; a LAG that has active members.
    std::set< IntfId > places;
    for( auto const & [ name, value ] : rowsAt( "/hoba/common/intf" ) ) {
       places.insert( IntfId( name ) );
@@ -271,56 +384,82 @@ MacObserver::hearPlaces() {
          places.insert( IntfId( name ) );
       }
    }
-   std::erase_if( places, [ & ]( IntfId intf ) { return !model_.learnsOnPort( intf ); } );
+   // What stations are behind, whether or not it is there, and learns no more.
+   for( auto const intf : std::exchange( learning_, {} ) ) {
+      if( !model_.learnsOnPort( intf ) ) {
+         gone_[ intf ].clear();
+      }
+   }
+   for( auto const & [ pair, station ] : stations_ ) {
+      if( station.current && model_.learnsOnPort( station.current->intf ) ) {
+         learning_.insert( station.current->intf );
+      }
+   }
    // A link that went down.
    auto const lagOf = rowsAt( "/hoba/common/portToLag" );
+   std::map< String, bool > links;
    for( auto const & [ name, port ] : rowsAt( "/interface/status/ethPhyIntfStatus" ) ) {
-      bool const isDown = port.find( "linkDown" ) != String::npos;
-      if( isDown && down_.insert( name ).second && !lagOf.contains( name ) ) {
-         gone_.insert( IntfId( name ) );
-      } else if( !isDown ) {
-         down_.erase( name );
+      auto const known = links_.find( name );
+      links[ name ] = port.find( "linkDown" ) != String::npos;
+      if( known != links_.end() && !known->second && links[ name ] && !lagOf.contains( name ) ) {
+         gone_[ IntfId( name ) ].clear();
       }
    }
-   std::ranges::set_difference( places_, places, std::inserter( gone_, gone_.end() ) );
-   if( places_ != places ) {
-      sinceGone_.clear();
+   links_ = links;
+   for( auto const intf : places_ ) {
+      if( !places.contains( intf ) ) {
+         gone_[ intf ].clear();
+      }
    }
    places_ = places;
-   std::set< Bridging::VlanId > vlans;
+   // A VLAN that learns no more, or is gone.
+   std::map< Bridging::VlanId, bool > vlans;
    auto const dir = simulated().entity< Bridging::VlanConfigDir >( "/bridging/vlanConfig" );
    for( auto const & [ vlan, config ] : dir->vlanConfig() ) {
-      if( config->macLearning() ) {
-         vlans.insert( vlan );
+      vlans[ vlan ] = config->macLearning();
+   }
+   for( auto const & [ vlan, learnt ] : vlans_ ) {
+      auto const now = vlans.find( vlan );
+      if( now == vlans.end() || ( learnt && !now->second ) ) {
+         goneVlans_[ vlan ].clear();
       }
    }
-   std::ranges::set_difference( vlans_, vlans, std::inserter( goneVlans_, goneVlans_.end() ) );
    vlans_ = vlans;
 }
 
 bool
-MacObserver::isFlushed( Pair pair ) const {
-   auto const & station = stations_.at( pair );
-   if( ( station.current && gone_.contains( station.current->intf ) &&
-         !sinceGone_.contains( pair ) ) ||
-       goneVlans_.contains( Bridging::VlanId( pair.vlanId().value() ) ) ) {
-      return true;
+MacObserver::isIn( Flush const & flush, Pair pair ) const {
+   auto const & current = stations_.at( pair ).current;
+   if( auto const & key = flush.ofRemotes ) {
+      return current && Bridging::isEntryTypeRemote( current->entryType ) &&
+             ( !key->vlanId.value() || key->vlanId == pair.vlanId() ) &&
+             ( !key->swTunnelGroupId || key->swTunnelGroupId == current->swTunnelGroupId );
    }
-   return std::ranges::any_of( flushes_, [ & ]( auto const & each ) {
-      auto const & what = each.second.what;
-      if( each.second.isDone ) {
-         return false;
-      }
-      bool const isIn = what.vlanId.value() == 0 || what.vlanId == pair.vlanId();
-      if( !what.addr.isZero() ) {
-         return isIn && what.addr == pair.addr();
-      }
-      if( what.intf ) {
-         return isIn && model_.isThere( what.intf ) && station.current &&
-                station.current->intf == what.intf;
-      }
-      return isIn;
-   } );
+   auto const & what = flush.what;
+   bool const isInVlan = what.vlanId.value() == 0 || what.vlanId == pair.vlanId();
+   if( !what.addr.isZero() ) {
+      return isInVlan && what.addr == pair.addr();
+   }
+   return isInVlan && ( !what.intf ||
+                        ( model_.isThere( what.intf ) && current && current->intf == what.intf ) );
+}
+
+bool
+MacObserver::isGone( Pair pair ) const {
+   auto const & station = stations_.at( pair );
+   auto const isAmong = [ & ]( auto const & gone, auto key ) {
+      auto const found = gone.find( key );
+      return found != gone.end() && !found->second.contains( pair );
+   };
+   return ( station.current && isAmong( gone_, station.current->intf ) ) ||
+          isAmong( goneVlans_, Bridging::VlanId( pair.vlanId().value() ) );
+}
+
+bool
+MacObserver::isFlushed( Pair pair ) const {
+   return isGone( pair ) || std::ranges::any_of( flushes_, [ & ]( auto const & each ) {
+             return !each.second.isDone && isIn( each.second, pair );
+          } );
 }
 
 void
@@ -405,7 +544,9 @@ MacObserver::decided() {
    auto const rows = decidedRows();
    for( auto const & [ pair, station ] : std::map( stations_ ) ) {
       auto const row = rows.contains( pair ) ? rows.at( pair ) : "nothing";
-      if( std::exchange( decided_[ pair ], row ) == row || row == textOf( station.current ) ) {
+      auto const before =
+            std::exchange( decided_.try_emplace( pair, "nothing" ).first->second, row );
+      if( before == row || row == textOf( station.current ) ) {
          continue;
       }
       evaluate( pair );
@@ -415,20 +556,22 @@ MacObserver::decided() {
    }
 }
 
+// `isOver`: the moment is. What is to be forgotten is forgotten then, flushes that wait for their answer excepted.
 void
-MacObserver::timeIs( Kiv::Seconds ) {
+MacObserver::lookAtAll( bool isOver ) {
    hear();
-   if( !isHeard_ ) {
-      return;
-   }
    auto const rows = decidedRows();
    for( auto const & [ pair, before ] : std::map( stations_ ) ) {
       auto const row = rows.contains( pair ) ? rows.at( pair ) : "nothing";
-      if( isFlushed( pair ) ) {
+      if( isOver && isGone( pair ) ) {
          forget( pair );
       }
       evaluate( pair );
-      if( auto const wanted = textOf( stations_[ pair ].current ); wanted != row ) {
+      auto const & station = stations_[ pair ];
+      if( textOf( station.current ) != row && isFlushed( pair ) ) {
+         forget( pair );
+      }
+      if( auto const wanted = textOf( station.current ); wanted != row ) {
          found( toText( pair ) + " is decided to be " + row + ", and must be " + wanted );
       }
    }
@@ -437,291 +580,16 @@ MacObserver::timeIs( Kiv::Seconds ) {
          found( toText( pair ) + " is decided to be " + row + ", and nobody ever spoke of it" );
       }
    }
-   for( auto & [ key, flush ] : flushes_ ) {
-      flush.isDone = true;
-   }
-   gone_.clear();
-   sinceGone_.clear();
-   goneVlans_.clear();
-}
-
-StationRow
-MacObserver::rowOf( Entry const & entry ) const {
-   StationRow row;
-   row.intf = entry.intf;
-   row.entryType = entry.entryType;
-   row.dropMode = entry.dropMode;
-   if( Bridging::isEntryTypeRemote( entry.entryType ) ) {
-      row.l2RibObjTuple = entry.l2RibObjTuple;
-      row.swTunnelGroupId = entry.swTunnelGroupId.value();
-      row.nextHopId = model_.nextHopId( entry );
-      row.hwId = model_.hwId( entry );
-      row.isMplsNextHop = entry.isMplsNextHop;
-   } else {
-      auto const known = stations_.find( entry.macEntry );
-      bool const isNonAging = known != stations_.end() && known->second.said.isNonAging;
-      row.ages = MacModel::isLearned( entry.entryType ) && !isNonAging;
-   }
-   return row;
-}
-
-namespace {
-
-// As verification tells it.
-String
-entryText( std::optional< StationRow > const & row ) {
-   if( !row ) {
-      return "nothing";
-   }
-   auto text = "behind " + ( row->intf ? toText( row->intf ) : "no interface" ) + ", " +
-               toText( row->entryType );
-   text += row->dropMode ? ", " + toText( row->dropMode ) : "";
-   text += row->swTunnelGroupId ? ", tunnel group " + toText( row->swTunnelGroupId ) : "";
-   text += row->l2RibObjTuple ? ", " + toText( row->l2RibObjTuple ) : "";
-   text += row->nextHopId ? ", next hop " + toText( row->nextHopId ) : "";
-   text += row->hwId ? ", hardware id " + toText( row->hwId ) : "";
-   text += row->isMplsNextHop ? ", MPLS" : "";
-   text += row->ages ? ", ages" : "";
-   return text + ( row->byChip ? ", learnt by the chip" : "" );
-}
-
-// In all that software can write.
-bool
-isSame( StationRow const & a, StationRow b ) {
-   b.byChip = a.byChip;
-   b.heardIn = a.heardIn;
-   b.flushes = a.flushes;
-   return a == b;
-}
-
-} // namespace
-
-void
-MacObserver::began( HobaAgent::RestartKind ) {
-   lookForMachine();
-   timeIs( simulated().now() ); // what is little is looked at at once
-   // What only events told is forgotten with the machine that heard them.
-   restartWrites_ = 0;
-   for( auto const & [ pair, station ] : adopted_ ) {
-      auto const & now = stations_[ pair ].current;
-      bool const isWritten = station.current && !MacModel::isLearned( station.current->entryType );
-      if( isWritten && ( !now || !isSame( rowOf( *station.current ), rowOf( *now ) ) ) ) {
-         ++restartWrites_;
-      }
-   }
 }
 
 void
-MacObserver::verifyItems( Items & items ) const {
-   // What is decided and not done is not compared.
-   std::size_t count = 0, compared = 0, mismatches = 0, remotes = 0, remotesFound = 0;
-   String first;
-   auto const mismatch = [ & ]( String const & text ) { first = ++mismatches == 1 ? text : first; };
-   auto const & rows = observers().find< StationsObserver >().rows();
-   for( auto const & [ pair, row ] : rows ) {
-      remotesFound += !row.byChip && Pelt::VxlanIntfId::isVxlanIntfId( row.intf );
-   }
-   auto const status = simulated().entity< Bridging::Status >( "/bridging/status" );
-   for( auto const & [ vlan, database ] : status->fdbStatus() ) {
-      for( auto const & [ addr, host ] : database->learnedHost() ) {
-         remotes += Bridging::isEntryTypeRemote( host.entryType );
-      }
-   }
-   if( remotes != remotesFound ) {
-      mismatch( toText( remotes ) + " remote stations expected, " + toText( remotesFound ) +
-                " found" );
-   }
-   auto const refused = rowsAt( machinePath + "refusedList" );
-   auto const waiting = rowsAt( machinePath + "updateList" );
-   auto const & stations = observers().find< StationsObserver >();
-   auto const entries = inForce();
-   for( auto const & [ vlan, database ] : status->fdbStatus() ) {
-      for( auto const & [ addr, host ] : database->learnedHost() ) {
-         Pair const pair( addr, vlan );
-         ++count;
-         if( refused.contains( toText( pair ) ) || waiting.contains( toText( pair ) ) ) {
-            continue;
-         }
-         ++compared;
-         auto const wanted = rowOf( entries.at( pair ) );
-         auto const is = stations.entry( pair );
-         if( !is || !isSame( *is, wanted ) ) {
-            mismatch( toText( pair ) + ": " + entryText( wanted ) + " expected, " +
-                      entryText( is ) + " found" );
-         }
-      }
-   }
-   items.emplace_back( "MAC addresses, " + toText( compared ) + " of " + toText( count ) +
-                             " compared",
-                       mismatches == 0   ? "ok"
-                       : mismatches == 1 ? first
-                                         : first + "; and " + toText( mismatches - 1 ) + " more" );
-}
-
-// ---- What must be
-
-void
-MacObserver::check() {
+MacObserver::timeIs( Kiv::Seconds ) {
    if( !isHeard_ ) {
-      return found( "there is no machine" );
+      return;
    }
-   checkStatus();
-   checkOverlay();
-   checkChip();
-   checkLearning();
-   checkMachine();
-}
-
-void
-MacObserver::checkStatus() {
-   Rows dynamic;
-   for( auto const & [ pair, station ] : stations_ ) {
-      if( station.current && station.current->entryType == Bridging::configuredDynamicMac &&
-          station.said.configured && station.said.configured->intf == station.current->intf ) {
-         dynamic[ toText( pair ) ] = toText( station.current->intf );
-      }
-   }
-   expectRows( "/bridging/dynHostStatus/host", dynamic );
-   std::map< String, Rows > replies;
-   for( auto const & [ key, flush ] : flushes_ ) {
-      replies[ key.first ][ key.second ] = "true";
-   }
-   for( auto const & [ agent, rows ] : replies ) {
-      expectRows( "/bridging/flush/reply/agent/" + agent + "/reply", rows );
-   }
-}
-
-void
-MacObserver::checkOverlay() {
-   Rows hosts, status;
-   std::map< std::uint32_t, std::uint64_t > nexts;
-   std::map< String, std::uint64_t > vlans;
-   for( auto const & [ pair, station ] : stations_ ) {
-      auto const & entry = station.current;
-      if( !entry || !Bridging::isEntryTypeRemote( entry->entryType ) ) {
-         continue;
-      }
-      HobaTypes::RemoteHostStatus row;
-      row.macEntry = pair;
-      row.nextHopId = model_.nextHopId( *entry );
-      row.hwId = model_.hwId( *entry );
-      status[ toText( pair ) ] = Kiv::datumText( Kiv::toDatum( row ) );
-      // What a source is worth is its own matter.
-      auto host = *entry;
-      host.preference = 0;
-      host.promote = false;
-      hosts[ toText( pair ) ] = Kiv::datumText( Kiv::toDatum( host ) );
-      if( row.nextHopId ) {
-         ++nexts[ row.nextHopId ];
-      }
-      ++vlans[ toText( pair.vlanId() ) ];
-   }
-   String const info = "/vxlan/remoteMacInfo/";
-   expectRows( info + "remoteHost/remoteMac", hosts );
-   expectRows( info + "remoteHostStatus/remoteHostStatus", status );
-   expectRows( info + "nextHopIdRefcount/refcount", rowsOf( nexts ) );
-   expectRows( info + "vlanRefcount/refcount", rowsOf( vlans ) );
-   expectRows( "/hoba/evpnMac/remoteMac", rowsAt( "/feeders/config/evpnMac" ) );
-}
-
-void
-MacObserver::checkChip() {
-   auto const & rows = observers().find< StationsObserver >().rows();
-   for( auto const & [ pair, row ] : rows ) {
-      auto const known = stations_.find( pair );
-      if( !row.byChip && ( known == stations_.end() || !known->second.current ) ) {
-         found( "the chip has " + toText( pair ) + " behind " + toText( row.intf ) +
-                ", which is not in force" );
-      }
-   }
-   for( auto const & [ pair, station ] : stations_ ) {
-      if( !station.current ) {
-         continue;
-      }
-      auto const & entry = *station.current;
-      bool const isLearned = MacModel::isLearned( entry.entryType );
-      auto const row = rows.find( pair );
-      if( row == rows.end() ) {
-         if( !isLearned || station.said.isNonAging ) {
-            found( "the chip lacks " + toText( pair ) + ", which is " + textOf( entry ) );
-         }
-         continue;
-      }
-      // An event that was put in says something else than what the chip learnt.
-      auto const & report = station.said.macTable;
-      if( isLearned && row->second.byChip && report && report->intf != row->second.intf ) {
-         continue;
-      }
-      if( !isSame( row->second, rowOf( entry ) ) ) {
-         found( "the chip has " + toText( pair ) + " as " +
-                Kiv::datumText( Kiv::toDatum( row->second ) ) + ", and must as " +
-                textOf( entry ) );
-      }
-   }
-}
-
-void
-MacObserver::checkLearning() {
-   Rows ports, vlans;
-   auto spokenOf = rowsAt( "/bridging/switchIntfConfig/switchIntfConfig" );
-   spokenOf.merge( rowsAt( "/dot1x/status/intfStatus" ) );
-   spokenOf[ toText( model_.mlag().peerLinkIntf() ) ];
-   for( auto const & [ intf, text ] : spokenOf ) {
-      if( !intf.empty() && !model_.learnsOnPort( IntfId( intf ) ) ) {
-         ports[ intf ] = "false";
-      }
-   }
-   for( auto const & [ vlan, text ] : rowsAt( "/bridging/vlanConfig/vlanConfig" ) ) {
-      if( !model_.learnsOnVlan( Kiv::fromText< Bridging::VlanId >( vlan ) ) ) {
-         vlans[ vlan ] = "false";
-      }
-   }
-   expectRows( "/sim/chip/mac/intfLearning", ports );
-   expectRows( "/sim/chip/mac/vlanLearning", vlans );
-   Rows settings;
-   auto const & config = model_.bridging();
-   if( config.hostAgingTime() != 0 ) {
-      settings[ "agingTime" ] = toText( config.hostAgingTime() );
-   }
-   if( config.sourceMacInvalid() ) {
-      settings[ "sourceMacInvalid" ] = "1";
-   }
-   if( config.sourceCheckCpuMac() ) {
-      settings[ "sourceCheckCpuMac" ] = "1";
-   }
-   expectRows( "/sim/chip/mac/setting", settings );
-}
-
-void
-MacObserver::checkMachine() {
-   expectRows( machinePath + "updateList", {} );
-   expectRows( machinePath + "refusedList", {} );
-   expectText( machinePath + "firstPassDone", "true" );
-   expectText( machinePath + "flushAll", "false" );
-   expectText( machinePath + "moveCount", toText( moves_.size() ) );
-   auto const log = simulated().get( machinePath + "moveLog" );
-   std::vector< String > moves;
-   if( auto const * const array = log.as< Datum::Array >() ) {
-      for( auto const & move : *array ) {
-         moves.push_back( Kiv::datumText( move ) );
-      }
-   } else if( auto const * const object = log.as< Datum::Object >() ) {
-      for( auto const & [ key, move ] : *object ) {
-         moves.push_back( Kiv::datumText( move ) );
-      }
-   }
-   if( moves != moves_ && moves_.size() <= 1000 ) {
-      found( "the log of moves ends with " + ( moves.empty() ? "nothing" : moves.back() ) +
-             ", and must with " + ( moves_.empty() ? "nothing" : moves_.back() ) );
-   }
-   Rows withheld;
-   for( auto const & [ pair, held ] : withheld_ ) {
-      if( !held.obstacle.empty() ) {
-         withheld[ toText( pair ) ] =
-               "{\"obstacle\": \"" + held.obstacle + "\", \"since\": " + toText( held.since ) + '}';
-      }
-   }
-   expectRows( machinePath + "withheld", withheld );
+   lookAtAll( true );
+   gone_.clear();
+   goneVlans_.clear();
 }
 
 SIMULATION_OBSERVER( MacObserver );

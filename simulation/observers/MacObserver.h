@@ -23,7 +23,7 @@ class MacObserver : public Observer {
 
    MacObserver( Switch & simulated, Observers & observers );
 
-   unsigned weight() const override { return isDrawn ? 30 : 0; }
+   unsigned weight() const override { return 30; }
    void prepare( Draw & draw, Steps & steps ) override;
    void propose( Draw & draw, Steps & steps ) override;
    Steps heal() override;
@@ -38,6 +38,7 @@ class MacObserver : public Observer {
    void began( HobaAgent::RestartKind kind ) override;
    std::uint64_t restartWrites() const override { return restartWrites_; }
    void verifyItems( Items & items ) const override;
+   bool cannotVerifyYet() const override;
    void check() override;
 
  private:
@@ -48,25 +49,41 @@ class MacObserver : public Observer {
    // A flush that was asked for, until it is answered.
    struct Flush {
       Bridging::HostTableFlushRequest what;
+      std::optional< Hoba::VXLAN::FlushReqKey > ofRemotes; // instead
       bool isDone = false;
+      std::set< Pair > since; // reported since it was asked for
    };
    using FlushKey = std::pair< Kiv::String, Kiv::String >;
 
+   struct Verification {
+      std::size_t stations = 0, compared = 0, mismatches = 0;
+      bool isLanding = false;
+      Kiv::String first;
+   };
+
+   Verification verification() const;
+   void proposeClear( Draw & draw, Steps & steps ) const;
+   bool canClear( Step const & step ) const;
    void lookForMachine();
+   bool isWritten( Pair pair, MacModel::Station const & before ) const;
    void hear();
-   void hearFlushes();
+   void hearFlushes( bool begins );
    void hearPlaces();
-   void saidIs( Pair pair, MacModel::Said const & said );
+   void saidIs( Pair pair, MacModel::Said const & said, bool isTold );
    void evaluate( Pair pair );
    void hearMoves();
    void decided();
+   bool isIn( Flush const & flush, Pair pair ) const;
+   bool isGone( Pair pair ) const;
    bool isFlushed( Pair pair ) const;
+   void flushed( Flush & flush );
+   void lookAtAll( bool isOver );
    void forget( Pair pair );
    std::map< Pair, Kiv::String > decidedRows() const;
    static Kiv::String textOf( std::optional< Entry > const & entry );
    std::map< Pair, Entry > inForce() const;
    // What the chip has to hold of it.
-   StationRow rowOf( Entry const & entry ) const;
+   StationRow rowOf( MacModel::Station const & station, Entry const & entry ) const;
 
    void checkStatus();
    void checkOverlay();
@@ -74,24 +91,30 @@ class MacObserver : public Observer {
    void checkLearning();
    void checkMachine();
 
-   // Whether histories tell of more than what is learnt. Machine and model still differ in some of that: set it, and
-   // seed 8 of 500 steps is the first that shows one.
-   static constexpr bool isDrawn = false;
-
    MacModel const model_;
    TableFaults faults_;
    bool isHeard_ = false; // the machine has begun
    bool isHearing_ = false;
    std::uint64_t restartWrites_ = 0;
+   Verification verified_; // by the last look
    std::map< Pair, MacModel::Station > stations_;
-   std::map< Pair, MacModel::Station > adopted_; // as they were when the machine began
+   // As they were when the machine began, and what the chip had.
+   std::map< Pair, MacModel::Station > adopted_;
+   std::map< Pair, StationRow > adoptedRows_;
    std::map< Pair, Withheld > withheld_;
    std::map< FlushKey, Flush > flushes_;
+   std::map< Vxlan::VniMac, Vxlan::TunnelLearnEvent > tunnelEvents_; // as they were heard last
+   // How many are programmed behind the overlay, and may be as far as the machine has noticed: it looks again when
+   // one leaves.
+   std::size_t programmed_ = 0;
+   std::uint64_t limit_ = 0;
    // Where stations were learnt, and where they are no more: what was learnt there is forgotten.
-   std::set< Pelt::IntfId > places_, gone_;
-   std::set< Pair > sinceGone_; // reported behind those, since
-   std::set< Kiv::String > down_;
-   std::set< Bridging::VlanId > vlans_, goneVlans_;
+   std::set< Pelt::IntfId > places_, learning_;
+   std::map< Kiv::String, bool > links_;      // whether they are down
+   std::map< Bridging::VlanId, bool > vlans_; // whether they learn
+   // With what was reported there since.
+   std::map< Pelt::IntfId, std::set< Pair > > gone_;
+   std::map< Bridging::VlanId, std::set< Pair > > goneVlans_;
    std::map< Pair, Kiv::String > decided_; // as it was when it was looked at last
    // Where stations in force were last, and how they came there.
    std::map< Pair, Pelt::IntfId > inForce_;

@@ -57,6 +57,11 @@ StationsObserver::isBound( Row const & row ) {
    return !row.ages && std::ranges::find( bound, row.entryType ) != std::end( bound );
 }
 
+bool
+StationsObserver::isChips( Row const & row ) {
+   return row.byChip || ( row.ages && row.entryType == Bridging::learnedDynamicMac );
+}
+
 StationsObserver::StationsObserver( Switch & simulated, Observers & observers )
       : Observer( simulated, observers, "stations" ), ports_( observers.find< PortsObserver >() ),
         lags_( observers.find< LagObserver >() ), events_( observers.find< EventsObserver >() ) {
@@ -470,7 +475,7 @@ StationsObserver::changed( Host station, std::optional< Row > const & before ) {
                      : before && isLearnt( *before ) ? before->intf
                                                      : IntfId();
    bool const isThere = now && isLearnt( *now ) && now->intf == told;
-   if( wasSeen && now && !isThere && !now->byChip && !isBound( *now ) ) {
+   if( wasSeen && now && !isThere && !isChips( *now ) && !isBound( *now ) ) {
       return; // still seen where software does not have it
    }
    seen_.erase( station );
@@ -511,9 +516,17 @@ StationsObserver::writtenBySoftware() {
    if( written.empty() ) {
       return; // it goes
    }
-   auto const writes = Kiv::fromText< std::uint64_t >( written ) +
-                       Kiv::fromText< std::uint64_t >( textAt( macPath + "hostTable/swept" ) );
+   auto const countOf = [ & ]( char const * what ) {
+      return Kiv::fromText< std::uint64_t >( textAt( macPath + "hostTable/" + what ) );
+   };
+   // What has not landed yet was stamped when it was written.
+   auto const landing = countOf( "landing" );
+   stamps_.emplace( numberOf( "sweeps" ), numberOf( "flushes" ) );
+   auto const writes = countOf( "writes" ) + countOf( "swept" ) - landing;
    if( writes == writes_ ) {
+      if( landing == 0 ) {
+         stamps_.clear();
+      }
       return;
    }
    std::map< Host, Row > rows;
@@ -549,7 +562,7 @@ StationsObserver::wrote( Host station, Row const * row ) {
       }
       return;
    }
-   if( row->heardIn != numberOf( "sweeps" ) || row->flushes != numberOf( "flushes" ) ) {
+   if( !stamps_.contains( { row->heardIn, row->flushes } ) ) {
       found( "software wrote " + toText( station ) + ", and the chip notes " +
              Kiv::datumText( Kiv::toDatum( *row ) ) );
    }

@@ -7,6 +7,8 @@
 #include "simulation/observers/LagObserver.h"
 #include "simulation/observers/StationEvents.h"
 
+#include <set>
+
 namespace Simulation {
 
 // A row of the chip's table, as the state database shows it.
@@ -64,6 +66,8 @@ class StationsObserver : public Observer {
    Learning learn( Pelt::IntfId intf, Pelt::EthAddr source, Bridging::VlanId vlan );
    // Software says where it belongs.
    static bool isBound( Row const & row );
+   // The chip's to move, and to let age.
+   static bool isChips( Row const & row );
    // The chip's rows, as they must be.
    std::map< Host, Row > const & rows() const { return hosts_; }
    // What the chip has of the station for a frame.
@@ -135,7 +139,8 @@ class StationsObserver : public Observer {
    Kiv::String agingTime_;
    Kiv::Seconds half_ = 0, halfFrom_ = 0;
    std::uint64_t halves_ = 0;
-   std::uint64_t writes_ = 0; // of software, as far as they are known
+   std::uint64_t writes_ = 0; // of software that have landed, as far as they are known
+   std::set< std::pair< std::uint32_t, std::uint32_t > > stamps_; // that they may bear
    std::map< Kiv::String, std::uint64_t > counts_;
    std::uint64_t capacity_ = 131072;
    // The machines', which outlives them.

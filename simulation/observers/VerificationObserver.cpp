@@ -45,6 +45,7 @@ class VerificationObserver : public Observer {
    void verified( Datum const & answer );
    void pass( Kiv::Seconds now );
    // All machines, then the helper of VLANs: its mismatch ends in a restart.
+   bool somebodyCannotConclude() const;
    void runPass();
 
    Data data_;
@@ -108,6 +109,12 @@ VerificationObserver::asked( std::uint32_t cookie ) {
    }
 }
 
+bool
+VerificationObserver::somebodyCannotConclude() const {
+   return std::ranges::any_of( observers().all(),
+                               []( auto const & each ) { return each->cannotVerifyYet(); } );
+}
+
 void
 VerificationObserver::runPass() {
    ++data_.passes;
@@ -115,7 +122,7 @@ VerificationObserver::runPass() {
       each->verifyItems( data_.items );
    }
    auto const vlans = observers().find< VlanObserver >().verification();
-   data_.retry = vlans == VlanObserver::cannotConclude;
+   data_.retry = vlans == VlanObserver::cannotConclude || somebodyCannotConclude();
    restarts_ = restarts_ || vlans == VlanObserver::differs;
 }
 
@@ -164,6 +171,7 @@ VerificationObserver::pass( Kiv::Seconds now ) {
    data_.items.clear();
    if( std::exchange( data_.retry, false ) ) {
       ++data_.retries;
+      data_.retry = somebodyCannotConclude();
    } else {
       runPass();
       data_.items.clear(); // no connection waits for them
