@@ -108,6 +108,8 @@ MacAddrSm::forgetAll() {
    withheldWalk_ = nullptr;
    tunnelWalk_ = nullptr;
    claimsWalk_ = nullptr;
+   tunnelWalks_ = 0;
+   lostSince_.clear();
    hostsByIntf_.clear();
    lostReport_.clear();
    rib_ = {};

@@ -338,8 +338,7 @@ class MacAddrSm : public HobaVerifiedSm {
    // What the operator or dot1x claims behind the interface, also if it lost.
    void walkClaims( Pelt::IntfId intf );
    using Vlans = Kiv::HashSet< Bridging::VlanIdOrNone >;
-   // With the number of the last loss then.
-   using VlansSince = Kiv::HashMap< Bridging::VlanIdOrNone, std::uint64_t >;
+
    using Intfs = Kiv::HashSet< Pelt::IntfId >;
    // All that is withheld in the VLAN, or in all: whatever it waits for, the first obstacle alone is noted.
    void evaluateWithheld( Bridging::VlanIdOrNone vlanId = {} );
@@ -351,7 +350,7 @@ class MacAddrSm : public HobaVerifiedSm {
    MacNextHop nextHopToProgram( MacEntry const & entry ) const;
    bool hasOtherNextHop( MacVerdict const & verdict, MacClaims const & claims ) const;
    // What was learnt counts no more until it is reported again.
-   void lose( Pair pair ) { lostReport_.insertOrAssign( pair, ++losses_ ); }
+   void lose( Pair pair );
    void evaluateObject( L2Rib::ObjTuple tuple );
 
    class KivMacTable
@@ -611,9 +610,10 @@ class MacAddrSm : public HobaVerifiedSm {
    // Learnt, and written never to age: the hardware does not move them, and does not forget them.
    Kiv::HashSet< Pair > neverAges_;
    // What was learnt of these lost, or was flushed, and counts no more until it is reported again.
-   // With the number of the loss.
-   Kiv::HashMap< Pair, std::uint64_t > lostReport_;
-   std::uint64_t losses_ = 0;
+   Kiv::HashSet< Pair > lostReport_;
+   // Those since their VLAN's VNI changed, which walks of tunnel events are still to visit.
+   Kiv::HashSet< Pair > lostSince_;
+   std::size_t tunnelWalks_ = 0;
    // In the first pass: entries that software wrote are told once more.
    bool inFirstPass_ = false;
    bool firstPassWalked_ = false;
@@ -621,8 +621,7 @@ class MacAddrSm : public HobaVerifiedSm {
    bool room_ = false;       // an entry has left the hardware since refused ones had their turn
    std::size_t retries_ = 0; // refused ones that are to have their turn still
    // What a walk that has not begun is to visit: who asks meanwhile needs none of his own.
-   std::shared_ptr< Vlans > withheldWalk_;
-   std::shared_ptr< VlansSince > tunnelWalk_;
+   std::shared_ptr< Vlans > withheldWalk_, tunnelWalk_;
    std::shared_ptr< Intfs > claimsWalk_;
    std::function< void() > whenFirstPassIsDone_;
 

@@ -313,27 +313,48 @@ MacAddrSm::walkTunnelLearnEvents( Bridging::VlanIdOrNone vlanId ) {
       return;
    }
    if( !tunnelWalk_ ) {
-      auto const which = std::make_shared< VlansSince >();
+      auto const which = std::make_shared< Vlans >();
       tunnelWalk_ = which;
       walks_.add(
             events->event(), [ this ]( auto const & member ) { return pairOf( member.key ); },
             [ this, which ]( Pair pair ) {
                tunnelWalk_ = tunnelWalk_ == which ? nullptr : tunnelWalk_;
-               auto const * since = pair.vlanId().value() ? which->find( pair.vlanId() ) : nullptr;
-               if( !since && !which->has( {} ) ) {
+               bool const isAnew = which->has( pair.vlanId() );
+               if( !pair.vlanId().value() || !( isAnew || which->has( {} ) ) ) {
                   return;
                }
-               auto const * lost = since ? lostReport_.find( pair ) : nullptr;
-               if( lost && *lost <= *since ) {
-                  lostReport_.erase( pair ); // an event is told anew with the VLAN's new VNI
+               // An event is told anew with the VLAN's new VNI.
+               if( isAnew && !lostSince_.has( pair ) ) {
+                  lostReport_.erase( pair );
                }
                evaluateEntry( pair );
             },
-            [ this, which ] { tunnelWalk_ = tunnelWalk_ == which ? nullptr : tunnelWalk_; },
+            [ this, which ] {
+               tunnelWalk_ = tunnelWalk_ == which ? nullptr : tunnelWalk_;
+               if( --tunnelWalks_ == 0 ) {
+                  lostSince_.clear();
+               }
+            },
             events );
+      ++tunnelWalks_;
    }
-   tunnelWalk_->insertOrAssign( vlanId, losses_ );
+   tunnelWalk_->insert( vlanId );
+   if( vlanId.value() && !lostSince_.empty() ) {
+      for( auto const & pair : Kiv::keysOf( lostSince_ ) ) {
+         if( pair.vlanId() == vlanId ) {
+            lostSince_.erase( pair );
+         }
+      }
+   }
    wakeWalks();
+}
+
+void
+MacAddrSm::lose( Pair pair ) {
+   lostReport_.insert( pair );
+   if( tunnelWalks_ > 0 ) {
+      lostSince_.insert( pair );
+   }
 }
 
 MacAddrSm::Pair

@@ -87,6 +87,9 @@ class MacSources {
                                        HobaTypes::MacAddressTableEntry const * record,
                                        bool & learnedInHardware ) const;
    MacObstacle reportedObstacle( MacEntry const & entry ) const;
+   bool hasTunnelLearnEvents() const {
+      return !in_.rmacInfoDir->tunnelLearnEvent()->event().empty();
+   }
    // Whether the operator, or dot1x, has it behind one of the interfaces, or what is below them.
    bool isClaimedBehind( Bridging::MacVlanPair pair,
                          Kiv::HashSet< Pelt::IntfId > const & intfs ) const;

@@ -124,9 +124,13 @@ void
 gather( MacAddrSm const & sm, Bridging::MacVlanPair pair, bool reportIsLost, Gathered & all,
         std::vector< MacNoCandidate > & none ) {
    auto const & sources = sm.sources();
-   auto const * record = sources.record( pair );
-   all.best = sources.configuredEntry( pair, record, all.candidates, none );
    all.current = sm.currentEntry( pair );
+   // What was learnt by nobody else and lost is in the table of reports, which then has nothing else to say.
+   bool const isOnlyLost = reportIsLost && all.current &&
+                           isMacEntryLearned( all.current->entryType ) &&
+                           !sources.hasTunnelLearnEvents();
+   auto const * record = isOnlyLost ? nullptr : sources.record( pair );
+   all.best = sources.configuredEntry( pair, record, all.candidates, none );
    bool const isPending = all.current && Bridging::isEntryTypeRemote( all.current->entryType ) &&
                           ( sm.updateListHas( pair ) || sm.refusedListHas( pair ) );
    auto & claims = all.claims;
