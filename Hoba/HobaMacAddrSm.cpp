@@ -113,6 +113,7 @@ MacAddrSm::forgetAll() {
    hostsByIntf_.clear();
    lostReport_.clear();
    rib_ = {};
+   keptRib_ = {};
    sources_.forgetVnis();
 }
 

@@ -599,7 +599,7 @@ class MacAddrSm : public HobaVerifiedSm {
    MacSources sources_;
    MacFdb fdb_;
    MacRib rib_;
-   // Of those that are kept while the overlay restarts, whatever is said of them.
+   // Of those that are kept where they are while the overlay restarts, or another next hop is worked out.
    MacRib keptRib_;
    MacLearning learning_;
    MacFlush flush_;

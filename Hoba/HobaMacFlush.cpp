@@ -209,7 +209,7 @@ MacFlush::begin( std::function< bool( Pair ) > isMeant ) {
 void
 MacFlush::end( MacWalks::Visit const & visit, MacWalks::Done done ) {
    sm_.walks().add( [ this, visit, done = std::move( done ) ] {
-      sm_.walks().add( Kiv::keysOf( written_ ), visit );
+      sm_.walks().add( written_, MacWalks::byKey, visit );
       sm_.walks().add( [ this, done ] {
          if( --open_ == 0 ) {
             learned_.clear();

@@ -53,7 +53,8 @@ class MacFlush {
          learned_.insertOrAssign( pair, begun_ );
       }
    }
-   // It was written: the hardware has it, though it was told of the flushes that have begun.
+   // It was written: the hardware has it, though it was told of the flushes that have begun. Or it will be soon: from
+   // being refused it went back to where walks over what is pending may have been already.
    void written( Pair pair ) {
       if( open_ ) {
          written_.insertOrAssign( pair, begun_ );
@@ -93,7 +94,7 @@ class MacFlush {
    std::list< Request > requests_;
    std::size_t open_ = 0;    // flushes whose walks are not over
    std::uint64_t begun_ = 0; // the last flush's number
-   // What was learnt while flushes are open, and what was written, with the last flush then.
+   // What was learnt while flushes are open, and what was, or will be, written, with the last flush then.
    Kiv::HashMap< Pair, std::uint64_t > learned_, written_;
    std::uint64_t nextSerial_ = 1;
    std::uint64_t answered_ = 0;

@@ -213,7 +213,8 @@ MacAddrSm::checkIgnoreEvent( Pair pair, MacClaims & claims ) {
    if( claims.agedInHardware && !reported && fsfFailedServerHas( pair ) ) {
       ZTRACE( 5, "Ignoring event for mac entry ", pair, " Ignoring aging event for FSF entry ",
               pair );
-      return !claims.current || claims.current->intf == Pelt::CpuIntfId();
+      // One that is nowhere may have waited, and its obstacle be gone by now.
+      return claims.current && claims.current->intf == Pelt::CpuIntfId();
    }
    if( reported && claims.configured && !claims.configuredObstacle &&
        Bridging::isEntryTypeRemote( reported->entryType ) &&
@@ -341,10 +342,20 @@ MacAddrSm::noteWithheld( Pair pair, MacClaims const & claims,
    }
 }
 
+namespace {
+
+// It stays with the next hop that it has, whatever is said of it now.
+bool
+keepsNextHop( MacVerdict const & verdict ) {
+   return verdict.reason == macReasonOverlayRestarts || verdict.reason == macReasonWaitsForNextHop;
+}
+
+} // namespace
+
 // The next hop as it is now, and not as it was when it was programmed.
 bool
 MacAddrSm::hasOtherNextHop( MacVerdict const & verdict, MacClaims const & claims ) const {
-   bool const isKept = verdict.reason == macReasonOverlayRestarts;
+   bool const isKept = keepsNextHop( verdict );
    auto const * configured = claims.configuredObstacle ? nullptr : claims.configured;
    auto const * entry = isKept ? claims.current : configured ? &configured->entry : nullptr;
    auto const * programmed = fdb_.nextHop( verdict.entry.macEntry );
@@ -392,7 +403,7 @@ MacAddrSm::evaluateEntry( Pair pair, bool learnedInHardware, bool agedInHardware
    if( isIgnored ) {
       return;
    }
-   bool const isKept = verdict.reason == macReasonOverlayRestarts;
+   bool const isKept = keepsNextHop( verdict );
    if( isKept || !keptRib_.empty() ) {
       keptRib_.hostIs( pair, isKept ? claims.current->l2RibObjTuple : L2Rib::ObjTuple() );
    }
@@ -469,10 +480,11 @@ MacAddrSm::decidedRemoval( MacVerdict const & verdict, MacClaims const & claims 
       return; // it is ignored, and nobody has it
    }
    // What never ages software has written.
-   bool const isHardwares = isMacEntryLearned( claims.current->entryType ) && !fdb_.nextHop( pair );
+   bool const isHardwares = isMacEntryLearned( claims.current->entryType ) &&
+                            !fdb_.nextHop( pair ) && !neverAges_.has( pair );
    // To a machine that begins all is reported that the hardware has.
-   bool const isLeft = ( verdict.action == ignoreLearnt || inFirstPass_ ) &&
-                       !sources_.isNonAgingMac( pair ) && !neverAges_.has( pair );
+   bool const isLeft =
+         ( verdict.action == ignoreLearnt || inFirstPass_ ) && !sources_.isNonAgingMac( pair );
    if( !queued( pair ) && isHardwares && ( claims.agedInHardware || isLeft ) ) {
       return outOfForce( pair );
    }
@@ -563,6 +575,7 @@ MacAddrSm::addToUpdateList( ModifyMacEntry const & given ) {
              refusedList().empty() ? nullptr : refusedList().find( given.macEntry ) ) {
       change.fullLogged = former->fullLogged;
       refusedListDel( given.macEntry );
+      flush_.written( given.macEntry );
    }
    if( auto const * former = updateList().find( given.macEntry ) ) {
       ZTRACE( 5, "Found a pending operation in updateList with key: ", given.macEntry );

@@ -322,6 +322,7 @@ MacAddrSm::retrySome() {
       auto const again = ( *refusedList().begin() ).value;
       refusedListDel( again.macEntry );
       updateListIs( again );
+      flush_.written( again.macEntry );
    }
 }
 

@@ -547,7 +547,7 @@ MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const
          if( obstacle == "next hop" && current && current->entryType == best->entryType &&
              ( programmed_->remoteHostStatusHas( pair ) || isPending( pair ) ) ) {
             verdict.entry = current; // it keeps its place
-            verdict.way = station.way;
+            verdict.way = hopOf( *current ).obstacle.empty() ? wayTo( *current ) : station.way;
             return verdict;
          }
          best.reset();
