@@ -106,6 +106,7 @@ MacAddrSm::forgetAll() {
    retries_ = 0;
    room_ = false;
    withheldWalk_ = nullptr;
+   pendingWalk_ = nullptr;
    tunnelWalk_ = nullptr;
    claimsWalk_ = nullptr;
    tunnelWalks_ = 0;

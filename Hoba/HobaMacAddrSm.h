@@ -342,6 +342,8 @@ class MacAddrSm : public HobaVerifiedSm {
    using Intfs = Kiv::HashSet< Pelt::IntfId >;
    // All that is withheld in the VLAN, or in all: whatever it waits for, the first obstacle alone is noted.
    void evaluateWithheld( Bridging::VlanIdOrNone vlanId = {} );
+   // All that waits to be programmed in the VLAN, or in all.
+   void evaluatePending( Bridging::VlanIdOrNone vlanId );
    // What tunnels learnt in the VLAN, or in all.
    void walkTunnelLearnEvents( Bridging::VlanIdOrNone vlanId );
    // None in a VLAN without that number.
@@ -351,6 +353,9 @@ class MacAddrSm : public HobaVerifiedSm {
    bool hasOtherNextHop( MacVerdict const & verdict, MacClaims const & claims ) const;
    // What was learnt counts no more until it is reported again.
    void lose( Pair pair );
+   template< class... Collections >
+   void evaluateShared( std::shared_ptr< Vlans > MacAddrSm::*shared, Bridging::VlanIdOrNone vlanId,
+                        Collections const &... collections );
    void evaluateObject( L2Rib::ObjTuple tuple );
 
    class KivMacTable
@@ -621,7 +626,7 @@ class MacAddrSm : public HobaVerifiedSm {
    bool room_ = false;       // an entry has left the hardware since refused ones had their turn
    std::size_t retries_ = 0; // refused ones that are to have their turn still
    // What a walk that has not begun is to visit: who asks meanwhile needs none of his own.
-   std::shared_ptr< Vlans > withheldWalk_, tunnelWalk_;
+   std::shared_ptr< Vlans > withheldWalk_, pendingWalk_, tunnelWalk_;
    std::shared_ptr< Intfs > claimsWalk_;
    std::function< void() > whenFirstPassIsDone_;
 

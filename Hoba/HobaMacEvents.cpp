@@ -126,7 +126,9 @@ MacAddrSm::handleVlanConfig( Bridging::VlanId const & vlanId ) {
 void
 MacAddrSm::handleVlanConfigDelete( Bridging::VlanId vlanId ) {
    evaluateVlan( vlanId );
-   flush_.flushVlan( vlanId );
+   // The rest is to be done also if the hardware cannot.
+   Kiv::guarded( "MacAddrSm::handleVlanConfigDelete", Kiv::toText( vlanId ),
+                 [ & ] { flush_.flushVlan( vlanId ); } );
    walks_.add( [ this, vlanId ] {
       fdb_.maybeDeleteFdbStatus( Bridging::VlanIdOrNone( vlanId.value() ) );
    } );
@@ -493,15 +495,12 @@ MacAddrSm::evaluation() {
 
 void
 MacAddrSm::evaluateVlan( Bridging::VlanId vlanId ) {
-   walkPending( [ this, vlan = Bridging::VlanIdOrNone( vlanId.value() ) ]( Pair pair ) {
-      if( pair.vlanId() == vlan ) {
-         evaluateEntry( pair );
-      }
-   } );
+   Bridging::VlanIdOrNone const vlan( vlanId.value() );
+   evaluatePending( vlan );
    if( auto const database = in_.bridgingStatus->fdbStatus( vlanId ) ) {
       walks_.addVlan( vlanId, database, database->learnedHost(), evaluation() );
    }
-   evaluateWithheld( Bridging::VlanIdOrNone( vlanId.value() ) );
+   evaluateWithheld( vlan );
    wakeWalks();
 }
 
@@ -559,26 +558,40 @@ MacAddrSm::walkClaims( Pelt::IntfId intf ) {
 }
 
 // Many ask in one turn, when many VLANs or interfaces change: they share a walk.
+template< class... Collections >
 void
-MacAddrSm::evaluateWithheld( Bridging::VlanIdOrNone vlanId ) {
-   if( withheld().empty() ) {
+MacAddrSm::evaluateShared( std::shared_ptr< Vlans > MacAddrSm::*shared,
+                           Bridging::VlanIdOrNone vlanId, Collections const &... collections ) {
+   if( ( collections.empty() && ... ) ) {
       return;
    }
-   if( !withheldWalk_ ) {
+   if( !( this->*shared ) ) {
       auto const which = std::make_shared< Vlans >();
-      withheldWalk_ = which;
-      walks_.add(
-            withheld(), MacWalks::byKey,
-            [ this, which ]( Pair pair ) {
-               withheldWalk_ = withheldWalk_ == which ? nullptr : withheldWalk_;
-               if( which->has( {} ) || which->has( pair.vlanId() ) ) {
-                  evaluateEntry( pair );
-               }
-            },
-            [ this, which ] { withheldWalk_ = withheldWalk_ == which ? nullptr : withheldWalk_; } );
+      this->*shared = which;
+      auto const begun = [ this, which, shared ] {
+         this->*shared = this->*shared == which ? nullptr : this->*shared;
+      };
+      auto const visit = [ this, which, begun ]( Pair pair ) {
+         begun();
+         if( which->has( {} ) || which->has( pair.vlanId() ) ) {
+            evaluateEntry( pair );
+         }
+      };
+      ( walks_.add( collections, MacWalks::byKey, visit ), ... );
+      walks_.add( begun );
    }
-   withheldWalk_->insert( vlanId );
+   ( this->*shared )->insert( vlanId );
    wakeWalks();
+}
+
+void
+MacAddrSm::evaluateWithheld( Bridging::VlanIdOrNone vlanId ) {
+   evaluateShared( &MacAddrSm::withheldWalk_, vlanId, withheld() );
+}
+
+void
+MacAddrSm::evaluatePending( Bridging::VlanIdOrNone vlanId ) {
+   evaluateShared( &MacAddrSm::pendingWalk_, vlanId, updateList(), refusedList() );
 }
 
 void

@@ -231,14 +231,18 @@ MacFlush::execFlush() {
    }
    sm_.flushAllIs( false );
    auto const serials = std::exchange( waitForAll_, {} );
-   Kiv::guarded( "MacFlush::execFlush", {}, [ & ] { sm_.helper().call< &Helper::flushAll >(); } );
-   auto const visit = begin( []( Pair ) { return true; } );
-   sm_.walks().addStatus( *sm_.inputs().bridgingStatus, visit );
-   end( visit, [ this, serials ] {
+   auto const done = [ this, serials ] {
       for( auto const serial : serials ) {
          answer( serial );
       }
-   } );
+   };
+   if( !Kiv::guarded( "MacFlush::execFlush", {},
+                      [ & ] { sm_.helper().call< &Helper::flushAll >(); } ) ) {
+      return done(); // as of one request: the hardware has forgotten nothing
+   }
+   auto const visit = begin( []( Pair ) { return true; } );
+   sm_.walks().addStatus( *sm_.inputs().bridgingStatus, visit );
+   end( visit, done );
 }
 
 void

@@ -341,7 +341,7 @@ MacSources::isClaimedBehind( MacVlanPair pair, Kiv::HashSet< Pelt::IntfId > cons
       return host && ( intfs.has( host->intf ) || intfs.has( getParentIntfId( host->intf ) ) );
    };
    auto const fdb =
-         in_.bridgingConfig
+         in_.bridgingConfig && pair.vlanId().value()
                ? in_.bridgingConfig->fdbConfig( Bridging::VlanId( pair.vlanId().value() ) )
                : nullptr;
    return isBehind( fdb ? fdb->configuredHost().find( pair.addr() ) : nullptr ) ||

@@ -133,6 +133,13 @@ TEST_F( MacAddrSmTest, remoteHostsWaitForTheirNextHops ) {
    EXPECT_EQ( helper->take(), ( Strings{ "remote 02:00:00:00:00:01@10 7 700" } ) );
    EXPECT_EQ( uses( 7 ), 1u );
    EXPECT_EQ( rmac->remoteHost()->remoteMac( pair( 1 ) ).l2RibObjTuple, one );
+   // While another next hop is worked out, it stays, and follows the one that it has.
+   dest( two, L2Rib::nextHopUnresolved );
+   resolve( two );
+   hwIds->hwIdIs( one, 701 );
+   settle();
+   EXPECT_EQ( helper->take(), ( Strings{ "remote 02:00:00:00:00:01@10 7 701" } ) );
+   resolve( one );
    // While the next hop is worked out anew, it stays; over others it goes on.
    dest( one, L2Rib::nextHopUnresolved );
    EXPECT_EQ( host( pair( 1 ) ), "Vxlan1 evpnDynamicRemoteMac 0" );
@@ -345,6 +352,15 @@ TEST_F( MacAddrSmTest, holdsWhateverHappensInTheMiddle ) {
    configure( pair( 1 ), et1 );
    EXPECT_EQ( host( pair( 1 ) ), "- pending" );
    EXPECT_EQ( failures(), 1u );
+   // What could not be flushed is where it was, and nobody waits for it.
+   learn( pair( 3 ), et2 );
+   requests->agentIs( "cli" );
+   requests->agent( "cli" )->requestIs( "1", {} );
+   settle();
+   EXPECT_TRUE( replies->agent( "cli" )->reply( "1" ) );
+   EXPECT_EQ( host( pair( 3 ) ) + row( pair( 3 ) ),
+              "Ethernet2 learnedDynamicMac 0Ethernet2 learnedDynamicMac ages" );
+   EXPECT_EQ( failures(), 1u );
    helper->before = [ & ] {
       helper->before = nullptr;
       config->fdbConfig( vlan10 )->configuredHostDel( pair( 1 ).addr() );
@@ -471,6 +487,21 @@ TEST_F( MacAddrSmTest, theRestOfWhatIsSaidCountsToo ) {
    EXPECT_TRUE( said( learning.take(),
                       "is vlan interface. MAC learning control feature is not supported" ) );
    EXPECT_TRUE( said( machine.take(), "collision of static entry " ) );
+}
+
+// The hardware forgets no station that software wrote never to age: also one that may age by now.
+TEST_F( MacAddrSmTest, flushesWhatNeverAgedToo ) {
+   start();
+   learn( pair( 1 ), et1 );
+   HobaTypes::MacAddressTableEntry never;
+   never.macEntry = pair( 1 );
+   nonAging->macEntriesIs( never );
+   nonAging->enabledIs( true );
+   settle();
+   data->intfDel( et1 );
+   nonAging->enabledIs( false );
+   settle();
+   EXPECT_EQ( host( pair( 1 ) ) + row( pair( 1 ) ), "--" );
 }
 
 // What was gathered and decided before counts no more; what happened in between does.

@@ -31,6 +31,10 @@ class RecordingMacHelper : public HobaSim::MacHelper {
       calls.push_back( "remove " + Kiv::toText( host ) );
       return MacHelper::removeHost( host );
    }
+   void flushAll() override {
+      happens( before );
+      MacHelper::flushAll();
+   }
 
    Strings calls;
    std::function< void() > before;
