@@ -38,7 +38,7 @@ MacFdb::entry( Pair pair, Bridging::LearnedHost const * host ) const {
    }
    MacEntry entry;
    if( Bridging::isEntryTypeRemote( host->entryType ) ) {
-      entry = rmacInfoDir().remoteHost()->remoteMac( pair );
+      entry = rmacInfoDir()->remoteHost()->remoteMac( pair );
       // What is kept out of that table is the peer's, which resolves through no object: its next hop is its group.
       auto const * hop = entry.swTunnelGroupId || entry.l2RibObjTuple ? nullptr : nextHop( pair );
       if( hop ) {
@@ -61,12 +61,12 @@ MacFdb::hasVlan( Bridging::VlanIdOrNone vlanId ) const {
 
 HobaTypes::RemoteHostStatus const *
 MacFdb::nextHop( Pair pair ) const {
-   return rmacInfoDir().remoteHostStatus()->remoteHostStatus().find( pair );
+   return rmacInfoDir()->remoteHostStatus()->remoteHostStatus().find( pair );
 }
 
 std::size_t
 MacFdb::remotes() const {
-   return rmacInfoDir().remoteHostStatus()->remoteHostStatus().size();
+   return rmacInfoDir()->remoteHostStatus()->remoteHostStatus().size();
 }
 
 std::size_t
@@ -164,7 +164,7 @@ MacFdb::remoteIs( MacEntry const & entry, MacNextHop const & hop, bool inTable )
    if( !formerHop ) {
       incVlanRemoteMacRefcount( vlanIdOf( pair ) );
    }
-   rmacInfoDir().remoteHostStatus()->remoteHostStatusIs( { pair, hop.nextHopId, hop.hwId } );
+   rmacInfoDir()->remoteHostStatus()->remoteHostStatusIs( { pair, hop.nextHopId, hop.hwId } );
    if( formerHop && *formerHop != hop.nextHopId ) {
       decRemoteNextHopIdRefcount( *formerHop );
    }
@@ -176,14 +176,14 @@ MacFdb::remoteHostTableIs( MacEntry const & entry ) {
    // What a source is worth is this machine's own matter.
    told.preference = 0;
    told.promote = false;
-   rmacInfoDir().remoteHost()->remoteMacIs( told );
+   rmacInfoDir()->remoteHost()->remoteMacIs( told );
 }
 
 void
 MacFdb::remoteDel( Pair pair ) {
    if( auto const * former = nextHop( pair ) ) {
       auto const nextHopId = former->nextHopId;
-      rmacInfoDir().remoteHostStatus()->remoteHostStatusDel( pair );
+      rmacInfoDir()->remoteHostStatus()->remoteHostStatusDel( pair );
       decRemoteNextHopIdRefcount( nextHopId );
       decVlanRemoteMacRefcount( vlanIdOf( pair ) );
    }
@@ -192,15 +192,15 @@ MacFdb::remoteDel( Pair pair ) {
 
 void
 MacFdb::remoteHostTableDel( Pair pair ) {
-   if( rmacInfoDir().remoteHost()->remoteMacHas( pair ) ) {
-      rmacInfoDir().remoteHost()->remoteMacDel( pair );
+   if( rmacInfoDir()->remoteHost()->remoteMacHas( pair ) ) {
+      rmacInfoDir()->remoteHost()->remoteMacDel( pair );
    }
 }
 
 void
 MacFdb::incRemoteNextHopIdRefcount( std::uint32_t nextHopId ) {
    if( nextHopId != noNextHop ) {
-      rmacInfoDir().nextHopIdRefcountTable()->refcountInc( nextHopId, 1 );
+      rmacInfoDir()->nextHopIdRefcountTable()->refcountInc( nextHopId, 1 );
    }
 }
 
@@ -209,21 +209,21 @@ MacFdb::decRemoteNextHopIdRefcount( std::uint32_t nextHopId ) {
    if( nextHopId == noNextHop ) {
       return;
    }
-   HOBA_INVARIANT( !!rmacInfoDir().nextHopIdRefcountTable()->refcount( nextHopId ),
+   HOBA_INVARIANT( !!rmacInfoDir()->nextHopIdRefcountTable()->refcount( nextHopId ),
                    "a next hop that a station uses is counted" );
-   rmacInfoDir().nextHopIdRefcountTable()->refcountDec( nextHopId, 1 );
+   rmacInfoDir()->nextHopIdRefcountTable()->refcountDec( nextHopId, 1 );
 }
 
 void
 MacFdb::incVlanRemoteMacRefcount( VlanId vlanId ) {
-   rmacInfoDir().vlanRefcountTable()->refcountInc( vlanId, 1 );
+   rmacInfoDir()->vlanRefcountTable()->refcountInc( vlanId, 1 );
 }
 
 void
 MacFdb::decVlanRemoteMacRefcount( VlanId vlanId ) {
-   HOBA_INVARIANT( !!rmacInfoDir().vlanRefcountTable()->refcount( vlanId ),
+   HOBA_INVARIANT( !!rmacInfoDir()->vlanRefcountTable()->refcount( vlanId ),
                    "the VLAN of a remote station is counted" );
-   rmacInfoDir().vlanRefcountTable()->refcountDec( vlanId, 1 );
+   rmacInfoDir()->vlanRefcountTable()->refcountDec( vlanId, 1 );
 }
 
 } // namespace Hoba

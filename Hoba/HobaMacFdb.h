@@ -51,7 +51,7 @@ class MacFdb {
    void decRemoteNextHopIdRefcount( std::uint32_t nextHopId );
    void incVlanRemoteMacRefcount( Bridging::VlanId vlanId );
    void decVlanRemoteMacRefcount( Bridging::VlanId vlanId );
-   HobaTypes::RemoteMacInfoDir & rmacInfoDir() const { return *in_.rmacInfoDir; }
+   Kiv::Ptr< HobaTypes::RemoteMacInfoDir > const & rmacInfoDir() const { return in_.rmacInfoDir; }
 
    MacAddrInputs const & in_;
 };
