@@ -90,6 +90,8 @@ class MacObserver : public Observer {
    void checkChip();
    void checkLearning();
    void checkMachine();
+   void checkFeeders();
+   void checkMlagPorts();
 
    MacModel const model_;
    TableFaults faults_;

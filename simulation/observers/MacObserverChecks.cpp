@@ -171,6 +171,7 @@ MacObserver::check() {
    checkChip();
    checkLearning();
    checkMachine();
+   checkFeeders();
 }
 
 void
@@ -356,6 +357,89 @@ MacObserver::checkMachine() {
          found( toText( pair ) + " waits, though there may be more behind the overlay" );
       }
    }
+}
+
+// What is derived of what agents say, and the machine goes by.
+void
+MacObserver::checkFeeders() {
+   expectRows( "/bridging/switchIntfConfig/switchIntfConfig",
+               rowsAt( "/feeders/config/switchIntf" ) );
+   Rows ports, vlans, vnis, ids;
+   for( auto const & [ name, port ] : rowsAt( "/feeders/config/port" ) ) {
+      ports[ name ] =
+            "{\"enabled\": " + textAt( "/feeders/config/port/" + name + "/enabled" ) + '}';
+   }
+   expectRows( "/interface/config/ethPhyIntfConfig", ports );
+   for( auto const & [ vlan, status ] : rowsAt( "/hoba/common/vlanStatus" ) ) {
+      auto const from = "/hoba/common/vlanStatus/" + vlan;
+      if( textAt( from + "/active" ) == "true" ) {
+         auto const asked = "/feeders/config/vlan/" + vlan;
+         auto const to = "/bridging/vlanConfig/vlanConfig/" + vlan;
+         vlans[ vlan ] = textAt( to );
+         bool const isAsked = !simulated().get( asked ).isNull();
+         expectText( to + "/macLearning", isAsked ? textAt( asked + "/macLearning" ) : "true" );
+         expectText( to + "/primaryVlan", isAsked ? textAt( asked + "/primaryVlan" ) : "0" );
+         expectRows( to + "/intf", rowsAt( from + "/intf" ) );
+      }
+   }
+   expectRows( "/bridging/vlanConfig/vlanConfig", vlans );
+   std::map< IntfId, Kiv::Ptr< Vxlan::VxlanConfig const > > overlay;
+   for( auto const & [ intf, config ] : model_.vxlan().vxlanConfig() ) {
+      overlay[ intf ] = config;
+   }
+   for( auto const & [ intf, config ] : overlay ) {
+      for( auto const & [ vlan, vni ] : config->vlanVni() ) {
+         vnis.emplace( toText( vlan ), toText( vni ) ); // the lowest interface counts
+      }
+   }
+   expectRows( "/vxlan/vlanVniMap/vni", vnis );
+   // Hardware ids: those that are late come when they are due.
+   auto const due = rowsAt( "/hoba/machines/overlayFeeder/due" );
+   for( auto const * list : { "/l2rib/destOutput/dest", "/l2rib/loadBalanceOutput/loadBalance" } ) {
+      for( auto const & [ name, row ] : rowsAt( list ) ) {
+         auto const tuple = L2Rib::ObjTuple::parse( name );
+         auto const & asked = model_.feeders();
+         auto const id = asked.hwIdHas( tuple ) ? asked.hwId( tuple )
+                                                : std::uint64_t( tuple.kind ) << 32 | tuple.id;
+         auto const late = due.find( name );
+         if( late != due.end() &&
+             Kiv::fromText< Kiv::Seconds >( late->second ) <= simulated().now() ) {
+            found( "the hardware id of " + name + " does not come" );
+         }
+         if( id != 0 && late == due.end() ) {
+            ids[ name ] = toText( id );
+         }
+      }
+   }
+   expectRows( "/hoba/objTupleToHwId/hwId", ids );
+   checkMlagPorts();
+}
+
+void
+MacObserver::checkMlagPorts() {
+   auto const & mlag = model_.mlag();
+   auto const portsOf = [ & ]( IntfId intf, Rows & ports ) {
+      if( Pelt::EthIntfId::isEthIntfId( intf ) ) {
+         ports[ toText( intf ) ] = "true";
+      }
+      for( auto const & [ port, text ] :
+           rowsAt( "/hoba/common/lagToPortConfig/" + toText( intf ) + "/port" ) ) {
+         ports[ port ] = "true";
+      }
+   };
+   Rows peerLink, shared;
+   if( mlag.state() != Mlag::mlagDisabled ) {
+      if( mlag.peerLinkIntf() ) {
+         portsOf( mlag.peerLinkIntf(), peerLink );
+      }
+      for( auto const & [ intf, state ] : mlag.mlagIntf() ) {
+         if( state != Mlag::mlagIntfDisabled ) {
+            portsOf( intf, shared );
+         }
+      }
+   }
+   expectRows( "/hoba/common/mlagPeerLinkPort", peerLink );
+   expectRows( "/hoba/common/mlagIntfPort", shared );
 }
 
 } // namespace Simulation
