@@ -299,7 +299,8 @@ class MacAddrSm : public HobaVerifiedSm {
    void traceMoves( MacVerdict const & verdict ) const;
    void noteWithheld( Pair pair, MacClaims const & claims,
                       std::vector< MacNoCandidate > const & none );
-   void decided( MacVerdict const & verdict, MacClaims const & claims, bool hardwareHolds );
+   void decided( MacVerdict const & verdict, MacClaims const & claims, bool hardwareHolds,
+                 bool isRerouted );
    void decidedAdd( MacVerdict const & verdict, MacClaims const & claims, bool hardwareHolds );
    void decidedRemoval( MacVerdict const & verdict, MacClaims const & claims );
    void addToUpdateList( ModifyMacEntry const & change );

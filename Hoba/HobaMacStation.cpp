@@ -101,24 +101,9 @@ struct Gathered {
    std::optional< MacEntry > reported;
    bool learnedInHardware = false;
    std::optional< MacEntry > current;
+   bool isPending = false; // it is decided to be behind the overlay, and that is still to be done
    MacClaims claims;
 };
-
-// What stands before a station behind the overlay that is to be programmed.
-MacObstacle
-remoteObstacle( MacAddrSm const & sm, MacEntry const & entry, MacNextHop const & hop,
-                bool isPending ) {
-   if( !Bridging::isEntryTypeRemote( entry.entryType ) ) {
-      return macObstacleNone;
-   }
-   if( hop.obstacle ) {
-      return hop.obstacle;
-   }
-   // Of what was decided already there is one more look when it is programmed.
-   bool const isNew = !isPending && !sm.fdb().nextHop( entry.macEntry );
-   return isNew && sm.fdb().remotes() >= sm.helper()->getMaxRemoteMacs() ? macObstacleRemoteLimit
-                                                                         : macObstacleNone;
-}
 
 void
 gather( MacAddrSm const & sm, Bridging::MacVlanPair pair, bool reportIsLost, Gathered & all,
@@ -131,8 +116,8 @@ gather( MacAddrSm const & sm, Bridging::MacVlanPair pair, bool reportIsLost, Gat
                            !sources.hasTunnelLearnEvents();
    auto const * record = isOnlyLost ? nullptr : sources.record( pair );
    all.best = sources.configuredEntry( pair, record, all.candidates, none );
-   bool const isPending = all.current && Bridging::isEntryTypeRemote( all.current->entryType ) &&
-                          ( sm.updateListHas( pair ) || sm.refusedListHas( pair ) );
+   all.isPending = all.current && Bridging::isEntryTypeRemote( all.current->entryType ) &&
+                   ( sm.updateListHas( pair ) || sm.refusedListHas( pair ) );
    auto & claims = all.claims;
    // Looking at the clock costs as much as all the rest.
    claims.now = !all.best                               ? 0
@@ -145,21 +130,41 @@ gather( MacAddrSm const & sm, Bridging::MacVlanPair pair, bool reportIsLost, Gat
    if( all.reported ) {
       claims.reported = &*all.reported;
       claims.reportedObstacle = sources.reportedObstacle( *all.reported );
-      if( !claims.reportedObstacle && !all.learnedInHardware ) {
-         claims.reportedObstacle =
-               remoteObstacle( sm, *all.reported, sources.nextHop( *all.reported ), isPending );
+      // What the hardware did not learn is to be written, for which there must be a way.
+      if( !claims.reportedObstacle && !all.learnedInHardware &&
+          Bridging::isEntryTypeRemote( all.reported->entryType ) ) {
+         claims.reportedObstacle = sources.nextHop( *all.reported ).obstacle;
       }
    }
    claims.configured = all.best;
    if( all.best && Bridging::isEntryTypeRemote( all.best->entry.entryType ) ) {
-      auto const hop = sources.nextHop( all.best->entry );
       claims.configuredObstacle = sources.hasVni( pair.vlanId() )
-                                        ? remoteObstacle( sm, all.best->entry, hop, isPending )
+                                        ? sources.nextHop( all.best->entry ).obstacle
                                         : macObstacleNoVni;
    }
    claims.isNonAging = all.current && sources.isNonAgingMac( pair );
    // What the hardware learnt there goes when the hardware says so.
    claims.overlayRestarts = claims.current && sources.overlayRestarts() && sm.fdb().nextHop( pair );
+}
+
+// What becomes of it. For what would win there may be no room behind the overlay: then it has no say. Of what was
+// decided already there is one more look when it is programmed.
+MacVerdict
+decide( MacAddrSm const & sm, Bridging::MacVlanPair pair, Gathered & all ) {
+   auto verdict = evaluateMacClaims( all.claims );
+   auto const isBeyondLimit = [ & ] {
+      bool const isWritten = verdict.action == addConfiguredRemote ||
+                             ( verdict.action == addLearntRemote && !all.learnedInHardware );
+      return isWritten && !all.isPending && !sm.fdb().nextHop( pair ) &&
+             sm.fdb().remotes() >= sm.helper()->getMaxRemoteMacs();
+   };
+   while( isBeyondLimit() ) {
+      auto & obstacle = verdict.action == addConfiguredRemote ? all.claims.configuredObstacle
+                                                              : all.claims.reportedObstacle;
+      obstacle = macObstacleRemoteLimit;
+      verdict = evaluateMacClaims( all.claims );
+   }
+   return verdict;
 }
 
 } // namespace
@@ -172,6 +177,7 @@ MacAddrSm::explain( Pair pair ) const {
    answer.reportedLost = lostReport_.has( pair );
    gather( *this, pair, answer.reportedLost, all, answer.none );
    answer.reported = sources_.reported( pair, sources_.record( pair ), learnedInHardware );
+   answer.verdict = decide( *this, pair, all );
    answer.reportedObstacle = all.claims.reportedObstacle;
    answer.configuredObstacle = all.claims.configuredObstacle;
    std::size_t best = 0;
@@ -196,7 +202,6 @@ MacAddrSm::explain( Pair pair ) const {
    if( auto const * change = queued( pair ) ) {
       answer.pending = *change;
    }
-   answer.verdict = evaluateMacClaims( all.claims );
    if( auto const * held = withheld().find( pair ) ) {
       answer.withheld = *held;
    }
@@ -392,7 +397,7 @@ MacAddrSm::evaluateEntry( Pair pair, bool learnedInHardware, bool agedInHardware
       rib_.hostIs( pair, all.best ? all.best->entry.l2RibObjTuple : L2Rib::ObjTuple() );
    }
    bool const isIgnored = checkIgnoreEvent( pair, claims );
-   auto verdict = isIgnored ? MacVerdict() : evaluateMacClaims( claims );
+   auto verdict = isIgnored ? MacVerdict() : decide( *this, pair, all );
    if( verdict.reportedLost ) {
       lose( pair );
    }
@@ -407,15 +412,17 @@ MacAddrSm::evaluateEntry( Pair pair, bool learnedInHardware, bool agedInHardware
    if( isKept || !keptRib_.empty() ) {
       keptRib_.hostIs( pair, isKept ? claims.current->l2RibObjTuple : L2Rib::ObjTuple() );
    }
-   if( verdict.action == invalidAction && !queued( pair ) && hasOtherNextHop( verdict, claims ) ) {
+   bool const isRerouted = !queued( pair ) && hasOtherNextHop( verdict, claims );
+   if( verdict.action == invalidAction && isRerouted ) {
       verdict.action = addConfiguredRemote;
    }
-   decided( verdict, claims, all.learnedInHardware );
+   decided( verdict, claims, all.learnedInHardware, isRerouted );
 }
 
 // What was decided is done at once if the hardware has no part in it, and queued otherwise.
 void
-MacAddrSm::decided( MacVerdict const & verdict, MacClaims const & claims, bool hardwareHolds ) {
+MacAddrSm::decided( MacVerdict const & verdict, MacClaims const & claims, bool hardwareHolds,
+                    bool isRerouted ) {
    auto const & entry = verdict.entry;
    auto const pair = entry.macEntry;
    if( verdict.action == invalidAction ) {
@@ -439,7 +446,7 @@ MacAddrSm::decided( MacVerdict const & verdict, MacClaims const & claims, bool h
       return;
    }
    traceMoves( verdict );
-   if( isAdd( verdict.action ) && maybeUpdateMoveCount( entry, claims.current ) ) {
+   if( isAdd( verdict.action ) && !isRerouted && maybeUpdateMoveCount( entry, claims.current ) ) {
       return;
    }
    ZTRACE( 6, " Final action: ", verdict.action, " - MAC Entry: ", entry, ' ',

@@ -129,9 +129,17 @@ MacAddrSm::hostOf( MacEntry const & entry ) const {
 
 Kiv::String
 MacAddrSm::verifyHost( MacEntry const & entry ) const {
-   return Bridging::isEntryTypeRemote( entry.entryType )
-                ? helper_->verifyRemoteHost( remoteHostOf( entry, nextHopToProgram( entry ) ) )
-                : helper_->handleVerify( hostOf( entry ) );
+   if( !Bridging::isEntryTypeRemote( entry.entryType ) ) {
+      return helper_->handleVerify( hostOf( entry ) );
+   }
+   // As it was programmed: a walk may be on its way that makes it follow its object.
+   MacNextHop hop;
+   hop.isMpls = entry.isMplsNextHop;
+   if( auto const * held = fdb_.nextHop( entry.macEntry ) ) {
+      hop.nextHopId = held->nextHopId;
+      hop.hwId = held->hwId;
+   }
+   return helper_->verifyRemoteHost( remoteHostOf( entry, hop ) );
 }
 
 HobaHelper::RemoteHost
