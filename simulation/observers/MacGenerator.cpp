@@ -286,7 +286,8 @@ void
 proposeRemote( Draw & draw, Steps & steps ) {
    String const info = "/vxlan/remoteMacInfo/";
    auto const received = info + "receivedRemoteHost/remoteHost/" + host( draw );
-   auto const learnt = info + "tunnelLearnEvent/event/" + mac( draw ) + "@100" + vlan( draw );
+   auto const seen = mac( draw );
+   auto const learnt = info + "tunnelLearnEvent/event/" + seen + "@100" + vlan( draw );
    auto const evpn = "/feeders/config/evpnMac/" + host( draw );
    auto const intf = vxlan( draw );
    auto const tunnels = group( draw );
@@ -402,17 +403,75 @@ proposeFlush( Draw & draw, Steps & steps ) {
    }
 }
 
+// All that a station behind the overlay needs, and its next hop changes.
+void
+proposeWholeRib( Draw & draw, Steps & steps ) {
+   auto const dest = "dest:" + toText( draw.below( 3 ) );
+   String const path = "/l2rib/destOutput/dest/" + dest;
+   auto const addr = mac( draw );
+   auto const next = draw.oneOf( { "1", "2", "3", "4" } );
+   auto const other = draw.oneOf( { "1", "2", "3", "0", "4294967295" } );
+   set( steps, "/vxlan/config/vxlanConfig/Vxlan1/vlanVni/1", "1001" );
+   set( steps, path + "/intf", "Vxlan1" );
+   set( steps, path + "/nextHopId", next );
+   set( steps, "/l2rib/hostOutput/host/" + addr + "@1/objTuple", dest );
+   if( draw.chance( 50 ) ) {
+      steps.push_back( "wait 0.5" );
+      set( steps, path + "/nextHopId", other );
+   }
+}
+
+// A peer that is there tells of a station, which is seen here as well.
+void
+proposeWholePeer( Draw & draw, Steps & steps ) {
+   auto const addr = mac( draw );
+   auto const path = "/mlag/hostTable/hostEntry/" + addr + "@1";
+   auto const count = moves( draw );
+   auto const isSo = trueOrFalse( draw, 40 );
+   auto const seen = "sim event learn " + draw.port() + ' ' + addr + " 1";
+   bool const isSeenFirst = draw.chance( 50 );
+   if( isSeenFirst ) {
+      steps.push_back( seen );
+   }
+   set( steps, "/mlag/status/state", "mlagActive" );
+   set( steps, "/mlag/status/mlagIntf/Port-Channel1", "mlagIntfActiveFull" );
+   set( steps, path + "/moves", count );
+   set( steps, path + "/promote", isSo );
+   set( steps, path + "/entryType", "peerDynamicMac" );
+   set( steps, path + "/intf", "Port-Channel1" );
+   if( !isSeenFirst ) {
+      steps.push_back( "wait 0.5" );
+      steps.push_back( seen );
+   }
+}
+
+// What is on its way when it is to be forgotten.
+void
+proposeHastyFlush( Draw & draw, Steps & steps ) {
+   auto const addr = mac( draw );
+   auto const client = "/feeders/config/nonAgingClient/dot1x/macEntries/" + addr + "@1";
+   auto const port = draw.port();
+   set( steps, "/feeders/config/nonAgingClient/dot1x/enable", "true" );
+   set( steps, client + "/intf", port );
+   steps.push_back( "sim event learn " + port + ' ' + addr + " 1" );
+   steps.push_back( "wait 0.5" );
+   steps.push_back( "del " + client );
+   proposeFlush( draw, steps );
+}
+
 } // namespace
 
 void
 proposeMac( Draw & draw, Steps & steps ) {
    using Propose = void ( * )( Draw &, Steps & );
    constexpr Propose all[] = {
-         proposeConfigured, proposeConfigured, proposeConfigured, proposeSettings, proposeSettings,
-         proposeMlag,       proposePeerHost,   proposePeerHost,   proposePeerHost, proposeRibHost,
-         proposeRibHost,    proposeRibObject,  proposeRibObject,  proposeOverlay,  proposeOverlay,
-         proposeRemote,     proposeRemote,     proposeLocal,      proposeLocal,    proposeFlush,
-         proposeFlush };
+         proposeConfigured, proposeConfigured, proposeConfigured, proposeSettings,
+         proposeSettings,   proposeMlag,       proposePeerHost,   proposePeerHost,
+         proposePeerHost,   proposeRibHost,    proposeRibHost,    proposeRibObject,
+         proposeRibObject,  proposeOverlay,    proposeOverlay,    proposeRemote,
+         proposeRemote,     proposeLocal,      proposeLocal,      proposeFlush,
+         proposeFlush,      proposeWholeRib,   proposeWholeRib,   proposeWholePeer,
+         proposeWholePeer,  proposeHastyFlush };
    all[ draw.below( std::size( all ) ) ]( draw, steps );
 }
 

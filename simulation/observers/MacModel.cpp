@@ -516,8 +516,20 @@ MacModel::wayTo( Entry const & entry ) const {
 
 // ---- What becomes of it
 
+// There may be no room for what would win.
 MacModel::Verdict
 MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const {
+   Room room;
+   auto verdict = decide( pair, station, now, room );
+   while( verdict.isWritten && isBeyondLimit( pair ) ) {
+      ( verdict.isLearnt ? room.forLearnt : room.forBest ) = false;
+      verdict = decide( pair, station, now, room );
+   }
+   return verdict;
+}
+
+MacModel::Verdict
+MacModel::decide( Pair pair, Station const & station, Kiv::Seconds now, Room room ) const {
    auto const & current = station.current;
    Verdict verdict;
    verdict.isLost = station.isLost;
@@ -539,7 +551,7 @@ MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const
       auto obstacle = Bridging::isEntryTypeRemote( best->entryType ) && !hasVni( pair.vlanId() )
                             ? "VNI"
                             : hop.obstacle;
-      if( obstacle.empty() && isBeyondLimit( pair ) ) {
+      if( obstacle.empty() && !room.forBest ) {
          obstacle = "remote MAC limit";
       }
       if( !obstacle.empty() ) {
@@ -567,7 +579,7 @@ MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const
       // What software learnt is to be written, for which there must be a way.
       if( obstacle.empty() && Bridging::isEntryTypeRemote( learnt->entryType ) && !isInHardware ) {
          obstacle = !learnt->swTunnelGroupId ? "RIB object"
-                    : isBeyondLimit( pair )  ? "remote MAC limit"
+                    : !room.forLearnt        ? "remote MAC limit"
                                              : "";
       }
       if( !obstacle.empty() ) {
@@ -630,6 +642,9 @@ MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const
               ( boot_->hitlessRestartInProgress() || !boot_->remoteMacsReady() ) ) {
       verdict.entry = current;
    }
+   verdict.isLearnt = learnt.has_value();
+   verdict.isWritten = verdict.entry && Bridging::isEntryTypeRemote( verdict.entry->entryType ) &&
+                       ( learnt ? !isInHardware : best.has_value() );
    bool const isKept = current && verdict.entry && !learnt && !best;
    bool const isOpen = isKept && !hopOf( *verdict.entry ).obstacle.empty();
    verdict.way = isOpen ? station.way : verdict.entry ? wayTo( *verdict.entry ) : Way();

@@ -66,6 +66,8 @@ class MacModel {
       bool isLost = false;
       Kiv::String obstacle; // before what is said last
       Way way;
+      // Who it is, and whether the machine is to write it behind the overlay.
+      bool isLearnt = false, isWritten = false;
    };
 
    explicit MacModel( Switch const & simulated );
@@ -118,6 +120,11 @@ class MacModel {
    };
    using Candidates = std::vector< Candidate >;
 
+   struct Room {
+      bool forBest = true, forLearnt = true;
+   };
+
+   Verdict decide( Pair pair, Station const & station, Kiv::Seconds now, Room room ) const;
    // `isOwn`: the operator configured it here.
    static void add( Candidates & all, Kiv::String & none, Entry entry, Origin origin,
                     bool isOwn = false );

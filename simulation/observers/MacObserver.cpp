@@ -246,9 +246,8 @@ MacObserver::hear() {
       return;
    }
    auto const programmed = model_.programmed().remoteHostStatus().size();
-   if( programmed < std::exchange( programmed_, programmed ) ) {
-      limit_ = model_.limit();
-   }
+   bool const hasLeft = programmed < std::exchange( programmed_, programmed );
+   limit_ = hasLeft ? model_.limit() : std::min( limit_, model_.limit() );
    hearFlushes( false );
    hearPlaces();
    auto const events = model_.tunnelEvents();

@@ -131,8 +131,15 @@ MacObserver::verification() const {
          }
          ++is.compared;
          auto const known = stations_.find( pair );
-         auto const wanted = rowOf( known == stations_.end() ? MacModel::Station() : known->second,
-                                    entries.at( pair ) );
+         auto station = known == stations_.end() ? MacModel::Station() : known->second;
+         // As it was programmed.
+         station.way = {};
+         if( auto const & programmed = model_.programmed();
+             programmed.remoteHostStatusHas( pair ) ) {
+            auto const & way = programmed.remoteHostStatus( pair );
+            station.way = { way.nextHopId, way.hwId };
+         }
+         auto const wanted = rowOf( station, entries.at( pair ) );
          auto const found = stations.entry( pair );
          if( !found || !isSame( *found, wanted ) ) {
             mismatch( toText( pair ) + ": " + entryText( wanted ) + " expected, " +
@@ -213,8 +220,11 @@ MacObserver::checkOverlay() {
          hosts[ toText( pair ) ] = Kiv::datumText( Kiv::toDatum( host ) );
       }
       auto const held = inChip.find( pair );
-      bool const isHardwares = held == inChip.end() ? model_.isInHardware( *entry, station.said )
-                                                    : held->second.byChip;
+      // An event that was put in may say so while the chip has it here.
+      bool const isHardwares =
+            held == inChip.end()
+                  ? model_.isInHardware( *entry, station.said )
+                  : held->second.byChip || !Pelt::VxlanIntfId::isVxlanIntfId( held->second.intf );
       if( isHardwares ) {
          continue; // nothing is programmed
       }
