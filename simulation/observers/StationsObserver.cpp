@@ -516,12 +516,24 @@ StationsObserver::writtenBySoftware() {
    if( written.empty() ) {
       return; // it goes
    }
+   if( textAt( "/sim/chip/events/reporting" ) == "true" && !events_.isThere() ) {
+      return; // machines begin, which hear of it behind all that there is: forgetOthers()
+   }
    auto const countOf = [ & ]( char const * what ) {
       return Kiv::fromText< std::uint64_t >( textAt( macPath + "hostTable/" + what ) );
    };
    // What has not landed yet was stamped when it was written.
    auto const landing = countOf( "landing" );
    stamps_.emplace( numberOf( "sweeps" ), numberOf( "flushes" ) );
+   // Who asks or writes finds flushed what the flush has not come to yet.
+   if( !flushes_.empty() ) {
+      auto const rows = rowsAt( macPath + "host" );
+      for( auto const & [ station, row ] : std::map( hosts_ ) ) {
+         if( !rows.contains( toText( station ) ) ) {
+            dropFlushed( station );
+         }
+      }
+   }
    auto const writes = countOf( "writes" ) + countOf( "swept" ) - landing;
    if( writes == writes_ ) {
       if( landing == 0 ) {
@@ -732,6 +744,7 @@ void
 StationsObserver::forgetOthers() {
    std::erase_if( macTable_,
                   [ this ]( auto const & entry ) { return !reportedAt( entry.first ); } );
+   writtenBySoftware();
 }
 
 void
