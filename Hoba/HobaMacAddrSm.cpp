@@ -105,10 +105,10 @@ MacAddrSm::forgetAll() {
    fsfFailedServerDelAll();
    retries_ = 0;
    room_ = false;
-   withheldWalk_ = nullptr;
-   pendingWalk_ = nullptr;
-   tunnelWalk_ = nullptr;
-   claimsWalk_ = nullptr;
+   withheldWalk_.clear();
+   pendingWalk_.clear();
+   tunnelWalk_.clear();
+   claimsWalk_.clear();
    tunnelWalks_ = 0;
    lostSince_.clear();
    hostsByIntf_.clear();

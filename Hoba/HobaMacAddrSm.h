@@ -252,7 +252,6 @@ class MacAddrSm : public HobaVerifiedSm {
    void handleMlagStateOrPeerLinkIntf();
    void handleMlagIntfStatus( Pelt::IntfId const & intf );
    void handleFastMacRedirection();
-   void walkMlagHosts();
    void handleMlagHostTableTimer();
    void handleMlagIntfHostTableTimer();
    void handleMlagHostTableEntry( Pair const & pair ) { evaluateEntry( pair ); }
@@ -297,6 +296,9 @@ class MacAddrSm : public HobaVerifiedSm {
                                ModifyMacEntry & change ) const;
    bool collidingStaticEntryWithRouterMacEntry( MacCandidates const & candidates ) const;
    void traceMoves( MacVerdict const & verdict ) const;
+   // What was learnt counts no more until it is reported again.
+   void lose( Pair pair );
+   bool hasOtherNextHop( MacVerdict const & verdict, MacClaims const & claims ) const;
    void noteWithheld( Pair pair, MacClaims const & claims,
                       std::vector< MacNoCandidate > const & none );
    void decided( MacVerdict const & verdict, MacClaims const & claims, bool hardwareHolds,
@@ -338,9 +340,13 @@ class MacAddrSm : public HobaVerifiedSm {
    void walkCurrent( MacWalks::Visit const & visit );
    // What the operator or dot1x claims behind the interface, also if it lost.
    void walkClaims( Pelt::IntfId intf );
+   // All that the peer told.
+   void walkMlagHosts();
    using Vlans = Kiv::HashSet< Bridging::VlanIdOrNone >;
-
    using Intfs = Kiv::HashSet< Pelt::IntfId >;
+   template< class... Collections >
+   void evaluateShared( MacSharedWalk< Vlans > & shared, Bridging::VlanIdOrNone vlanId,
+                        Collections const &... collections );
    // All that is withheld in the VLAN, or in all: whatever it waits for, the first obstacle alone is noted.
    void evaluateWithheld( Bridging::VlanIdOrNone vlanId = {} );
    // All that waits to be programmed in the VLAN, or in all.
@@ -351,12 +357,6 @@ class MacAddrSm : public HobaVerifiedSm {
    Pair pairOf( Vxlan::VniMac const & host ) const;
    // Its next hop; what keeps its place while that is worked out anew has the one that it is programmed with.
    MacNextHop nextHopToProgram( MacEntry const & entry ) const;
-   bool hasOtherNextHop( MacVerdict const & verdict, MacClaims const & claims ) const;
-   // What was learnt counts no more until it is reported again.
-   void lose( Pair pair );
-   template< class... Collections >
-   void evaluateShared( std::shared_ptr< Vlans > MacAddrSm::*shared, Bridging::VlanIdOrNone vlanId,
-                        Collections const &... collections );
    void evaluateObject( L2Rib::ObjTuple tuple );
 
    class KivMacTable
@@ -626,9 +626,8 @@ class MacAddrSm : public HobaVerifiedSm {
    bool isIndexed_ = false;  // hostsByIntf_ has all that is in the status
    bool room_ = false;       // an entry has left the hardware since refused ones had their turn
    std::size_t retries_ = 0; // refused ones that are to have their turn still
-   // What a walk that has not begun is to visit: who asks meanwhile needs none of his own.
-   std::shared_ptr< Vlans > withheldWalk_, pendingWalk_, tunnelWalk_;
-   std::shared_ptr< Intfs > claimsWalk_;
+   MacSharedWalk< Vlans > withheldWalk_, pendingWalk_, tunnelWalk_;
+   MacSharedWalk< Intfs > claimsWalk_;
    std::function< void() > whenFirstPassIsDone_;
 
    KIV_REACTOR( KivMacTable, macTable );

@@ -212,7 +212,6 @@ MacAddrSm::handleMlagStateOrPeerLinkIntf() {
    }
 }
 
-// Everything that the peer told is looked at.
 void
 MacAddrSm::walkMlagHosts() {
    if( in_.mlagHostTable ) {
@@ -314,13 +313,12 @@ MacAddrSm::walkTunnelLearnEvents( Bridging::VlanIdOrNone vlanId ) {
    if( events->event().empty() ) {
       return;
    }
-   if( !tunnelWalk_ ) {
-      auto const which = std::make_shared< Vlans >();
-      tunnelWalk_ = which;
+   auto & asked = tunnelWalk_.ask( [ & ]( auto const & which, auto const & begun ) {
+      ++tunnelWalks_;
       walks_.add(
             events->event(), [ this ]( auto const & member ) { return pairOf( member.key ); },
-            [ this, which ]( Pair pair ) {
-               tunnelWalk_ = tunnelWalk_ == which ? nullptr : tunnelWalk_;
+            [ this, which, begun ]( Pair pair ) {
+               begun();
                bool const isAnew = which->has( pair.vlanId() );
                if( !pair.vlanId().value() || !( isAnew || which->has( {} ) ) ) {
                   return;
@@ -331,16 +329,15 @@ MacAddrSm::walkTunnelLearnEvents( Bridging::VlanIdOrNone vlanId ) {
                }
                evaluateEntry( pair );
             },
-            [ this, which ] {
-               tunnelWalk_ = tunnelWalk_ == which ? nullptr : tunnelWalk_;
+            [ this, begun ] {
+               begun();
                if( --tunnelWalks_ == 0 ) {
                   lostSince_.clear();
                }
             },
             events );
-      ++tunnelWalks_;
-   }
-   tunnelWalk_->insert( vlanId );
+   } );
+   asked.insert( vlanId );
    if( vlanId.value() && !lostSince_.empty() ) {
       for( auto const & pair : Kiv::keysOf( lostSince_ ) ) {
          if( pair.vlanId() == vlanId ) {
@@ -349,14 +346,6 @@ MacAddrSm::walkTunnelLearnEvents( Bridging::VlanIdOrNone vlanId ) {
       }
    }
    wakeWalks();
-}
-
-void
-MacAddrSm::lose( Pair pair ) {
-   lostReport_.insert( pair );
-   if( tunnelWalks_ > 0 ) {
-      lostSince_.insert( pair );
-   }
 }
 
 MacAddrSm::Pair
@@ -530,12 +519,7 @@ MacAddrSm::walkCurrent( MacWalks::Visit const & visit ) {
 
 void
 MacAddrSm::walkClaims( Pelt::IntfId intf ) {
-   if( !claimsWalk_ ) {
-      auto const which = std::make_shared< Intfs >();
-      claimsWalk_ = which;
-      auto const begun = [ this, which ] {
-         claimsWalk_ = claimsWalk_ == which ? nullptr : claimsWalk_;
-      };
+   auto & asked = claimsWalk_.ask( [ & ]( auto const & which, auto const & begun ) {
       auto const visit = [ this, which, begun ]( Pair pair ) {
          begun();
          if( sources_.isClaimedBehind( pair, *which ) ) {
@@ -552,25 +536,19 @@ MacAddrSm::walkClaims( Pelt::IntfId intf ) {
                      in_.dot1xHostTable );
       }
       walks_.add( begun );
-   }
-   claimsWalk_->insert( intf );
+   } );
+   asked.insert( intf );
    wakeWalks();
 }
 
-// Many ask in one turn, when many VLANs or interfaces change: they share a walk.
 template< class... Collections >
 void
-MacAddrSm::evaluateShared( std::shared_ptr< Vlans > MacAddrSm::*shared,
-                           Bridging::VlanIdOrNone vlanId, Collections const &... collections ) {
+MacAddrSm::evaluateShared( MacSharedWalk< Vlans > & shared, Bridging::VlanIdOrNone vlanId,
+                           Collections const &... collections ) {
    if( ( collections.empty() && ... ) ) {
       return;
    }
-   if( !( this->*shared ) ) {
-      auto const which = std::make_shared< Vlans >();
-      this->*shared = which;
-      auto const begun = [ this, which, shared ] {
-         this->*shared = this->*shared == which ? nullptr : this->*shared;
-      };
+   auto & asked = shared.ask( [ & ]( auto const & which, auto const & begun ) {
       auto const visit = [ this, which, begun ]( Pair pair ) {
          begun();
          if( which->has( {} ) || which->has( pair.vlanId() ) ) {
@@ -579,19 +557,19 @@ MacAddrSm::evaluateShared( std::shared_ptr< Vlans > MacAddrSm::*shared,
       };
       ( walks_.add( collections, MacWalks::byKey, visit ), ... );
       walks_.add( begun );
-   }
-   ( this->*shared )->insert( vlanId );
+   } );
+   asked.insert( vlanId );
    wakeWalks();
 }
 
 void
 MacAddrSm::evaluateWithheld( Bridging::VlanIdOrNone vlanId ) {
-   evaluateShared( &MacAddrSm::withheldWalk_, vlanId, withheld() );
+   evaluateShared( withheldWalk_, vlanId, withheld() );
 }
 
 void
 MacAddrSm::evaluatePending( Bridging::VlanIdOrNone vlanId ) {
-   evaluateShared( &MacAddrSm::pendingWalk_, vlanId, updateList(), refusedList() );
+   evaluateShared( pendingWalk_, vlanId, updateList(), refusedList() );
 }
 
 void

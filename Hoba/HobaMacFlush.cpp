@@ -281,8 +281,8 @@ MacFlush::flushIntf( Pelt::IntfId intf, VlanIdOrNone vlanId, MacWalks::Done done
 void
 MacFlush::flushVlan( VlanId vlanId, MacWalks::Done done ) {
    sm_.helper().call< &Helper::flushVlan >( vlanId );
-   auto const visit =
-         begin( [ vlanId ]( Pair pair ) { return vlanId == VlanId( pair.vlanId().value() ); } );
+   auto const visit = begin(
+         [ vlan = VlanIdOrNone( vlanId.value() ) ]( Pair pair ) { return pair.vlanId() == vlan; } );
    if( auto const database = sm_.inputs().bridgingStatus->fdbStatus( vlanId ) ) {
       sm_.walks().addVlan( vlanId, database, database->learnedHost(), visit );
    }

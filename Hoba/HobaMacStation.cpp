@@ -212,6 +212,14 @@ MacAddrSm::explain( Pair pair ) const {
 
 // ---- Decide
 
+void
+MacAddrSm::lose( Pair pair ) {
+   lostReport_.insert( pair );
+   if( tunnelWalks_ > 0 ) {
+      lostSince_.insert( pair );
+   }
+}
+
 bool
 MacAddrSm::checkIgnoreEvent( Pair pair, MacClaims & claims ) {
    auto const * reported = claims.reported;

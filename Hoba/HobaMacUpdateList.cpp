@@ -2,8 +2,6 @@
 #include "Hoba/HobaMacAddrSm.h"
 #include "Zipline/Zipline.h"
 
-#include <algorithm>
-
 ZIPLINE_HANDLE( HobaMacUpdateList );
 
 // How what was decided is done: in turns of the clock, in the order in which it was decided. The hardware first,

@@ -162,4 +162,26 @@ class MacWalks {
    std::deque< std::shared_ptr< Walk > > walks_;
 };
 
+// One walk for all who ask for one, until it begins: many do in one turn, when many VLANs or interfaces change.
+// `Asked` is a set of what they ask for.
+template< class Asked >
+class MacSharedWalk {
+ public:
+   // What is asked for by now. Unless one waits to begin, `add( which, begun )` adds the walk: its visits go by
+   // *which, and call begun() before, as its end does.
+   template< class Add >
+   Asked & ask( Add const & add ) {
+      if( !which_ ) {
+         which_ = std::make_shared< Asked >();
+         add( which_, [ this, which = which_ ] { which_ = which_ == which ? nullptr : which_; } );
+      }
+      return *which_;
+   }
+   // The walk will not be.
+   void clear() { which_ = nullptr; }
+
+ private:
+   std::shared_ptr< Asked > which_;
+};
+
 } // namespace Hoba

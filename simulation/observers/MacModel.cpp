@@ -38,7 +38,15 @@ MacModel::MacModel( Switch const & simulated )
         nonAging_( simulated.entity< Hoba::NonAgingStatus >( "/hoba/nonAging/status" ) ),
         failed_( simulated.entity< FastServerFailover::Status >( "/fsf/status" ) ),
         programmed_( simulated.entity< HobaTypes::RemoteHostStatusTable >(
-              "/vxlan/remoteMacInfo/remoteHostStatus" ) ) {}
+              "/vxlan/remoteMacInfo/remoteHostStatus" ) ),
+        remoteHosts_(
+              simulated.entity< HobaTypes::RemoteMacTable >( "/vxlan/remoteMacInfo/remoteHost" ) ),
+        status_( simulated.entity< Bridging::Status >( "/bridging/status" ) ) {}
+
+String
+MacModel::ofMachine( String const & attribute ) {
+   return "/hoba/machines/mac/" + attribute;
+}
 
 // ---- Of each station, what its sources say
 
@@ -88,6 +96,32 @@ MacModel::said() const {
    }
    for( auto const & [ pair, row ] : nonAging_->macEntries() ) {
       all[ pair ].isNonAging = nonAging_->enabled();
+   }
+   return all;
+}
+
+std::map< MacModel::Pair, MacModel::Entry >
+MacModel::inForce() const {
+   std::map< Pair, Entry > all;
+   for( auto const & [ vlan, database ] : status_->fdbStatus() ) {
+      for( auto const & [ addr, host ] : database->learnedHost() ) {
+         Pair const pair( addr, vlan );
+         Entry entry;
+         if( remoteHosts_->remoteMacHas( pair ) ) {
+            entry = remoteHosts_->remoteMac( pair );
+         } else if( programmed_->remoteHostStatusHas( pair ) ) {
+            // A peer's: its next hop is its group.
+            entry.swTunnelGroupId =
+                  Hoba::SwTunnelGroupId( programmed_->remoteHostStatus( pair ).nextHopId );
+         }
+         entry.macEntry = pair;
+         entry.intf = host.intf;
+         entry.entryType = host.entryType;
+         entry.dropMode = host.dropMode;
+         entry.moveCount = host.moves;
+         entry.lastMoveTime = host.lastMoveTime;
+         all[ pair ] = entry;
+      }
    }
    return all;
 }
@@ -198,7 +232,7 @@ MacModel::limit() const {
 
 String
 MacModel::fieldOf( char const * list, Pair pair, char const * field ) const {
-   auto const rows = simulated_.get( String( "/hoba/machines/mac/" ) + list );
+   auto const rows = simulated_.get( ofMachine( list ) );
    auto const * const row = rows.find( Kiv::toText( pair ) );
    return row ? Kiv::datumText( *row->find( field ) ) : "";
 }

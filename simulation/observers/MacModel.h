@@ -5,6 +5,7 @@
 // believed, and what becomes of the station then. Knows nothing of when that is looked at.
 
 #include "Bridging/Config.h"
+#include "Bridging/Fdb.h"
 #include "Bridging/SwitchIntfConfig.h"
 #include "Dot1x/Dot1x.h"
 #include "FastServerFailover/FastServerFailover.h"
@@ -75,6 +76,11 @@ class MacModel {
    std::map< Pair, Said > said() const;
    std::map< Vxlan::VniMac, Vxlan::TunnelLearnEvent > tunnelEvents() const;
    Verdict evaluate( Pair pair, Station const & station, Kiv::Seconds now ) const;
+
+   // What is in force, as it is published.
+   std::map< Pair, Entry > inForce() const;
+   // The machine's own attribute: where that is to be found.
+   static Kiv::String ofMachine( Kiv::String const & attribute );
 
    // ---- What is said of others than stations
    bool isThere( Pelt::IntfId intf ) const;
@@ -167,6 +173,8 @@ class MacModel {
    Kiv::Ptr< Hoba::NonAgingStatus const > const nonAging_;
    Kiv::Ptr< FastServerFailover::Status const > const failed_;
    Kiv::Ptr< HobaTypes::RemoteHostStatusTable const > const programmed_;
+   Kiv::Ptr< HobaTypes::RemoteMacTable const > const remoteHosts_;
+   Kiv::Ptr< Bridging::Status const > const status_;
 };
 
 } // namespace Simulation

@@ -16,7 +16,6 @@ using Pelt::IntfId;
 
 namespace {
 
-String const machinePath = "/hoba/machines/mac/";
 constexpr char remotesPath[] = "/sim/chip/mac/maxRemoteMacs";
 
 // What operators and other agents say, and what the machine publishes.
@@ -38,18 +37,12 @@ constexpr std::string_view mine[] = { "/bridging/config",
                                       "/feeders/config/hwIdDelay",
                                       remotesPath };
 
-String
-fieldOf( Datum const & row, std::string_view name ) {
-   auto const * const found = row.find( name );
-   return found ? Kiv::datumText( *found ) : "";
-}
-
 } // namespace
 
 MacObserver::MacObserver( Switch & simulated, Observers & observers )
       : Observer( simulated, observers, "MAC addresses" ), model_( simulated ),
         faults_( { "/sim/chip/mac/hostTable" } ) {
-   simulated.watch( machinePath + "initialized", [ this ] { lookForMachine(); } );
+   simulated.watch( MacModel::ofMachine( "initialized" ), [ this ] { lookForMachine(); } );
    // In the middle of a moment, perhaps.
    for( auto const * what : { "verify", "reverify" } ) {
       simulated.watch( String( "/hoba/common/verifyData/" ) + what,
@@ -171,13 +164,13 @@ MacObserver::heard( Step const & step, Datum const & ) {
 
 void
 MacObserver::lookForMachine() {
-   bool const isThere = textAt( machinePath + "initialized" ) == "true";
+   bool const isThere = textAt( MacModel::ofMachine( "initialized" ) ) == "true";
    if( std::exchange( isHeard_, isThere ) == isThere || !isThere ) {
       return;
    }
    // It keeps what is in force, and looks at all that is said when its clock runs.
    stations_.clear();
-   for( auto const & [ pair, entry ] : inForce() ) {
+   for( auto const & [ pair, entry ] : model_.inForce() ) {
       auto & station = stations_[ pair ];
       station.current = entry;
       if( model_.programmed().remoteHostStatusHas( pair ) ) {
@@ -210,36 +203,6 @@ MacObserver::lookForMachine() {
    hear();
 }
 
-// As it is published.
-std::map< MacObserver::Pair, MacObserver::Entry >
-MacObserver::inForce() const {
-   std::map< Pair, Entry > all;
-   auto const status = simulated().entity< Bridging::Status >( "/bridging/status" );
-   auto const remote =
-         simulated().entity< HobaTypes::RemoteMacTable >( "/vxlan/remoteMacInfo/remoteHost" );
-   for( auto const & [ vlan, database ] : status->fdbStatus() ) {
-      for( auto const & [ addr, host ] : database->learnedHost() ) {
-         Pair const pair( addr, vlan );
-         Entry entry;
-         if( remote->remoteMacHas( pair ) ) {
-            entry = remote->remoteMac( pair );
-         } else if( model_.programmed().remoteHostStatusHas( pair ) ) {
-            // A peer's: its next hop is its group.
-            entry.swTunnelGroupId =
-                  Hoba::SwTunnelGroupId( model_.programmed().remoteHostStatus( pair ).nextHopId );
-         }
-         entry.macEntry = pair;
-         entry.intf = host.intf;
-         entry.entryType = host.entryType;
-         entry.dropMode = host.dropMode;
-         entry.moveCount = host.moves;
-         entry.lastMoveTime = host.lastMoveTime;
-         all[ pair ] = entry;
-      }
-   }
-   return all;
-}
-
 void
 MacObserver::hear() {
    if( !isHeard_ || std::exchange( isHearing_, true ) ) {
@@ -250,6 +213,8 @@ MacObserver::hear() {
    limit_ = hasLeft ? model_.limit() : std::min( limit_, model_.limit() );
    hearFlushes( false );
    hearPlaces();
+   hearLinks();
+   hearLearning();
    auto const events = model_.tunnelEvents();
    bool const isTold = std::exchange( tunnelEvents_, events ) != events;
    auto const all = model_.said();
@@ -383,6 +348,30 @@ MacObserver::hearPlaces() {
          places.insert( IntfId( name ) );
       }
    }
+   for( auto const intf : places_ ) {
+      if( !places.contains( intf ) ) {
+         gone_[ intf ].clear();
+      }
+   }
+   places_ = places;
+}
+
+void
+MacObserver::hearLinks() {
+   auto const lagOf = rowsAt( "/hoba/common/portToLag" );
+   std::map< String, bool > links;
+   for( auto const & [ name, port ] : rowsAt( "/interface/status/ethPhyIntfStatus" ) ) {
+      auto const known = links_.find( name );
+      links[ name ] = port.find( "linkDown" ) != String::npos;
+      if( known != links_.end() && !known->second && links[ name ] && !lagOf.contains( name ) ) {
+         gone_[ IntfId( name ) ].clear();
+      }
+   }
+   links_ = links;
+}
+
+void
+MacObserver::hearLearning() {
    // What stations are behind, whether or not it is there, and learns no more.
    for( auto const intf : std::exchange( learning_, {} ) ) {
       if( !model_.learnsOnPort( intf ) ) {
@@ -394,23 +383,6 @@ MacObserver::hearPlaces() {
          learning_.insert( station.current->intf );
       }
    }
-   // A link that went down.
-   auto const lagOf = rowsAt( "/hoba/common/portToLag" );
-   std::map< String, bool > links;
-   for( auto const & [ name, port ] : rowsAt( "/interface/status/ethPhyIntfStatus" ) ) {
-      auto const known = links_.find( name );
-      links[ name ] = port.find( "linkDown" ) != String::npos;
-      if( known != links_.end() && !known->second && links[ name ] && !lagOf.contains( name ) ) {
-         gone_[ IntfId( name ) ].clear();
-      }
-   }
-   links_ = links;
-   for( auto const intf : places_ ) {
-      if( !places.contains( intf ) ) {
-         gone_[ intf ].clear();
-      }
-   }
-   places_ = places;
    // A VLAN that learns no more, or is gone.
    std::map< Bridging::VlanId, bool > vlans;
    auto const dir = simulated().entity< Bridging::VlanConfigDir >( "/bridging/vlanConfig" );
@@ -473,40 +445,47 @@ MacObserver::forget( Pair pair ) {
 
 // ---- What it has decided
 
+namespace {
+
+String
+placeText( String const & intf, String const & type, String const & dropMode, String const & moves,
+           String const & last ) {
+   return intf + ' ' + type + ' ' + dropMode + ", moves " + moves + ", last " + last;
+}
+
+} // namespace
+
 String
 MacObserver::textOf( std::optional< Entry > const & entry ) {
-   return entry ? toText( entry->intf ) + ' ' + toText( entry->entryType ) + ' ' +
-                        toText( entry->dropMode ) + ", moves " + toText( entry->moveCount ) +
-                        ", last " + toText( entry->lastMoveTime )
+   return entry ? placeText( toText( entry->intf ), toText( entry->entryType ),
+                             toText( entry->dropMode ), toText( entry->moveCount ),
+                             toText( entry->lastMoveTime ) )
                 : "nothing";
 }
 
+// What is in force, but for what is decided and still to be done.
 std::map< MacObserver::Pair, String >
 MacObserver::decidedRows() const {
    std::map< Pair, String > rows;
-   auto const status = simulated().entity< Bridging::Status >( "/bridging/status" );
-   for( auto const & [ vlan, database ] : status->fdbStatus() ) {
-      for( auto const & [ addr, host ] : database->learnedHost() ) {
-         rows[ Pair( addr, vlan ) ] = toText( host.intf ) + ' ' + toText( host.entryType ) + ' ' +
-                                      toText( host.dropMode ) + ", moves " + toText( host.moves ) +
-                                      ", last " + toText( host.lastMoveTime );
-      }
+   for( auto const & [ pair, entry ] : model_.inForce() ) {
+      rows[ pair ] = textOf( entry );
    }
    for( auto const * list : { "refusedList", "updateList" } ) {
-      auto const datum = simulated().get( machinePath + list );
+      auto const datum = simulated().get( MacModel::ofMachine( list ) );
       auto const * const changes = datum.as< Datum::Object >();
       if( !changes ) {
          continue;
       }
       for( auto const & [ key, change ] : *changes ) {
-         auto const action = fieldOf( change, "action" );
+         auto const of = [ &row = change ]( char const * name ) {
+            return Kiv::datumText( *row.find( name ) );
+         };
          auto const pair = Pair::parse( key );
-         if( action == "removeFromFdbStatusAndHardware" || action == "ignoreLearnt" ) {
+         if( of( "action" ) == "removeFromFdbStatusAndHardware" ) {
             rows.erase( pair );
          } else {
-            rows[ pair ] = fieldOf( change, "intf" ) + ' ' + fieldOf( change, "entryType" ) + ' ' +
-                           fieldOf( change, "dropMode" ) + ", moves " + fieldOf( change, "moves" ) +
-                           ", last " + fieldOf( change, "lastMoveTime" );
+            rows[ pair ] = placeText( of( "intf" ), of( "entryType" ), of( "dropMode" ),
+                                      of( "moves" ), of( "lastMoveTime" ) );
          }
       }
    }
@@ -515,23 +494,19 @@ MacObserver::decidedRows() const {
 
 void
 MacObserver::hearMoves() {
-   auto const status = simulated().entity< Bridging::Status >( "/bridging/status" );
    std::map< Pair, IntfId > now;
-   for( auto const & [ vlan, database ] : status->fdbStatus() ) {
-      for( auto const & [ addr, host ] : database->learnedHost() ) {
-         Pair const pair( addr, vlan );
-         now[ pair ] = host.intf;
-         auto const before = inForce_.find( pair );
-         bool const isFailure =
-               Pelt::CpuIntfId::isCpuIntfId( host.intf ) && stations_[ pair ].said.failed;
-         if( before != inForce_.end() && before->second != host.intf && !isFailure ) {
-            moves_.push_back( Kiv::datumText(
-                  Datum::Object{ { "macEntry", toText( pair ) },
-                                 { "from", toText( before->second ) },
-                                 { "to", toText( host.intf ) },
-                                 { "time", Kiv::toDatum( simulated().now() ) },
-                                 { "moves", Kiv::toDatum( host.moves.value() ) } } ) );
-         }
+   for( auto const & [ pair, entry ] : model_.inForce() ) {
+      now[ pair ] = entry.intf;
+      auto const before = inForce_.find( pair );
+      bool const isFailure =
+            Pelt::CpuIntfId::isCpuIntfId( entry.intf ) && stations_[ pair ].said.failed;
+      if( before != inForce_.end() && before->second != entry.intf && !isFailure ) {
+         moves_.push_back( Kiv::datumText(
+               Datum::Object{ { "macEntry", toText( pair ) },
+                              { "from", toText( before->second ) },
+                              { "to", toText( entry.intf ) },
+                              { "time", Kiv::toDatum( simulated().now() ) },
+                              { "moves", Kiv::toDatum( entry.moveCount.value() ) } } ) );
       }
    }
    inForce_ = now;

@@ -69,6 +69,8 @@ class MacObserver : public Observer {
    void hear();
    void hearFlushes( bool begins );
    void hearPlaces();
+   void hearLinks();
+   void hearLearning();
    void saidIs( Pair pair, MacModel::Said const & said, bool isTold );
    void evaluate( Pair pair );
    void hearMoves();
@@ -81,7 +83,6 @@ class MacObserver : public Observer {
    void forget( Pair pair );
    std::map< Pair, Kiv::String > decidedRows() const;
    static Kiv::String textOf( std::optional< Entry > const & entry );
-   std::map< Pair, Entry > inForce() const;
    // What the chip has to hold of it.
    StationRow rowOf( MacModel::Station const & station, Entry const & entry ) const;
 

@@ -12,12 +12,6 @@ using Kiv::String;
 using Kiv::toText;
 using Pelt::IntfId;
 
-namespace {
-
-String const machinePath = "/hoba/machines/mac/";
-
-} // namespace
-
 StationRow
 MacObserver::rowOf( MacModel::Station const & station, Entry const & entry ) const {
    StationRow row;
@@ -117,9 +111,9 @@ MacObserver::verification() const {
       mismatch( toText( remotes ) + " remote stations expected, " + toText( remotesFound ) +
                 " found" );
    }
-   auto const refused = rowsAt( machinePath + "refusedList" );
-   auto const waiting = rowsAt( machinePath + "updateList" );
-   auto const entries = inForce();
+   auto const refused = rowsAt( MacModel::ofMachine( "refusedList" ) );
+   auto const waiting = rowsAt( MacModel::ofMachine( "updateList" ) );
+   auto const entries = model_.inForce();
    auto const status = simulated().entity< Bridging::Status >( "/bridging/status" );
    for( auto const & [ vlan, database ] : status->fdbStatus() ) {
       for( auto const & [ addr, host ] : database->learnedHost() ) {
@@ -331,12 +325,12 @@ MacObserver::checkLearning() {
 
 void
 MacObserver::checkMachine() {
-   expectRows( machinePath + "updateList", {} );
-   expectRows( machinePath + "refusedList", {} );
-   expectText( machinePath + "firstPassDone", "true" );
-   expectText( machinePath + "flushAll", "false" );
-   expectText( machinePath + "moveCount", toText( moves_.size() ) );
-   auto const log = simulated().get( machinePath + "moveLog" );
+   expectRows( MacModel::ofMachine( "updateList" ), {} );
+   expectRows( MacModel::ofMachine( "refusedList" ), {} );
+   expectText( MacModel::ofMachine( "firstPassDone" ), "true" );
+   expectText( MacModel::ofMachine( "flushAll" ), "false" );
+   expectText( MacModel::ofMachine( "moveCount" ), toText( moves_.size() ) );
+   auto const log = simulated().get( MacModel::ofMachine( "moveLog" ) );
    std::vector< String > moves;
    Kiv::Seconds last = 0;
    for( auto const & move : *log.as< Datum::Array >() ) {
@@ -360,7 +354,7 @@ MacObserver::checkMachine() {
                "{\"obstacle\": \"" + held.obstacle + "\", \"since\": " + toText( held.since ) + '}';
       }
    }
-   expectRows( machinePath + "withheld", withheld );
+   expectRows( MacModel::ofMachine( "withheld" ), withheld );
    bool const isFull = programmed_ >= std::min( limit_, model_.limit() );
    for( auto const & [ pair, held ] : withheld_ ) {
       if( held.obstacle == "remote MAC limit" && !isFull ) {

@@ -143,6 +143,9 @@ TEST_F( MacAddrSmTest, remoteHostsWaitForTheirNextHops ) {
    // While the next hop is worked out anew, it stays; over others it goes on.
    dest( one, L2Rib::nextHopUnresolved );
    EXPECT_EQ( host( pair( 1 ) ), "Vxlan1 evpnDynamicRemoteMac 0" );
+   auto moved = ribHosts->host( pair( 1 ) );
+   moved.lastMoveTime = 3; // and the next hop with it
+   ribHosts->hostIs( moved );
    dest( one, 8 );
    EXPECT_EQ( uses( 7 ) * 10 + uses( 8 ), 1u );
    dest( two, 9 );
@@ -677,6 +680,14 @@ TEST_F( MacAddrSmTest, whatIsOnItsWayIsNotForgotten ) {
    vxlan->vxlanConfigDel( vx1 );
    settle();
    EXPECT_EQ( host( pair( 2 ) ) + host( pair( 3 ) ), "--" );
+   // Refused, and flushed.
+   chip->mac()->hostTable()->faultIs( HobaSim::tableBusy, { .next = 1 } );
+   rmac->tunnelLearnEvent()->eventIs( { { pair( 6 ).addr(), Vxlan::Vni( 10010 ) }, vx1, 7, 0 } );
+   settle();
+   EXPECT_TRUE( sm->refusedListHas( pair( 6 ) ) );
+   requests->agent( "cli" )->requestIs( "2", {} );
+   pass( 3 );
+   EXPECT_EQ( host( pair( 6 ) ), "-" );
    // There is no room for it after all: it is where it was, also for whoever looks behind the interface.
    learn( pair( 5 ), et2 );
    vxlan->vxlanConfigIs( vx1 );
