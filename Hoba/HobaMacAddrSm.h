@@ -40,10 +40,10 @@
 
 #include "Hoba/HobaHelperMacAddrSm.h"
 #include "Hoba/HobaHook.h"
-#include "Hoba/HobaLog.h"
 #include "Hoba/HobaMacFdb.h"
 #include "Hoba/HobaMacFlush.h"
 #include "Hoba/HobaMacLearning.h"
+#include "Hoba/HobaMacLog.h"
 #include "Hoba/HobaMacRib.h"
 #include "Hoba/HobaMacSources.h"
 #include "Hoba/HobaMacVerify.h"
@@ -51,12 +51,6 @@
 #include "Hoba/HobaVerifiedSm.h"
 
 namespace Hoba {
-
-HOBA_LOG_MESSAGE( ETH_MACADDRBANKFULL, 4,
-                  "The hardware has no room for the MAC address %s in VLAN %s on %s. It will be "
-                  "programmed when there is room.",
-                  "The part of the MAC address table in which this address has its place is full.",
-                  "Reduce the number of stations. Traffic to the address is flooded meanwhile." );
 
 // A decided change that has not been done: the station is to be like this.
 struct ModifyMacEntry {

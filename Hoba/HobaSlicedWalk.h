@@ -29,35 +29,55 @@ namespace Hoba {
 // Traces that so many were enough for now.
 void traceYield( std::string_view machine, std::uint32_t done );
 
-// What one turn of the thread may do: up to `quantum` things, for as long as the context's yieldTimeSlice, but at
-// least one.
+// What one turn of the thread may do: up to `quantum` things, for as long as the slice, but at least one. A clock is
+// not looked at for each, but so often that the slice is kept within what one thing takes, unless the
+// last of them takes many times as long as those before.
 template< class Clock >
 class TimeSlice {
  public:
-   // The clock outlives it.
+   // `seconds` long. The clock outlives it.
+   TimeSlice( Clock const & clock, std::uint32_t quantum, Kiv::Seconds seconds )
+         : clock_( clock ), quantum_( quantum ), begin_( clock.now() ), seconds_( seconds ),
+           now_( begin_ ) {}
+   // As long as the context's yieldTimeSlice.
    TimeSlice( HobaBaseSm & machine, Clock const & clock, std::uint32_t quantum )
-         : clock_( clock ), quantum_( quantum ),
-           end_( clock.now() + machine.commonSmData()->yieldTimeSlice() ) {}
+         : TimeSlice( clock, quantum, machine.commonSmData()->yieldTimeSlice() ) {}
 
    // Whether there is time for one more, which counts as done then.
    bool next() {
-      if( done_ > 0 &&
-          ( done_ >= quantum_ || ( done_ % doneBetweenLooks == 0 && clock_.now() >= end_ ) ) ) {
+      if( done_ > 0 && ( done_ >= quantum_ || ( done_ >= nextLook_ && !look() ) ) ) {
          return false;
       }
       ++done_;
       return true;
    }
    std::uint32_t done() const { return done_; }
+   // The time, as it was when the clock was looked at last.
+   Kiv::Seconds now() const { return now_; }
 
  private:
    // Looking at a clock costs as much as a short visit.
-   static constexpr std::uint32_t doneBetweenLooks = 8;
+   static constexpr std::uint32_t mostBetweenLooks = 8;
+
+   bool look() {
+      now_ = clock_.now();
+      auto const left = seconds_ - ( now_ - begin_ );
+      if( !( left > 0 ) ) {
+         return false;
+      }
+      // As many as fit into half of what is left, going by those that are done.
+      bool const isSlow = ( now_ - begin_ ) * mostBetweenLooks * 2 > left * done_;
+      nextLook_ = done_ + ( isSlow ? 1 : mostBetweenLooks );
+      return true;
+   }
 
    Clock const & clock_;
    std::uint32_t const quantum_;
-   Kiv::Seconds const end_;
+   Kiv::Seconds const begin_;
+   Kiv::Seconds const seconds_;
+   Kiv::Seconds now_;
    std::uint32_t done_ = 0;
+   std::uint32_t nextLook_ = 1;
 };
 
 template< class Collection >

@@ -7,6 +7,8 @@
 //    KIV_ANNOUNCED( T, x, default... )      the same, but every xIs() notifies, changed or not
 //    KIV_RULED( T, x, default... )          x(); what xIs( v ) does the class defines, and says kivChanged( xAttr ) itself;
 //                                           from outside it is read only
+//    KIV_CHECKED( T, x, rule, default... )  as KIV_ATTRIBUTE, but xIs( v ) first says rule( v ), which throws for what is not
+//                                           to be stored: nothing has changed then
 //    KIV_COUNTER( T, x )                    x(), xIs( v ), xInc( n ), xDec( n ): return the new value
 //    KIV_SET( K, x )                        x(), xHas( k ), xIs( k ), xDel( k ), xDelAll()
 //    KIV_COLLECTION( K, V, x, option... )   x(), x( k ), xHas( k ), xIs( k, v ), xDel( k ), xDelAll()
@@ -15,7 +17,7 @@
 //                                           new count; at 0 the key goes, below it xDec() throws RangeException
 //    KIV_KEYED( V, K, key, x )              a collection whose key is the value's member `key`: xIs( v )
 //    KIV_ORDERED( K, V, x )                 a collection that iterates in ascending order of its keys
-//    KIV_QUEUE( T, x )                      x(), xEnq( v ), xDeq(), xFront(), xBack()
+//    KIV_QUEUE( T, x )                      x(), xEnq( v ), xDeq(), xFront(), xBack(), xDelAll()
 //    KIV_STACK( T, x )                      x(), xPush( v ), xPop(), xTop(), xBottom()
 //    KIV_CHILD( E, x )                      an entity: x(), xIs( args... ) makes it, xIs( ptr ), xDel()
 //    KIV_CHILDREN( K, E, x )                entities: x(), x( k ), xIs( k ) makes it, xIs( k, ptr ), xDel( k ), xDelAll()
@@ -25,6 +27,8 @@
 //    Kiv::everySet                   every xIs() notifies, changed or not
 //    Kiv::onEverySet( &E::handler )  every xIs() calls the entity's own handler( key ), changed or
 //                                    not; reactors still hear changes only
+//
+// KIV_READ_ONLY( x ), behind a declaration: only the program writes it, whoever else may write to the entity.
 //
 // An attribute is identified by the address of its descriptor, E::xAttr, which knows entity, key
 // and value type: a reactor's table names it, and a handler that does not fit does not compile.
@@ -225,6 +229,17 @@ keysOf( Map const & map ) {
                 T, attr, __VA_ARGS__ )                                                             \
    KIV_NEXT( attr )
 
+#define KIV_CHECKED( T, attr, rule, ... )                                                          \
+   KIV_SCALAR_( scalar,                                                                            \
+                if( !( attr##_ == value ) ) {                                                      \
+                   rule( value );                                                                  \
+                   attr##_ = value;                                                                \
+                   this->kivChanged( attr##Attr );                                                 \
+                },                                                                                 \
+                T, attr, __VA_ARGS__ )                                                             \
+   static void kivCheck( KIV_POSITION( attr ), T const & value ) { rule( value ); }                \
+   KIV_NEXT( attr )
+
 #define KIV_ANNOUNCED( T, attr, ... )                                                              \
    KIV_SCALAR_( scalar, attr##_ = value; this->kivChanged( attr##Attr );, T, attr, __VA_ARGS__ )   \
    KIV_NEXT( attr )
@@ -257,6 +272,8 @@ keysOf( Map const & map ) {
       return value;                                                                                \
    }                                                                                               \
    KIV_NEXT( attr )
+
+#define KIV_READ_ONLY( attr ) static void kivReadOnly( KIV_POSITION( attr ) )
 
 // What all keyed attributes have in common.
 #define KIV_MEMBERS_( Kind, Key, Value, attr, ... )                                                \
@@ -384,6 +401,13 @@ keysOf( Map const & map ) {
       std::uint32_t position = attr##Head_++;                                                      \
       this->kivChanged( attr##Attr, &position );                                                   \
       return value;                                                                                \
+   }                                                                                               \
+   /* One by one: who is told of one may put in others, which stay. */                             \
+   void attr##DelAll() {                                                                           \
+      ::Kiv::Dispatch::Frame frame;                                                                \
+      for( auto left = attr##_.size(); left > 0 && !attr##_.empty(); --left ) {                    \
+         attr##Deq();                                                                              \
+      }                                                                                            \
    }                                                                                               \
    KIV_NEXT( attr )
 

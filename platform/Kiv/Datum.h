@@ -128,11 +128,15 @@ template< class T >
 Datum
 toDatum( T const & value ) {
    if constexpr( isPtr< T > ) {
-      // A reference to an entity shows its name; to anything else, that it is there.
+      // A reference to an entity shows its name; to what has a text, that; to anything else, that it is there.
       if( !value ) {
          return {};
       }
-      if constexpr( std::is_convertible_v< decltype( value.get() ), Entity const * > ) {
+      if constexpr( requires( String & text ) { value->print( text ); } ) {
+         String text;
+         value->print( text );
+         return text;
+      } else if constexpr( std::is_convertible_v< decltype( value.get() ), Entity const * > ) {
          return value->name();
       } else {
          return value->fwkType().name();

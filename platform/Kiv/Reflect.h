@@ -181,11 +181,18 @@ class InfoBase : public Base {
 };
 
 template< class E, unsigned i >
+inline constexpr bool isReadOnly = requires {
+   E::kivReadOnly( Count< i >{} );
+};
+
+template< class E, unsigned i >
 class ScalarInfo final : public InfoBase< E, i, AttributeInfo > {
    using Base = InfoBase< E, i, AttributeInfo >;
    using typename Base::Value;
    static constexpr bool writable =
-         requires( E & entity, Value const & value ) { E::kivPut( Count< i >{}, entity, value ); };
+         !isReadOnly< E, i > && requires( E & entity, Value const & value ) {
+      E::kivPut( Count< i >{}, entity, value );
+   };
 
  public:
    constexpr ScalarInfo() : Base( "", datumShape< Value >() ) {}
@@ -198,7 +205,10 @@ class ScalarInfo final : public InfoBase< E, i, AttributeInfo > {
       }
    }
    void check( Datum const & value ) const override {
-      if constexpr( writable ) {
+      if constexpr( writable &&
+                    requires( Value const & typed ) { E::kivCheck( Count< i >{}, typed ); } ) {
+         E::kivCheck( Count< i >{}, fromDatum< Value >( value ) );
+      } else if constexpr( writable ) {
          fromDatum< Value >( value );
       } else {
          this->notWritable( "from outside" );
@@ -236,7 +246,8 @@ class KeyedInfo : public InfoBase< E, i, Middle > {
    String checkKey( std::string_view key ) const override { return toText( keyFrom( key ) ); }
    bool delMember( Entity & entity, std::string_view key ) const override {
       auto const typedKey = keyFrom( key );
-      if constexpr( requires { E::kivErase( Count< i >{}, Base::typed( entity ), typedKey ); } ) {
+      if constexpr( !isReadOnly< E, i > &&
+                    requires { E::kivErase( Count< i >{}, Base::typed( entity ), typedKey ); } ) {
          bool const there = Base::stored( entity ).has( typedKey );
          if( there ) {
             E::kivErase( Count< i >{}, Base::typed( entity ), typedKey );
@@ -383,7 +394,8 @@ class ChildrenInfo final : public KeyedInfo< E, i, AttributeInfo > {
 template< class E, unsigned i >
 consteval auto
 makeInfo() {
-   constexpr auto kind = std::remove_cvref_t< decltype( E::kivAttribute( Count< i >{} ) ) >::fixedKind;
+   constexpr auto kind =
+         std::remove_cvref_t< decltype( E::kivAttribute( Count< i >{} ) ) >::fixedKind;
    using enum AttributeKind;
    if constexpr( kind == scalar || kind == counter ) {
       return ScalarInfo< E, i >();
@@ -395,7 +407,7 @@ makeInfo() {
       return ChildInfo< E, i >();
    } else if constexpr( kind == children ) {
       return ChildrenInfo< E, i >();
-   } else if constexpr( kind == table ) {
+   } else if constexpr( kind == table || isReadOnly< E, i > ) {
       return TableInfo< E, i >();
    } else {
       return MapInfo< E, i >();
@@ -417,7 +429,8 @@ reflectionOf() {
          static constexpr std::array< AttributeInfo const *, sizeof...( i ) > own{
                &attributeInfo< E, i >... };
          return EntityReflection( base, own );
-      }( std::make_integer_sequence< unsigned, decltype( E::kivCount( MaxRank{} ) )::value >{} );
+      }
+      ( std::make_integer_sequence< unsigned, decltype( E::kivCount( MaxRank{} ) )::value >{} );
    }();
    return &reflection;
 }
