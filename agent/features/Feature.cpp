@@ -13,8 +13,9 @@ Feature::mount( char const * path, Kiv::Ptr< Kiv::Entity > const & entity, Tesse
 }
 
 void
-Feature::mountRunning( Kiv::String const & path, Kiv::Ptr< Kiv::Entity > const & entity ) {
-   board_.database.mount( path, entity, Tessera::Access::status );
+Feature::mountRunning( Kiv::String const & path, Kiv::Ptr< Kiv::Entity > const & entity,
+                       Tessera::Access access ) {
+   board_.database.mount( path, entity, access );
    atEnd( [ this, path ] { board_.database.unmount( path ); } );
 }
 

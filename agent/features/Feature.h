@@ -62,8 +62,9 @@ class Feature {
    // be taken away as nobody's. Said in start(); once it is over, from the event loop.
    void firstPassGoesOn() { inFirstPass_ = true; }
    void firstPassIsOver();
-   // Until the machines go: an entity for operators to look at.
-   void mountRunning( Kiv::String const & path, Kiv::Ptr< Kiv::Entity > const & entity );
+   // Until the machines go: an entity for operators to look at, or to tune.
+   void mountRunning( Kiv::String const & path, Kiv::Ptr< Kiv::Entity > const & entity,
+                      Tessera::Access access = Tessera::Access::status );
 
  private:
    template< class Sm >
@@ -83,7 +84,9 @@ class Feature {
 template< class Sm >
 class Machine {
  public:
-   Machine( Feature & feature, char const * name ) : feature_( feature ), name_( name ) {}
+   // Of what is writable operators may write all that the machine does not keep for itself (KIV_READ_ONLY).
+   Machine( Feature & feature, char const * name, Tessera::Access access = Tessera::Access::status )
+         : feature_( feature ), name_( name ), access_( access ) {}
    Machine( Machine const & ) = delete;
    Machine & operator=( Machine const & ) = delete;
 
@@ -94,7 +97,7 @@ class Machine {
          feature_.board_.template withdraw< Sm >();
          Hoba::letGo( sm_ );
       } );
-      feature_.mountRunning( Kiv::String( "/hoba/machines/" ) + name_, sm_ );
+      feature_.mountRunning( Kiv::String( "/hoba/machines/" ) + name_, sm_, access_ );
       feature_.board_.offer( sm_ );
    }
    explicit operator bool() const { return sm_ != nullptr; }
@@ -111,6 +114,7 @@ class Machine {
  private:
    Feature & feature_;
    char const * const name_;
+   Tessera::Access const access_;
    Kiv::Ptr< Sm > sm_;
 };
 

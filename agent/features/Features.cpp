@@ -23,6 +23,7 @@ constexpr MakeFeature featureMakers[] = {
       makeFeature< class BridgingFeature >,
       makeFeature< class OverlayFeature >,
       makeFeature< class NonAgingFeature >,
+      makeFeature< class MacProgrammerFeature >,
       makeFeature< class MacFeature >,
       makeFeature< class ReportedStationsFeature >,
       makeFeature< class StationFilesFeature >,

@@ -32,7 +32,12 @@ class MacFeature : public Feature {
 
  private:
    Hoba::MacAddrInputs inputs() const;
+   // Null if the chip is written directly.
+   Kiv::Ptr< HobaSim::MacProgrammer > programmer() const {
+      return board().find< HobaSim::MacProgrammer >();
+   }
 
+   std::size_t waitingCount() const;
    Datum show( Request const & request ) const;
    Datum explain( Request const & request ) const;
    Datum showPending( Request const & ) const;
@@ -98,7 +103,8 @@ MacFeature::inputs() const {
 
 void
 MacFeature::start() {
-   auto const helper = Kiv::make< HobaSim::MacHelper >( board().chip->mac(), context() );
+   auto const helper =
+         Kiv::make< HobaSim::MacHelper >( board().chip->mac(), context(), programmer() );
    sm_.is( Hoba::MacAddrSm::MacAddrSmIs( context(), helper, inputs() ) );
    firstPassGoesOn();
    sm_->whenFirstPassIsDone( [ this ] { firstPassIsOver(); } );
@@ -189,19 +195,33 @@ class StationSearch {
    Shown shown_;
 };
 
-// Whether the chip has it, and if not, what it waits for.
+// Whether the chip has it, and what it waits for.
 String
-inHardware( Hoba::MacAddrSm const & sm, HobaSim::MacUnit const & chip, MacVlanPair station ) {
-   bool const isThere = chip.entry( station ).has_value();
+inHardware( Hoba::MacAddrSm const & sm, HobaSim::MacUnit const & chip,
+            HobaSim::MacProgrammer const * programmer, MacVlanPair station ) {
+   String const isThere = chip.entry( station ) ? "yes" : "no";
    for( auto const * list : { &sm.refusedList(), &sm.updateList() } ) {
       if( auto const * change = list->find( station ) ) {
-         return String( isThere ? "yes" : "no" ) + ", a change waits for " + waitText( *change );
+         return isThere + ", a change waits for " + waitText( *change );
       }
    }
-   return isThere ? "yes" : "no";
+   auto const text = pipelineText( programmer, station );
+   return text.empty() ? isThere : isThere + ", " + text;
 }
 
 } // namespace
+
+// All that show mac pending lists.
+std::size_t
+MacFeature::waitingCount() const {
+   std::size_t count =
+         sm_->updateList().size() + sm_->refusedList().size() + sm_->withheld().size();
+   if( auto const pipeline = programmer() ) {
+      count += pipeline->pendingAddrOp().size() + pipeline->inProgAddrOp().size() +
+               pipeline->overflowAddrOp().size() + pipeline->failedAddrOp().size();
+   }
+   return count;
+}
 
 Datum
 MacFeature::show( Request const & request ) const {
@@ -211,6 +231,7 @@ MacFeature::show( Request const & request ) const {
       type = Kiv::inPlace( "type", [ & ] { return macTypeOf( request.text( "type" ) ); } );
    }
    auto const & sm = *sm_;
+   auto const pipeline = programmer();
    StationSearch search( sm, *status_, wanted, type );
    search.run();
    TableAnswer table(
@@ -219,15 +240,14 @@ MacFeature::show( Request const & request ) const {
       table.row( { toText( station.addr() ), station.vlanId().value(), toText( host->intf ),
                    typeCell( table, host->entryType ), toText( host->moves ),
                    agoText( host->lastMoveTime ),
-                   inHardware( sm, *board().chip->mac(), station ) } );
+                   inHardware( sm, *board().chip->mac(), pipeline.get(), station ) } );
    }
    table.note( search.look().text( "station", sm.fdb().size() ) );
    wanted.tellLag( table );
    table.note( "in all: " + counted( sm.fdb().size(), "station" ) + ", " +
                toText( sm.fdb().remotes() ) + " behind the overlay; " +
                counted( sm.moveCount(), "move" ) );
-   if( auto const waiting =
-             sm.updateList().size() + sm.refusedList().size() + sm.withheld().size() ) {
+   if( auto const waiting = waitingCount() ) {
       table.note( toText( waiting ) + " wait for something: show mac pending" );
    }
    if( !sm.firstPassDone() ) {
@@ -251,6 +271,18 @@ class Pending {
    void change( Hoba::ModifyMacEntry const & change ) {
       row( change.macEntry, waitText( change ), change.since, toText( change.action ),
            change.intf );
+   }
+   void command( HobaSim::MacProgrammer const & programmer,
+                 Hoba::IndirectAccessMacCmd const & cmd ) {
+      constexpr std::pair< Hoba::MacCmdPlace, char const * > reasons[] = {
+            { Hoba::macCmdPending, "the chip, unwritten" },
+            { Hoba::macCmdInProgress, "the chip's answer" },
+            { Hoba::macCmdOverflow, "room in the chip" },
+            { Hoba::macCmdIdle, "somebody to ask anew" } };
+      auto const reason = std::ranges::find( reasons, cmd.place(),
+                                             []( auto const & each ) { return each.first; } );
+      row( cmd.key().key, reason->second, cmd.acceptedTime(), pipelineText( programmer, cmd ),
+           cmd.intf() );
    }
    void withheld( MacVlanPair station, Hoba::MacWithheld const & held, Pelt::IntfId intf ) {
       row( station, toText( held.obstacle ), held.since, "a claim without a say", intf );
@@ -308,7 +340,21 @@ MacFeature::showPending( Request const & ) const {
       auto const current = sm.currentEntry( station );
       pending.withheld( station, held, current ? current->intf : Pelt::IntfId() );
    }
-   return pending.take( sm.refusedList().size() + sm.updateList().size() + sm.withheld().size() );
+   auto const addAll = [ & ]( HobaSim::MacProgrammer const & pipeline, auto const & commands ) {
+      for( auto const & [ key, cmd ] : commands ) {
+         if( !pending.next() ) {
+            break;
+         }
+         pending.command( pipeline, *cmd );
+      }
+   };
+   if( auto const pipeline = programmer() ) {
+      addAll( *pipeline, pipeline->failedAddrOp() );
+      addAll( *pipeline, pipeline->overflowAddrOp() );
+      addAll( *pipeline, pipeline->inProgAddrOp() );
+      addAll( *pipeline, pipeline->pendingAddrOp() );
+   }
+   return pending.take( waitingCount() );
 }
 
 // ---- Moves

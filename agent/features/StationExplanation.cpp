@@ -19,11 +19,14 @@ class Explanation {
    Explanation( Hoba::MacExplanation const & explained, Bridging::MacVlanPair station )
          : explained_( explained ), station_( station ) {}
 
-   Datum take( HobaSim::MacUnit const & chip ) {
+   Datum take( HobaSim::MacUnit const & chip, HobaSim::MacProgrammer const * programmer ) {
       claims();
       table_.note( isClaimed() ? decision() : toText( station_ ) + ": nobody claims it" );
       inForce();
       waiting();
+      if( auto const text = pipelineText( programmer, station_ ); !text.empty() ) {
+         table_.note( "in the pipeline of the chip: " + text );
+      }
       held( chip );
       return table_.take();
    }
@@ -142,7 +145,42 @@ class Explanation {
 Datum
 explainStation( Board const & board, Hoba::MacAddrSm const & sm, Bridging::MacVlanPair station ) {
    auto const explained = sm.explain( station );
-   return Explanation( explained, station ).take( *board.chip->mac() );
+   return Explanation( explained, station )
+         .take( *board.chip->mac(), board.find< HobaSim::MacProgrammer >().get() );
+}
+
+String
+pipelineText( HobaSim::MacProgrammer const & programmer, Hoba::IndirectAccessMacCmd const & cmd ) {
+   auto const what = toText( cmd.op() );
+   auto const tries = toText( cmd.tries() ) + ( cmd.tries() == 1 ? " try" : " tries" );
+   char seconds[ 40 ];
+   auto const secondsOf = [ & ]( Kiv::Seconds time ) {
+      std::snprintf( seconds, sizeof seconds, "%.1f s", std::max( time, 0.0 ) );
+      return seconds;
+   };
+   switch( cmd.place() ) {
+   case Hoba::macCmdPending:
+      return "being programmed: " + what + " waits to be written";
+   case Hoba::macCmdInProgress:
+      return cmd.stalled() ? what + " not answered for " +
+                                   secondsOf( programmer.now() - cmd.execStartTime() )
+                           : "being programmed: " + what + " is written";
+   case Hoba::macCmdOverflow:
+      return what + " waits for room: " + tries + " so far, " +
+             ( programmer.nextOverflowTry() == Kiv::never
+                     ? "suspended"
+                     : String( "the next in " ) +
+                             secondsOf( programmer.nextOverflowTry() - programmer.now() ) );
+   case Hoba::macCmdIdle:
+      break;
+   }
+   return what + " failed after " + tries;
+}
+
+String
+pipelineText( HobaSim::MacProgrammer const * programmer, Bridging::MacVlanPair station ) {
+   auto const cmd = programmer ? programmer->command( { station, Hoba::macHwKeyBridge } ) : nullptr;
+   return cmd ? pipelineText( *programmer, *cmd ) : String();
 }
 
 String

@@ -3,6 +3,7 @@
 
 #include "Hoba/HobaMacAddrSm.h"
 #include "agent/features/Board.h"
+#include "chips/sim/SimMacProgrammer.h"
 
 namespace HobaAgent {
 
@@ -13,5 +14,12 @@ Kiv::Datum explainStation( Board const & board, Hoba::MacAddrSm const & sm,
 
 // What a change waits for: "room", "its turn", ...
 Kiv::String waitText( Hoba::ModifyMacEntry const & change );
+
+// Where the chip's pipeline has the station: "being programmed", "waits for room, ...", "failed", "not answered ...";
+// empty if it has nothing of it.
+Kiv::String pipelineText( HobaSim::MacProgrammer const * programmer,
+                          Bridging::MacVlanPair station );
+Kiv::String pipelineText( HobaSim::MacProgrammer const & programmer,
+                          Hoba::IndirectAccessMacCmd const & cmd );
 
 } // namespace HobaAgent

@@ -4,6 +4,7 @@
 #include "Hoba/HobaMacEvaluation.h"
 #include "Kiv/DispatchRecorder.h"
 #include "Kiv/Reflect.h"
+#include "chips/sim/SimMacAccess.h"
 
 #include <cmath>
 
@@ -81,7 +82,8 @@ class MacUnit::Turn final : public Kiv::Timer {
 
 MacUnit::MacUnit( Kiv::String const & unitName, Kiv::Ptr< EventUnit > const & events,
                   Kiv::Ptr< TrunkUnit > const & trunk, Memory const & memory )
-      : Unit( unitName, memory ), events_( events ), trunk_( trunk ) {
+      : Unit( unitName, memory ), events_( events ), trunk_( trunk ),
+        access_( std::make_unique< MacAccess >( *this ) ) {
    hostTable()->capacityIs( 131072 );
    sweeps_ = count( macSweeps );
    flushes_ = count( macFlushes );
@@ -205,6 +207,24 @@ MacUnit::dropFlushed( MacVlanPair station ) {
        row && isFlushed( station, row->intf, row->flushes ) ) {
       forgetSeen( station, macFlushed );
    }
+}
+
+void
+MacUnit::isAccessedBy( bool indirect ) {
+   host_.landsAtOnceIs( indirect );
+   access_->attach( {} );
+}
+
+bool
+MacUnit::isNewRemote( MacVlanPair station, HostRow const & row ) const {
+   auto const held = host().acceptedOf( station );
+   return row.isRemote() && !( held && held->isRemote() && !held->byChip );
+}
+
+bool
+MacUnit::isWritten( MacVlanPair station, HostRow const & row ) const {
+   auto const held = entry( station );
+   return held && held->isSameEntry( row ) && !( held->byChip && row.isRemote() );
 }
 
 TableResult

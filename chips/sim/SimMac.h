@@ -134,6 +134,8 @@ KIV_ENUM(
             "sourceMacInvalid" ), // 1: frames from no station's address are dropped
       macSourceCheckCpu KIV_SHOWN( "sourceCheckCpuMac" ) ); // 1: so are those from the switch's own
 
+class MacAccess;
+
 class MacUnit : public Unit {
    KIV_ENTITY( HobaSim::MacUnit, HobaSim::Unit );
    // All entries. There is room for 131072 unless the table is told otherwise. What is flushed may still
@@ -150,6 +152,17 @@ class MacUnit : public Unit {
    SIM_STATE( MacCount, std::uint64_t, count );
    // How many entries there may be behind the overlay.
    KIV_ATTRIBUTE( std::uint32_t, maxRemoteMacs, 16384 );
+   // Entries are written through an interface that answers later (SimMacAccess.h), which has the latency then.
+   // Read when the machines are made.
+   KIV_ATTRIBUTE( bool, indirectAccess, false );
+   // ---- Of that interface
+   // How many commands it holds until they are executed.
+   KIV_ATTRIBUTE( std::uint32_t, commandDepth, 1024 );
+   // Answers come within another latency, in any order.
+   KIV_ATTRIBUTE( bool, answersReordered, false );
+   // A command that was executed is not answered.
+   KIV_ATTRIBUTE( TableFault, silence );
+
    // The report of all that there is goes on. True begins one, false ends it.
    KIV_RULED( bool, reportingAll, false );
 
@@ -168,6 +181,13 @@ class MacUnit : public Unit {
    bool isLearnt( Bridging::MacVlanPair station ) const;
    // Entries behind the overlay that software wrote.
    std::uint32_t remoteHosts() const { return remoteHosts_; }
+   // Whether an entry of software's would be one more behind the overlay; whether there may be another.
+   bool isNewRemote( Bridging::MacVlanPair station, HostRow const & row ) const;
+   bool hasRoomFor( Bridging::MacVlanPair station, HostRow const & row ) const {
+      return remoteHosts() < maxRemoteMacs() || !isNewRemote( station, row );
+   }
+   // Whether a write of `row` would leave the entry as it is.
+   bool isWritten( Bridging::MacVlanPair station, HostRow const & row ) const;
 
    // A frame from `addr` came in on `port`, in the VLAN. Hosts behind a member of a LAG are behind
    // the LAG. Throws Kiv::ParseError, and counts nothing, for a port as portTypeOf() (SimEvents.h).
@@ -185,6 +205,9 @@ class MacUnit : public Unit {
    void flushIn( MacScope const & scope );
 
    // ---- For the helper
+   // From now on entries are written through access(), or, without, at once.
+   void isAccessedBy( bool indirect );
+   MacAccess & access() { return *access_; }
 
    // Writes the entry, of which `row` says what software can write. An entry that says the same stays what
    // it is, also one that the chip learnt.
@@ -245,6 +268,7 @@ class MacUnit : public Unit {
    std::deque< Flushing > flushings_;
    MacWalk reporting_;
    MacWalk sweepHosts_, sweepSeen_;
+   std::unique_ptr< MacAccess > const access_;
    std::unique_ptr< Turn > turn_, sweep_;
    // Sweeps come at `sweepFrom_` and every so many halves of the aging time later; the next one is this.
    Kiv::Seconds sweepFrom_ = 0;

@@ -77,48 +77,58 @@ entryText( std::optional< HostRow > const & row ) {
 
 // ---- Entries
 
+MacHelper::MacHelper( Kiv::Ptr< MacUnit > const & unit,
+                      Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData,
+                      Kiv::Ptr< MacProgrammer > const & programmer )
+      : unit_( unit ), commonSmData_( commonSmData ), programmer_( programmer ) {}
+
 MacProgramStatus
 MacHelper::statusOf( TableResult result ) const {
-   switch( result ) {
-   case tableUnchanged:
-      return Hoba::macProgramSuccess;
-   case tableWritten:
-      return unit_->host().isSettled() ? Hoba::macProgramSuccess : Hoba::macProgramInProgress;
-   case tableParity:
-      return Hoba::macProgramParityError;
-   case tableBusy:
-      return Hoba::macProgramBusy;
-   case tableFull:
-      return Hoba::macProgramFull;
-   case tableFailed:
-      break;
+   return result == tableWritten && !unit_->host().isSettled() ? Hoba::macProgramInProgress
+                                                               : macProgramStatusOf( result );
+}
+
+// What was read back is not written, as the table itself does with what it holds.
+MacProgramStatus
+MacHelper::program( MacVlanPair station, HostRow const & row ) {
+   if( !programmer_ || ( programmer_->isSettled( station ) && unit_->isWritten( station, row ) ) ) {
+      return statusOf( unit_->write( station, row ) );
    }
-   return Hoba::macProgramFailed;
+   unit_->hostClaim( station );
+   programmer_->write( station, row );
+   return Hoba::macProgramInProgress;
 }
 
 MacProgramStatus
 MacHelper::addHost( Host const & host ) {
-   return statusOf( unit_->write( host.macEntry, rowOf( host ) ) );
+   return program( host.macEntry, rowOf( host ) );
 }
 
 // How many there are is known for what has landed: beyond that it is not the time to ask.
 MacProgramStatus
 MacHelper::addRemoteHost( RemoteHost const & host ) {
    auto const row = rowOf( host );
-   auto const held = unit_->host().acceptedOf( host.macEntry );
-   bool const isNew = row.isRemote() && !( held && held->isRemote() && !held->byChip );
-   if( isNew && unit_->remoteHosts() >= unit_->maxRemoteMacs() ) {
+   if( programmer_ ) {
+      return program( host.macEntry, row ); // the chip says
+   }
+   if( !unit_->hasRoomFor( host.macEntry, row ) ) {
       return Hoba::macProgramFull;
    }
-   if( isNew && unit_->remoteHosts() + unit_->hostTable()->landing() >= unit_->maxRemoteMacs() ) {
+   if( unit_->isNewRemote( host.macEntry, row ) &&
+       unit_->remoteHosts() + unit_->hostTable()->landing() >= unit_->maxRemoteMacs() ) {
       return Hoba::macProgramBusy;
    }
-   return statusOf( unit_->write( host.macEntry, row ) );
+   return program( host.macEntry, row );
 }
 
 MacProgramStatus
 MacHelper::removeHost( MacVlanPair host ) {
-   return statusOf( unit_->remove( host ) );
+   if( !programmer_ || ( programmer_->isSettled( host ) && !unit_->entry( host ) ) ) {
+      return statusOf( unit_->remove( host ) );
+   }
+   unit_->hostClaim( host );
+   programmer_->remove( host );
+   return Hoba::macProgramInProgress;
 }
 
 std::vector< MacVlanPair >
@@ -129,14 +139,19 @@ MacHelper::handleParityEvent( Hoba::ParityEvent::Key const & key ) {
 // ---- Flushes
 
 void
+MacHelper::flushIn( MacScope const & scope ) {
+   programmer_ ? programmer_->flush( scope ) : unit_->flushIn( scope );
+}
+
+void
 MacHelper::flushVlan( VlanId vlanId ) {
-   unit_->flushIn( { IntfId(), vlanId.value() } );
+   flushIn( { IntfId(), vlanId.value() } );
 }
 
 void
 MacHelper::flushVlanPort( VlanIdOrNone vlanId, IntfId port ) {
    if( port ) {
-      unit_->flushIn( { port, vlanId.value() } );
+      flushIn( { port, vlanId.value() } );
    }
 }
 
@@ -193,14 +208,16 @@ MacHelper::showL2TableAll() const {
 }
 
 String
-MacHelper::mismatch( String const & text ) const {
-   if( text.empty() || unit_->isSettled() ) {
-      return text;
-   }
-   if( auto const pass = commonSmData_ ? commonSmData_->verifyData() : nullptr ) {
+MacHelper::mismatchLater( String const & text ) const {
+   if( auto const pass = commonSmData_ && !text.empty() ? commonSmData_->verifyData() : nullptr ) {
       pass->retryVerifyIs( true );
    }
    return {};
+}
+
+String
+MacHelper::mismatch( String const & text ) const {
+   return unit_->isSettled() ? text : mismatchLater( text );
 }
 
 // Who learnt it does not matter.
@@ -208,9 +225,17 @@ String
 MacHelper::verifyRow( MacVlanPair station, std::optional< HostRow > const & wanted ) const {
    auto const found = unit_->entry( station );
    bool const isSame = wanted && found ? wanted->isSameEntry( *found ) : !wanted && !found;
-   return mismatch( isSame ? String()
-                           : toText( station ) + ": " + entryText( wanted ) + " expected, " +
-                                   entryText( found ) + " found" );
+   if( isSame ) {
+      return {};
+   }
+   auto const text = toText( station ) + ": " + entryText( wanted ) + " expected, " +
+                     entryText( found ) + " found";
+   auto const cmd = programmer_ ? programmer_->onItsWay( station ) : nullptr;
+   if( cmd && !MacProgrammer::isUnderWay( *cmd ) ) {
+      return {};
+   }
+   return cmd || ( programmer_ && programmer_->hasFlush() ) ? mismatchLater( text )
+                                                            : mismatch( text );
 }
 
 String
@@ -228,9 +253,20 @@ MacHelper::verifyRemoteHost( RemoteHost const & host ) const {
 String
 MacHelper::verifyNumRemoteHost( std::uint32_t hosts ) const {
    auto const found = numRemoteHost();
-   return mismatch( found == hosts ? String()
-                                   : toText( hosts ) + " remote stations expected, " +
-                                           toText( found ) + " found" );
+   if( found == hosts ) {
+      return {};
+   }
+   auto const text = toText( hosts ) + " remote stations expected, " + toText( found ) + " found";
+   if( !programmer_ ) {
+      return mismatch( text );
+   }
+   if( programmer_->isUnderWay() ) {
+      return mismatchLater( text );
+   }
+   // Each of those that wait, or have failed, is looked at by itself.
+   bool const isKnown = !programmer_->isIdle() || !programmer_->overflowAddrOp().empty() ||
+                        !programmer_->failedAddrOp().empty();
+   return isKnown ? String() : text;
 }
 
 namespace {

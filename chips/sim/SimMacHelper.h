@@ -5,11 +5,17 @@
 
 #include "Hoba/HobaCommon.h"
 #include "Hoba/HobaHelperMacAddrSm.h"
-#include "chips/sim/SimMac.h"
+#include "chips/sim/SimMacProgrammer.h"
 
 namespace HobaSim {
 
-// Programs the unit. Of what the table says to a write of an entry the caller is told: written and on its way
+// Programs the unit, entries of stations and flushes by the pipeline if it is given one (MacUnit::indirectAccess).
+//
+// By the pipeline: a station that the chip holds as it is to be, and of which nothing is on its way, is not
+// written. All else is macProgramInProgress. What the chip refuses then is the pipeline's matter:
+// command() there tells of each station.
+//
+// Without: of what the table says to a write of an entry the caller is told: written and on its way
 // (a table with a latency) is macProgramInProgress. There is no room, too, for an entry behind the overlay
 // beyond MacUnit::maxRemoteMacs. All else throws TableRefused for what the chip does not take.
 class MacHelper : public HobaHelper::HobaHelperMacAddrSm {
@@ -18,11 +24,12 @@ class MacHelper : public HobaHelper::HobaHelperMacAddrSm {
    using RemoteHost = HobaHelper::RemoteHost;
 
  public:
-   // A mismatch while something is on its way to the chip is none yet: another verification pass is asked
-   // for in `commonSmData`, if there is one.
+   // A mismatch of what is on its way to the chip is none yet: another verification pass is asked for in
+   // `commonSmData`, if there is one. Of what waits for room, or has stalled, it is none either, but
+   // there is nothing to wait for.
    explicit MacHelper( Kiv::Ptr< MacUnit > const & unit,
-                       Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData = nullptr )
-         : unit_( unit ), commonSmData_( commonSmData ) {}
+                       Kiv::Ptr< Hoba::HobaCommonSmData > const & commonSmData = nullptr,
+                       Kiv::Ptr< MacProgrammer > const & programmer = nullptr );
 
    // Begins a pass on the unit's tables: what software wrote and does not write again goes with the next
    // sweep. What the chip learnt stays.
@@ -34,7 +41,7 @@ class MacHelper : public HobaHelper::HobaHelperMacAddrSm {
    Hoba::MacProgramStatus removeHost( Bridging::MacVlanPair host ) override;
    void removeLag( Pelt::IntfId lag ) override { unit_->intfLearningMustClear( lag ); }
 
-   void flushAll() override { unit_->flushIn( {} ); }
+   void flushAll() override { flushIn( {} ); }
    void flushVlan( Bridging::VlanId vlanId ) override;
    void flushVlanPort( Bridging::VlanIdOrNone vlanId, Pelt::IntfId port ) override;
    void flushVlanLag( Bridging::VlanIdOrNone vlanId, Pelt::IntfId lag ) override;
@@ -68,14 +75,18 @@ class MacHelper : public HobaHelper::HobaHelperMacAddrSm {
 
  private:
    Hoba::MacProgramStatus program( Bridging::MacVlanPair station, HostRow const & row );
+   void flushIn( MacScope const & scope );
    Hoba::MacProgramStatus statusOf( TableResult result ) const;
    void settingIs( MacSetting what, Kiv::Seconds value );
    Kiv::String verifyRow( Bridging::MacVlanPair station,
                           std::optional< HostRow > const & wanted ) const;
    Kiv::String mismatch( Kiv::String const & text ) const;
+   // The same, if the chip holds what it is to hold at last.
+   Kiv::String mismatchLater( Kiv::String const & text ) const;
 
    Kiv::Ptr< MacUnit > const unit_;
    Kiv::Ptr< Hoba::HobaCommonSmData > const commonSmData_;
+   Kiv::Ptr< MacProgrammer > const programmer_;
 };
 
 // What software wrote of the entry, or would write to have it; of one behind the overlay, or of any other.

@@ -67,21 +67,23 @@ SimTable::landingIs( std::uint64_t landing ) {
    }
 }
 
+double
+FaultDice::draw( std::uint64_t seed ) {
+   if( begunSeed_ != seed ) {
+      begunSeed_ = random_ = seed;
+   }
+   return static_cast< double >( nextRandom( random_ ) >> 11 ) * 0x1p-53;
+}
+
 bool
 SimTable::strikes( TableResult kind ) {
    auto plan = fault( kind );
+   bool const isStruck = dice_.strikes( plan, seed() );
    if( plan.next ) {
       --plan.next;
       faultIs( kind, plan );
-      return true;
    }
-   if( plan.chance <= 0 ) {
-      return false;
-   }
-   if( begunSeed_ != seed() ) {
-      begunSeed_ = random_ = seed();
-   }
-   return static_cast< double >( nextRandom( random_ ) >> 11 ) * 0x1p-53 < plan.chance;
+   return isStruck;
 }
 
 // ---- Rows

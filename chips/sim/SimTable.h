@@ -29,6 +29,7 @@
 //    limitProgram( key, record )   the agent's doing. Writes what differs from what the chip holds, and
 //    limitClear( key )             nothing else; either way the row is claimed (below). Returns what came of
 //                                  it, see TableResult.
+//    limitClaim( key )             the row is claimed: what the agent wants of it is on its way
 //    limitMustProgram( key, record ), limitMustClear( key )
 //                                  the same for helpers: throw TableRefused for what the chip refused
 //
@@ -132,6 +133,21 @@ struct TableFault {
    void check() const;
 };
 
+// Chance, the same in each run: begun anew by another seed.
+class FaultDice {
+ public:
+   // From 0 to 1, which is not drawn.
+   double draw( std::uint64_t seed );
+   // Whether the fault strikes now. Who asks counts `plan.next` down.
+   bool strikes( TableFault const & plan, std::uint64_t seed ) {
+      return plan.next || ( plan.chance > 0 && draw( seed ) < plan.chance );
+   }
+
+ private:
+   std::optional< std::uint64_t > begunSeed_;
+   std::uint64_t random_ = 0;
+};
+
 // Where the tables of a chip are.
 struct Memory {
    // In shared memory of that name, where they outlive the process: the table "<name>.<unit>.<attribute>"
@@ -178,8 +194,7 @@ class SimTable : public Kiv::Entity {
    bool strikes( TableResult kind );
 
  private:
-   std::optional< std::uint64_t > begunSeed_;
-   std::uint64_t random_ = 0;
+   FaultDice dice_;
 };
 
 class Unit;
@@ -199,6 +214,9 @@ class RowsBase {
    virtual std::uint64_t changes() const = 0;
    // Whether all that was written has landed.
    bool isSettled() const { return due_.empty(); }
+   // The latency is somebody else's matter: what is written from now on lands at once, unless something is
+   // on its way still.
+   void landsAtOnceIs( bool landsAtOnce ) { landsAtOnce_ = landsAtOnce; }
 
    virtual void beginPass() = 0;
    virtual void sweep() = 0;
@@ -227,7 +245,9 @@ class RowsBase {
    void accepted( std::uint64_t hash, bool was, bool is );
    void recount();
    void foundWrong( std::uint64_t hash );
-   bool landsLater() const { return control_->latency() > 0 || !due_.empty(); }
+   bool landsLater() const {
+      return ( control_->latency() > 0 && !landsAtOnce_ ) || !due_.empty();
+   }
    // One more change waits to land.
    void waits();
    void waitsNot();
@@ -256,6 +276,7 @@ class RowsBase {
    Kiv::HashMap< std::uint64_t, std::uint64_t > inBucket_;
    std::uint64_t countedBuckets_ = 0;
    std::deque< Kiv::Seconds > due_;
+   bool landsAtOnce_ = false;
    std::unique_ptr< Landing > landing_;
 };
 
@@ -375,6 +396,8 @@ class Rows final : public RowsBase {
       }
    }
 
+   // Of the key, as indexOf().
+   std::uint32_t indexOfKey( KeyT const & key ) const { return indexOf( hashOf( key ) ); }
    // Whose rows have that index in the parity errors of the table, in their order.
    std::vector< KeyT > keysAt( std::uint32_t index ) const {
       std::vector< KeyT > keys;
@@ -419,8 +442,9 @@ class Rows final : public RowsBase {
       }
    }
 
+   void claim( KeyT const & key ) { unclaimed_.erase( key ); }
    TableResult program( KeyT key, RecordT const & record ) {
-      unclaimed_.erase( key );
+      claim( key );
       auto const held = acceptedOf( key );
       if( held && same( *held, record ) ) {
          return counted( tableUnchanged );
@@ -434,7 +458,7 @@ class Rows final : public RowsBase {
       return counted( result );
    }
    TableResult clear( KeyT key ) {
-      unclaimed_.erase( key );
+      claim( key );
       if( !acceptedOf( key ) ) {
          return counted( tableUnchanged );
       }
@@ -671,6 +695,7 @@ class Rows final : public RowsBase {
    ::HobaSim::TableResult attr##Program( Key const & key, Record const & record ) {                \
       return attr##_.program( key, record );                                                       \
    }                                                                                               \
+   void attr##Claim( Key const & key ) { attr##_.claim( key ); }                                   \
    ::HobaSim::TableResult attr##Clear( Key const & key ) { return attr##_.clear( key ); }          \
    void attr##MustProgram( Key const & key, Record const & record ) {                              \
       attr##_.mustProgram( key, record );                                                          \

@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "chips/sim/SimMacProgrammer.h"
+
+#include "Kiv/Reflect.h"
+
+#include <algorithm>
+
+KIV_DEFINE( HobaSim::MacProgrammer );
+
+namespace HobaSim {
+
+using Bridging::MacVlanPair;
+using Hoba::MacProgramStatus;
+using MacCmdPtr = Kiv::Ptr< Hoba::IndirectAccessMacCmd >;
+
+MacProgramStatus
+macProgramStatusOf( TableResult result ) {
+   switch( result ) {
+   case tableUnchanged:
+   case tableWritten:
+      return Hoba::macProgramSuccess;
+   case tableParity:
+      return Hoba::macProgramParityError;
+   case tableBusy:
+      return Hoba::macProgramBusy;
+   case tableFull:
+      return Hoba::macProgramFull;
+   case tableFailed:
+      break;
+   }
+   return Hoba::macProgramFailed;
+}
+
+// ---- Life
+
+MacProgrammer::MacProgrammer( Kiv::Ptr< Mox::TimerWheel > const & timerWheel,
+                              Kiv::Ptr< MacUnit > const & unit )
+      : HobaMacProgrammer( timerWheel ), unit_( unit ) {
+   auto & access = unit_->access();
+   lastTransactionIdIs( access.lastTransactionId() );
+   access.attach( [ this ]( std::uint64_t id, std::uint32_t tblIndex, TableResult result ) {
+      handleCmdResponse( id, tblIndex, macProgramStatusOf( result ) );
+   } );
+}
+
+void
+MacProgrammer::kivDoZombieReactors( bool marked ) {
+   if( marked && !kivMarkedForDeletion() ) {
+      unit_->access().detach();
+   }
+   HobaMacProgrammer::kivDoZombieReactors( marked );
+}
+
+// ---- Writing
+
+namespace {
+
+MacScope
+scopeOf( Hoba::IndirectAccessMacCmd const & flush ) {
+   return { flush.intf(), flush.key().key.vlanId().value() };
+}
+
+MacCommand
+commandOf( Hoba::IndirectAccessMacCmd const & cmd ) {
+   MacCommand command;
+   command.transactionId = cmd.transactionId();
+   command.station = cmd.key().key;
+   if( !cmd.addrOp() ) {
+      command.kind = MacCommand::Kind::flush;
+      command.scope = scopeOf( cmd );
+   } else if( cmd.op() == Hoba::removeHost ) {
+      command.kind = MacCommand::Kind::remove;
+   } else {
+      command.row = static_cast< MacCmd const & >( cmd ).row();
+   }
+   return command;
+}
+
+} // namespace
+
+MacProgramStatus
+MacProgrammer::writeToHw( MacCmdPtr const & cmd ) {
+   return unit_->access().submit( commandOf( *cmd ) ) ? Hoba::macProgramInProgress
+                                                      : Hoba::macProgramBusy;
+}
+
+// ---- For the helper
+
+void
+MacProgrammer::write( MacVlanPair station, HostRow const & row ) {
+   handleAddrOp( Kiv::make< MacCmd >( Hoba::addHost, station, row ) );
+}
+
+void
+MacProgrammer::remove( MacVlanPair station ) {
+   handleAddrOp( Kiv::make< MacCmd >( Hoba::removeHost, station, HostRow() ) );
+}
+
+MacCmdPtr
+MacProgrammer::onItsWay( MacVlanPair station ) const {
+   auto const cmd = command( { station, Hoba::macHwKeyBridge } );
+   return cmd && cmd->place() != Hoba::macCmdIdle ? cmd : nullptr;
+}
+
+bool
+MacProgrammer::isUnderWay( Hoba::IndirectAccessMacCmd const & cmd ) {
+   return cmd.place() == Hoba::macCmdPending ||
+          ( cmd.place() == Hoba::macCmdInProgress && !cmd.stalled() );
+}
+
+bool
+MacProgrammer::isUnderWay() const {
+   for( auto const & [ id, cmd ] : inProgMacOp() ) {
+      if( !cmd->stalled() ) {
+         return true;
+      }
+   }
+   return !pendingMacOp().empty();
+}
+
+namespace {
+
+bool
+isIn( MacScope const & scope, Hoba::IndirectAccessMacCmd const & cmd ) {
+   return cmd.addrOp() && cmd.op() != Hoba::removeHost &&
+          static_cast< MacCmd const & >( cmd ).row().ages &&
+          ( !scope.intf || scope.intf == cmd.intf() ) &&
+          ( scope.vlan == 0 || scope.vlan == cmd.key().key.vlanId().value() );
+}
+
+Hoba::IndirectAccessMacCmdType
+typeOf( MacScope const & scope ) {
+   bool const isLag = Pelt::PortChannelIntfId::isPortChannelIntfId( scope.intf );
+   if( !scope.intf ) {
+      return scope.vlan ? Hoba::flushVlan : Hoba::flushAll;
+   }
+   return scope.vlan ? ( isLag ? Hoba::flushVlanLag : Hoba::flushVlanPort )
+                     : ( isLag ? Hoba::flushLag : Hoba::flushPort );
+}
+
+} // namespace
+
+// The chip may yet say that it was busy, or full: what is queued again would come behind the flush.
+void
+MacProgrammer::flush( MacScope const & scope ) {
+   std::vector< MacVlanPair > stations;
+   auto const look = [ & ]( auto const & ops ) {
+      for( auto const & [ key, cmd ] : ops ) {
+         if( isIn( scope, *cmd ) ) {
+            stations.push_back( cmd->key().key );
+         }
+      }
+   };
+   look( pendingAddrOp() );
+   look( inProgAddrOp() );
+   look( overflowAddrOp() );
+   std::sort( stations.begin(), stations.end() );
+   for( auto const station : stations ) {
+      remove( station );
+   }
+   MacVlanPair const key( Pelt::EthAddr(),
+                          Bridging::VlanIdOrNone( static_cast< std::uint16_t >( scope.vlan ) ) );
+   handleFlushOp( Hoba::indirectAccessMacCmdFactory( typeOf( scope ), { key, Hoba::macHwKeyBridge },
+                                                     scope.intf ) );
+}
+
+} // namespace HobaSim

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// The pipeline of a simulated chip in indirect-access mode.
+
+#include "Hoba/HobaChipProgrammer.h"
+#include "chips/sim/SimMacAccess.h"
+
+namespace HobaSim {
+
+// Of an entry, with all that software writes of it.
+class MacCmd : public Hoba::IndirectAccessMacCmd {
+   KIV_TYPE( HobaSim::MacCmd );
+
+ public:
+   HostRow const & row() const { return row_; }
+
+ protected:
+   MacCmd( Type addrOp, Bridging::MacVlanPair station, HostRow const & row )
+         : IndirectAccessMacCmd( addrOp, { station, Hoba::macHwKeyBridge }, row.intf, row.entryType,
+                                 row.swTunnelGroupId, row.hwId, 0 ),
+           row_( row ) {}
+
+ private:
+   HostRow const row_;
+};
+
+class MacProgrammer : public Hoba::HobaMacProgrammer {
+   HOBA_MACHINE( MacProgrammer, Hoba::HobaMacProgrammer );
+
+ public:
+   // Busy while the interface has no room.
+   Hoba::MacProgramStatus writeToHw( Kiv::Ptr< Hoba::IndirectAccessMacCmd > const & cmd ) override;
+   void kivDoZombieReactors( bool marked ) override;
+
+   // ---- For the helper
+   // The station's entry is to be so, or gone.
+   void write( Bridging::MacVlanPair station, HostRow const & row );
+   void remove( Bridging::MacVlanPair station );
+   // What ages within goes, and what is on its way there and would age does not come.
+   void flush( MacScope const & scope );
+   // The newest command for the station that is on its way; null for none.
+   Kiv::Ptr< Hoba::IndirectAccessMacCmd > onItsWay( Bridging::MacVlanPair station ) const;
+   // Whether it will come to its end without anybody's doing: it neither waits for room nor is it lost, as it seems.
+   static bool isUnderWay( Hoba::IndirectAccessMacCmd const & cmd );
+   // Whether any is.
+   bool isUnderWay() const;
+   // What the table holds of the station when all has been done is what it holds now.
+   bool isSettled( Bridging::MacVlanPair station ) const {
+      return !onItsWay( station ) && !hasFlush();
+   }
+
+ protected:
+   // Drives the interface of `unit`, from now on and alone.
+   MacProgrammer( Kiv::Ptr< Mox::TimerWheel > const & timerWheel,
+                  Kiv::Ptr< MacUnit > const & unit );
+
+ private:
+   Kiv::Ptr< MacUnit > const unit_;
+};
+
+// How the pipeline calls what the table said.
+Hoba::MacProgramStatus macProgramStatusOf( TableResult result );
+
+} // namespace HobaSim
