@@ -16,6 +16,7 @@ constexpr MakeObserver observerMakers[] = {
       makeObserver< class FramesObserver >,
       makeObserver< class ParityObserver >,
       makeObserver< class NonAgingObserver >,
+      makeObserver< class MacProgrammerObserver >,
       makeObserver< class MacObserver >,
       makeObserver< class StormControlObserver >,
       makeObserver< class VerificationObserver >,

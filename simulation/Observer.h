@@ -75,6 +75,8 @@ class Observer {
    virtual bool mayFail( std::string_view /*step*/ ) const { return true; }
    // How long nothing may happen until things count as quiet: longer than any retry of the feature.
    virtual Kiv::Seconds settlingTime() const { return 0; }
+   // Something of the feature goes on by itself, though nothing may happen for longer than that.
+   virtual bool isWaiting() const { return false; }
 
    // ---- The observer
 

@@ -318,8 +318,8 @@ Run::passTime( Kiv::Seconds end ) {
    }
 }
 
-// Until nothing has happened for so long as the features name. That a clock's next time may be too early
-// does not matter: what counts is that timers fired.
+// Until nothing has happened for so long as the features name, and nothing waits for longer than that. That a
+// clock's next time may be too early does not matter: what counts is that timers fired.
 void
 Run::settle() {
    constexpr unsigned mostStops = 10'000;
@@ -330,11 +330,14 @@ Run::settle() {
    auto since = switch_->now();
    for( unsigned stops = 0; findings_.empty(); ++stops ) {
       auto const next = switch_->driver().nextTimeout();
-      if( next > since + window ) {
+      if( next <= since + window ) {
+         since = advance( next ) ? switch_->now() : since;
+      } else {
          advance( since + window );
-         return;
-      }
-      if( advance( next ) ) {
+         if( std::ranges::none_of( observers_->all(),
+                                   []( auto const & each ) { return each->isWaiting(); } ) ) {
+            return;
+         }
          since = switch_->now();
       }
       if( stops == mostStops ) {

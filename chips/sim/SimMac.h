@@ -179,6 +179,8 @@ class MacUnit : public Unit {
    std::optional< HostRow > entry( Bridging::MacVlanPair station ) const;
    // Whether the chip holds the station as one that it learnt: what it has reported of it, and not as aged.
    bool isLearnt( Bridging::MacVlanPair station ) const;
+   // Where the chip has reported the station to be; none for what it has not, or as aged.
+   Pelt::IntfId reportedAt( Bridging::MacVlanPair station ) const;
    // Entries behind the overlay that software wrote.
    std::uint32_t remoteHosts() const { return remoteHosts_; }
    // Whether an entry of software's would be one more behind the overlay; whether there may be another.
@@ -235,8 +237,6 @@ class MacUnit : public Unit {
    void hostChanged( Bridging::MacVlanPair station );
    void report( Hoba::HobaEvent::HobaEventType eventType, Bridging::MacVlanPair station,
                 Pelt::IntfId intf );
-   // Where it was reported to be; none for what was not.
-   Pelt::IntfId reportedAt( Bridging::MacVlanPair station ) const;
    bool isFlushed( Bridging::MacVlanPair station, Pelt::IntfId intf, std::uint32_t flushes ) const;
    // What of the station is flushed goes now.
    void dropFlushed( Bridging::MacVlanPair station );

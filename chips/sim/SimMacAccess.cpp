@@ -98,8 +98,18 @@ MacAccess::execute( MacCommand const & command ) {
    late_.emplace( turn_->clock().now() + delay, executed );
 }
 
+bool
+MacAccess::isStale( MacCommand const & command ) const {
+   auto const place = unit_.reportedAt( command.station );
+   return command.kind == MacCommand::Kind::write && command.row.isLearnt() && place &&
+          place != command.heardAt && place != command.row.intf;
+}
+
 TableResult
 MacAccess::perform( MacCommand const & command ) {
+   if( isStale( command ) ) {
+      return tableBusy;
+   }
    switch( command.kind ) {
    case MacCommand::Kind::write:
       return unit_.hasRoomFor( command.station, command.row )

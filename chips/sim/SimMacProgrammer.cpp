@@ -71,7 +71,9 @@ commandOf( Hoba::IndirectAccessMacCmd const & cmd ) {
    } else if( cmd.op() == Hoba::removeHost ) {
       command.kind = MacCommand::Kind::remove;
    } else {
-      command.row = static_cast< MacCmd const & >( cmd ).row();
+      auto const & entry = static_cast< MacCmd const & >( cmd );
+      command.row = entry.row();
+      command.heardAt = entry.heardAt();
    }
    return command;
 }
@@ -80,8 +82,14 @@ commandOf( Hoba::IndirectAccessMacCmd const & cmd ) {
 
 MacProgramStatus
 MacProgrammer::writeToHw( MacCmdPtr const & cmd ) {
-   return unit_->access().submit( commandOf( *cmd ) ) ? Hoba::macProgramInProgress
-                                                      : Hoba::macProgramBusy;
+   auto & access = unit_->access();
+   auto const command = commandOf( *cmd );
+   if( access.isStale( command ) ) {
+      static_cast< MacCmd & >( *cmd ).heardAtIs( unit_->reportedAt( command.station ) );
+      handleCmdResponse( command.transactionId, 0, Hoba::macProgramBusy );
+      return Hoba::macProgramInProgress;
+   }
+   return access.submit( command ) ? Hoba::macProgramInProgress : Hoba::macProgramBusy;
 }
 
 // ---- For the helper

@@ -57,7 +57,7 @@ class MacObserver : public Observer {
 
    struct Verification {
       std::size_t stations = 0, compared = 0, mismatches = 0;
-      bool isLanding = false;
+      bool isOpen = false; // something differs that is on its way
       Kiv::String first;
    };
 
