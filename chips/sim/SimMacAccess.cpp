@@ -101,8 +101,8 @@ MacAccess::execute( MacCommand const & command ) {
 bool
 MacAccess::isStale( MacCommand const & command ) const {
    auto const place = unit_.reportedAt( command.station );
-   return command.kind == MacCommand::Kind::write && command.row.isLearnt() && place &&
-          place != command.heardAt && place != command.row.intf;
+   return command.kind == MacCommand::Kind::write && command.row.isLearnt() &&
+          place != command.row.intf && command.heardAt != place;
 }
 
 TableResult

@@ -19,11 +19,11 @@ struct MacCommand {
    enum class Kind { write, remove, flush };
    std::uint64_t transactionId = 0;
    Kind kind = Kind::write;
-   // Of an entry. What is written as if the chip had learnt it takes the station away from where the chip has
-   // reported it only if software knows of that report: the chip is busy otherwise.
+   // Of an entry. What is written as if the chip had learnt it, where the chip does not report it now, is written only
+   // if software knows what the chip reports: the chip is busy otherwise.
    Bridging::MacVlanPair station;
    HostRow row;
-   Pelt::IntfId heardAt;
+   std::optional< Pelt::IntfId > heardAt;
    // Of a flush.
    MacScope scope;
 };
@@ -45,7 +45,7 @@ class MacAccess {
 
    // False for no room now. May answer before it returns.
    bool submit( MacCommand const & command );
-   // Software does not know where the chip has reported the station.
+   // Software does not know what the chip reports of the station.
    bool isStale( MacCommand const & command ) const;
    // The highest id of a command so far.
    std::uint64_t lastTransactionId() const { return lastTransactionId_; }

@@ -3,10 +3,10 @@
 
 // The pipeline of a simulated chip in indirect-access mode.
 //
-// The chip reports what is in the table as learnt, whoever wrote it. Such a write that was decided before a report
-// was heard would bring the station back, in the table and in the reports, which would have it written
-// anew where it was, and so on. So what takes a station away from where the chip has reported it is put off
-// once, as if the chip were busy: those who hear of the report have time to decide anew.
+// The chip reports what is in the table as learnt, whoever wrote it. Such a write that was decided before the last
+// report of the station was heard would be taken for news of the station, which leads to another write, and so
+// on. So what the chip does not report there is put off once, as if the chip were busy: those who hear of
+// reports have time to decide anew.
 
 #include "Hoba/HobaChipProgrammer.h"
 #include "chips/sim/SimMacAccess.h"
@@ -19,8 +19,8 @@ class MacCmd : public Hoba::IndirectAccessMacCmd {
 
  public:
    HostRow const & row() const { return row_; }
-   // Where the chip had reported the station when this was put off for it.
-   Pelt::IntfId heardAt() const { return heardAt_; }
+   // What the chip reported of the station when this was put off for it.
+   std::optional< Pelt::IntfId > heardAt() const { return heardAt_; }
    void heardAtIs( Pelt::IntfId intf ) { heardAt_ = intf; }
 
  protected:
@@ -31,7 +31,7 @@ class MacCmd : public Hoba::IndirectAccessMacCmd {
 
  private:
    HostRow const row_;
-   Pelt::IntfId heardAt_;
+   std::optional< Pelt::IntfId > heardAt_;
 };
 
 class MacProgrammer : public Hoba::HobaMacProgrammer {
