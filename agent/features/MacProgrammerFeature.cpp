@@ -153,6 +153,7 @@ tellTimes( TableAnswer & table, Hoba::HobaMacProgrammer const & programmer ) {
 
 Datum
 MacProgrammerFeature::show( Request const & ) const {
+   context(); // there must be machines
    if( !programmer_ ) {
       return direct;
    }
