@@ -46,8 +46,7 @@ TEST_F( MacTest, whoClaimsAStationAndWhatItWaitsFor ) {
              { "Ethernet1 Ethernet3", "moved most: 02:00:00:00:00:01@10 (1)" } );
    // Behind the overlay, until the hardware has its next hop.
    ok( "set /l2rib/destOutput/dest/dest:17", R"({"intf":"Vxlan1","tunnelGroup":5,"nextHopId":9})" );
-   ok( "set /l2rib/hostOutput/host/02:00:00:00:00:03@10",
-       R"({"objTuple":"dest:17"})" );
+   ok( "set /l2rib/hostOutput/host/02:00:00:00:00:03@10", R"({"objTuple":"dest:17"})" );
    expectIn( text( ok( "show mac pending" ) ),
              { "02:00:00:00:00:03 10 hardware id", "1 change 1 for hardware id" } );
    expectIn( text( ok( "explain mac 02:00:00:00:00:03 10" ) ),
@@ -105,6 +104,63 @@ TEST_F( MacTest, forgottenOnRequest ) {
               { "explain mac 02:00:00:00:00:01 0", "vlan: 0 is not a number" } } ) {
       expectOneLine( ctl( words ), 1, error );
    }
+}
+
+// A table that answers later: what is on its way, waits for room, has failed, or is not answered.
+TEST_F( MacTest, whatIsOnItsWayToTheChip ) {
+   startWith();
+   expectIn( ok( "show mac programmer" ), "not in use: the MAC table is written directly" );
+   for( auto const & [ words, error ] :
+        std::initializer_list< std::pair< char const *, char const * > >{
+              { "sim mac-table mode=late", "mode: \"late\" is not direct or indirect" },
+              { "sim mac-table latency=-1", "latency: \"-1\" is not seconds, 0 or more" },
+              { "sim mac-table busy=often", "busy: \"often\" is not how many of the next writes" },
+              { "sim mac-table full=1.5", "full: \"1.5\" is not how many of the next writes" },
+              { "set /hoba/machines/macProgrammer/updateDelay 1", "no such path" } } ) {
+      expectOneLine( ctl( words ), 1, error );
+   }
+   expectIn( text( ok( "sim mac-table mode=indirect" ) ),
+             { "mode indirect", "holds from the next restart" } );
+   ok( "sim restart hitless" );
+   expectIn( text( ok( "sim mac-table parity=1" ) ),
+             { "parity the next 1", "WARNING: a parity answer stops the agent" } );
+   ok( "sim mac-table parity=0 capacity=2 silent=1" );
+   auto const configure = [ this ]( std::string const & station ) {
+      ok( "set /bridging/config/fdbConfig/10/configuredHost/02:00:00:00:00:0" + station,
+          R"({"intf":"Ethernet3"})" );
+   };
+   auto const has = [ this ]( std::string const & words, std::string const & what ) {
+      return eventually( [ & ] { return text( ok( words ) ).find( what ) != std::string::npos; } );
+   };
+   configure( "1" );
+   EXPECT_TRUE( has( "explain mac 02:00:00:00:00:01 10", "addHost not answered for" ) );
+   ok( "sim mac-table failed=1" );
+   configure( "2" );
+   EXPECT_TRUE( has( "show mac mac=02:00:00:00:00:02", "no, addHost failed after 1 try" ) );
+   configure( "3" );
+   EXPECT_TRUE( has( "show mac mac=02:00:00:00:00:03", " 0 s ago yes 1 station" ) );
+   configure( "4" );
+   EXPECT_TRUE( has( "explain mac 02:00:00:00:00:04 10",
+                     "addHost waits for room: 1 try so far, the next in" ) );
+   EXPECT_TRUE( has( "show mac programmer", "overflow 1 1 " ) );
+   expectIn( text( ok( "show mac programmer" ) ),
+             { "4 accepted: 1 succeeded, 1 failed, 0 superseded; 0 retried, 1 stalled, 0 answers "
+               "of unknown transactions",
+               "overflow delay 5 s, next try in", "1 not answered: addHost 02:00:00:00:00:01@10",
+               "1 failed, and not asked for anew: addHost 02:00:00:00:00:02@10" } );
+   expectIn( text( ok( "show mac pending" ) ),
+             { "3 changes", "1 for room in the chip", "1 for somebody to ask anew",
+               "1 for the chip's answer" } );
+   expectIn( ctl( "verify" ).out, "02:00:00:00:00:02@10: behind Ethernet3" );
+   ok( "set /hoba/machines/macProgrammer/suspendPending true" );
+   expectIn( ok( "show mac programmer" ), "suspended: nothing is written" );
+   expectOneLine( ctl( "del /hoba/machines/macProgrammer/overflowAddrOp/02:00:00:00:00:04@10" ), 1,
+                  "overflowAddrOp cannot be written by member" );
+   // Who begins anew reads back, and writes what is not there.
+   ok( "sim mac-table capacity=0" );
+   ok( "sim restart hitless" );
+   EXPECT_TRUE( has( "show mac programmer", "2 accepted: 2 succeeded" ) );
+   expectIn( ok( "verify" ), allAsTheyShouldBe );
 }
 
 TEST_F( MacTest, tablesOfOtherSwitches ) {
