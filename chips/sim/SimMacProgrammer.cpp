@@ -43,14 +43,6 @@ MacProgrammer::MacProgrammer( Kiv::Ptr< Mox::TimerWheel > const & timerWheel,
    } );
 }
 
-void
-MacProgrammer::kivDoZombieReactors( bool marked ) {
-   if( marked && !kivMarkedForDeletion() ) {
-      unit_->access().detach();
-   }
-   HobaMacProgrammer::kivDoZombieReactors( marked );
-}
-
 // ---- Writing
 
 namespace {
@@ -90,6 +82,31 @@ MacProgrammer::writeToHw( MacCmdPtr const & cmd ) {
       return Hoba::macProgramInProgress;
    }
    return access.submit( command ) ? Hoba::macProgramInProgress : Hoba::macProgramBusy;
+}
+
+// What is written or removed whoever begins anew reads back. What is to be flushed nobody knows any more.
+void
+MacProgrammer::kivDoZombieReactors( bool marked ) {
+   Kiv::Dispatch::Frame frame;
+   bool const isEnd = marked && !kivMarkedForDeletion();
+   std::vector< MacScope > flushes;
+   if( isEnd ) {
+      unit_->access().detach();
+      for( auto const & [ id, cmd ] : inProgMacOp() ) {
+         if( !cmd->addrOp() ) {
+            flushes.push_back( scopeOf( *cmd ) );
+         }
+      }
+      for( auto const & cmd : pendingMacOp() ) {
+         if( !cmd->addrOp() ) {
+            flushes.push_back( scopeOf( *cmd ) );
+         }
+      }
+   }
+   HobaMacProgrammer::kivDoZombieReactors( marked );
+   for( auto const & scope : flushes ) {
+      unit_->flushIn( scope );
+   }
 }
 
 // ---- For the helper

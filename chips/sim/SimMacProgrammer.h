@@ -40,6 +40,7 @@ class MacProgrammer : public Hoba::HobaMacProgrammer {
  public:
    // Busy while the interface has no room.
    Hoba::MacProgramStatus writeToHw( Kiv::Ptr< Hoba::IndirectAccessMacCmd > const & cmd ) override;
+   // Flushes that are on their way then are done at once.
    void kivDoZombieReactors( bool marked ) override;
 
    // ---- For the helper

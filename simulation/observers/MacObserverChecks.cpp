@@ -258,8 +258,8 @@ MacObserver::checkChip() {
       auto const known = stations_.find( pair );
       bool const isInForce = known != stations_.end() && known->second.current;
       // What an event that was put in said to be elsewhere is the chip's still.
-      auto const report = known == stations_.end() ? std::nullopt : known->second.said.macTable;
-      bool const isElsewhere = !( report && report->intf == row.intf );
+      auto const report = known == stations_.end() ? nullptr : &known->second.said.macTable;
+      bool const isElsewhere = report && !( *report && ( *report )->intf == row.intf );
       // What is ignored is left to it.
       constexpr std::string_view ignoring[] = { "dot1x", "controller client", "VNI",
                                                 "secondary VLAN" };
