@@ -167,12 +167,6 @@ HobaMacProgrammer::placeIs( IndirectAccessMacCmd & cmd, MacCmdPlace place ) {
    }
 }
 
-bool
-HobaMacProgrammer::holds( AddrOps const & ops, IndirectAccessMacCmd const & cmd ) {
-   auto const * held = ops.find( cmd.key() );
-   return held && held->get() == &cmd;
-}
-
 CmdPtr
 HobaMacProgrammer::command( MacEntryKey const & key ) const {
    for( auto const * ops : { &pendingAddrOp(), &inProgAddrOp(), &failedAddrOp() } ) {
@@ -183,10 +177,10 @@ HobaMacProgrammer::command( MacEntryKey const & key ) const {
    return overflowAddrOp( key );
 }
 
-// What was handed over in the middle of something is pending.
+// What was handed over while it was in no key map is pending.
 bool
 HobaMacProgrammer::isSuperseded( IndirectAccessMacCmd & cmd ) {
-   if( cmd.addrOp() && cmd.valid() && pendingAddrOpHas( cmd.key() ) ) {
+   if( cmd.addrOp() && cmd.valid() && !pendingAddrOp().empty() && pendingAddrOpHas( cmd.key() ) ) {
       supersede( cmd );
    }
    return cmd.invalid();
@@ -291,7 +285,7 @@ HobaMacProgrammer::handleAddrOp( CmdPtr const & given ) {
       supersede( *former );
       overflowAddrOpDel( key );
    }
-   if( auto const * written = inProgAddrOp().find( key ) ) {
+   if( auto const * written = inProgAddrOp().empty() ? nullptr : inProgAddrOp().find( key ) ) {
       CmdPtr const former = *written;
       ZTRACE( 6, *former, " with same key in in-progress queue, mark it out-of-date" );
       supersede( *former );
@@ -334,7 +328,9 @@ HobaMacProgrammer::queue( CmdPtr const & cmd ) {
       }
       pendingMacOpEnq( cmd );
    } catch( ... ) {
-      leavePendingMaps( *cmd );
+      if( !cmd->addrOp() || pendingAddrOp( cmd->key() ) == cmd ) {
+         leavePendingMaps( *cmd );
+      }
       placeIs( *cmd, macCmdIdle );
       throw;
    }
@@ -436,10 +432,14 @@ HobaMacProgrammer::writeFront( Kiv::Seconds now ) {
       hobaAssert( "pendingAddrOpHas( cmd->key() )" );
    }
    placeIs( *cmd, macCmdInProgress );
+   auto const newest = lastTransactionId();
    leavePending( *cmd );
+   if( lastTransactionId() != newest ) {
+      isSuperseded( *cmd );
+   }
    if( !isInProgress ) {
       finish( cmd, result == macProgramSuccess );
-   } else if( cmd->addrOp() && !isSuperseded( *cmd ) && !kivMarkedForDeletion() &&
+   } else if( cmd->addrOp() && cmd->valid() && !kivMarkedForDeletion() &&
               !hasRoom( *cmd, [ & ] { inProgAddrOpIs( cmd->key(), cmd ); } ) ) {
       finish( cmd, false );
    }
@@ -472,12 +472,12 @@ HobaMacProgrammer::write( CmdPtr const & cmd ) {
    }
 }
 
-// A newer one for its key stays in the map.
+// If it is superseded, its key's place is the newer one's.
 void
 HobaMacProgrammer::leavePendingMaps( IndirectAccessMacCmd const & cmd ) {
    if( !cmd.addrOp() ) {
       pendingFlushOpDel( cmd.transactionId() );
-   } else if( holds( pendingAddrOp(), cmd ) ) {
+   } else if( cmd.valid() ) {
       pendingAddrOpDel( cmd.key() );
    }
 }
@@ -495,7 +495,7 @@ HobaMacProgrammer::leavePending( IndirectAccessMacCmd const & cmd ) {
 
 void
 HobaMacProgrammer::leaveInProgress( IndirectAccessMacCmd const & cmd ) {
-   if( cmd.addrOp() && holds( inProgAddrOp(), cmd ) ) {
+   if( cmd.addrOp() && cmd.valid() && !inProgAddrOp().empty() ) {
       inProgAddrOpDel( cmd.key() );
    }
    inProgMacOpDel( cmd.transactionId() );

@@ -203,9 +203,6 @@ class HobaMacProgrammer : public HobaBaseSm {
    // Whether it is, or has just been, since a newer one for its key is on its way.
    bool isSuperseded( IndirectAccessMacCmd & cmd );
    void placeIs( IndirectAccessMacCmd & cmd, MacCmdPlace place );
-   // A key map lets go of the command, if it still is the one that it has.
-   using AddrOps = Kiv::HashMap< MacEntryKey, CmdPtr >;
-   static bool holds( AddrOps const & ops, IndirectAccessMacCmd const & cmd );
 
    void updatePendingAddresses();
    bool writeFront( Kiv::Seconds now );
