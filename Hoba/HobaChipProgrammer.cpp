@@ -155,6 +155,9 @@ HobaMacProgrammer::armOverflow( Kiv::Seconds when ) {
 
 void
 HobaMacProgrammer::placeIs( IndirectAccessMacCmd & cmd, MacCmdPlace place ) {
+   if( cmd.place_ == place ) {
+      return;
+   }
    if( cmd.place_ != macCmdIdle ) {
       --counts_[ cmd.op() ][ cmd.place_ ];
       --depths_[ cmd.place_ ].now;
@@ -431,7 +434,9 @@ HobaMacProgrammer::writeFront( Kiv::Seconds now ) {
    if( isInProgress && cmd->addrOp() && !pendingAddrOpHas( cmd->key() ) ) {
       hobaAssert( "pendingAddrOpHas( cmd->key() )" );
    }
-   placeIs( *cmd, macCmdInProgress );
+   if( isInProgress ) {
+      placeIs( *cmd, macCmdInProgress );
+   }
    auto const newest = lastTransactionId();
    leavePending( *cmd );
    if( lastTransactionId() != newest ) {
