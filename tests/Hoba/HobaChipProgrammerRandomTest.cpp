@@ -28,6 +28,8 @@ class RandomChip : public Hoba::HobaMacProgrammer {
    std::set< std::uint64_t > unanswered;  // for ever
    std::map< MacEntryKey, MacCmd > table; // what it holds
    std::set< MacEntryKey > unsure;        // what a flush may have left, or taken
+   std::map< Hoba::IndirectAccessMacCmd const *, std::uint64_t >
+         order; // in which they were accepted
    std::map< MacProgramStatus, unsigned > seen;
    unsigned exceptions = 0;
 
@@ -101,7 +103,7 @@ class RandomChip : public Hoba::HobaMacProgrammer {
          table.insert_or_assign( cmd->key(), cmd );
       } else {
          for( auto const & [ key, held ] : table ) {
-            if( held->hwId() > cmd->hwId() ) {
+            if( order.at( held.get() ) > order.at( cmd.get() ) ) {
                unsure.insert( key );
             }
          }
@@ -173,36 +175,36 @@ class MacProgrammerRandom : public ContextFixture {
    }
    void ask() {
       ++depth;
-      if( draw( 100 ) == 0 ) {
-         flush();
-      } else {
-         add( draw( 4 ) ? Hoba::addHost : Hoba::removeHost, draw( keys ) );
-      }
+      draw( 100 ) ? add( draw( 4 ) ? Hoba::addHost : Hoba::removeHost, draw( keys ) ) : flush();
       --depth;
    }
-   // What was queued last is what is wanted.
+   // What was queued last is what is wanted. What is finished may come again.
    void add( IndirectAccessMacCmdType op, std::uint64_t number ) {
-      auto const cmd = macCmd( op, number, ++asked );
+      auto & known = newest[ macKey( number ) ];
+      bool const isOver = known && known->place() == Hoba::macCmdIdle && known->op() == op;
+      auto const cmd = isOver ? known : macCmd( op, number );
       chip->unsure.erase( cmd->key() );
       chip->handleAddrOp( cmd );
-      auto & known = newest[ cmd->key() ];
-      if( !known || cmd->transactionId() > firstId[ known.get() ] ) {
+      if( !known || cmd->transactionId() > chip->order.at( known.get() ) ) {
          known = cmd;
       }
-      firstId[ cmd.get() ] = cmd->transactionId();
-      all.push_back( cmd );
+      accepted( cmd );
    }
    // And what its keys still have on the way is removed.
    void flush() {
-      auto const cmd = macCmd( Hoba::flushAll, 0, ++asked );
+      auto const cmd = macCmd( Hoba::flushAll );
       chip->handleFlushOp( cmd );
       lastFlush = std::max( lastFlush, cmd->transactionId() );
-      all.push_back( cmd );
+      accepted( cmd );
       for( std::uint64_t number = 0; number < keys; ++number ) {
          if( chip->command( macKey( number ) ) ) {
             add( Hoba::removeHost, number );
          }
       }
+   }
+   void accepted( MacCmd const & cmd ) {
+      chip->order[ cmd.get() ] = cmd->transactionId();
+      all.push_back( cmd );
    }
 
    void step() {
@@ -256,7 +258,8 @@ class MacProgrammerRandom : public ContextFixture {
             continue;
          }
          ASSERT_FALSE( left ) << Kiv::toText( *left );
-         bool const isWanted = cmd->op() == Hoba::addHost && firstId[ cmd.get() ] > lastFlush;
+         bool const isWanted =
+               cmd->op() == Hoba::addHost && chip->order.at( cmd.get() ) > lastFlush;
          auto const held = chip->table.find( key );
          ASSERT_EQ( held != chip->table.end(), isWanted ) << Kiv::toText( *cmd );
          ASSERT_TRUE( !isWanted || held->second == cmd ) << Kiv::toText( *cmd );
@@ -270,9 +273,8 @@ class MacProgrammerRandom : public ContextFixture {
    Kiv::Ptr< EveryStep > watcher;
    std::mt19937_64 random;
    std::map< MacEntryKey, MacCmd > newest;
-   std::map< Hoba::IndirectAccessMacCmd const *, std::uint64_t > firstId;
    std::vector< MacCmd > all;
-   std::uint64_t lastFlush = 0, asked = 0;
+   std::uint64_t lastFlush = 0;
    unsigned depth = 0, compared = 0, excluded = 0;
    bool more = true;
 };
@@ -289,17 +291,23 @@ TEST_F( MacProgrammerRandom, keepsItsOrderWhateverTheChipDoes ) {
                << "seed " << seed << ", step " << at;
       }
       if( seed % 4 == 0 ) {
-         // It ends in the middle of all that.
-         auto const id = chip->lastTransactionId();
-         Hoba::letGo( watcher );
+         // It ends in the middle of all that, and is asked by who still holds it.
          auto const held = chip;
+         Hoba::letGo( watcher );
          Hoba::letGo( chip );
          EXPECT_TRUE( held->isIdle() && held->overflowAddrOp().empty() && !held->hasFlush() );
          for( auto const & cmd : all ) {
             ASSERT_EQ( cmd->place(), Hoba::macCmdIdle );
          }
-         held->handleCmdResponse( id, 0, Hoba::macProgramSuccess );
+         held->handleCmdResponse( held->lastTransactionId(), 0, Hoba::macProgramSuccess );
+         held->handleAddrOp( all.back() );
+         EXPECT_FALSE( held->command( all.back()->key() ) );
+         EXPECT_EQ( held->drainTime() + held->now(), 0 );
+         EXPECT_EQ( held->nextOverflowTry(), Kiv::never );
          EXPECT_FALSE( wheel->timers() );
+         driver.advance( 1 );
+         EXPECT_GT( Hoba::smIs< RandomChip >( wheel, 0u )->lastTransactionId(),
+                    held->lastTransactionId() );
       } else {
          settle();
          agree();
@@ -311,7 +319,6 @@ TEST_F( MacProgrammerRandom, keepsItsOrderWhateverTheChipDoes ) {
       }
       Hoba::letGo( watcher );
       Hoba::letGo( chip );
-      firstId.clear();
       all.clear();
    }
    EXPECT_GE( failures(), exceptions );

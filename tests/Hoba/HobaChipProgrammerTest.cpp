@@ -259,49 +259,40 @@ TEST_F( MacProgrammer, busyWaitsAndSoDoesWhatIsSuspended ) {
    EXPECT_EQ( chip->succeeded(), 1u );
    EXPECT_EQ( chip->stalled(), 20u ) << "each once";
 
-   // Suspended in the middle of a turn, by whoever is told of it.
-   chip->inCall = [ & ] { chip->suspendPendingIs( true ); };
-   ask( addHost, 30 );
-   ask( addHost, 31 );
+   // Suspended in the middle of a turn, by whoever hears of it: it ends with that one.
+   begin();
+   auto const suspendsAt = [ & ]< class W >( Kiv::Ptr< W > watcher, Kiv::Seconds until ) {
+      chip->suspendPendingIs( false );
+      chip->suspendInProgressIs( false );
+      watcher->then = [ & ] {
+         chip->suspendPendingIs( true );
+         chip->suspendInProgressIs( true );
+      };
+      advance( until );
+      letGo( watcher );
+   };
+   using P = HobaMacProgrammer;
+   chip->answersIs( macProgramFull );
+   ask( addHost, 1 );
+   ask( addHost, 2 );
+   suspendsAt( smIs< Watcher< P, P::inProgAddrOpAttr > >( chip ), 0 );
+   EXPECT_EQ( chip->written.size(), 1u );
+   advance( 10 );
+   chip->suspendPendingIs( false );
+   advance( 0 );
+   suspendsAt( smIs< Watcher< P, P::overflowAddrOpAttr > >( chip ), 1 );
+   EXPECT_EQ( chip->overflowAddrOp().size(), 1u );
+   chip->suspendInProgressIs( false );
    advance( 1 );
-   EXPECT_EQ( chip->written.size(), 24u );
-   chip->inCall = nullptr;
+   suspendsAt( smIs< Watcher< P, P::retriedAttr > >( chip ), 10 );
+   EXPECT_EQ( chip->overflowAddrOp().size(), 1u );
    chip->initializedIs( false );
    chip->suspendPendingIs( false );
    advance( 1 );
-   EXPECT_EQ( chip->written.size(), 24u ) << "nothing before it is initialized";
+   EXPECT_EQ( chip->written.size(), 2u ) << "nothing before it is initialized";
    chip->handleInitialized();
    advance( 0 );
-   EXPECT_EQ( chip->written.size(), 25u );
-}
-
-TEST_F( MacProgrammer, endsWithCommandsInEveryQueue ) {
-   chip->results = { macProgramInProgress, macProgramInProgress, macProgramInProgress };
-   chip->result = macProgramBusy;
-   std::vector< MacCmd > all;
-   for( unsigned number = 1; number <= 4; ++number ) {
-      all.push_back( ask( addHost, number ) );
-   }
-   all.push_back( ask( flushVlan ) );
-   advance( 0 );
-   chip->answer( 0, macProgramFull );
-   chip->answer( 1, macProgramFailed );
-   advance( 0.1 );
-   EXPECT_EQ( chip->command( macKey( 1 ) )->place(), macCmdOverflow );
-   EXPECT_TRUE( chip->failedAddrOpHas( macKey( 2 ) ) && chip->hasFlush() );
-   auto const held = chip;
-   begin();
-   EXPECT_GT( chip->lastTransactionId(), held->lastTransactionId() );
-   for( auto const & cmd : all ) {
-      EXPECT_EQ( cmd->place(), macCmdIdle );
-      EXPECT_FALSE( held->command( cmd->key() ) );
-   }
-   held->answer( 2, macProgramSuccess );
-   held->handleAddrOp( macCmd( addHost, 1 ) );
-   EXPECT_EQ( held->unknownAnswers(), 1u );
-   EXPECT_TRUE( held->isIdle() && !held->hasFlush() && held->nextOverflowTry() == Kiv::never );
-   EXPECT_EQ( held->drainTime() + held->now(), 0 );
-   EXPECT_EQ( wheel->timers(), 0u );
+   EXPECT_EQ( chip->written.size(), 3u );
 }
 
 TEST_F( MacProgrammer, anybodyMayDropIt ) {
