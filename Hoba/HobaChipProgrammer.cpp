@@ -177,6 +177,9 @@ HobaMacProgrammer::command( MacEntryKey const & key ) const {
          return *cmd;
       }
    }
+   if( moving_ && moving_->valid() && moving_->key() == key ) {
+      return moving_;
+   }
    return overflowAddrOp( key );
 }
 
@@ -230,6 +233,20 @@ HobaMacProgrammer::accept( CmdPtr const & cmd ) {
 }
 
 namespace {
+
+// While a command is on its way between two places, who asks for its key finds it all the same.
+class Moving {
+ public:
+   Moving( IndirectAccessMacCmd *& slot, CmdPtr const & cmd ) : slot_( slot ) {
+      slot_ = cmd.get();
+   }
+   ~Moving() { slot_ = nullptr; }
+   Moving( Moving const & ) = delete;
+   Moving & operator=( Moving const & ) = delete;
+
+ private:
+   IndirectAccessMacCmd *& slot_;
+};
 
 // Whether there was memory for a place of the command; tells if not.
 template< class Step >
@@ -437,6 +454,7 @@ HobaMacProgrammer::writeFront( Kiv::Seconds now ) {
    if( isInProgress ) {
       placeIs( *cmd, macCmdInProgress );
    }
+   Moving const moving( moving_, cmd );
    auto const newest = lastTransactionId();
    leavePending( *cmd );
    if( lastTransactionId() != newest ) {
@@ -542,6 +560,7 @@ HobaMacProgrammer::overflow( CmdPtr const & cmd ) {
    if( !cmd->addrOp() ) {
       return finish( cmd, false );
    }
+   Moving const moving( moving_, cmd );
    auto const & key = cmd->key();
    if( cmd->valid() ) {
       if( overflowAddrOpHas( key ) ) {
@@ -608,8 +627,8 @@ HobaMacProgrammer::pollInProgressCmds() {
    if( !overflowAddrOp().empty() ) {
       ZTRACE( 7, "Overflow address exists, schedule review with delay: ",
               updateOverflowAddressDelay() );
-      armOverflow( now() + updateOverflowAddressDelay() );
    }
+   armOverflow( now() + updateOverflowAddressDelay() );
 }
 
 void
@@ -628,10 +647,12 @@ HobaMacProgrammer::poll( CmdPtr const & cmd, Kiv::Seconds now ) {
       return;
    case macProgramFull:
       return overflow( cmd );
-   case macProgramBusy:
+   case macProgramBusy: {
       ZTRACE( 5, *cmd, " had stalled" );
+      Moving const moving( moving_, cmd );
       leaveInProgress( *cmd );
       return queueAgain( cmd );
+   }
    default:
       hobaAssert( "unexpected mac program status" );
       return finish( cmd, false );
@@ -696,6 +717,7 @@ HobaMacProgrammer::retry( CmdPtr const & cmd ) {
    if( pendingAddrOpHas( cmd->key() ) ) {
       hobaAssert( "a command with the same key is in pending" );
    }
+   Moving const moving( moving_, cmd );
    overflowAddrOpDel( cmd->key() );
    queueAgain( cmd );
 }

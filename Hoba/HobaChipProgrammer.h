@@ -243,6 +243,7 @@ class HobaMacProgrammer : public HobaBaseSm {
    // A round of polls ends with the last command that there was when it began.
    std::uint64_t pollRoundEnd_ = 0;
    bool hasBegun_ = false;
+   IndirectAccessMacCmd * moving_ = nullptr; // between two places
    bool overflowed_ = false; // since the last round over the overflow began
 };
 

@@ -175,7 +175,8 @@ class MacProgrammerRandom : public ContextFixture {
    }
    void ask() {
       ++depth;
-      draw( 100 ) ? add( draw( 4 ) ? Hoba::addHost : Hoba::removeHost, draw( keys ) ) : flush();
+      auto const number = draw( keys );
+      draw( 100 ) ? add( draw( 4 ) ? Hoba::addHost : Hoba::removeHost, number ) : flush();
       --depth;
    }
    // What was queued last is what is wanted. What is finished may come again.
