@@ -56,7 +56,14 @@ HobaMacProgrammer::lastTransactionIdIs( std::uint64_t id ) {
 
 void
 HobaMacProgrammer::handleInitialized() {
-   initialized() ? armAll() : initializedIs( true );
+   bool const hadBegun = std::exchange( hasBegun_, initialized() );
+   if( initialized() ) {
+      armPending( now() );
+      armPoll( now() + pollReqFreq() );
+      armOverflow( now() + updateOverflowAddressDelay() );
+   } else if( !hadBegun ) {
+      initializedIs( true );
+   }
 }
 
 void
@@ -66,9 +73,10 @@ HobaMacProgrammer::kivDoZombieReactors( bool marked ) {
    if( !marked ) {
       return;
    }
-   updatePendingAddressClockDel();
-   pollReqClockDel();
-   updateOverflowAddressClockDel();
+   // The reactors stay, without a clock: who still holds the machine may ask when something is due.
+   updatePendingAddressClock()->notifierIs( nullptr );
+   pollReqClock()->notifierIs( nullptr );
+   updateOverflowAddressClock()->notifierIs( nullptr );
    for( auto const & cmd : pendingMacOp() ) {
       placeIs( *cmd, macCmdIdle );
    }
@@ -98,7 +106,8 @@ HobaMacProgrammer::suspendPendingIs( bool suspend ) {
       updatePendingAddressClock()->timeMinIs( Kiv::never );
       updateOverflowAddressClock()->timeMinIs( Kiv::never );
    }
-   armAll();
+   armPending( now() );
+   armOverflow( now() + updateOverflowAddressDelay() );
    kivChanged( suspendPendingAttr );
 }
 
@@ -112,7 +121,7 @@ HobaMacProgrammer::suspendInProgressIs( bool suspend ) {
    if( suspend ) {
       pollReqClock()->timeMinIs( Kiv::never );
    }
-   armAll();
+   armPoll( now() + pollReqFreq() );
    kivChanged( suspendInProgressAttr );
 }
 
@@ -120,14 +129,14 @@ HobaMacProgrammer::suspendInProgressIs( bool suspend ) {
 
 void
 HobaMacProgrammer::armPending( Kiv::Seconds when ) {
-   if( isRunning() && !suspendPending() && !pendingMacOp().empty() ) {
+   if( mayWrite() && !pendingMacOp().empty() ) {
       updatePendingAddressClock()->noLaterThan( when );
    }
 }
 
 void
 HobaMacProgrammer::armPoll( Kiv::Seconds when ) {
-   if( isRunning() && !suspendInProgress() && !inProgMacOp().empty() ) {
+   if( mayPoll() && !inProgMacOp().empty() ) {
       pollReqClock()->noLaterThan( when );
    }
 }
@@ -137,22 +146,18 @@ void
 HobaMacProgrammer::armOverflow( Kiv::Seconds when ) {
    bool const isRaised = updateOverflowAddressDelay() > updateOverflowAddressMinDelay();
    bool const isWanted = isRaised || overflowLogged() || !overflowAddrOp().empty();
-   if( isWanted && isRunning() && !suspendPending() ) {
+   if( isWanted && mayWrite() ) {
       updateOverflowAddressClock()->noLaterThan( when );
    }
-}
-
-void
-HobaMacProgrammer::armAll() {
-   armPending( now() );
-   armPoll( now() + pollReqFreq() );
-   armOverflow( now() + updateOverflowAddressDelay() );
 }
 
 // ---- Where commands are
 
 void
 HobaMacProgrammer::placeIs( IndirectAccessMacCmd & cmd, MacCmdPlace place ) {
+   if( cmd.place_ == place ) {
+      return;
+   }
    if( cmd.place_ != macCmdIdle ) {
       --counts_[ cmd.op() ][ cmd.place_ ];
       --depths_[ cmd.place_ ].now;
@@ -165,12 +170,6 @@ HobaMacProgrammer::placeIs( IndirectAccessMacCmd & cmd, MacCmdPlace place ) {
    }
 }
 
-bool
-HobaMacProgrammer::holds( AddrOps const & ops, IndirectAccessMacCmd const & cmd ) {
-   auto const * held = ops.find( cmd.key() );
-   return held && held->get() == &cmd;
-}
-
 CmdPtr
 HobaMacProgrammer::command( MacEntryKey const & key ) const {
    for( auto const * ops : { &pendingAddrOp(), &inProgAddrOp(), &failedAddrOp() } ) {
@@ -178,13 +177,16 @@ HobaMacProgrammer::command( MacEntryKey const & key ) const {
          return *cmd;
       }
    }
+   if( moving_ && moving_->valid() && moving_->key() == key ) {
+      return moving_;
+   }
    return overflowAddrOp( key );
 }
 
-// What was handed over in the middle of something is pending.
+// What was handed over while it was in no key map is pending.
 bool
 HobaMacProgrammer::isSuperseded( IndirectAccessMacCmd & cmd ) {
-   if( cmd.addrOp() && cmd.valid() && pendingAddrOpHas( cmd.key() ) ) {
+   if( cmd.addrOp() && cmd.valid() && !pendingAddrOp().empty() && pendingAddrOpHas( cmd.key() ) ) {
       supersede( cmd );
    }
    return cmd.invalid();
@@ -232,6 +234,33 @@ HobaMacProgrammer::accept( CmdPtr const & cmd ) {
 
 namespace {
 
+// While a command is on its way between two places, who asks for its key finds it all the same.
+class Moving {
+ public:
+   Moving( IndirectAccessMacCmd *& slot, CmdPtr const & cmd ) : slot_( slot ) {
+      slot_ = cmd.get();
+   }
+   ~Moving() { slot_ = nullptr; }
+   Moving( Moving const & ) = delete;
+   Moving & operator=( Moving const & ) = delete;
+
+ private:
+   IndirectAccessMacCmd *& slot_;
+};
+
+// Whether there was memory for a place of the command; tells if not.
+template< class Step >
+bool
+hasRoom( IndirectAccessMacCmd const & cmd, Step const & step ) {
+   try {
+      step();
+      return true;
+   } catch( ... ) {
+      Kiv::Dispatch::failed( "HobaMacProgrammer", Kiv::toText( cmd ) );
+      return false;
+   }
+}
+
 void
 checkIsIdle( CmdPtr const & cmd ) {
    if( !cmd ) {
@@ -253,7 +282,7 @@ HobaMacProgrammer::supersede( IndirectAccessMacCmd & cmd ) {
    }
 }
 
-// Who is told of a step may hand over another command for the key. In the middle of this it is the older of the two.
+// Who is told of a step may hand over another command for the key. The one that is queued last is the newest.
 void
 HobaMacProgrammer::handleAddrOp( CmdPtr const & given ) {
    CmdPtr const cmd = given; // the caller's may be in what changes here
@@ -276,16 +305,11 @@ HobaMacProgrammer::handleAddrOp( CmdPtr const & given ) {
       supersede( *former );
       overflowAddrOpDel( key );
    }
-   if( auto const * written = inProgAddrOp().find( key ) ) {
+   if( auto const * written = inProgAddrOp().empty() ? nullptr : inProgAddrOp().find( key ) ) {
       CmdPtr const former = *written;
       ZTRACE( 6, *former, " with same key in in-progress queue, mark it out-of-date" );
       supersede( *former );
       inProgAddrOpDel( key );
-   }
-   if( auto const * waits = pendingAddrOp().find( key ) ) {
-      CmdPtr const former = *waits;
-      ZTRACE( 6, *former, " with same key in pending queue, mark it out-of-date" );
-      supersede( *former );
    }
    queue( cmd );
 }
@@ -307,12 +331,14 @@ HobaMacProgrammer::handleFlushOp( CmdPtr const & given ) {
 // nothing behind but, perhaps, a superseded command in the queue.
 void
 HobaMacProgrammer::queue( CmdPtr const & cmd ) {
-   cmd->transactionId_ = lastTransactionId_ + 1;
-   placeIs( *cmd, macCmdPending );
+   placeIs( *cmd, kivMarkedForDeletion() ? macCmdIdle : macCmdPending );
+   if( kivMarkedForDeletion() ) {
+      return;
+   }
+   cmd->transactionId_ = ++lastTransactionId_;
    try {
-      lastTransactionIdIs( cmd->transactionId_ );
       if( cmd->addrOp() ) {
-         pendingAddrOpIs( cmd->key(), cmd );
+         becomeNewest( cmd );
       } else {
          pendingFlushOpIs( cmd->transactionId_, cmd );
       }
@@ -322,12 +348,30 @@ HobaMacProgrammer::queue( CmdPtr const & cmd ) {
       }
       pendingMacOpEnq( cmd );
    } catch( ... ) {
-      leavePendingMaps( *cmd );
+      if( !cmd->addrOp() || pendingAddrOp( cmd->key() ) == cmd ) {
+         leavePendingMaps( *cmd );
+      }
       placeIs( *cmd, macCmdIdle );
       throw;
    }
    if( updatePendingAddressClock()->timeMin() == Kiv::never ) {
       armPending( now() );
+   }
+   kivChanged( lastTransactionIdAttr );
+}
+
+// Nobody is told of anything before it has its former one's place: two of a key are never valid.
+void
+HobaMacProgrammer::becomeNewest( CmdPtr const & cmd ) {
+   CmdPtr const former = pendingAddrOp( cmd->key() );
+   bool const isFirst = !former || former->invalid();
+   if( former ) {
+      ZTRACE( 6, *former, " with same key in pending queue, mark it out-of-date" );
+      former->valid_ = false;
+   }
+   pendingAddrOpIs( cmd->key(), cmd );
+   if( !isFirst ) {
+      supersededInc( 1 );
    }
 }
 
@@ -351,12 +395,12 @@ HobaMacProgrammer::handleCmdResponse( std::uint64_t transactionId, std::int64_t 
 void
 HobaMacProgrammer::updatePendingAddresses() {
    Kiv::Dispatch::Frame frame;
-   if( !isRunning() || suspendPending() ) {
+   if( !mayWrite() ) {
       return;
    }
    armPending( now() + updateDelay() );
    TimeSlice slice( *updatePendingAddressClock(), updateQuantumofTimes(), updateQuantum() );
-   while( isRunning() && !suspendPending() && !pendingMacOp().empty() && slice.next() ) {
+   while( mayWrite() && !pendingMacOp().empty() && slice.next() ) {
       if( !writeFront( slice.now() ) ) {
          break;
       }
@@ -382,8 +426,8 @@ HobaMacProgrammer::writeFront( Kiv::Seconds now ) {
    if( cmd->invalid() ) {
       ZTRACE( 6, " entry: ", cmd->key(), " transactionId: ", id, " op: ", cmd->op(),
               " is out-of-date, skip it" );
-      placeIs( *cmd, macCmdIdle );
       leavePending( *cmd );
+      placeIs( *cmd, macCmdIdle );
       return true;
    }
    inProgMacOpIs( id, cmd );
@@ -407,12 +451,20 @@ HobaMacProgrammer::writeFront( Kiv::Seconds now ) {
    if( isInProgress && cmd->addrOp() && !pendingAddrOpHas( cmd->key() ) ) {
       hobaAssert( "pendingAddrOpHas( cmd->key() )" );
    }
-   placeIs( *cmd, macCmdInProgress );
+   if( isInProgress ) {
+      placeIs( *cmd, macCmdInProgress );
+   }
+   Moving const moving( moving_, cmd );
+   auto const newest = lastTransactionId();
    leavePending( *cmd );
+   if( lastTransactionId() != newest ) {
+      isSuperseded( *cmd );
+   }
    if( !isInProgress ) {
       finish( cmd, result == macProgramSuccess );
-   } else if( cmd->addrOp() && !isSuperseded( *cmd ) && !kivMarkedForDeletion() ) {
-      inProgAddrOpIs( cmd->key(), cmd );
+   } else if( cmd->addrOp() && cmd->valid() && !kivMarkedForDeletion() &&
+              !hasRoom( *cmd, [ & ] { inProgAddrOpIs( cmd->key(), cmd ); } ) ) {
+      finish( cmd, false );
    }
    return true;
 }
@@ -443,12 +495,12 @@ HobaMacProgrammer::write( CmdPtr const & cmd ) {
    }
 }
 
-// A newer one for its key stays in the map.
+// If it is superseded, its key's place is the newer one's.
 void
 HobaMacProgrammer::leavePendingMaps( IndirectAccessMacCmd const & cmd ) {
    if( !cmd.addrOp() ) {
       pendingFlushOpDel( cmd.transactionId() );
-   } else if( holds( pendingAddrOp(), cmd ) ) {
+   } else if( cmd.valid() ) {
       pendingAddrOpDel( cmd.key() );
    }
 }
@@ -466,7 +518,7 @@ HobaMacProgrammer::leavePending( IndirectAccessMacCmd const & cmd ) {
 
 void
 HobaMacProgrammer::leaveInProgress( IndirectAccessMacCmd const & cmd ) {
-   if( cmd.addrOp() && holds( inProgAddrOp(), cmd ) ) {
+   if( cmd.addrOp() && cmd.valid() && !inProgAddrOp().empty() ) {
       inProgAddrOpDel( cmd.key() );
    }
    inProgMacOpDel( cmd.transactionId() );
@@ -474,8 +526,8 @@ HobaMacProgrammer::leaveInProgress( IndirectAccessMacCmd const & cmd ) {
 
 void
 HobaMacProgrammer::finish( CmdPtr const & cmd, bool isDone ) {
-   placeIs( *cmd, macCmdIdle );
    leaveInProgress( *cmd );
+   placeIs( *cmd, macCmdIdle );
    isDone ? void( succeededInc( 1 ) ) : fail( cmd );
 }
 
@@ -483,10 +535,10 @@ HobaMacProgrammer::finish( CmdPtr const & cmd, bool isDone ) {
 void
 HobaMacProgrammer::fail( CmdPtr const & cmd ) {
    ZTRACE( 2, *cmd, " failed" );
-   failedInc( 1 );
    if( cmd->addrOp() && !isSuperseded( *cmd ) && !kivMarkedForDeletion() ) {
       failedAddrOpIs( cmd->key(), cmd );
    }
+   failedInc( 1 );
 }
 
 // It is in no queue.
@@ -496,11 +548,10 @@ HobaMacProgrammer::queueAgain( CmdPtr const & cmd ) {
       placeIs( *cmd, macCmdIdle );
       return;
    }
-   retriedInc( 1 );
-   if( !Kiv::guarded( "HobaMacProgrammer::queue", Kiv::toText( cmd->key() ),
-                      [ & ] { queue( cmd ); } ) ) {
-      fail( cmd );
+   if( !hasRoom( *cmd, [ & ] { queue( cmd ); } ) ) {
+      return fail( cmd );
    }
+   retriedInc( 1 );
 }
 
 // A flush cannot wait for room.
@@ -509,6 +560,7 @@ HobaMacProgrammer::overflow( CmdPtr const & cmd ) {
    if( !cmd->addrOp() ) {
       return finish( cmd, false );
    }
+   Moving const moving( moving_, cmd );
    auto const & key = cmd->key();
    if( cmd->valid() ) {
       if( overflowAddrOpHas( key ) ) {
@@ -525,8 +577,7 @@ HobaMacProgrammer::overflow( CmdPtr const & cmd ) {
       return;
    }
    placeIs( *cmd, macCmdOverflow );
-   if( !Kiv::guarded( "HobaMacProgrammer::overflow", Kiv::toText( key ),
-                      [ & ] { overflowAddrOpIs( key, cmd ); } ) ) {
+   if( !hasRoom( *cmd, [ & ] { overflowAddrOpIs( key, cmd ); } ) ) {
       placeIs( *cmd, macCmdIdle );
       return fail( cmd );
    }
@@ -541,7 +592,7 @@ HobaMacProgrammer::overflow( CmdPtr const & cmd ) {
 void
 HobaMacProgrammer::pollInProgressCmds() {
    Kiv::Dispatch::Frame frame;
-   if( !isRunning() || suspendInProgress() ) {
+   if( !mayPoll() ) {
       return;
    }
    armPoll( now() + pollReqFreq() );
@@ -552,7 +603,7 @@ HobaMacProgrammer::pollInProgressCmds() {
    std::uint64_t bookmark = 0;
    for( auto at = inProgMacOp().lowerBound( inProgMacOpBookmark() );
         !( at == std::default_sentinel ) && ( *at ).key <= pollRoundEnd_; ++at ) {
-      if( !slice.next() ) {
+      if( !mayPoll() || !slice.next() ) {
          ZTRACE( 6, fwkType().name(), " poll .. Time out" );
          bookmark = ( *at ).key;
          break;
@@ -576,8 +627,8 @@ HobaMacProgrammer::pollInProgressCmds() {
    if( !overflowAddrOp().empty() ) {
       ZTRACE( 7, "Overflow address exists, schedule review with delay: ",
               updateOverflowAddressDelay() );
-      armOverflow( now() + updateOverflowAddressDelay() );
    }
+   armOverflow( now() + updateOverflowAddressDelay() );
 }
 
 void
@@ -596,10 +647,12 @@ HobaMacProgrammer::poll( CmdPtr const & cmd, Kiv::Seconds now ) {
       return;
    case macProgramFull:
       return overflow( cmd );
-   case macProgramBusy:
+   case macProgramBusy: {
       ZTRACE( 5, *cmd, " had stalled" );
+      Moving const moving( moving_, cmd );
       leaveInProgress( *cmd );
       return queueAgain( cmd );
+   }
    default:
       hobaAssert( "unexpected mac program status" );
       return finish( cmd, false );
@@ -621,7 +674,7 @@ HobaMacProgrammer::adaptOverflowDelay() {
 void
 HobaMacProgrammer::updateOverflowAddresses() {
    Kiv::Dispatch::Frame frame;
-   if( !isRunning() || suspendPending() ) {
+   if( !mayWrite() ) {
       return;
    }
    bool const isNewRound = overflowAddrOpBookmark() == MacEntryKey();
@@ -636,7 +689,7 @@ HobaMacProgrammer::updateOverflowAddresses() {
    MacEntryKey bookmark;
    for( auto at = overflowAddrOp().lowerBound( overflowAddrOpBookmark() );
         !( at == std::default_sentinel ); ++at ) {
-      if( !slice.next() ) {
+      if( !mayWrite() || !slice.next() ) {
          bookmark = ( *at ).key;
          break;
       }
@@ -664,6 +717,7 @@ HobaMacProgrammer::retry( CmdPtr const & cmd ) {
    if( pendingAddrOpHas( cmd->key() ) ) {
       hobaAssert( "a command with the same key is in pending" );
    }
+   Moving const moving( moving_, cmd );
    overflowAddrOpDel( cmd->key() );
    queueAgain( cmd );
 }

@@ -144,7 +144,7 @@ class HobaMacProgrammer : public HobaBaseSm {
       self.suspendInProgressIs( suspend );
    }
 
-   // The chip is ready: writing begins. The same as initializedIs( true ).
+   // The chip is ready: writing begins. The same as initializedIs( true ). Said by initializedIs( false ), it ends.
    void handleInitialized() override;
    // The end: every queue is emptied, and nothing fires any more. Answers that come later are of unknown
    // transactions.
@@ -192,17 +192,17 @@ class HobaMacProgrammer : public HobaBaseSm {
 
  private:
    bool isRunning() const { return initialized() && !kivMarkedForDeletion(); }
+   bool mayWrite() const { return isRunning() && !suspendPending(); }
+   bool mayPoll() const { return isRunning() && !suspendInProgress(); }
    // Whether it is accepted: a machine that has ended accepts nothing.
    bool accept( CmdPtr const & cmd );
    void queue( CmdPtr const & cmd );
    void queueAgain( CmdPtr const & cmd );
+   void becomeNewest( CmdPtr const & cmd );
    void supersede( IndirectAccessMacCmd & cmd );
    // Whether it is, or has just been, since a newer one for its key is on its way.
    bool isSuperseded( IndirectAccessMacCmd & cmd );
    void placeIs( IndirectAccessMacCmd & cmd, MacCmdPlace place );
-   // A key map lets go of the command, if it still is the one that it has.
-   using AddrOps = Kiv::HashMap< MacEntryKey, CmdPtr >;
-   static bool holds( AddrOps const & ops, IndirectAccessMacCmd const & cmd );
 
    void updatePendingAddresses();
    bool writeFront( Kiv::Seconds now );
@@ -225,7 +225,6 @@ class HobaMacProgrammer : public HobaBaseSm {
    void armPending( Kiv::Seconds when );
    void armPoll( Kiv::Seconds when );
    void armOverflow( Kiv::Seconds when );
-   void armAll();
 
    class KivUpdatePendingAddressClock
          : public Kiv::ClockReactor< HobaMacProgrammer,
@@ -243,6 +242,8 @@ class HobaMacProgrammer : public HobaBaseSm {
    std::array< MacCmdDepth, macCmdPlaces > depths_{};
    // A round of polls ends with the last command that there was when it began.
    std::uint64_t pollRoundEnd_ = 0;
+   bool hasBegun_ = false;
+   IndirectAccessMacCmd * moving_ = nullptr; // between two places
    bool overflowed_ = false; // since the last round over the overflow began
 };
 
