@@ -237,9 +237,7 @@ namespace {
 // While a command is on its way between two places, who asks for its key finds it all the same.
 class Moving {
  public:
-   Moving( IndirectAccessMacCmd *& slot, CmdPtr const & cmd ) : slot_( slot ) {
-      slot_ = cmd.get();
-   }
+   Moving( IndirectAccessMacCmd *& slot, CmdPtr const & cmd ) : slot_( slot ) { slot_ = cmd.get(); }
    ~Moving() { slot_ = nullptr; }
    Moving( Moving const & ) = delete;
    Moving & operator=( Moving const & ) = delete;
