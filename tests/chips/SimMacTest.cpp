@@ -278,11 +278,85 @@ TEST_F( MacHelperTest, roomAndFaults ) {
    learn( et1, 9 );
    chip->sweep();
    EXPECT_EQ( reports(), Texts{} );
-   EXPECT_EQ(
-         helper->showL2TableAll(),
-         "02:00:00:00:00:01@10 behind Vxlan1, evpnDynamicRemoteMac, next hop 7\n"
-         "02:00:00:00:00:08@10 behind Ethernet1, learnedDynamicMac, ages, learnt by the chip\n"
-         "02:00:00:00:00:09@10 behind Ethernet1, learnedDynamicMac, ages\n" );
+   EXPECT_EQ( helper->showL2TableAll(),
+              "02:00:00:00:00:01@10 behind Vxlan1, evpnDynamicRemoteMac, next hop 7\n"
+              "02:00:00:00:00:08@10 behind Ethernet1, learnedDynamicMac, ages, learnt by the chip\n"
+              "02:00:00:00:00:09@10 behind Ethernet1, learnedDynamicMac, ages\n" );
+}
+
+// A table that is written by commands, each of which is executed after 0.1 s.
+TEST_F( MacHelperTest, throughThePipeline ) {
+   auto const wheel = Kiv::make< Mox::TimerWheel >();
+   mac.isAccessedBy( true );
+   mac.hostTable()->latencyIs( 0.1 );
+   auto programmer = MacProgrammer::MacProgrammerIs( wheel, chip->mac() );
+   auto const through = Kiv::make< MacHelper >( chip->mac(), context, programmer );
+   programmer->handleInitialized();
+   auto const write = [ & ]( unsigned last, Pelt::IntfId intf, bool ages = true ) {
+      through->addHost( { pair( last, 10 ), intf, Bridging::configuredDynamicMac,
+                          Bridging::dropModeNone, ages } );
+   };
+   auto const at = [ & ]( unsigned last ) {
+      auto const row = mac.entry( pair( last, 10 ) );
+      return row ? Kiv::toText( row->intf ) : Kiv::String( "-" );
+   };
+   auto accepted = [ &, before = std::uint64_t( 0 ) ]() mutable {
+      return programmer->accepted() - std::exchange( before, programmer->accepted() );
+   };
+   write( 1, et1 );
+   write( 2, et1, false );
+   EXPECT_EQ( at( 1 ), "-" );
+   driver.advance( 1 );
+   EXPECT_EQ( at( 1 ) + at( 2 ), "Ethernet1Ethernet1" );
+   EXPECT_EQ( accepted(), 2u );
+   // What is there, and of which nothing is on its way, is not written.
+   write( 1, et1 );
+   through->removeHost( pair( 9, 10 ) );
+   EXPECT_EQ( accepted(), 0u );
+   // A flush is: what is written after it stays, and what the chip was busy with before it does not come back.
+   mac.hostTable()->faultIs( tableBusy, { 0, 1 } );
+   write( 3, et2 );
+   driver.advance( 0.05 );
+   through->flushAll();
+   write( 1, et1 );
+   EXPECT_EQ( accepted(), 4u ) << "with the removal";
+   driver.advance( 2 );
+   EXPECT_EQ( at( 1 ) + at( 2 ) + at( 3 ), "Ethernet1Ethernet1-" );
+   // The sweep spares what is on its way.
+   chip->beginPass();
+   write( 2, et2, false );
+   chip->sweep();
+   EXPECT_EQ( at( 1 ) + at( 2 ), "-Ethernet1" );
+   driver.advance( 1 );
+   EXPECT_EQ( at( 2 ), "Ethernet2" );
+   // A driver that ends has its flush done. What it wrote and was not executed is lost to the next one.
+   write( 4, et1 );
+   driver.advance( 1 );
+   auto const last = programmer->lastTransactionId();
+   through->flushVlanPort( {}, et1 );
+   write( 2, et1, false );
+   driver.run();
+   Hoba::letGo( programmer );
+   EXPECT_EQ( at( 4 ), "-" );
+   programmer = MacProgrammer::MacProgrammerIs( wheel, chip->mac() );
+   EXPECT_GT( programmer->lastTransactionId(), last + 1 );
+   driver.advance( 1 );
+   EXPECT_EQ( at( 2 ), "Ethernet2" );
+   EXPECT_EQ( programmer->unknownAnswers(), 0u );
+   // As learnt it is written when those who hear of reports had time for that.
+   mac.intfLearningMustClear( et1 );
+   learn( et1, 5 );
+   programmer->handleInitialized();
+   programmer->write( pair( 5, 10 ), [ & ] {
+      HostRow row;
+      row.intf = et2;
+      row.entryType = Bridging::learnedDynamicMac;
+      return row;
+   }() );
+   driver.advance( 0.15 );
+   EXPECT_EQ( at( 5 ), "Ethernet1" );
+   driver.advance( 1 );
+   EXPECT_EQ( at( 5 ), "Ethernet2" );
 }
 
 TEST_F( MacHelperTest, agesByTheClock ) {
