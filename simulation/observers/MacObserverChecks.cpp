@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "simulation/observers/MacObserver.h"
-#include "simulation/observers/MacProgrammerObserver.h"
+
+#include "simulation/MacPipeline.h"
 
 #include <algorithm>
 
@@ -98,7 +99,7 @@ MacObserver::isWritten( Pair pair, MacModel::Station const & before ) const {
 MacObserver::Verification
 MacObserver::verification() const {
    Verification is;
-   auto const & pipeline = observers().find< MacProgrammerObserver >();
+   MacPipeline const pipeline( simulated() );
    bool const isLanding = textAt( "/sim/chip/mac/hostTable/landing" ) != "0";
    auto const mismatch = [ & ]( String const & text, bool isOpen ) {
       is.isOpen = is.isOpen || isOpen;
@@ -145,10 +146,10 @@ MacObserver::verification() const {
          auto const wanted = rowOf( station, entries.at( pair ) );
          auto const found = stations.entry( pair );
          auto const way = pipeline.wayOf( pair );
-         if( ( !found || !isSame( *found, wanted ) ) && way != MacProgrammerObserver::waits ) {
+         if( ( !found || !isSame( *found, wanted ) ) && way != MacPipeline::waits ) {
             mismatch( toText( pair ) + ": " + entryText( wanted ) + " expected, " +
                             entryText( found ) + " found",
-                      isLanding || way == MacProgrammerObserver::underWay || pipeline.hasFlush() );
+                      isLanding || way == MacPipeline::underWay || pipeline.hasFlush() );
          }
       }
    }

@@ -1,20 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "simulation/observers/MacProgrammerObserver.h"
+#include "simulation/MacPipeline.h"
+#include "simulation/Observer.h"
 
 #include <algorithm>
-#include <array>
-#include <set>
+
+// The pipeline of a chip whose MAC table answers later, if the chip is one: that everything in it is where it must
+// be, and comes to its end.
 
 namespace Simulation {
 
-using Hoba::HobaMacProgrammer;
 using Kiv::String;
 using Kiv::toText;
 
 namespace {
 
 String const unitPath = "/sim/chip/mac/";
-String const machinePath = "/hoba/machines/macProgrammer";
+String const machinePath = MacPipeline::path();
 
 // What describes the interface, and what may be said of each.
 struct Setting {
@@ -59,18 +60,34 @@ settingOf( Step const & step, String const & path, std::span< Setting const > al
    return found == all.end() ? nullptr : &*found;
 }
 
-bool
-isUnderWay( Hoba::IndirectAccessMacCmd const & cmd ) {
-   return cmd.place() == Hoba::macCmdPending ||
-          ( cmd.place() == Hoba::macCmdInProgress && !cmd.stalled() );
-}
-
 } // namespace
 
-Kiv::Ptr< HobaMacProgrammer const >
-MacProgrammerObserver::programmer() const {
-   return simulated().entity< HobaMacProgrammer >( machinePath );
-}
+class MacProgrammerObserver : public Observer {
+ public:
+   MacProgrammerObserver( Switch & simulated, Observers & observers )
+         : Observer( simulated, observers, "MAC programmer" ), pipeline_( simulated ) {}
+
+   unsigned weight() const override { return 4; }
+   void prepare( Draw & draw, Steps & steps ) override;
+   void propose( Draw & draw, Steps & steps ) override;
+   Steps heal() override;
+   bool hasFaults() const override;
+   bool mayFail( std::string_view ) const override { return false; }
+   Kiv::Seconds settlingTime() const override { return 2; }
+   // A table that was full is tried again within half a minute.
+   bool isWaiting() const override { return pipeline_.anyUnderWay() || pipeline_.anyInOverflow(); }
+   Verdict judge( Step const & step ) const override;
+   void heard( Step const & step, Kiv::Datum const & answer ) override;
+   void timeIs( Kiv::Seconds ) override;
+   void began( HobaAgent::RestartKind kind ) override;
+   void settled() override;
+   void check() override;
+
+ private:
+   MacPipeline const pipeline_;
+   bool isIndirect_ = false; // as it was when the machines began
+   bool wasSilent_ = false;  // since then
+};
 
 // ---- What happens
 
@@ -104,7 +121,7 @@ MacProgrammerObserver::judge( Step const & step ) const {
       return refuses;
    }
    if( settingOf( step, machinePath + '/', tuning ) ) {
-      return verdict( programmer() != nullptr );
+      return verdict( pipeline_.isThere() );
    }
    return settingOf( step, unitPath, settings ) ? accepts : notMine;
 }
@@ -119,38 +136,28 @@ MacProgrammerObserver::heard( Step const & step, Kiv::Datum const & ) {
 
 bool
 MacProgrammerObserver::hasFaults() const {
-   auto const machine = programmer();
    return textAt( unitPath + "silence/next" ) != "0" ||
-          textAt( unitPath + "silence/chance" ) != "0" ||
-          ( machine && ( machine->suspendPending() || machine->suspendInProgress() ) );
+          textAt( unitPath + "silence/chance" ) != "0" || pipeline_.isSuspended();
 }
 
 // What was not answered, or has failed, somebody has to ask for anew: a machine that begins does.
 Steps
 MacProgrammerObserver::heal() {
    Steps steps = { "set " + unitPath + "silence/next 0", "set " + unitPath + "silence/chance 0" };
-   auto const machine = programmer();
-   if( !machine ) {
+   if( !pipeline_.isThere() ) {
       return steps;
    }
    for( auto const * flag : { "suspendPending", "suspendInProgress" } ) {
       steps.push_back( "set " + machinePath + '/' + flag + " false" );
    }
    // What is not answered is polled for ever: the machines go at once. All else they do again later.
-   if( wasSilent_ && !machine->inProgMacOp().empty() ) {
+   if( wasSilent_ && pipeline_.anyInProgress() ) {
       steps.insert( steps.end(), { "stop", "start" } );
    }
-   if( wasSilent_ || !machine->inProgMacOp().empty() || !machine->failedAddrOp().empty() ) {
+   if( wasSilent_ || pipeline_.anyInProgress() || pipeline_.anyFailed() ) {
       steps.push_back( "sim restart hitless" );
    }
    return steps;
-}
-
-// A table that was full is tried again within half a minute.
-bool
-MacProgrammerObserver::isWaiting() const {
-   auto const machine = programmer();
-   return anyUnderWay() || ( machine && !machine->overflowAddrOp().empty() );
 }
 
 void
@@ -159,159 +166,25 @@ MacProgrammerObserver::began( HobaAgent::RestartKind ) {
    wasSilent_ = hasFaults();
 }
 
-// ---- For the observer of stations
-
-MacProgrammerObserver::Way
-MacProgrammerObserver::wayOf( Pair pair ) const {
-   auto const machine = programmer();
-   auto const cmd = machine ? machine->command( { pair, Hoba::macHwKeyBridge } ) : nullptr;
-   if( !cmd || cmd->place() == Hoba::macCmdIdle ) {
-      return none;
-   }
-   return isUnderWay( *cmd ) ? underWay : waits;
-}
-
-bool
-MacProgrammerObserver::hasFlush() const {
-   auto const machine = programmer();
-   return machine && machine->hasFlush();
-}
-
-bool
-MacProgrammerObserver::anyUnderWay() const {
-   auto const machine = programmer();
-   return machine && ( !machine->pendingMacOp().empty() ||
-                       std::ranges::any_of( keysOf( machine->inProgMacOp() ), [ & ]( auto id ) {
-                          return isUnderWay( *machine->inProgMacOp( id ) );
-                       } ) );
-}
-
-bool
-MacProgrammerObserver::anyWaits() const {
-   auto const machine = programmer();
-   return machine && ( !machine->isIdle() || !machine->overflowAddrOp().empty() );
-}
-
-bool
-MacProgrammerObserver::anyFailed() const {
-   auto const machine = programmer();
-   return machine && !machine->failedAddrOp().empty();
-}
-
 // ---- What must be
 
 void
 MacProgrammerObserver::timeIs( Kiv::Seconds ) {
-   auto const machine = programmer();
-   if( simulated().isRunning() && isIndirect_ != ( machine != nullptr ) ) {
+   if( simulated().isRunning() && isIndirect_ != pipeline_.isThere() ) {
       found( "there is a pipeline, or none, against what was said when the machines began" );
    }
-   if( machine ) {
-      checkQueues( *machine );
-      checkCounts( *machine );
-      checkClocks( *machine );
+   for( auto const & fault : pipeline_.faults() ) {
+      found( fault );
    }
 }
 
-// Each valid address command is in one place, and its key's only one. Others wait to be consumed.
-void
-MacProgrammerObserver::checkQueues( HobaMacProgrammer const & machine ) {
-   std::map< Hoba::MacEntryKey, int > places;
-   std::set< std::uint64_t > flushes;
-   auto const look = [ & ]( Cmd const & cmd, Hoba::MacCmdPlace place, Cmd const * known ) {
-      if( cmd.place() != place ) {
-         found( toText( cmd ) + " is said to be " + toText( cmd.place() ) + ", and is " +
-                toText( place ) );
-      }
-      if( !cmd.addrOp() || cmd.invalid() ) {
-         return;
-      }
-      if( known != &cmd ) {
-         found( toText( cmd ) + " is valid, and not found by its key" );
-      }
-      if( ++places[ cmd.key() ] == 2 ) {
-         found( toText( cmd.key() ) + " has two valid commands" );
-      }
-   };
-   for( auto const & cmd : machine.pendingMacOp() ) {
-      look( *cmd, Hoba::macCmdPending, machine.pendingAddrOp( cmd->key() ).get() );
-      if( !cmd->addrOp() ) {
-         flushes.insert( cmd->transactionId() );
-      }
-   }
-   for( auto const & [ id, cmd ] : machine.inProgMacOp() ) {
-      look( *cmd, Hoba::macCmdInProgress, machine.inProgAddrOp( cmd->key() ).get() );
-   }
-   for( auto const & [ key, cmd ] : machine.overflowAddrOp() ) {
-      look( *cmd, Hoba::macCmdOverflow, cmd.get() );
-      if( cmd->invalid() ) {
-         found( toText( *cmd ) + " is superseded, and waits for room" );
-      }
-   }
-   auto const mapped = machine.pendingAddrOp().size() + machine.inProgAddrOp().size() +
-                       machine.overflowAddrOp().size();
-   if( places.size() != mapped ) {
-      found( "the maps by key have " + toText( mapped ) + " commands, of which " +
-             toText( places.size() ) + " are in a queue" );
-   }
-   if( flushes.size() != machine.pendingFlushOp().size() ) {
-      found( "the map of flushes has others than the queue" );
-   }
-   for( auto const & [ key, cmd ] : machine.failedAddrOp() ) {
-      if( places.contains( key ) || cmd->place() != Hoba::macCmdIdle ) {
-         found( toText( *cmd ) + " has failed, and is on its way" );
-      }
-   }
-}
-
-void
-MacProgrammerObserver::checkCounts( HobaMacProgrammer const & machine ) {
-   std::size_t const depths[ Hoba::macCmdPlaces ] = { 0, machine.pendingMacOp().size(),
-                                                      machine.inProgMacOp().size(),
-                                                      machine.overflowAddrOp().size() };
-   for( std::size_t i = Hoba::macCmdPending; i < Hoba::macCmdPlaces; ++i ) {
-      auto const place = static_cast< Hoba::MacCmdPlace >( i );
-      std::uint64_t sum = 0;
-      for( std::size_t type = 0; type < Hoba::indirectAccessMacCmdTypes; ++type ) {
-         sum += machine.count( static_cast< Hoba::IndirectAccessMacCmdType >( type ), place );
-      }
-      auto const depth = machine.depth( place );
-      if( depth.now != depths[ i ] || sum != depths[ i ] || depth.most < depth.now ) {
-         found( toText( place ) + " has " + toText( depths[ i ] ) + " commands, and counts " +
-                toText( depth.now ) + ", by kind " + toText( sum ) );
-      }
-   }
-}
-
-void
-MacProgrammerObserver::checkClocks( HobaMacProgrammer const & machine ) {
-   if( !machine.initialized() ) {
-      return;
-   }
-   auto const never = []( auto const & clock ) { return clock->timeMin() == Kiv::never; };
-   if( !machine.suspendPending() && !machine.pendingMacOp().empty() &&
-       never( machine.updatePendingAddressClock() ) ) {
-      found( "commands are pending, and nobody is to write them" );
-   }
-   if( !machine.suspendInProgress() && !machine.inProgMacOp().empty() &&
-       never( machine.pollReqClock() ) ) {
-      found( "commands are in progress, and nobody is to poll them" );
-   }
-   if( !machine.suspendPending() && !machine.overflowAddrOp().empty() &&
-       never( machine.updateOverflowAddressClock() ) ) {
-      found( "commands wait for room, and nobody is to try them again" );
-   }
-}
-
-// Nothing is pending but what was never answered.
+// Nothing is left but what was never answered.
 void
 MacProgrammerObserver::settled() {
-   auto const machine = programmer();
-   if( machine && ( !machine->pendingMacOp().empty() || !machine->overflowAddrOp().empty() ||
-                    anyUnderWay() ) ) {
+   if( isWaiting() ) {
       found( "commands are left that nothing stands before" );
    }
-   if( machine && !machine->inProgMacOp().empty() && !wasSilent_ ) {
+   if( pipeline_.anyInProgress() && !wasSilent_ ) {
       found( "a command is not answered, though the chip was never silent" );
    }
 }
@@ -319,16 +192,9 @@ MacProgrammerObserver::settled() {
 void
 MacProgrammerObserver::check() {
    timeIs( simulated().now() );
-   auto const machine = programmer();
-   if( !machine ) {
-      return;
-   }
    settled();
-   if( anyWaits() || anyFailed() ) {
+   if( pipeline_.anyWaits() || pipeline_.anyFailed() ) {
       found( "commands are not answered, or have failed, and were not asked for anew" );
-   }
-   if( machine->accepted() < machine->succeeded() + machine->failed() ) {
-      found( "more commands have ended than begun" );
    }
 }
 

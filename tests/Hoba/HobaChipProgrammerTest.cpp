@@ -357,24 +357,6 @@ TEST_F( MacProgrammer, theDelayAdaptsOnceARound ) {
    letGo( watcher );
 }
 
-TEST_F( MacProgrammer, whatNobodyAnswersHidesNobody ) {
-   for( unsigned number = 0; number < 400; ++number ) {
-      ask( addHost, number );
-   }
-   advance( 1 );
-   for( std::size_t nth = 300; nth < 400; ++nth ) {
-      chip->answer( nth, macProgramSuccess );
-   }
-   advance( 0.5 );
-   EXPECT_EQ( chip->succeeded(), 100u );
-   ask( addHost, 1000 );
-   advance( 0 );
-   chip->answer( 400, macProgramSuccess );
-   advance( 1 );
-   EXPECT_EQ( chip->succeeded(), 101u );
-   EXPECT_EQ( chip->inProgMacOp().size(), 300u );
-}
-
 TEST_F( MacProgrammer, aLargeOverflowReturns ) {
    constexpr unsigned many = 100'000;
    chip->updateOverflowAddressMaxDelayIs( 1000 );
