@@ -21,7 +21,9 @@ waitingObjects() {
 
 void
 PtrInterface::bitIs( std::uint32_t bit, bool set ) {
-   if( set ) {
+   if( !threadSafePtrs ) {
+      word_.store( set ? word() | bit : word() & ~bit, std::memory_order_relaxed );
+   } else if( set ) {
       word_.fetch_or( bit, std::memory_order_relaxed );
    } else {
       word_.fetch_and( ~bit, std::memory_order_relaxed );
@@ -47,7 +49,14 @@ PtrInterface::lastReferenceDropped() {
       Dispatch::keep( this );
       return;
    }
-   if( ( word_.fetch_sub( 1, std::memory_order_acq_rel ) & countMask ) == 1 ) {
+   std::uint32_t before;
+   if( threadSafePtrs ) {
+      before = word_.fetch_sub( 1, std::memory_order_acq_rel );
+   } else {
+      before = word();
+      word_.store( before - 1, std::memory_order_relaxed );
+   }
+   if( ( before & countMask ) == 1 ) {
       fwkType().released();
       delete this;
    }
