@@ -67,7 +67,7 @@ class MacProgrammerObserver : public Observer {
    MacProgrammerObserver( Switch & simulated, Observers & observers )
          : Observer( simulated, observers, "MAC programmer" ), pipeline_( simulated ) {}
 
-   unsigned weight() const override { return 4; }
+   unsigned weight() const override { return 8; }
    void prepare( Draw & draw, Steps & steps ) override;
    void propose( Draw & draw, Steps & steps ) override;
    Steps heal() override;
@@ -101,18 +101,24 @@ MacProgrammerObserver::prepare( Draw & draw, Steps & steps ) {
    }
 }
 
+// What is on its way for a while others meet.
 void
 MacProgrammerObserver::propose( Draw & draw, Steps & steps ) {
-   auto const kind = draw.below( 10 );
+   auto const kind = draw.below( 20 );
+   auto const flag = draw.oneOf( { "suspendPending", "suspendInProgress" } );
+   auto const value = draw.chance( 60 ) ? " true" : " false";
    if( kind == 0 ) {
       return steps.push_back( wrong[ draw.below( std::size( wrong ) ) ] );
    }
-   bool const isMachine = kind < 5;
+   if( kind < 8 ) {
+      return steps.push_back( "set " + machinePath + '/' + flag + value );
+   }
+   bool const isMachine = kind < 13;
    auto const & setting = isMachine ? tuning[ draw.below( std::size( tuning ) ) ]
                                     : settings[ draw.below( std::size( settings ) ) ];
-   auto const value = draw.oneOf( setting.values );
+   auto const to = draw.oneOf( setting.values );
    steps.push_back( "set " + ( isMachine ? machinePath + '/' : unitPath ) + setting.name + ' ' +
-                    value );
+                    to );
 }
 
 Observer::Verdict
