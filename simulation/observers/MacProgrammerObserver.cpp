@@ -70,6 +70,7 @@ class MacProgrammerObserver : public Observer {
    unsigned weight() const override { return 8; }
    void prepare( Draw & draw, Steps & steps ) override;
    void propose( Draw & draw, Steps & steps ) override;
+   static void proposeMeeting( Draw & draw, Steps & steps );
    Steps heal() override;
    bool hasFaults() const override;
    bool mayFail( std::string_view ) const override { return false; }
@@ -101,6 +102,35 @@ MacProgrammerObserver::prepare( Draw & draw, Steps & steps ) {
    }
 }
 
+// A station comes, goes, or comes elsewhere while nothing is written, and is forgotten with others in between.
+void
+MacProgrammerObserver::proposeMeeting( Draw & draw, Steps & steps ) {
+   auto const flag = "set " + machinePath + "/suspendPending ";
+   auto const host =
+         "/bridging/config/fdbConfig/" + draw.vlan() + "/configuredHost/" + draw.station();
+   auto const intf = "set " + host + "/intf ";
+   bool const isThereBefore = draw.chance( 50 );
+   auto const before = draw.port(), after = draw.port();
+   if( isThereBefore ) {
+      steps.push_back( intf + before );
+      steps.push_back( "wait 0.5" );
+   }
+   steps.push_back( flag + "true" );
+   for( auto turn = 1 + draw.below( 3 ); turn > 0; --turn ) {
+      auto const what = draw.below( 3 );
+      if( what == 0 ) {
+         steps.push_back( intf + after );
+         steps.push_back( "wait 0.1" );
+         steps.push_back( "del " + host );
+      } else {
+         steps.push_back( what == 1 ? intf + before : "clear mac" );
+      }
+      steps.push_back( "wait 0.1" );
+   }
+   steps.push_back( flag + "false" );
+   steps.push_back( "wait 1" );
+}
+
 // What is on its way for a while others meet.
 void
 MacProgrammerObserver::propose( Draw & draw, Steps & steps ) {
@@ -110,8 +140,11 @@ MacProgrammerObserver::propose( Draw & draw, Steps & steps ) {
    if( kind == 0 ) {
       return steps.push_back( wrong[ draw.below( std::size( wrong ) ) ] );
    }
-   if( kind < 8 ) {
+   if( kind < 5 ) {
       return steps.push_back( "set " + machinePath + '/' + flag + value );
+   }
+   if( kind < 9 ) {
+      return proposeMeeting( draw, steps );
    }
    bool const isMachine = kind < 13;
    auto const & setting = isMachine ? tuning[ draw.below( std::size( tuning ) ) ]

@@ -70,6 +70,7 @@ StationsObserver::StationsObserver( Switch & simulated, Observers & observers )
    simulated.watch( macPath + "count", [ this ] { sweepTurn(); } );
    simulated.watch( macPath + "flush", [ this ] { flushTurn(); } );
    simulated.watch( macPath + "host", [ this ] { writtenBySoftware(); } );
+   simulated.watch( macPath + "seen", [ this ] { writtenBySoftware(); } );
    simulated.watch( macPath + "hostTable", [ this ] { writtenBySoftware(); } );
 }
 
@@ -527,12 +528,8 @@ StationsObserver::writtenBySoftware() {
    stamps_.emplace( numberOf( "sweeps" ), numberOf( "flushes" ) );
    // Who asks or writes finds flushed what the flush has not come to yet.
    if( !flushes_.empty() ) {
-      auto const rows = rowsAt( macPath + "host" );
-      for( auto const & [ station, row ] : std::map( hosts_ ) ) {
-         if( !rows.contains( toText( station ) ) ) {
-            dropFlushed( station );
-         }
-      }
+      dropGone( hosts_, "host" );
+      dropGone( seen_, "seen" );
    }
    auto const writes = countOf( "writes" ) + countOf( "swept" ) - landing;
    if( writes == writes_ ) {
@@ -557,6 +554,18 @@ StationsObserver::writtenBySoftware() {
       if( !rows.contains( station ) ) {
          writes_ = writes;
          wrote( station, nullptr );
+      }
+   }
+}
+
+// Of those that the chip's table has no more, what a flush has come to.
+template< class Known >
+void
+StationsObserver::dropGone( Known const & those, char const * table ) {
+   auto const rows = rowsAt( macPath + table );
+   for( auto const & [ station, row ] : Known( those ) ) {
+      if( !rows.contains( toText( station ) ) ) {
+         dropFlushed( station );
       }
    }
 }

@@ -119,6 +119,8 @@ class StationsObserver : public Observer {
    void writtenBySoftware();
    void wrote( Host station, Row const * row );
    void dropFlushed( Host station );
+   template< class Known >
+   void dropGone( Known const & those, char const * table );
    void flushTurn();
    void flush( FlushScope const & scope );
    void settingChanged();
