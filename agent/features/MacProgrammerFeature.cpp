@@ -92,13 +92,21 @@ class Place {
    std::uint64_t outOfDate_ = 0;
 };
 
+// " VLAN 10 Ethernet1"
+String
+scopeText( IndirectAccessMacCmd const & flush ) {
+   auto const vlan = flush.key().key.vlanId().value();
+   return ( vlan ? " VLAN " + toText( vlan ) : String() ) +
+          ( flush.intf() ? ' ' + toText( flush.intf() ) : String() );
+}
+
 // The first of them by name, and how many there are.
 class Names {
  public:
    void add( IndirectAccessMacCmd const & cmd ) {
       if( ++count_ <= most ) {
-         text_ += ( text_.empty() ? "" : ", " ) + toText( cmd.op() ) + ' ' +
-                  ( cmd.addrOp() ? toText( cmd.key().key ) : toText( cmd.intf() ) );
+         text_ += ( text_.empty() ? "" : ", " ) + toText( cmd.op() ) +
+                  ( cmd.addrOp() ? ' ' + toText( cmd.key().key ) : scopeText( cmd ) );
       }
    }
    void tell( TableAnswer & table, String const & what ) const {
