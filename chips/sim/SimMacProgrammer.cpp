@@ -195,6 +195,7 @@ MacProgrammer::flush( MacScope const & scope ) {
    look( pendingAddrOp() );
    look( inProgAddrOp() );
    look( overflowAddrOp() );
+   look( failedAddrOp() ); // nobody else will ask for these anew
    std::sort( stations.begin(), stations.end() );
    for( auto const station : stations ) {
       remove( station );
