@@ -92,15 +92,27 @@ class Place {
    std::uint64_t outOfDate_ = 0;
 };
 
+// " VLAN 10 Ethernet1"
+String
+scopeText( IndirectAccessMacCmd const & flush ) {
+   auto const vlan = flush.key().key.vlanId().value();
+   return ( vlan ? " VLAN " + toText( vlan ) : String() ) +
+          ( flush.intf() ? ' ' + toText( flush.intf() ) : String() );
+}
+
 // The first of them by name, and how many there are.
 class Names {
  public:
    void add( IndirectAccessMacCmd const & cmd ) {
       if( ++count_ <= most ) {
-         text_ += ( text_.empty() ? "" : ", " ) + toText( cmd.op() ) + ' ' +
-                  ( cmd.addrOp() ? toText( cmd.key().key ) : toText( cmd.intf() ) );
+         text_ += ( text_.empty() ? "" : ", " ) + toText( cmd.op() ) +
+                  ( cmd.addrOp() ? ' ' + toText( cmd.key().key ) : scopeText( cmd ) );
       }
    }
+   // Whether another one would be named.
+   bool hasRoom() const { return count_ < most; }
+   // So many there are, named or not.
+   void countIs( std::size_t count ) { count_ = count; }
    void tell( TableAnswer & table, String const & what ) const {
       if( count_ ) {
          table.note( toText( count_ ) + ' ' + what + ": " + text_ +
@@ -160,31 +172,50 @@ MacProgrammerFeature::show( Request const & ) const {
    auto const & programmer = *programmer_;
    TableAnswer table( { "Queue", "Depth", "Most", "Oldest", "Adds", "Multicast adds", "Removals",
                         "Flushes", "Out of date" } );
-   Place pending( programmer, Hoba::macCmdPending );
-   for( auto const & cmd : programmer.pendingMacOp() ) {
-      pending.consider( *cmd );
-   }
-   table.row( pending.cells() );
-   Place inProgress( programmer, Hoba::macCmdInProgress );
+   Place pending( programmer, Hoba::macCmdPending ),
+         inProgress( programmer, Hoba::macCmdInProgress ),
+         overflow( programmer, Hoba::macCmdOverflow );
    Names unanswered, failed;
+   // What people ask for first comes first, since the time may be over before all is seen.
+   BoundedLook look;
    for( auto const & [ id, cmd ] : programmer.inProgMacOp() ) {
+      if( !look.next() ) {
+         break;
+      }
       inProgress.consider( *cmd );
       if( cmd->stalled() ) {
          unanswered.add( *cmd );
       }
    }
-   table.row( inProgress.cells() );
-   Place overflow( programmer, Hoba::macCmdOverflow );
+   for( auto const & [ key, cmd ] : programmer.failedAddrOp() ) {
+      if( !failed.hasRoom() ) {
+         break;
+      }
+      failed.add( *cmd );
+   }
+   failed.countIs( programmer.failedAddrOp().size() );
    for( auto const & [ key, cmd ] : programmer.overflowAddrOp() ) {
+      if( !look.next() ) {
+         break;
+      }
       overflow.consider( *cmd );
    }
-   table.row( overflow.cells() );
+   for( auto const & cmd : programmer.pendingMacOp() ) {
+      if( !look.next() ) {
+         break;
+      }
+      pending.consider( *cmd );
+   }
+   for( auto const * place : { &pending, &inProgress, &overflow } ) {
+      table.row( place->cells() );
+   }
+   if( auto const looked = look.cutShort() ) {
+      table.note( "the oldest, those out of date and those not answered: of " + toText( *looked ) +
+                  " commands that there was time to look at" );
+   }
    tellCounters( table, programmer );
    tellTimes( table, programmer );
    unanswered.tell( table, "not answered" );
-   for( auto const & key : sortedKeys( programmer.failedAddrOp() ) ) {
-      failed.add( *programmer.failedAddrOp( key ) );
-   }
    failed.tell( table, "failed, and not asked for anew" );
    return table.take();
 }

@@ -62,6 +62,10 @@ class BoundedLook {
    // So many more that nobody needs to look at.
    void foundMore( std::size_t count ) { found_ += count; }
    std::size_t hidden() const { return found_ > mostRows ? found_ - mostRows : 0; }
+   // How many were looked at, if the time was over before all were.
+   std::optional< std::size_t > cutShort() const {
+      return stopped_ ? std::optional( looked_ ) : std::nullopt;
+   }
    // "3 stations"; "2,000 stations, of which 1000 are shown"; and how far it came, of so many.
    Kiv::String text( std::string_view what, std::size_t of ) const;
 

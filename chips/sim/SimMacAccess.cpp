@@ -3,6 +3,8 @@
 
 #include "Kiv/DispatchRecorder.h"
 
+#include <algorithm>
+
 namespace HobaSim {
 
 class MacAccess::Turn final : public Kiv::Timer {
@@ -53,6 +55,16 @@ MacAccess::submit( MacCommand const & command ) {
    }
    arm();
    return true;
+}
+
+bool
+MacAccess::isOutstanding( std::uint64_t transactionId ) const {
+   auto const isIt = [ transactionId ]( auto const & each ) {
+      return each.second.transactionId == transactionId;
+   };
+   auto const refused = std::ranges::find_if( late_, isIt );
+   return std::ranges::any_of( commands_, isIt ) ||
+          ( refused != late_.end() && isRefusal( refused->second.result ) );
 }
 
 void

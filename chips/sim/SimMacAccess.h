@@ -47,6 +47,8 @@ class MacAccess {
    bool submit( MacCommand const & command );
    // Software does not know what the chip reports of the station.
    bool isStale( MacCommand const & command ) const;
+   // The command has yet to be done: it is not executed, or was refused, which has not been told.
+   bool isOutstanding( std::uint64_t transactionId ) const;
    // The highest id of a command so far.
    std::uint64_t lastTransactionId() const { return lastTransactionId_; }
 

@@ -84,16 +84,19 @@ MacProgrammer::writeToHw( MacCmdPtr const & cmd ) {
    return access.submit( command ) ? Hoba::macProgramInProgress : Hoba::macProgramBusy;
 }
 
-// What is written or removed whoever begins anew reads back. What is to be flushed nobody knows any more.
+// What is written or removed whoever begins anew reads back. What is to be flushed nobody knows any more; what was
+// flushed stays so, though it was never answered: stations have been learnt since.
 void
 MacProgrammer::kivDoZombieReactors( bool marked ) {
    Kiv::Dispatch::Frame frame;
    bool const isEnd = marked && !kivMarkedForDeletion();
    std::vector< MacScope > flushes;
    if( isEnd ) {
-      unit_->access().detach();
+      auto & access = unit_->access();
+      access.detach();
       for( auto const & [ id, cmd ] : inProgMacOp() ) {
-         if( !cmd->addrOp() ) {
+         bool const isDone = cmd->status() != Hoba::macProgramBusy && !access.isOutstanding( id );
+         if( !cmd->addrOp() && !isDone ) {
             flushes.push_back( scopeOf( *cmd ) );
          }
       }
@@ -143,6 +146,19 @@ MacProgrammer::isUnderWay() const {
    return !pendingMacOp().empty();
 }
 
+bool
+MacProgrammer::isFlushUnderWay() const {
+   if( !hasFlush() ) {
+      return false;
+   }
+   for( auto const & [ id, cmd ] : inProgMacOp() ) {
+      if( !cmd->addrOp() && !cmd->stalled() ) {
+         return true;
+      }
+   }
+   return !pendingFlushOp().empty();
+}
+
 namespace {
 
 bool
@@ -179,6 +195,7 @@ MacProgrammer::flush( MacScope const & scope ) {
    look( pendingAddrOp() );
    look( inProgAddrOp() );
    look( overflowAddrOp() );
+   look( failedAddrOp() ); // nobody else will ask for these anew
    std::sort( stations.begin(), stations.end() );
    for( auto const station : stations ) {
       remove( station );

@@ -40,7 +40,7 @@ class MacProgrammer : public Hoba::HobaMacProgrammer {
  public:
    // Busy while the interface has no room.
    Hoba::MacProgramStatus writeToHw( Kiv::Ptr< Hoba::IndirectAccessMacCmd > const & cmd ) override;
-   // Flushes that are on their way then are done at once.
+   // Flushes that the chip has not done by then are done at once.
    void kivDoZombieReactors( bool marked ) override;
 
    // ---- For the helper
@@ -53,8 +53,9 @@ class MacProgrammer : public Hoba::HobaMacProgrammer {
    Kiv::Ptr< Hoba::IndirectAccessMacCmd > onItsWay( Bridging::MacVlanPair station ) const;
    // Whether it will come to its end without anybody's doing: it neither waits for room nor is it lost, as it seems.
    static bool isUnderWay( Hoba::IndirectAccessMacCmd const & cmd );
-   // Whether any is.
+   // Whether any is; whether a flush is.
    bool isUnderWay() const;
+   bool isFlushUnderWay() const;
    // What the table holds of the station when all has been done is what it holds now.
    bool isSettled( Bridging::MacVlanPair station ) const {
       return !onItsWay( station ) && !hasFlush();

@@ -46,7 +46,7 @@ Step const wrong[] = { "sim mac-table mode=late",
                        "set /hoba/machines/macProgrammer/updateDelay 0",
                        "set /hoba/machines/macProgrammer/updateQuantum -1",
                        "set /hoba/machines/macProgrammer/updateQuantumofTimes 0",
-                       "set /hoba/machines/macProgrammer/overflowLogged true",
+                       "set /hoba/machines/macProgrammer/inProgMacOpBookmark 7",
                        "set /hoba/machines/macProgrammer/lastTransactionId 7",
                        "del /hoba/machines/macProgrammer/failedAddrOp/00:00:5e:00:53:01@1" };
 
