@@ -45,13 +45,39 @@ MacPipeline::hasFlush() const {
    return at && at->hasFlush();
 }
 
+namespace {
+
+// Any of those that are written and will come to their end, of which that holds.
+template< class Wanted >
+bool
+anyWritten( HobaMacProgrammer const & machine, Wanted const & wanted ) {
+   return std::ranges::any_of( Kiv::keysOf( machine.inProgMacOp() ), [ & ]( auto id ) {
+      auto const & cmd = *machine.inProgMacOp( id );
+      return isUnderWay( cmd ) && wanted( cmd );
+   } );
+}
+
+} // namespace
+
+bool
+MacPipeline::isFlushUnderWay() const {
+   auto const at = machine();
+   return at && ( !at->pendingFlushOp().empty() ||
+                  anyWritten( *at, []( auto const & cmd ) { return !cmd.addrOp(); } ) );
+}
+
 bool
 MacPipeline::anyUnderWay() const {
    auto const at = machine();
-   return at && ( !at->pendingMacOp().empty() ||
-                  std::ranges::any_of( Kiv::keysOf( at->inProgMacOp() ), [ & ]( auto id ) {
-                     return isUnderWay( *at->inProgMacOp( id ) );
-                  } ) );
+   return at &&
+          ( !at->pendingMacOp().empty() || anyWritten( *at, []( auto const & ) { return true; } ) );
+}
+
+std::size_t
+MacPipeline::unfinished() const {
+   auto const at = machine();
+   return at ? at->inProgMacOp().size() + at->overflowAddrOp().size() + at->failedAddrOp().size()
+             : 0;
 }
 
 bool

@@ -25,12 +25,16 @@ class MacPipeline {
    // waits for somebody.
    enum Way { none, underWay, waits };
    Way wayOf( Pair pair ) const;
+   // Whether there is a flush; whether it will come to its end.
    bool hasFlush() const;
+   bool isFlushUnderWay() const;
    // Any command, of a station or not: under way; written and not finished; waiting for room; of a station, and failed.
    bool anyUnderWay() const;
    bool anyInProgress() const;
    bool anyInOverflow() const;
    bool anyFailed() const;
+   // How many are one of the last three.
+   std::size_t unfinished() const;
    bool anyWaits() const { return anyUnderWay() || anyInProgress() || anyInOverflow(); }
    bool isSuspended() const;
    // What must not be (MacProgrammerCheck.h).
