@@ -106,8 +106,8 @@ MacProgrammerObserver::prepare( Draw & draw, Steps & steps ) {
 void
 MacProgrammerObserver::proposeMeeting( Draw & draw, Steps & steps ) {
    auto const flag = "set " + machinePath + "/suspendPending ";
-   auto const host =
-         "/bridging/config/fdbConfig/" + draw.vlan() + "/configuredHost/" + draw.station();
+   auto const vlan = draw.vlan(), station = draw.station();
+   auto const host = "/bridging/config/fdbConfig/" + vlan + "/configuredHost/" + station;
    auto const intf = "set " + host + "/intf ";
    bool const isThereBefore = draw.chance( 50 );
    auto const before = draw.port(), after = draw.port();
