@@ -75,7 +75,11 @@ commandOf( Hoba::IndirectAccessMacCmd const & cmd ) {
 MacProgramStatus
 MacProgrammer::writeToHw( MacCmdPtr const & cmd ) {
    auto & access = unit_->access();
-   auto const command = commandOf( *cmd );
+   auto command = commandOf( *cmd );
+   if( command.kind == MacCommand::Kind::write && cmd->tries() > 1 &&
+       isFlushedSince( static_cast< MacCmd const & >( *cmd ) ) ) {
+      command.kind = MacCommand::Kind::remove;
+   }
    if( access.isStale( command ) ) {
       static_cast< MacCmd & >( *cmd ).heardAtIs( unit_->reportedAt( command.station ) );
       handleCmdResponse( command.transactionId, 0, Hoba::macProgramBusy );
@@ -116,7 +120,9 @@ MacProgrammer::kivDoZombieReactors( bool marked ) {
 
 void
 MacProgrammer::write( MacVlanPair station, HostRow const & row ) {
-   handleAddrOp( Kiv::make< MacCmd >( Hoba::addHost, station, row ) );
+   auto const cmd = Kiv::make< MacCmd >( Hoba::addHost, station, row );
+   handleAddrOp( cmd );
+   cmd->acceptedAsIs( cmd->transactionId() );
 }
 
 void
@@ -181,6 +187,23 @@ typeOf( MacScope const & scope ) {
 
 } // namespace
 
+bool
+MacProgrammer::isFlushedSince( MacCmd const & cmd ) const {
+   if( flushed_.empty() || !cmd.row().ages ) {
+      return false;
+   }
+   std::uint64_t const vlan = cmd.key().key.vlanId().value();
+   for( auto const intf : { Pelt::IntfId(), cmd.intf() } ) {
+      for( auto const of : { std::uint64_t( 0 ), vlan } ) {
+         auto const found = flushed_.find( { intf, of } );
+         if( found != flushed_.end() && found->second > cmd.acceptedAs() ) {
+            return true;
+         }
+      }
+   }
+   return false;
+}
+
 // The chip may yet say that it was busy, or full: what is queued again would come behind the flush.
 void
 MacProgrammer::flush( MacScope const & scope ) {
@@ -192,7 +215,6 @@ MacProgrammer::flush( MacScope const & scope ) {
          }
       }
    };
-   look( pendingAddrOp() );
    look( inProgAddrOp() );
    look( overflowAddrOp() );
    look( failedAddrOp() ); // nobody else will ask for these anew
@@ -202,8 +224,10 @@ MacProgrammer::flush( MacScope const & scope ) {
    }
    MacVlanPair const key( Pelt::EthAddr(),
                           Bridging::VlanIdOrNone( static_cast< std::uint16_t >( scope.vlan ) ) );
-   handleFlushOp( Hoba::indirectAccessMacCmdFactory( typeOf( scope ), { key, Hoba::macHwKeyBridge },
-                                                     scope.intf ) );
+   auto const cmd = Hoba::indirectAccessMacCmdFactory( typeOf( scope ),
+                                                       { key, Hoba::macHwKeyBridge }, scope.intf );
+   handleFlushOp( cmd );
+   flushed_[ { scope.intf, scope.vlan } ] = cmd->transactionId();
 }
 
 } // namespace HobaSim

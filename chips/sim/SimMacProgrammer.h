@@ -11,6 +11,8 @@
 #include "Hoba/HobaChipProgrammer.h"
 #include "chips/sim/SimMacAccess.h"
 
+#include <map>
+
 namespace HobaSim {
 
 // Of an entry, with all that software writes of it.
@@ -19,6 +21,9 @@ class MacCmd : public Hoba::IndirectAccessMacCmd {
 
  public:
    HostRow const & row() const { return row_; }
+   // The transaction of the first try: what was accepted later has a higher one.
+   std::uint64_t acceptedAs() const { return acceptedAs_; }
+   void acceptedAsIs( std::uint64_t transactionId ) { acceptedAs_ = transactionId; }
    // What the chip reported of the station when this was put off for it.
    std::optional< Pelt::IntfId > heardAt() const { return heardAt_; }
    void heardAtIs( Pelt::IntfId intf ) { heardAt_ = intf; }
@@ -31,6 +36,7 @@ class MacCmd : public Hoba::IndirectAccessMacCmd {
 
  private:
    HostRow const row_;
+   std::uint64_t acceptedAs_ = 0;
    std::optional< Pelt::IntfId > heardAt_;
 };
 
@@ -47,7 +53,8 @@ class MacProgrammer : public Hoba::HobaMacProgrammer {
    // The station's entry is to be so, or gone.
    void write( Bridging::MacVlanPair station, HostRow const & row );
    void remove( Bridging::MacVlanPair station );
-   // What ages within goes, and what is on its way there and would age does not come.
+   // What ages within goes, and what is on its way there and would age does not come: what is written is removed;
+   // what is pending comes before the flush, and is removed when it is tried again behind it.
    void flush( MacScope const & scope );
    // The newest command for the station that is on its way; null for none.
    Kiv::Ptr< Hoba::IndirectAccessMacCmd > onItsWay( Bridging::MacVlanPair station ) const;
@@ -67,7 +74,11 @@ class MacProgrammer : public Hoba::HobaMacProgrammer {
                   Kiv::Ptr< MacUnit > const & unit );
 
  private:
+   bool isFlushedSince( MacCmd const & cmd ) const;
+
    Kiv::Ptr< MacUnit > const unit_;
+   // By what it was about: the transaction of the last flush. For those that were accepted before.
+   std::map< std::pair< Pelt::IntfId, std::uint64_t >, std::uint64_t > flushed_;
 };
 
 // How the pipeline calls what the table said.

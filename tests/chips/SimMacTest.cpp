@@ -322,6 +322,15 @@ TEST_F( MacHelperTest, throughThePipeline ) {
    EXPECT_EQ( accepted(), 4u ) << "with the removal";
    driver.advance( 2 );
    EXPECT_EQ( at( 1 ) + at( 2 ) + at( 3 ), "Ethernet1Ethernet1-" );
+   programmer->suspendPendingIs( true );
+   write( 6, et2 );
+   through->flushVlan( VlanId( 10 ) );
+   write( 1, et1 );
+   EXPECT_EQ( accepted(), 3u ) << "it is written before";
+   mac.hostTable()->faultIs( tableBusy, { 0, 1 } );
+   programmer->suspendPendingIs( false );
+   driver.advance( 2 );
+   EXPECT_EQ( at( 1 ) + at( 6 ), "Ethernet1-" ) << "it was busy, and is tried again behind";
    // The sweep spares what is on its way.
    chip->beginPass();
    write( 2, et2, false );
