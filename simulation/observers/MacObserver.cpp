@@ -267,15 +267,15 @@ MacObserver::saidIs( Pair pair, MacModel::Said const & said, bool isTold ) {
                        ( station.said.tunnel == said.tunnel || !isTold );
    station.said = said;
    if( !isWalk ) {
-      evaluate( pair );
+      evaluate( pair, true );
    }
 }
 
 void
-MacObserver::evaluate( Pair pair ) {
+MacObserver::evaluate( Pair pair, bool isTold ) {
    auto & station = stations_[ pair ];
    auto const now = simulated().now();
-   auto const verdict = model_.evaluate( pair, station, now );
+   auto const verdict = model_.evaluate( pair, station, now, isTold );
    station.isLost = verdict.isLost;
    station.current = verdict.entry;
    station.way = verdict.way;
