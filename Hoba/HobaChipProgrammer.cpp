@@ -329,10 +329,11 @@ HobaMacProgrammer::handleFlushOp( CmdPtr const & given ) {
 // nothing behind but, perhaps, a superseded command in the queue.
 void
 HobaMacProgrammer::queue( CmdPtr const & cmd ) {
-   placeIs( *cmd, kivMarkedForDeletion() ? macCmdIdle : macCmdPending );
    if( kivMarkedForDeletion() ) {
+      placeIs( *cmd, macCmdIdle );
       return;
    }
+   placeIs( *cmd, macCmdPending );
    cmd->transactionId_ = ++lastTransactionId_;
    try {
       if( cmd->addrOp() ) {

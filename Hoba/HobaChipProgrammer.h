@@ -242,7 +242,7 @@ class HobaMacProgrammer : public HobaBaseSm {
    std::array< MacCmdDepth, macCmdPlaces > depths_{};
    // A round of polls ends with the last command that there was when it began.
    std::uint64_t pollRoundEnd_ = 0;
-   bool hasBegun_ = false;
+   bool hasBegun_ = false; // initialized() as handleInitialized() found it last
    IndirectAccessMacCmd * moving_ = nullptr; // between two places
    bool overflowed_ = false; // since the last round over the overflow began
 };

@@ -35,7 +35,8 @@ class MacPipeline {
    bool anyFailed() const;
    // How many are one of the last three.
    std::size_t unfinished() const;
-   bool anyWaits() const { return anyUnderWay() || anyInProgress() || anyInOverflow(); }
+   // Whether any has not come to its end.
+   bool anyLeft() const { return anyUnderWay() || anyInProgress() || anyInOverflow(); }
    bool isSuspended() const;
    // What must not be (MacProgrammerCheck.h).
    std::vector< std::string > faults() const;

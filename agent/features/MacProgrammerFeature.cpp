@@ -38,7 +38,7 @@ class MacProgrammerFeature : public Feature {
 void
 MacProgrammerFeature::start() {
    bool const isIndirect = unit().indirectAccess();
-   unit().isAccessedBy( isIndirect );
+   unit().writtenIndirectlyIs( isIndirect );
    if( isIndirect ) {
       programmer_.is(
             HobaSim::MacProgrammer::MacProgrammerIs( board().clock(), board().chip->mac() ) );
@@ -91,6 +91,22 @@ class Place {
    Kiv::Seconds oldest_ = Kiv::never;
    std::uint64_t outOfDate_ = 0;
 };
+
+// Those of a queue or a map that there is time for.
+template< class Commands, class Use >
+void
+consider( BoundedLook & look, Commands const & commands, Use const & use ) {
+   for( auto const & member : commands ) {
+      if( !look.next() ) {
+         return;
+      }
+      if constexpr( requires { member.value; } ) {
+         use( *member.value );
+      } else {
+         use( *member );
+      }
+   }
+}
 
 // " VLAN 10 Ethernet1"
 String
@@ -178,15 +194,12 @@ MacProgrammerFeature::show( Request const & ) const {
    Names unanswered, failed;
    // What people ask for first comes first, since the time may be over before all is seen.
    BoundedLook look;
-   for( auto const & [ id, cmd ] : programmer.inProgMacOp() ) {
-      if( !look.next() ) {
-         break;
+   consider( look, programmer.inProgMacOp(), [ & ]( auto const & cmd ) {
+      inProgress.consider( cmd );
+      if( cmd.stalled() ) {
+         unanswered.add( cmd );
       }
-      inProgress.consider( *cmd );
-      if( cmd->stalled() ) {
-         unanswered.add( *cmd );
-      }
-   }
+   } );
    for( auto const & [ key, cmd ] : programmer.failedAddrOp() ) {
       if( !failed.hasRoom() ) {
          break;
@@ -194,18 +207,10 @@ MacProgrammerFeature::show( Request const & ) const {
       failed.add( *cmd );
    }
    failed.countIs( programmer.failedAddrOp().size() );
-   for( auto const & [ key, cmd ] : programmer.overflowAddrOp() ) {
-      if( !look.next() ) {
-         break;
-      }
-      overflow.consider( *cmd );
-   }
-   for( auto const & cmd : programmer.pendingMacOp() ) {
-      if( !look.next() ) {
-         break;
-      }
-      pending.consider( *cmd );
-   }
+   consider( look, programmer.overflowAddrOp(),
+             [ & ]( auto const & cmd ) { overflow.consider( cmd ); } );
+   consider( look, programmer.pendingMacOp(),
+             [ & ]( auto const & cmd ) { pending.consider( cmd ); } );
    for( auto const * place : { &pending, &inProgress, &overflow } ) {
       table.row( place->cells() );
    }

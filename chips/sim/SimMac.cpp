@@ -210,8 +210,8 @@ MacUnit::dropFlushed( MacVlanPair station ) {
 }
 
 void
-MacUnit::isAccessedBy( bool indirect ) {
-   host_.landsAtOnceIs( indirect );
+MacUnit::writtenIndirectlyIs( bool indirectly ) {
+   host_.landsAtOnceIs( indirectly );
    access_->attach( {} );
 }
 

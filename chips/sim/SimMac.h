@@ -207,8 +207,8 @@ class MacUnit : public Unit {
    void flushIn( MacScope const & scope );
 
    // ---- For the helper
-   // From now on entries are written through access(), or, without, at once.
-   void isAccessedBy( bool indirect );
+   // From now on entries are written through access(), or at once. What access() has on its way is lost.
+   void writtenIndirectlyIs( bool indirectly );
    MacAccess & access() { return *access_; }
 
    // Writes the entry, of which `row` says what software can write. An entry that says the same stays what

@@ -94,11 +94,9 @@ void
 MacAccess::execute( MacCommand const & command ) {
    Executed const executed{ command.transactionId, unit_.host().indexOfKey( command.station ),
                             perform( command ) };
-   if( silence_.strikes( unit_.silence(), unit_.hostTable()->seed() ) ) {
-      if( auto plan = unit_.silence(); plan.next ) {
-         --plan.next;
-         unit_.silenceIs( plan );
-      }
+   auto const seed = unit_.hostTable()->seed();
+   if( silence_.strikes( unit_.silence(), seed,
+                         [ & ]( TableFault const & left ) { unit_.silenceIs( left ); } ) ) {
       return;
    }
    if( !unit_.answersReordered() ) {
@@ -106,7 +104,7 @@ MacAccess::execute( MacCommand const & command ) {
    }
    constexpr Kiv::Seconds leastDelay = 0.01;
    auto const longest = std::max( unit_.hostTable()->latency(), leastDelay );
-   auto const delay = longest * order_.draw( unit_.hostTable()->seed() );
+   auto const delay = longest * order_.draw( seed );
    late_.emplace( turn_->clock().now() + delay, executed );
 }
 

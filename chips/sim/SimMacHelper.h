@@ -80,8 +80,9 @@ class MacHelper : public HobaHelper::HobaHelperMacAddrSm {
    void settingIs( MacSetting what, Kiv::Seconds value );
    Kiv::String verifyRow( Bridging::MacVlanPair station,
                           std::optional< HostRow > const & wanted ) const;
+   // The text, unless something is on its way to the chip's tables.
    Kiv::String mismatch( Kiv::String const & text ) const;
-   // The same, if the chip holds what it is to hold at last.
+   // Nothing now: if there is a text, another verification pass is asked for.
    Kiv::String mismatchLater( Kiv::String const & text ) const;
 
    Kiv::Ptr< MacUnit > const unit_;

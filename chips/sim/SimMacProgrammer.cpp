@@ -142,27 +142,26 @@ MacProgrammer::isUnderWay( Hoba::IndirectAccessMacCmd const & cmd ) {
           ( cmd.place() == Hoba::macCmdInProgress && !cmd.stalled() );
 }
 
+template< class Wanted >
 bool
-MacProgrammer::isUnderWay() const {
+MacProgrammer::anyWritten( Wanted const & wanted ) const {
    for( auto const & [ id, cmd ] : inProgMacOp() ) {
-      if( !cmd->stalled() ) {
+      if( isUnderWay( *cmd ) && wanted( *cmd ) ) {
          return true;
       }
    }
-   return !pendingMacOp().empty();
+   return false;
+}
+
+bool
+MacProgrammer::isUnderWay() const {
+   return !pendingMacOp().empty() || anyWritten( []( auto const & ) { return true; } );
 }
 
 bool
 MacProgrammer::isFlushUnderWay() const {
-   if( !hasFlush() ) {
-      return false;
-   }
-   for( auto const & [ id, cmd ] : inProgMacOp() ) {
-      if( !cmd->addrOp() && !cmd->stalled() ) {
-         return true;
-      }
-   }
-   return !pendingFlushOp().empty();
+   return !pendingFlushOp().empty() ||
+          ( hasFlush() && anyWritten( []( auto const & cmd ) { return !cmd.addrOp(); } ) );
 }
 
 namespace {
@@ -204,7 +203,8 @@ MacProgrammer::isFlushedSince( MacCmd const & cmd ) const {
    return false;
 }
 
-// The chip may yet say that it was busy, or full: what is queued again would come behind the flush.
+// The chip may yet say that it was busy, or full: what is queued again comes behind the flush. Of what is pending, which
+// may be very much, writeToHw() sees that itself.
 void
 MacProgrammer::flush( MacScope const & scope ) {
    std::vector< MacVlanPair > stations;
@@ -227,7 +227,7 @@ MacProgrammer::flush( MacScope const & scope ) {
    auto const cmd = Hoba::indirectAccessMacCmdFactory( typeOf( scope ),
                                                        { key, Hoba::macHwKeyBridge }, scope.intf );
    handleFlushOp( cmd );
-   flushed_[ { scope.intf, scope.vlan } ] = cmd->transactionId();
+   flushed_[ scope ] = cmd->transactionId();
 }
 
 } // namespace HobaSim

@@ -74,11 +74,15 @@ class MacProgrammer : public Hoba::HobaMacProgrammer {
                   Kiv::Ptr< MacUnit > const & unit );
 
  private:
+   // A flush that covers it was accepted later.
    bool isFlushedSince( MacCmd const & cmd ) const;
+   // Whether that holds of a command that is written and not stalled.
+   template< class Wanted >
+   bool anyWritten( Wanted const & wanted ) const;
 
    Kiv::Ptr< MacUnit > const unit_;
    // By what it was about: the transaction of the last flush. For those that were accepted before.
-   std::map< std::pair< Pelt::IntfId, std::uint64_t >, std::uint64_t > flushed_;
+   std::map< MacScope, std::uint64_t > flushed_;
 };
 
 // How the pipeline calls what the table said.

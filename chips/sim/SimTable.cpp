@@ -77,13 +77,8 @@ FaultDice::draw( std::uint64_t seed ) {
 
 bool
 SimTable::strikes( TableResult kind ) {
-   auto plan = fault( kind );
-   bool const isStruck = dice_.strikes( plan, seed() );
-   if( plan.next ) {
-      --plan.next;
-      faultIs( kind, plan );
-   }
-   return isStruck;
+   return dice_.strikes( fault( kind ), seed(),
+                         [ & ]( TableFault const & left ) { faultIs( kind, left ); } );
 }
 
 // ---- Rows

@@ -138,9 +138,15 @@ class FaultDice {
  public:
    // From 0 to 1, which is not drawn.
    double draw( std::uint64_t seed );
-   // Whether the fault strikes now. Who asks counts `plan.next` down.
-   bool strikes( TableFault const & plan, std::uint64_t seed ) {
-      return plan.next || ( plan.chance > 0 && draw( seed ) < plan.chance );
+   // Whether the fault strikes now. What is left of its plan goes to `store`, if that is another one then.
+   template< class Store >
+   bool strikes( TableFault plan, std::uint64_t seed, Store const & store ) {
+      if( plan.next ) {
+         --plan.next;
+         store( plan );
+         return true;
+      }
+      return plan.chance > 0 && draw( seed ) < plan.chance;
    }
 
  private:

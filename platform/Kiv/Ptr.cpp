@@ -21,9 +21,7 @@ waitingObjects() {
 
 void
 PtrInterface::bitIs( std::uint32_t bit, bool set ) {
-   if( !threadSafePtrs ) {
-      word_.store( set ? word() | bit : word() & ~bit, std::memory_order_relaxed );
-   } else if( set ) {
+   if( set ) {
       word_.fetch_or( bit, std::memory_order_relaxed );
    } else {
       word_.fetch_and( ~bit, std::memory_order_relaxed );
@@ -49,14 +47,7 @@ PtrInterface::lastReferenceDropped() {
       Dispatch::keep( this );
       return;
    }
-   std::uint32_t before;
-   if( threadSafePtrs ) {
-      before = word_.fetch_sub( 1, std::memory_order_acq_rel );
-   } else {
-      before = word();
-      word_.store( before - 1, std::memory_order_relaxed );
-   }
-   if( ( before & countMask ) == 1 ) {
+   if( ( word_.fetch_sub( 1, std::memory_order_acq_rel ) & countMask ) == 1 ) {
       fwkType().released();
       delete this;
    }

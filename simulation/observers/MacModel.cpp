@@ -251,10 +251,10 @@ MacModel::isPending( Pair pair ) const {
 
 // Of what was decided already it is seen when it is done.
 bool
-MacModel::isBeyondLimit( Pair pair, bool isTold ) const {
+MacModel::isBeyondLimit( Pair pair, bool isNews ) const {
    return !programmed_->remoteHostStatusHas( pair ) && !isPending( pair ) &&
           ( programmed_->remoteHostStatus().size() >= limit() ||
-            ( !isTold && fieldOf( "withheld", pair, "obstacle" ) == "remote MAC limit" ) );
+            ( !isNews && fieldOf( "withheld", pair, "obstacle" ) == "remote MAC limit" ) );
 }
 
 String
@@ -552,10 +552,10 @@ MacModel::wayTo( Entry const & entry ) const {
 
 // There may be no room for what would win.
 MacModel::Verdict
-MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now, bool isTold ) const {
+MacModel::evaluate( Pair pair, Station const & station, Kiv::Seconds now, bool isNews ) const {
    Room room;
    auto verdict = decide( pair, station, now, room );
-   while( verdict.isWritten && isBeyondLimit( pair, isTold ) ) {
+   while( verdict.isWritten && isBeyondLimit( pair, isNews ) ) {
       ( verdict.isLearnt ? room.forLearnt : room.forBest ) = false;
       verdict = decide( pair, station, now, room );
    }

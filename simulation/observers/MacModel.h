@@ -75,9 +75,9 @@ class MacModel {
 
    std::map< Pair, Said > said() const;
    std::map< Vxlan::VniMac, Vxlan::TunnelLearnEvent > tunnelEvents() const;
-   // `isTold`: something else is said of it now, so that the machine looks at it at once.
+   // `isNews`: something else is said of it now, so that the machine looks at it at once.
    Verdict evaluate( Pair pair, Station const & station, Kiv::Seconds now,
-                     bool isTold = false ) const;
+                     bool isNews = false ) const;
 
    // What is in force, as it is published.
    std::map< Pair, Entry > inForce() const;
@@ -95,7 +95,7 @@ class MacModel {
    bool isInHardware( Entry const & entry, Said const & said ) const;
    // Whether the station would be one too many behind the overlay. Who is let in again when there is room the
    // machine says.
-   bool isBeyondLimit( Pair pair, bool isTold ) const;
+   bool isBeyondLimit( Pair pair, bool isNews ) const;
    // Whether it is decided to be behind the overlay, and that is still to be done.
    bool isPending( Pair pair ) const;
    // How many the chip may have behind the overlay, and those that are programmed there.

@@ -272,10 +272,10 @@ MacObserver::saidIs( Pair pair, MacModel::Said const & said, bool isTold ) {
 }
 
 void
-MacObserver::evaluate( Pair pair, bool isTold ) {
+MacObserver::evaluate( Pair pair, bool isNews ) {
    auto & station = stations_[ pair ];
    auto const now = simulated().now();
-   auto const verdict = model_.evaluate( pair, station, now, isTold );
+   auto const verdict = model_.evaluate( pair, station, now, isNews );
    station.isLost = verdict.isLost;
    station.current = verdict.entry;
    station.way = verdict.way;

@@ -72,7 +72,7 @@ class MacObserver : public Observer {
    void hearLinks();
    void hearLearning();
    void saidIs( Pair pair, MacModel::Said const & said, bool isTold );
-   void evaluate( Pair pair, bool isTold = false );
+   void evaluate( Pair pair, bool isNews = false );
    void hearMoves();
    void decided();
    bool isIn( Flush const & flush, Pair pair ) const;

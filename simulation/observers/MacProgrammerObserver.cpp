@@ -74,7 +74,6 @@ class MacProgrammerObserver : public Observer {
    Steps heal() override;
    bool hasFaults() const override;
    bool mayFail( std::string_view ) const override { return false; }
-   Kiv::Seconds settlingTime() const override { return 2; }
    // A table that was full is tried again within half a minute.
    bool isWaiting() const override { return pipeline_.anyUnderWay() || pipeline_.anyInOverflow(); }
    Verdict judge( Step const & step ) const override;
@@ -232,7 +231,7 @@ void
 MacProgrammerObserver::check() {
    timeIs( simulated().now() );
    settled();
-   if( pipeline_.anyWaits() || pipeline_.anyFailed() ) {
+   if( pipeline_.anyLeft() || pipeline_.anyFailed() ) {
       found( "commands are not answered, or have failed, and were not asked for anew" );
    }
 }

@@ -287,7 +287,7 @@ TEST_F( MacHelperTest, roomAndFaults ) {
 // A table that is written by commands, each of which is executed after 0.1 s.
 TEST_F( MacHelperTest, throughThePipeline ) {
    auto const wheel = Kiv::make< Mox::TimerWheel >();
-   mac.isAccessedBy( true );
+   mac.writtenIndirectlyIs( true );
    mac.hostTable()->latencyIs( 0.1 );
    auto programmer = MacProgrammer::MacProgrammerIs( wheel, chip->mac() );
    auto const through = Kiv::make< MacHelper >( chip->mac(), context, programmer );
