@@ -20,13 +20,24 @@
 //    KIV_QUEUE( T, x )                      x(), xEnq( v ), xDeq(), xFront(), xBack(), xDelAll()
 //    KIV_STACK( T, x )                      x(), xPush( v ), xPop(), xTop(), xBottom()
 //    KIV_CHILD( E, x )                      an entity: x(), xIs( args... ) makes it, xIs( ptr ), xDel()
-//    KIV_CHILDREN( K, E, x )                entities: x(), x( k ), xIs( k ) makes it, xIs( k, ptr ), xDel( k ), xDelAll()
+//    KIV_CHILDREN( K, E, x, option... )     entities: x(), x( k ), xIs( k, args... ) makes it if it is not there,
+//                                           xIs( k, ptr ), xDel( k ), xDelAll()
 //
 // Looking up a key that is not there yields the value type's default (null for entities). A type
-// with commas in it needs a name of its own. Options of a collection:
-//    Kiv::everySet                   every xIs() notifies, changed or not
-//    Kiv::onEverySet( &E::handler )  every xIs() calls the entity's own handler( key ), changed or
+// with commas in it needs a name of its own. Options of a collection, and of children:
+//    Kiv::everySet                   every xIs( k, v ) notifies, changed or not
+//    Kiv::onEverySet( &E::handler )  every xIs( k, v ) calls the entity's own handler( key ), changed or
 //                                    not; reactors still hear changes only
+//
+// A class that keeps facts about the values of a collection in step with them has
+//
+//    void kivMemberChanges( decltype( xAttr ) const &, K const & key, V const * before, V const * after )
+//
+// which hears of each change of them before anybody else is told; null is for no member. It does not touch the
+// collection, and does not throw.
+//
+// A class of child entities may refuse an owner: `void checkOwner( Owner const & ) const` throws, and nothing has
+// changed then.
 //
 // KIV_READ_ONLY( x ), behind a declaration: only the program writes it, whoever else may write to the entity.
 //
@@ -38,6 +49,7 @@
 
 #include "Kiv/Dispatch.h"
 #include "Kiv/HashMap.h"
+#include "Kiv/KeyOrder.h"
 #include "Kiv/OrderedMap.h"
 #include "Kiv/Queue.h"
 
@@ -151,17 +163,6 @@ countedUp( std::uint32_t count, std::uint32_t by ) {
                             std::to_string( by ) + " more is too large" );
    }
    return count + by;
-}
-
-// What a walk over a map or a set shows, reduced to the key.
-template< class Key, class Member >
-Key const &
-memberKey( Member const & member ) {
-   if constexpr( std::is_same_v< Key, Member > ) {
-      return member;
-   } else {
-      return member.key;
-   }
 }
 
 template< class Map >
@@ -292,8 +293,15 @@ keysOf( Map const & map ) {
       self.attr##Del( key );                                                                       \
    }
 
+// Called with the key of a member that has changed; and before, with the values that it had and has, too.
 #define KIV_NOTIFIER_( attr )                                                                      \
-   [ this ]( auto const & kivKey ) { this->kivChanged( attr##Attr, &kivKey ); }
+   [ this ]( auto const & kivKey, auto const *... kivValues ) {                                    \
+      if constexpr( sizeof...( kivValues ) == 0 ) {                                                \
+         this->kivChanged( attr##Attr, &kivKey );                                                  \
+      } else {                                                                                     \
+         ::Kiv::memberChanges( *this, attr##Attr, kivKey, kivValues... );                          \
+      }                                                                                            \
+   }
 
 #define KIV_PUT_MEMBER_( Key, Value, attr )                                                        \
    static void kivPut( KIV_POSITION( attr ), KivSelf & self, Key const & key,                      \
@@ -443,6 +451,7 @@ keysOf( Map const & map ) {
    ::Kiv::Ptr< E const > attr() const { return attr##_; }                                          \
    void attr##Is( ::Kiv::Ptr< E > const & entity ) {                                               \
       if( attr##_ != entity ) {                                                                    \
+         ::Kiv::checkOwner( entity, *this );                                                       \
          auto replaced = ::std::exchange( attr##_, entity );                                       \
          this->kivChanged( attr##Attr );                                                           \
       }                                                                                            \
@@ -461,22 +470,23 @@ keysOf( Map const & map ) {
    static auto kivChild( KIV_POSITION( attr ), KivSelf & self ) { return self.attr(); }            \
    KIV_NEXT( attr )
 
-#define KIV_CHILDREN( Key, E, attr )                                                               \
+#define KIV_CHILDREN( Key, E, attr, ... )                                                          \
    KIV_MEMBERS_( children, Key, E, attr, ::Kiv::HashMap< Key, ::Kiv::Ptr< E > > )                  \
    ::Kiv::Ptr< E > attr( Key const & key ) { return ::Kiv::valueOrDefault( attr##_, key ); }       \
    ::Kiv::Ptr< E const > attr( Key const & key ) const {                                           \
       return ::Kiv::valueOrDefault( attr##_, key );                                                \
    }                                                                                               \
    void attr##Is( Key const & key, ::Kiv::Ptr< E > const & entity ) {                              \
-      ::Kiv::putMember( attr##_, key, entity, KIV_NOTIFIER_( attr ) );                             \
+      ::Kiv::putMember( attr##_, key, entity,                                                      \
+                        KIV_NOTIFIER_( attr ) __VA_OPT__(, *this, ) __VA_ARGS__ );                 \
    }                                                                                               \
-   template< class KivE = E >                                                                      \
-      requires( ::std::is_constructible_v< KivE, Key const & > )                                   \
-   ::Kiv::Ptr< KivE > attr##Is( Key const & key ) {                                                \
+   template< class KivE = E, class... KivArgs >                                                    \
+      requires( ::std::is_constructible_v< KivE, Key const &, KivArgs const &... > )               \
+   ::Kiv::Ptr< KivE > attr##Is( Key const & key, KivArgs const &... args ) {                       \
       if( auto const * present = attr##_.find( key ) ) {                                           \
          return *present;                                                                          \
       }                                                                                            \
-      auto entity = ::Kiv::make< KivE >( key );                                                    \
+      auto entity = ::Kiv::make< KivE >( key, args... );                                           \
       attr##Is( key, entity );                                                                     \
       return entity;                                                                               \
    }                                                                                               \
@@ -505,6 +515,24 @@ struct BaseOf< Default, Given > {
 // the caller's may live in the very member that a handler removes. Once it has notified, a write
 // looks at its entity no more: handlers may have dropped it.
 
+template< class E, class A, class Key, class Value >
+void
+memberChanges( E & entity, A const & attribute, Key const & key, Value const * before, Value const * after ) {
+   if constexpr( requires { entity.kivMemberChanges( attribute, key, before, after ); } ) {
+      entity.kivMemberChanges( attribute, key, before, after );
+   }
+}
+
+template< class E, class Owner >
+void
+checkOwner( Ptr< E > const & entity, Owner const & owner ) {
+   if constexpr( requires { entity->checkOwner( owner ); } ) {
+      if( entity ) {
+         entity->checkOwner( owner );
+      }
+   }
+}
+
 template< class Key, class E >
 bool
 announceSet( Key const &, bool, E &, EverySet const & ) {
@@ -523,9 +551,12 @@ void
 putMember( Map & map, Key const & key, Value const & value, Notify notify,
            EntityAndOption &&... entityAndOption ) {
    Key const stable = key;
-   auto [ member, changed ] = map.tryEmplace( stable, value );
    [[maybe_unused]] Replaced< Value > replaced;
-   if( !changed && !( *member == value ) ) {
+   auto [ member, changed ] = map.tryEmplace( stable, value );
+   if( changed ) {
+      notify( stable, static_cast< Value const * >( nullptr ), static_cast< Value const * >( member ) );
+   } else if( !( *member == value ) ) {
+      notify( stable, static_cast< Value const * >( member ), &value );
       replaced = replace( *member, value );
       changed = true;
    }
@@ -554,6 +585,8 @@ eraseMember( Map & map, Key const & key, Notify notify ) {
    if constexpr( requires { map.extract( stable ); } ) {
       // The value outlives the notification: handlers may still hold on to what it points at.
       if( auto gone = map.extract( stable ) ) {
+         auto const * const before = &std::as_const( *gone );
+         notify( stable, before, static_cast< decltype( before ) >( nullptr ) );
          notify( stable );
       }
    } else if( map.erase( stable ) ) {

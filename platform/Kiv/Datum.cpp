@@ -108,4 +108,20 @@ integerFrom( Datum const & datum, std::uint64_t min, std::uint64_t max ) {
    return boundedFrom( datum, min, max );
 }
 
+void
+givenTwice( String const & key ) {
+   throw ParseError( key + " is given twice" );
+}
+
+Datum const &
+neededField( Datum const & object, std::string_view name ) {
+   if( !object.as< Datum::Object >() ) {
+      wrongShape( object, "an object" );
+   }
+   if( auto const * field = object.find( name ) ) {
+      return *field;
+   }
+   throw ParseError( String( name ) + " is missing" );
+}
+
 } // namespace Kiv

@@ -94,12 +94,16 @@ inPlace( std::string_view place, Read const & read ) {
 }
 
 template< class T >
-concept FieldedValue = requires { typename T::KivFields; };
+concept FieldedValue = requires {
+   typename T::KivFields;
+};
 
 // A number with bounds (KIV_RANGED, or a fraction that brings `KivNumber` and value()): a number as
 // data, too.
 template< class T >
-concept RangedNumber = requires { typename T::KivNumber; };
+concept RangedNumber = requires {
+   typename T::KivNumber;
+};
 template< class T >
 concept RangedFraction = RangedNumber< T > && std::is_floating_point_v< typename T::KivNumber >;
 
@@ -107,6 +111,22 @@ template< class T >
 inline constexpr bool isVector = false;
 template< class T >
 inline constexpr bool isVector< std::vector< T > > = true;
+
+// What holds a value of another type stands for it: it is made of one, and `*` yields it.
+template< class T >
+concept ValueHolder = requires {
+   typename T::KivHeld;
+};
+
+// What is a text as data too, so that it can name the member of an object.
+template< class T >
+concept NamingKey = ParseMember< T > ||
+      ( !FieldedValue< T > && !ValueHolder< T > && !KeyedCollection< T > );
+
+template< class T >
+concept DatumMap = KeyedCollection< T > && requires {
+   typename T::mapped_type;
+};
 
 template< class T >
 consteval DatumShape
@@ -117,11 +137,88 @@ datumShape() {
       return DatumShape::number;
    } else if constexpr( std::is_integral_v< T > || RangedNumber< T > ) {
       return DatumShape::integer;
-   } else if constexpr( FieldedValue< T > || isVector< T > ) {
+   } else if constexpr( ValueHolder< T > ) {
+      return datumShape< typename T::KivHeld >();
+   } else if constexpr( FieldedValue< T > || isVector< T > || KeyedCollection< T > ) {
       return DatumShape::structure;
    } else {
       return DatumShape::string;
    }
+}
+
+template< class T >
+Datum toDatum( T const & value );
+template< class T >
+T fromDatum( Datum const & datum );
+
+// Keyed collections, in the order of their keys: a map as an object by the texts of its keys, a set as a
+// list. Where a key has no text to be read from, a map is a list too, of objects { "key", "value" }.
+template< class Collection >
+Datum
+datumOfCollection( Collection const & collection ) {
+   using Key = typename Collection::key_type;
+   Datum::Array array;
+   Datum object( Datum::Object{} );
+   for( auto const * member : inKeyOrder( collection ) ) {
+      if constexpr( !DatumMap< Collection > ) {
+         array.push_back( toDatum< Key >( *member ) );
+      } else if constexpr( NamingKey< Key > ) {
+         object.add( toText( member->key ), toDatum( member->value ) );
+      } else {
+         array.push_back( Datum::Object{ { "key", toDatum( member->key ) },
+                                         { "value", toDatum( member->value ) } } );
+      }
+   }
+   return DatumMap< Collection > && NamingKey< Key > ? object : Datum( array );
+}
+
+// Throws ParseError for a key that is given twice.
+[[noreturn]] void givenTwice( String const & key );
+// The value of the one field that an object must have; throws ParseError.
+Datum const & neededField( Datum const & object, std::string_view name );
+
+template< class Collection >
+Collection
+collectionFrom( Datum const & datum ) {
+   using Key = typename Collection::key_type;
+   Collection collection;
+   if constexpr( DatumMap< Collection > && NamingKey< Key > ) {
+      using Value = typename Collection::mapped_type;
+      auto const * object = datum.as< Datum::Object >();
+      if( !object ) {
+         wrongShape( datum, "an object" );
+      }
+      for( auto const & member : *object ) {
+         inPlace( member.first, [ & ] {
+            auto const key = fromText< Key >( member.first );
+            if( !collection.tryEmplace( key, fromDatum< Value >( member.second ) ).inserted ) {
+               givenTwice( member.first );
+            }
+         } );
+      }
+   } else {
+      auto const * array = datum.as< Datum::Array >();
+      if( !array ) {
+         wrongShape( datum, "a list" );
+      }
+      for( auto const & element : *array ) {
+         inPlace( '[' + std::to_string( collection.size() ) + ']', [ & ] {
+            bool isNew = false;
+            if constexpr( DatumMap< Collection > ) {
+               using Value = typename Collection::mapped_type;
+               auto const key = fromDatum< Key >( neededField( element, "key" ) );
+               auto const & value = neededField( element, "value" );
+               isNew = collection.tryEmplace( key, fromDatum< Value >( value ) ).inserted;
+            } else {
+               isNew = collection.insert( fromDatum< Key >( element ) );
+            }
+            if( !isNew ) {
+               givenTwice( datumText( element ) );
+            }
+         } );
+      }
+   }
+   return collection;
 }
 
 template< class T >
@@ -132,7 +229,9 @@ toDatum( T const & value ) {
       if( !value ) {
          return {};
       }
-      if constexpr( requires( String & text ) { value->print( text ); } ) {
+      if constexpr( PrintMember< T > ) {
+         return toText( value );
+      } else if constexpr( requires( String & text ) { value->print( text ); } ) {
          String text;
          value->print( text );
          return text;
@@ -143,12 +242,16 @@ toDatum( T const & value ) {
       }
    } else if constexpr( FieldedValue< T > ) {
       return T::KivFields::toDatum( value );
+   } else if constexpr( ValueHolder< T > ) {
+      return toDatum( *value );
    } else if constexpr( isVector< T > ) {
       Datum::Array array;
       for( auto const & element : value ) {
          array.push_back( toDatum( element ) );
       }
       return array;
+   } else if constexpr( KeyedCollection< T > ) {
+      return datumOfCollection( value );
    } else if constexpr( RangedNumber< T > ) {
       return Datum( value.value() );
    } else if constexpr( std::is_arithmetic_v< T > ) {
@@ -177,6 +280,10 @@ fromDatum( Datum const & datum ) {
          } ) );
       }
       return values;
+   } else if constexpr( ValueHolder< T > ) {
+      return T( fromDatum< typename T::KivHeld >( datum ) );
+   } else if constexpr( KeyedCollection< T > ) {
+      return collectionFrom< T >( datum );
    } else if constexpr( std::is_same_v< T, bool > ) {
       auto const * value = datum.as< bool >();
       if( !value ) {

@@ -56,8 +56,17 @@ concept HashMember = requires( T const & value ) {
    { value.hash() } -> std::convertible_to< std::size_t >;
 };
 
+// Keyed collections, whose members stand in no order that counts.
+template< class T >
+concept KeyedCollection = requires( T const & value ) {
+   typename T::key_type;
+   value.begin();
+   value.size();
+};
+
 // The hash of a key. Types with a hash() member bring their own, which is made of these; everything
-// else goes through integers and strings.
+// else goes through integers and strings. Collections that are equal have the same, in whatever order
+// they were filled.
 template< class T >
 std::size_t
 hashOf( T const & value ) {
@@ -67,6 +76,16 @@ hashOf( T const & value ) {
       return hashWord( static_cast< std::uint64_t >( value ) );
    } else if constexpr( std::convertible_to< T const &, std::string_view > ) {
       return hashText( std::string_view( value ) );
+   } else if constexpr( KeyedCollection< T > ) {
+      std::size_t sum = 0;
+      for( auto const & member : value ) {
+         if constexpr( requires { member.value; } ) {
+            sum += hashCombine( hashOf( member.key ), hashOf( member.value ) );
+         } else {
+            sum += hashOf< typename T::key_type >( member );
+         }
+      }
+      return hashCombine( sum, value.size() );
    } else if constexpr( requires { value.begin(); } ) {
       std::size_t hash = value.size();
       for( auto const & element : value ) {

@@ -43,22 +43,9 @@ class PtrInterface {
    void kivMarkedForDeletionIs( bool marked ) { bitIs( markedBit, marked ); }
    std::uint32_t kivReferences() const { return word() & countMask; }
 
-   void kivNewReference() const {
-      if( threadSafePtrs ) {
-         word_.fetch_add( 1, std::memory_order_relaxed );
-      } else {
-         word_.store( word() + 1, std::memory_order_relaxed );
-      }
-   }
+   void kivNewReference() const { countBy( word_, 1 ); }
    void kivDropReference() const {
-      std::uint32_t before;
-      if( threadSafePtrs ) {
-         before = word_.fetch_sub( 1, std::memory_order_acq_rel );
-      } else {
-         before = word();
-         word_.store( before - 1, std::memory_order_relaxed );
-      }
-      if( ( before & countMask ) == 1 ) {
+      if( ( countBy( word_, ~0u ) & countMask ) == 1 ) {
          const_cast< PtrInterface * >( this )->lastReferenceDropped();
       }
    }

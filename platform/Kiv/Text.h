@@ -13,6 +13,7 @@
 // and strings take part by themselves. Fractions print as their shortest exact decimal form.
 
 #include "Kiv/Exception.h"
+#include "Kiv/KeyOrder.h"
 
 #include <charconv>
 #include <concepts>
@@ -42,6 +43,14 @@ template< class T >
 concept PrintableRange = !std::convertible_to< T const &, std::string_view > && requires( T const & value ) {
    value.begin();
    value.end();
+};
+
+// Keyed collections print as {key: value, key: value}, sets as [a, b]; in the order of their keys if
+// those have one, so that equal ones print alike.
+template< class T >
+concept PrintableMap = PrintableRange< T > && requires( T const & value ) {
+   typename T::mapped_type;
+   value.begin()->key;
 };
 
 // Enumerations made with KIV_ENUM have these two, found through their namespace.
@@ -78,6 +87,24 @@ print( std::string & out, T const & value ) {
       printInteger( out, static_cast< std::uint64_t >( value ) );
    } else if constexpr( std::is_floating_point_v< T > ) {
       printDouble( out, static_cast< double >( value ) );
+   } else if constexpr( PrintableMap< T > ) {
+      char const * separator = "{";
+      for( auto const * member : inKeyOrder( value ) ) {
+         out += separator;
+         print( out, member->key );
+         out += ": ";
+         print( out, member->value );
+         separator = ", ";
+      }
+      out += value.begin() == value.end() ? "{}" : "}";
+   } else if constexpr( KeyedCollection< T > ) {
+      char const * separator = "[";
+      for( auto const * key : inKeyOrder( value ) ) {
+         out += separator;
+         print( out, *key );
+         separator = ", ";
+      }
+      out += value.begin() == value.end() ? "[]" : "]";
    } else if constexpr( PrintableRange< T > ) {
       char const * separator = "[";
       for( auto const & element : value ) {

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdint>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 // Outside of any namespace, since compilers leave out the one that a function stands in.
@@ -29,6 +30,18 @@ threadSafePtrsIs( bool enabled ) {
    threadSafePtrs = enabled;
 }
 
+// Adds, and returns what was there before.
+template< class Number >
+Number
+countBy( std::atomic< Number > & counter, std::type_identity_t< Number > by ) {
+   if( threadSafePtrs ) {
+      return counter.fetch_add( by, std::memory_order_acq_rel );
+   }
+   auto const before = counter.load( std::memory_order_relaxed );
+   counter.store( before + by, std::memory_order_relaxed );
+   return before;
+}
+
 class Type {
  public:
    // Not copied: `text` must outlive the type (it is a literal).
@@ -49,22 +62,15 @@ class Type {
       if( made_.load( std::memory_order_relaxed ) == 0 ) {
          enrol();
       }
-      add( made_, 1 );
-      add( live_, 1 );
+      countBy( made_, 1 );
+      countBy( live_, 1 );
    }
-   void released() const { add( live_, static_cast< std::uint64_t >( -1 ) ); }
+   void released() const { countBy( live_, ~std::uint64_t{ 0 } ); }
 
    // Every type of which an object was ever made, by name.
    static std::vector< Type const * > all();
 
  private:
-   static void add( std::atomic< std::uint64_t > & counter, std::uint64_t n ) {
-      if( threadSafePtrs ) {
-         counter.fetch_add( n, std::memory_order_relaxed );
-      } else {
-         counter.store( counter.load( std::memory_order_relaxed ) + n, std::memory_order_relaxed );
-      }
-   }
    void enrol() const;
 
    std::string_view name_;

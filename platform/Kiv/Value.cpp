@@ -124,6 +124,58 @@ EnumNames::parse( std::string_view text ) const {
 }
 
 void
+printFlags( String & out, std::string_view type, EnumNames const & names, std::uint64_t raw ) {
+   out += "Value('";
+   out += type;
+   out += "', ** {";
+   char const * separator = "'";
+   for( auto const & [ name, bit ] : names.all() ) {
+      out += separator + name + "': " + ( raw >> bit & 1 ? "true" : "false" );
+      separator = ", '";
+   }
+   out += "})";
+}
+
+String
+flagWords( EnumNames const & names, std::uint64_t raw ) {
+   String words;
+   for( auto const & [ name, bit ] : names.all() ) {
+      if( raw >> bit & 1 ) {
+         words += ( words.empty() ? "" : ", " ) + name;
+      }
+   }
+   return words;
+}
+
+Datum
+datumOfFlags( EnumNames const & names, std::uint64_t raw ) {
+   Datum::Object object;
+   for( auto const & [ name, bit ] : names.all() ) {
+      object.emplace_back( name, ( raw >> bit & 1 ) != 0 );
+   }
+   return object;
+}
+
+std::uint64_t
+flagsFrom( Datum const & datum, EnumNames const & names ) {
+   std::uint64_t raw = 0;
+   auto const set = [ & ]( String const & name, bool on ) {
+      raw |= static_cast< std::uint64_t >( on ) << names.parse( name );
+   };
+   if( auto const * object = datum.as< Datum::Object >() ) {
+      for( auto const & flag : *object ) {
+         set( flag.first,
+              inPlace( flag.first, [ & ] { return fromDatum< bool >( flag.second ); } ) );
+      }
+   } else {
+      for( auto const & name : fromDatum< std::vector< String > >( datum ) ) {
+         set( name, true );
+      }
+   }
+   return raw;
+}
+
+void
 rangeFailed( char const * text, String const & number, std::int64_t min, std::int64_t max ) {
    throw RangeException( text, number + " is not a number from " + std::to_string( min ) + " to " +
                                      std::to_string( max ) );

@@ -14,6 +14,29 @@
 // `void check() const` is asked about what comes from outside: it throws RangeException for fields
 // that are not right.
 //
+// A value that is more than its fields declares them with the words of an entity (Kiv/Attribute.h), which
+// makes them private and brings the accessors; collections are fields like any other:
+//
+//    class Group : public Kiv::AccessedValue {
+//       KIV_ACCESSED_VALUE( Hoba::Group );
+//       KIV_GIVEN( Kind, kind, ip );                            // kind(): the constructor says it
+//       KIV_ATTRIBUTE( std::uint32_t, ttl, 64 );                // ttl(), ttlIs( v )
+//       KIV_COLLECTION( NextHop, std::uint32_t, nextHop );      // nextHop(), nextHopIs( k, v ), nextHopDel( k ) ...
+//       KIV_DERIVED( std::uint64_t, totalWeightCache, updateCaches, unknown );  // totalWeightCache()
+//     public:
+//       void kivChanged( Kiv::AttributeId const & field, void const * key = nullptr );
+//    };
+//
+// Every change, and nothing else, says kivChanged(): there what was derived from the fields becomes out of
+// date. A derived fact stands among the fields, and prints as updateCaches() makes it; equality, order and
+// hash do without it.
+//
+// The hash takes a seed: hash( seed ). Collections are equal, ordered and hashed whatever the order in which
+// they were filled. A Ptr among the fields compares by address, and has no order: see Kiv/PtrByKey.h.
+//
+// Sets of flags: KIV_FLAGS( Hoba::ErrorStates, std::uint8_t, uninitialized, missing ), in a struct of nothing
+// else, the first flag in the lowest bit: uninitialized(), uninitializedIs( bool ); ErrorStates{ raw }.
+//
 // Numbers with bounds: KIV_RANGED( VlanId, std::uint16_t, 1, 4094, 1, "text of the range exception" )
 // Enumerations that print and parse by name: KIV_ENUM( Name, std::uint8_t, a = 0, b, ... ) in a
 // namespace, KIV_MEMBER_ENUM in a class. Initialisers are plain numbers. An enumerator whose name is
@@ -64,15 +87,68 @@ putAt( void * place, Datum const & datum ) {
 
 template< class V, class T >
 struct FieldOf {
+   static constexpr bool isDerived = false;
    char const * name;
    T V::*member;
 
-   FieldPrint printOf( V const & value ) const {
-      return { name, &printAt< T >, &( value.*member ) };
-   }
-   FieldGet getOf( V const & value ) const { return { name, &datumAt< T >, &( value.*member ) }; }
+   T const & in( V const & value ) const { return value.*member; }
+   FieldPrint printOf( V const & value ) const { return { name, &printAt< T >, &in( value ) }; }
+   FieldGet getOf( V const & value ) const { return { name, &datumAt< T >, &in( value ) }; }
    FieldPut putOf( V & value ) const { return { name, &putAt< T >, &( value.*member ) }; }
 };
+
+// One that is declared with the words of an entity.
+template< class V, unsigned i >
+struct AccessedFieldOf {
+   using At = Count< i >;
+   static constexpr auto const & attribute = V::kivAttribute( At{} );
+   using T = std::remove_cvref_t< decltype( V::kivGet( At{}, std::declval< V const & >() ) ) >;
+   static constexpr bool isDerived = requires { V::kivDerived( At{} ); };
+   static constexpr char const * name = attribute.name;
+
+   static T const & in( V const & value ) { return V::kivGet( At{}, value ); }
+   static FieldPrint printOf( V const & value ) {
+      // It may have to be brought up to date for that.
+      if constexpr( isDerived ) {
+         V::kivDerived( At{}, value );
+      }
+      return { name, &printAt< T >, &in( value ) };
+   }
+   static FieldGet getOf( V const & value ) { return { name, &datumAt< T >, &in( value ) }; }
+   static FieldPut putOf( V & value ) { return { name, &put, &value }; }
+   static void put( void * place, Datum const & datum ) {
+      auto & value = *static_cast< V * >( place );
+      auto const field = Kiv::fromDatum< T >( datum );
+      if constexpr( !KeyedCollection< T > ) {
+         V::kivPut( At{}, value, field );
+      } else {
+         for( auto const & member : field ) {
+            if constexpr( DatumMap< T > ) {
+               V::kivPut( At{}, value, member.key, member.value );
+            } else {
+               V::kivPut( At{}, value, member );
+            }
+         }
+      }
+   }
+};
+
+// Where nothing is to be done about a change.
+struct AccessedValue {
+   void kivChanged( AttributeId const &, void const * = nullptr ) {}
+   friend bool operator==( AccessedValue, AccessedValue ) = default;
+};
+
+// What a field adds to a hash: numbers are mixed once, with the others.
+template< class T >
+std::size_t
+hashPart( T const & field ) {
+   if constexpr( std::is_integral_v< T > || std::is_enum_v< T > ) {
+      return static_cast< std::size_t >( field );
+   } else {
+      return hashOf( field );
+   }
+}
 
 // The fields of the value type V.
 template< class V >
@@ -84,12 +160,24 @@ class FieldsOf {
          printFields( out, V::kivName, fields );
       } );
    }
-   static std::size_t hash( V const & value ) {
-      std::size_t seed = 0;
-      withFields( [ & ]( auto... field ) {
-         ( ( seed = hashCombine( seed, hashOf( value.*field.member ) ) ), ... );
-      } );
+   static std::size_t hash( V const & value, std::size_t seed ) {
+      withFacts(
+            [ & ]( auto field ) { seed = hashCombine( seed, hashPart( field.in( value ) ) ); } );
       return seed;
+   }
+   static bool equal( V const & a, V const & b ) {
+      bool isEqual = true;
+      withFacts( [ & ]( auto field ) { isEqual = isEqual && field.in( a ) == field.in( b ); } );
+      return isEqual;
+   }
+   static std::strong_ordering compare( V const & a, V const & b ) {
+      auto order = std::strong_ordering::equal;
+      withFacts( [ & ]( auto field ) {
+         if( order == 0 ) {
+            order = field.in( a ) <=> field.in( b );
+         }
+      } );
+      return order;
    }
    static Datum toDatum( V const & value ) {
       return withFields( [ & ]( auto... field ) {
@@ -99,10 +187,9 @@ class FieldsOf {
    }
    static V fromDatum( Datum const & datum ) {
       V value;
-      withFields( [ & ]( auto... field ) {
-         FieldPut const fields[] = { field.putOf( value )... };
-         putFields( datum, fields );
-      } );
+      std::vector< FieldPut > fields;
+      withFacts( [ & ]( auto field ) { fields.push_back( field.putOf( value ) ); } );
+      putFields( datum, fields );
       if constexpr( requires { value.check(); } ) {
          value.check();
       }
@@ -110,12 +197,30 @@ class FieldsOf {
    }
 
  private:
+   template< unsigned i >
+   static auto field() {
+      if constexpr( requires { V::kivField( Count< i >{} ); } ) {
+         return V::kivField( Count< i >{} );
+      } else {
+         return AccessedFieldOf< V, i >{};
+      }
+   }
    template< class Use >
    static auto withFields( Use const & use ) {
       return [ & ]< unsigned... i >( std::integer_sequence< unsigned, i... > ) {
-         return use( V::kivField( Count< i >{} )... );
+         return use( field< i >()... );
       }
       ( std::make_integer_sequence< unsigned, decltype( V::kivCount( MaxRank{} ) )::value >{} );
+   }
+   // One by one those that the value is made of, not what is derived from them.
+   template< class Use >
+   static void withFacts( Use const & use ) {
+      auto const useFact = [ & ]( auto field ) {
+         if constexpr( !decltype( field )::isDerived ) {
+            use( field );
+         }
+      };
+      withFields( [ & ]( auto... field ) { ( useFact( field ), ... ); } );
    }
 };
 
@@ -132,6 +237,22 @@ class EnumNames {
  private:
    String type_;
    std::vector< std::pair< String, std::int64_t > > names_;
+};
+
+// The flags of a set, bit by bit, the lowest first. `names` are those of its enumeration of positions.
+void printFlags( String & out, std::string_view type, EnumNames const & names, std::uint64_t raw );
+// The names of those that are set, as "uninitialized, missing".
+String flagWords( EnumNames const & names, std::uint64_t raw );
+Datum datumOfFlags( EnumNames const & names, std::uint64_t raw );
+// An object of some flags with true or false, or a list of the names of those that are set. Throws ParseError.
+std::uint64_t flagsFrom( Datum const & datum, EnumNames const & names );
+
+template< class V >
+struct FlagsOf {
+   static Datum toDatum( V value ) { return datumOfFlags( V::kivNames(), value.raw() ); }
+   static V fromDatum( Datum const & datum ) {
+      return V{ static_cast< typename V::KivRaw >( flagsFrom( datum, V::kivNames() ) ) };
+   }
 };
 
 // For numbers with bounds. `text` is the exception's; its reason names number and bounds.
@@ -185,19 +306,69 @@ class Ranged {
    static ::Kiv::Count< 0 > kivCount( ::Kiv::Rank< 0 > );                                          \
    friend bool operator==( Name const &, Name const & ) = default;                                 \
    friend auto operator<=>( Name const &, Name const & ) = default;                                \
+   KIV_HASH_;                                                                                      \
+   static_assert( true )
+
+#define KIV_HASH_                                                                                  \
    template< class KivF = KivFields >                                                              \
-   ::std::size_t hash() const {                                                                    \
-      return KivF::hash( *this );                                                                  \
+   ::std::size_t hash( ::std::size_t kivSeed = 0 ) const {                                         \
+      return KivF::hash( *this, kivSeed );                                                         \
    }                                                                                               \
    static_assert( true )
 
 #define KIV_VALUE( Name )                                                                          \
    KIV_PLAIN_VALUE( Name );                                                                        \
+   KIV_PRINT_;                                                                                     \
+   static_assert( true )
+
+#define KIV_PRINT_                                                                                 \
    template< class KivF = KivFields >                                                              \
    void print( ::std::string & kivOut ) const {                                                    \
       KivF::print( kivOut, *this );                                                                \
    }                                                                                               \
    static_assert( true )
+
+#define KIV_ACCESSED_VALUE( Name )                                                                 \
+ public:                                                                                           \
+   using KivSelf = Name;                                                                           \
+   using KivFields = ::Kiv::FieldsOf< Name >;                                                      \
+   static constexpr ::std::string_view kivName = #Name;                                            \
+   static ::Kiv::Count< 0 > kivCount( ::Kiv::Rank< 0 > );                                          \
+   template< class KivF = KivFields >                                                              \
+   bool operator==( Name const & other ) const {                                                   \
+      return KivF::equal( *this, other );                                                          \
+   }                                                                                               \
+   template< class KivF = KivFields >                                                              \
+   ::std::strong_ordering operator<=>( Name const & other ) const {                                \
+      return KivF::compare( *this, other );                                                        \
+   }                                                                                               \
+   KIV_HASH_;                                                                                      \
+   KIV_PRINT_
+
+// What a value is given when it is made: attr().
+#define KIV_GIVEN( T, attr, ... )                                                                  \
+ private:                                                                                          \
+   T attr##_{ __VA_ARGS__ };                                                                       \
+                                                                                                   \
+ public:                                                                                           \
+   KIV_DESCRIBE( scalar, void, T, attr )                                                           \
+   T const & attr() const { return attr##_; }                                                      \
+   static void kivPut( KIV_POSITION( attr ), KivSelf & self, T const & value ) {                   \
+      self.attr##_ = value;                                                                        \
+   }                                                                                               \
+   KIV_NEXT( attr )
+
+// `update`, a member function of the value, brings it up to date.
+#define KIV_DERIVED( T, attr, update, ... )                                                        \
+ private:                                                                                          \
+   mutable T attr##_{ __VA_ARGS__ };                                                               \
+                                                                                                   \
+ public:                                                                                           \
+   KIV_DESCRIBE( scalar, void, T, attr )                                                           \
+   T const & attr() const { return attr##_; }                                                      \
+   static void kivDerived( KIV_POSITION( attr ) );                                                 \
+   static void kivDerived( KIV_POSITION( attr ), KivSelf const & self ) { self.update(); }         \
+   KIV_NEXT( attr )
 
 #define KIV_FIELD( T, field, ... )                                                                 \
    using kivAt_##field = decltype( kivCount( ::Kiv::MaxRank{} ) );                                 \
@@ -221,6 +392,64 @@ class Ranged {
       return names;                                                                                \
    }                                                                                               \
    static_assert( true )
+
+#define KIV_FLAGS( Name, Rep, ... )                                                                \
+   using KivSelf = Name;                                                                           \
+   using KivFields = ::Kiv::FlagsOf< Name >;                                                       \
+   using KivRaw = Rep;                                                                             \
+   static constexpr ::std::string_view kivName = #Name;                                            \
+   enum class Flag : unsigned { __VA_ARGS__, kivEnd };                                             \
+   static_assert( static_cast< unsigned >( Flag::kivEnd ) <= 8 * sizeof( Rep ) );                  \
+   static ::Kiv::EnumNames const & kivNames() {                                                    \
+      static ::Kiv::EnumNames const names( #Name, #__VA_ARGS__ );                                  \
+      return names;                                                                                \
+   }                                                                                               \
+                                                                                                   \
+   Rep kivFlags = 0;                                                                               \
+                                                                                                   \
+   constexpr Rep raw() const { return kivFlags; }                                                  \
+   constexpr explicit operator bool() const { return kivFlags != 0; }                              \
+   static constexpr Name of( Flag flag ) { return Name{}.flagIs( flag, true ); }                   \
+   constexpr bool has( Flag flag ) const {                                                         \
+      return kivFlags >> static_cast< unsigned >( flag ) & 1;                                      \
+   }                                                                                               \
+   constexpr Name & flagIs( Flag flag, bool on ) {                                                 \
+      auto const bit = ::std::uint64_t{ 1 } << static_cast< unsigned >( flag );                    \
+      kivFlags = static_cast< Rep >( on ? kivFlags | bit : kivFlags & ~bit );                      \
+      return *this;                                                                                \
+   }                                                                                               \
+   KIV_EACH_( KIV_FLAG_, __VA_ARGS__ )                                                             \
+   friend constexpr Name operator|( Name a, Name b ) {                                             \
+      return Name{ static_cast< Rep >( a.kivFlags | b.kivFlags ) };                                \
+   }                                                                                               \
+   friend constexpr Name operator&( Name a, Name b ) {                                             \
+      return Name{ static_cast< Rep >( a.kivFlags & b.kivFlags ) };                                \
+   }                                                                                               \
+   friend bool operator==( Name const &, Name const & ) = default;                                 \
+   friend auto operator<=>( Name const &, Name const & ) = default;                                \
+   ::std::size_t hash( ::std::size_t kivSeed = 0 ) const {                                         \
+      return ::Kiv::hashCombine( kivSeed, kivFlags );                                              \
+   }                                                                                               \
+   void print( ::std::string & kivOut ) const {                                                    \
+      ::Kiv::printFlags( kivOut, kivName, kivNames(), kivFlags );                                  \
+   }                                                                                               \
+   /* The names of those that are set. */                                                          \
+   ::std::string words() const { return ::Kiv::flagWords( kivNames(), kivFlags ); }                \
+   static_assert( true )
+#define KIV_FLAG_( flag )                                                                          \
+   constexpr bool flag() const { return has( Flag::flag ); }                                       \
+   constexpr KivSelf & flag##Is( bool on ) { return flagIs( Flag::flag, on ); }
+
+// KIV_EACH_( MACRO, a, b, ... ) is MACRO( a ) MACRO( b ) ..., for up to 80.
+#define KIV_EACH_( macro, ... ) __VA_OPT__( KIV_SCAN_( KIV_EACH_STEP_( macro, __VA_ARGS__ ) ) )
+#define KIV_EACH_STEP_( macro, first, ... )                                                        \
+   macro( first ) __VA_OPT__( KIV_EACH_AGAIN_ KIV_PARENTHESES_( macro, __VA_ARGS__ ) )
+#define KIV_EACH_AGAIN_() KIV_EACH_STEP_
+#define KIV_PARENTHESES_ ()
+#define KIV_SCAN_( ... ) KIV_SCAN3_( KIV_SCAN3_( KIV_SCAN3_( __VA_ARGS__ ) ) )
+#define KIV_SCAN3_( ... ) KIV_SCAN2_( KIV_SCAN2_( KIV_SCAN2_( __VA_ARGS__ ) ) )
+#define KIV_SCAN2_( ... ) KIV_SCAN1_( KIV_SCAN1_( KIV_SCAN1_( __VA_ARGS__ ) ) )
+#define KIV_SCAN1_( ... ) __VA_ARGS__
 
 #define KIV_RANGED( Name, Rep, minimum, maximum, initial, text )                                   \
    class Name : public ::Kiv::Ranged< Name, Rep, minimum, maximum, initial > {                     \

@@ -2,6 +2,7 @@
 
 // Every kind of attribute: what its accessors answer, and whom a write tells of what.
 
+#include "Kiv/Reflect.h"
 #include "KivExample.h"
 
 namespace {
@@ -104,6 +105,50 @@ TEST_F( KivEntity, children ) {
    EXPECT_FALSE( reader.leaves( "y" ) );
    node->leavesDelAll();
    EXPECT_EQ( heard(), "leaves[x] leaves[x] leaves[x]" );
+
+   auto const bare = node->oddIs( 3, "first" );
+   EXPECT_EQ( node->oddIs( 3, "second" ), bare );
+   EXPECT_EQ( bare->note(), "first" );
+   node->oddIs( 3, bare );
+   EXPECT_EQ( heard(), "odd[3] odd[3]" ) << "made, and said again";
+}
+
+// Keeps the sum of its marks, and will not have a leaf that is called as it is.
+class Summing : public Kiv::Entity {
+   KIV_ENTITY( Summing );
+   KIV_COLLECTION( int, int, mark );
+   KIV_CHILD( Summing, other );
+
+ public:
+   explicit Summing( Kiv::String const & sumName ) : Entity( sumName ) {}
+   template< class Attribute >
+   void kivMemberChanges( Attribute const &, int const &, int const * before, int const * after ) {
+      sum += ( after ? *after : 0 ) - ( before ? *before : 0 );
+   }
+   void checkOwner( Summing const & owner ) const {
+      if( owner.name() == name() ) {
+         throw Kiv::Exception( "my own" );
+      }
+   }
+   int sum = 0;
+};
+KIV_DEFINE( Summing );
+
+TEST_F( KivEntity, factsAboutMembersFollowAndChildrenMayRefuse ) {
+   auto const summing = make< Summing >( "a" );
+   summing->markIs( 1, 5 );
+   summing->markIs( 2, 7 );
+   summing->markIs( 2, 7 );
+   summing->markIs( 1, 4 );
+   EXPECT_EQ( summing->sum, 11 );
+   summing->markDel( 2 );
+   summing->markDel( 2 );
+   EXPECT_EQ( summing->sum, 4 );
+   summing->markDelAll();
+   EXPECT_EQ( summing->sum, 0 );
+   auto const other = summing->otherIs( "b" );
+   EXPECT_THROW( summing->otherIs( make< Summing >( "a" ) ), Kiv::Exception );
+   EXPECT_EQ( summing->other(), other );
 }
 
 // Says when it is destroyed.

@@ -48,10 +48,13 @@ class Leaf : public Kiv::Entity {
    explicit Leaf( Kiv::String const & leafName ) : Entity( leafName ) {}
 };
 
-// Cannot be made from a key.
+// Cannot be made from a key alone.
 class Bare : public Kiv::Entity {
    KIV_ENTITY( Example::Bare );
    KIV_ATTRIBUTE( Kiv::String, note );
+
+ public:
+   Bare( std::uint16_t, Kiv::String const & bareNote ) : note_( bareNote ) {}
 };
 
 class Node : public Kiv::Entity {
@@ -74,7 +77,7 @@ class Node : public Kiv::Entity {
    KIV_STACK( Kiv::String, undo );
    KIV_CHILD( Leaf, leaf );
    KIV_CHILDREN( Kiv::String, Leaf, leaves );
-   KIV_CHILDREN( std::uint16_t, Bare, odd );
+   KIV_CHILDREN( std::uint16_t, Bare, odd, Kiv::everySet );
 
  public:
    explicit Node( Kiv::String const & nodeName = "n" ) : Entity( nodeName ) {}
