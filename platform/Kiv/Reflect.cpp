@@ -149,6 +149,11 @@ checkIsMember( Datum const & value ) {
 }
 
 void
+keyNotReadable( std::string_view key ) {
+   parseFailed( key, "a key: those of this attribute are not read from text" );
+}
+
+void
 keysDiffer( std::string_view own, std::string_view key ) {
    throw ParseError( "the value carries the key " + String( own ) + ", not " + String( key ) );
 }

@@ -114,6 +114,8 @@ Datum textList( std::vector< String > const & texts );
 // Throws ParseError unless `value` is true.
 void checkIsMember( Datum const & value );
 [[noreturn]] void keysDiffer( std::string_view own, std::string_view key );
+// Throws ParseError.
+[[noreturn]] void keyNotReadable( std::string_view key );
 
 template< class Container >
 std::vector< String >
@@ -236,7 +238,14 @@ class KeyedInfo : public InfoBase< E, i, Middle > {
 
  protected:
    using typename Base::Key;
-   static Key keyFrom( std::string_view key ) { return fromText< Key >( key ); }
+   // Of keys that have no text to be read from, none is there for who has only that.
+   static Key keyFrom( std::string_view key ) {
+      if constexpr( TextReadable< Key > ) {
+         return fromText< Key >( key );
+      } else {
+         keyNotReadable( key );
+      }
+   }
 
  public:
    constexpr explicit KeyedInfo( DatumShape valueShape ) : Base( typeName< Key >(), valueShape ) {}

@@ -57,6 +57,11 @@ concept PrintableMap = PrintableRange< T > && requires( T const & value ) {
 template< class T >
 concept PrintableEnum = std::is_enum_v< T > && requires( T value ) { kivEnumNames( value ); };
 
+// What fromText() reads.
+template< class T >
+concept TextReadable = ParseMember< T > || std::is_arithmetic_v< T > || std::is_enum_v< T > ||
+      std::constructible_from< T, std::string_view >;
+
 void printInteger( std::string & out, std::int64_t value );
 void printInteger( std::string & out, std::uint64_t value );
 void printDouble( std::string & out, double value );

@@ -161,9 +161,13 @@ class FieldsOf {
       } );
    }
    static std::size_t hash( V const & value, std::size_t seed ) {
-      withFacts(
-            [ & ]( auto field ) { seed = hashCombine( seed, hashPart( field.in( value ) ) ); } );
-      return seed;
+      if constexpr( requires { value.kivHash( seed ); } ) { // it remembers some of it
+         return value.kivHash( seed );
+      } else {
+         withFacts(
+               [ & ]( auto field ) { seed = hashCombine( seed, hashPart( field.in( value ) ) ); } );
+         return seed;
+      }
    }
    static bool equal( V const & a, V const & b ) {
       bool isEqual = true;
@@ -424,6 +428,9 @@ class Ranged {
    }                                                                                               \
    friend constexpr Name operator&( Name a, Name b ) {                                             \
       return Name{ static_cast< Rep >( a.kivFlags & b.kivFlags ) };                                \
+   }                                                                                               \
+   constexpr Name without( Name other ) const {                                                    \
+      return Name{ static_cast< Rep >( kivFlags & ~other.kivFlags ) };                             \
    }                                                                                               \
    friend bool operator==( Name const &, Name const & ) = default;                                 \
    friend auto operator<=>( Name const &, Name const & ) = default;                                \
