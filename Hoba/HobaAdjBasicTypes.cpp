@@ -7,8 +7,10 @@ namespace Hoba {
 
 AllocationId
 AllocationId::allocationIdFromNhgId( std::uint64_t nhgId, std::uint64_t entryIdx ) {
-   HOBA_INVARIANT( entryIdx <= ( ( 18446744073709551615ULL ) >> AllocationId::nhgIdIndexPos() ),
+   // clang-format off
+   HOBA_INVARIANT( entryIdx <= ( (18446744073709551615ULL) >> AllocationId::nhgIdIndexPos() ),
                    "entry " + std::to_string( entryIdx ) + " of a next-hop group" );
+   // clang-format on
    HOBA_INVARIANT( nhgId <= maxNhgId, "next-hop group " + std::to_string( nhgId ) );
    return AllocationId( nhgBit | nhgId << nhgIdIndexPos() | entryIdx );
 }

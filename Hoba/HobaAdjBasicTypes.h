@@ -131,6 +131,7 @@ class AllocationId {
 
    constexpr bool operator==( AllocationId const & ) const = default;
    constexpr auto operator<=>( AllocationId const & ) const = default;
+   constexpr std::uint64_t kivWord() const { return value_; }
    std::size_t hash() const { return Kiv::hashOf( value_ ); }
    // Appends the word.
    void print( std::string & out ) const { Kiv::print( out, value_ ); }

@@ -11,14 +11,13 @@ class NoWrapper : public EncapWrapper {
    KIV_TYPE( NoWrapper );
 
  public:
-   NoWrapper() : EncapWrapper( Tunnel::TunnelTable::encapNone ) {}
+   NoWrapper() : EncapWrapper( Tunnel::TunnelTable::encapNone, 0 ) {}
    bool isEqual( EncapWrapper const & other ) const override {
       return other.encapType() == encapType();
    }
    std::strong_ordering compare( EncapWrapper const & other ) const override {
       return encapType() <=> other.encapType();
    }
-   std::size_t hash() const override { return 0; }
    void print( std::string & out ) const override { out += "none"; }
 };
 

@@ -20,13 +20,15 @@ class EncapWrapper : public Kiv::PtrInterface {
    // By kind, and then by what is carried.
    virtual bool isEqual( EncapWrapper const & other ) const = 0;
    virtual std::strong_ordering compare( EncapWrapper const & other ) const = 0;
-   virtual std::size_t hash() const = 0;
+   std::size_t hash() const { return hash_; }
    virtual void print( std::string & out ) const = 0;
 
  protected:
-   explicit EncapWrapper( EncapType encapType ) : encapType_( encapType ) {}
+   EncapWrapper( EncapType encapType, std::size_t hash ) : hash_( hash ), encapType_( encapType ) {}
+   void hashIs( std::size_t hash ) { hash_ = hash; }
 
  private:
+   std::size_t hash_; // next hops are hashed far more often than encapsulations are made
    EncapType const encapType_;
 };
 
@@ -40,7 +42,10 @@ class EncapWrapperOf : public EncapWrapper {
 
    Value const & value() const { return value_; }
    // For who holds it alone.
-   void valueIs( Value && value ) { value_ = std::move( value ); }
+   void valueIs( Value && value ) {
+      value_ = std::move( value );
+      hashIs( value_.hash( kind ) );
+   }
 
    bool isEqual( EncapWrapper const & other ) const override {
       return other.encapType() == kind && valueOf( other ) == value_;
@@ -48,11 +53,11 @@ class EncapWrapperOf : public EncapWrapper {
    std::strong_ordering compare( EncapWrapper const & other ) const override {
       return other.encapType() == kind ? value_ <=> valueOf( other ) : kind <=> other.encapType();
    }
-   std::size_t hash() const override { return value_.hash( kind ); }
    void print( std::string & out ) const override;
 
  private:
-   explicit EncapWrapperOf( Value const & value ) : EncapWrapper( kind ), value_( value ) {}
+   explicit EncapWrapperOf( Value const & value )
+         : EncapWrapper( kind, value.hash( kind ) ), value_( value ) {}
    static Value const & valueOf( EncapWrapper const & wrapper ) {
       return static_cast< EncapWrapperOf const & >( wrapper ).value_;
    }

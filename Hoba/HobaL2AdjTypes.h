@@ -25,6 +25,8 @@ using Glim::Fib::GlobalFecId;
 struct L2AdjKey {
    KIV_VALUE( Hoba::L2AdjKey );
    KIV_FIELD( InternedNextHops, nextHops );
+   // Where traffic goes when all of those are down; the default is nowhere.
+   KIV_FIELD( InternedNextHops, backup );
 };
 
 class L2AdjKeyCollection : public Kiv::AccessedValue {

@@ -24,6 +24,18 @@ any( NextHopCollection const & collection, Is const & is ) {
    return false;
 }
 
+// In whatever order they are added up.
+std::size_t
+memberHash( std::size_t nextHopHash, std::uint32_t weight ) {
+   return Kiv::hashCombine( nextHopHash, weight );
+}
+template< class Bitmaps >
+std::size_t
+allHash( std::size_t sum, std::size_t count, Bitmaps const & bitmaps ) {
+   return Kiv::hashCombine( Kiv::hashCombine( sum, count ),
+                            bitmaps.empty() ? 0 : Kiv::hashOf( bitmaps ) );
+}
+
 constexpr bool
 isDrop( NextHopType type ) {
    return type == nextHopDrop || type == nextHopRouteOverflowDrop;
@@ -82,18 +94,79 @@ NextHopCollection::nextHopType() const {
 std::size_t
 NextHopCollection::kivHash( std::size_t seed ) const {
    if( nextHopHash_ == 0 ) {
-      nextHopHash_ = Kiv::hashCombine( Kiv::hashOf( nextHop_ ), Kiv::hashOf( nextHopBitmap_ ) );
+      std::size_t sum = 0;
+      for( auto const & [ nextHop, weight ] : nextHop_ ) {
+         sum += memberHash( nextHop.hash(), weight );
+      }
+      nextHopHash_ = allHash( sum, nextHop_.size(), nextHopBitmap_ );
    }
+   return hashWith( nextHopHash_, seed );
+}
+
+std::size_t
+NextHopCollection::hashWith( std::size_t nextHopHash, std::size_t seed ) const {
    auto const small = std::uint64_t{ type_ } | std::uint64_t{ tunnelType_ } << 8 |
                       std::uint64_t{ nextHopCollType_ } << 16 |
                       std::uint64_t{ mplsTtlMode_ } << 24 | std::uint64_t{ mplsPayloadType_ } << 32;
-   auto const heights =
-         std::uint64_t{ predictedHierarchyHeight_ } << 32 | std::uint64_t{ hierarchyHeight_ };
-   auto hash = Kiv::hashCombine( seed ^ nextHopHash_, small );
-   hash = Kiv::hashCombine( hash ^ flags_, heights );
    auto const * info = nhgcRaw();
-   return info && !( *info == NextHopGroupInfoOrdinal() ) ? Kiv::hashCombine( hash, info->hash() )
-                                                          : hash;
+   std::uint64_t const words[] = {
+         nextHopHash, small, flags_,
+         std::uint64_t{ predictedHierarchyHeight_ } << 32 | std::uint64_t{ hierarchyHeight_ },
+         info && !( *info == NextHopGroupInfoOrdinal() ) ? info->hash() : 0 };
+   return Kiv::hashWords( words, seed );
+}
+
+bool
+NextHopCollection::isLike( NextHopCollection const & other ) const {
+   return type_ == other.type_ && flags_ == other.flags_ && tunnelType_ == other.tunnelType_ &&
+          nhgInfo_ == other.nhgInfo_ && nextHopCollType_ == other.nextHopCollType_ &&
+          predictedHierarchyHeight_ == other.predictedHierarchyHeight_ &&
+          hierarchyHeight_ == other.hierarchyHeight_ && mplsTtlMode_ == other.mplsTtlMode_ &&
+          mplsPayloadType_ == other.mplsPayloadType_ && nextHopBitmap_ == other.nextHopBitmap_;
+}
+
+InternedNextHops
+NextHopCollection::with( std::span< WeightedNextHop const > nextHops ) const {
+   HOBA_INVARIANT( nextHop_.empty(), "it has next hops of its own" );
+   std::vector< std::size_t > hashes( nextHops.size() );
+   std::size_t sum = 0;
+   for( std::size_t i = 0; i < nextHops.size(); ++i ) {
+      hashes[ i ] = nextHops[ i ].nextHop.hash();
+      sum += memberHash( hashes[ i ], nextHops[ i ].weight );
+   }
+   auto const isThis = [ & ]( NextHopCollection const & other ) {
+      auto const & held = other.nextHop_;
+      if( held.size() != nextHops.size() || !isLike( other ) ) {
+         return false;
+      }
+      std::vector< bool > taken( nextHops.size() );
+      for( std::size_t i = 0; i < nextHops.size(); ++i ) {
+         auto const & wanted = nextHops[ i ];
+         auto const isHere = [ & ]( InternedNextHop const & key ) {
+            return key.hash() == hashes[ i ] && *key == wanted.nextHop;
+         };
+         auto const * member = held.begin() + i;
+         if( !isHere( member->key ) ) {
+            member = held.findBy( hashes[ i ], isHere );
+         }
+         auto const at = static_cast< std::size_t >( member - held.begin() );
+         if( !member || member->value != wanted.weight || taken[ at ] ) {
+            return false;
+         }
+         taken[ at ] = true;
+      }
+      return true;
+   };
+   return InternedNextHops::findOrMake(
+         hashWith( allHash( sum, nextHops.size(), nextHopBitmap_ ), 0 ), isThis, [ & ] {
+            auto collection = *this;
+            collection.nextHop_.reserve( static_cast< std::uint32_t >( nextHops.size() ) );
+            for( std::size_t i = 0; i < nextHops.size(); ++i ) {
+               collection.nextHopIs( InternedNextHop( nextHops[ i ].nextHop, hashes[ i ] ),
+                                     nextHops[ i ].weight );
+            }
+            return collection;
+         } );
 }
 
 // ---- What the next hops are like

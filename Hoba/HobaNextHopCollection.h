@@ -14,6 +14,8 @@
 #include "Routing/NexthopGroup.h"
 #include "types/ViaBitmap.h"
 
+#include <span>
+
 namespace Hoba {
 
 using InternedNextHop = Kiv::Interned< NextHop >;
@@ -42,15 +44,20 @@ struct NextHopTypeCacheType {
    KIV_FIELD( NextHopType, type, nextHopDrop );
 };
 
+struct WeightedNextHop {
+   NextHop nextHop;
+   std::uint32_t weight = 1;
+};
+
 class NextHopCollection : public Kiv::AccessedValue {
    KIV_ACCESSED_VALUE( Hoba::NextHopCollection );
    KIV_GIVEN( L2AdjType, type, l2AdjUnicast );
    KIV_ATTRIBUTE( std::uint32_t, flags, 0 );
    KIV_ATTRIBUTE( NextHopTunnelType, tunnelType, tunnelNone );
    // The weights; a next hop of weight 0 is a member that gets no traffic.
-   KIV_COLLECTION( InternedNextHop, std::uint32_t, nextHop );
+   KIV_FLAT( InternedNextHop, std::uint32_t, nextHop );
    // Of an ordered group: the positions that each next hop has.
-   KIV_COLLECTION( InternedNextHop, HobaTypes::ViaBitmap, nextHopBitmap );
+   KIV_FLAT( InternedNextHop, HobaTypes::ViaBitmap, nextHopBitmap );
    KIV_DERIVED( NextHopTypeCacheType, nextHopTypeCache, updateCaches );
    KIV_ATTRIBUTE( Kiv::Shared< NextHopGroupInfoOrdinal >, nhgInfo );
    KIV_ATTRIBUTE( NextHopCollType, nextHopCollType, nextHopCollRoute );
@@ -69,6 +76,10 @@ class NextHopCollection : public Kiv::AccessedValue {
    static NextHopCollection parse( std::string_view text ) {
       return NextHopCollection( Kiv::String( text ) );
    }
+
+   // This collection, which has no next hops, with these; of equal ones, the last weight counts. Where there is one
+   // like it, nothing is built: this is the way from the next hops of a route to the collection that it shares.
+   Kiv::Interned< NextHopCollection > with( std::span< WeightedNextHop const > nextHops ) const;
 
    // The sum of the weights.
    std::uint64_t totalWeight() const;
@@ -155,6 +166,10 @@ class NextHopCollection : public Kiv::AccessedValue {
    void beforeInterning() const { updateCaches(); }
 
  private:
+   std::size_t hashWith( std::size_t nextHopHash, std::size_t seed ) const;
+   // All but the next hops.
+   bool isLike( NextHopCollection const & other ) const;
+
    // That of the next hops and their positions; 0 while it is not known.
    mutable std::size_t nextHopHash_ = 0;
 };

@@ -9,6 +9,7 @@
 #include "Interface/EthPhyIntfStatus.h"
 #include "Kiv/Entity.h"
 #include "Pelt/IntfId.h"
+#include "agent/feeders/AdjacencyConfig.h"
 #include "types/HobaLagTypes.h"
 #include "types/NonAging.h"
 #include "types/RemoteMac.h"
@@ -75,6 +76,9 @@ class Config : public Kiv::Entity {
    KIV_CHILDREN( Kiv::String, Hoba::NonAgingConfig, nonAgingClient );
    // Stations that the overlay's control plane tells of.
    KIV_KEYED( HobaTypes::RemoteMacAddressTableEntry, Bridging::MacVlanPair, macEntry, evpnMac );
+   // Collections of next hops, by name, and the adjacencies that use them.
+   KIV_CHILDREN( Kiv::String, NextHopCollectionConfig, nextHopCollection );
+   KIV_CHILDREN( Glim::Fib::GlobalFecId, AdjacencyConfig, adjacency );
    // How long the hardware takes, in seconds, until it has an id for a next hop; and the ids of some next
    // hops, 0 for one that never gets any. Others have ids of their own.
    KIV_ATTRIBUTE( Kiv::Seconds, hwIdDelay, 0 );

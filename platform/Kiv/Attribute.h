@@ -17,6 +17,7 @@
 //                                           new count; at 0 the key goes, below it xDec() throws RangeException
 //    KIV_KEYED( V, K, key, x )              a collection whose key is the value's member `key`: xIs( v )
 //    KIV_ORDERED( K, V, x )                 a collection that iterates in ascending order of its keys
+//    KIV_FLAT( K, V, x )                    of values only: a collection in one block (Kiv/FlatMap.h)
 //    KIV_QUEUE( T, x )                      x(), xEnq( v ), xDeq(), xFront(), xBack(), xDelAll()
 //    KIV_STACK( T, x )                      x(), xPush( v ), xPop(), xTop(), xBottom()
 //    KIV_CHILD( E, x )                      an entity: x(), xIs( args... ) makes it, xIs( ptr ), xDel()
@@ -48,6 +49,7 @@
 // of a class can be counted and walked at compile time, without a second list.
 
 #include "Kiv/Dispatch.h"
+#include "Kiv/FlatMap.h"
 #include "Kiv/HashMap.h"
 #include "Kiv/KeyOrder.h"
 #include "Kiv/OrderedMap.h"
@@ -334,6 +336,10 @@ keysOf( Map const & map ) {
 
 #define KIV_ORDERED( Key, Value, attr, ... )                                                       \
    KIV_MAP_( ordered, ::Kiv::OrderedMap, Key, Value, attr, __VA_ARGS__ )                           \
+   KIV_NEXT( attr )
+
+#define KIV_FLAT( Key, Value, attr )                                                               \
+   KIV_MAP_( map, ::Kiv::FlatMap, Key, Value, attr )                                               \
    KIV_NEXT( attr )
 
 #define KIV_COUNTERS( Key, T, attr )                                                               \

@@ -49,7 +49,37 @@ hashCombine( std::size_t hash, std::size_t next ) {
    return hashMix( hash ^ Detail::hashSeed.first, next ^ Detail::hashSeed.second );
 }
 
+// Of numbers and hashes in their order: pairs of them, each by secrets of its own, added up, so that no
+// multiplication waits for another.
+template< std::size_t count >
+std::size_t
+hashWords( std::uint64_t const ( &words )[ count ], std::size_t seed ) {
+   constexpr std::uint64_t step = 0x9e3779b97f4a7c15;
+   auto const first = Detail::hashSeed.first, second = Detail::hashSeed.second;
+   std::uint64_t sum = seed;
+   for( std::size_t i = 0; i < count; i += 2 ) {
+      auto const next = i + 1 < count ? words[ i + 1 ] : count;
+      sum += hashMix( words[ i ] + ( first + i * step ), next ^ ( second + i * step ) );
+   }
+   return hashMix( sum ^ first, second );
+}
+
 std::size_t hashText( std::string_view text );
+
+// What is one number, whole.
+template< class T >
+concept HashedAsWord = std::is_integral_v< T > || std::is_enum_v< T > || requires( T const & value ) {
+   { value.kivWord() } -> std::convertible_to< std::uint64_t >;
+};
+template< HashedAsWord T >
+std::uint64_t
+wordOf( T const & value ) {
+   if constexpr( requires { value.kivWord(); } ) {
+      return value.kivWord();
+   } else {
+      return static_cast< std::uint64_t >( value );
+   }
+}
 
 template< class T >
 concept HashMember = requires( T const & value ) {
@@ -72,8 +102,8 @@ std::size_t
 hashOf( T const & value ) {
    if constexpr( HashMember< T > ) {
       return value.hash();
-   } else if constexpr( std::is_enum_v< T > || std::is_integral_v< T > ) {
-      return hashWord( static_cast< std::uint64_t >( value ) );
+   } else if constexpr( HashedAsWord< T > ) {
+      return hashWord( wordOf( value ) );
    } else if constexpr( std::convertible_to< T const &, std::string_view > ) {
       return hashText( std::string_view( value ) );
    } else if constexpr( KeyedCollection< T > ) {

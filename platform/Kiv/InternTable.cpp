@@ -25,7 +25,7 @@ void
 InternTable::insert( InternNode & node ) {
    if( chains_ == 0 ) {
       segments_[ 0 ] = emptyChains( firstChains );
-      chains_ = firstChains;
+      chainsAre( firstChains );
    } else if( size_ >= chains_ ) {
       split();
    }
@@ -46,7 +46,7 @@ InternTable::erase( InternNode & node ) noexcept {
          join();
       }
       std::free( std::exchange( segments_[ 0 ], nullptr ) );
-      chains_ = 0;
+      chainsAre( 0 );
    } else {
       // As many as it takes to be done with the last object.
       for( int i = 0; i < 4 && size_ < chains_ / 4 && chains_ > firstChains; ++i ) {
@@ -69,7 +69,7 @@ InternTable::split() {
       segments_[ segmentOf( chains_ ) ] = emptyChains( chains_ );
    }
    auto const divided = chains_ - std::bit_floor( chains_ );
-   ++chains_;
+   chainsAre( chains_ + 1 );
    auto * node = std::exchange( head( divided ), nullptr );
    while( node ) {
       push( *std::exchange( node, node->next ) );
@@ -80,7 +80,7 @@ InternTable::split() {
 void
 InternTable::join() noexcept {
    auto * node = std::exchange( head( chains_ - 1 ), nullptr );
-   --chains_;
+   chainsAre( chains_ - 1 );
    while( node ) {
       push( *std::exchange( node, node->next ) );
    }

@@ -54,9 +54,8 @@ class InternTable {
    static constexpr std::size_t firstChains = 1u << firstBits;
 
    std::size_t chainOf( std::size_t hash ) const {
-      auto const mask = std::bit_ceil( chains_ ) - 1;
-      auto const chain = hash & mask;
-      return chain < chains_ ? chain : chain & mask >> 1;
+      auto const chain = hash & mask_;
+      return chain < chains_ ? chain : chain & mask_ >> 1;
    }
    static unsigned segmentOf( std::size_t chain ) {
       return static_cast< unsigned >( std::bit_width( chain >> firstBits ) );
@@ -69,10 +68,15 @@ class InternTable {
    void split();
    void join() noexcept;
    void push( InternNode & node ) noexcept;
+   void chainsAre( std::size_t chains ) {
+      chains_ = chains;
+      mask_ = chains ? std::bit_ceil( chains ) - 1 : 0;
+   }
 
    // Number 0 has the first 16 chains, each other as many as all before it.
    std::array< InternNode **, 44 > segments_{};
    std::size_t chains_ = 0;
+   std::size_t mask_ = 0; // of the bits that number chains
    std::size_t size_ = 0;
 };
 

@@ -67,6 +67,18 @@ class Interned {
       found.acquire();
       return found;
    }
+   // The one with this hash of which `isWanted( value )`, or, if there is none, the one of make(), which is wanted
+   // then: for who finds it by something else than a value.
+   template< class IsWanted, class Make >
+   static Interned findOrMake( std::size_t hash, IsWanted const & isWanted, Make const & make ) {
+      Interned found;
+      found.node_ =
+            static_cast< Node * >( table().find( hash, [ & ]( Detail::InternNode const & node ) {
+               return isWanted( static_cast< Node const & >( node ).value );
+            } ) );
+      found.acquire();
+      return found.node_ ? found : Interned( make() );
+   }
    // How many different values are held now.
    static std::size_t count() { return table().size(); }
 

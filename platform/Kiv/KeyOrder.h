@@ -70,6 +70,8 @@ template< class Key >
 class HashSet;
 template< class Key, class Value >
 class OrderedMap;
+template< class Key, class Value >
+class FlatMap;
 
 template< class Key, class Value >
 auto
@@ -87,6 +89,14 @@ template< class Key, class Value >
 auto
 operator<=>( OrderedMap< Key, Value > const & a, OrderedMap< Key, Value > const & b ) requires
       std::three_way_comparable< Key > && std::three_way_comparable< Value > {
+   return compareCollections( a, b );
+}
+
+template< class Key, class Value >
+auto
+operator<=>( FlatMap< Key, Value > const & a, FlatMap< Key, Value > const & b )
+   requires std::three_way_comparable< Key > && std::three_way_comparable< Value >
+{
    return compareCollections( a, b );
 }
 

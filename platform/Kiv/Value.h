@@ -139,17 +139,6 @@ struct AccessedValue {
    friend bool operator==( AccessedValue, AccessedValue ) = default;
 };
 
-// What a field adds to a hash: numbers are mixed once, with the others.
-template< class T >
-std::size_t
-hashPart( T const & field ) {
-   if constexpr( std::is_integral_v< T > || std::is_enum_v< T > ) {
-      return static_cast< std::size_t >( field );
-   } else {
-      return hashOf( field );
-   }
-}
-
 // The fields of the value type V.
 template< class V >
 class FieldsOf {
@@ -164,9 +153,10 @@ class FieldsOf {
       if constexpr( requires { value.kivHash( seed ); } ) { // it remembers some of it
          return value.kivHash( seed );
       } else {
-         withFacts(
-               [ & ]( auto field ) { seed = hashCombine( seed, hashPart( field.in( value ) ) ); } );
-         return seed;
+         return withFields( [ & ]( auto... field ) {
+            std::uint64_t const words[] = { hashWordOf( field, value )... };
+            return hashWords( words, seed );
+         } );
       }
    }
    static bool equal( V const & a, V const & b ) {
@@ -215,6 +205,20 @@ class FieldsOf {
          return use( field< i >()... );
       }
       ( std::make_integer_sequence< unsigned, decltype( V::kivCount( MaxRank{} ) )::value >{} );
+   }
+   // Numbers are mixed once, with the others.
+   template< class Field >
+   static std::uint64_t hashWordOf( Field const & field, V const & value ) {
+      if constexpr( Field::isDerived ) {
+         return 0;
+      } else {
+         using T = std::remove_cvref_t< decltype( field.in( value ) ) >;
+         if constexpr( HashedAsWord< T > ) {
+            return wordOf( field.in( value ) );
+         } else {
+            return hashOf( field.in( value ) );
+         }
+      }
    }
    // One by one those that the value is made of, not what is derived from them.
    template< class Use >
@@ -287,6 +291,7 @@ class Ranged {
 
    friend constexpr bool operator==( Ranged const &, Ranged const & ) = default;
    friend constexpr auto operator<=>( Ranged const &, Ranged const & ) = default;
+   constexpr std::uint64_t kivWord() const { return static_cast< std::uint64_t >( value_ ); }
    std::size_t hash() const { return hashOf( value_ ); }
    void print( std::string & out ) const { Kiv::print( out, value_ ); }
    // ParseError for what is no number, RangeException for a number outside the bounds.

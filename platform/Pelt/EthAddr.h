@@ -51,6 +51,7 @@ class EthAddr {
 
    constexpr bool operator==( EthAddr const & ) const = default;
    constexpr std::strong_ordering operator<=>( EthAddr const & ) const = default;
+   constexpr std::uint64_t kivWord() const { return value_; }
    std::size_t hash() const { return Kiv::hashOf( value_ ); }
 
    // Appends "00:00:5e:00:53:af".

@@ -86,6 +86,7 @@ class IntfId {
 
    constexpr bool operator==( IntfId const & ) const = default;
    constexpr std::strong_ordering operator<=>( IntfId const & ) const = default;
+   constexpr std::uint64_t kivWord() const { return bits_; }
    std::size_t hash() const { return Kiv::hashOf( bits_ ); }
 
    // Appends the canonical name.

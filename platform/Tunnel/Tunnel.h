@@ -47,6 +47,7 @@ class TunnelId {
 
    constexpr bool operator==( TunnelId const & ) const = default;
    constexpr auto operator<=>( TunnelId const & ) const = default;
+   constexpr std::uint64_t kivWord() const { return value_; }
    std::size_t hash() const { return Kiv::hashOf( value_ ); }
    void print( std::string & out ) const;
    // Reads that, and "" for none. Throws Kiv::ParseError.
