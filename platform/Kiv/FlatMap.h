@@ -43,7 +43,7 @@ class FlatMap {
    };
 
    FlatMap() = default;
-   FlatMap( FlatMap const & other ) {
+   FlatMap( FlatMap const & other ) : FlatMap() {
       if( !other.empty() ) {
          grow( other.size() );
          for( auto const & member : other ) {

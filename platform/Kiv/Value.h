@@ -87,6 +87,8 @@ putAt( void * place, Datum const & datum ) {
 
 template< class V, class T >
 struct FieldOf {
+   static_assert( !isPtr< T > || HashMember< T >,
+                  "addresses differ from run to run: let the field be a Kiv::PtrByKey" );
    static constexpr bool isDerived = false;
    char const * name;
    T V::*member;
