@@ -169,7 +169,7 @@ class HashOrder {
    }
 
  private:
-   static constexpr std::uint32_t firstRoom = 4;
+   static constexpr std::uint32_t firstRoom = 8;
    static constexpr std::uint32_t fullRoom = 1024;
    // Joining a chunk of a few with another leaves room enough for its cost to be shared by many.
    static constexpr std::uint32_t few = fullRoom * 3 / 8;

@@ -25,44 +25,50 @@
 
 namespace {
 constinit thread_local long allocationsLeft = -1; // that succeed; negative: all do
+constinit thread_local long blocksInUse = 0;
+constinit thread_local std::size_t lastBytes = 0; // that were allocated
 
 void *
-allocate( void * memory ) {
+allocate( void * memory, std::size_t size ) {
    if( !memory || allocationsLeft == 0 ) {
       std::free( memory );
       throw std::bad_alloc();
    }
    allocationsLeft -= allocationsLeft > 0;
+   ++blocksInUse;
+   lastBytes = size;
    return memory;
 }
 } // namespace
 
 void *
 operator new( std::size_t size ) {
-   return allocate( std::malloc( size ) );
+   return allocate( std::malloc( size ), size );
 }
 void *
 operator new( std::size_t size, std::align_val_t align ) {
    auto const alignment = static_cast< std::size_t >( align );
-   return allocate(
-         std::aligned_alloc( alignment, ( size + alignment - 1 ) / alignment * alignment ) );
+   auto const whole = ( size + alignment - 1 ) / alignment * alignment;
+   return allocate( std::aligned_alloc( alignment, whole ), whole );
 }
 // What this gives, those below take back.
 void *
 operator new( std::size_t size, std::nothrow_t const & ) noexcept {
+   ++blocksInUse;
    return std::malloc( size );
 }
 [[gnu::noinline]] void
 operator delete( void * memory ) noexcept {
+   blocksInUse -= memory != nullptr;
    std::free( memory );
 }
 [[gnu::noinline]] void
 operator delete( void * memory, std::size_t ) noexcept {
-   std::free( memory );
+   ::operator delete( memory );
 }
 [[gnu::noinline]] void
 operator delete( void * memory, std::align_val_t ) noexcept {
-   std::free( memory );
+   ::operator delete( memory );
 }
 
 using Kiv::HashMap;
@@ -163,12 +169,23 @@ class Twin {
    }
 
  private:
+   // A few members more, and it needs an index.
+   bool isTiny() const { return keyRange_ < 10; }
+
    int pick( int n ) { return static_cast< int >( random_() % static_cast< unsigned >( n ) ); }
 
    void change() {
       --budget_;
       auto key = pick( keyRange_ );
-      if( pick( 2000 ) == 0 ) {
+      if( pick( 500 ) == 0 ) {
+         auto moved = std::move( map_ );
+         ASSERT_EQ( map_.size(), 0u );
+         map_ = std::move( moved );
+      }
+      if( pick( isTiny() ? 60 : 2000 ) == 0 ) {
+         if( pick( 2 ) == 0 ) {
+            bookmarks_.clear(); // when nobody is walking, it gives its memory back
+         }
          map_.clear();
          for( auto const & [ rank, member ] : members_ ) {
             leave( rank );
@@ -266,7 +283,7 @@ class Twin {
    }
 
    void useBookmark() {
-      if( bookmarks_.size() < 5 ) {
+      if( bookmarks_.size() < ( isTiny() ? 12 : 5 ) ) {
          auto const known = ranks_.find( pick( keyRange_ ) );
          if( known != ranks_.end() ) {
             auto const at = map_.iteratorAt( makeKey< Key >( known->first ) );
@@ -275,7 +292,7 @@ class Twin {
          ASSERT_TRUE( map_.iteratorAt( makeKey< Key >( keyRange_ ) ) == map_.end() );
          return;
       }
-      auto & mark = bookmarks_[ static_cast< std::size_t >( pick( 5 ) ) ];
+      auto & mark = bookmarks_[ random_() % bookmarks_.size() ];
       auto const expected = members_.lower_bound( mark.from );
       ASSERT_EQ( mark.at == map_.end(), expected == members_.end() );
       if( expected == members_.end() ) {
@@ -314,7 +331,7 @@ template< class Map, bool ordered = false >
 void
 runTwins( int manyKeys = 600 ) {
    for( unsigned seed = 1; seed <= 12; ++seed ) {
-      for( int keyRange : { 3, 30, 600, seed < 4 ? manyKeys : 100 } ) {
+      for( int keyRange : { 3, 6, 9, 30, 600, seed < 4 ? manyKeys : 100 } ) {
          SCOPED_TRACE( testing::Message() << "seed " << seed << ", keys below " << keyRange );
          Twin< Map, ordered >( seed, keyRange ).run( 5000 + 2 * keyRange );
          if( ::testing::Test::HasFatalFailure() ) {
@@ -580,34 +597,42 @@ letGo() {
          },
          []( Owner & map ) { map.reset(); },
    };
-   for( auto const & way : ways ) {
-      // What it does, by what is left then if the first two let it go.
-      for( std::uint32_t const left : { 199, 1, 0, 100 } ) {
-         SCOPED_TRACE( testing::Message() << &way - ways << ", " << left );
-         auto map = std::make_unique< Map >();
-         int done = 0;
-         auto act = [ &m = *map, &done, left ] {
-            ++done;
-            if( left == 0 ) {
-               m.clear();
-            } else if( left == 100 ) {
-               m.tryEmplace( 1, std::make_shared< Last >() );
+   enum What { refills, empties, returns, clears, destroys };
+   auto check = [ & ]( auto const & way, int size, What what ) {
+      SCOPED_TRACE( testing::Message() << &way - ways << ", " << size << ", " << what );
+      auto map = std::make_unique< Map >();
+      int done = 0;
+      auto act = [ &, &m = *map ] {
+         ++done;
+         for( int i = 2; i < 200; ++i ) {
+            if( what == refills ) {
+               m.insertOrAssign( i, std::make_shared< Last >() );
+            } else if( what == empties ) {
+               m.erase( i );
             }
-            for( int i = 2; i < 200; ++i ) {
-               if( left == 199 ) {
-                  m.insertOrAssign( i, std::make_shared< Last >() );
-               } else if( left == 1 ) {
-                  m.erase( i );
-               }
-            }
-         };
-         for( int i = 0; i < 100; ++i ) {
-            map->tryEmplace( i, i == 1 ? std::make_shared< Last >( act ) : LastPtr() );
          }
-         way( map );
-         EXPECT_EQ( done, 1 );
-         if( &way - ways < 2 ) {
-            EXPECT_EQ( map->size(), left );
+         if( what == returns ) {
+            m.tryEmplace( 1, std::make_shared< Last >() );
+         } else if( what == clears ) {
+            m.clear();
+         } else if( what == destroys ) {
+            map.reset();
+         }
+      };
+      for( int i = 0; i < size; ++i ) {
+         map->tryEmplace( i, i == 1 ? std::make_shared< Last >( act ) : LastPtr() );
+      }
+      way( map );
+      EXPECT_EQ( done, 1 );
+      if( &way - ways < 2 && map ) {
+         int const left[] = { 199, 1, size, 0 };
+         EXPECT_EQ( map->size(), left[ what ] );
+      }
+   };
+   for( auto const & way : ways ) {
+      for( int const size : { 2, 3, 4, 5, 6, 100 } ) {
+         for( auto const what : { refills, empties, returns, clears, destroys } ) {
+            check( way, size, what );
          }
       }
    }
@@ -632,13 +657,81 @@ TEST( KivContainers, whatGoesMayUseTheCollection ) {
    queue.clear();
    EXPECT_EQ( queue.size(), 1u );
 
-   HashSet< LastPtr > set; // keys may, too
-   set.insert( std::make_shared< Last >( [ & ] { set.clear(); } ) );
-   for( int i = 0; i < 10; ++i ) {
-      set.insert( std::make_shared< Last >() );
+   for( int const others : { 2, 10 } ) {
+      HashSet< LastPtr > set; // keys may, too
+      set.insert( std::make_shared< Last >( [ & ] { set.clear(); } ) );
+      for( int i = 0; i < others; ++i ) {
+         set.insert( std::make_shared< Last >() );
+      }
+      set.erase( *set.first() );
+      EXPECT_TRUE( set.empty() );
    }
-   set.erase( *set.first() );
-   EXPECT_TRUE( set.empty() );
+}
+
+// Values that go where they stand, and meanwhile need more room than there is.
+TEST( KivContainers, whatCannotMoveMayUseTheCollection ) {
+   for( int size = 1; size < 7; ++size ) {
+      for( int added = 1; added < 5; ++added ) {
+         SCOPED_TRACE( testing::Message() << size << ", " << added );
+         HashMap< int, Last > map;
+         auto const add = [ & ] {
+            for( int key = 10; key < 10 + added; ++key ) {
+               map.tryEmplace( key );
+            }
+         };
+         for( int key = 0; key < size; ++key ) {
+            map.tryEmplace( key, add );
+         }
+         auto at = map.iteratorAt( 0 );
+         map.erase( 0 );
+         std::vector< int > seen, expected;
+         for( int i = 1; i < size + added; ++i ) {
+            expected.push_back( i < size ? i : 10 + i - size );
+         }
+         for( auto const & member : map ) {
+            seen.push_back( member.key );
+         }
+         EXPECT_EQ( seen, expected );
+         ASSERT_FALSE( at == map.end() );
+         EXPECT_EQ( at->key, expected[ 0 ] );
+         map.clear();
+         EXPECT_EQ( map.size(), size > 1 ? added : 0 );
+         EXPECT_EQ( at == map.end(), size == 1 );
+      }
+   }
+}
+
+// Four members at most are in one block, of which nothing is left over.
+TEST( KivContainers, smallCollectionsCostLittle ) {
+   struct alignas( 64 ) Aligned {
+      int value = 0;
+   };
+   auto check = []( auto collection, std::size_t bytes ) {
+      auto const insert = [ & ]( std::uint64_t key ) {
+         if constexpr( requires { collection.insert( key ); } ) {
+            collection.insert( key );
+         } else {
+            collection.tryEmplace( key );
+         }
+      };
+      auto const before = blocksInUse;
+      for( std::uint64_t key = 10; key < 30; ++key ) {
+         insert( key );
+         EXPECT_EQ( blocksInUse - before, 1 );
+         collection.erase( key - 3 );
+      }
+      EXPECT_EQ( lastBytes, bytes );
+      insert( 30 );
+      auto const copy = collection;
+      EXPECT_TRUE( blocksInUse - before == 2 && lastBytes == bytes && copy.size() == 4 );
+      insert( 31 );
+      EXPECT_TRUE( collection.size() == 5 && collection.has( 27 ) && !copy.has( 31 ) );
+      collection.clear();
+      EXPECT_EQ( blocksInUse - before, 1 );
+   };
+   check( HashMap< std::uint64_t, std::uint64_t >(), 80 );
+   check( HashSet< std::uint64_t >(), 48 );
+   check( HashMap< std::uint64_t, Aligned >(), 64 + 4 * 128 );
 }
 
 namespace {
@@ -683,37 +776,71 @@ TEST( KivContainers, failedConstructionChangesNothing ) {
 
 namespace {
 
-// Lets each allocation of each insertion fail once.
+// Its hash may throw when it is new.
+struct ShyKey {
+   static inline long hashesLeft = -1; // as allocationsLeft
+   int word;
+
+   ShyKey( int w ) : word( w ) {}
+   ShyKey( ShyKey const & other ) : word( other.word ) {}
+   std::size_t hash() const {
+      if( hashesLeft == 0 ) {
+         throw std::runtime_error( "no more hashes" );
+      }
+      hashesLeft -= hashesLeft > 0;
+      return Kiv::hashOf( word );
+   }
+   friend bool operator==( ShyKey const & a, ShyKey const & b ) { return a.word == b.word; }
+   friend bool operator==( ShyKey const & a, int b ) { return a.word == b; }
+};
+
+// Lets each of what insertions need fail once, of which `left` says how many there are. Meanwhile,
+// walks go on. Returns how often there was not enough for the fifth member.
 template< class Map >
-void
-failToAllocate() {
+int
+failAtEveryPoint( long & left, int keys ) {
    Map map;
    int failures = 0;
-   for( int key = 0; key < 5000; ++key ) {
+   std::vector< typename Map::iterator > walks;
+   for( int key = 0; key < keys; ++key ) {
       for( long works = 0; !map.has( key ); ++works ) {
-         allocationsLeft = works;
+         left = works;
          try {
             map.tryEmplace( key, key );
-            allocationsLeft = -1;
-         } catch( std::bad_alloc const & ) {
-            allocationsLeft = -1;
-            ++failures;
+            left = -1;
+         } catch( std::exception const & ) {
+            left = -1;
+            failures += key == 4;
             int seen = 0;
             for( auto const & member : map ) {
-               ASSERT_EQ( member.key, seen++ );
-               ASSERT_EQ( map.find( member.key ), &member.value );
+               EXPECT_TRUE( member.key == seen++ );
+               EXPECT_EQ( map.find( member.key ), &member.value );
             }
-            ASSERT_EQ( seen, key );
+            EXPECT_EQ( seen, key );
          }
       }
+      if( key < 10 ) {
+         walks.push_back( map.iteratorAt( key ) );
+      }
+      for( int at = 0; at <= std::min( key, 9 ); ++at ) {
+         EXPECT_TRUE( walks[ static_cast< std::size_t >( at ) ]->key == at );
+      }
    }
-   ASSERT_EQ( map.size(), 5000u );
-   EXPECT_GT( failures, 20 );
+   for( auto & walk : walks ) {
+      EXPECT_EQ( std::ranges::distance( walk, map.end() ), keys - walk->value );
+   }
+   return failures;
 }
 
 } // namespace
 
-TEST( KivContainers, failedAllocationChangesNothing ) { failToAllocate< HashMap< int, int > >(); }
+TEST( KivContainers, failuresChangeNothing ) {
+   int const failures = failAtEveryPoint< HashMap< int, int > >( allocationsLeft, 5000 );
+   EXPECT_GT( failures, 4 );
+   // Nothing is hashed before there is an index: then the members that are there, and the new one.
+   int const hashes = failAtEveryPoint< HashMap< ShyKey, int > >( ShyKey::hashesLeft, 50 );
+   EXPECT_EQ( hashes, 5 );
+}
 
 TEST( KivContainers, churnNeedsNoMemory ) {
    HashMap< int, int > map;
@@ -757,15 +884,20 @@ TEST( KivContainers, equalityIsOfMembers ) {
 }
 
 TEST( KivContainers, stringsAreFoundByView ) {
-   auto check = []( auto map ) {
+   auto check = []( auto map, int others ) {
       std::string_view const text = "Ethernet1,Ethernet2";
       map.tryEmplace( text.substr( 0, 9 ), 1 );
+      for( int i = 0; i < others; ++i ) {
+         map.tryEmplace( "Other" + std::to_string( i ), i );
+      }
       EXPECT_TRUE( map.has( "Ethernet1" ) && *map.find( std::string( "Ethernet1" ) ) == 1 );
       EXPECT_FALSE( map.has( text.substr( 10 ) ) || map.erase( text.substr( 10 ) ) );
       EXPECT_TRUE( map.erase( map.first()->key ) ) << "the key may be the member's own";
    };
-   check( HashMap< std::string, int >() );
-   check( OrderedMap< std::string, int >() );
+   for( int const others : { 0, 9 } ) {
+      check( HashMap< std::string, int >(), others );
+      check( OrderedMap< std::string, int >(), others );
+   }
 }
 
 TEST( KivContainers, orderedMapBounds ) {
