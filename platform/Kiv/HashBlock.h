@@ -16,17 +16,9 @@
 #include <cstdint>
 #include <memory>
 #include <new>
-#include <type_traits>
 #include <utility>
 
 namespace Kiv::Detail {
-
-template< class Key >
-inline constexpr bool keyIsSmall = std::is_trivially_copyable_v< Key > && sizeof( Key ) <= 16;
-
-// How searches hand a key on. Small ones by value: they stay in registers.
-template< class Key >
-using SearchedKey = std::conditional_t< keyIsSmall< Key >, Key const, Key const & >;
 
 template< class Member >
 class HashCursor;
@@ -82,7 +74,12 @@ class HashBlock : public HashHome< Member > {
    // 0 when there is no such key.
    template< class Key >
    std::uint32_t findSlot( Key const & key ) {
-      return searchSlot< Key >( key );
+      for( unsigned position = 0; position < size_; ++position ) {
+         if( memberAt( order_[ position ] ).key == key ) {
+            return order_[ position ];
+         }
+      }
+      return 0;
    }
 
    // Needs a free slot: !isFull(). If making the member throws, nothing has changed.
@@ -151,17 +148,6 @@ class HashBlock : public HashHome< Member > {
  private:
    HashBlock() = default;
    ~HashBlock() = default;
-
-   // Out of line, so that a search in either kind of collection is short where it is used.
-   template< class Key >
-   [[gnu::noinline]] std::uint32_t searchSlot( SearchedKey< Key > key ) {
-      for( unsigned position = 0; position < size_; ++position ) {
-         if( memberAt( order_[ position ] ).key == key ) {
-            return order_[ position ];
-         }
-      }
-      return 0;
-   }
 
    static constexpr std::size_t membersAt = std::max< std::size_t >( 16, alignof( Member ) );
    struct alignas( Member ) alignas( void * ) Memory {

@@ -31,6 +31,9 @@
 namespace Kiv::Detail {
 
 template< class Key >
+inline constexpr bool keyIsSmall = std::is_trivially_copyable_v< Key > && sizeof( Key ) <= 16;
+
+template< class Key >
 std::uint32_t
 tableHash( Key const & key ) {
    return static_cast< std::uint32_t >( Kiv::hashOf( key ) );
@@ -121,8 +124,10 @@ class HashStorage {
 
    template< class Key >
    Member * find( std::uint32_t hash, Key const & key ) const {
+      // Small keys by value: they stay in registers.
+      using Wanted = std::conditional_t< keyIsSmall< Key >, Key const, Key const & >;
       struct At {
-         SearchedKey< Key > key;
+         Wanted key;
          Member * const * segments;
          Member * operator()( std::uint32_t slot ) const {
             auto * member = memberIn( segments, slot );
@@ -356,11 +361,11 @@ class HashCursor : public CursorIn< HashHome< Member > > {
 
    // Steps on to the nearest member, and says whether there is none.
    bool atEnd() {
-      if( !place_.isLive() && !findNext() ) {
-         return true;
+      if( place_.isLive() || findNext() ) [[likely]] {
+         before_ = false;
+         return false;
       }
-      before_ = false;
-      return false;
+      return true;
    }
 
    void advance() {
@@ -371,8 +376,9 @@ class HashCursor : public CursorIn< HashHome< Member > > {
 
    // It stands on a member: so it is after !atEnd(), until that is removed.
    Member & member() const {
-      return inBlock_ ? block().memberAt( block().slotAt( place_.offset ) )
-                      : table().storage.memberAt( place_.slot() );
+      // In a block no place is live. A walk has just asked this, and need not ask anything else.
+      return place_.isLive() ? table().storage.memberAt( place_.slot() )
+                             : block().memberAt( block().slotAt( place_.offset ) );
    }
    // Of a member in a table.
    std::uint32_t hash() const { return table().storage.hashOfSlot( place_.slot() ); }
