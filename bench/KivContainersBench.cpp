@@ -7,7 +7,8 @@
 //
 // Names are <operation>/<map>/<bytes of value>/<members>; times are per round over all members,
 // items_per_second are single operations. longest... measure what a single operation costs at worst:
-// that is their counter longest_us, and their times say nothing.
+// that is their counter longest_us, and their times say nothing. bytes are those of one map, what its
+// memory costs the allocator included.
 
 #include "Kiv/HashMap.h"
 
@@ -25,6 +26,7 @@
 #include <cstdint>
 #include <ctime>
 #include <limits>
+#include <malloc.h>
 #include <numeric>
 #include <random>
 #include <string>
@@ -121,7 +123,7 @@ keys( std::size_t n ) {
    }
    some.shuffled = some.in;
    std::shuffle( some.shuffled.begin(), some.shuffled.end(), random );
-   made.reserve( 8 );
+   made.reserve( 16 );
    return made.emplace_back( n, std::move( some ) ).second;
 }
 
@@ -196,6 +198,27 @@ grow( benchmark::State & state, std::size_t n ) {
       benchmark::DoNotOptimize( map );
    }
    countItems( state, n );
+}
+
+template< class Map, class V >
+double
+bytesOf( std::size_t n ) {
+   constexpr std::size_t many = 1000;
+   std::vector< Map > maps( many );
+   filled< Map, V >( n ); // makes the keys
+   auto const before = mallinfo2().uordblks;
+   for( auto & map : maps ) {
+      map = filled< Map, V >( n );
+   }
+   auto const bytes = static_cast< double >( mallinfo2().uordblks - before );
+   return sizeof( Map ) + bytes / many;
+}
+
+template< class Map, class V >
+void
+growSmall( benchmark::State & state, std::size_t n ) {
+   state.counters[ "bytes" ] = bytesOf< Map, V >( n );
+   grow< Map, V >( state, n );
 }
 
 // A full map in which a random member goes for every one that comes.
@@ -319,9 +342,28 @@ enrolLongest( std::string const & mapName ) {
 
 template< class Map, class V >
 void
+enrolSmall( std::string const & mapName ) {
+   for( std::size_t n : { 1u, 2u, 4u, 5u } ) {
+      auto const tail =
+            "/" + mapName + "/" + std::to_string( sizeof( V ) ) + "/" + std::to_string( n );
+      auto add = [ & ]( char const * operation, auto run ) {
+         benchmark::RegisterBenchmark( ( operation + tail ).c_str(), run );
+      };
+      using State = benchmark::State;
+      add( "find", [ n ]( State & s ) { findAll< Map, V >( s, keys( n ).shuffled, n ); } );
+      add( "miss", [ n ]( State & s ) { findAll< Map, V >( s, keys( n ).out, n ); } );
+      add( "grow", [ n ]( State & s ) { growSmall< Map, V >( s, n ); } );
+      add( "churn", [ n ]( State & s ) { churn< Map, V >( s, n ); } );
+      add( "scan", [ n ]( State & s ) { scan< Map, V >( s, n, false ); } );
+   }
+}
+
+template< class Map, class V >
+void
 enrol( std::string const & mapName ) {
    if( sizeof( V ) == 8 ) {
       enrolLongest< Map, V >( mapName );
+      enrolSmall< Map, V >( mapName );
    }
    for( std::size_t n : { 1000u, 100000u } ) {
       auto const tail =

@@ -50,6 +50,15 @@ class CursorLink {
  public:
    CursorLink * nextLink() const { return next_; }
 
+   // All links of a list become those of another, which is empty.
+   static void move( CursorLink *& from, CursorLink *& to ) {
+      to = from;
+      from = nullptr;
+      if( to ) {
+         to->at_ = &to;
+      }
+   }
+
  private:
    CursorLink ** at_ = nullptr; // the pointer that points here: the list's head or a next_
    CursorLink * next_ = nullptr;
@@ -96,11 +105,16 @@ struct CursorList {
    CursorList() = default;
    CursorList( CursorList const & ) = delete;
    CursorList & operator=( CursorList const & ) = delete;
-   ~CursorList() {
+   ~CursorList() { letAllLeave(); }
+
+   void letAllLeave() {
       while( head ) {
          static_cast< Cursor & >( *head ).leave();
       }
    }
+
+   // When this is empty. Who takes them tells them.
+   void take( CursorList & other ) { CursorLink::move( other.head, head ); }
 
    bool empty() const { return !head; }
 

@@ -20,6 +20,7 @@
 //   Value that cannot be moved is made and destroyed where it stands: its constructor must leave
 //   the collection alone, its destructor may do anything but clear or destroy it.)
 // - An empty collection is one pointer. Memory comes with the first member and goes with clear().
+//   Up to four members are in one block, and 16 bytes.
 // - It grows, and closes up what was left, in parts: no insertion or removal waits until something is
 //   done with all members.
 // - Keys need == and Kiv::hashOf, of which the low 32 bits count. It differs from process to
@@ -31,6 +32,7 @@
 // than 67108860 members; a failed insertion changes nothing.
 
 #include "Kiv/Hash.h"
+#include "Kiv/HashBlock.h"
 #include "Kiv/HashTable.h"
 #include "Kiv/Iterator.h"
 #include "Kiv/Member.h"
@@ -58,11 +60,35 @@ struct SetMember {
    static auto moveOut( SetMember & m ) { return Detail::moveOut( m.key ); }
 };
 
+// A key that is looked for, with its hash from when that is first needed: small collections need none.
+template< class Key >
+class WantedKey {
+ public:
+   explicit WantedKey( KeyArgument< Key > k ) : key( k ) {}
+   WantedKey( KeyArgument< Key > k, std::uint32_t hash )
+         : key( k ), hash_( hash ), isHashed_( true ) {}
+
+   KeyArgument< Key > key;
+
+   std::uint32_t hash() {
+      if( !isHashed_ ) {
+         hash_ = tableHash( key );
+         isHashed_ = true;
+      }
+      return hash_;
+   }
+
+ private:
+   std::uint32_t hash_ = 0;
+   bool isHashed_ = false;
+};
+
 // What maps and sets have in common. `Visible` is what a walk shows of a member.
 template< class Key, class Member, class Visible >
 class HashCollection {
+   using Block = HashBlock< Member >;
    using Table = HashTable< Member >;
-   using Cursor = typename Table::Cursor;
+   using Cursor = HashCursor< Member >;
 
  public:
    using key_type = Key;
@@ -75,13 +101,13 @@ class HashCollection {
    HashCollection() = default;
    // In the order of the other.
    HashCollection( HashCollection const & other ) : HashCollection() {
-      Cursor from( other.table_, other.firstPlace() );
-      for( ; !from.atEnd(); from.advance() ) {
-         table().append( other.table_->storage.hashOfSlot( from.slot() ), from.member() );
+      for( auto from = other.atFirst< Cursor >(); !from.atEnd(); from.advance() ) {
+         auto & member = from.member();
+         auto wanted = other.isLarge() ? Wanted( member.key, from.hash() ) : Wanted( member.key );
+         append( wanted, member );
       }
    }
-   HashCollection( HashCollection && other ) noexcept
-         : table_( std::exchange( other.table_, nullptr ) ) {}
+   HashCollection( HashCollection && other ) noexcept : home_( std::exchange( other.home_, 0 ) ) {}
    // Iterators of what was here are at their end.
    HashCollection & operator=( HashCollection other ) noexcept {
       swap( other );
@@ -89,19 +115,24 @@ class HashCollection {
    }
    ~HashCollection() {
       // Again when the last words of a member inserted something.
-      while( table_ ) {
-         delete std::exchange( table_, nullptr );
+      while( home_ ) {
+         discard();
       }
    }
 
-   void swap( HashCollection & other ) noexcept { std::swap( table_, other.table_ ); }
+   void swap( HashCollection & other ) noexcept { std::swap( home_, other.home_ ); }
 
-   std::uint32_t size() const { return table_ ? table_->storage.size() : 0; }
+   std::uint32_t size() const {
+      return isLarge() ? table().storage.size() : home_ ? block().size() : 0;
+   }
    bool empty() const { return size() == 0; }
-   bool has( KeyArgument< Key > key ) const { return lookup( key ) != nullptr; }
+   bool has( KeyArgument< Key > key ) const {
+      Wanted wanted( key );
+      return lookup( wanted ) != nullptr;
+   }
 
-   iterator begin() { return iterator( std::in_place, table_, firstPlace() ); }
-   const_iterator begin() const { return const_iterator( std::in_place, table_, firstPlace() ); }
+   iterator begin() { return atFirst< iterator >( std::in_place ); }
+   const_iterator begin() const { return atFirst< const_iterator >( std::in_place ); }
    std::default_sentinel_t end() const { return {}; }
 
    // On that member; at the end when there is none.
@@ -114,67 +145,142 @@ class HashCollection {
 
    // Whether the member was there.
    bool erase( KeyArgument< Key > key ) {
-      auto const hash = tableHash( key );
-      auto slot = slotOf( key, hash );
+      Wanted wanted( key );
+      auto slot = slotOf( wanted );
       if( slot == 0 ) {
          return false;
       }
-      [[maybe_unused]] auto gone = takeOut( slot, hash );
+      [[maybe_unused]] auto gone = takeOut( slot, wanted );
       return true;
    }
 
    // Keeps no memory, unless somebody is walking.
    void clear() {
-      if( !table_ ) {
+      if( !home_ ) {
          return;
       }
-      if( !table_->cursors.empty() ) {
-         auto gone = table_->takeAll();
+      if( isLarge() && !table().cursors.empty() ) {
+         auto gone = table().takeAll();
+      } else if( !isLarge() && !block().cursors.empty() ) {
+         block().clear();
       } else {
-         delete std::exchange( table_, nullptr );
+         discard();
       }
    }
 
  protected:
-   Member * lookup( KeyArgument< Key > key ) const { return lookup( key, tableHash( key ) ); }
-   Member * lookup( KeyArgument< Key > key, std::uint32_t hash ) const {
-      return table_ ? table_->storage.find( hash, key ) : nullptr;
+   using Wanted = WantedKey< Key >;
+
+   Member * lookup( Wanted & wanted ) const {
+      if( isLarge() ) [[likely]] {
+         return table().storage.find( wanted.hash(), wanted.key );
+      }
+      auto const slot = smallSlotOf( wanted );
+      return slot ? &block().memberAt( slot ) : nullptr;
    }
 
    // 0 when there is no such key.
-   std::uint32_t slotOf( KeyArgument< Key > key, std::uint32_t hash ) const {
-      return table_ ? table_->storage.findSlot( hash, key ) : 0;
+   std::uint32_t slotOf( Wanted & wanted ) const {
+      return isLarge() ? table().storage.findSlot( wanted.hash(), wanted.key )
+                       : smallSlotOf( wanted );
    }
 
-   Table & table() {
-      if( !table_ ) {
-         table_ = new Table;
+   Member & memberAt( std::uint32_t slot ) const {
+      return isLarge() ? table().storage.memberAt( slot ) : block().memberAt( slot );
+   }
+
+   // A member whose key is not here, made from args.
+   template< class... Args >
+   Member & append( Wanted & wanted, Args &&... args ) {
+      if( !isLarge() && !hasRoom() ) {
+         makeRoom();
       }
-      return *table_;
+      return isLarge() ? table().append( wanted.hash(), std::forward< Args >( args )... )
+                       : block().append( std::forward< Args >( args )... );
    }
 
    // Removes a member and returns what it owned, for the caller to let go last of all.
-   auto takeOut( std::uint32_t slot, std::uint32_t hash ) {
-      auto owned = Member::moveOut( table_->storage.memberAt( slot ) );
-      table_->unlink( slot, hash );
-      table_->storage.release( slot );
+   auto takeOut( std::uint32_t slot, Wanted & wanted ) {
+      auto owned = Member::moveOut( memberAt( slot ) );
+      if( isLarge() ) {
+         auto & in = table();
+         in.unlink( slot, wanted.hash() );
+         in.storage.release( slot );
+      } else {
+         auto & in = block();
+         in.unlink( slot );
+         in.release( slot );
+      }
       return owned;
    }
 
-   Table * table_ = nullptr;
-
  private:
-   HashPlace firstPlace() const { return table_ ? table_->storage.firstPlace() : HashPlace{}; }
+   static constexpr std::uintptr_t largeBit = 1;
 
-   template< class Wanted >
-   Wanted at( KeyArgument< Key > key ) const {
-      auto slot = slotOf( key, tableHash( key ) );
-      return slot ? Wanted( std::in_place, table_, table_->storage.placeOf( slot ) ) : Wanted();
+   bool isLarge() const { return home_ & largeBit; }
+   // If it is large.
+   Table & table() const { return *reinterpret_cast< Table * >( home_ - largeBit ); }
+   // If it is neither large nor nothing.
+   Block & block() const { return *reinterpret_cast< Block * >( home_ ); }
+
+   std::uint32_t smallSlotOf( Wanted & wanted ) const {
+      return home_ ? block().findSlot( wanted.key ) : 0;
+   }
+
+   bool hasRoom() const { return home_ && !block().isFull() && !block().isClearing(); }
+
+   // For one that is not large. When this throws, nothing has changed.
+   [[gnu::noinline]] void makeRoom() {
+      if( home_ && !block().isClearing() ) {
+         home_ = reinterpret_cast< std::uintptr_t >( new Table( block() ) ) | largeBit;
+         return;
+      }
+      auto * fresh = Block::make();
+      if( home_ ) {
+         fresh->takeCursors( block() );
+         block().discard();
+      }
+      home_ = reinterpret_cast< std::uintptr_t >( fresh );
+   }
+
+   // Nothing is here any more when members go.
+   void discard() {
+      if( isLarge() ) {
+         auto * was = &table();
+         home_ = 0;
+         delete was;
+      } else {
+         auto & was = block();
+         home_ = 0;
+         was.discard();
+      }
+   }
+
+   // At the first member; or at the end.
+   template< class Where, class... How >
+   Where atFirst( How... how ) const {
+      return isLarge() ? Where( how..., &table(), table().storage.firstPlace() )
+             : home_   ? Where( how..., &block(), std::uint32_t{ 0 } )
+                       : Where();
+   }
+
+   template< class Where >
+   Where at( KeyArgument< Key > key ) const {
+      Wanted wanted( key );
+      auto slot = slotOf( wanted );
+      return slot == 0   ? Where()
+             : isLarge() ? Where( std::in_place, &table(), table().storage.placeOf( slot ) )
+                         : Where( std::in_place, &block(), block().positionOf( slot ) );
    }
 
    Visible & firstMember() const {
-      return table_->storage.memberAt( table_->storage.firstPlace().slot() );
+      return isLarge() ? table().storage.memberAt( table().storage.firstPlace().slot() )
+                       : block().memberAt( block().slotAt( 0 ) );
    }
+
+   // Nothing, the address of a block, or that of a table and largeBit: so that a search in a table
+   // asks no more than whether there is one.
+   std::uintptr_t home_ = 0;
 };
 
 } // namespace Detail
@@ -182,6 +288,10 @@ class HashCollection {
 template< class Key, class Value >
 class HashMap : public Detail::HashCollection< Key, Detail::MapMember< Key, Value >,
                                                Detail::MapMember< Key, Value > > {
+   using Base = Detail::HashCollection< Key, Detail::MapMember< Key, Value >,
+                                        Detail::MapMember< Key, Value > >;
+   using Wanted = typename Base::Wanted;
+
  public:
    using mapped_type = Value;
    // { Key const key; Value value; }: what a walk shows, also as `auto & [ key, value ]`.
@@ -194,39 +304,41 @@ class HashMap : public Detail::HashCollection< Key, Detail::MapMember< Key, Valu
 
    // nullptr when there is no such key.
    Value * find( Detail::KeyArgument< Key > key ) {
-      auto * member = this->lookup( key );
+      Wanted wanted( key );
+      auto * member = this->lookup( wanted );
       return member ? &member->value : nullptr;
    }
    Value const * find( Detail::KeyArgument< Key > key ) const {
-      auto * member = this->lookup( key );
+      Wanted wanted( key );
+      auto * member = this->lookup( wanted );
       return member ? &member->value : nullptr;
    }
 
    // Leaves a member that is there alone, args included; makes its value from them otherwise.
    template< class... Args >
    Inserted tryEmplace( Detail::KeyArgument< Key > key, Args &&... args ) {
-      auto const hash = Detail::tableHash( key );
-      if( auto * member = this->lookup( key, hash ) ) {
+      Wanted wanted( key );
+      if( auto * member = this->lookup( wanted ) ) {
          return { &member->value, false };
       }
       if constexpr( std::is_trivially_constructible_v< Value, Args... > ||
                     !std::is_move_constructible_v< Value > ) {
-         return append( hash, key, std::forward< Args >( args )... );
+         return append( wanted, std::forward< Args >( args )... );
       } else {
          // Constructors may use the collection too: look again.
          Value value( std::forward< Args >( args )... );
-         if( auto * member = this->lookup( key, hash ) ) {
+         if( auto * member = this->lookup( wanted ) ) {
             return { &member->value, false };
          }
-         return append( hash, key, std::move( value ) );
+         return append( wanted, std::move( value ) );
       }
    }
 
    // The value that is replaced is let go last, as a removed one is. If that removes the member,
    // the returned pointer is of no use.
    Inserted insertOrAssign( Detail::KeyArgument< Key > key, Value value ) {
-      auto const hash = Detail::tableHash( key );
-      if( auto * member = this->lookup( key, hash ) ) {
+      Wanted wanted( key );
+      if( auto * member = this->lookup( wanted ) ) {
          if constexpr( std::is_trivially_destructible_v< Value > ) {
             member->value = std::move( value );
          } else {
@@ -234,18 +346,18 @@ class HashMap : public Detail::HashCollection< Key, Detail::MapMember< Key, Valu
          }
          return { &member->value, false };
       }
-      return append( hash, key, std::move( value ) );
+      return append( wanted, std::move( value ) );
    }
 
    // Removes the member and returns its value; nullopt when there is none.
    std::optional< Value > extract( Detail::KeyArgument< Key > key ) {
-      auto const hash = Detail::tableHash( key );
-      auto slot = this->slotOf( key, hash );
+      Wanted wanted( key );
+      auto slot = this->slotOf( wanted );
       if( slot == 0 ) {
          return std::nullopt;
       }
-      std::optional< Value > value( std::move( this->table_->storage.memberAt( slot ).value ) );
-      [[maybe_unused]] auto gone = this->takeOut( slot, hash );
+      std::optional< Value > value( std::move( this->memberAt( slot ).value ) );
+      [[maybe_unused]] auto gone = this->takeOut( slot, wanted );
       return value;
    }
 
@@ -265,8 +377,8 @@ class HashMap : public Detail::HashCollection< Key, Detail::MapMember< Key, Valu
 
  private:
    template< class... Args >
-   Inserted append( std::uint32_t hash, Detail::KeyArgument< Key > key, Args &&... args ) {
-      auto & member = this->table().append( hash, key, std::forward< Args >( args )... );
+   Inserted append( Wanted & wanted, Args &&... args ) {
+      auto & member = this->Base::append( wanted, wanted.key, std::forward< Args >( args )... );
       return { &member.value, true };
    }
 };
@@ -276,11 +388,11 @@ class HashSet : public Detail::HashCollection< Key, Detail::SetMember< Key >, Ke
  public:
    // Whether the key was not there before.
    bool insert( Detail::KeyArgument< Key > key ) {
-      auto const hash = Detail::tableHash( key );
-      if( this->lookup( key, hash ) ) {
+      Detail::WantedKey< Key > wanted( key );
+      if( this->lookup( wanted ) ) {
          return false;
       }
-      this->table().append( hash, key );
+      this->append( wanted, key );
       return true;
    }
 

@@ -32,23 +32,30 @@ struct HashChunk {
 
    std::uint32_t live() const { return end - holes; }
 
-   // They follow the chunk in memory.
+   // They follow the chunk in memory. Behind those that were given away, there is a hole: so it takes
+   // no more than a look at a place to know whether somebody lives there.
    std::uint32_t * slots() { return reinterpret_cast< std::uint32_t * >( this + 1 ); }
    std::uint32_t const * slots() const {
       return reinterpret_cast< std::uint32_t const * >( this + 1 );
    }
-
-   // What those stand in who stand in no chunk, so that nobody has to ask.
-   static HashChunk const nothing;
 };
-inline constexpr HashChunk HashChunk::nothing{};
+
+// What those stand in who stand in no chunk, so that nobody has to ask. It has nothing but holes, as
+// many as there are positions in a block.
+struct HashNothing {
+   HashChunk chunk;
+   std::uint32_t holes[ 8 ] = {};
+
+   static HashNothing const it;
+};
+inline constexpr HashNothing HashNothing::it{};
 
 struct HashPlace {
-   HashChunk const * chunk = &HashChunk::nothing;
+   HashChunk const * chunk = &HashNothing::it.chunk;
    std::uint32_t offset = 0;
 
    std::uint32_t slot() const { return chunk->slots()[ offset ]; }
-   bool isLive() const { return offset < chunk->end && slot() != 0; }
+   bool isLive() const { return slot() != 0; }
    bool isBehindChunk() const { return offset >= chunk->end; }
    friend bool operator==( HashPlace, HashPlace ) = default;
 };
@@ -84,7 +91,7 @@ class HashOrder {
    static HashPlace liveFrom( HashPlace place ) {
       for( ;; ) {
          for( ; !place.isBehindChunk(); ++place.offset ) {
-            if( place.slot() != hole ) {
+            if( place.isLive() ) {
                return place;
             }
          }
@@ -101,6 +108,7 @@ class HashOrder {
    std::uint32_t append( std::uint32_t slot ) {
       auto const offset = last_->end++;
       last_->slots()[ offset ] = slot;
+      last_->slots()[ offset + 1 ] = hole;
       return last_->firstNumber + offset;
    }
 
@@ -138,7 +146,7 @@ class HashOrder {
          // It is the only one beside the last, which takes its number over.
          std::swap( small->firstNumber, last_->firstNumber );
          std::swap( chunks_[ 0 ], chunks_[ 1 ] );
-         std::copy_n( small->slots(), small->end, last_->slots() );
+         std::copy_n( small->slots(), small->end + 1, last_->slots() );
          last_->end = small->end;
          last_->holes = small->holes;
          drop( *small );
@@ -169,7 +177,7 @@ class HashOrder {
    }
 
  private:
-   static constexpr std::uint32_t firstRoom = 4;
+   static constexpr std::uint32_t firstRoom = 8;
    static constexpr std::uint32_t fullRoom = 1024;
    // Joining a chunk of a few with another leaves room enough for its cost to be shared by many.
    static constexpr std::uint32_t few = fullRoom * 3 / 8;
@@ -185,16 +193,22 @@ class HashOrder {
    HashChunk * newChunk() {
       if( spare_ ) {
          auto * chunk = std::exchange( spare_, spare_->next );
-         return ::new( chunk ) HashChunk{ .firstNumber = chunk->firstNumber, .room = fullRoom };
+         auto const number = chunk->firstNumber;
+         return makeChunk( chunk, number, fullRoom );
       }
       if( chunks_.size() == chunks_.capacity() ) {
          chunks_.reserve( std::max< std::size_t >( 2, 2 * chunks_.size() ) );
       }
       auto const room = last_ ? std::min( 2 * last_->room, fullRoom ) : firstRoom;
-      auto * memory = ::operator new( sizeof( HashChunk ) + room * sizeof( std::uint32_t ) );
+      auto const bytes = sizeof( HashChunk ) + ( room + 1 ) * sizeof( std::uint32_t );
       auto const number = static_cast< std::uint32_t >( chunks_.size() ) * fullRoom;
-      return chunks_.emplace_back( ::new( memory )
-                                         HashChunk{ .firstNumber = number, .room = room } );
+      return chunks_.emplace_back( makeChunk( ::operator new( bytes ), number, room ) );
+   }
+
+   static HashChunk * makeChunk( void * memory, std::uint32_t number, std::uint32_t room ) {
+      auto * chunk = ::new( memory ) HashChunk{ .firstNumber = number, .room = room };
+      chunk->slots()[ 0 ] = hole;
+      return chunk;
    }
 
    // Appends all that is left in one, which is then empty, to the other, which may be the same.
@@ -208,6 +222,8 @@ class HashOrder {
             to.slots()[ to.end++ ] = slot;
          }
       }
+      from.slots()[ from.end ] = hole;
+      to.slots()[ to.end ] = hole;
    }
 
    template< class Moved >

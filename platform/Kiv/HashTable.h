@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// What Kiv::HashMap and Kiv::HashSet point to once they hold something.
+// What Kiv::HashMap and Kiv::HashSet point to once they had more members than a block has room for
+// (HashBlock.h).
 //
 // Three parts. Slots: where members live, in segments that double and never move, so a member stays
 // where it is for its whole life; freed slots are used again. Order: the numbers of the slots in the
@@ -13,6 +14,7 @@
 #include "Kiv/Cursor.h"
 #include "Kiv/Exception.h"
 #include "Kiv/Hash.h"
+#include "Kiv/HashBlock.h"
 #include "Kiv/HashIndex.h"
 #include "Kiv/HashOrder.h"
 
@@ -40,6 +42,8 @@ tableHash( Key const & key ) {
 // Member has a `key`; a `value` beside it is the map's business.
 template< class Member >
 class HashStorage {
+   using Block = HashBlock< Member >;
+
  public:
    static constexpr std::uint32_t hole = HashOrder::hole; // no slot has this number
 
@@ -50,7 +54,7 @@ class HashStorage {
    ~HashStorage() {
       destroyMembers();
       for( auto high = firstSegmentBits; high < segments_.size(); ++high ) {
-         std::allocator< Member >().deallocate( segments_[ high ], segmentSize( high ) );
+         freeSegment( high );
       }
    }
 
@@ -58,11 +62,36 @@ class HashStorage {
       std::swap( segments_, other.segments_ );
       std::swap( index_, other.index_ );
       order_.swap( other.order_ );
+      std::swap( firstNotes_, other.firstNotes_ );
       std::swap( live_, other.live_ );
       std::swap( freeSlot_, other.freeSlot_ );
       std::swap( nextSlot_, other.nextSlot_ );
       std::swap( pauseSlot_, other.pauseSlot_ );
       std::swap( endSlot_, other.endSlot_ );
+   }
+
+   // Into one that is empty: a full block as its first segment, with all that live in it, at the
+   // places of the same numbers as their positions. When this throws, the block is as it was.
+   void adopt( Block & block ) {
+      std::uint32_t hashes[ Block::slots ] = {};
+      for( std::uint32_t position = 0; position < block.size(); ++position ) {
+         hashes[ position ] = tableHash( block.memberAt( block.slotAt( position ) ).key );
+      }
+      order_.addRoom();
+      index_.prepareFor( 2 * endSlot_ );
+      segments_.reserve( firstSegmentBits + 2 );
+      segments_.resize( firstSegmentBits );
+      // Nothing throws from here on.
+      segments_.push_back( block.members() );
+      endSlot_ *= 2;
+      index_.grow( firstSegmentSlots, nextSlot_, endSlot_ );
+      nextSlot_ = pauseSlot_ = endSlot_;
+      for( auto & note : firstNotes_ ) {
+         note.place = isFree;
+      }
+      for( std::uint32_t position = 0; position < block.size(); ++position ) {
+         enter( block.slotAt( position ), hashes[ position ] );
+      }
    }
 
    std::uint32_t size() const { return live_; }
@@ -133,18 +162,12 @@ class HashStorage {
       auto const slot = freeSlot_ != hole ? freeSlot_ : nextSlot_;
       auto & member = memberAt( slot );
       ::new( static_cast< void * >( &member ) ) Member( std::forward< Args >( args )... );
-      auto & note = noteOf( slot );
       if( slot == freeSlot_ ) {
-         freeSlot_ = note.place ^ isFree;
+         freeSlot_ = noteOf( slot ).place ^ isFree;
       } else {
          ++nextSlot_;
       }
-      note.place = order_.append( slot );
-      if constexpr( keepsHash ) {
-         note.hash = hash;
-      }
-      index_.insert( hash, slot );
-      ++live_;
+      enter( slot, hash );
       proceedWithIndex();
       return member;
    }
@@ -171,6 +194,7 @@ class HashStorage {
  private:
    static constexpr unsigned firstSegmentBits = 2;
    static constexpr std::uint32_t firstSegmentSlots = 1u << firstSegmentBits;
+   static_assert( firstSegmentSlots == Block::slots && firstSegmentSlots == Block::firstSlot );
    static constexpr std::uint32_t maxMembers = ( 1u << 26 ) - firstSegmentSlots;
 
    // The hash of a small key is quicker computed than kept.
@@ -183,7 +207,7 @@ class HashStorage {
    };
    static constexpr std::uint32_t isFree = 1u << 31;
    // What is to be known of a slot beside its member. A segment has them behind all its members, to
-   // keep those dense.
+   // keep those dense; but for the first one, which is a block, they stand here.
    using Note = std::conditional_t< keepsHash, HashNote, PlaceNote >;
    static_assert( firstSegmentSlots % alignof( Note ) == 0 );
 
@@ -215,13 +239,30 @@ class HashStorage {
       return segments[ high ] + ( slot ^ ( std::uint64_t{ 1 } << high ) );
    }
 
-   Note & noteOf( std::uint32_t slot ) const {
+   Note const & noteOf( std::uint32_t slot ) const {
+      if( slot < 2 * firstSegmentSlots ) [[unlikely]] {
+         return firstNotes_[ slot - firstSegmentSlots ];
+      }
       auto const high = segmentOf( slot );
       auto const slots = std::uint64_t{ 1 } << high;
-      return reinterpret_cast< Note * >( segments_[ high ] + slots )[ slot ^ slots ];
+      return reinterpret_cast< Note const * >( segments_[ high ] + slots )[ slot ^ slots ];
+   }
+   Note & noteOf( std::uint32_t slot ) {
+      return const_cast< Note & >( std::as_const( *this ).noteOf( slot ) );
    }
 
-   auto noteThePlace() const {
+   // Somebody lives in the slot now.
+   void enter( std::uint32_t slot, std::uint32_t hash ) {
+      auto & note = noteOf( slot );
+      note.place = order_.append( slot );
+      if constexpr( keepsHash ) {
+         note.hash = hash;
+      }
+      index_.insert( hash, slot );
+      ++live_;
+   }
+
+   auto noteThePlace() {
       return [ this ]( std::uint32_t slot, std::uint32_t place ) { noteOf( slot ).place = place; };
    }
 
@@ -229,6 +270,18 @@ class HashStorage {
    static std::size_t segmentSize( unsigned high ) {
       auto const slots = std::size_t{ 1 } << high;
       return slots + ( slots * sizeof( Note ) + sizeof( Member ) - 1 ) / sizeof( Member );
+   }
+
+   static Member * newSegment( unsigned high ) {
+      return high == firstSegmentBits ? Block::make()->members()
+                                      : std::allocator< Member >().allocate( segmentSize( high ) );
+   }
+   void freeSegment( unsigned high ) {
+      if( high == firstSegmentBits ) {
+         Block::of( segments_[ high ] ).free();
+      } else {
+         std::allocator< Member >().deallocate( segments_[ high ], segmentSize( high ) );
+      }
    }
 
    // For nextSlot_ == pauseSlot_. When this throws, nothing has changed that shows.
@@ -251,7 +304,7 @@ class HashStorage {
       segments_.resize( std::max< std::size_t >( segments_.size(), firstSegmentBits ) );
       segments_.reserve( segments_.size() + 1 );
       auto const high = static_cast< unsigned >( segments_.size() );
-      segments_.push_back( std::allocator< Member >().allocate( segmentSize( high ) ) );
+      segments_.push_back( newSegment( high ) );
       endSlot_ *= 2;
       index_.grow( firstSegmentSlots, nextSlot_, endSlot_ );
       // Leaves the index enough writes to be prepared, unless there is nothing to come.
@@ -277,6 +330,7 @@ class HashStorage {
    std::vector< Member * > segments_; // by the highest bit of the slots in it
    HashIndex index_;
    HashOrder order_;
+   Note firstNotes_[ firstSegmentSlots ] = {};
    std::uint32_t live_ = 0;
    std::uint32_t freeSlot_ = hole;
    std::uint32_t nextSlot_ = firstSegmentSlots;
@@ -287,26 +341,31 @@ class HashStorage {
 template< class Member >
 class HashTable;
 
-// A position in a table: on a member, or (its member was removed, or it has walked off the end)
-// before the next member that lives or is yet to come.
+// A position in a block or a table: on a member, or (its member was removed, or it has walked off the
+// end) before the next member that lives or is yet to come.
 template< class Member >
-class HashCursor : public CursorIn< HashTable< Member > > {
-   using Base = CursorIn< HashTable< Member > >;
+class HashCursor : public CursorIn< HashHome< Member > > {
+   using Base = CursorIn< HashHome< Member > >;
+   using Block = HashBlock< Member >;
+   using Table = HashTable< Member >;
 
  public:
    HashCursor() = default;
    // On the first member from there on.
-   HashCursor( HashTable< Member > * table, HashPlace place ) : Base( table ), place_( place ) {
+   HashCursor( Table * table, HashPlace place ) : Base( table ), place_( place ) { atEnd(); }
+   HashCursor( Block * block, std::uint32_t position ) : Base( block ) {
+      inBlock_ = true;
+      place_.offset = position;
       atEnd();
    }
 
    // Steps on to the nearest member, and says whether there is none.
    bool atEnd() {
-      if( !place_.isLive() && !findNext() ) {
-         return true;
+      if( place_.isLive() || findNext() ) [[likely]] {
+         before_ = false;
+         return false;
       }
-      before_ = false;
-      return false;
+      return true;
    }
 
    void advance() {
@@ -316,23 +375,37 @@ class HashCursor : public CursorIn< HashTable< Member > > {
    }
 
    // It stands on a member: so it is after !atEnd(), until that is removed.
-   std::uint32_t slot() const { return place_.slot(); }
-   Member & member() const { return this->table_->storage.memberAt( slot() ); }
+   Member & member() const {
+      // In a block no place is live. A walk has just asked this, and need not ask anything else.
+      return place_.isLive() ? table().storage.memberAt( place_.slot() )
+                             : block().memberAt( block().slotAt( place_.offset ) );
+   }
+   // Of a member in a table.
+   std::uint32_t hash() const { return table().storage.hashOfSlot( place_.slot() ); }
 
    bool sameAs( HashCursor & other ) {
       auto end = atEnd();
-      return end == other.atEnd() && ( end || place_ == other.place_ );
+      return end == other.atEnd() &&
+             ( end || ( this->table_ == other.table_ && place_ == other.place_ ) );
    }
 
    void leave() {
       Base::leave();
       place_ = {};
+      inBlock_ = false;
    }
 
  private:
-   friend HashTable< Member >;
+   friend Block;
+   friend Table;
+
+   Block & block() const { return static_cast< Block & >( *this->table_ ); }
+   Table & table() const { return static_cast< Table & >( *this->table_ ); }
 
    bool findNext() {
+      if( inBlock_ ) {
+         return place_.offset < block().size();
+      }
       auto const next = HashOrder::liveFrom( place_ );
       if( next.isBehindChunk() ) {
          return false;
@@ -341,15 +414,32 @@ class HashCursor : public CursorIn< HashTable< Member > > {
       return true;
    }
 
-   HashPlace place_;
+   HashPlace place_;    // in a block: no chunk, and the position as the offset
    bool before_ = true; // the next step is onto place_ itself
+   bool inBlock_ = false;
 };
 
 template< class Member >
-class HashTable {
+class HashTable : public HashHome< Member > {
  public:
    using Storage = HashStorage< Member >;
    using Cursor = HashCursor< Member >;
+
+   // Takes a full block over, with all that live and stand in it. When this throws, the block is as it
+   // was.
+   explicit HashTable( HashBlock< Member > & block ) {
+      storage.adopt( block );
+      this->cursors.take( block.cursors );
+      this->cursors.forEach( [ this ]( Cursor & cursor ) {
+         cursor.table_ = this;
+         cursor.place_.chunk = storage.endPlace().chunk;
+         cursor.inBlock_ = false;
+      } );
+   }
+   HashTable( HashTable const & ) = delete;
+   HashTable & operator=( HashTable const & ) = delete;
+   // Iterators that are left are at their end before members go.
+   ~HashTable() { this->cursors.letAllLeave(); }
 
    template< class... Args >
    Member & append( std::uint32_t hash, Args &&... args ) {
@@ -369,7 +459,7 @@ class HashTable {
    // Leaves an empty table, with what was in it in the returned storage.
    Storage takeAll() {
       Storage all = std::move( storage );
-      cursors.forEach( []( Cursor & cursor ) {
+      this->cursors.forEach( []( Cursor & cursor ) {
          cursor.place_ = {};
          cursor.before_ = true;
       } );
@@ -377,7 +467,6 @@ class HashTable {
    }
 
    Storage storage;
-   CursorList< Cursor > cursors; // iterators that are left when it goes are at their end
 
  private:
    [[gnu::noinline]] void makePlaces() {
@@ -392,13 +481,13 @@ class HashTable {
    // Cursors follow the member that they stand on, or before. Meanwhile they hold its slot.
    template< class Do >
    void rearrange( Do const & arrange ) {
-      cursors.forEach( []( Cursor & cursor ) {
+      this->cursors.forEach( []( Cursor & cursor ) {
          auto const live = HashOrder::liveFrom( cursor.place_ );
          cursor.before_ = cursor.before_ || live != cursor.place_;
          cursor.place_ = { nullptr, live.isBehindChunk() ? Storage::hole : live.slot() };
       } );
       arrange();
-      cursors.forEach( [ & ]( Cursor & cursor ) {
+      this->cursors.forEach( [ & ]( Cursor & cursor ) {
          auto const slot = cursor.place_.offset;
          cursor.place_ = slot != Storage::hole ? storage.placeOf( slot ) : storage.endPlace();
       } );
