@@ -5,7 +5,7 @@
 // hashes and prints as that key, so that equal values are equal in every process and every run; none is
 // less than any. The key never changes while it is pointed at.
 //
-// E need not be complete before such pointers are copied or compared.
+// E need not be complete where such pointers are only copied.
 
 #include "Kiv/Datum.h"
 #include "Kiv/Hash.h"
@@ -16,17 +16,24 @@
 namespace Kiv {
 
 template< class E >
-class PtrByKey : public Ptr< E > {
+class PtrByKey {
  public:
-   using Ptr< E >::Ptr;
-   PtrByKey( Ptr< E > const & ptr ) : Ptr< E >( ptr ) {}
+   PtrByKey() = default;
+   PtrByKey( std::nullptr_t ) {}
+   PtrByKey( Ptr< E > const & ptr ) : ptr_( ptr ) {}
+
+   E * get() const { return static_cast< E * >( ptr_.get() ); }
+   E * operator->() const { return get(); }
+   E & operator*() const { return *get(); }
+   explicit operator bool() const { return ptr_ != nullptr; }
+   operator Ptr< E >() const { return Ptr< E >( get() ); }
 
    bool operator==( PtrByKey const & other ) const {
-      return this->get() == other.get() || ( *this && other && ( *this )->key() == other->key() );
+      return ptr_ == other.ptr_ || ( *this && other && ( *this )->key() == other->key() );
    }
    std::strong_ordering operator<=>( PtrByKey const & other ) const {
-      if( this->get() == other.get() || !*this || !other ) {
-         return ( this->get() != nullptr ) <=> ( other.get() != nullptr );
+      if( ptr_ == other.ptr_ || !*this || !other ) {
+         return bool( *this ) <=> bool( other );
       }
       return ( *this )->key() <=> other->key();
    }
@@ -38,6 +45,9 @@ class PtrByKey : public Ptr< E > {
          out += "none";
       }
    }
+
+ private:
+   Ptr< PtrInterface > ptr_; // which needs no E
 };
 
 template< class E >
