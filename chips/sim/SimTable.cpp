@@ -158,17 +158,42 @@ RowsBase::buckets() const {
                                        : 0;
 }
 
+std::uint64_t
+RowsBase::countedBuckets() {
+   if( auto const count = buckets(); countedBuckets_ != count ) {
+      countedBuckets_ = count;
+      recount();
+   }
+   return countedBuckets_;
+}
+
+std::uint64_t
+RowsBase::room() const {
+   auto const capacity = control_->capacity();
+   return !capacity ? ~std::uint64_t{ 0 } : capacity - std::min( capacity, accepted_ );
+}
+
+bool
+RowsBase::hasRoomForAll( std::vector< std::uint64_t > const & hashes ) {
+   if( hashes.size() > room() ) {
+      return false;
+   }
+   auto const count = countedBuckets();
+   Kiv::HashMap< std::uint64_t, std::uint64_t > wanted;
+   return !count || std::all_of( hashes.begin(), hashes.end(), [ & ]( std::uint64_t hash ) {
+      auto const bucket = hash % count;
+      return Kiv::valueOrDefault( inBucket_, bucket ) + ++*wanted.tryEmplace( bucket ).value <=
+             control_->bucketSize();
+   } );
+}
+
 bool
 RowsBase::hasRoom( std::uint64_t hash ) {
    auto const capacity = control_->capacity();
    if( capacity && accepted_ >= capacity ) {
       return false;
    }
-   auto const count = buckets();
-   if( countedBuckets_ != count ) {
-      countedBuckets_ = count;
-      recount();
-   }
+   auto const count = countedBuckets();
    if( count && Kiv::valueOrDefault( inBucket_, hash % count ) >= control_->bucketSize() ) {
       control_->bucketFullInc( 1 );
       return false;

@@ -33,6 +33,8 @@
 //    limitMustProgram( key, record ), limitMustClear( key )
 //                                  the same for helpers: throw TableRefused for what the chip refused
 //
+//    limitHasRoomFor( keys )       whether new rows with all of these keys fit, before any is written
+//
 //    limitTable()                  the entity with its properties, faults and counters: SimTable
 //
 // *Latency.* What the agent writes lands later if the table says so, in order. Until then the table
@@ -220,6 +222,8 @@ class RowsBase {
    virtual std::uint64_t changes() const = 0;
    // Whether all that was written has landed.
    bool isSettled() const { return due_.empty(); }
+   // How many new rows there is room for, if their buckets have any.
+   std::uint64_t room() const;
    // The latency is somebody else's matter: what is written from now on lands at once, unless something is
    // on its way still.
    void landsAtOnceIs( bool landsAtOnce ) { landsAtOnce_ = landsAtOnce; }
@@ -245,6 +249,8 @@ class RowsBase {
    static std::uint32_t indexOf( std::uint64_t hash ) { return static_cast< std::uint32_t >( hash ); }
    // Whether there is room for a new row, and counts a full bucket.
    bool hasRoom( std::uint64_t hash );
+   // Whether there is room for all of these together.
+   bool hasRoomForAll( std::vector< std::uint64_t > const & hashes );
    // What the chip says to a write before it looks closer; tableWritten if nothing is against it.
    TableResult judge( bool isNewRow, std::uint64_t hash );
    TableResult counted( TableResult result );
@@ -271,6 +277,8 @@ class RowsBase {
  private:
    class Landing;
    std::uint64_t buckets() const;
+   // The same; what is in each of them is counted.
+   std::uint64_t countedBuckets();
    void land();
 
    Unit & unit_;
@@ -400,6 +408,29 @@ class Rows final : public RowsBase {
          writer_->forEach(
                [ & ]( KeyT const & key, Stored const & stored ) { use( key, stored.record ); } );
       }
+   }
+
+   // use( key, record ) for every row that is there when all that is on its way has landed; as each().
+   template< class Use >
+   void eachAccepted( Use && use ) const {
+      each( [ & ]( KeyT const & key, RecordT const & record ) {
+         if( !waiting_.contains( key ) ) {
+            use( key, record );
+         }
+      } );
+      for( auto const & [ key, last ] : waiting_ ) {
+         if( last.record ) {
+            use( key, *last.record );
+         }
+      }
+   }
+   // Whether the agent can write new rows with all of these keys, unless a fault strikes.
+   bool hasRoomFor( std::vector< KeyT > const & newKeys ) {
+      std::vector< std::uint64_t > hashes;
+      for( auto const & key : newKeys ) {
+         hashes.push_back( hashOf( key ) );
+      }
+      return hasRoomForAll( hashes );
    }
 
    // Of the key, as indexOf().
@@ -578,16 +609,7 @@ class Rows final : public RowsBase {
       return keys;
    }
    void eachHash( std::function< void( std::uint64_t ) > const & use ) const override {
-      each( [ & ]( KeyT const & key, RecordT const & ) {
-         if( !waiting_.contains( key ) ) {
-            use( hashOf( key ) );
-         }
-      } );
-      for( auto const & [ key, last ] : waiting_ ) {
-         if( last.record ) {
-            use( hashOf( key ) );
-         }
-      }
+      eachAccepted( [ & ]( KeyT const & key, RecordT const & ) { use( hashOf( key ) ); } );
    }
 
    void open() {
@@ -694,6 +716,7 @@ class Rows final : public RowsBase {
    ::HobaSim::Rows< Key, Record > const & attr() const { return attr##_; }                         \
    Record attr( Key const & key ) const { return attr##_.get( key ); }                             \
    bool attr##Has( Key const & key ) const { return attr##_.has( key ); }                          \
+   bool attr##HasRoomFor( ::std::vector< Key > const & keys ) { return attr##_.hasRoomFor( keys ); }\
    ::std::uint64_t attr##Writes( Key const & key ) const { return attr##_.writesOf( key ); }       \
    bool attr##Is( Key const & key, Record const & record ) { return attr##_.is( key, record ); }   \
    void attr##Del( Key const & key ) { attr##_.del( key ); }                                       \
