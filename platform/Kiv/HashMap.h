@@ -20,7 +20,7 @@
 //   Value that cannot be moved is made and destroyed where it stands: its constructor must leave
 //   the collection alone, its destructor may do anything but clear or destroy it.)
 // - An empty collection is one pointer. Memory comes with the first member and goes with clear().
-//   Up to four members are in one block, and 16 bytes.
+//   Up to four members are in one block with 16 bytes beside them, and searched without a hash.
 // - It grows, and closes up what was left, in parts: no insertion or removal waits until something is
 //   done with all members.
 // - Keys need == and Kiv::hashOf, of which the low 32 bits count. It differs from process to
