@@ -20,7 +20,7 @@
 //   Value that cannot be moved is made and destroyed where it stands: its constructor must leave
 //   the collection alone, its destructor may do anything but clear or destroy it.)
 // - An empty collection is one pointer. Memory comes with the first member and goes with clear().
-//   Up to four members are in one block, and 16 bytes.
+//   Up to four members are in one block with 16 bytes beside them, and searched without a hash.
 // - It grows, and closes up what was left, in parts: no insertion or removal waits until something is
 //   done with all members.
 // - Keys need == and Kiv::hashOf, of which the low 32 bits count. It differs from process to
@@ -181,8 +181,10 @@ class HashCollection {
 
    // 0 when there is no such key.
    std::uint32_t slotOf( Wanted & wanted ) const {
-      return isLarge() ? table().storage.findSlot( wanted.hash(), wanted.key )
-                       : smallSlotOf( wanted );
+      if( isLarge() ) [[likely]] {
+         return table().storage.findSlot( wanted.hash(), wanted.key );
+      }
+      return smallSlotOf( wanted );
    }
 
    Member & memberAt( std::uint32_t slot ) const {
@@ -192,17 +194,16 @@ class HashCollection {
    // A member whose key is not here, made from args.
    template< class... Args >
    Member & append( Wanted & wanted, Args &&... args ) {
-      if( !isLarge() && !hasRoom() ) {
-         makeRoom();
+      if( isLarge() || ( !hasRoom() && makeRoom() ) ) [[likely]] {
+         return table().append( wanted.hash(), std::forward< Args >( args )... );
       }
-      return isLarge() ? table().append( wanted.hash(), std::forward< Args >( args )... )
-                       : block().append( std::forward< Args >( args )... );
+      return block().append( std::forward< Args >( args )... );
    }
 
    // Removes a member and returns what it owned, for the caller to let go last of all.
    auto takeOut( std::uint32_t slot, Wanted & wanted ) {
       auto owned = Member::moveOut( memberAt( slot ) );
-      if( isLarge() ) {
+      if( isLarge() ) [[likely]] {
          auto & in = table();
          in.unlink( slot, wanted.hash() );
          in.storage.release( slot );
@@ -229,11 +230,11 @@ class HashCollection {
 
    bool hasRoom() const { return home_ && !block().isFull() && !block().isClearing(); }
 
-   // For one that is not large. When this throws, nothing has changed.
-   [[gnu::noinline]] void makeRoom() {
+   // For one that is not large. Says whether it is now. When this throws, nothing has changed.
+   [[gnu::noinline]] bool makeRoom() {
       if( home_ && !block().isClearing() ) {
          home_ = reinterpret_cast< std::uintptr_t >( new Table( block() ) ) | largeBit;
-         return;
+         return true;
       }
       auto * fresh = Block::make();
       if( home_ ) {
@@ -241,6 +242,7 @@ class HashCollection {
          block().discard();
       }
       home_ = reinterpret_cast< std::uintptr_t >( fresh );
+      return false;
    }
 
    // Nothing is here any more when members go.

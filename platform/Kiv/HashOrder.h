@@ -32,8 +32,8 @@ struct HashChunk {
 
    std::uint32_t live() const { return end - holes; }
 
-   // They follow the chunk in memory. Behind those that were given away, there is a hole: so it takes
-   // no more than a look at a place to know whether somebody lives there.
+   // They follow the chunk in memory, one more than it has room for. Those that were not given away
+   // are holes too: a look at a place is enough to know whether somebody lives there.
    std::uint32_t * slots() { return reinterpret_cast< std::uint32_t * >( this + 1 ); }
    std::uint32_t const * slots() const {
       return reinterpret_cast< std::uint32_t const * >( this + 1 );
@@ -108,7 +108,6 @@ class HashOrder {
    std::uint32_t append( std::uint32_t slot ) {
       auto const offset = last_->end++;
       last_->slots()[ offset ] = slot;
-      last_->slots()[ offset + 1 ] = hole;
       return last_->firstNumber + offset;
    }
 
@@ -146,7 +145,7 @@ class HashOrder {
          // It is the only one beside the last, which takes its number over.
          std::swap( small->firstNumber, last_->firstNumber );
          std::swap( chunks_[ 0 ], chunks_[ 1 ] );
-         std::copy_n( small->slots(), small->end + 1, last_->slots() );
+         std::copy_n( small->slots(), small->end, last_->slots() );
          last_->end = small->end;
          last_->holes = small->holes;
          drop( *small );
@@ -207,7 +206,7 @@ class HashOrder {
 
    static HashChunk * makeChunk( void * memory, std::uint32_t number, std::uint32_t room ) {
       auto * chunk = ::new( memory ) HashChunk{ .firstNumber = number, .room = room };
-      chunk->slots()[ 0 ] = hole;
+      std::fill_n( chunk->slots(), room + 1, hole );
       return chunk;
    }
 
@@ -222,8 +221,9 @@ class HashOrder {
             to.slots()[ to.end++ ] = slot;
          }
       }
-      from.slots()[ from.end ] = hole;
-      to.slots()[ to.end ] = hole;
+      if( &from == &to ) {
+         std::fill( to.slots() + to.end, to.slots() + end, hole );
+      }
    }
 
    template< class Moved >

@@ -90,7 +90,8 @@ class HashStorage {
          note.place = isFree;
       }
       for( std::uint32_t position = 0; position < block.size(); ++position ) {
-         enter( block.slotAt( position ), hashes[ position ] );
+         auto const slot = block.slotAt( position );
+         enter( slot, noteOf( slot ), hashes[ position ] );
       }
    }
 
@@ -162,12 +163,13 @@ class HashStorage {
       auto const slot = freeSlot_ != hole ? freeSlot_ : nextSlot_;
       auto & member = memberAt( slot );
       ::new( static_cast< void * >( &member ) ) Member( std::forward< Args >( args )... );
+      auto & note = noteOf( slot );
       if( slot == freeSlot_ ) {
-         freeSlot_ = noteOf( slot ).place ^ isFree;
+         freeSlot_ = note.place ^ isFree;
       } else {
          ++nextSlot_;
       }
-      enter( slot, hash );
+      enter( slot, note, hash );
       proceedWithIndex();
       return member;
    }
@@ -252,8 +254,7 @@ class HashStorage {
    }
 
    // Somebody lives in the slot now.
-   void enter( std::uint32_t slot, std::uint32_t hash ) {
-      auto & note = noteOf( slot );
+   void enter( std::uint32_t slot, Note & note, std::uint32_t hash ) {
       note.place = order_.append( slot );
       if constexpr( keepsHash ) {
          note.hash = hash;
