@@ -24,7 +24,6 @@ Chip::Chip( Kiv::String const & chipName, Memory const & memory )
       trunkIs( unit< TrunkUnit >( "trunk" ) );
       macIs( unit< MacUnit >( "mac", events(), trunk() ) );
       vlanIs( unit< VlanUnit >( "vlan" ) );
-      fecIs( unit< FecUnit >( "fec" ) );
       pathIs( unit< PathUnit >( "path", vlan(), trunk(), mac() ) );
    } catch( Glim::Error const & error ) {
       throw memory_.faultOf( error );

@@ -5,7 +5,6 @@
 // (SimTable.h), so a chip goes on where it was, in this process or in the next.
 
 #include "chips/sim/SimCapture.h"
-#include "chips/sim/SimFec.h"
 #include "chips/sim/SimMac.h"
 #include "chips/sim/SimMemory.h"
 #include "chips/sim/SimParity.h"
@@ -23,7 +22,6 @@ class Chip : public Kiv::Entity {
    KIV_CHILD( TrunkUnit, trunk );
    KIV_CHILD( MacUnit, mac );
    KIV_CHILD( VlanUnit, vlan );
-   KIV_CHILD( FecUnit, fec );
    // Where frames go, by what the others hold.
    KIV_CHILD( PathUnit, path );
    KIV_CHILD( ParityUnit, parity );
